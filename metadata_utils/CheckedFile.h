@@ -1,0 +1,49 @@
+#pragma once
+
+#include "ByteBuffer.h"
+#include "Error.h"
+#include "MediaFile.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+/// The checked forms of MediaFile's single calls. Editors and writers change files only through these, so that no commit
+/// reports success with bytes missing. Each reports the caller's line.
+namespace android::lumo::checked {
+
+/// Largest file that 32-bit offsets can address.
+inline constexpr uint64_t MAX_FILE_SIZE = 0xFFFFFFFFU;
+
+/// "Failed to set file position to %zu".
+void seek(MediaFile const& file, uint32_t position, ErrorAt at = ErrorAt());
+
+/// Writes all bytes; short writes and EINTR go on, a failure throws "fail to write bytes: %zd, expected %zu".
+void write(MediaFile& file, void const* bytes, size_t n, ErrorAt at = ErrorAt());
+void write(MediaFile& file, std::string const& bytes, ErrorAt at = ErrorAt());
+void write(MediaFile& file, ByteBuffer const& bytes, ErrorAt at = ErrorAt());
+/// `count` times the same byte.
+void fill(MediaFile& file, uint8_t value, uint32_t count, ErrorAt at = ErrorAt());
+
+/// Copies exactly `size` bytes (0 copies nothing) from `offset` of `source` to the target's current position; a copy that
+/// ends short throws "fail to copy bytes: %zd, expected %zu".
+void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target, uint32_t offset,
+          uint32_t size, ErrorAt at = ErrorAt());
+
+/// Cuts the file; "fail to truncate to %zu: %s".
+void truncate(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
+
+/// Reserves the file's future size before the first write of an edit. A failure cuts the file back to its old size and
+/// throws "fail to reserve %zu bytes: %s"; a size that fits already does nothing.
+void reserve(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
+
+/// Exactly `n` bytes from `position`; the range must lie in the file, else "fail to read bytes: %zu, expected %zu".
+ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at = ErrorAt());
+
+/// The sum as a 32-bit file size; "file would grow past 4 GiB: %llu bytes" when it does not fit.
+uint32_t sizeOf(uint64_t size, ErrorAt at = ErrorAt());
+
+/// Throws "file of %llu bytes is too big, 4 GiB cannot be addressed" for a file that 32-bit offsets cannot reach.
+void requireAddressable(MediaFile const& file, ErrorAt at = ErrorAt());
+
+} // namespace android::lumo::checked

@@ -1,0 +1,45 @@
+#include "Error.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace android::lumo {
+
+namespace {
+
+/// The source path under the project's root, without its extension. The build maps the root away from __FILE__; a path
+/// that is still absolute (a header compiled by a client) is cut at the library's folder.
+std::string sourceName(std::string_view path) {
+    if (path.starts_with('/')) {
+        if (auto folder = path.rfind("metadata_utils/"); folder != std::string_view::npos)
+            path.remove_prefix(folder);
+    }
+    if (auto dot = path.rfind('.'); dot != std::string_view::npos && path.find('/', dot) == std::string_view::npos)
+        path = path.substr(0, dot);
+    return std::string(path);
+}
+
+std::string formatted(char const* format, va_list args) {
+    va_list measured;
+    va_copy(measured, args);
+    int const length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
+    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    if (length > 0)
+        std::vsnprintf(text.data(), text.size() + 1, format, args);
+    return text;
+}
+
+} // namespace
+
+std::runtime_error ErrorAt::operator()(char const* format, ...) const {
+    va_list args;
+    va_start(args, format);
+    std::string const message = formatted(format, args);
+    va_end(args);
+    return std::runtime_error("[" + sourceName(file) + ":" + std::to_string(line) + "] " + message);
+}
+
+} // namespace android::lumo

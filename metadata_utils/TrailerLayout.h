@@ -1,0 +1,75 @@
+#pragma once
+
+#include "MediaFile.h"
+#include "QRTDataInfo.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The one place that knows how the QRT trailer lies in a file; the view reads with it, the editor writes with it, and the
+/// container writers find the video pointer with it. docs/trailer-format.md holds a worked example that a test reads.
+///
+///     offset     width  field (unsigned 32-bit little-endian, from the first byte of "QRTH")
+///     -R         R      the records, back to back
+///     0          4      "QRTH"
+///     4          4      version
+///     8          4      record count n
+///     12         12*n   directory: n times header word, offsetFromTail, payload
+///     12 + 12*n  4      T = 12 + 12*n
+///     16 + 12*n  4      "QRTT", the file's last bytes
+///
+/// In a HEIC file all of it is the body of the last box: 4 bytes big-endian box size, "qrtd", then the first record.
+namespace android::lumo::trailer {
+
+inline constexpr char START_MAGIC[] = "QRTH";
+inline constexpr char END_MAGIC[] = "QRTT";
+inline constexpr char BOX_TYPE[] = "qrtd";
+inline constexpr uint32_t MAGIC_SIZE = 4;
+inline constexpr uint32_t BOX_HEADER_SIZE = 8;
+inline constexpr uint32_t DIRECTORY_ENTRY_SIZE = 12;
+inline constexpr uint32_t RECORD_HEADER_SIZE = 8; ///< header word and name length
+inline constexpr uint32_t SUB_INFO_LENGTH_SIZE = 4;
+
+struct DirectoryEntry {
+    uint32_t header = 0;
+    uint32_t offsetFromTail = 0;
+    uint32_t payload = 0;
+};
+
+struct Tail {
+    uint32_t version = 0;
+    uint32_t position = 0; ///< file position of "QRTH"
+    uint32_t size = 0;     ///< "QRTH" to "QRTT": T + 8
+    std::vector<DirectoryEntry> entries;
+};
+
+/// Type from the upper 16 bits, with their sign.
+int32_t typeOfHeader(uint32_t header);
+/// Bit 15, where readers look for the flag.
+bool subInfoOfHeader(uint32_t header);
+
+/// The whole tail's size for a number of records.
+uint32_t tailSize(size_t count);
+
+/// Reads the tail at the file's end; nothing when the markers are not there (each absence is logged under "QRTInfo"). A
+/// count whose directory does not fit between "QRTH" and the tail-size field throws.
+std::optional<Tail> readTail(MediaFile const& file);
+
+/// Reads the head of the entry's record (sub-info length, name) and fills in every position; data stays in the file. A
+/// record, name or sub-info outside its bounds, or a head that disagrees with the entry, throws.
+QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry);
+
+/// Where a record's stored data lies for a tail at `tailPosition`, from its layout values alone (a load callback may have
+/// pointed dataPosition elsewhere).
+struct Range {
+    uint32_t position = 0;
+    uint32_t size = 0;
+};
+Range storedData(QRTDataInfo const& record, uint32_t tailPosition);
+
+/// The tail's bytes, in the order of `records`, from their offsetFromTail and payload.
+ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records);
+
+} // namespace android::lumo::trailer

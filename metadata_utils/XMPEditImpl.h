@@ -1,0 +1,56 @@
+#pragma once
+
+#include "XMPEdit.h"
+#include "XMPInfoImpl.h"
+
+#include <atomic>
+#include <memory>
+
+namespace android::lumo {
+
+/// The XMP editor: works on the view's packet and item index directly.
+class XMPEditImpl : public XMPEdit {
+public:
+    explicit XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view);
+
+    bool isEmpty() const override;
+    bool isNotEmpty() const override;
+    bool containsProperty(std::string const& name, bool ignoreCase) const override;
+    bool containsItem(std::string const& name, bool ignoreCase) const override;
+    bool containsItemField(std::string const& itemName, std::string const& fieldName) const override;
+    std::list<std::string> getPropertyNames() const override;
+    std::list<std::string> getItemNames() const override;
+    std::string getProperty(std::string const& schemaNS, std::string const& path) const override;
+    std::string getItemField(std::string const& itemName, std::string const& fieldName) const override;
+    std::string getItemNameAt(int32_t index) const override;
+    std::string getLastItem() const override;
+    std::vector<uint8_t> serializeToBuffer() const override;
+    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options options) override;
+    std::unique_ptr<XMPEdit> edit() override;
+
+    XMPEdit& setProperty(std::string const& schemaNS, std::string const& path, std::string const& value) override;
+    XMPEdit& setItem(std::string const& itemName, MediaDefs::MimeType mime) override;
+    XMPEdit& setItemField(std::string const& itemName, std::string const& fieldName, std::string const& value) override;
+    XMPEdit& putAll(std::shared_ptr<XMPInfo> const& source, std::filesystem::copy_options options) override;
+    XMPEdit& removeProperty(std::string const& schemaNS, std::string const& name) override;
+    XMPEdit& removeItemField(std::string const& itemName, std::string const& fieldName) override;
+    XMPEdit& removeItem(std::string const& itemName) override;
+    XMPEdit& removeAll() override;
+    XMPEdit& replaceItemField(std::string const& itemName, std::string const& fieldName,
+                              std::string const& value) override;
+    bool isDirty() const override { return dirty; }
+    void commit() override;
+    void commit(std::shared_ptr<MediaFile> const& target) override;
+
+    void load();
+    void addArrayItem();
+    std::shared_ptr<XMPInfoImpl> const& getView() const { return info; }
+
+private:
+    std::shared_ptr<MediaFile> file; ///< what commit() writes
+    std::atomic<bool> dirty{false};
+    std::shared_ptr<XMPInfoImpl> info;
+    std::shared_ptr<MediaFile> sourceFile;
+};
+
+} // namespace android::lumo

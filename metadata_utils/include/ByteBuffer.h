@@ -1,0 +1,74 @@
+#pragma once
+
+#include "Export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace android::lumo {
+
+/// An owned, growable run of bytes: what a record of a still's trailer, a packet or a video is while it is in memory.
+///
+/// Sizes are bytes and stay below 2^31. Integers go in and come out in the machine's own order; callers swap big-endian
+/// fields. A moved-from buffer is empty (size 0, capacity 0). Not synchronised.
+class METADATA_UTILS_EXPORT ByteBuffer {
+public:
+    ByteBuffer() noexcept = default;
+    /// An empty buffer with room for `capacity` bytes; 0 reserves nothing.
+    explicit ByteBuffer(uint32_t capacity);
+    ByteBuffer(ByteBuffer const& other) = default;
+    ByteBuffer(ByteBuffer&& other) noexcept;
+    explicit ByteBuffer(std::vector<uint8_t> const& bytes);
+    explicit ByteBuffer(std::vector<uint8_t>&& bytes) noexcept;
+    ByteBuffer& operator=(ByteBuffer const& other) = default;
+    ByteBuffer& operator=(ByteBuffer&& other) noexcept;
+    ~ByteBuffer() = default;
+
+    uint8_t const* data() const noexcept { return bytes.data(); }
+    uint8_t* data() noexcept { return bytes.data(); }
+    /// Bytes in use.
+    uint32_t size() const noexcept { return static_cast<uint32_t>(bytes.size()); }
+    /// Bytes allocated; never less than size().
+    uint32_t capacity() const noexcept { return static_cast<uint32_t>(bytes.capacity()); }
+    bool empty() const noexcept { return bytes.empty(); }
+
+    /// Size becomes 0, the storage stays.
+    void clear() noexcept { bytes.clear(); }
+
+    /// Appends at the end and returns the buffer, for chaining. Growth at least doubles the capacity, up to 2^31 - 1 bytes;
+    /// beyond that std::length_error is thrown and the buffer is unchanged. The move form also empties its source.
+    ByteBuffer& put(std::string const& text);
+    ByteBuffer& put(ByteBuffer const& other);
+    ByteBuffer& put(ByteBuffer&& other);
+    /// Appends the value's bytes in the machine's order. Instantiated for int32_t and uint32_t.
+    template<class T>
+    ByteBuffer& put(T value);
+
+    /// The value at byte `index`, in the machine's order, as an R. A value that does not lie wholly inside the content is
+    /// "buffer read overflow". Instantiated for (int32_t, int32_t) and (uint32_t, uint32_t).
+    template<class T, class R>
+    R get(uint32_t index) const;
+
+    /// A copy of min(length, size()) bytes from `offset`; an offset above 2^31 - 1 counts as 0. The length is clamped to
+    /// the whole size, so the caller keeps offset + length inside the buffer; bytes that would lie behind the content are
+    /// "buffer read overflow".
+    ByteBuffer slice(uint32_t offset, uint32_t length) const;
+
+    /// The last 128 bytes at most, for logs: two lower-case hex digits for each non-zero byte, `filler` for a zero byte.
+    std::string toHexString(char const& filler) const;
+    /// "size/capacity=<size>/<capacity>".
+    std::string toString() const;
+    /// A string of `map` applied to each byte in order. Instantiated for std::string.
+    template<class T>
+    T toTypedData(std::function<unsigned char(unsigned char)> const& map) const;
+
+private:
+    void append(void const* source, size_t length);
+
+    std::vector<uint8_t> bytes;
+};
+
+} // namespace android::lumo

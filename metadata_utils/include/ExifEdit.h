@@ -1,0 +1,15 @@
+#pragma once
+
+#include "ExifInfo.h"
+
+namespace android::lumo {
+
+/// The Exif view's editor; it changes nothing and is never dirty.
+class METADATA_UTILS_EXPORT ExifEdit : public ExifInfo {
+public:
+    virtual bool isDirty() const = 0;
+    virtual void commit() = 0;
+    virtual void commit(MediaFile const& target) = 0;
+};
+
+} // namespace android::lumo

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "MotionPhotoInfo.h"
+#include "QRTEdit.h"
+#include "XMPEdit.h"
+
+namespace android::lumo {
+
+/// The editor of a motion photo: stages changes of video, trailer records and XMP of one still and writes them in place,
+/// or into another file, keeping the three consistent.
+///
+/// Every MotionPhotoInfo query is answered by the view it was made from. Staging operations return the editor, for
+/// chaining, and write nothing. An editor is made from a view, stages any number of changes and is committed once; the
+/// view is then up to date without a new parse. One thread at a time.
+class METADATA_UTILS_EXPORT MotionPhotoEdit : public MotionPhotoInfo {
+public:
+    /// The still's moment in the video, in microseconds.
+    virtual MotionPhotoEdit& setPhotoPresentationTimestampUs(long timestampUs) = 0;
+    /// A trailer record; type 2608 on a HEIC is a video and goes into its 'mpvd' box.
+    virtual MotionPhotoEdit& addQRTData(int type, std::string const& key, ByteBuffer const& data) = 0;
+    virtual MotionPhotoEdit& addQRTData(int type, std::string const& key, std::shared_ptr<MediaFile> const& file) = 0;
+    /// Appends all records of another trailer behind those here; duplicates are kept.
+    virtual MotionPhotoEdit& addQRTInfo(std::shared_ptr<QRTInfo> const& info) = 0;
+    virtual MotionPhotoEdit& addXMPInfo(std::shared_ptr<XMPInfo> const& info) = 0;
+    /// The video of the motion photo, replacing one that is there. The file is read at commit and must not change until
+    /// then. In a JPEG a video of 125,000 bytes or fewer would be read back as a pointer; it is staged with a warning.
+    virtual MotionPhotoEdit& addVideo(std::shared_ptr<MediaFile> const& video) = 0;
+    virtual MotionPhotoEdit& addVideo(std::shared_ptr<ByteBuffer> const& video) = 0;
+    /// Takes over another motion photo's records, XMP and video. With skip_existing what is here already stays.
+    virtual MotionPhotoEdit& addAll(std::shared_ptr<MotionPhotoInfo> const& source,
+                                    std::filesystem::copy_options const& options) = 0;
+    /// Like addVideo, with the new video held in memory from now on.
+    virtual MotionPhotoEdit& replaceVideo(std::shared_ptr<MediaFile> const& video) = 0;
+    /// Takes the video, its records and its XMP out. `file` is the file being edited.
+    virtual MotionPhotoEdit& removeVideo(std::shared_ptr<MediaFile> const& file) = 0;
+    /// The trailer and XMP editors of this editor: what is staged there is committed with it. Valid as long as the editor.
+    virtual QRTEdit& getQRTEdit() = 0;
+    virtual XMPEdit& getXMPEdit() = 0;
+    /// Writes in place: XMP first, then the HEIC video box, then the trailer, then the XMP fields that depend on the
+    /// result. What can be foreseen is refused before the first byte moves. A write that fails later throws; nothing is
+    /// rolled back. docs/motion-photo-jpeg.md lists what a failure at each step may leave.
+    virtual void commit() = 0;
+    /// Writes the result into `target`, replacing its content; the source is never written.
+    virtual void commit(std::shared_ptr<MediaFile> const& target) = 0;
+
+    /// The image the next commit(target) starts from instead of the source's: a prepared still of the same type (an edited
+    /// picture) whose trailer-free bytes get this motion photo's video, trailer and XMP edits. In-place commits throw while
+    /// one is set. A null pointer takes it back.
+    void setOutputSource(std::shared_ptr<MediaFile> const& still) { outputSource = still; }
+
+protected:
+    std::shared_ptr<MediaFile> outputSource;
+};
+
+} // namespace android::lumo

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Export.h"
+#include "MediaFile.h"
+#include "Metadata.h"
+
+#include <memory>
+
+namespace android::lumo {
+
+/// Locates the metadata blocks of a still image without decoding it. The readers of the containers implement it; the
+/// factory picks one by the file's type. Owned by the one object that asked for it; moves the file's shared position.
+class METADATA_UTILS_EXPORT ImageMetaReader {
+public:
+    virtual ~ImageMetaReader();
+
+    /// A reader for a JPEG or HEIC; another type throws "unsupported type: %d", and mimeType()'s own errors pass through.
+    static std::unique_ptr<ImageMetaReader> of(std::shared_ptr<MediaFile> const& file, ParseMode mode);
+
+    /// Scans the container; false when the scan failed.
+    virtual bool parseMetadata() = 0;
+    /// An absent block is an empty record, never an error.
+    virtual Metadata getXMP() = 0;
+    virtual Metadata getExif() = 0;
+    virtual Metadata getCameraDebugInfo() = 0;
+
+protected:
+    ImageMetaReader(std::shared_ptr<MediaFile> const& file, ParseMode mode);
+
+    std::shared_ptr<MediaFile> file;
+    ParseMode mode;
+    Metadata::Loader loader; ///< keeps its own reference to the file
+};
+
+} // namespace android::lumo
