@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-/// The checked forms of MediaFile's single calls. Editors and writers change files only through these, so that no commit
-/// reports success with bytes missing. Each reports the caller's line.
+/// The checked forms of MediaFile's single calls. Editors and writers change files only through these, so that no
+/// commit reports success with bytes missing. Each reports the caller's line.
 namespace android::lumo::checked {
 
 /// Largest file that 32-bit offsets can address.
@@ -18,6 +18,8 @@ inline constexpr uint64_t MAX_FILE_SIZE = 0xFFFFFFFFU;
 /// "Failed to set file position to %zu".
 void seek(MediaFile const& file, uint32_t position, ErrorAt at = ErrorAt());
 
+/// Writes until all bytes are written or a call fails, and returns how many were; short writes and EINTR go on.
+size_t writeUpTo(MediaFile& file, void const* bytes, size_t n);
 /// Writes all bytes; short writes and EINTR go on, a failure throws "fail to write bytes: %zd, expected %zu".
 void write(MediaFile& file, void const* bytes, size_t n, ErrorAt at = ErrorAt());
 void write(MediaFile& file, std::string const& bytes, ErrorAt at = ErrorAt());
@@ -25,8 +27,10 @@ void write(MediaFile& file, ByteBuffer const& bytes, ErrorAt at = ErrorAt());
 /// `count` times the same byte.
 void fill(MediaFile& file, uint8_t value, uint32_t count, ErrorAt at = ErrorAt());
 
-/// Copies exactly `size` bytes (0 copies nothing) from `offset` of `source` to the target's current position; a copy that
-/// ends short throws "fail to copy bytes: %zd, expected %zu".
+/// Copies exactly `size` bytes (0 copies nothing) from `offset` of `source` to the target's current position, inside
+/// the kernel where it can. A range outside the source throws before anything is written, a copy that ends short
+/// afterwards: "fail to copy bytes: %zd, expected %zu". Both may be descriptors of one file as long as the ranges do
+/// not overlap.
 void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target, uint32_t offset,
           uint32_t size, ErrorAt at = ErrorAt());
 
@@ -37,7 +41,8 @@ void truncate(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 /// throws "fail to reserve %zu bytes: %s"; a size that fits already does nothing.
 void reserve(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 
-/// Exactly `n` bytes from `position`; the range must lie in the file, else "fail to read bytes: %zu, expected %zu".
+/// Exactly `n` bytes from `position`; the range must lie in the file, else "fail to read bytes: %zu, expected %zu". The
+/// file's position stays.
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at = ErrorAt());
 
 /// The sum as a 32-bit file size; "file would grow past 4 GiB: %llu bytes" when it does not fit.

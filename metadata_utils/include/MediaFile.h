@@ -15,8 +15,8 @@ namespace android::lumo {
 
 /// The library's only handle on a file: one descriptor it owns, its path for messages, and its detected type.
 ///
-/// Offsets and sizes are unsigned 32-bit; a file of 4 GiB or more can be opened but not addressed (its size reads as 0).
-/// Integers are read and written in the machine's order. Always held by a shared pointer. All operations move the
+/// Offsets and sizes are unsigned 32-bit; a file of 4 GiB or more can be opened but not addressed (its size reads as
+/// 0). Integers are read and written in the machine's order. Always held by a shared pointer. All operations move the
 /// descriptor's one file position, so an object is used by one thread at a time; a descriptor made by dup shares it.
 class METADATA_UTILS_EXPORT MediaFile : public std::enable_shared_from_this<MediaFile> {
 public:
@@ -30,7 +30,8 @@ public:
     MediaFile(MediaFile const&) = delete;
     MediaFile& operator=(MediaFile const&) = delete;
 
-    /// True when both descriptors name the same file (device and inode); false, with a log line, when one cannot be asked.
+    /// True when both descriptors name the same file (device and inode); false, with a log line, when one cannot be
+    /// asked.
     static bool isFdsDup(int a, int b);
 
     bool isValid() const { return fd > 0; }
@@ -42,7 +43,8 @@ public:
 
     // Position and size. ------------------------------------------------------------------------------------------
 
-    /// Seeks from the file's start and returns where it came to, 0 on error: callers compare it with what they asked for.
+    /// Seeks from the file's start and returns where it came to, 0 on error: callers compare it with what they asked
+    /// for.
     uint32_t position(uint32_t offset) const;
     uint32_t position() const;
     /// The file's size in bytes, 0 when it does not fit in 32 bits; the position is kept.
@@ -58,8 +60,8 @@ public:
     /// Instantiated for uint16_t, int32_t, uint32_t and uint64_t with R the same type.
     template<class T, class R>
     R read() const;
-    /// `n` elements of char or int32_t. Never allocates more than the file still holds; a short read is logged and gives a
-    /// shorter vector, a failed one throws std::length_error.
+    /// `n` elements of char or int32_t. Never allocates more than the file still holds; a short read is logged and
+    /// gives a shorter vector, a failed one throws std::length_error.
     template<class T>
     std::vector<T> read(uint32_t n) const;
     /// The whole file. Read from offset 0 it leaves the position at the file's end, otherwise where it was.
@@ -79,8 +81,8 @@ public:
     /// True when the next bytes equal `expected`; a short read never matches.
     bool matched(std::string const& expected) const;
     bool matched(std::array<unsigned char, 4> const& expected) const;
-    /// Compares the 8 bytes behind the 4-byte size of the box at the current position (type and major brand of a leading
-    /// 'ftyp', ISO/IEC 14496-12) with each candidate in turn.
+    /// Compares the 8 bytes behind the 4-byte size of the box at the current position (type and major brand of a
+    /// leading 'ftyp', ISO/IEC 14496-12) with each candidate in turn.
     template<class... Candidates>
     static bool isBoxHeaderTypeOf(std::shared_ptr<MediaFile> const& file, Candidates const&... candidates) {
         return isBoxHeaderTypeOf(file, std::vector<std::string>{candidates...});
@@ -96,7 +98,7 @@ public:
     /// "not supported or broken file type".
     MediaDefs::MimeType mimeType() const;
 
-    // In-place shifting and transfer. ----------------------------------------------------------------------------------
+    // In-place shifting and transfer. ---------------------------------------------------------------------------
 
     /// Where a move reads and writes its chunks. Must not outlive the call that built it.
     struct ShiftStrategy {
@@ -105,37 +107,45 @@ public:
         std::function<uint32_t(uint32_t writePosition)> toNextReadPosition;
     };
 
-    /// Moves every byte from the current position to the file's end as the strategy directs. A `bufferSize` of 0 becomes
-    /// the whole tail; up to 1024 bytes are refused. A read or write that fails throws; bytes already moved stay moved.
+    /// Moves every byte from the current position to the file's end as the strategy directs. A `bufferSize` of 0
+    /// becomes the whole tail; up to 1024 bytes are refused. A read or write that fails throws; bytes already moved
+    /// stay moved.
     void doShift(ShiftStrategy const& strategy, uint32_t& bufferSize);
-    /// Opens a gap of `shift` bytes at the current position; the file grows by it. The new size is reserved first, so a full
-    /// disk leaves the file as it was. The gap keeps its old bytes until the caller overwrites them. `bufferSize` bounds
-    /// the memory used, 0 takes the whole tail at once. An attempt that fails before it moved a byte is retried with half
-    /// the buffer.
+    /// Opens a gap of `shift` bytes at the current position; the file grows by it. The new size is reserved first, so a
+    /// full disk leaves the file as it was. The gap keeps its old bytes until the caller overwrites them. `bufferSize`
+    /// bounds the memory used, 0 takes the whole tail at once. An attempt that fails before it moved a byte is retried
+    /// with half the buffer.
     void shiftRightSafely(int shift, uint32_t bufferSize);
-    /// Moves the bytes from the current position on `shift` bytes towards the start, over what stands there; with `truncate`
-    /// the file is then cut by `shift`.
+    /// Moves the bytes from the current position on `shift` bytes towards the start, over what stands there; with
+    /// `truncate` the file is then cut by `shift`.
     void shiftLeftSafely(int shift, uint32_t bufferSize, bool truncate);
     /// Copies `size` bytes (0: the whole size) from `offset` of this file to the target's current position inside the
-    /// kernel; this file's position is not moved. Returns the bytes copied, or the failed call's result.
+    /// kernel; this file's position is not moved. Returns the bytes copied, or the failed call's result: -1 with errno
+    /// set, or 0 when this file ended early. What was copied before such an end is shown by the target's position
+    /// alone.
     ssize_t transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t size) const;
 
     /// Cuts or extends the file; the result of the system call.
     int truncate(uint32_t size);
-    /// Makes sure that `size` bytes can be written, extending the file; 0 or an errno value. The file may be longer after a
-    /// failure: the caller cuts it back.
+    /// Makes sure that `size` bytes can be written, extending the file; 0 or an errno value. The file may be longer
+    /// after a failure: the caller cuts it back.
     int reserve(uint32_t size);
 
 private:
-    bool shiftOnce(ShiftStrategy const& strategy, uint32_t& bufferSize, int64_t shift, bool shortTail);
+    /// The run of bytes that a shift moves, and how far the shift has come.
+    struct Tail;
+    Tail tailToShift(char const* name, int shift, bool towardsStart) const;
+    void moveTail(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
+    void moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
+    void moveTailSafely(char const* name, int shift, ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
 
     int fd;
     std::string path;
     mutable MediaDefs::MimeType cachedMimeType = MediaDefs::MimeType::NONE;
 };
 
-/// Opens a gap of `shift` bytes at `position` and writes a JPEG segment header into it: marker and length, both big-endian.
-/// The caller fills the rest of the gap. Returns the result of the last write.
+/// Opens a gap of `shift` bytes at `position` and writes a JPEG segment header into it: marker and length, both
+/// big-endian. The caller fills the rest of the gap. Returns the result of the last write.
 METADATA_UTILS_EXPORT ssize_t perform_file_shift_and_write(std::shared_ptr<MediaFile> const& file, uint32_t shift,
                                                            uint32_t position, uint16_t marker, uint16_t length);
 

@@ -61,8 +61,8 @@ inline std::shared_ptr<MediaFile> open(std::filesystem::path const& path, std::s
 /// One file with given bytes in a folder of its own.
 class TempFile {
 public:
-    explicit TempFile(std::string_view bytes = {}, std::string const& name = "file") : name(dir.file(name)) {
-        writeBytes(this->name, bytes);
+    explicit TempFile(std::string_view content = {}, std::string const& fileName = "file") : name(dir.file(fileName)) {
+        writeBytes(name, content);
     }
 
     std::string const& path() const { return name; }

@@ -1,0 +1,170 @@
+#include "CheckedFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace android::lumo::checked {
+
+namespace {
+
+constexpr uint32_t BLOCK = 64 * 1024;
+/// One kernel copy's result must fit the 32-bit target's ssize_t.
+constexpr uint32_t MAX_TRANSFER = 0x40000000;
+
+uint64_t sizeOnDisk(MediaFile const& file, ErrorAt at) {
+    struct stat64 status;
+    if (fstat64(file.getFd(), &status) != 0)
+        throw at("fail to ask for the file size: %s", std::strerror(errno));
+    return static_cast<uint64_t>(status.st_size);
+}
+
+/// Fills the buffer as far as the file goes; the position stays.
+size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n) {
+    size_t count = 0;
+    while (count < n) {
+        ssize_t const got = pread64(file.getFd(), static_cast<char*>(buffer) + count, n - count,
+                                    static_cast<off64_t>(position + count));
+        if (got == 0 || (got < 0 && errno != EINTR))
+            break;
+        count += static_cast<size_t>(std::max<ssize_t>(got, 0));
+    }
+    return count;
+}
+
+/// For pairs of files that the kernel cannot copy between. Returns the bytes copied.
+uint32_t copyThroughMemory(MediaFile const& source, MediaFile& target, uint32_t offset, uint32_t size) {
+    std::vector<uint8_t> block(std::min(size, BLOCK));
+    uint32_t copied = 0;
+    while (copied < size) {
+        size_t const wanted = std::min<size_t>(size - copied, block.size());
+        size_t const got = readUpTo(source, uint64_t{offset} + copied, block.data(), wanted);
+        size_t const written = writeUpTo(target, block.data(), got);
+        copied += static_cast<uint32_t>(written);
+        if (written < wanted)
+            break;
+    }
+    return copied;
+}
+
+/// One kernel copy. A file system that cannot do it answers nothing; otherwise the bytes that arrived, `size` on
+/// success.
+std::optional<uint32_t> copyInKernel(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target,
+                                     uint32_t offset, uint32_t size) {
+    uint32_t const start = target->position();
+    ssize_t const result = source->transferTo(target, static_cast<long>(offset), size);
+    if (result >= 0 && static_cast<uint32_t>(result) == size)
+        return size;
+    int const failure = errno;
+    uint32_t const copied = target->position() - start;
+    if (result < 0 && copied == 0 && (failure == EINVAL || failure == ENOSYS || failure == EOPNOTSUPP))
+        return std::nullopt;
+    return copied;
+}
+
+} // namespace
+
+void seek(MediaFile const& file, uint32_t position, ErrorAt at) {
+    if (file.position(position) != position)
+        throw at("Failed to set file position to %zu", size_t{position});
+}
+
+size_t writeUpTo(MediaFile& file, void const* bytes, size_t n) {
+    size_t count = 0;
+    while (count < n) {
+        auto const wanted = static_cast<uint32_t>(std::min<size_t>(n - count, MAX_TRANSFER));
+        void const* next = static_cast<char const*>(bytes) + count;
+        ssize_t const written = file.write(next, wanted);
+        if (written == 0 || (written < 0 && errno != EINTR))
+            break;
+        count += static_cast<size_t>(std::max<ssize_t>(written, 0));
+    }
+    return count;
+}
+
+void write(MediaFile& file, void const* bytes, size_t n, ErrorAt at) {
+    if (size_t const written = writeUpTo(file, bytes, n); written != n)
+        throw at("fail to write bytes: %zd, expected %zu", written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written),
+                 n);
+}
+
+void write(MediaFile& file, std::string const& bytes, ErrorAt at) {
+    write(file, bytes.data(), bytes.size(), at);
+}
+
+void write(MediaFile& file, ByteBuffer const& bytes, ErrorAt at) {
+    write(file, bytes.data(), bytes.size(), at);
+}
+
+void fill(MediaFile& file, uint8_t value, uint32_t count, ErrorAt at) {
+    std::vector<uint8_t> const block(std::min(count, BLOCK), value);
+    for (uint32_t left = count; left > 0;) {
+        uint32_t const n = std::min(left, BLOCK);
+        write(file, block.data(), n, at);
+        left -= n;
+    }
+}
+
+void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target, uint32_t offset,
+          uint32_t size, ErrorAt at) {
+    uint64_t const held = sizeOnDisk(*source, at);
+    if (offset > held || size > held - offset)
+        throw at("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(held - std::min<uint64_t>(offset, held)),
+                 size_t{size});
+    sizeOf(uint64_t{target->position()} + size, at);
+    uint32_t copied = 0;
+    while (copied < size) {
+        uint32_t const wanted = std::min(size - copied, MAX_TRANSFER);
+        auto const inKernel = copyInKernel(source, target, offset + copied, wanted);
+        uint32_t const got = inKernel ? *inKernel : copyThroughMemory(*source, *target, offset + copied, wanted);
+        copied += got;
+        if (got != wanted)
+            throw at("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(copied), size_t{size});
+    }
+}
+
+void truncate(MediaFile& file, uint32_t size, ErrorAt at) {
+    if (file.truncate(size) != 0)
+        throw at("fail to truncate to %zu: %s", size_t{size}, std::strerror(errno));
+}
+
+void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
+    requireAddressable(file, at);
+    auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
+    if (size <= oldSize)
+        return;
+    int const failure = file.reserve(size);
+    if (failure == 0)
+        return;
+    truncate(file, oldSize, at);
+    throw at("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
+}
+
+ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at) {
+    uint64_t const held = sizeOnDisk(file, at);
+    uint64_t const left = held - std::min<uint64_t>(position, held);
+    if (n > left)
+        throw at("fail to read bytes: %zu, expected %zu", static_cast<size_t>(left), size_t{n});
+    std::vector<uint8_t> bytes(n);
+    if (size_t const count = readUpTo(file, position, bytes.data(), n); count != n)
+        throw at("fail to read bytes: %zu, expected %zu", count, size_t{n});
+    return ByteBuffer(std::move(bytes));
+}
+
+uint32_t sizeOf(uint64_t size, ErrorAt at) {
+    if (size > MAX_FILE_SIZE)
+        throw at("file would grow past 4 GiB: %llu bytes", static_cast<unsigned long long>(size));
+    return static_cast<uint32_t>(size);
+}
+
+void requireAddressable(MediaFile const& file, ErrorAt at) {
+    if (uint64_t const size = sizeOnDisk(file, at); size > MAX_FILE_SIZE)
+        throw at("file of %llu bytes is too big, 4 GiB cannot be addressed", static_cast<unsigned long long>(size));
+}
+
+} // namespace android::lumo::checked

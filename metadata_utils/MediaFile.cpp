@@ -1,0 +1,322 @@
+#include "MediaFile.h"
+
+#include "Error.h"
+#include "Log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MediaFile";
+/// Reads up to this many bytes are not worth the calls that ask how much the file still holds.
+constexpr size_t SMALL_READ = 4096;
+constexpr size_t ZERO_BLOCK = 64 * 1024;
+constexpr uint16_t JPEG_START = 0xD8FF; ///< FF D8 read in the machine's order
+
+int flagsOf(std::string const& mode) {
+    if (mode == "w")
+        return O_WRONLY;
+    return mode == "rw" ? O_RDWR : O_RDONLY;
+}
+
+/// A seek's result in the library's width: what does not fit, or failed, is 0.
+uint32_t addressable(off64_t offset) {
+    return offset < 0 || offset > off64_t{UINT32_MAX} ? 0 : static_cast<uint32_t>(offset);
+}
+
+off64_t sizeKeepingPosition(int fd) {
+    off64_t const here = lseek64(fd, 0, SEEK_CUR);
+    off64_t const end = lseek64(fd, 0, SEEK_END);
+    if (lseek64(fd, here, SEEK_SET) != here)
+        throw ErrorAt()("Failed to restore file position to %zu", static_cast<size_t>(here));
+    return end;
+}
+
+/// The bytes of a read that is about to be allocated: `wanted`, or fewer when a seekable file holds fewer.
+size_t boundedByFile(int fd, size_t wanted) {
+    if (wanted <= SMALL_READ)
+        return wanted;
+    off64_t const here = lseek64(fd, 0, SEEK_CUR);
+    if (here < 0)
+        return wanted;
+    off64_t const left = std::max<off64_t>(sizeKeepingPosition(fd) - here, 0);
+    return static_cast<size_t>(std::min(left, static_cast<off64_t>(wanted)));
+}
+
+/// For file systems that cannot reserve: room is certain once it has been written.
+int extendWithZeros(int fd, off64_t from, off64_t to) {
+    std::vector<char> const zeros(static_cast<size_t>(std::min<off64_t>(to - from, ZERO_BLOCK)));
+    off64_t const here = lseek64(fd, 0, SEEK_CUR);
+    int failure = lseek64(fd, from, SEEK_SET) == from ? 0 : EIO;
+    while (failure == 0 && from < to) {
+        auto const block = static_cast<size_t>(std::min(to - from, static_cast<off64_t>(zeros.size())));
+        ssize_t const written = ::write(fd, zeros.data(), block);
+        if (written > 0)
+            from += written;
+        else if (written == 0)
+            failure = ENOSPC;
+        else if (errno != EINTR)
+            failure = errno;
+    }
+    return lseek64(fd, here, SEEK_SET) == here ? failure : EIO;
+}
+
+} // namespace
+
+// Construction. -------------------------------------------------------------------------------------------------------
+
+MediaFile::MediaFile(int descriptor) : fd(dup(descriptor)), path("unknown") {
+    if (descriptor > 0)
+        return;
+    if (fd >= 0)
+        close(fd);
+    throw ErrorAt()("Invalid file descriptor provided: %d", descriptor);
+}
+
+MediaFile::MediaFile(std::string const& name, std::string const& mode)
+    : fd(::open(name.c_str(), flagsOf(mode) | O_LARGEFILE | O_CLOEXEC, 0777)), path(name) {
+    if (fd > 0)
+        return;
+    if (fd == 0)
+        close(fd);
+    throw ErrorAt()("fail to open file %s", path.c_str());
+}
+
+MediaFile::~MediaFile() {
+    if (fd < 1)
+        return;
+    LOGI("close MediaFile: fd=%d", fd);
+    close(fd);
+}
+
+bool MediaFile::isFdsDup(int a, int b) {
+    struct stat64 first;
+    struct stat64 second;
+    if (fstat64(a, &first) != 0) {
+        LOGE("fstat for fdA failed");
+        return false;
+    }
+    if (fstat64(b, &second) != 0) {
+        LOGE("fstat for fdB failed");
+        return false;
+    }
+    return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+std::string MediaFile::toString() const {
+    return "fd=" + std::to_string(fd) + ", path=" + path;
+}
+
+// Position and size. --------------------------------------------------------------------------------------------------
+
+uint32_t MediaFile::position(uint32_t offset) const {
+    return addressable(lseek64(fd, offset, SEEK_SET));
+}
+
+uint32_t MediaFile::position() const {
+    return addressable(lseek64(fd, 0, SEEK_CUR));
+}
+
+uint32_t MediaFile::size() const {
+    return addressable(sizeKeepingPosition(fd));
+}
+
+void MediaFile::skipNBytes(uint32_t n) const {
+    uint64_t const target = uint64_t{position()} + n;
+    if (target > UINT32_MAX || position(static_cast<uint32_t>(target)) != target)
+        throw ErrorAt()("Failed to skip %zu bytes to position %zu", size_t{n}, static_cast<size_t>(target));
+}
+
+// Reading. ------------------------------------------------------------------------------------------------------------
+
+ssize_t MediaFile::read(void* buffer, uint32_t n) const {
+    return ::read(fd, buffer, n);
+}
+
+template<class T, class R>
+R MediaFile::read() const {
+    T value{};
+    ssize_t const n = ::read(fd, &value, sizeof value);
+    if (n != ssize_t{sizeof value}) {
+        auto const count = static_cast<size_t>(std::max<ssize_t>(n, 0));
+        throw ErrorAt(__LINE__, "metadata_utils/include/MediaFile")("fail to read bytes: %zu, expected %zu", count,
+                                                                    sizeof value);
+    }
+    return static_cast<R>(value);
+}
+
+template uint16_t MediaFile::read<uint16_t, uint16_t>() const;
+template int32_t MediaFile::read<int32_t, int32_t>() const;
+template uint32_t MediaFile::read<uint32_t, uint32_t>() const;
+template uint64_t MediaFile::read<uint64_t, uint64_t>() const;
+
+template<class T>
+std::vector<T> MediaFile::read(uint32_t n) const {
+    uint64_t const wanted = uint64_t{n} * sizeof(T);
+    size_t const held = boundedByFile(fd, static_cast<size_t>(std::min<uint64_t>(wanted, SIZE_MAX)));
+    std::vector<T> elements((held + sizeof(T) - 1) / sizeof(T));
+    ssize_t const count = ::read(fd, elements.data(), held);
+    if (count < 0 || static_cast<uint64_t>(count) != wanted)
+        LOGE("fail to read bytes: %zd, expected %zu", count, static_cast<size_t>(wanted));
+    if (count < 0)
+        throw std::length_error("failed read");
+    elements.resize(static_cast<size_t>(count) / sizeof(T));
+    return elements;
+}
+
+template std::vector<char> MediaFile::read(uint32_t n) const;
+template std::vector<int32_t> MediaFile::read(uint32_t n) const;
+
+ByteBuffer MediaFile::readAllBytes() const {
+    uint32_t const expected = size();
+    std::vector<uint8_t> bytes(expected);
+    uint32_t const start = position();
+    if (lseek64(fd, 0, SEEK_SET) != 0)
+        throw ErrorAt()("Failed to reset file position to 0");
+    size_t count = 0;
+    ssize_t last = 1;
+    while (count < bytes.size() && last > 0) {
+        last = ::read(fd, bytes.data() + count, bytes.size() - count);
+        count += static_cast<size_t>(std::max<ssize_t>(last, 0));
+    }
+    if (count < bytes.size())
+        LOGE("fail to read bytes: read %zd, expected %zu", static_cast<ssize_t>(count), bytes.size());
+    if (start != 0 && position(start) != start)
+        throw ErrorAt()("Failed to restore file position to %zu", size_t{start});
+    if (count != expected)
+        throw ErrorAt()("readBytes not matched size: %zu - %zu", count, size_t{expected});
+    return ByteBuffer(std::move(bytes));
+}
+
+// Writing. ------------------------------------------------------------------------------------------------------------
+
+ssize_t MediaFile::write(void const* bytes, uint32_t n) {
+    return ::write(fd, bytes, n);
+}
+
+ssize_t MediaFile::write(std::string const& bytes) {
+    return ::write(fd, bytes.data(), bytes.size());
+}
+
+template<class T>
+ssize_t MediaFile::write(T value, uint32_t count) {
+    std::vector<T> const copies(count, value);
+    return ::write(fd, copies.data(), copies.size() * sizeof(T));
+}
+
+template ssize_t MediaFile::write(uint8_t value, uint32_t count);
+template ssize_t MediaFile::write(uint16_t value, uint32_t count);
+template ssize_t MediaFile::write(int32_t value, uint32_t count);
+
+int MediaFile::truncate(uint32_t size) {
+    int result = 0;
+    do
+        result = ftruncate64(fd, size);
+    while (result != 0 && errno == EINTR);
+    return result;
+}
+
+int MediaFile::reserve(uint32_t size) {
+    off64_t const end = sizeKeepingPosition(fd);
+    if (end < 0)
+        return EBADF;
+    if (off64_t{size} <= end)
+        return 0;
+    int failure = 0;
+    do
+        failure = posix_fallocate64(fd, end, off64_t{size} - end);
+    while (failure == EINTR);
+    bool const unsupported = failure == EOPNOTSUPP || failure == EINVAL || failure == ENOSYS;
+    return unsupported ? extendWithZeros(fd, end, size) : failure;
+}
+
+// Type detection. -----------------------------------------------------------------------------------------------------
+
+bool MediaFile::matched(std::string const& expected) const {
+    std::string bytes(expected.size(), '\0');
+    ssize_t const n = ::read(fd, bytes.data(), bytes.size());
+    return n >= 0 && static_cast<size_t>(n) == expected.size() && bytes == expected;
+}
+
+bool MediaFile::matched(std::array<unsigned char, 4> const& expected) const {
+    return matched(std::string(expected.begin(), expected.end()));
+}
+
+bool MediaFile::isBoxHeaderTypeOf(std::shared_ptr<MediaFile> const& file, std::vector<std::string> const& candidates) {
+    uint32_t const typePosition = file->position() + 4;
+    return std::any_of(candidates.begin(), candidates.end(), [&](std::string const& candidate) {
+        if (file->position(typePosition) != typePosition)
+            throw ErrorAt()("Failed to set file position to %zu", size_t{typePosition});
+        return file->matched(candidate);
+    });
+}
+
+bool MediaFile::isJPEG(std::shared_ptr<MediaFile> const& file) {
+    return file->read<uint16_t, uint16_t>() == JPEG_START;
+}
+
+bool MediaFile::isHEIC(std::shared_ptr<MediaFile> const& file) {
+    return isBoxHeaderTypeOf(file, "ftypheic", "ftypmif1", "ftypheix", "ftyphevc");
+}
+
+bool MediaFile::isMP4Video(std::shared_ptr<MediaFile> const& file) {
+    return isBoxHeaderTypeOf(file, "ftypmp42");
+}
+
+bool MediaFile::isMOVVideo(std::shared_ptr<MediaFile> const& file) {
+    return isBoxHeaderTypeOf(file, "ftypqt  ");
+}
+
+bool MediaFile::checkFileType(std::function<bool()> const& test, long offset) const {
+    try {
+        if (lseek64(fd, offset, SEEK_SET) != offset)
+            throw ErrorAt()("Failed to set file position to %ld", offset);
+        return test();
+    } catch (std::exception const& exception) {
+        LOGE("fail to read mime type: %s", exception.what());
+        return false;
+    }
+}
+
+MediaDefs::MimeType MediaFile::mimeType() const {
+    using enum MediaDefs::MimeType;
+    struct Detector {
+        bool (*test)(std::shared_ptr<MediaFile> const&);
+        MediaDefs::MimeType type;
+        char const* name;
+    };
+    static constexpr Detector DETECTORS[] = {
+        {isJPEG, IMAGE_JPEG, "JPEG image"},
+        {isHEIC, IMAGE_HEIC, "HEIC image"},
+        {isMP4Video, VIDEO_MP4, "mp4 video"},
+        {isMOVVideo, VIDEO_QUICKTIME, "mov video"},
+    };
+    if (cachedMimeType != NONE)
+        return cachedMimeType;
+    uint32_t const start = position();
+    auto const self = std::const_pointer_cast<MediaFile>(shared_from_this());
+    for (auto const& [test, type, name] : DETECTORS) {
+        if (checkFileType([&, accepts = test] { return accepts(self); }, 0)) {
+            LOGI("mimeType: %s", name);
+            cachedMimeType = type;
+            break;
+        }
+    }
+    if (position(start) != start)
+        throw ErrorAt()("Failed to restore file position to %zu", size_t{start});
+    if (cachedMimeType == NONE)
+        throw ErrorAt()("not supported or broken file type");
+    return cachedMimeType;
+}
+
+} // namespace android::lumo

@@ -1,0 +1,213 @@
+#include "CheckedFile.h"
+#include "Error.h"
+#include "Log.h"
+#include "MediaFile.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+
+#include <sys/sendfile.h>
+#include <unistd.h>
+
+// MediaFile's in-place moves. What holds while bytes move:
+// 1. A chunk is read before anything is written over it: right shifts go from the end backwards, left shifts forwards.
+// 2. No byte in front of the tail is moved, and no byte behind the old end counts as tail, even when the file has been
+//    extended in advance.
+// 3. A second attempt starts only from an untouched tail.
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MediaFile";
+/// Moving a file in chunks up to this size is refused as a caller's mistake.
+constexpr uint32_t TOO_SMALL_BUFFER = 1024;
+/// What a segment's gap is opened with: a still can be followed by any amount of video.
+constexpr uint32_t GAP_BUFFER = 1024 * 1024;
+
+/// The class is one for its users, whichever file its code stands in.
+ErrorAt error(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/MediaFile");
+}
+
+uint16_t bigEndian(uint16_t value) {
+    if constexpr (std::endian::native == std::endian::big)
+        return value;
+    return static_cast<uint16_t>(value << 8 | value >> 8);
+}
+
+/// Whole buffer or as far as the file goes; false when a read failed.
+bool readChunk(MediaFile const& file, std::vector<uint8_t>& chunk) {
+    size_t count = 0;
+    ssize_t last = 1;
+    while (count < chunk.size() && last != 0) {
+        last = file.read(chunk.data() + count, static_cast<uint32_t>(chunk.size() - count));
+        if (last < 0 && errno != EINTR)
+            return false;
+        count += static_cast<size_t>(std::max<ssize_t>(last, 0));
+    }
+    if (count < chunk.size())
+        LOGE("fail to read bytes: read %zd, expected %zu", static_cast<ssize_t>(count), chunk.size());
+    return true;
+}
+
+} // namespace
+
+struct MediaFile::Tail {
+    uint32_t start = 0;
+    uint32_t end = 0;
+    uint32_t moved = 0;                  ///< bytes written at their new place
+    uint32_t lowestWritten = UINT32_MAX; ///< lowest position that was written over
+
+    uint32_t size() const { return end - start; }
+};
+
+/// Chunk after chunk as the strategy directs.
+void MediaFile::moveTail(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail) {
+    bufferSize = std::min(bufferSize, tail.size());
+    std::vector<uint8_t> chunk(bufferSize);
+    uint32_t from = strategy.initialReadPosition();
+    LOGD("bufferSize=%zu targetBytes=%zu targetPosition=%zu rwPosition=%zu", size_t{bufferSize}, size_t{tail.size()},
+         size_t{tail.start}, size_t{from});
+    while (tail.moved < tail.size()) {
+        chunk.resize(std::min<size_t>(chunk.size(), tail.size() - tail.moved));
+        if (position(from) != from)
+            throw error()("Failed to set file position to %zu for reading", size_t{from});
+        if (!readChunk(*this, chunk))
+            throw error()("fail to read bytes: %d, expected %zu", -1, chunk.size());
+        uint32_t const to = strategy.toWritePosition(from);
+        if (position(to) != to)
+            throw error()("Failed to set file position to %zu for writing", size_t{to});
+        size_t const written = checked::writeUpTo(*this, chunk.data(), chunk.size());
+        if (written > 0)
+            tail.lowestWritten = std::min(tail.lowestWritten, to);
+        tail.moved += static_cast<uint32_t>(written);
+        if (written != chunk.size())
+            throw error()("fail to write bytes: %zd, expected %zu",
+                          written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), chunk.size());
+        from = strategy.toNextReadPosition(to);
+    }
+    LOGD("shiftRightSafely X: targetBytes=%zu, writeBytes=%zd", size_t{tail.size()}, static_cast<ssize_t>(tail.moved));
+}
+
+void MediaFile::moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail) {
+    if (bufferSize == 0) {
+        bufferSize = tail.size();
+        LOGD("update bufferSize to %zu[size=%zu, pos=%zu]", size_t{bufferSize}, size_t{tail.end}, size_t{tail.start});
+    }
+    if (bufferSize <= TOO_SMALL_BUFFER)
+        throw error()("fail to shift: buffer-size %zu is less than minimum value 1024 byte", size_t{bufferSize});
+    moveTail(strategy, bufferSize, tail);
+}
+
+void MediaFile::doShift(ShiftStrategy const& strategy, uint32_t& bufferSize) {
+    Tail tail{position(), size()};
+    tail.end = std::max(tail.start, tail.end);
+    moveTailInChunks(strategy, bufferSize, tail);
+}
+
+/// What a safe shift is about to move; an impossible one throws.
+MediaFile::Tail MediaFile::tailToShift(char const* name, int shift, bool towardsStart) const {
+    checked::requireAddressable(*this, error());
+    Tail const tail{position(), size()};
+    if (shift < 0 || tail.start > tail.end || (towardsStart && static_cast<uint32_t>(shift) > tail.start))
+        throw error()("fail to shift: %s by %d at %zu of %zu", name, shift, size_t{tail.start}, size_t{tail.end});
+    return tail;
+}
+
+/// Halves the buffer after each attempt that failed without moving a byte, down to the last one with a buffer of 0,
+/// which stands for the whole tail. A tail too short for chunks is moved in one piece, and a smaller buffer would not
+/// help it.
+void MediaFile::moveTailSafely(char const* name, int shift, ShiftStrategy const& strategy, uint32_t& bufferSize,
+                               Tail& tail) {
+    bool const onePiece = tail.size() <= TOO_SMALL_BUFFER;
+    for (bool isLast = onePiece;; isLast = bufferSize == 0) {
+        LOGI("%s E: doShift=%d, bufferSize=%zu", name, shift, size_t{bufferSize});
+        if (onePiece)
+            bufferSize = tail.size();
+        try {
+            return onePiece ? moveTail(strategy, bufferSize, tail) : moveTailInChunks(strategy, bufferSize, tail);
+        } catch (std::exception const& exception) {
+            if (isLast || tail.moved > 0)
+                throw;
+            LOGW("Exception in %s, retrying with smaller buffer: %s", name, exception.what());
+        }
+        bufferSize /= 2;
+    }
+}
+
+void MediaFile::shiftRightSafely(int shift, uint32_t bufferSize) {
+    Tail tail = tailToShift("shiftRightSafely", shift, false);
+    uint32_t const distance = static_cast<uint32_t>(shift);
+    uint32_t const newSize = checked::sizeOf(uint64_t{tail.end} + distance, error());
+    if (distance == 0)
+        return;
+    ShiftStrategy const backwards{
+        [&] { return tail.end - bufferSize; },
+        [&](uint32_t read) { return read + distance; },
+        [&](uint32_t written) {
+            uint32_t const read = written - distance;
+            return read - tail.start > bufferSize ? read - bufferSize : tail.start;
+        },
+    };
+    checked::reserve(*this, newSize, error());
+    try {
+        moveTailSafely("shiftRightSafely", shift, backwards, bufferSize, tail);
+    } catch (...) {
+        if (tail.lowestWritten >= tail.end)
+            truncate(tail.end);
+        throw;
+    }
+}
+
+void MediaFile::shiftLeftSafely(int shift, uint32_t bufferSize, bool cut) {
+    Tail tail = tailToShift("shiftLeftSafely", shift, true);
+    uint32_t const distance = static_cast<uint32_t>(shift);
+    if (distance == 0)
+        return;
+    ShiftStrategy const forwards{
+        [&] { return tail.start; },
+        [&](uint32_t read) { return read - distance; },
+        [&](uint32_t written) { return written + distance + bufferSize; },
+    };
+    moveTailSafely("shiftLeftSafely", shift, forwards, bufferSize, tail);
+    if (cut)
+        checked::truncate(*this, tail.end - distance, error());
+}
+
+ssize_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t bytes) const {
+    uint32_t const wanted = bytes == 0 ? size() : bytes;
+    if (wanted == 0)
+        throw error()("invalid size: %zu", size_t{wanted});
+    // Where a long has 32 bits, the upper half of the offsets arrives as negative numbers.
+    off64_t from = sizeof(long) == sizeof(uint32_t) ? off64_t{static_cast<uint32_t>(offset)} : off64_t{offset};
+    uint32_t sent = 0;
+    while (sent < wanted) {
+        ssize_t const n = sendfile64(target->fd, fd, &from, wanted - sent);
+        if (n > 0) {
+            sent += static_cast<uint32_t>(n);
+        } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
+            int const failure = n == 0 ? ENODATA : errno;
+            LOGE("sendfile failed: %s", std::strerror(failure));
+            errno = failure;
+            return n;
+        }
+    }
+    return static_cast<ssize_t>(sent);
+}
+
+ssize_t perform_file_shift_and_write(std::shared_ptr<MediaFile> const& file, uint32_t shift, uint32_t position,
+                                     uint16_t marker, uint16_t length) {
+    checked::seek(*file, position, error());
+    file->shiftRightSafely(static_cast<int>(shift), GAP_BUFFER);
+    checked::seek(*file, position, error());
+    uint16_t const header[] = {bigEndian(marker), bigEndian(length)};
+    checked::write(*file, &header[0], sizeof header[0], error());
+    checked::write(*file, &header[1], sizeof header[1], error());
+    return sizeof header[1];
+}
+
+} // namespace android::lumo
