@@ -27,7 +27,7 @@ struct CloseDemuxer {
 };
 using Demuxer = std::unique_ptr<AVFormatContext, CloseDemuxer>;
 
-/** libavformat's log level belongs to the whole process, so it is silenced for the duration of a call only. */
+/// libavformat's log level belongs to the whole process, so it is silenced for the duration of a call only.
 class QuietDemuxer {
 public:
     QuietDemuxer() { av_log_set_level(AV_LOG_QUIET); }
@@ -43,10 +43,8 @@ int refuseToOpen(AVFormatContext*, AVIOContext**, char const*, int, AVDictionary
     return AVERROR(EACCES);
 }
 
-/**
- * Whether the movie box, which holds all headers, lies in the window as a whole: libavformat would make do with a part
- * of it. That the window begins with boxes also keeps libavformat from parsing a tag in front of them.
- */
+/// Whether the movie box, which holds all headers, lies in the window as a whole: libavformat would make do with a part
+/// of it. That the window begins with boxes also keeps libavformat from parsing a tag in front of them.
 bool holdsWholeMovieBox(AVIOContext* input) {
     constexpr uint32_t kMovie = 'm' << 24 | 'o' << 16 | 'o' << 8 | 'v';
     uint64_t left = static_cast<uint64_t>(std::max<int64_t>(avio_size(input), 0));
@@ -71,7 +69,7 @@ bool holdsWholeMovieBox(AVIOContext* input) {
     return false;
 }
 
-/** Opens with the one demuxer that may run, without probing; no other file or address can be reached from it. */
+/// Opens with the one demuxer that may run, without probing; no other file or address can be reached from it.
 Demuxer openDemuxer(AVIOContext* input) {
     AVInputFormat const* const mov = av_find_input_format("mov");
     AVFormatContext* file = avformat_alloc_context();

@@ -65,7 +65,7 @@ std::string mimeOf(AVCodecParameters const& codec) {
     }
 }
 
-/** The track's own duration in µs, or the whole file's, or 0 when neither is told. */
+/// The track's own duration in µs, or the whole file's, or 0 when neither is told.
 int64_t durationUsOf(AVFormatContext const& file, AVStream const& stream) {
     // A media header says "unknown" with all bits set: as 32 bits in its short form, -1 in its long form.
     bool const told = stream.duration > 0 && stream.duration != UINT32_MAX;

@@ -8,7 +8,7 @@ struct AVStream;
 
 namespace android::media {
 
-/** Describes one stream of an opened file in the platform's terms: "mime" and, when known, "durationUs". */
+/// Describes one stream of an opened file in the platform's terms: "mime" and, when known, "durationUs".
 sp<AMessage> describeTrack(AVFormatContext const& file, AVStream const& stream);
 
 } // namespace android::media

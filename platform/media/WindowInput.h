@@ -9,13 +9,11 @@ struct AVIOContext;
 
 namespace android::media {
 
-/**
- * A range of an open file, presented to libavformat as a whole file with the unneeded boxes blanked.
- *
- * Reads with explicit positions, so that the descriptor's own position never moves. The range must lie inside the file.
- * The sum of what is read is bounded by a small multiple of the range: a demuxer that a hostile file sends back and
- * forth comes to an end. Not movable, since the context points back here.
- */
+/// A range of an open file, presented to libavformat as a whole file with the unneeded boxes blanked.
+///
+/// Reads with explicit positions, so that the descriptor's own position never moves. The range must lie inside the
+/// file. The sum of what is read is bounded by a small multiple of the range: a demuxer that a hostile file sends back
+/// and forth comes to an end. Not movable, since the context points back here.
 class WindowInput {
 public:
     WindowInput(int fd, off64_t offset, off64_t size);
@@ -23,10 +21,10 @@ public:
     WindowInput(WindowInput const&) = delete;
     WindowInput& operator=(WindowInput const&) = delete;
 
-    /** Owned by this object; null when memory ran out. */
+    /// Owned by this object; null when memory ran out.
     AVIOContext* context() const { return mContext; }
 
-    /** The errno of the first read that failed, 0 when none did. */
+    /// The errno of the first read that failed, 0 when none did.
     int error() const { return mError; }
 
 private:

@@ -9,10 +9,8 @@
 
 namespace android {
 
-/**
- * Named values of different types; here the format of one track. Keys are case-sensitive. A `find` answers false and
- * leaves the result alone when the name is missing or holds a value of another type. Not synchronised.
- */
+/// Named values of different types; here the format of one track. Keys are case-sensitive. A `find` answers false and
+/// leaves the result alone when the name is missing or holds a value of another type. Not synchronised.
 struct AMessage : public RefBase {
     AMessage();
 

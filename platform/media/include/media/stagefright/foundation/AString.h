@@ -5,7 +5,7 @@
 
 namespace android {
 
-/** The media framework's string; a value type. The host's build carries the members that its clients call. */
+/// The media framework's string; a value type. The host's build carries the members that its clients call.
 class AString {
 public:
     AString() = default;
@@ -15,7 +15,7 @@ public:
     size_t size() const { return mText.size(); }
     bool empty() const { return mText.empty(); }
 
-    /** Compares ASCII letters without regard to case; an empty prefix always matches. */
+    /// Compares ASCII letters without regard to case; an empty prefix always matches.
     bool startsWithIgnoreCase(char const* prefix) const;
 
 private:
