@@ -14,7 +14,8 @@ class METADATA_UTILS_EXPORT ImageMetaReader {
 public:
     virtual ~ImageMetaReader();
 
-    /// A reader for a JPEG or HEIC; another type throws "unsupported type: %d", and mimeType()'s own errors pass through.
+    /// A reader for a JPEG or HEIC; another type throws "unsupported type: %d", and mimeType()'s own errors pass
+    /// through.
     static std::unique_ptr<ImageMetaReader> of(std::shared_ptr<MediaFile> const& file, ParseMode mode);
 
     /// Scans the container; false when the scan failed.

@@ -11,9 +11,10 @@
 
 namespace android::lumo {
 
-/// Changes the metadata regions of a still in place. Made per commit by the factory, dropped after use; moves the file's
-/// shared position and rescans the container before every operation. Nothing is rolled back: after a failed write bytes
-/// already moved stay moved. Whatever moves the bytes of an attached video also corrects the trailer's pointer to it.
+/// Changes the metadata regions of a still in place. Made per commit by the factory, dropped after use; moves the
+/// file's shared position and rescans the container before every operation. Nothing is rolled back: after a failed
+/// write bytes already moved stay moved. Whatever moves the bytes of an attached video also corrects the trailer's
+/// pointer to it.
 class METADATA_UTILS_EXPORT ImageMetaWriter {
 public:
     virtual ~ImageMetaWriter();

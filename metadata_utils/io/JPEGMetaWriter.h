@@ -10,20 +10,31 @@
 
 namespace android::lumo {
 
-/// Changes a JPEG's metadata segments in place: XMP room behind each Exif segment (or behind the start of image), the XMP
-/// packet in it, and the camera debug-info APP4.
+class VideoPointerKeeper;
+
+/// Changes a JPEG's metadata segments in place: XMP room behind each Exif segment (or behind the start of image), the
+/// XMP packet in it, and the camera debug-info APP4.
 ///
-/// The debug-info operations keep the layout of existing devices: the segment header is written in the machine's little-
-/// endian order and an existing segment's length is taken from its marker. Other JPEG readers do not accept such a segment;
-/// a caller that needs a standard APP4 must not use them.
+/// The debug-info operations keep the layout of existing devices: the segment header is written in little-endian order,
+/// and the length of an existing segment is taken from its marker. Other JPEG readers do not accept such a segment; a
+/// caller that needs a standard APP4 must not use them. An existing APP4 whose size so taken does not fit in front of
+/// it throws before anything changes.
 class METADATA_UTILS_EXPORT JPEGMetaWriter : public ImageMetaWriter {
 public:
     explicit JPEGMetaWriter(std::shared_ptr<MediaFile> const& file);
     ~JPEGMetaWriter() override;
 
+    /// Takes out every XMP segment and opens room behind each Exif segment, or behind the start of image when there is
+    /// none; returns the last room, whose bytes are the caller's to fill. Before anything changes it throws when the
+    /// room does not fit a segment, when a segment reaches past the file's end, when the images of an MPF index would
+    /// be lost, and when the file would grow past 4 GiB or past what the file system holds. Extended XMP stays as it
+    /// is.
     Metadata reserveXMP(unsigned int required) override;
     /// Changes nothing, on purpose.
     void removeXMP() override;
+    /// Writes over the XMP segment there is when it is the only one and large enough, otherwise into room reserved
+    /// anew. Asks for 1280 bytes for nearly every packet: a longer one needs a room that is there already, or throws
+    /// before anything changes. The view's form asks for as much as its packet takes.
     void writeXMP(std::vector<unsigned char> const& packet) override;
     void writeXMP(std::shared_ptr<XMPInfo> const& info) override;
     void writeCameraDebugInfo(std::vector<unsigned char> const& data) override;
@@ -34,7 +45,12 @@ public:
     void writeApp4(std::vector<unsigned char> const& data, uint64_t where);
 
 private:
-    void writePacket(std::vector<unsigned char> const& packet, uint32_t required);
+    void removeXMPSegment(Metadata const& meta, VideoPointerKeeper& keeper);
+    Metadata openRoomBehind(Metadata const& exif, uint32_t required, bool blank, VideoPointerKeeper& keeper);
+    void openRoom(uint32_t position, uint32_t payload, VideoPointerKeeper& keeper);
+    Metadata writePacket(std::vector<unsigned char> const& packet, uint32_t required);
+    Metadata findXMPRoom(uint32_t payload, uint32_t required);
+    int64_t removeApp4(int64_t position, int64_t payload);
 
     std::unique_ptr<JPEGMetaReader> reader;
 };

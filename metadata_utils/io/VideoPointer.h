@@ -27,12 +27,14 @@ struct VideoPointer {
     ByteBuffer encode() const;
 };
 
-/// Keeps the pointer of a file right while a container writer moves bytes: made before the move, told what moved after it.
+/// Keeps the pointer of a file right while a container writer moves bytes: made before the move, told what moved after
+/// it.
 ///
 /// The pointer's place is remembered from the file's end, because every edit of a container leaves the trailer there.
 class VideoPointerKeeper {
 public:
-    /// Looks for a trailer record 2608 of exactly 12 bytes; a file without one (or with a damaged trailer) needs nothing.
+    /// Looks for a trailer record 2608 of exactly 12 bytes; a file without one (or with a damaged trailer) needs
+    /// nothing.
     explicit VideoPointerKeeper(std::shared_ptr<MediaFile> const& file);
 
     /// The bytes from `from` on have moved by `distance` (negative: towards the start): a pointer to one of them is

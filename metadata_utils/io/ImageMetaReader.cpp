@@ -1,0 +1,27 @@
+#include "ImageMetaReader.h"
+
+#include "CheckedFile.h"
+#include "JPEGMetaReader.h"
+
+namespace android::lumo {
+
+ImageMetaReader::ImageMetaReader(std::shared_ptr<MediaFile> const& source, ParseMode parseMode)
+    : file(source), mode(parseMode), loader([source](uint32_t position, uint32_t count) {
+          checked::seek(*source, position);
+          return source->read<char>(count);
+      }) {}
+
+ImageMetaReader::~ImageMetaReader() = default;
+
+std::unique_ptr<ImageMetaReader> ImageMetaReader::of(std::shared_ptr<MediaFile> const& file, ParseMode mode) {
+    auto const type = file->mimeType();
+    switch (type) {
+    // One line for each container that can be read.
+    case MediaDefs::MimeType::IMAGE_JPEG:
+        return std::make_unique<JPEGMetaReader>(file, mode);
+    default:
+        throw ErrorAt()("unsupported type: %d", static_cast<int>(type));
+    }
+}
+
+} // namespace android::lumo

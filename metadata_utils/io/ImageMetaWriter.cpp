@@ -1,0 +1,23 @@
+#include "ImageMetaWriter.h"
+
+#include "Error.h"
+#include "JPEGMetaWriter.h"
+
+namespace android::lumo {
+
+ImageMetaWriter::ImageMetaWriter(std::shared_ptr<MediaFile> const& target) : file(target) {}
+
+ImageMetaWriter::~ImageMetaWriter() = default;
+
+std::unique_ptr<ImageMetaWriter> ImageMetaWriter::of(std::shared_ptr<MediaFile> const& file) {
+    auto const type = file->mimeType();
+    switch (type) {
+    // One line for each container that can be written.
+    case MediaDefs::MimeType::IMAGE_JPEG:
+        return std::make_unique<JPEGMetaWriter>(file);
+    default:
+        throw ErrorAt()("unsupported type: %d", static_cast<int>(type));
+    }
+}
+
+} // namespace android::lumo

@@ -1,0 +1,78 @@
+#include "VideoPointer.h"
+
+#include "CheckedFile.h"
+#include "Log.h"
+#include "TrailerLayout.h"
+
+#include <algorithm>
+#include <bit>
+#include <exception>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "VideoPointer";
+constexpr uint32_t TAG_SIZE = 4;
+constexpr uint32_t LENGTH_OFFSET = 8;
+constexpr char TAG_START[] = "mpv";
+
+uint32_t swapToBigEndian(uint32_t value) {
+    return std::endian::native == std::endian::little ? __builtin_bswap32(value) : value;
+}
+
+} // namespace
+
+std::optional<VideoPointer> VideoPointer::decode(ByteBuffer const& bytes) {
+    if (bytes.size() < SIZE)
+        return std::nullopt;
+    VideoPointer pointer{std::string(bytes.data(), bytes.data() + TAG_SIZE), 0, 0};
+    if (!pointer.tag.starts_with(TAG_START))
+        return std::nullopt;
+    pointer.position = swapToBigEndian(bytes.get<uint32_t, uint32_t>(TAG_SIZE));
+    pointer.length = swapToBigEndian(bytes.get<uint32_t, uint32_t>(LENGTH_OFFSET));
+    return pointer;
+}
+
+ByteBuffer VideoPointer::encode() const {
+    ByteBuffer bytes(SIZE);
+    std::string field = tag;
+    field.resize(TAG_SIZE, ' ');
+    bytes.put(field).put(swapToBigEndian(position)).put(swapToBigEndian(length));
+    return bytes;
+}
+
+VideoPointerKeeper::VideoPointerKeeper(std::shared_ptr<MediaFile> const& edited) : file(edited) {
+    try {
+        auto const tail = trailer::readTail(*file);
+        if (!tail)
+            return;
+        auto const entry = std::find_if(tail->entries.begin(), tail->entries.end(), [](auto const& candidate) {
+            return trailer::typeOfHeader(candidate.header) == qrt::TYPE_MOTION_PHOTO_DATA;
+        });
+        if (entry == tail->entries.end())
+            return;
+        QRTDataInfo const record = trailer::readRecord(*file, *tail, *entry);
+        if (record.dataPayload != VideoPointer::SIZE)
+            return;
+        pointer = VideoPointer::decode(checked::readAt(*file, record.dataPosition, VideoPointer::SIZE));
+        distanceFromEnd = file->size() - record.dataPosition;
+    } catch (std::exception const& exception) {
+        // A trailer that cannot be read has no pointer that anybody could follow.
+        LOGW("fail to find the video pointer: %s", exception.what());
+    }
+}
+
+void VideoPointerKeeper::moved(uint32_t from, int64_t distance) {
+    if (!pointer || pointer->position < from)
+        return;
+    int64_t const position = int64_t{pointer->position} + distance;
+    if (position < 0 || position > int64_t{UINT32_MAX})
+        return;
+    pointer->position = static_cast<uint32_t>(position);
+    checked::seek(*file, file->size() - distanceFromEnd);
+    checked::write(*file, pointer->encode());
+    LOGD("video pointer moved to %zu", size_t{pointer->position});
+}
+
+} // namespace android::lumo
