@@ -279,7 +279,7 @@ bool MediaFile::isMOVVideo(std::shared_ptr<MediaFile> const& file) {
 
 bool MediaFile::checkFileType(std::function<bool()> const& test, long offset) const {
     try {
-        if (lseek64(fd, offset, SEEK_SET) != offset)
+        if (offset < 0 || lseek64(fd, offset, SEEK_SET) != offset)
             throw ErrorAt()("Failed to set file position to %ld", offset);
         return test();
     } catch (std::exception const& exception) {

@@ -1,0 +1,133 @@
+#include "CheckedFile.h"
+#include "support/Faults.h"
+#include "support/TempFile.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+
+namespace android::lumo {
+
+namespace {
+
+using test::Call;
+using test::Fault;
+using test::messageOf;
+using test::pattern;
+using test::TempFile;
+
+TEST(CheckedFile, ReportsTheCallersLine) {
+    auto const file = TempFile().open();
+    int const line = __LINE__ + 1;
+    auto const beyondTheEnd = [&] { checked::readAt(*file, 0, 1); };
+    EXPECT_EQ(messageOf(beyondTheEnd),
+              "[tests/core/CheckedFileTest:" + std::to_string(line) + "] fail to read bytes: 0, expected 1");
+}
+
+TEST(CheckedFile, WritesAllBytesOrThrows) {
+    TempFile const temp;
+    auto const file = temp.open();
+    {
+        Fault const fault = Fault::shortened(Call::WRITE, 7);
+        checked::write(*file, std::string("twenty bytes of text"));
+        checked::fill(*file, 'x', 10);
+    }
+    EXPECT_EQ(temp.bytes(), "twenty bytes of textxxxxxxxxxx");
+    for (int limit : {-1, 0}) {
+        Fault const fault = limit < 0 ? Fault::failing(Call::WRITE, ENOSPC) : Fault::shortened(Call::WRITE, limit);
+        EXPECT_TRUE(messageOf([&] {
+                        checked::write(*file, std::string("more"));
+                    }).ends_with("] fail to write bytes: -1, expected 4"));
+    }
+}
+
+TEST(CheckedFile, CopiesARangeWithoutMovingTheSource) {
+    TempFile const from(pattern(200'000));
+    TempFile const to(pattern(50, 2));
+    auto const source = from.open("r");
+    auto const target = to.open();
+    source->position(3);
+    struct {
+        Fault (*fault)();
+        size_t calls;
+    } const ways[] = {
+        {[] { return Fault::shortened(Call::SENDFILE, 40'000); }, 5}, // in pieces
+        {[] { return Fault::failing(Call::SENDFILE, EINTR, 0, 1); }, 2},
+        {[] { return Fault::failing(Call::SENDFILE, EINVAL); }, 1}, // through memory
+    };
+    for (auto const& [make, calls] : ways) {
+        target->position(10);
+        Fault const fault = make();
+        checked::copy(source, target, 1'000, 199'000);
+        EXPECT_EQ(fault.calls(), calls);
+        EXPECT_EQ(to.bytes(), pattern(50, 2).substr(0, 10) + pattern(200'000).substr(1'000));
+        EXPECT_EQ(source->position(), 3U);
+        test::writeBytes(to.path(), pattern(50, 2));
+    }
+}
+
+TEST(CheckedFile, CopiesInsideOneFile) {
+    TempFile const temp("0123456789");
+    auto const target = temp.open();
+    target->position(6);
+    checked::copy(temp.open("r"), target, 1, 4);
+    EXPECT_EQ(temp.bytes(), "0123451234");
+}
+
+TEST(CheckedFile, EndsACopyThatCannotBeWhole) {
+    TempFile const from(pattern(100'000));
+    TempFile const to;
+    auto const source = from.open("r");
+    auto const target = to.open();
+    for (uint32_t size : {100'001U, UINT32_MAX})
+        EXPECT_THROW(checked::copy(source, target, 1, size), std::runtime_error);
+    checked::copy(source, target, 100'000, 0);
+    EXPECT_EQ(to.bytes(), "");
+    {
+        Fault const fault = Fault::shortened(Call::SENDFILE, 0);
+        EXPECT_EQ(source->transferTo(target, 0, 0), 0);
+        EXPECT_THROW(checked::copy(source, target, 0, 10), std::runtime_error);
+    }
+    Fault const fault = Fault::failing(Call::SENDFILE, ENOSPC);
+    EXPECT_EQ(source->transferTo(target, 0, 10), -1);
+    EXPECT_TRUE(
+        messageOf([&] { checked::copy(source, target, 0, 10); }).ends_with("] fail to copy bytes: 0, expected 10"));
+    EXPECT_TRUE(messageOf([&] { target->transferTo(source, 0, 0); }).ends_with("] invalid size: 0"));
+}
+
+TEST(CheckedFile, ReservesTheWholeSizeOrNothing) {
+    TempFile const temp("0123456789");
+    auto const file = temp.open();
+    file->position(4);
+    checked::reserve(*file, 10);
+    for (int unsupported : {0, EOPNOTSUPP, EINVAL}) {
+        Fault const fault = Fault::failing(Call::ALLOCATE, unsupported, 0, unsupported == 0 ? 0 : Fault::ALWAYS);
+        checked::reserve(*file, 100'000);
+        EXPECT_EQ(temp.bytes(), "0123456789" + std::string(99'990, '\0'));
+        EXPECT_EQ(file->position(), 4U);
+        checked::truncate(*file, 10);
+    }
+    Fault const fault = Fault::failing(Call::ALLOCATE, ENOSPC);
+    EXPECT_THROW(checked::reserve(*file, 100'000), std::runtime_error);
+    EXPECT_EQ(temp.bytes(), "0123456789");
+}
+
+TEST(CheckedFile, RefusesFilesOf4GiBAndMore) {
+    TempFile const temp;
+    auto const file = temp.open();
+    std::filesystem::resize_file(temp.path(), 0xFFFFFFFFU);
+    checked::requireAddressable(*file);
+    std::filesystem::resize_file(temp.path(), 0x100000000U);
+    EXPECT_TRUE(messageOf([&] {
+                    checked::requireAddressable(*file);
+                }).ends_with("] file of 4294967296 bytes is too big, 4 GiB cannot be addressed"));
+    EXPECT_THROW(checked::reserve(*file, 5), std::runtime_error);
+    EXPECT_EQ(checked::sizeOf(0xFFFFFFFFU), 0xFFFFFFFFU);
+    EXPECT_TRUE(
+        messageOf([] { checked::sizeOf(0x100000000U); }).ends_with("] file would grow past 4 GiB: 4294967296 bytes"));
+}
+
+} // namespace
+
+} // namespace android::lumo

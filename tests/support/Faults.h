@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+
+#include <sys/types.h>
+
+/// Makes the library's system calls fail on demand. For test programs that link the target test_faults: every call with
+/// which MediaFile reads or changes a file then passes here first.
+namespace android::lumo::test {
+
+enum class Call { READ, WRITE, TRUNCATE, SENDFILE, ALLOCATE };
+
+/// While it lives, `times` calls of one kind, from number `first` (counted from 0) on, go wrong. One at a time.
+class Fault {
+public:
+    static constexpr size_t ALWAYS = static_cast<size_t>(-1);
+
+    /// The calls fail with an errno value and change nothing.
+    static Fault failing(Call call, int error, size_t first = 0, size_t times = ALWAYS) {
+        return {call, -1, error, first, times};
+    }
+    /// The calls move `bytes` bytes at most; with 0 they answer 0.
+    static Fault shortened(Call call, ssize_t bytes, size_t first = 0, size_t times = ALWAYS) {
+        return {call, bytes, 0, first, times};
+    }
+    ~Fault();
+    Fault(Fault const&) = delete;
+    Fault& operator=(Fault const&) = delete;
+
+    /// Calls of the kind so far, with the untouched ones.
+    size_t calls() const { return count; }
+
+    /// For the driver: the fault that hits this call, if any; -1 in `limit` is a failure with `error`.
+    struct Hit {
+        bool hits;
+        ssize_t limit;
+        int error;
+    };
+    static Hit on(Call call);
+
+private:
+    Fault(Call kind, ssize_t bytes, int errnoValue, size_t from, size_t howOften);
+
+    Call kind;
+    ssize_t limit;
+    int error;
+    size_t first;
+    size_t times;
+    size_t count = 0;
+};
+
+} // namespace android::lumo::test
