@@ -1,0 +1,62 @@
+# Sourced by ./run, ./test and .ci/run: brings a fresh machine to the point where the project builds. Quick and quiet when
+# everything is there already.
+
+mu_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+mu_build_packages=(g++ cmake ninja-build pkg-config xz-utils libexpat1-dev zlib1g-dev android-liblog-dev
+    android-libutils-dev libavformat-dev libavcodec-dev libavutil-dev libcli11-dev nlohmann-json3-dev)
+mu_test_packages=(libgtest-dev libheif-dev exiv2 python3)
+
+mu_fail() {
+    echo "setup: $1" >&2
+    exit 1
+}
+
+# mu_need_packages name... : installs those that are missing, with sudo only when not root.
+mu_need_packages() {
+    local missing=() name
+    for name in "$@"; do
+        dpkg-query -W -f '${Status}' "$name" 2>/dev/null | grep -q '^install ok installed' || missing+=("$name")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    local as_root=() log
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || mu_fail "these packages are missing and there is no sudo to install them: ${missing[*]}"
+        as_root=(sudo)
+    fi
+    echo "setup: installing ${missing[*]}" >&2
+    log=$(mktemp)
+    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq)
+    if ! "${apt[@]}" install -y --no-install-recommends "${missing[@]}" >"$log" 2>&1; then
+        # An old package list is the usual reason; one refresh, one more try.
+        "${apt[@]}" update >"$log" 2>&1 && "${apt[@]}" install -y --no-install-recommends "${missing[@]}" >"$log" 2>&1 ||
+            mu_fail "apt could not install ${missing[*]}: is there a network? ($(tail -1 "$log"))"
+    fi
+    rm -f "$log"
+}
+
+# mu_run_quietly what command... : shows the command's output only when it fails.
+mu_run_quietly() {
+    local what=$1 log
+    shift
+    log=$(mktemp)
+    if ! "$@" >"$log" 2>&1; then
+        tail -60 "$log" >&2
+        rm -f "$log"
+        mu_fail "$what failed"
+    fi
+    rm -f "$log"
+}
+
+# mu_build preset [target...] : configures once, then builds.
+mu_build() {
+    local preset=$1
+    shift
+    mu_need_packages "${mu_build_packages[@]}"
+    "$mu_root/cmake/get-xmp-toolkit.sh" || exit 1
+    cd "$mu_root"
+    # A folder configured by an interrupted or older run has no build file yet.
+    [ -f "build/$preset/build.ninja" ] || mu_run_quietly "configuring ($preset)" cmake --preset "$preset"
+    local targets=()
+    [ $# -gt 0 ] && targets=(--target "$@")
+    mu_run_quietly "building ($preset)" cmake --build --preset "$preset" "${targets[@]}"
+}
