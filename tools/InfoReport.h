@@ -1,0 +1,76 @@
+#pragma once
+
+#include "MotionPhotoInfo.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace motionphoto {
+
+/// All that `info` says about one still, gathered once and then printed as text or as JSON. Positions and sizes are
+/// bytes from the file's start, strings are as they stand in the file.
+struct InfoReport {
+    struct Video {
+        uint64_t position = 0;
+        uint64_t size = 0;
+        std::optional<std::string> mimeType; ///< none when the bytes there begin no video the library recognises
+        std::optional<int64_t> durationUs;   ///< none when the video cannot be opened
+        uint64_t padding = 0;                ///< bytes between the image's end and the video
+    };
+    struct MotionPhoto {
+        bool valid = false;
+        std::string format;
+        int32_t xmpVersion = 0;
+        int64_t presentationTimestampUs = 0;
+        Video video;
+    };
+    struct Record {
+        int32_t type = 0;
+        std::string name;
+        uint64_t position = 0;
+        uint64_t size = 0;
+    };
+    struct Trailer {
+        int32_t version = 0;
+        int64_t size = 0;
+        std::vector<Record> records;
+    };
+    struct Property {
+        std::string schema, path, value;
+    };
+    struct Item {
+        std::string semantic, mime;
+        std::vector<std::pair<std::string, std::string>> fields; ///< further ones, by name
+    };
+    struct Block {
+        uint64_t position = 0;
+        uint64_t size = 0;
+    };
+
+    std::string file;
+    std::string mimeType;
+    uint64_t fileSize = 0;
+    uint64_t imageSize = 0;
+    std::optional<MotionPhoto> motionPhoto;
+    std::optional<Trailer> trailer;
+    std::vector<Property> properties;
+    std::vector<Item> items; ///< in directory order
+    std::optional<Block> debugInfo;
+};
+
+/// Reads headers and the XMP packet, of the video no more than its description. Throws what the library throws.
+InfoReport gather(std::shared_ptr<android::lumo::MediaFile> const& file, android::lumo::MotionPhotoInfo const& photo);
+
+void printText(InfoReport const& report, std::ostream& out);
+/// One object, or an array of as many as there are. Bytes that are no UTF-8 become the replacement character.
+void printJson(std::vector<InfoReport> const& reports, bool asArray, std::ostream& out);
+
+/// A number with a comma between groups of three digits.
+std::string grouped(uint64_t number);
+
+} // namespace motionphoto
