@@ -78,7 +78,7 @@ std::string movieOf(Movie const& m) {
 
 /// An audio entry's description, which tells that the samples are MP3.
 std::string const kElementaryStream =
-    fullBox("esds", "\x03\x15" + big(1, 3) + "\x04\x0d\x6b" + big(0, 12) + "\x06\x01\x02");
+    fullBox("esds", big(0x0315, 2) + big(1, 3) + big(0x040d6b, 3) + big(0, 12) + big(0x060102, 3));
 
 std::string clip() {
     std::ifstream in(SAMPLES_DIR "/clip.mp4", std::ios::binary);
@@ -97,8 +97,8 @@ std::string tracksOf(int fd, off64_t offset, off64_t size) {
         EXPECT_EQ(extractor->getTrackFormat(i, &format), OK);
         EXPECT_TRUE(format->findString("mime", &mime));
         int64_t us = 0;
-        out += (i == 0 ? "" : " ") + std::string(mime.c_str()) + "@" +
-               (format->findInt64("durationUs", &us) ? std::to_string(us) : "-");
+        out.append(i == 0 ? "" : " ").append(mime.c_str()).append("@");
+        out += format->findInt64("durationUs", &us) ? std::to_string(us) : "-";
     }
     return out;
 }
