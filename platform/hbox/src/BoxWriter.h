@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "metadata_utils/io/BoxBounds.h"
+
+namespace hbox {
+
+/// Builds box bytes in memory: big-endian fields and boxes whose size is filled in when they end.
+class BoxWriter {
+public:
+    void number(uint64_t value, unsigned width) {
+        for (unsigned i = width; i-- > 0;)
+            bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    }
+    void append(std::span<uint8_t const> source) { bytes.insert(bytes.end(), source.begin(), source.end()); }
+
+    /// Starts a box and returns its place for endBox.
+    size_t beginBox(android::lumo::BoxType type) {
+        size_t const start = bytes.size();
+        number(0, 4); // unsigned int(32) size; // see endBox
+        number(type, 4);
+        return start;
+    }
+    size_t beginFullBox(android::lumo::BoxType type, android::lumo::FullBoxHeader const& header) {
+        size_t const start = beginBox(type);
+        number(header.version, 1);
+        number(header.flags, 3);
+        return start;
+    }
+    /// The sources' sizes have 32 bits and an edit adds less than the checks of the finished length leave.
+    void endBox(size_t start) {
+        uint64_t const size = bytes.size() - start;
+        for (unsigned i = 0; i < 4; ++i)
+            bytes[start + i] = static_cast<uint8_t>(size >> (24 - 8 * i));
+    }
+
+    std::vector<uint8_t> finish() { return std::move(bytes); }
+
+private:
+    std::vector<uint8_t> bytes;
+};
+
+} // namespace hbox

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "metadata_utils/io/BoxBounds.h"
+
+/// Pull readers for the item boxes inside 'meta' (ISO/IEC 14496-12, 8.11; ISO/IEC 23008-12, 9.3).
+///
+/// Each reader checks its entry count against the bytes left, then hands out one entry at a time straight from the
+/// box's bytes: nothing is collected, so a hostile count costs no memory. All throw BoxError on a damaged entry,
+/// Failure on a legal form that is not handled.
+
+namespace hbox {
+
+using android::lumo::Box;
+using android::lumo::BoxCursor;
+using android::lumo::BoxType;
+using android::lumo::boxType;
+
+struct ItemInfo {
+    uint8_t version = 0; ///< of the 'infe'; 0 and 1 carry no item type
+    uint32_t id = 0;
+    uint16_t protectionIndex = 0; ///< 0: not protected
+    BoxType type = 0;
+    std::string_view contentType; ///< of a 'mime' item
+    std::string_view contentEncoding;
+
+    bool isXmp() const { return type == boxType("mime") && contentType == "application/rdf+xml"; }
+};
+
+/// 'iinf': a full box, the count (16 bits in version 0, else 32), then that many 'infe' boxes.
+class ItemInfoReader {
+public:
+    explicit ItemInfoReader(Box const& iinf);
+
+    std::optional<ItemInfo> next();
+
+    uint8_t version() const { return boxVersion; }
+    uint32_t count() const { return entryCount; }
+    BoxCursor const& rest() const { return cursor; } ///< what stands behind the entries read so far
+
+private:
+    BoxCursor cursor;
+    uint8_t boxVersion;
+    uint32_t entryCount;
+    uint32_t entriesLeft;
+};
+
+struct Extent {
+    uint64_t offset = 0;
+    uint64_t length = 0;
+};
+
+struct ItemLocation {
+    uint32_t id = 0;
+    uint16_t construction = 0; ///< the whole 16-bit field: 12 reserved bits, 4 bits of method; 0 in version 0
+    uint16_t dataReference = 0;
+    uint64_t base = 0;
+    uint16_t extentCount = 0;
+    BoxCursor extents; ///< the stored extents
+    uint8_t offsetWidth = 0;
+    uint8_t lengthWidth = 0;
+    uint8_t indexWidth = 0;
+
+    unsigned method() const { return construction & 0xFU; }
+    /// The next extent of `extents`, its offset counted from the start of the file or of 'idat': base added.
+    Extent nextExtent();
+};
+
+/// 'iloc', versions 0 to 2.
+class LocationReader {
+public:
+    explicit LocationReader(Box const& iloc);
+
+    std::optional<ItemLocation> next();
+
+    uint8_t version() const { return boxVersion; }
+    uint32_t count() const { return itemCount; }
+
+private:
+    BoxCursor cursor;
+    uint8_t boxVersion;
+    ItemLocation widths; ///< carries the field widths that every entry shares
+    uint8_t baseWidth;
+    uint32_t itemCount;
+    uint32_t itemsLeft;
+};
+
+struct Reference {
+    Box box;
+    BoxType type = 0;
+    uint32_t from = 0;
+    uint16_t count = 0;
+    BoxCursor ids; ///< the to-ids
+    uint8_t idWidth = 2;
+
+    /// The next id of `ids`.
+    uint32_t nextId() { return static_cast<uint32_t>(ids.number(idWidth)); }
+    bool refersTo(uint32_t id) const;
+};
+
+/// 'iref': a full box and reference boxes to its end; ids take 16 bits in version 0, 32 in version 1.
+class ReferenceReader {
+public:
+    explicit ReferenceReader(Box const& iref);
+
+    std::optional<Reference> next();
+
+    uint8_t idWidth() const { return width; }
+
+private:
+    BoxCursor cursor;
+    uint8_t width;
+};
+
+/// 'pitm': the primary item's id.
+uint32_t readPrimaryId(Box const& pitm);
+
+} // namespace hbox

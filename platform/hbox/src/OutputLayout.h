@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "Source.h"
+
+namespace hbox {
+
+/// The new image part as a list of pieces: ranges copied from the source, bytes of our own, blanks.
+///
+/// It is also the table from old places to new ones: a copied range moves as a whole. Pieces that follow each other in
+/// the source and in the output are one, so the list stays short however many boxes the source has.
+class OutputLayout {
+public:
+    void copy(FileRange source);
+    /// Adds bytes of our own and returns their piece for replace.
+    size_t add(std::vector<uint8_t> bytes);
+    /// Puts bytes of the same length in the place of a piece that add made.
+    void replace(size_t piece, std::vector<uint8_t> bytes);
+    void addBlanks(uint64_t length);
+
+    uint64_t size() const { return length; }
+
+    /// Where the source's range stands now; nothing when it was not copied in one piece.
+    std::optional<uint64_t> moved(FileRange source) const;
+
+    /// Overwrites a range of the output with blanks when it is written.
+    void blank(FileRange output) { blanked.push_back(output); }
+
+    /// Fills `out`, which has size() bytes.
+    void write(Stream const& source, std::span<uint8_t> out) const;
+
+private:
+    enum class Kind { Copied, Own, Blanks };
+    struct Piece {
+        Kind kind;
+        uint64_t start; ///< in the output
+        uint64_t length;
+        uint64_t source = 0;
+        std::vector<uint8_t> own = {};
+    };
+
+    std::vector<Piece> pieces;
+    std::vector<FileRange> blanked;
+    uint64_t length = 0;
+};
+
+} // namespace hbox

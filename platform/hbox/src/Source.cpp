@@ -1,0 +1,186 @@
+#include "Source.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Failure.h"
+
+namespace hbox {
+
+using android::lumo::BoxFault;
+using android::lumo::BoxHeader;
+using android::lumo::boxTypeText;
+using android::lumo::rangeFits;
+
+void requireSoundHeader(BoxFault fault, BoxHeader const& header, uint64_t position) {
+    auto const at = static_cast<unsigned long long>(position);
+    if (fault == BoxFault::Truncated)
+        throw failure(HBOX_ERR_FORMAT, "no box header at %llu", at);
+    if (fault != BoxFault::None)
+        throw failure(HBOX_ERR_FORMAT, "box '%s' at %llu: invalid size %llu", boxTypeText(header.type).c_str(), at,
+                      static_cast<unsigned long long>(header.size));
+}
+
+BoxHeader readTopLevelHeader(Stream const& stream, uint64_t position, uint64_t end) {
+    std::array<uint8_t, 16> bytes{};
+    size_t const available = static_cast<size_t>(std::min<uint64_t>(bytes.size(), end - position));
+    stream.read(position, std::span(bytes).first(available));
+    BoxHeader header;
+    BoxFault const fault = decodeBoxHeader(std::span(bytes).first(available), end - position, header);
+    requireSoundHeader(fault, header, position);
+    return header;
+}
+
+Source::Source(HBOX_STREAM_CALLBACKS const& callbacks, void* descriptor) : file(callbacks, descriptor) {
+    uint64_t position = 0;
+    while (position < file.size()) {
+        BoxHeader const header = readTopLevelHeader(file, position, file.size());
+        if (header.type == boxType("meta")) {
+            metaBytes = file.read(position, header.size);
+            metaBox = {header, position, metaBytes};
+            return;
+        }
+        position += header.size;
+    }
+    throw failure(HBOX_ERR_NOT_FOUND, "no 'meta' box");
+}
+
+BoxCursor Source::metaChildren() const {
+    BoxCursor cursor = metaBox.payload();
+    android::lumo::readFullBoxHeader(cursor);
+    return cursor;
+}
+
+std::optional<Box> Source::findChild(BoxType type) const {
+    BoxCursor cursor = metaChildren();
+    while (cursor.left() >= 8) {
+        Box const box = cursor.box();
+        if (box.type() == type)
+            return box;
+    }
+    return std::nullopt;
+}
+
+Box Source::child(BoxType type) const {
+    auto const box = findChild(type);
+    if (!box)
+        throw failure(HBOX_ERR_NOT_FOUND, "no '%s' box", boxTypeText(type).c_str());
+    return *box;
+}
+
+ItemInfo Source::item(uint32_t id) const {
+    ItemInfoReader reader(child(boxType("iinf")));
+    while (auto const info = reader.next()) {
+        if (info->id == id)
+            return *info;
+    }
+    throw failure(HBOX_ERR_NOT_FOUND, "no item %u", static_cast<unsigned>(id));
+}
+
+std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
+    LocationReader reader(child(boxType("iloc")));
+    while (auto location = reader.next()) {
+        if (location->id == id)
+            return location;
+    }
+    return std::nullopt;
+}
+
+std::vector<FileRange> Source::ranges(uint32_t id) const {
+    auto const name = static_cast<unsigned>(id);
+    auto location = findLocation(id);
+    if (!location)
+        throw failure(HBOX_ERR_NOT_FOUND, "item %u has no location", name);
+    if (location->dataReference != 0 || location->method() > 1)
+        throw failure(HBOX_ERR_UNSUPPORTED, "item %u: construction method %u, data reference %u", name,
+                      location->method(), static_cast<unsigned>(location->dataReference));
+    FileRange container{0, file.size()};
+    if (location->method() == 1) {
+        BoxCursor const idat = child(boxType("idat")).payload();
+        container = {idat.offset(), idat.left()};
+    }
+    std::vector<FileRange> ranges;
+    uint64_t total = 0;
+    for (unsigned i = 0; i < location->extentCount; ++i) {
+        Extent const extent = location->nextExtent();
+        if (!rangeFits(extent.offset, extent.length, container.length))
+            throw failure(HBOX_ERR_FORMAT, "item %u: extent of %llu bytes at %llu, %llu bytes exist", name,
+                          static_cast<unsigned long long>(extent.length),
+                          static_cast<unsigned long long>(extent.offset),
+                          static_cast<unsigned long long>(container.length));
+        total += extent.length; // at most 65535 lengths of 32 bits: no overflow
+        if (total > file.size())
+            throw failure(HBOX_ERR_FORMAT, "item %u: extents overlap", name);
+        if (extent.length > 0 || i == 0)
+            ranges.push_back({container.position + extent.offset, extent.length});
+    }
+    return ranges;
+}
+
+std::vector<uint32_t> Source::referencesFrom(uint32_t id, BoxType type) const {
+    std::vector<uint32_t> ids;
+    auto const iref = findChild(boxType("iref"));
+    if (!iref)
+        return ids;
+    ReferenceReader reader(*iref);
+    while (auto reference = reader.next()) {
+        for (unsigned i = 0; reference->type == type && reference->from == id && i < reference->count; ++i)
+            ids.push_back(reference->nextId());
+    }
+    return ids;
+}
+
+std::optional<Box> Source::property(uint32_t id, BoxType type) const {
+    auto const iprp = findChild(boxType("iprp"));
+    return iprp ? findProperty(*iprp, id, type) : std::nullopt;
+}
+
+PixelSize Source::pixelSize(uint32_t id) const {
+    auto const ispe = property(id, boxType("ispe"));
+    return ispe ? readImageSpatialExtents(*ispe) : PixelSize{};
+}
+
+HBOXD_IMAGE_INFO Source::imageInfo(uint32_t id) const {
+    HBOXD_IMAGE_INFO info{};
+    info.id = id;
+    info.type = item(id).type;
+    info.is_grid = info.type == boxType("grid");
+    auto const size = pixelSize(id);
+    info.width = size.width;
+    info.height = size.height;
+    if (auto const irot = property(id, boxType("irot")))
+        info.rotation = readRotation(*irot);
+    if (info.is_grid)
+        info.tile_count = static_cast<uint32_t>(referencesFrom(id, boxType("dimg")).size());
+    return info;
+}
+
+HBOXM_GRID_INFO Source::gridInfo(uint32_t id) const {
+    if (item(id).type != boxType("grid"))
+        throw failure(HBOX_ERR_NOT_FOUND, "item %u is no grid", static_cast<unsigned>(id));
+    auto const stored = ranges(id);
+    uint64_t const position = stored.empty() ? 0 : stored.front().position;
+    uint64_t const length = stored.empty() ? 0 : stored.front().length;
+    HBOXM_GRID_INFO grid = readGrid(file.read(position, std::min<uint64_t>(length, 12)), position);
+    auto const tiles = referencesFrom(id, boxType("dimg"));
+    if (tiles.empty())
+        throw failure(HBOX_ERR_FORMAT, "grid %u has no tiles", static_cast<unsigned>(id));
+    auto const tile = pixelSize(tiles.front());
+    grid.tile_width = tile.width;
+    grid.tile_height = tile.height;
+    return grid;
+}
+
+Box Source::decoderConfiguration(uint32_t id) const {
+    uint32_t coded = id;
+    if (item(id).type == boxType("grid")) {
+        auto const tiles = referencesFrom(id, boxType("dimg"));
+        coded = tiles.empty() ? id : tiles.front();
+    }
+    auto const hvcC = property(coded, boxType("hvcC"));
+    if (!hvcC)
+        throw failure(HBOX_ERR_NOT_FOUND, "item %u has no HEVC configuration", static_cast<unsigned>(id));
+    return *hvcC;
+}
+
+} // namespace hbox

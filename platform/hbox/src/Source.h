@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "ItemBoxes.h"
+#include "PropertyBoxes.h"
+#include "Stream.h"
+#include "hboxd.h"
+
+namespace hbox {
+
+/// A piece of the file.
+struct FileRange {
+    uint64_t position = 0;
+    uint64_t length = 0;
+};
+
+/// Throws HBOX_ERR_FORMAT with the box's place when `fault` is one.
+void requireSoundHeader(android::lumo::BoxFault fault, android::lumo::BoxHeader const& header, uint64_t position);
+
+/// Reads the header of the top-level box at `position` of a part of the file that ends at `end`.
+android::lumo::BoxHeader readTopLevelHeader(Stream const& stream, uint64_t position, uint64_t end);
+
+/// A HEIF file as the demuxer and the muxer see it: a stream and its first 'meta' box in memory, parsed when asked.
+///
+/// Damaged parts that a question does not touch do not matter to it. All questions throw Failure or BoxError.
+class Source {
+public:
+    /// Reads the first 'meta' box. Throws HBOX_ERR_NOT_FOUND when the file has none.
+    Source(HBOX_STREAM_CALLBACKS const& callbacks, void* descriptor);
+
+    Stream const& stream() const { return file; }
+    Box const& meta() const { return metaBox; }
+
+    /// A cursor over the children of 'meta'.
+    BoxCursor metaChildren() const;
+    /// The first child of 'meta' of that type; children behind a damaged one are not found.
+    std::optional<Box> findChild(BoxType type) const;
+    Box child(BoxType type) const; ///< throws HBOX_ERR_NOT_FOUND
+
+    uint32_t primaryId() const { return readPrimaryId(child(boxType("pitm"))); }
+    ItemInfo item(uint32_t id) const;
+    std::optional<ItemLocation> findLocation(uint32_t id) const;
+    /// An item's bytes in the file, one range per extent, compared with the bytes that exist.
+    std::vector<FileRange> ranges(uint32_t id) const;
+    /// Ids that `id` refers to by `type`, in stored order.
+    std::vector<uint32_t> referencesFrom(uint32_t id, BoxType type) const;
+    std::optional<Box> property(uint32_t id, BoxType type) const;
+
+    HBOXD_IMAGE_INFO imageInfo(uint32_t id) const;
+    HBOXM_GRID_INFO gridInfo(uint32_t id) const;
+    /// The 'hvcC' of the item, or of a grid's first tile.
+    Box decoderConfiguration(uint32_t id) const;
+
+private:
+    PixelSize pixelSize(uint32_t id) const;
+
+    Stream file;
+    std::vector<uint8_t> metaBytes;
+    Box metaBox;
+};
+
+} // namespace hbox
+
+/// The demuxer's handle.
+struct hboxd_context : hbox::Source {
+    using hbox::Source::Source;
+};
