@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-/// The one place that knows how the QRT trailer lies in a file; the view reads with it, the editor writes with it, and the
-/// container writers find the video pointer with it. docs/trailer-format.md holds a worked example that a test reads.
+/// The one place that knows how the QRT trailer lies in a file; the view reads with it, the editor writes with it, and
+/// the container writers find the video pointer with it. docs/trailer-format.md holds a worked example that a test
+/// reads.
 ///
 ///     offset     width  field (unsigned 32-bit little-endian, from the first byte of "QRTH")
 ///     -R         R      the records, back to back
@@ -31,6 +32,8 @@ inline constexpr uint32_t BOX_HEADER_SIZE = 8;
 inline constexpr uint32_t DIRECTORY_ENTRY_SIZE = 12;
 inline constexpr uint32_t RECORD_HEADER_SIZE = 8; ///< header word and name length
 inline constexpr uint32_t SUB_INFO_LENGTH_SIZE = 4;
+inline constexpr uint32_t TAIL_HEADER_SIZE = 12; ///< "QRTH", version, count
+inline constexpr uint32_t TAIL_END_SIZE = 8;     ///< T and "QRTT"
 
 struct DirectoryEntry {
     uint32_t header = 0;
@@ -54,22 +57,39 @@ bool subInfoOfHeader(uint32_t header);
 uint32_t tailSize(size_t count);
 
 /// Reads the tail at the file's end; nothing when the markers are not there (each absence is logged under "QRTInfo"). A
-/// count whose directory does not fit between "QRTH" and the tail-size field throws.
+/// count whose directory does not fit between "QRTH" and the tail-size field throws, and so does an entry whose record
+/// does not lie in front of the tail, or entries that claim more bytes than there are.
 std::optional<Tail> readTail(MediaFile const& file);
 
-/// Reads the head of the entry's record (sub-info length, name) and fills in every position; data stays in the file. A
-/// record, name or sub-info outside its bounds, or a head that disagrees with the entry, throws.
+/// Reads the head of the record of one of the tail's entries (sub-info length, name) and fills in every position; data
+/// and sub-info stay in the file. A name or sub-info outside the record, or a head that disagrees with the entry,
+/// throws.
 QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry);
 
-/// Where a record's stored data lies for a tail at `tailPosition`, from its layout values alone (a load callback may have
-/// pointed dataPosition elsewhere).
+/// A part of a record in the file.
 struct Range {
     uint32_t position = 0;
     uint32_t size = 0;
 };
+
+/// Where the data and the sub-info stored for a record lie, given the tail's position. Taken from the layout values
+/// alone, because a load callback may have pointed dataPosition elsewhere.
 Range storedData(QRTDataInfo const& record, uint32_t tailPosition);
+Range storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition);
+
+/// Bytes of the record in front of its data: fixed fields, name, sub-info.
+uint32_t headSize(QRTDataInfo const& record);
+
+/// A copy without data, sub-info and data file.
+QRTDataInfo withoutBytes(QRTDataInfo const& record);
+
+/// Appends the record's bytes except a data file's content.
+void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record);
 
 /// The tail's bytes, in the order of `records`, from their offsetFromTail and payload.
-ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records);
+ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo*> const& records);
+
+/// The box header in front of the first record of a HEIC's trailer.
+std::string serializeBoxHeader(uint32_t recordsAndTail);
 
 } // namespace android::lumo::trailer

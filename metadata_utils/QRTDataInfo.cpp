@@ -1,0 +1,54 @@
+#include "QRTDataInfo.h"
+
+#include "Error.h"
+#include "Log.h"
+#include "TrailerLayout.h"
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "QRTInfo";
+
+std::string described(ByteBuffer const& bytes) {
+    return bytes.empty() ? "empty" : "[data-size=" + std::to_string(bytes.size()) + "]";
+}
+
+/// Sizes show as the signed numbers that log readers are used to.
+std::string number(uint32_t value) {
+    return std::to_string(static_cast<int32_t>(value));
+}
+
+} // namespace
+
+uint32_t QRTDataInfo::getDataHeader() const {
+    return static_cast<uint32_t>(type) << 16 | (hasSubInfo ? 1U : 0U);
+}
+
+uint32_t QRTDataInfo::size() const {
+    return trailer::headSize(*this) + dataPayload;
+}
+
+bool QRTDataInfo::hasData() const {
+    return !data.empty() || (dataFile != nullptr && dataFile->isValid());
+}
+
+ByteBuffer QRTDataInfo::toBuffer() const {
+    if (!hasData())
+        throw ErrorAt(__LINE__, "metadata_utils/QRTInfoImpl")("no data: empty=%d, file=%p", data.empty() ? 1 : 0,
+                                                              static_cast<void const*>(dataFile.get()));
+    ByteBuffer bytes(trailer::headSize(*this) + data.size());
+    trailer::appendRecord(bytes, *this);
+    LOGI("toBuffer[%s]: %s", bytes.toString().c_str(), bytes.toHexString('0').c_str());
+    return bytes;
+}
+
+std::string QRTDataInfo::toString() const {
+    return "type=" + std::to_string(type) + ", name=" + name + ", offsetFromTail=" + number(offsetFromTail) +
+           ", payload=" + number(payload) + ", data-payload=" + number(dataPayload) + ", data=" + described(data) +
+           ", dataFile=[" + (dataFile != nullptr ? dataFile->toString() : std::string()) +
+           "], hasSubInfo=" + (hasSubInfo ? "1" : "0") + ", subInfoPayload=" + number(subInfoPayload) +
+           ", subInfo=" + described(subInfo);
+}
+
+} // namespace android::lumo

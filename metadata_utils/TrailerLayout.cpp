@@ -1,0 +1,229 @@
+#include "TrailerLayout.h"
+
+#include "CheckedFile.h"
+#include "Error.h"
+#include "Log.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace android::lumo::trailer {
+
+namespace {
+
+constexpr char LOG_TAG[] = "QRTInfo";
+/// Enough for the tail of some 80 records, or for a record's fixed fields and its name, in one read.
+constexpr uint32_t FIRST_TAIL_READ = 1024;
+constexpr uint32_t FIRST_HEAD_READ = RECORD_HEADER_SIZE + SUB_INFO_LENGTH_SIZE + 64;
+
+/// Messages name the view, for which all this is read.
+ErrorAt error(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/QRTInfoImpl");
+}
+
+uint32_t word(ByteBuffer const& bytes, uint32_t index) {
+    return bytes.get<uint32_t, uint32_t>(index);
+}
+
+bool holds(ByteBuffer const& bytes, uint32_t index, std::string_view magic) {
+    return std::string_view(reinterpret_cast<char const*>(bytes.data()), bytes.size()).substr(index, MAGIC_SIZE) ==
+           magic;
+}
+
+uint32_t fixedSize(bool hasSubInfo) {
+    return RECORD_HEADER_SIZE + (hasSubInfo ? SUB_INFO_LENGTH_SIZE : 0);
+}
+
+/// Each record lies in front of the tail, and all together take no more bytes than there are: what is read for them is
+/// bounded by the file's size, however often entries name the same bytes.
+void checkEntries(Tail const& tail) {
+    uint64_t total = 0;
+    for (auto const& entry : tail.entries) {
+        if (entry.offsetFromTail > tail.position)
+            throw error()("record offset %zu lies outside the %zu bytes in front of the tail",
+                          size_t{entry.offsetFromTail}, size_t{tail.position});
+        if (entry.payload > entry.offsetFromTail || entry.payload < fixedSize(subInfoOfHeader(entry.header)))
+            throw error()("record payload %zu does not fit its place %zu bytes in front of the tail",
+                          size_t{entry.payload}, size_t{entry.offsetFromTail});
+        total += entry.payload;
+    }
+    if (total > tail.position)
+        throw error()("records of %llu bytes in all do not fit in front of the tail at %zu",
+                      static_cast<unsigned long long>(total), size_t{tail.position});
+}
+
+/// From "QRTH" to the last directory entry; nothing without the magic.
+///
+///     offset  width  field (unsigned 32-bit little-endian)
+///     0       4      "QRTH"
+///     4       4      version
+///     8       4      record count n
+///     12      12*n   n times header word, offsetFromTail, payload
+std::optional<Tail> readDirectory(MediaFile const& file, uint32_t position, uint32_t size) {
+    ByteBuffer bytes = checked::readAt(file, position, std::min(size, FIRST_TAIL_READ), error());
+    if (!holds(bytes, 0, START_MAGIC))
+        return std::nullopt;
+    if (size < TAIL_HEADER_SIZE)
+        throw error()("tail size %zu is too small for version and count", size_t{size});
+    Tail tail{word(bytes, 4), position, size + TAIL_END_SIZE, {}};
+    uint32_t const count = word(bytes, 8);
+    LOGI("QRT version: %d, # of data: %d", static_cast<int>(tail.version), static_cast<int>(count));
+    if (count > (size - TAIL_HEADER_SIZE) / DIRECTORY_ENTRY_SIZE)
+        throw error()("record count %zu does not fit in a tail of %zu bytes", size_t{count}, size_t{size});
+
+    uint32_t const directoryEnd = TAIL_HEADER_SIZE + count * DIRECTORY_ENTRY_SIZE;
+    if (directoryEnd > bytes.size())
+        bytes = checked::readAt(file, position, directoryEnd, error());
+    tail.entries.reserve(count);
+    for (uint32_t at = TAIL_HEADER_SIZE; at < directoryEnd; at += DIRECTORY_ENTRY_SIZE)
+        tail.entries.push_back({word(bytes, at), word(bytes, at + 4), word(bytes, at + 8)});
+    return tail;
+}
+
+} // namespace
+
+int32_t typeOfHeader(uint32_t header) {
+    return static_cast<int32_t>(header) >> 16;
+}
+
+bool subInfoOfHeader(uint32_t header) {
+    return (header & 0xFFFF) >> 15 != 0;
+}
+
+uint32_t tailSize(size_t count) {
+    return TAIL_HEADER_SIZE + static_cast<uint32_t>(count) * DIRECTORY_ENTRY_SIZE + TAIL_END_SIZE;
+}
+
+std::optional<Tail> readTail(MediaFile const& file) {
+    uint32_t const fileSize = file.size();
+    if (fileSize < MAGIC_SIZE) {
+        LOGI("no end of qrt-tail marker: %s", file.getPath().c_str());
+        return std::nullopt;
+    }
+    uint32_t const endSize = std::min(fileSize, TAIL_END_SIZE);
+    ByteBuffer const end = checked::readAt(file, fileSize - endSize, endSize, error());
+    if (!holds(end, endSize - MAGIC_SIZE, END_MAGIC)) {
+        LOGE("no end of qrt-tail marker: %s", file.getPath().c_str());
+        return std::nullopt;
+    }
+    uint32_t const size = endSize == TAIL_END_SIZE ? word(end, 0) : 0;
+    LOGI("qrtTailStartSignatureOffset=%d", static_cast<int>(size + TAIL_END_SIZE));
+    std::optional<Tail> tail;
+    if (size >= MAGIC_SIZE && size <= fileSize - endSize)
+        tail = readDirectory(file, fileSize - endSize - size, size);
+    if (!tail)
+        LOGE("no start of qrt-tail marker");
+    else
+        checkEntries(*tail);
+    return tail;
+}
+
+QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry) {
+    QRTDataInfo record;
+    record.type = typeOfHeader(entry.header);
+    record.hasSubInfo = subInfoOfHeader(entry.header);
+    record.offsetFromTail = entry.offsetFromTail;
+    record.payload = entry.payload;
+
+    uint32_t const start = tail.position - entry.offsetFromTail;
+    ByteBuffer head = checked::readAt(file, start, std::min(entry.payload, FIRST_HEAD_READ), error());
+    if (typeOfHeader(word(head, 0)) != record.type)
+        throw error()("type mismatch");
+    if (subInfoOfHeader(word(head, 0)) != record.hasSubInfo)
+        throw error()("hasSubInfo mismatch");
+
+    uint32_t const fixed = fixedSize(record.hasSubInfo);
+    uint32_t const left = entry.payload - fixed;
+    uint32_t const nameSize = word(head, 4);
+    if (nameSize > left)
+        throw error()("record name length %zu, %zu bytes left", size_t{nameSize}, size_t{left});
+    if (record.hasSubInfo)
+        record.subInfoPayload = word(head, RECORD_HEADER_SIZE);
+    if (record.subInfoPayload > left - nameSize)
+        throw error()("record sub-info length %zu, %zu bytes left", size_t{record.subInfoPayload},
+                      size_t{left - nameSize});
+
+    if (nameSize > head.size() - fixed)
+        head = checked::readAt(file, start, fixed + nameSize, error());
+    record.name.assign(reinterpret_cast<char const*>(head.data()) + fixed, nameSize);
+    record.subInfoPosition = record.hasSubInfo ? storedSubInfo(record, tail.position).position : 0;
+    auto const data = storedData(record, tail.position);
+    record.dataPosition = data.position;
+    record.dataPayload = data.size;
+    LOGI("data: %s", record.toString().c_str());
+    return record;
+}
+
+uint32_t headSize(QRTDataInfo const& record) {
+    return fixedSize(record.hasSubInfo) + static_cast<uint32_t>(record.name.size()) +
+           (record.hasSubInfo ? record.subInfoPayload : 0);
+}
+
+Range storedData(QRTDataInfo const& record, uint32_t tailPosition) {
+    uint32_t const head = headSize(record);
+    return {tailPosition - record.offsetFromTail + head, record.payload - head};
+}
+
+Range storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition) {
+    uint32_t const size = record.hasSubInfo ? record.subInfoPayload : 0;
+    return {storedData(record, tailPosition).position - size, size};
+}
+
+QRTDataInfo withoutBytes(QRTDataInfo const& record) {
+    QRTDataInfo copy;
+    copy.type = record.type;
+    copy.name = record.name;
+    copy.hasSubInfo = record.hasSubInfo;
+    copy.offsetFromTail = record.offsetFromTail;
+    copy.payload = record.payload;
+    copy.dataPayload = record.dataPayload;
+    copy.dataPosition = record.dataPosition;
+    copy.subInfoPayload = record.subInfoPayload;
+    copy.subInfoPosition = record.subInfoPosition;
+    return copy;
+}
+
+/// The layout is QRTDataInfo's.
+void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record) {
+    LOGI("add header");
+    bytes.put(record.getDataHeader());
+    LOGI("add name size");
+    bytes.put(static_cast<uint32_t>(record.name.size()));
+    if (record.hasSubInfo) {
+        LOGI("add subInfoPayload");
+        bytes.put(record.subInfoPayload);
+    }
+    LOGI("add name");
+    bytes.put(record.name);
+    if (record.hasSubInfo) {
+        LOGI("add subInfo");
+        bytes.put(record.subInfo);
+    }
+    LOGI("add data");
+    bytes.put(record.data);
+}
+
+ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo*> const& records) {
+    uint32_t const size = tailSize(records.size());
+    ByteBuffer bytes(size);
+    bytes.put(std::string(START_MAGIC)).put(version).put(static_cast<uint32_t>(records.size()));
+    for (auto const* record : records) {
+        LOGI("write item on %s", record->name.c_str());
+        bytes.put(record->getDataHeader()).put(record->offsetFromTail).put(record->payload);
+    }
+    bytes.put(size - TAIL_END_SIZE).put(std::string(END_MAGIC));
+    return bytes;
+}
+
+///     offset  width  field
+///     0       4      box size, big-endian, header included
+///     4       4      "qrtd"
+std::string serializeBoxHeader(uint32_t recordsAndTail) {
+    uint32_t const size = recordsAndTail + BOX_HEADER_SIZE;
+    std::string header;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        header += static_cast<char>(size >> shift & 0xFF);
+    return header + BOX_TYPE;
+}
+
+} // namespace android::lumo::trailer
