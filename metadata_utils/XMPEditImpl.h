@@ -9,7 +9,7 @@
 namespace android::lumo {
 
 /// The XMP editor: works on the view's packet and item index directly.
-class XMPEditImpl : public XMPEdit {
+class XMPEditImpl : public XMPEdit, public XMPViewHolder {
 public:
     explicit XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view);
 
@@ -42,11 +42,18 @@ public:
     void commit() override;
     void commit(std::shared_ptr<MediaFile> const& target) override;
 
-    void load();
+    std::shared_ptr<XMPInfoImpl> xmpView() const override { return info; }
+    /// The view is loaded already.
+    void load() {}
+    /// Appends an empty struct to "Container:Directory", which becomes an ordered array when it is absent.
     void addArrayItem();
     std::shared_ptr<XMPInfoImpl> const& getView() const { return info; }
 
 private:
+    int32_t addItemEntry();
+    void setField(XMPInfoImpl::XMPItemInfo& item, std::string const& itemName, std::string const& fieldName,
+                  std::string const& value);
+
     std::shared_ptr<MediaFile> file; ///< what commit() writes
     std::atomic<bool> dirty{false};
     std::shared_ptr<XMPInfoImpl> info;

@@ -5,24 +5,38 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace android::lumo {
 
-/// Prefix to namespace URI of the four registered namespaces; XMPEdit::removeAll adds an empty entry for every prefix it
-/// does not know.
+/// Prefix to namespace URI of the four registered namespaces; XMPEdit::removeAll adds an empty entry for every prefix
+/// it does not know.
 std::map<std::string, std::string>& xmpNamespaces();
 
+class XMPInfoImpl;
+
+/// Whatever has an XMP view behind it: the view itself and the editors that work on it.
+class XMPViewHolder {
+public:
+    virtual ~XMPViewHolder() = default;
+    virtual std::shared_ptr<XMPInfoImpl> xmpView() const = 0;
+};
+
 /// The XMP view: the parsed packet, shared with every editor made from it, and an index of the directory's items.
-class XMPInfoImpl : public XMPInfo, public std::enable_shared_from_this<XMPInfoImpl> {
+class XMPInfoImpl : public XMPInfo, public XMPViewHolder, public std::enable_shared_from_this<XMPInfoImpl> {
 public:
     /// One entry of "Container:Directory", by its place in the packet.
     class XMPItemInfo {
     public:
         XMPItemInfo() = default;
-        XMPItemInfo(std::shared_ptr<XMPPacket> const& meta, int32_t index, std::string const& structPath);
+        XMPItemInfo(std::shared_ptr<XMPPacket> const& packet, int32_t position);
+
+        /// "Container:Directory[<place>]/Container:Item".
+        static std::string structPathAt(int32_t place);
 
         std::string getName() const;
         std::string getMime() const;
@@ -32,27 +46,36 @@ public:
         void remove(std::string const& field);
         /// All field names the packet holds for the item, also remembered.
         std::set<std::string> getAllFields();
-        /// The remembered fields, and those of the two extra names that are remembered or absent from the packet: an extra
-        /// name is dropped exactly when it is not remembered and the packet holds it.
+        /// Paths of everything simple below the item's struct, relative to it: "Item:Mime", "Item:Sizes[1]".
+        std::vector<std::string> getLeafPaths() const;
+        /// The remembered fields, and those of the two extra names that are remembered or absent from the packet: an
+        /// extra name is dropped exactly when it is not remembered and the packet holds it.
         std::set<std::string> getFieldsWith(std::string const& a, std::string const& b) const;
         std::string toString() const;
 
+        /// The 1-based position it was read from or added at; removals of other items leave it as it is.
         int32_t getIndex() const { return index; }
+        /// Where the packet has it now.
+        int32_t getPlace() const { return place; }
+        void moveTo(int32_t newPlace);
         std::string const& getStructPath() const { return structPath; }
 
     private:
         std::shared_ptr<XMPPacket> meta;
-        int32_t index = 0; ///< 1-based
-        std::string structPath;
+        int32_t index = 0;
+        std::string structPath;       ///< follows `place`
         std::set<std::string> fields; ///< names seen so far; never authoritative
+        int32_t place = 0;
     };
 
     using Items = std::unordered_map<std::string, XMPItemInfo>;
 
-    explicit XMPInfoImpl(std::shared_ptr<MediaFile> const& file);
+    explicit XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed);
 
-    /// The view behind any XMPInfo: itself, or the one an editor works on.
+    /// The view behind any XMPInfo: itself, or the one an editor works on. Throws std::runtime_error when there is
+    /// none.
     static std::shared_ptr<XMPInfoImpl> of(XMPInfo const& info);
+    std::shared_ptr<XMPInfoImpl> xmpView() const override;
 
     bool isEmpty() const override;
     bool isNotEmpty() const override;
@@ -73,23 +96,46 @@ public:
     std::set<std::string> getItemFieldNames(std::string const& itemName) const;
     void copyTo(XMPInfo& target) const;
     std::string dump() const;
+    /// Reads the directory into the index, over what the index holds. It stops at an entry without "Semantic" or behind
+    /// one without "Mime"; the entries in front stay usable.
     void updateXMPItems();
-    /// Reads the file's packet again and drops what is in memory.
+    /// Reads the file's packet again and drops what is in memory. A failure leaves the view as it was.
     void load();
 
     std::shared_ptr<MediaFile> const& getFile() const { return file; }
     std::shared_ptr<XMPPacket> const& getMeta() const { return meta; }
-    Items& getItems() { return items; }
+    Items const& getItems() const { return items; }
     /// Item names in directory order.
     std::list<std::string> getItemNamesInOrder() const;
-    /// The item, its recorded place checked against the packet's "Item:Semantic" and corrected when a removal in front of
-    /// it has moved it; null when there is none of that name.
+    /// The item, its place checked against the packet's "Item:Semantic" and corrected when a removal in front of it has
+    /// moved it; null when there is none of that name.
     XMPItemInfo* findItem(std::string const& name) const;
+    /// Entries of the packet's directory; XMP_Error when it is no array.
+    int32_t countDirectory() const;
+
+    // What an editor tells the index after it has changed the packet's directory.
+
+    /// The place of the first entry the index could not read, 0 when it has read all. A new item goes in front of it:
+    /// behind it no view would find the item again.
+    int32_t getFirstUnread() const { return firstUnread; }
+    void itemInserted(std::string const& name, int32_t place);
+    /// An item of the name that still is in the packet (a duplicate) takes the removed one's entry.
+    void itemRemoved(std::string const& name);
+    void itemRenamed(std::string const& oldName, std::string const& newName);
+    /// Drops the entry of an item that lost its name.
+    void itemForgotten(std::string const& name) { items.erase(name); }
+    /// Starts over from the packet.
+    void reindex();
 
 private:
+    std::optional<std::string> itemNameAt(int32_t place) const;
+    void indexEntry(int32_t place, std::set<std::string>& seen);
+
     std::shared_ptr<MediaFile> file;
     std::shared_ptr<XMPPacket> meta;
-    mutable Items items;
+    mutable Items items; ///< mutable: a query may correct an item's place
+    int32_t firstUnread = 0;
+    bool hasDuplicates = false; ///< some name stands in the directory more than once
 };
 
 } // namespace android::lumo

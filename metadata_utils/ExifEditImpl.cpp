@@ -1,0 +1,7 @@
+#include "ExifEditImpl.h"
+
+namespace android::lumo {
+
+void ExifEditImpl::commit(MediaFile const&) {}
+
+} // namespace android::lumo

@@ -1,0 +1,142 @@
+#include "XMPCopy.h"
+
+#include "Log.h"
+#include "Text.h"
+
+#include <unordered_set>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "XMPEditImpl";
+constexpr char ITEM_PREFIX[] = "Item:";
+
+/// Says where the rest of the source's own packet stands; in another file it would claim what is not there.
+constexpr char EXTENDED_XMP[] = "xmpNote:HasExtendedXMP";
+
+/// What a plain text value cannot express.
+constexpr XMP_OptionBits NOT_PLAIN = kXMP_PropCompositeMask | kXMP_PropHasQualifiers | kXMP_PropValueIsURI;
+
+/// The first step of a path: the top-level property of "dc:creator[1]", the field of "Item:Sizes[1]".
+std::string firstStep(std::string const& path) {
+    return path.substr(0, path.find_first_of("[/"));
+}
+
+/// All top-level properties, of any form, lowered.
+std::unordered_set<std::string> propertiesLowered(XMPPacket const& packet) {
+    std::unordered_set<std::string> names;
+    SXMPIterator leaves(packet, kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers);
+    for (std::string schema, path; leaves.Next(&schema, &path);)
+        names.insert(lowered(firstStep(path)));
+    return names;
+}
+
+} // namespace
+
+XMPCopy::XMPCopy(XMPInfoImpl const& from, XMPEdit& to, bool skip)
+    : source(from), editor(to), target(XMPInfoImpl::of(to)), skipExisting(skip) {}
+
+void XMPCopy::properties() {
+    if (source.getMeta() == target->getMeta())
+        return;
+    std::unordered_set<std::string> existing;
+    if (skipExisting)
+        existing = propertiesLowered(*target->getMeta());
+    std::unordered_set<std::string> copied;
+    for (auto const& [schema, path] : source.getProperties()) {
+        auto const root = firstStep(path);
+        if (root == EXTENDED_XMP || copied.contains(root))
+            continue;
+        if (skipExisting && existing.contains(lowered(root))) {
+            LOGI("skip already exist property: %s", path.c_str());
+            continue;
+        }
+        property(schema, path, root);
+        copied.insert(root);
+        existing.insert(lowered(root));
+    }
+}
+
+void XMPCopy::property(std::string const& schema, std::string const& path, std::string const& root) {
+    auto const form = [&](XMPPacket const& packet, std::string* value) {
+        XMP_OptionBits bits = 0;
+        packet.GetProperty(schema.c_str(), root.c_str(), value, &bits);
+        return bits & NOT_PLAIN;
+    };
+    std::string value;
+    if (form(*source.getMeta(), &value) != 0) {
+        subtree(schema, root, root);
+        return;
+    }
+    if (form(*target->getMeta(), nullptr) != 0)
+        target->getMeta()->DeleteProperty(schema.c_str(), root.c_str());
+    editor.setProperty(schema, path, value);
+}
+
+void XMPCopy::subtree(std::string const& schema, std::string const& from, std::string const& to) {
+    target->getMeta()->DeleteProperty(schema.c_str(), to.c_str());
+    SXMPUtils::DuplicateSubtree(*source.getMeta(), target->getMeta().get(), schema.c_str(), from.c_str(),
+                                schema.c_str(), to.c_str());
+}
+
+void XMPCopy::items() {
+    if (source.getMeta() == target->getMeta())
+        return;
+    for (auto const& name : source.getItemNamesInOrder()) {
+        auto* item = source.findItem(name);
+        if (!item)
+            continue;
+        if (skipExisting && editor.containsItem(name, true)) {
+            LOGI("skip already exist item: %s", name.c_str());
+            continue;
+        }
+        editor.setItem(name, MediaDefs::mimeTypeOf(item->getMime()));
+        for (auto const& each : item->getAllFields())
+            field(name, *item, each);
+        structuredFields(name, *item);
+    }
+}
+
+void XMPCopy::field(std::string const& itemName, XMPInfoImpl::XMPItemInfo& item, std::string const& name) {
+    if (name.find('[') != std::string::npos)
+        return; // an array's item goes with the array
+    auto const value = item.get(name);
+    if (!value.empty())
+        editor.setItemField(itemName, name, value);
+}
+
+/// Fields that are arrays or structs, and those of other namespaces than "Item".
+void XMPCopy::structuredFields(std::string const& itemName, XMPInfoImpl::XMPItemInfo const& item) {
+    auto const* copy = target->findItem(itemName);
+    if (!copy)
+        return;
+    std::string last;
+    for (auto const& path : item.getLeafPaths()) {
+        auto const step = firstStep(path);
+        if (step == last || (step == path && step.starts_with(ITEM_PREFIX)))
+            continue;
+        subtree(xmp_ns::CONTAINER, item.getStructPath() + "/" + step, copy->getStructPath() + "/" + step);
+        last = step;
+    }
+}
+
+void XMPCopy::itemsAsRemembered() {
+    if (source.getMeta() == target->getMeta())
+        return;
+    for (auto const& name : source.getItemNamesInOrder()) {
+        auto* item = source.findItem(name);
+        if (!item)
+            continue;
+        auto const mime = item->getMime();
+        auto const type = MediaDefs::mimeTypeOf(mime);
+        auto const isNew = target->findItem(name) == nullptr;
+        editor.setItem(name, type);
+        if (isNew && type == MediaDefs::MimeType::NONE)
+            editor.setItemField(name, "Mime", mime); // a type this library has no number for keeps its text
+        for (auto const& each : item->getFieldsWith("Length", "Padding"))
+            field(name, *item, each);
+    }
+}
+
+} // namespace android::lumo

@@ -1,0 +1,207 @@
+#include "XMPEditImpl.h"
+
+#include "CheckedFile.h"
+#include "Log.h"
+#include "XMPCopy.h"
+#include "XMPText.h"
+#include "io/ImageMetaWriter.h"
+
+#include <unordered_set>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "XMPEditImpl";
+constexpr char DIRECTORY[] = "Container:Directory";
+
+} // namespace
+
+XMPEditImpl::XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view)
+    : file(view->getFile()), info(view), sourceFile(view->getFile()) {}
+
+// Properties.
+// -------------------------------------------------------------------------------------------------------------
+
+XMPEdit& XMPEditImpl::setProperty(std::string const& schemaNS, std::string const& path, std::string const& value) {
+    xmp_text::requireName(schemaNS);
+    xmp_text::requirePath(path);
+    xmp_text::requireValue(value, path);
+    info->getMeta()->SetProperty(schemaNS.c_str(), path.c_str(), value, 0);
+    if (schemaNS == xmp_ns::CONTAINER)
+        info->reindex();
+    dirty = true;
+    return *this;
+}
+
+XMPEdit& XMPEditImpl::removeProperty(std::string const& schemaNS, std::string const& name) {
+    LOGI("removeProperty E: schemaNS=%s, propertyName=%s", schemaNS.c_str(), name.c_str());
+    xmp_text::requireName(schemaNS);
+    xmp_text::requirePath(name);
+    info->getMeta()->DeleteProperty(schemaNS.c_str(), name.c_str());
+    if (schemaNS == xmp_ns::CONTAINER)
+        info->reindex();
+    dirty = true;
+    LOGI("removeProperty X");
+    return *this;
+}
+
+// Items.
+// --------------------------------------------------------------------------------------------------------------------
+
+XMPEdit& XMPEditImpl::setItem(std::string const& itemName, MediaDefs::MimeType mime) {
+    if (info->getItems().contains(itemName)) {
+        LOGI("already exist item, use exist one");
+        return *this;
+    }
+    xmp_text::requireValue(itemName, "Item:Semantic");
+    auto const mimeText = MediaDefs::mimeString(mime);
+    auto const place = addItemEntry();
+    auto const path = XMPInfoImpl::XMPItemInfo::structPathAt(place);
+    auto const& meta = info->getMeta();
+    meta->SetStructField(xmp_ns::CONTAINER, path.c_str(), xmp_ns::ITEM, "Item:Mime", mimeText);
+    meta->SetStructField(xmp_ns::CONTAINER, path.c_str(), xmp_ns::ITEM, "Item:Semantic", itemName);
+    info->itemInserted(itemName, place);
+    dirty = true;
+    return *this;
+}
+
+/// An empty entry of the directory; returns its place.
+int32_t XMPEditImpl::addItemEntry() {
+    auto const unread = info->getFirstUnread();
+    if (unread == 0) {
+        addArrayItem();
+        return info->countDirectory();
+    }
+    info->getMeta()->SetArrayItem(xmp_ns::CONTAINER, DIRECTORY, unread, static_cast<char const*>(nullptr),
+                                  XMP_OptionBits{kXMP_PropValueIsStruct} | kXMP_InsertBeforeItem);
+    return unread;
+}
+
+void XMPEditImpl::addArrayItem() {
+    info->getMeta()->AppendArrayItem(xmp_ns::CONTAINER, DIRECTORY, kXMP_PropArrayIsOrdered,
+                                     static_cast<char const*>(nullptr), kXMP_PropValueIsStruct);
+}
+
+XMPEdit& XMPEditImpl::setItemField(std::string const& itemName, std::string const& fieldName,
+                                   std::string const& value) {
+    LOGI("setItemField: itemName=%s, fieldName=%s, fieldValue=%s", itemName.c_str(), fieldName.c_str(), value.c_str());
+    auto* item = info->findItem(itemName);
+    if (!item)
+        throw ErrorAt()("no such item(%s) exist, add item first w/ addItem", itemName.c_str());
+    setField(*item, itemName, fieldName, value);
+    return *this;
+}
+
+XMPEdit& XMPEditImpl::replaceItemField(std::string const& itemName, std::string const& fieldName,
+                                       std::string const& value) {
+    if (auto* item = info->findItem(itemName))
+        setField(*item, itemName, fieldName, value);
+    return *this;
+}
+
+void XMPEditImpl::setField(XMPInfoImpl::XMPItemInfo& item, std::string const& itemName, std::string const& fieldName,
+                           std::string const& value) {
+    xmp_text::requireValue(value, fieldName);
+    try {
+        xmp_text::requireName(fieldName);
+        item.set(fieldName, value);
+        if (fieldName == "Semantic" && value != itemName)
+            info->itemRenamed(itemName, value);
+        else if (fieldName == "Mime" && item.getPlace() == info->getFirstUnread())
+            info->updateXMPItems(); // the entry is complete, those behind it can be read
+    } catch (XMP_Error const& e) {
+        LOGI("err: %s", e.GetErrMsg());
+    }
+    dirty = true;
+}
+
+XMPEdit& XMPEditImpl::removeItemField(std::string const& itemName, std::string const& fieldName) {
+    auto* item = info->findItem(itemName);
+    if (!item)
+        return *this;
+    xmp_text::requireName(fieldName);
+    item->remove(fieldName);
+    if (fieldName == "Semantic")
+        info->itemForgotten(itemName);
+    dirty = true;
+    return *this;
+}
+
+XMPEdit& XMPEditImpl::removeItem(std::string const& itemName) {
+    auto const* item = info->findItem(itemName);
+    if (!item)
+        return *this;
+    auto const index = item->getIndex();
+    info->getMeta()->DeleteArrayItem(xmp_ns::CONTAINER, DIRECTORY, item->getPlace());
+    info->itemRemoved(itemName);
+    dirty = true;
+    LOGI("remove %s[%d]", itemName.c_str(), index);
+    return *this;
+}
+
+// Everything at once.
+// -----------------------------------------------------------------------------------------------------
+
+XMPEdit& XMPEditImpl::removeAll() {
+    LOGI("removeAll E");
+    auto const byIndex = [](auto const& a, auto const& b) { return a.second.getIndex() < b.second.getIndex(); };
+    auto const names = MediaDefs::getKeys(info->getItems(), byIndex);
+    for (auto name = names.rbegin(); name != names.rend(); ++name)
+        removeItem(*name);
+    // Entries the index does not know, duplicates and broken ones, go with the array.
+    info->getMeta()->DeleteProperty(xmp_ns::CONTAINER, DIRECTORY);
+    info->reindex();
+    dirty = true;
+
+    std::unordered_set<std::string> removed;
+    for (auto const& path : info->getPropertyNames()) {
+        auto const colon = path.find(':');
+        auto const prefix = path.substr(0, colon);
+        auto const name = path.substr(colon + 1, path.find('[') - colon - 1); // of an array, the whole
+        if (removed.insert(prefix + ":" + name).second)
+            removeProperty(xmpNamespaces()[prefix], name);
+    }
+    LOGI("removeAll X");
+    return *this;
+}
+
+XMPEdit& XMPEditImpl::putAll(std::shared_ptr<XMPInfo> const& source, std::filesystem::copy_options options) {
+    LOGI("putAll");
+    if (!source)
+        throw ErrorAt()("no XMP given");
+    auto const view = XMPInfoImpl::of(*source);
+    using std::filesystem::copy_options;
+    XMPCopy copy(*view, *this, (options & copy_options::skip_existing) != copy_options::none);
+    copy.properties();
+    copy.items();
+    dirty = true;
+    return *this;
+}
+
+// Into the file.
+// ------------------------------------------------------------------------------------------------------------
+
+void XMPEditImpl::commit() {
+    LOGI("commit E");
+    checked::requireAddressable(*file);
+    auto const writer = ImageMetaWriter::of(file);
+    writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
+    dirty = false;
+    LOGI("commit X");
+}
+
+void XMPEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
+    if (!target)
+        throw ErrorAt()("no target given");
+    checked::requireAddressable(*target);
+    checked::requireAddressable(*sourceFile);
+    file = target;
+    if (target->size() == 0 && !MediaFile::isFdsDup(target->getFd(), sourceFile->getFd())) {
+        checked::seek(*target, 0);
+        checked::copy(sourceFile, target, 0, sourceFile->size());
+    }
+    commit();
+}
+
+} // namespace android::lumo

@@ -1,0 +1,339 @@
+#include "XMPInfoImpl.h"
+
+#include "CheckedFile.h"
+#include "Log.h"
+#include "Text.h"
+#include "XMPCopy.h"
+#include "XMPEditImpl.h"
+#include "XMPPacketLoad.h"
+#include "io/ImageMetaReader.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "XMPInfoImpl";
+
+/// Whether the name is one of the list; with `ignoreCase` all of them are lowered first.
+bool holds(std::list<std::string> const& names, std::string const& name, bool ignoreCase) {
+    if (!ignoreCase)
+        return std::find(names.begin(), names.end(), name) != names.end();
+    auto const wanted = lowered(name);
+    return std::any_of(names.begin(), names.end(), [&](auto const& each) { return lowered(each) == wanted; });
+}
+
+XMP_Status appendText(void* text, XMP_StringPtr buffer, XMP_StringLen size) {
+    static_cast<std::string*>(text)->append(buffer, size);
+    return 0;
+}
+
+} // namespace
+
+XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed) : file(viewed) {
+    items.max_load_factor(1.0F);
+    prepareXMPToolkit();
+    load();
+}
+
+std::shared_ptr<XMPInfoImpl> XMPInfoImpl::of(XMPInfo const& info) {
+    auto const* holder = dynamic_cast<XMPViewHolder const*>(&info);
+    if (!holder)
+        throw ErrorAt()("no XMP view of this library");
+    return holder->xmpView();
+}
+
+std::shared_ptr<XMPInfoImpl> XMPInfoImpl::xmpView() const {
+    return std::const_pointer_cast<XMPInfoImpl>(shared_from_this());
+}
+
+void XMPInfoImpl::load() {
+    LOGI("load E");
+    auto const reader = ImageMetaReader::of(file, ParseMode::LAZY);
+    auto const text = reader->getXMP().toTypedData<std::string>();
+    LOGI("xmp: %s", text.c_str());
+    meta = parseXMPPacket(text);
+    reindex();
+    LOGI("load X");
+}
+
+// The index of the directory.
+// ------------------------------------------------------------------------------------------
+
+void XMPInfoImpl::reindex() {
+    items.clear();
+    updateXMPItems();
+}
+
+void XMPInfoImpl::updateXMPItems() {
+    LOGI("updateXMPItems E");
+    firstUnread = 0;
+    hasDuplicates = false;
+    try {
+        auto const count = countDirectory();
+        LOGI("arrSize=%d", count);
+        std::set<std::string> seen;
+        for (int32_t place = 1; place <= count; ++place) {
+            firstUnread = place;
+            indexEntry(place, seen);
+            firstUnread = 0;
+        }
+    } catch (std::exception const& e) {
+        LOGI("fail to parse xmp items: %s", e.what());
+    } catch (XMP_Error const& e) {
+        LOGI("fail to parse xmp items: %s", e.GetErrMsg());
+    }
+    LOGI("updateXMPItems X");
+}
+
+/// Puts the directory's entry under its name; throws when it lacks a field every item has.
+void XMPInfoImpl::indexEntry(int32_t place, std::set<std::string>& seen) {
+    XMPItemInfo item(meta, place);
+    std::string name;
+    if (!meta->GetStructField(xmp_ns::CONTAINER, item.getStructPath().c_str(), xmp_ns::ITEM, "Item:Semantic", &name,
+                              nullptr))
+        throw ErrorAt()("fail to get item field");
+    hasDuplicates |= !seen.insert(name).second;
+    items.insert_or_assign(name, item);
+    LOGI("fieldValue=%s, struct path: %s", name.c_str(), item.getStructPath().c_str());
+    if (!item.contains("Mime"))
+        throw ErrorAt()("Mime should be given");
+}
+
+int32_t XMPInfoImpl::countDirectory() const {
+    return meta->CountArrayItems(xmp_ns::CONTAINER, "Container:Directory");
+}
+
+/// The "Item:Semantic" of the entry that stands at a place now.
+std::optional<std::string> XMPInfoImpl::itemNameAt(int32_t place) const {
+    std::string name;
+    try {
+        if (meta->GetStructField(xmp_ns::CONTAINER, XMPItemInfo::structPathAt(place).c_str(), xmp_ns::ITEM,
+                                 "Item:Semantic", &name, nullptr))
+            return name;
+    } catch (XMP_Error const&) {
+        // An entry that is no struct has no name.
+    }
+    return std::nullopt;
+}
+
+XMPInfoImpl::XMPItemInfo* XMPInfoImpl::findItem(std::string const& name) const {
+    auto const found = items.find(name);
+    if (found == items.end())
+        return nullptr;
+    auto& item = found->second;
+    auto const recorded = item.getPlace();
+    if (itemNameAt(recorded) == name)
+        return &item;
+    auto const moveTo = [&](int32_t place) {
+        item.moveTo(place);
+        return &item;
+    };
+    // Removals move items towards the front, so the nearest place in front comes first.
+    for (auto place = recorded - 1; place > 0; --place) {
+        if (itemNameAt(place) == name)
+            return moveTo(place);
+    }
+    for (auto place = recorded + 1; place <= countDirectory(); ++place) {
+        if (itemNameAt(place) == name)
+            return moveTo(place);
+    }
+    return nullptr;
+}
+
+std::list<std::string> XMPInfoImpl::getItemNamesInOrder() const {
+    for (auto const& entry : items)
+        findItem(entry.first); // corrects the place
+    return MediaDefs::getKeys(items,
+                              [](auto const& a, auto const& b) { return a.second.getPlace() < b.second.getPlace(); });
+}
+
+void XMPInfoImpl::itemInserted(std::string const& name, int32_t place) {
+    if (firstUnread != 0)
+        ++firstUnread;
+    items.insert_or_assign(name, XMPItemInfo(meta, place));
+}
+
+void XMPInfoImpl::itemRemoved(std::string const& name) {
+    auto const found = items.find(name);
+    if (found == items.end())
+        return;
+    auto const place = found->second.getPlace();
+    if (place == firstUnread) {
+        items.erase(found);
+        updateXMPItems(); // what stood behind it can be read now
+        return;
+    }
+    if (place < firstUnread)
+        --firstUnread;
+    if (hasDuplicates) {
+        for (auto i = firstUnread != 0 ? firstUnread - 1 : countDirectory(); i > 0; --i) {
+            if (itemNameAt(i) == name) {
+                found->second = XMPItemInfo(meta, i);
+                return;
+            }
+        }
+    }
+    items.erase(found);
+}
+
+void XMPInfoImpl::itemRenamed(std::string const& oldName, std::string const& newName) {
+    auto node = items.extract(oldName);
+    if (node)
+        items.insert_or_assign(newName, std::move(node.mapped()));
+}
+
+// Queries.
+// --------------------------------------------------------------------------------------------------------------
+
+bool XMPInfoImpl::isEmpty() const {
+    return getPropertyNames().empty() && getItemNames().empty();
+}
+
+bool XMPInfoImpl::isNotEmpty() const {
+    return !isEmpty();
+}
+
+bool XMPInfoImpl::containsProperty(std::string const& name, bool ignoreCase) const {
+    return holds(getPropertyNames(), name, ignoreCase);
+}
+
+bool XMPInfoImpl::containsItem(std::string const& name, bool ignoreCase) const {
+    auto names = getItemNames();
+    auto wanted = name;
+    if (ignoreCase) {
+        for (auto& each : names)
+            each = lowered(each);
+        wanted = lowered(name);
+        LOGI("names: %zu", names.size());
+    }
+    LOGI("containsItem[ignoreCase=%d]: name=%s / %s", ignoreCase ? 1 : 0, wanted.c_str(), join(names).c_str());
+    return holds(names, wanted, false);
+}
+
+bool XMPInfoImpl::containsItemField(std::string const& itemName, std::string const& fieldName) const {
+    return !getItemField(itemName, fieldName).empty();
+}
+
+std::list<std::pair<std::string, std::string>> XMPInfoImpl::getProperties() const {
+    constexpr std::string_view DIRECTORY_PREFIX = "Container";
+    std::list<std::pair<std::string, std::string>> properties;
+    try {
+        SXMPIterator leaves(*meta, kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers);
+        for (std::string schema, path; leaves.Next(&schema, &path);) {
+            // A schema without properties has no path; two or more prefixes are a field of a struct.
+            if (path.empty() || path.starts_with(DIRECTORY_PREFIX) || std::count(path.begin(), path.end(), ':') != 1)
+                continue;
+            properties.emplace_back(schema, path);
+        }
+    } catch (std::exception const& e) {
+        LOGE("%s", e.what());
+    } catch (XMP_Error const& e) {
+        LOGE("%s", e.GetErrMsg());
+    }
+    return properties;
+}
+
+std::list<std::string> XMPInfoImpl::getPropertyNames() const {
+    LOGI("getPropertyNames E");
+    std::list<std::string> names;
+    for (auto& property : getProperties())
+        names.push_back(std::move(property.second));
+    LOGI("getPropertyNames X: %zu", names.size());
+    return names;
+}
+
+std::list<std::string> XMPInfoImpl::getItemNames() const {
+    LOGI("getItemNames E: %zu", items.size());
+    std::list<std::string> names;
+    for (auto const& entry : items)
+        names.push_back(entry.first);
+    LOGI("getItemNames X: %zu", names.size());
+    return names;
+}
+
+std::string XMPInfoImpl::getProperty(std::string const& schemaNS, std::string const& path) const {
+    std::string value;
+    try {
+        meta->GetProperty(schemaNS.c_str(), path.c_str(), &value, nullptr);
+    } catch (XMP_Error const& e) {
+        LOGI("error: %s", e.GetErrMsg());
+        value.clear();
+    }
+    return value;
+}
+
+std::string XMPInfoImpl::getItemField(std::string const& itemName, std::string const& fieldName) const {
+    try {
+        if (auto* item = findItem(itemName))
+            return item->get(fieldName);
+        LOGI("%s is not given", itemName.c_str());
+    } catch (std::exception const& e) {
+        LOGI("fail to get field: %s", e.what());
+    } catch (XMP_Error const& e) {
+        LOGI("fail to get field: %s", e.GetErrMsg());
+    }
+    return {};
+}
+
+std::set<std::string> XMPInfoImpl::getItemFieldNames(std::string const& itemName) const {
+    auto* item = findItem(itemName);
+    return item ? item->getAllFields() : std::set<std::string>{};
+}
+
+std::string XMPInfoImpl::getItemNameAt(int32_t index) const {
+    for (auto const& entry : items) {
+        if (entry.second.getIndex() != index)
+            continue;
+        auto const* item = findItem(entry.first);
+        return item ? item->getName() : std::string{};
+    }
+    return {};
+}
+
+std::string XMPInfoImpl::getLastItem() const {
+    auto const count = countDirectory();
+    auto const name = getItemNameAt(count);
+    auto const* item = findItem(name);
+    if (count == 0 || (item && item->getPlace() == count))
+        return name;
+    // A removal in front has left the recorded positions behind: the packet says which item is the last.
+    auto const last = itemNameAt(count);
+    return last && items.contains(*last) ? *last : std::string{};
+}
+
+std::vector<uint8_t> XMPInfoImpl::serializeToBuffer() const {
+    std::string text;
+    meta->SerializeToBuffer(&text, kXMP_OmitPacketWrapper | kXMP_UseCompactFormat, 0, "", "", 0);
+    return {text.begin(), text.end()};
+}
+
+std::string XMPInfoImpl::dump() const {
+    std::string text;
+    meta->DumpObject(appendText, &text);
+    return text;
+}
+
+// Into other views.
+// -------------------------------------------------------------------------------------------------------
+
+std::unique_ptr<XMPEdit> XMPInfoImpl::edit() {
+    return std::make_unique<XMPEditImpl>(shared_from_this());
+}
+
+void XMPInfoImpl::transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options options) {
+    auto const editor = XMPInfo::parse(target)->edit();
+    editor->putAll(shared_from_this(), options);
+    editor->commit();
+}
+
+void XMPInfoImpl::copyTo(XMPInfo& target) const {
+    auto const editor = target.edit();
+    XMPCopy copy(*this, *editor, false);
+    copy.properties();
+    copy.itemsAsRemembered();
+}
+
+} // namespace android::lumo
