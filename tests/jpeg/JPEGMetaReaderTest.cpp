@@ -1,0 +1,96 @@
+#include "io/JPEGMetaReader.h"
+#include "support/JpegBuilder.h"
+#include "support/TempFile.h"
+
+#include <gmock/gmock.h>
+
+#include <unistd.h>
+
+namespace android::lumo::test {
+namespace {
+
+using enum MediaDefs::MetaType;
+
+TEST(JPEGMetaReader, LocatesEachBlockAndLoadsItsData) {
+    TempFile const file(
+        JpegBuilder().segment(0xE0, "JFIF").exif("exif data").xmp("<packet/>").segment(0xE4, "debug").build());
+    auto const reader = ImageMetaReader::of(file.open("r"), ParseMode::EAGER);
+    EXPECT_EQ(reader->getExif().toString(), "type=exif, position=14, payload=15, offset=0");
+    EXPECT_EQ(reader->getExif().toTypedData<std::string>(), EXIF_ID + "exif data");
+    EXPECT_EQ(reader->getXMP().toString(), "type=xmp, position=33, payload=38, offset=29");
+    EXPECT_EQ(reader->getXMP().toTypedData<std::string>(), "<packet/>");
+    EXPECT_EQ(reader->getCameraDebugInfo().toString(), "type=cdif, position=75, payload=5, offset=0");
+    EXPECT_EQ(reader->getCameraDebugInfo().toTypedData<std::string>(), "debug");
+}
+
+TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
+    auto const xmp = [](JpegBuilder builder) { return builder.xmp("<found/>"); };
+    std::string const cutOff = JpegBuilder().xmp("<cut/>" + std::string(900, 'x')).open();
+    struct Case {
+        char const* what;
+        std::string bytes;
+        MediaDefs::MetaType type;
+        std::string data;
+    } const cases[] = {
+        {"plain", xmp(JpegBuilder()).build(), XMP, "<found/>"},
+        {"fill bytes in front", xmp(JpegBuilder().raw(std::string(10'000, '\xFF'))).build(), XMP, "<found/>"},
+        {"no start of scan", xmp(JpegBuilder()).open(), XMP, "<found/>"},
+        {"short APP1 in front", xmp(JpegBuilder().segment(0xE1, "Exi")).build(), XMP, "<found/>"},
+        {"segments of no block", xmp(JpegBuilder().segment(0xE2, "a").segment(0xE3, "b").segment(0xEF, "c")).build(),
+         XMP, "<found/>"},
+        {"identifier without NUL ends the payload", JpegBuilder().segment(0xE1, XMP_ID.substr(0, 28)).build(), XMP, ""},
+        {"identifier cut off", JpegBuilder().segment(0xE1, XMP_ID.substr(0, 27)).raw("/").build(), NONE, ""},
+        {"packet cut off by the file's end", cutOff.substr(0, 6 + 29 + 6), XMP, "<cut/>"},
+        {"extended packet", JpegBuilder().segment(0xE1, EXTENDED_XMP_ID + "more").build(), NONE, ""},
+        {"no marker in front", xmp(JpegBuilder().raw(std::string("\0\xFF", 2))).build(), NONE, ""},
+        {"length 1 in front", xmp(JpegBuilder().raw(std::string("\xFF\xE0\0\1", 4))).build(), NONE, ""},
+        {"end of image in front", xmp(JpegBuilder().segment(0xD9, "")).build(), NONE, ""},
+        {"start of scan in front", xmp(JpegBuilder().segment(0xDA, "")).build(), NONE, ""},
+        {"segment past the file's end in front", JpegBuilder().raw("\xFF\xE0\xFF\xFF").xmp("<x/>").open(), NONE, ""},
+        {"fill bytes to the end", JpegBuilder().raw(std::string(5000, '\xFF')).open(), NONE, ""},
+        {"marker without length", JpegBuilder().raw("\xFF\xE1\1").open(), NONE, ""},
+        {"start of image alone", JpegBuilder().open(), NONE, ""},
+    };
+    for (auto const& [what, bytes, type, data] : cases) {
+        TempFile const file(bytes);
+        JPEGMetaReader reader(file.open("r"), ParseMode::EAGER);
+        EXPECT_EQ(reader.getXMP().type, type) << what;
+        EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), data) << what;
+        EXPECT_EQ(reader.findXMPApp1Marker().type, type) << what;
+    }
+}
+
+TEST(JPEGMetaReader, OfTwoXmpSegmentsTheRecordIsTheLastAndTheSearchFindsTheFirst) {
+    TempFile const file(JpegBuilder().xmp("<first/>").exif().xmp("<second/>").build());
+    JPEGMetaReader reader(file.open("r"), ParseMode::EAGER);
+    EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), "<second/>");
+    EXPECT_EQ(reader.findXMPApp1Marker().toTypedData<std::string>(), "<first/>");
+}
+
+TEST(JPEGMetaReader, LazyReaderReadsOnFirstRequestAndAgainWhileNothingIsFound) {
+    TempFile const file(JpegBuilder().build());
+    auto const media = file.open("r");
+    media->position(7);
+    JPEGMetaReader reader(media, ParseMode::LAZY);
+    EXPECT_EQ(media->position(), 7U);
+    EXPECT_EQ(reader.getXMP().type, NONE);
+    EXPECT_EQ(media->position(), 0U);
+    writeBytes(file.path(), JpegBuilder().xmp("<late/>").build());
+    EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), "<late/>");
+}
+
+TEST(JPEGMetaReader, RefusesWhatItCannotRead) {
+    TempFile const video(std::string("\0\0\0\x18", 4) + "ftypmp42");
+    EXPECT_THAT(messageOf([&] { ImageMetaReader::of(video.open("r"), ParseMode::LAZY); }),
+                testing::MatchesRegex("\\[metadata_utils/io/ImageMetaReader:[0-9]+\\] unsupported type: 7"));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    auto const stream = std::make_shared<MediaFile>(ends[0]);
+    EXPECT_THAT(messageOf([&] { JPEGMetaReader(stream, ParseMode::EAGER); }),
+                testing::MatchesRegex("\\[metadata_utils/io/JPEGMetaReader:[0-9]+\\] fail to parse"));
+    close(ends[0]);
+    close(ends[1]);
+}
+
+} // namespace
+} // namespace android::lumo::test
