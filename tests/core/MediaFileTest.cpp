@@ -85,8 +85,7 @@ TEST(MediaFile, SkipsAndWritesAtThePosition) {
     EXPECT_EQ(file->write("cd"), 2);
     EXPECT_EQ(temp.bytes(), "012ABABcd9");
     EXPECT_EQ(file->position(), 9U);
-    endsWith(messageOf([&] { file->skipNBytes(UINT32_MAX); }),
-             "] Failed to skip 4294967295 bytes to position 4294967304");
+    EXPECT_THROW(file->skipNBytes(UINT32_MAX), std::runtime_error);
 }
 
 TEST(MediaFile, DetectsTheTypeByTheFirstBytesAndKeepsThePosition) {

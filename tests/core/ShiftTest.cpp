@@ -155,13 +155,15 @@ TEST(Shift, RetriesWithHalfTheBufferOnlyWhileNothingMoved) {
             SCOPED_TRACE((right ? "right, call " : "left, call ") + std::to_string(static_cast<int>(call)));
             test::writeBytes(temp.path(), pattern(9'000));
             file->position(1'000);
-            Fault const fault = Fault::failing(call, EIO, 0, times);
-            auto const shift = [&] { right ? file->shiftRightSafely(10, 0) : file->shiftLeftSafely(10, 0, false); };
-            if (succeeds)
-                shift();
-            else
-                EXPECT_THROW(shift(), std::runtime_error);
-            EXPECT_EQ(fault.calls(), calls);
+            {
+                Fault const fault = Fault::failing(call, EIO, 0, times);
+                auto const shift = [&] { right ? file->shiftRightSafely(10, 0) : file->shiftLeftSafely(10, 0, false); };
+                if (succeeds)
+                    shift();
+                else
+                    EXPECT_THROW(shift(), std::runtime_error);
+                EXPECT_EQ(fault.calls(), calls);
+            }
             EXPECT_EQ(temp.bytes() == pattern(9'000), !succeeds);
         }
     }
