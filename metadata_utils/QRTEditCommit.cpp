@@ -6,7 +6,6 @@
 #include "io/VideoPointer.h"
 
 #include <algorithm>
-#include <limits>
 #include <tuple>
 
 namespace android::lumo {
@@ -14,24 +13,10 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "QRTEdit";
-constexpr uint64_t MAX_BUFFER_SIZE = std::numeric_limits<int32_t>::max();
 
 /// Messages carry the editor's name; this file is its second half.
 ErrorAt error(int line = __builtin_LINE()) {
     return ErrorAt(line, "metadata_utils/QRTEditImpl");
-}
-
-bool stoodInFile(QRTDataInfo const& record) {
-    return record.offsetFromTail > 0 && record.payload > 0;
-}
-
-/// A record that came whole may be empty; one that was staged may not.
-bool isKnownToBeEmpty(QRTDataInfo const& record) {
-    return record.payload > 0 && record.payload == trailer::headSize(record) && record.dataPayload == 0;
-}
-
-uint64_t sizeOf(QRTDataInfo const& record) {
-    return uint64_t{trailer::headSize(record)} + record.dataPayload;
 }
 
 /// Back to back, the first farthest from the tail.
@@ -82,8 +67,8 @@ void QRTEditImpl::commit() {
         LOGI("commit X: no data, skip to commit");
         return;
     }
-    loadRecords();     // 1, 3
-    requireWritable(); // 1
+    requireWritable(outputFile); // 1
+    loadRecords();               // 1, 3
     LayoutKeeper layout(records);
     Plan plan = makePlan();
     switch (option) {
@@ -107,155 +92,7 @@ void QRTEditImpl::commit() {
     LOGI("commit X");
 }
 
-// Before the first write.
-// -----------------------------------------------------------------------------------------------
-
-/// Where the image ends now, and the trailer that stands behind it.
-std::optional<trailer::Tail> QRTEditImpl::settle() {
-    checked::requireAddressable(*sourceFile, error());
-    info->adjustPosition(sourceFile->size());
-    if (info->isDetached())
-        return std::nullopt;
-    auto tail = trailer::readTail(*sourceFile);
-    requireDescribed(tail);
-    return tail;
-}
-
-/// Nothing is written behind an image's end that only a stale view believes in.
-void QRTEditImpl::requireDescribed(std::optional<trailer::Tail> const& tail) const {
-    uint32_t const image = info->getImageSize();
-    uint32_t const size = info->getTrailerSize();
-    if (size == 0) {
-        if (tail)
-            throw error()("the file has got a trailer since it was read");
-        return;
-    }
-    uint32_t const box = info->boxHeaderSize();
-    bool const fits = image > 0 && uint64_t{image} + box + size == sourceFile->size();
-    if (!fits || !tail || tail->position != info->getTailPosition() || tail->size != info->getTailSize())
-        throw error()("the file's trailer is not the one that was read: %zu bytes expected behind an image of %zu",
-                      size_t{size}, size_t{image});
-    if (box > 0) {
-        auto const header = checked::readAt(*sourceFile, image, box, error());
-        if (header.slice(4, 4).toTypedData<std::string>([](unsigned char c) { return c; }) != trailer::BOX_TYPE)
-            throw error()("no box of type %s in front of the trailer", trailer::BOX_TYPE);
-    }
-}
-
-void QRTEditImpl::loadRecords() {
-    auto const tail = settle();
-    if (!tail)
-        return;
-    for (auto& record : records) {
-        if (stoodInFile(record))
-            loadStored(record, *tail);
-    }
-}
-
-/// A pointer is read again even when it was loaded: whoever moves the video corrects the one in the file.
-void QRTEditImpl::loadStored(QRTDataInfo& record, trailer::Tail const& tail) const {
-    if (record.dataFile != nullptr || trailer::headSize(record) > record.payload)
-        return;
-    auto const data = trailer::storedData(record, tail.position);
-    bool const isPointer = record.type == qrt::TYPE_MOTION_PHOTO_DATA && data.size == VideoPointer::SIZE;
-    bool const needsData = record.data.empty() && data.size > 0;
-    bool const needsSubInfo = record.hasSubInfo && record.subInfo.size() != record.subInfoPayload;
-    if (!needsData && !needsSubInfo && !isPointer)
-        return;
-    bool const stands = std::any_of(tail.entries.begin(), tail.entries.end(), [&](auto const& entry) {
-        return trailer::typeOfHeader(entry.header) == record.type && entry.offsetFromTail == record.offsetFromTail &&
-               entry.payload == record.payload &&
-               (record.hasSubInfo || trailer::readRecord(*sourceFile, tail, entry).name == record.name);
-    });
-    if (!stands) {
-        if (needsData || needsSubInfo)
-            throw error()("record %s no longer stands in the file's trailer", record.name.c_str());
-        return;
-    }
-    LOGI("load data: %s", record.toString().c_str());
-    record.data = checked::readAt(*sourceFile, data.position, data.size, error());
-    record.dataPayload = data.size;
-    auto const subInfo = trailer::storedSubInfo(record, tail.position);
-    record.subInfo = checked::readAt(*sourceFile, subInfo.position, subInfo.size, error());
-}
-
-namespace {
-
-void requireDataFile(QRTDataInfo const& record, MediaFile const& output) {
-    MediaFile const& file = *record.dataFile;
-    char const* name = record.name.c_str();
-    if (!file.isValid())
-        throw error()("no data: empty=%d, file=%p", 1, static_cast<void const*>(&file));
-    checked::requireAddressable(file, error());
-    if (MediaFile::isFdsDup(file.getFd(), output.getFd()))
-        throw error()("the data file of record %s is the file to write: %s", name, file.toString().c_str());
-    if (record.dataPayload == 0 || file.size() < record.dataPayload)
-        throw error()("the data file of record %s has %zu bytes, expected %zu", name, size_t{file.size()},
-                      std::max<size_t>(record.dataPayload, 1));
-    checked::readAt(file, record.dataPayload - 1, 1, error()); // it can be read
-}
-
-} // namespace
-
-void QRTEditImpl::requireWritable() const {
-    uint64_t inMemory = trailer::tailSize(records.size());
-    for (auto const& record : records) {
-        char const* name = record.name.c_str();
-        if (record.type != static_cast<int16_t>(record.type))
-            throw error()("type %d of record %s does not fit the 16 bits a header has for it", record.type, name);
-        if (record.hasSubInfo && record.subInfo.size() != record.subInfoPayload)
-            throw error()("record %s has %zu bytes of sub-info, expected %zu", name, size_t{record.subInfo.size()},
-                          size_t{record.subInfoPayload});
-        if (record.data.empty() && record.dataFile != nullptr)
-            requireDataFile(record, *outputFile);
-        else if (record.data.empty() && !isKnownToBeEmpty(record))
-            throw error()("no data: empty=%d, file=%p", 1, static_cast<void const*>(nullptr));
-        else if (record.data.size() != record.dataPayload || record.dataFile != nullptr)
-            throw error()("record %s has %zu bytes of data, expected %zu", name, size_t{record.data.size()},
-                          size_t{record.dataPayload});
-        inMemory += trailer::headSize(record) + uint64_t{record.data.size()};
-    }
-    if (inMemory > MAX_BUFFER_SIZE)
-        throw error()("records of %llu bytes in memory are too big", static_cast<unsigned long long>(inMemory));
-}
-
-QRTEditImpl::Plan QRTEditImpl::makePlan() {
-    Plan plan;
-    plan.tailSize = trailer::tailSize(records.size());
-    uint64_t size = uint64_t{info->getImageSize()} + info->boxHeaderSize() + plan.tailSize;
-    for (auto& record : records) {
-        plan.directory.push_back(&record);
-        size += sizeOf(record);
-    }
-    plan.finalSize = checked::sizeOf(size, error());
-    plan.recordsAndTail = plan.finalSize - info->getImageSize() - info->boxHeaderSize();
-    findPointerIntoTrailer(plan);
-    return plan;
-}
-
-void QRTEditImpl::findPointerIntoTrailer(Plan& plan) {
-    auto const isPointer = [](auto const& record) {
-        return record.type == qrt::TYPE_MOTION_PHOTO_DATA && stoodInFile(record) &&
-               record.data.size() == VideoPointer::SIZE;
-    };
-    auto const record = std::find_if(records.begin(), records.end(), isPointer);
-    auto const pointer = record != records.end() ? VideoPointer::decode(record->data) : std::nullopt;
-    if (!pointer || info->getTrailerSize() == 0)
-        return;
-    for (auto const& other : records) {
-        if (!stoodInFile(other))
-            continue;
-        auto const data = trailer::storedData(other, info->getTailPosition());
-        if (pointer->position < data.position || pointer->position - data.position >= data.size)
-            continue;
-        plan.pointer = &*record;
-        plan.pointedTo = &other;
-        plan.pointedOffset = pointer->position - data.position;
-    }
-}
-
-// Writing.
-// --------------------------------------------------------------------------------------------------------------
+// Writing. ------------------------------------------------------------------------------------------------------------
 
 /// The records lie on disk in the editor's order.
 void QRTEditImpl::writeInOrder(Plan& plan) {
@@ -295,7 +132,7 @@ void QRTEditImpl::writeFast(Plan& plan) {
     }
     LOGI("fileWriteSize=%zu[%zu], memoryWriteSize=%zu[%zu]", size_t{fileWriteSize}, pieces.size(),
          size_t{plan.recordsAndTail - plan.tailSize - fileWriteSize}, inMemory.size());
-    ByteBuffer last = getQRTDataBuffer(inMemory);
+    ByteBuffer last = getQRTDataBuffer(inMemory, plan.tailSize);
     LOGI("write start header E");
     last.put(trailer::serializeTail(static_cast<uint32_t>(info->getVersion()), plan.directory));
     LOGI("write start header X: ver=%d, size=%zu", info->getVersion(), records.size());
@@ -359,28 +196,24 @@ void QRTEditImpl::updateAllQRTData(Order const& layout) {
 }
 
 std::vector<QRTDataInfo> QRTEditImpl::plannedLayout() const {
-    std::vector<QRTDataInfo> planned;
-    for (auto const& record : records) {
-        planned.push_back(trailer::withoutBytes(record));
-        planned.back().dataFile = record.dataFile;
-    }
+    std::vector<QRTDataInfo> planned = records;
     Order directory;
     for (auto& record : planned)
         directory.push_back(&record);
     Order const layout = diskOrder(directory);
     assignPlaces(layout);
     std::vector<QRTDataInfo> ordered;
-    for (auto const* record : layout)
-        ordered.push_back(*record);
+    for (auto* record : layout)
+        ordered.push_back(std::move(*record));
     return ordered;
 }
 
-ByteBuffer QRTEditImpl::getQRTDataBuffer(std::vector<QRTDataInfo const*> const& batch) const {
+ByteBuffer QRTEditImpl::getQRTDataBuffer(std::vector<QRTDataInfo const*> const& batch, uint32_t more) const {
     uint32_t memoryWriteSize = 0;
     for (auto const* record : batch)
         memoryWriteSize += record->size();
     LOGI("getQRTDataBuffer: memoryWriteSize=%zu", size_t{memoryWriteSize});
-    ByteBuffer buffer(memoryWriteSize);
+    ByteBuffer buffer(memoryWriteSize + more);
     for (auto const* record : batch) {
         LOGI("put %s[%zu] on %s", record->name.c_str(), size_t{record->size()}, buffer.toString().c_str());
         trailer::appendRecord(buffer, *record); // a length of 0 is written too
@@ -423,8 +256,7 @@ void QRTEditImpl::copySource() {
     checked::truncate(*outputFile, size, error());
 }
 
-// After the last write.
-// -------------------------------------------------------------------------------------------------
+// After the last write. -----------------------------------------------------------------------------------------------
 
 /// The view's records are the editor's from now on, and all of them stand in the file: nothing is kept in memory.
 void QRTEditImpl::takeOver(Plan const& plan) {
@@ -458,7 +290,7 @@ void QRTEditImpl::dropLoaded() {
     if (info->isDetached())
         return;
     for (auto& record : records) {
-        if (stoodInFile(record))
+        if (record.offsetFromTail > 0)
             record.data = ByteBuffer();
     }
 }

@@ -68,8 +68,7 @@ QRTEditImpl::QRTEditImpl(std::shared_ptr<QRTInfoImpl> const& view)
         records.push_back(storedForm(record));
 }
 
-// Queries describe the trailer as last loaded or committed.
-// ----------------------------------------------------------------
+// Queries describe the trailer as last loaded or committed. -----------------------------------------------------------
 
 int QRTEditImpl::getVersion() const {
     return info->getVersion();
@@ -211,10 +210,8 @@ QRTEdit& QRTEditImpl::stage(int type, std::string const& name, std::function<voi
 
 /// `data` and `dataFile` exclude each other, and what the file holds is no longer this record.
 void QRTEditImpl::replaceData(QRTDataInfo& record, ByteBuffer&& data) {
-    if (record.hasSubInfo && record.subInfo.empty() && record.offsetFromTail > 0) {
-        if (auto const tail = settle())
-            loadStored(record, *tail);
-    }
+    if (record.hasSubInfo && record.subInfo.empty() && record.offsetFromTail > 0)
+        loadStored(record, settle()); // the sub-info stays
     record.dataPayload = data.size();
     record.data = std::move(data);
     record.dataFile = nullptr;

@@ -88,8 +88,9 @@ public:
     void loadRecords();
     /// Reads old records from, and writes to, another file that holds the source's trailer at its end.
     void attach(std::shared_ptr<MediaFile> const& file);
-    /// The records in the order the chosen option writes them, laid out (offsetFromTail, payload) but not written and
-    /// without their bytes.
+    /// Throws what a commit into `output` would refuse of the staged records; old ones need not be loaded yet.
+    void requireWritable(std::shared_ptr<MediaFile> const& output) const;
+    /// The records in the order the chosen option writes them, laid out (offsetFromTail, payload) but not written.
     std::vector<QRTDataInfo> plannedLayout() const;
     /// Cuts the file where the image ends: the trailer of a file from which the last record was removed. Staged records
     /// stay staged; those that stood in the file must have been loaded.
@@ -118,11 +119,11 @@ private:
     QRTEdit& stage(int type, std::string const& name, std::function<void(QRTDataInfo&)> const& fill);
     void replaceData(QRTDataInfo& record, ByteBuffer&& data);
 
-    // The steps of a commit, in their order.
+    // The steps of a commit, in their order: what QRTEditPrepare.cpp settles, then what QRTEditCommit.cpp writes.
     std::optional<trailer::Tail> settle();
     void requireDescribed(std::optional<trailer::Tail> const& tail) const;
-    void loadStored(QRTDataInfo& record, trailer::Tail const& tail) const;
-    void requireWritable() const;
+    void loadStored(QRTDataInfo& record, std::optional<trailer::Tail> const& tail) const;
+    bool standsIn(trailer::Tail const& tail, QRTDataInfo const& record) const;
     Plan makePlan();
     void findPointerIntoTrailer(Plan& plan);
     void writeInOrder(Plan& plan);
@@ -131,7 +132,8 @@ private:
     Order diskOrder(Order& directory) const;
     void movePrimaryTypeToLast(Order& directory) const;
     void updateAllQRTData(Order const& layout);
-    ByteBuffer getQRTDataBuffer(std::vector<QRTDataInfo const*> const& batch) const;
+    /// The batch's bytes, in a buffer with room for `more` behind them.
+    ByteBuffer getQRTDataBuffer(std::vector<QRTDataInfo const*> const& batch, uint32_t more = 0) const;
     long writePieces(std::vector<Piece> const& pieces, Plan& plan);
     bool isInPlace() const;
     void copySource();

@@ -285,11 +285,20 @@ void QRTInfoImpl::adjustPosition(uint32_t fileSize) {
     }
 }
 
+/// The bytes are written: a callback that fails leaves its records as they stand in the file.
 void QRTInfoImpl::setTrailer(std::vector<QRTDataInfo> const& written, uint32_t recordsAndTail, uint32_t newTailSize) {
     records = written;
     qrtSize = recordsAndTail;
     tailSize = newTailSize;
     detached = false;
+    try {
+        auto seen = written;
+        for (auto const& listener : listeners)
+            listener(file, seen);
+        records = std::move(seen);
+    } catch (std::exception const& e) {
+        LOGE("fail to look at the new records: %s", e.what());
+    }
 }
 
 void QRTInfoImpl::clear(uint32_t fileSize) {

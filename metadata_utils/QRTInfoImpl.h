@@ -23,7 +23,8 @@ public:
 /// other editors move bytes in front of them.
 class QRTInfoImpl : public QRTInfo, public std::enable_shared_from_this<QRTInfoImpl> {
 public:
-    /// Called after every load with the file and the records, whose data positions and lengths it may rewrite.
+    /// Called after every load, and after every commit in place, with the file and the records, whose data positions
+    /// and lengths it may rewrite.
     using Listener = std::function<void(std::shared_ptr<MediaFile>&, std::vector<QRTDataInfo>&)>;
 
     QRTInfoImpl(std::shared_ptr<MediaFile> const& viewed, std::list<Listener> const& callbacks);
