@@ -62,6 +62,11 @@ void XMPInfoImpl::load() {
 // The index of the directory.
 // ------------------------------------------------------------------------------------------
 
+void XMPInfoImpl::adopt(XMPInfoImpl const& other) {
+    meta = std::make_shared<XMPPacket>(other.meta->Clone(0));
+    reindex();
+}
+
 void XMPInfoImpl::reindex() {
     items.clear();
     updateXMPItems();

@@ -126,6 +126,8 @@ public:
     void itemForgotten(std::string const& name) { items.erase(name); }
     /// Starts over from the packet.
     void reindex();
+    /// Goes on with a copy of another view's packet, in memory only.
+    void adopt(XMPInfoImpl const& other);
 
 private:
     std::optional<std::string> itemNameAt(int32_t place) const;

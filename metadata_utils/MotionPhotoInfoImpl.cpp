@@ -1,0 +1,229 @@
+#include "MotionPhotoInfoImpl.h"
+
+#include "CheckedFile.h"
+#include "Error.h"
+#include "Log.h"
+#include "MotionPhotoEditImpl.h"
+#include "io/VideoPointer.h"
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MotionPhotoInfo";
+constexpr uint32_t TAG_SIZE = 4;
+constexpr uint32_t MPVD_HEADER_SIZE = 8;
+
+using Format = MediaDefs::MotionPhotoFormat;
+
+QRTDataInfo* findType(std::vector<QRTDataInfo>& records, int32_t type) {
+    auto found = std::find_if(records.begin(), records.end(), [=](auto const& r) { return r.type == type; });
+    return found == records.end() ? nullptr : &*found;
+}
+
+std::string readTag(MediaFile const& file, uint32_t position, int line) {
+    if (file.position(position) != position)
+        throw ErrorAt(line)("Failed to set file position to %ld", static_cast<long>(position));
+    auto const bytes = file.read<char>(TAG_SIZE);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+Format formatOf(std::string const& tag) {
+    for (auto format : {Format::NONE, Format::MPV1, Format::MPV2, Format::MPV3, Format::MPV4}) {
+        if (tag == MediaDefs::motionphotoFormatString(format))
+            return format;
+    }
+    return Format::NONE;
+}
+
+} // namespace
+
+MotionPhotoInfo::~MotionPhotoInfo() = default;
+
+std::shared_ptr<MotionPhotoInfo> MotionPhotoInfo::parse(std::shared_ptr<MediaFile> const& file) {
+    checked::requireAddressable(*file);
+    return std::make_shared<MotionPhotoInfoImpl>(file);
+}
+
+std::shared_ptr<ByteBuffer> MotionPhotoInfo::getVideo() const {
+    if (auto const* edit = dynamic_cast<MotionPhotoEditImpl const*>(this))
+        return edit->getView()->loadVideo();
+    return dynamic_cast<MotionPhotoInfoImpl const&>(*this).loadVideo();
+}
+
+MotionPhotoInfoImpl::MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still) : file(still) {
+    // The callback is bound to this object, which owns the trailer reader and so outlives it.
+    std::list<QRTInfoImpl::Listener> const listeners{
+        [this](std::shared_ptr<MediaFile>&, std::vector<QRTDataInfo>& records) {
+            parseExtraOfMotionPhotoFromQRT(records);
+        }};
+    qrtInfo = std::make_shared<QRTInfoImpl>(still, listeners);
+    xmpInfo = std::make_shared<XMPInfoImpl>(still);
+    exifInfo = std::make_shared<ExifInfoImpl>(still);
+}
+
+/// Finds the format, and points record 2608 of a HEIC to the video its pointer names. The length a pointer needs is
+/// checked here; whether it points into the file is for those who follow it.
+void MotionPhotoInfoImpl::parseExtraOfMotionPhotoFromQRT(std::vector<QRTDataInfo>& records) {
+    LOGI("parseExtraOfMotionPhotoFromQRT");
+    motionPhotoFormat = Format::NONE;
+    if (auto const* version = findType(records, qrt::TYPE_MOTION_PHOTO_VERSION)) {
+        auto const tag = readTag(*file, version->dataPosition, 61);
+        motionPhotoFormat = version->dataPayload >= TAG_SIZE ? formatOf(tag) : Format::NONE;
+    }
+    if (auto* video = findType(records, qrt::TYPE_MOTION_PHOTO_DATA)) {
+        auto const tag = readTag(*file, video->dataPosition, 72);
+        if (motionPhotoFormat == Format::NONE)
+            motionPhotoFormat = tag == MediaDefs::motionphotoFormatString(Format::MPV2) ? Format::MPV2 : Format::MPV1;
+        bool const pointed = getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC && motionPhotoFormat != Format::MPV1;
+        if (pointed && video->dataPayload >= VideoPointer::SIZE) {
+            video->dataPayload =
+                __builtin_bswap32(checked::readAt(*file, video->dataPosition + 8, 4).get<uint32_t, uint32_t>(0));
+            video->dataPosition =
+                __builtin_bswap32(checked::readAt(*file, video->dataPosition + 4, 4).get<uint32_t, uint32_t>(0));
+        }
+    }
+    LOGI("version=%s", MediaDefs::motionphotoFormatString(motionPhotoFormat).c_str());
+}
+
+// What kind of motion photo it is. ------------------------------------------------------------------------------------
+
+bool MotionPhotoInfoImpl::isValid() const {
+    uint32_t const position = qrtInfo->getDataPositionLength(qrt::TYPE_MOTION_PHOTO_DATA).first;
+    checked::seek(*file, position, ErrorAt(109));
+    bool const mp4 = file->checkFileType([&] { return MediaFile::isMP4Video(file); }, static_cast<long>(position));
+    checked::seek(*file, position, ErrorAt(112));
+    bool const mov = file->checkFileType([&] { return MediaFile::isMOVVideo(file); }, static_cast<long>(position));
+    return mp4 || mov;
+}
+
+MediaDefs::MotionPhotoFormat MotionPhotoInfoImpl::getQRTMotionPhotoVersion() const {
+    static_cast<void>(qrtInfo->getVersion()); // the trailer's own version says nothing about the video's format
+    return motionPhotoFormat;
+}
+
+int32_t MotionPhotoInfoImpl::getXMPMotionPhotoVersion() const {
+    try {
+        return std::stoi(xmpInfo->getProperty(xmp_ns::CAMERA, "MotionPhotoVersion"));
+    } catch (std::exception const& e) {
+        LOGI("fail to get MotionPhotoFormat from xmp: %s", e.what());
+        return 0;
+    }
+}
+
+long MotionPhotoInfoImpl::getCaptureTimestampUs() const {
+    try {
+        return std::stol(xmpInfo->getProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs"));
+    } catch (std::exception const& e) {
+        LOGI("fail to get presentation timestamp us: %s", e.what());
+        return 0;
+    }
+}
+
+// The still. ----------------------------------------------------------------------------------------------------------
+
+MediaDefs::MimeType MotionPhotoInfoImpl::getImageMimeType() const {
+    return file->mimeType();
+}
+
+size_t MotionPhotoInfoImpl::getFileSize() const {
+    return file->size();
+}
+
+size_t MotionPhotoInfoImpl::getImageSize() const {
+    return qrtInfo->getImageSize();
+}
+
+int32_t MotionPhotoInfoImpl::getImageWidth() const {
+    return exifInfo->getWidth();
+}
+
+int32_t MotionPhotoInfoImpl::getImageHeight() const {
+    return exifInfo->getHeight();
+}
+
+int32_t MotionPhotoInfoImpl::getImageRotation() const {
+    return exifInfo->getRotation();
+}
+
+std::string MotionPhotoInfoImpl::getDateTimeTaken() const {
+    return exifInfo->getDateTimeTaken();
+}
+
+// Not provided. -------------------------------------------------------------------------------------------------------
+
+MediaDefs::MimeType MotionPhotoInfoImpl::getVideoMimeType() const {
+    throw ErrorAt(170)("implement video-info");
+}
+
+int32_t MotionPhotoInfoImpl::getNumTracksOfVideo() const {
+    throw ErrorAt(175)("implement video-info");
+}
+
+int32_t MotionPhotoInfoImpl::getVideoBitrate() const {
+    throw ErrorAt(214)("implement video-info");
+}
+
+std::vector<int64_t> MotionPhotoInfoImpl::getTrackDurationsOfVideo() const {
+    throw ErrorAt(219)("implement video-info");
+}
+
+int32_t MotionPhotoInfoImpl::getAutoPlayVideoBitrate() const {
+    throw ErrorAt(255)("implement auto-play-video-info");
+}
+
+MotionPhotoInfo::CropRect MotionPhotoInfoImpl::getCropRect() const {
+    throw ErrorAt(311)("implement video-info");
+}
+
+// The readers, and what leads on from here. ---------------------------------------------------------------------------
+
+std::string MotionPhotoInfoImpl::getExtraInfo() const {
+    return qrtInfo->getData(qrt::NAME_MOTION_PHOTO_INFO).toTypedData<std::string>([](unsigned char c) { return c; });
+}
+
+size_t MotionPhotoInfoImpl::getImageVideoPadding() const {
+    switch (getImageMimeType()) {
+    case MediaDefs::MimeType::IMAGE_HEIC:
+        return MPVD_HEADER_SIZE;
+    case MediaDefs::MimeType::IMAGE_JPEG:
+        return static_cast<uint32_t>(getVideoPosition() - getImageSize());
+    default:
+        return 0;
+    }
+}
+
+std::shared_ptr<XMPInfo> MotionPhotoInfoImpl::getXMPInfo() const {
+    return xmpInfo;
+}
+
+std::shared_ptr<QRTInfo> MotionPhotoInfoImpl::getQRTInfo() const {
+    return qrtInfo;
+}
+
+std::shared_ptr<ExifInfo> MotionPhotoInfoImpl::getExifInfo() const {
+    return exifInfo;
+}
+
+void MotionPhotoInfoImpl::transferTo(std::shared_ptr<MediaFile> const& target,
+                                     std::filesystem::copy_options const& options) {
+    auto const self = shared_from_this();
+    auto const editor = MotionPhotoInfo::parse(target)->edit();
+    editor->addAll(self, options);
+    editor->commit();
+}
+
+std::shared_ptr<MotionPhotoEdit> MotionPhotoInfoImpl::edit() {
+    return std::make_shared<MotionPhotoEditImpl>(shared_from_this());
+}
+
+void MotionPhotoInfoImpl::attach(std::shared_ptr<MediaFile> const& other) {
+    file = other;
+    qrtInfo->attach(other);
+}
+
+} // namespace android::lumo

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "ExifInfoImpl.h"
+#include "MotionPhotoInfo.h"
+#include "QRTInfoImpl.h"
+#include "XMPInfoImpl.h"
+
+#include <memory>
+#include <vector>
+
+namespace android::lumo {
+
+/// The motion-photo view: three readers of one file, and the video's place as trailer record 2608 tells it.
+///
+///     data of record 2608     what it is
+///     more than 125000 bytes  the video itself (JPEG)
+///     up to 125000 bytes      a VideoPointer, 12 bytes; in a HEIC it is resolved when the trailer is loaded
+class MotionPhotoInfoImpl : public MotionPhotoInfo, public std::enable_shared_from_this<MotionPhotoInfoImpl> {
+public:
+    explicit MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still);
+
+    bool isValid() const override;
+    MediaDefs::MotionPhotoFormat getQRTMotionPhotoVersion() const override;
+    int32_t getXMPMotionPhotoVersion() const override;
+    MediaDefs::MimeType getImageMimeType() const override;
+    size_t getFileSize() const override;
+    size_t getImageSize() const override;
+    int32_t getImageWidth() const override;
+    int32_t getImageHeight() const override;
+    int32_t getImageRotation() const override;
+    std::string getDateTimeTaken() const override;
+    long getCaptureTimestampUs() const override;
+    MediaDefs::MimeType getVideoMimeType() const override;
+    int32_t getNumTracksOfVideo() const override;
+    int64_t getVideoDurationUs() const override;
+    int32_t getVideoBitrate() const override;
+    size_t getVideoPosition() const override;
+    size_t getVideoSize() const override;
+    int32_t getAutoPlayVideoBitrate() const override;
+    size_t getAutoPlayVideoPosition() const override;
+    size_t getAutoPlayVideoSize() const override;
+    std::vector<int64_t> getTrackDurationsOfVideo() const override;
+    std::string getExtraInfo() const override;
+    size_t getImageVideoPadding() const override;
+    std::shared_ptr<XMPInfo> getXMPInfo() const override;
+    std::shared_ptr<QRTInfo> getQRTInfo() const override;
+    std::shared_ptr<ExifInfo> getExifInfo() const override;
+    using MotionPhotoInfo::getVideo;
+    size_t getVideo(int fd) const override;
+    size_t getVideo(std::string const& path) const override;
+    CropRect getCropRect() const override;
+    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options const& options) override;
+    std::shared_ptr<MotionPhotoEdit> edit() override;
+
+    /// The video in memory; its range must lie in the file.
+    std::shared_ptr<ByteBuffer> loadVideo() const;
+
+    std::shared_ptr<MediaFile> const& getFile() const { return file; }
+    std::shared_ptr<QRTInfoImpl> const& getTrailer() const { return qrtInfo; }
+    std::shared_ptr<XMPInfoImpl> const& getPacket() const { return xmpInfo; }
+    /// Whether a video stands at getVideoPosition() for getVideoSize() bytes, as far as the file's length tells.
+    bool hasVideo() const;
+    /// Answers from now on for another file that carries the same trailer at its end; nothing is read.
+    void attach(std::shared_ptr<MediaFile> const& other);
+
+private:
+    void parseExtraOfMotionPhotoFromQRT(std::vector<QRTDataInfo>& records);
+    size_t transferVideo(std::shared_ptr<MediaFile> const& target) const;
+
+    std::shared_ptr<MediaFile> file;
+    std::shared_ptr<QRTInfoImpl> qrtInfo;
+    std::shared_ptr<XMPInfoImpl> xmpInfo;
+    std::shared_ptr<ExifInfoImpl> exifInfo;
+    MediaDefs::MotionPhotoFormat motionPhotoFormat = MediaDefs::MotionPhotoFormat::NONE;
+};
+
+/// Data of record 2608 up to this size is a pointer, never a video.
+inline constexpr uint32_t MAX_POINTER_RECORD_SIZE = 125000;
+
+/// The duration in microseconds of the first video track between two offsets of a file, 0 when the track names none.
+/// Throws when the platform's extractor cannot open it or finds no video.
+int64_t videoDurationUs(MediaFile const& file, uint32_t position, uint32_t size);
+
+} // namespace android::lumo
