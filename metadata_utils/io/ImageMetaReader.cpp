@@ -1,6 +1,7 @@
 #include "ImageMetaReader.h"
 
 #include "CheckedFile.h"
+#include "HEIFMetaReader.h"
 #include "JPEGMetaReader.h"
 
 namespace android::lumo {
@@ -19,6 +20,8 @@ std::unique_ptr<ImageMetaReader> ImageMetaReader::of(std::shared_ptr<MediaFile> 
     // One line for each container that can be read.
     case MediaDefs::MimeType::IMAGE_JPEG:
         return std::make_unique<JPEGMetaReader>(file, mode);
+    case MediaDefs::MimeType::IMAGE_HEIC:
+        return std::make_unique<HEIFMetaReader>(file, mode);
     default:
         throw ErrorAt()("unsupported type: %d", static_cast<int>(type));
     }

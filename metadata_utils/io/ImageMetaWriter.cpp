@@ -1,6 +1,7 @@
 #include "ImageMetaWriter.h"
 
 #include "Error.h"
+#include "HEIFMetaWriter.h"
 #include "JPEGMetaWriter.h"
 
 namespace android::lumo {
@@ -15,6 +16,8 @@ std::unique_ptr<ImageMetaWriter> ImageMetaWriter::of(std::shared_ptr<MediaFile> 
     // One line for each container that can be written.
     case MediaDefs::MimeType::IMAGE_JPEG:
         return std::make_unique<JPEGMetaWriter>(file);
+    case MediaDefs::MimeType::IMAGE_HEIC:
+        return std::make_unique<HEIFMetaWriter>(file);
     default:
         throw ErrorAt()("unsupported type: %d", static_cast<int>(type));
     }

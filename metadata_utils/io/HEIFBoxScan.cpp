@@ -1,0 +1,137 @@
+#include "HEIFBoxScan.h"
+
+#include "Error.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace android::lumo::heif {
+
+namespace {
+
+constexpr uint32_t WINDOW = 4096;
+constexpr uint32_t MAX_HEADER = 16;
+/// A still has ten boxes at its top level, an image sequence some thousands.
+constexpr size_t MAX_BOXES = 65536;
+/// 64-bit header and the marker of a debug info.
+constexpr uint32_t LOOK_AHEAD = MAX_HEADER + 4;
+constexpr std::array<uint8_t, 4> DEBUG_INFO_MARKER = {'c', 'd', 'i', 'f'};
+constexpr std::array IMAGE_BOXES = {boxType("ftyp"), boxType("styp"), boxType("meta"), boxType("mdat"),
+                                    boxType("moov"), boxType("moof"), boxType("meco")};
+constexpr std::array TRAILING_BOXES = {boxType("mpvd"), boxType("qrtd")};
+
+/// The messages of the scan are the reader's.
+ErrorAt readerError(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/io/HEIFMetaReader");
+}
+
+bool isImage(TopLevelBox const& box) {
+    return std::find(IMAGE_BOXES.begin(), IMAGE_BOXES.end(), box.type) != IMAGE_BOXES.end();
+}
+
+bool isTrailing(TopLevelBox const& box) {
+    return box.debugInfo || std::find(TRAILING_BOXES.begin(), TRAILING_BOXES.end(), box.type) != TRAILING_BOXES.end();
+}
+
+bool beginsWithMarker(std::span<uint8_t const> start, BoxHeader const& header) {
+    size_t const end = header.headerSize + DEBUG_INFO_MARKER.size();
+    return header.size >= end && start.size() >= end &&
+           std::equal(DEBUG_INFO_MARKER.begin(), DEBUG_INFO_MARKER.end(), start.begin() + header.headerSize);
+}
+
+std::runtime_error faultOf(BoxFault fault, BoxHeader const& header, size_t left) {
+    if (fault == BoxFault::Truncated)
+        return readerError()("fail to get file payload[%d]: %s", static_cast<int>(left), "box header cut off");
+    return readerError()("invalid chunk payload: %lu", static_cast<unsigned long>(header.size));
+}
+
+} // namespace
+
+ByteWindow::ByteWindow(MediaFile const& source) : file(&source), total(source.size()) {}
+
+ByteWindow::ByteWindow(std::span<uint8_t const> bytes)
+    : held(bytes), total(static_cast<uint32_t>(std::min<size_t>(bytes.size(), UINT32_MAX))) {}
+
+std::span<uint8_t const> ByteWindow::at(uint32_t position, uint32_t n) {
+    if (n > MAX_REQUEST || !rangeFits(position, n, total))
+        throw readerError()("fail to get file payload[%d]: %s", static_cast<int>(std::min<uint32_t>(n, INT32_MAX)),
+                            n > MAX_REQUEST ? "box too large" : "behind the end of the file");
+    if (position < heldAt || !rangeFits(position - heldAt, n, held.size()))
+        refill(position, n);
+    return held.subspan(position - heldAt, n);
+}
+
+std::span<uint8_t const> ByteWindow::upTo(uint32_t position, uint32_t n) {
+    return at(position, std::min(n, total - std::min(position, total)));
+}
+
+void ByteWindow::refill(uint32_t position, uint32_t n) {
+    held = {};
+    buffer.resize(std::min(std::max(n, WINDOW), total - position));
+    if (file->position(position) != position)
+        throw readerError()("Failed to set file position to %zu", size_t{position});
+    size_t count = 0;
+    while (count < n) {
+        ssize_t const got = file->read(buffer.data() + count, static_cast<uint32_t>(buffer.size() - count));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            throw readerError()("fail to get file payload[%d]: %s", static_cast<int>(got),
+                                got < 0 ? std::strerror(errno) : "end of file");
+        count += static_cast<size_t>(got);
+    }
+    held = std::span<uint8_t const>(buffer).first(count);
+    heldAt = position;
+}
+
+uint32_t TopLevel::endOfImage() const {
+    auto const lastImage = std::find_if(boxes.rbegin(), boxes.rend(), isImage).base();
+    auto const trailing = std::find_if(lastImage, boxes.end(), isTrailing);
+    return trailing == boxes.end() ? fileSize : trailing->position;
+}
+
+TopLevelBox const* TopLevel::find(BoxType type) const {
+    auto const box = std::find_if(boxes.begin(), boxes.end(), [&](auto const& each) { return each.type == type; });
+    return box == boxes.end() ? nullptr : &*box;
+}
+
+TopLevel scanTopLevel(ByteWindow& window, BoxType until) {
+    TopLevel found;
+    found.fileSize = window.size();
+    for (uint32_t position = 0; position < window.size();) {
+        auto const start = window.upTo(position, LOOK_AHEAD);
+        BoxHeader header;
+        BoxFault const fault = decodeBoxHeader(start, window.size() - position, header);
+        if (fault != BoxFault::None) {
+            found.damage = faultOf(fault, header, start.size());
+            break;
+        }
+        if (found.boxes.size() == MAX_BOXES) {
+            found.damage = readerError()("more than %zu boxes at the top level", MAX_BOXES);
+            break;
+        }
+        bool const debugInfo = header.type == boxType("free") && beginsWithMarker(start, header);
+        found.boxes.push_back(
+            {header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd, debugInfo});
+        if (header.type == until)
+            break;
+        position += static_cast<uint32_t>(header.size);
+    }
+    return found;
+}
+
+TopLevel scanWhole(ByteWindow& window) {
+    TopLevel topLevel = scanTopLevel(window);
+    if (topLevel.damage)
+        throw *topLevel.damage;
+    return topLevel;
+}
+
+TopLevel scanWhole(MediaFile const& file) {
+    ByteWindow window(file);
+    return scanWhole(window);
+}
+
+} // namespace android::lumo::heif

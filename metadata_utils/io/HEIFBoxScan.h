@@ -1,0 +1,73 @@
+#pragma once
+
+#include "BoxBounds.h"
+#include "MediaFile.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <vector>
+
+/// The top level of a HEIF file: its boxes from the first byte to the last, and where the image ends among them.
+namespace android::lumo::heif {
+
+/// Bytes of a file, or of memory, by position. Small neighbouring requests are answered from one read, so that a scan
+/// over any number of small boxes costs few system calls. The file or memory must outlive the window and keep its size.
+class ByteWindow {
+public:
+    explicit ByteWindow(MediaFile const& file);
+    explicit ByteWindow(std::span<uint8_t const> bytes);
+
+    uint32_t size() const { return total; }
+    /// Exactly n bytes, valid until the next call. A range that the file does not hold, or a failed read, throws
+    /// "fail to get file payload[%d]: %s"; more than MAX_REQUEST bytes throw as well.
+    std::span<uint8_t const> at(uint32_t position, uint32_t n);
+    /// The same for the part of the range that the file holds.
+    std::span<uint8_t const> upTo(uint32_t position, uint32_t n);
+
+    /// No box that is read whole is larger in a file of any camera: 65,535 items with names of 40 bytes fit.
+    static constexpr uint32_t MAX_REQUEST = 4 * 1024 * 1024;
+
+private:
+    void refill(uint32_t position, uint32_t n);
+
+    MediaFile const* file = nullptr;
+    std::span<uint8_t const> held; ///< the bytes of `buffer`, or all of the memory
+    uint32_t heldAt = 0;           ///< their position
+    uint32_t total = 0;
+    std::vector<uint8_t> buffer;
+};
+
+struct TopLevelBox {
+    BoxType type = 0;
+    uint32_t position = 0;
+    uint32_t size = 0;       ///< whole box; what is left of the file for the size-0 form
+    uint32_t headerSize = 0; ///< 8 or 16
+    bool toEnd = false;      ///< stored with size 0
+    bool debugInfo = false;  ///< a 'free' box whose content begins "cdif"
+
+    uint32_t end() const { return position + size; }
+    uint32_t content() const { return position + headerSize; }
+};
+
+/// What a file holds at its top level, as far as it can be followed.
+struct TopLevel {
+    std::vector<TopLevelBox> boxes;
+    /// Set when bytes behind the last box are no whole box: nobody can tell what follows.
+    std::optional<std::runtime_error> damage;
+    uint32_t fileSize = 0;
+
+    /// The start of the first trailing box (mpvd, qrtd, debug info) behind the last image box (ftyp, styp, meta, mdat,
+    /// moov, moof, meco), else the file's size. A plain 'free' or an unknown box in front of it belongs to the image.
+    uint32_t endOfImage() const;
+    TopLevelBox const* find(BoxType type) const;
+};
+
+/// Follows the boxes to the file's end, or up to the first one of type `until` (0: none).
+TopLevel scanTopLevel(ByteWindow& window, BoxType until = 0);
+/// For whoever is going to move bytes: throws the damage, if there is any.
+TopLevel scanWhole(ByteWindow& window);
+TopLevel scanWhole(MediaFile const& file);
+
+} // namespace android::lumo::heif

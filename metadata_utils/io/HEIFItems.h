@@ -1,0 +1,58 @@
+#pragma once
+
+#include "HEIFBoxScan.h"
+#include "HEIFMetaReader.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace android::lumo::heif {
+
+/// What the item boxes inside 'meta' say, as far as it takes to find an item that describes the primary one. Boxes are
+/// read through cursors, so no child reads past its parent, and lists stay in proportion to the bytes they come from.
+class Items {
+public:
+    using Box = HEIFMetaReader::Box;
+    using ItemLocation = HEIFMetaReader::ItemLocation;
+    using ItemReference = HEIFMetaReader::ItemReference;
+
+    /// Reads 'iinf', 'iloc', 'iref' and 'pitm' of a 'meta' box; throws on damage and keeps what was read in front of
+    /// it.
+    void parse(ByteWindow& window, TopLevelBox const& meta);
+
+    /// The first of the items, in the order of the references, that describes the primary item and has its bytes in the
+    /// file.
+    std::optional<ItemLocation> findDescribing(std::vector<int> const& ids) const;
+
+    /// Whether the item is plain (neither encoded nor protected) application/rdf+xml.
+    bool isPacket(ItemLocation const& location) const { return packetIds.contains(static_cast<int>(location.id)); }
+    /// Why XMP must not be written over the item's bytes; empty when it may be: it is a packet and its
+    /// bytes are nobody else's, inside a 'mdat' or 'idat'.
+    std::string refusalToWrite(ItemLocation const& location, TopLevel const& topLevel) const;
+
+    std::vector<int> mimeIds;
+    std::vector<int> exifIds;
+    std::optional<uint32_t> primaryId;
+    std::vector<ItemReference> references;
+    std::vector<ItemLocation> locations;
+    std::map<std::string, Box> boxes; ///< the item boxes parsed so far
+
+private:
+    void parseChild(ByteWindow& window, Box const& box);
+    void parseIINFBox(BoxCursor payload);
+    void parseInfe(BoxCursor entry);
+    void parseILOCBox(BoxCursor payload);
+    void parseIREFBox(BoxCursor payload);
+    void parsePITMBox(BoxCursor payload);
+    void settleItemDataLocations();
+
+    uint32_t fileSize = 0;
+    std::unordered_set<int> packetIds;                     ///< 'mime' items that are plain application/rdf+xml
+    std::vector<ItemLocation> inItemData;                  ///< method 1: relative to 'idat', which may follow 'iloc'
+    std::optional<std::pair<uint32_t, uint32_t>> itemData; ///< position and size of the content of 'idat'
+};
+
+} // namespace android::lumo::heif

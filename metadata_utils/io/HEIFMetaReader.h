@@ -1,0 +1,135 @@
+#pragma once
+
+#include "ByteBuffer.h"
+#include "ImageMetaReader.h"
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct hboxd_context;
+struct HBOX_MEMORY_STREAM;
+struct HBOXD_IMAGE_INFO;
+struct HBOXM_GRID_INFO;
+
+namespace android::lumo {
+
+namespace heif {
+class Items;
+}
+
+/// Finds XMP, Exif and camera debug info among a HEIF file's boxes (ISO/IEC 14496-12, ISO/IEC 23008-12), and answers
+/// questions about its images through the platform's demuxer.
+///
+///     top level        ftyp, meta, mdat ...   the image; then trailing boxes:
+///     free             payload "cdif" and the camera debug info
+///     mpvd             the video of a motion photo (header of 8 or 16 bytes)
+///     qrtd             the trailer; always last
+///     inside meta      iinf: items and their types; iref: which item describes which; iloc: where their bytes lie;
+///                      pitm: the primary item; idat: bytes of items located by construction method 1
+///
+/// The XMP is the first item of type 'mime' that a 'cdsc' reference ties to the primary item; the Exif likewise. An
+/// item in several extents, in another file or in another item (method 2) is not found. Files of 4 GiB and more are
+/// refused.
+///
+/// XMP, Exif and debug info are found with small reads. The demuxer works on the whole file in memory, so a copy is
+/// made when the first image question is asked (or at once when EAGER), never for the metadata alone. A file that the
+/// demuxer refuses still answers for its metadata. Boxes behind the first damaged one are not seen: the metadata in
+/// front of it is found all the same, while the questions that describe the top level as a whole throw "invalid chunk
+/// payload: %lu" or "fail to get file payload[%d]: %s". One thread at a time; moves the file's shared position.
+class METADATA_UTILS_EXPORT HEIFMetaReader : public ImageMetaReader {
+public:
+    struct Box {
+        std::string type;
+        uint32_t position = 0; ///< of the first byte of its header
+        uint32_t size = 0;     ///< header included; what is left of the file for a box stored with size 0
+    };
+
+    /// The bytes of one item: `length` bytes at base + offset. For construction method 1 the base holds the start of
+    /// 'idat'.
+    struct ItemLocation {
+        uint32_t id = 0;
+        uint32_t base = 0;
+        uint32_t offset = 0;
+        uint32_t length = 0;
+        bool isExact =
+            true; ///< false for a location that names another file or was wider than 32 bits: never written to
+    };
+
+    /// One 'cdsc' reference; only the first item it refers to is kept.
+    struct ItemReference {
+        int32_t from = 0;
+        std::vector<int> to;
+    };
+
+    /// The item behind getXMP().
+    struct XMPItem {
+        uint32_t position = 0;
+        uint32_t length = 0;
+        bool isPacket = false; ///< plain application/rdf+xml; another 'mime' item is found all the same
+        std::string refusal;   ///< why it must not be written in place; empty when it may be
+    };
+
+    /// Throws "fail to get fd & size[err=%d, %s]: fd=%d, size=%zu" for an invalid, empty or too large file. EAGER opens
+    /// the demuxer and scans now, and throws when either fails.
+    HEIFMetaReader(std::shared_ptr<MediaFile> const& file, ParseMode mode);
+    ~HEIFMetaReader() override;
+
+    /// Parses the 'meta' box anew; false, with a log line, when there is none or it is damaged (what was read in front
+    /// of the damage stays).
+    bool parseMetadata() override;
+    Metadata getXMP() override;
+    /// The block starts with the six-byte Exif identifier in front of the TIFF header, where the item holds it.
+    Metadata getExif() override;
+    Metadata getCameraDebugInfo() override;
+
+    // The top level. --------------------------------------------------------------------------------------------------
+
+    /// The boxes whose type is listed, in file order.
+    std::list<Box> findBox(std::vector<std::string> const& types);
+    /// The position of the first box whose type is listed, 0 when there is none.
+    uint32_t getExternalMetadataPosition(std::vector<std::string> const& types);
+    /// The start of the first trailing box (mpvd, qrtd, or a debug info) behind the last box of the image, else the
+    /// file's size. Remembered; `rescan` looks again.
+    uint32_t getEndOfImagePosition(bool rescan);
+    std::optional<XMPItem> getXMPItem();
+
+    // The images, asked of the demuxer. Each failure throws with the demuxer's error code.
+    // ------------------------------
+
+    int getCoverImageId();
+    HBOXD_IMAGE_INFO getImageInfo(int id);
+    /// One kind of item information (HBOXD_ITEM_INFO) as raw bytes.
+    void getMetadataInfo(int id, int kind, std::vector<uint8_t>* buffer);
+    HBOXM_GRID_INFO getGridInfo(int id);
+    /// The images that an image is derived from (a grid's tiles, row by row), at most `maxCount`.
+    std::vector<uint32_t> getItemIds(int id, int maxCount);
+    /// The item's coded bytes; more than `maxSize` of them is an error.
+    void getImageFrame(int id, std::vector<uint8_t>& frame, int maxSize);
+    int getThumbnailImageId(int coverId);
+    HBOXD_IMAGE_INFO getThumbnailImageInfo(int coverId);
+
+    uint32_t getFileSize() const;
+    /// The whole file, read on first use.
+    ByteBuffer const& getBuffer();
+    /// The demuxer over getBuffer(), opened on first use; lives as long as the reader.
+    hboxd_context* getDemuxer();
+
+private:
+    void init();
+    void deinit();
+    void parseWhenLazy();
+    Metadata getMeta(std::vector<int> const& ids, MediaDefs::MetaType type);
+
+    uint32_t fileSize = 0;
+    uint32_t endOfImage = 0;
+    ByteBuffer buffer;
+    std::unique_ptr<HBOX_MEMORY_STREAM> stream;
+    hboxd_context* demuxer = nullptr;
+    std::unique_ptr<heif::Items> items;
+};
+
+} // namespace android::lumo

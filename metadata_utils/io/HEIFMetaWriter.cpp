@@ -1,0 +1,81 @@
+#include "HEIFMetaWriter.h"
+
+#include "CheckedFile.h"
+#include "Log.h"
+
+#include <array>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "HEIFMetaWriter";
+constexpr uint32_t DEFAULT_XMP_ROOM = 1280;
+constexpr uint8_t BLANK = 0x20;
+
+void requireFits(size_t packet, uint32_t room, int line = __builtin_LINE()) {
+    if (packet > room)
+        throw ErrorAt(line)("xmpBuffer size must be smaller than xmpBox size");
+}
+
+} // namespace
+
+HEIFMetaWriter::HEIFMetaWriter(std::shared_ptr<MediaFile> const& target)
+    : ImageMetaWriter(target), reader(std::make_unique<HEIFMetaReader>(target, ParseMode::LAZY)) {}
+
+HEIFMetaWriter::~HEIFMetaWriter() {
+    deinit();
+}
+
+/// What a reader has found is out of date once bytes have moved.
+void HEIFMetaWriter::rescan() {
+    deinit();
+    reader = std::make_unique<HEIFMetaReader>(file, ParseMode::LAZY);
+}
+
+uint32_t HEIFMetaWriter::xmpRoom() {
+    rescan();
+    auto const item = reader->getXMPItem();
+    return item && item->refusal.empty() ? item->length : 0;
+}
+
+void HEIFMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
+    LOGI("writeXMP...E");
+    if (info == nullptr)
+        throw ErrorAt()("no XMP given");
+    std::vector<uint8_t> const packet = info->serializeToBuffer();
+    rescan();
+    auto item = reader->getXMPItem();
+    if (!item || (item->length == 0 && item->isPacket)) {
+        requireFits(packet.size(), DEFAULT_XMP_ROOM);
+        reserveXMP(DEFAULT_XMP_ROOM);
+        item = reader->getXMPItem();
+    }
+    if (!item || !item->refusal.empty())
+        throw ErrorAt()("XMP cannot be written in place: %s", item ? item->refusal.c_str() : "no room");
+    requireFits(packet.size(), item->length);
+    uint32_t const padding = item->length - static_cast<uint32_t>(packet.size());
+    checked::seek(*file, item->position);
+    checked::write(*file, packet.data(), packet.size());
+    checked::fill(*file, BLANK, padding);
+    LOGI("XMP written. Data: %zu bytes, Padding: %zu bytes.", packet.size(), size_t{padding});
+    LOGI("writeXMP...X");
+}
+
+void HEIFMetaWriter::removeXMP() {
+    LOGI("removeXMP called - performing dummy operations.");
+}
+
+void HEIFMetaWriter::writeXMP(std::vector<unsigned char> const& packet) {
+    LOGI("writeXMP called with buffer size: %zu - performing dummy operations.", packet.size());
+    LOGW("XMP writing not actually implemented. Dummy success status: %s", "true");
+}
+
+uint32_t HEIFMetaWriter::getClockWiseRotation(int heifCcwRotation) {
+    static constexpr std::array<uint32_t, 4> CLOCKWISE = {0, 270, 180, 90};
+    if (heifCcwRotation < 0 || static_cast<size_t>(heifCcwRotation) >= CLOCKWISE.size())
+        throw ErrorAt(255)("invalid heif rotation type");
+    return CLOCKWISE[static_cast<size_t>(heifCcwRotation)];
+}
+
+} // namespace android::lumo

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "HEIFMetaReader.h"
+#include "ImageMetaWriter.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct hboxm_context;
+
+namespace android::lumo {
+
+namespace heif {
+struct TopLevelBox;
+}
+
+/// Changes a HEIC's metadata in place: room for XMP, the packet in it, and the camera debug info.
+///
+/// Room is made by the platform's muxer, which writes the image part (everything in front of the first trailing box)
+/// again with every item, property and reference it had; only grid images can be written again. The room is an 'mdat'
+/// of its own at the image's end. Boxes behind the image are moved, never changed, but for the trailer's pointer to the
+/// video, which follows the video.
+///
+/// The camera debug info, a box that other readers skip:
+///
+///     offset  width  field (big-endian)
+///     0       4      box size: 12 + n
+///     4       4      "free"
+///     8       4      "cdif"
+///     12      n      the debug info
+///
+/// It is the file's last box, unless a trailer stands there: then it comes directly behind the image.
+///
+/// What can be foreseen to fail (a layout that cannot be written again, a packet longer than its room, damage, 4 GiB, a
+/// full disk) is refused before the first byte moves; after a failed write bytes already moved stay moved.
+class METADATA_UTILS_EXPORT HEIFMetaWriter : public ImageMetaWriter {
+public:
+    explicit HEIFMetaWriter(std::shared_ptr<MediaFile> const& file);
+    ~HEIFMetaWriter() override;
+
+    /// Writes the image part again with room for `size` bytes of XMP (128 at least, and never less than the packet the
+    /// image has, which the room begins with). Needs memory for the file and the new image part. Returns the room.
+    Metadata reserveXMP(unsigned int size) override;
+    /// Changes nothing, on purpose.
+    void removeXMP() override;
+    /// Changes nothing, on purpose: only the form that takes the view writes.
+    void writeXMP(std::vector<unsigned char> const& packet) override;
+    /// Writes the packet and blanks over the rest of the room; an image without XMP gets room for 1280 bytes first. A
+    /// packet longer than the room throws "xmpBuffer size must be smaller than xmpBox size", and the file stays as it
+    /// was.
+    void writeXMP(std::shared_ptr<XMPInfo> const& info) override;
+    void writeCameraDebugInfo(std::vector<unsigned char> const& data) override;
+    void removeCameraDebugInfo() override;
+
+    /// Bytes that writeXMP(info) can put where the XMP stands now; 0 when there is none or it cannot be written in
+    /// place.
+    uint32_t xmpRoom();
+
+    /// Gives a last box that is stored with size 0 ("to the end of the file") its size, so that something can follow
+    /// it. Whoever appends to a HEIC calls it first. Nothing happens when there is none.
+    static void closeLastBox(std::shared_ptr<MediaFile> const& file);
+
+    /// Brings a trailer box that stands in front of a debug info or video box to the file's end, where trailers are
+    /// looked for; a pointer in it follows the video. False, and nothing done, when the boxes are in order (or it is no
+    /// HEIC).
+    static bool restoreTrailerOrder(std::shared_ptr<MediaFile> const& file);
+
+    /// Degrees clockwise for the counter-clockwise angle of 'irot' (0 to 3 quarter turns).
+    static uint32_t getClockWiseRotation(int heifCcwRotation);
+
+private:
+    void init(uint32_t imageLength);
+    void deinit();
+    void rescan();
+    void requireReplaceableXMP();
+    void copyCover(uint32_t xmpSize);
+    void copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& tiles, uint32_t xmpSize);
+    void copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& ids);
+    void copyThumbnail(int coverId);
+    static uint32_t getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo);
+    void stop();
+    std::vector<uint8_t> dumpImage();
+    uint32_t getMetadataOffset();
+    void replaceImagePart(uint32_t imageLength, std::vector<uint8_t> const& image);
+    void write(std::vector<uint8_t> const& image);
+
+    void shiftOut(heif::TopLevelBox const& box);
+    void cutOut(heif::TopLevelBox const& box);
+    void appendFreeCdif(std::vector<unsigned char> const& data);
+    void insertFreeCdif(std::vector<unsigned char> const& data, uint32_t position);
+
+    std::unique_ptr<HEIFMetaReader> reader;
+    hboxm_context* muxer = nullptr;
+};
+
+} // namespace android::lumo
