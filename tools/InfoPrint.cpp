@@ -196,7 +196,7 @@ void printText(InfoReport const& report, std::ostream& out) {
     out << report.file << '\n';
     row("type", report.mimeType);
     row("file", bytes(report.fileSize));
-    row("image", bytes(report.imageSize));
+    row("image", bytes(report.imageSize) + (report.trailer ? " in front of the trailer" : ""));
     if (report.motionPhoto)
         printMotionPhoto(row, *report.motionPhoto);
     else
