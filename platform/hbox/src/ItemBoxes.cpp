@@ -73,6 +73,7 @@ LocationReader::LocationReader(Box const& iloc) : cursor(iloc.payload()) {
     itemCount = static_cast<uint32_t>(cursor.number(idWidth)); // unsigned int(16 or 32) item_count;
     cursor.requireEntries(itemCount, idWidth + (boxVersion == 0 ? 0U : 2U) + 2 + baseWidth + 2);
     itemsLeft = itemCount;
+    firstEntry = cursor.offset();
 }
 
 std::optional<ItemLocation> LocationReader::next() {

@@ -78,9 +78,13 @@ public:
 
     uint8_t version() const { return boxVersion; }
     uint32_t count() const { return itemCount; }
+    /// The next entry's place; skipping a fresh reader by it makes that entry the next again.
+    uint32_t place() const { return static_cast<uint32_t>(cursor.offset() - firstEntry); }
+    void skip(uint32_t place) { cursor.skip(place); }
 
 private:
     BoxCursor cursor;
+    uint64_t firstEntry;
     uint8_t boxVersion;
     ItemLocation widths; ///< carries the field widths that every entry shares
     uint8_t baseWidth;

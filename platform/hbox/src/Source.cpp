@@ -77,13 +77,34 @@ ItemInfo Source::item(uint32_t id) const {
     throw failure(HBOX_ERR_NOT_FOUND, "no item %u", static_cast<unsigned>(id));
 }
 
-std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
-    LocationReader reader(child(boxType("iloc")));
-    while (auto location = reader.next()) {
-        if (location->id == id)
-            return location;
+Source::LocationIndex const& Source::locationIndex() const {
+    if (locations)
+        return *locations;
+    LocationIndex index{child(boxType("iloc")), {}};
+    try {
+        LocationReader reader(index.iloc);
+        index.places.reserve(reader.count());
+        uint32_t place = reader.place();
+        while (auto const location = reader.next()) {
+            index.places.emplace_back(location->id, place);
+            place = reader.place();
+        }
+    } catch (android::lumo::BoxError const&) {
+        if (index.places.empty())
+            throw; // else the entries in front of the damage still answer
     }
-    return std::nullopt;
+    std::sort(index.places.begin(), index.places.end());
+    return locations.emplace(std::move(index));
+}
+
+std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
+    auto const& [iloc, places] = locationIndex();
+    auto const found = std::lower_bound(places.begin(), places.end(), std::pair(id, 0U));
+    if (found == places.end() || found->first != id)
+        return std::nullopt;
+    LocationReader reader(iloc);
+    reader.skip(found->second);
+    return reader.next();
 }
 
 std::vector<FileRange> Source::ranges(uint32_t id) const {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "ItemBoxes.h"
@@ -55,11 +56,19 @@ public:
     Box decoderConfiguration(uint32_t id) const;
 
 private:
+    /// 'iloc' sorted by id, made when first asked: a grid asks once per tile.
+    struct LocationIndex {
+        Box iloc;
+        std::vector<std::pair<uint32_t, uint32_t>> places; ///< id, LocationReader::place
+    };
+
     PixelSize pixelSize(uint32_t id) const;
+    LocationIndex const& locationIndex() const;
 
     Stream file;
     std::vector<uint8_t> metaBytes;
     Box metaBox;
+    mutable std::optional<LocationIndex> locations;
 };
 
 } // namespace hbox
