@@ -3,6 +3,7 @@
 #include "Error.h"
 #include "Log.h"
 #include "QRTEditImpl.h"
+#include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -224,8 +225,7 @@ ByteBuffer QRTEditImpl::getQRTDataBuffer(std::vector<QRTDataInfo const*> const& 
 
 /// Returns the bytes of the last piece.
 long QRTEditImpl::writePieces(std::vector<Piece> const& pieces, Plan& plan) {
-    checked::reserve(*outputFile, plan.finalSize, error());
-    copySource();
+    prepareOutput(plan);
     uint32_t const image = info->getImageSize();
     if (outputFile->position(image) != image)
         throw error()("Failed to set outputFile position to %zu", size_t{image});
@@ -239,6 +239,18 @@ long QRTEditImpl::writePieces(std::vector<Piece> const& pieces, Plan& plan) {
     checked::truncate(*outputFile, plan.finalSize, error());
     plan.written = true;
     return static_cast<long>(pieces.back().bytes.size());
+}
+
+/// A full disk is found before anything changes. A HEIC whose last box runs to the file's end would swallow the
+/// trailer.
+void QRTEditImpl::prepareOutput(Plan const& plan) {
+    checked::reserve(*outputFile, plan.finalSize, error());
+    copySource();
+    if (info->boxHeaderSize() > 0 && info->getTrailerSize() == 0) {
+        checked::truncate(*outputFile, info->getImageSize(), error());
+        HEIFMetaWriter::closeLastBox(outputFile);
+    }
+    checked::reserve(*outputFile, plan.finalSize, error());
 }
 
 bool QRTEditImpl::isInPlace() const {

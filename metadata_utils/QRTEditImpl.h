@@ -27,7 +27,7 @@ namespace android::lumo {
 ///  1. Before the first write every record's bytes are in hand (memory, or a data file of the length it was staged
 ///  with),
 ///     and the file's final size is reserved.
-///  2. Nothing in front of the image's end is written.
+///  2. Nothing in front of the image's end is written, but for the size of a HEIC's last box that had none.
 ///  3. Old records are read from where the view says they lie now, by position; a record a load callback resolved to
 ///     other bytes keeps its stored form.
 ///  4. The tail's last bytes "QRTT" are written last.
@@ -135,6 +135,7 @@ private:
     /// The batch's bytes, in a buffer with room for `more` behind them.
     ByteBuffer getQRTDataBuffer(std::vector<QRTDataInfo const*> const& batch, uint32_t more = 0) const;
     long writePieces(std::vector<Piece> const& pieces, Plan& plan);
+    void prepareOutput(Plan const& plan);
     bool isInPlace() const;
     void copySource();
     void takeOver(Plan const& plan);
