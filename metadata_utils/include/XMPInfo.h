@@ -46,8 +46,10 @@ public:
     virtual std::string getProperty(std::string const& schemaNS, std::string const& path) const = 0;
     /// The field "Item:<fieldName>" of an item ("Mime", "Semantic", "Length", "Padding", ...); empty when absent.
     virtual std::string getItemField(std::string const& itemName, std::string const& fieldName) const = 0;
-    /// The item at a 1-based place of the directory; empty when none.
+    /// The item read from, or added at, a 1-based place of the directory; empty when none. The removal of another item
+    /// leaves these places as they are until the file is parsed again.
     virtual std::string getItemNameAt(int32_t index) const = 0;
+    /// The item that stands last now; empty when there is none. Throws XMP_Error when the directory is no array.
     virtual std::string getLastItem() const = 0;
     /// The packet in compact form, without packet wrapper and padding.
     virtual std::vector<uint8_t> serializeToBuffer() const = 0;

@@ -1,0 +1,225 @@
+#include "ExifEdit.h"
+#include "XMPEditImpl.h"
+#include "XMPFixture.h"
+
+using namespace android::lumo;
+using namespace android::lumo::test;
+
+namespace {
+
+using Mime = MediaDefs::MimeType;
+using Names = std::list<std::string>;
+
+std::string threeItems() {
+    return packetOf("",
+                    directoryOf(itemOf("Primary", "image/jpeg") + itemOf("GainMap", "image/jpeg", "Item:Length='5'") +
+                                itemOf("MotionPhoto", "video/mp4", "Item:Length='7'")));
+}
+
+TEST(XMPEdit, WritesPropertiesAndItemsIntoAStillWithoutXmp) {
+    Photo const photo;
+    auto const before = segmentsOf(photo.getFile().bytes());
+    auto const view = photo.view();
+    auto const editor = view->edit();
+    EXPECT_FALSE(editor->isDirty());
+    editor->setProperty(xmp_ns::CAMERA, "GCamera:MotionPhoto", "1")
+        .setItem("Primary", Mime::IMAGE_JPEG)
+        .setItem("MotionPhoto", Mime::VIDEO_MP4)
+        .setItemField("MotionPhoto", "Length", "42");
+    EXPECT_TRUE(editor->isDirty());
+    EXPECT_EQ(view->getItemNameAt(2), "MotionPhoto"); // before any commit
+    editor->commit();
+    EXPECT_FALSE(editor->isDirty());
+
+    auto const written = photo.view();
+    EXPECT_EQ(contentOf(*written), "GCamera:MotionPhoto=1\n"
+                                   "Primary: Mime=image/jpeg Semantic=Primary\n"
+                                   "MotionPhoto: Length=42 Mime=video/mp4 Semantic=MotionPhoto\n");
+    EXPECT_NE(textOf(*written).find("<rdf:Seq>"), std::string::npos);
+    auto after = segmentsOf(photo.getFile().bytes());
+    std::erase_if(after, [](auto const& segment) { return segment.isXmp(); });
+    EXPECT_EQ(after, before);
+}
+
+TEST(XMPEdit, LeavesAnItemOfTheNameAsItIs) {
+    Photo const photo(threeItems());
+    auto const view = photo.view();
+    auto const before = textOf(*view);
+    auto const editor = view->edit();
+    editor->setItem("GainMap", Mime::IMAGE_HEIC);
+    editor->removeItem("nobody").removeItemField("nobody", "Mime").replaceItemField("nobody", "Mime", "x");
+    EXPECT_FALSE(editor->isDirty());
+    EXPECT_EQ(textOf(*view), before);
+    EXPECT_NE(messageOf([&] {
+                  editor->setItemField("nobody", "Mime", "x");
+              }).find("no such item(nobody) exist, add item first w/ addItem"),
+              std::string::npos);
+}
+
+TEST(XMPEdit, RemovesTheNamedItemAfterEarlierRemovals) {
+    Photo const photo(threeItems());
+    auto const view = photo.view();
+    auto const editor = view->edit();
+    editor->removeItem("Primary");
+    EXPECT_EQ((Names{view->getItemNameAt(1), view->getItemNameAt(2), view->getItemNameAt(3)}),
+              (Names{"", "GainMap", "MotionPhoto"})); // recorded places stay
+    EXPECT_EQ(view->getLastItem(), "MotionPhoto");
+    EXPECT_EQ(editor->getItemField("GainMap", "Length"), "5");
+    editor->setItemField("MotionPhoto", "Length", "8").removeItem("GainMap").setItem("Primary", Mime::IMAGE_JPEG);
+    editor->removeItemField("Primary", "nothing").commit();
+    EXPECT_EQ(contentOf(*photo.view()), "MotionPhoto: Length=8 Mime=video/mp4 Semantic=MotionPhoto\n"
+                                        "Primary: Mime=image/jpeg Semantic=Primary\n");
+}
+
+TEST(XMPEdit, ViewReadsTheSameAsTheFileAfterwards) {
+    auto const good = itemOf("Primary", "image/jpeg");
+    struct Case {
+        char const* what;
+        std::string entries;
+        std::function<void(XMPEdit&)> change;
+        std::string expected;
+    } const cases[] = {
+        {"one of two of a name removed", itemOf("X", "a/b") + good + itemOf("X", "a/c"),
+         [](XMPEdit& e) { e.removeItem("X"); }, "Primary:image/jpeg X:a/b "},
+        {"both removed", itemOf("X", "a/b") + good + itemOf("X", "a/c"),
+         [](XMPEdit& e) { e.removeItem("X").removeItem("X"); }, "Primary:image/jpeg "},
+        {"item behind a broken entry", good + entryOf("Item:Mime='a/b'"),
+         [](XMPEdit& e) { e.setItem("MotionPhoto", Mime::VIDEO_MP4).setItem("Y", Mime::NONE); },
+         "MotionPhoto:video/mp4 Primary:image/jpeg Y:none "},
+        {"broken entry repaired", good + entryOf("Item:Semantic='X'") + itemOf("Z", "a/b"),
+         [](XMPEdit& e) { e.setItemField("X", "Mime", "x/y"); }, "Primary:image/jpeg X:x/y Z:a/b "},
+        {"broken entry removed", good + entryOf("Item:Semantic='X'") + itemOf("Z", "a/b"),
+         [](XMPEdit& e) { e.removeItem("X"); }, "Primary:image/jpeg Z:a/b "},
+        {"item renamed", good + itemOf("Z", "a/b"), [](XMPEdit& e) { e.setItemField("Z", "Semantic", "N"); },
+         "N:a/b Primary:image/jpeg "},
+        {"directory removed", good, [](XMPEdit& e) { e.removeProperty(xmp_ns::CONTAINER, "Directory"); }, ""},
+        {"directory changed by path", good,
+         [](XMPEdit& e) {
+             e.setProperty(xmp_ns::CONTAINER, "Container:Directory[1]/Container:Item/Item:Semantic", "N");
+         },
+         "N:image/jpeg "},
+    };
+    auto const sorted = [](XMPInfo const& view) {
+        auto names = view.getItemNames();
+        names.sort();
+        std::string text;
+        for (auto const& name : names)
+            text += name + ":" + view.getItemField(name, "Mime") + " ";
+        return text;
+    };
+    for (auto const& each : cases) {
+        SCOPED_TRACE(each.what);
+        Photo const photo(packetOf("", directoryOf(each.entries)));
+        auto const view = photo.view();
+        auto const editor = view->edit();
+        each.change(*editor);
+        editor->commit();
+        EXPECT_EQ(sorted(*view), sorted(*photo.view()));
+        EXPECT_EQ(sorted(*photo.view()), each.expected);
+    }
+}
+
+TEST(XMPEdit, ReadsBackEveryTextThatXmlCarries) {
+    std::string const texts[] = {"",
+                                 " a ",
+                                 "<&>\"'",
+                                 "line\nline\r\ttab",
+                                 "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\x9E",
+                                 "]]>",
+                                 std::string(20000, 'x')};
+    Photo const photo(threeItems());
+    for (auto const& text : texts) {
+        photo.view()->edit()->setProperty("urn:test:", "t:a", text).setItemField("GainMap", "Label", text).commit();
+        EXPECT_EQ(photo.view()->getProperty("urn:test:", "t:a"), text);
+        EXPECT_EQ(photo.view()->getItemField("GainMap", "Label"), text);
+    }
+}
+
+TEST(XMPEdit, RefusesTextsAndNamesBeforeAnythingChanges) {
+    Photo const photo(threeItems());
+    auto const view = photo.view();
+    auto const before = textOf(*view);
+    auto const editor = view->edit();
+    for (auto const& bad : {std::string("\xFF"), std::string("a\xC3"), std::string("\xC0\x80"),
+                            std::string("\xED\xA0\x80"), std::string("\xF4\x90\x80\x80"), std::string("\xEF\xBF\xBF"),
+                            std::string("a\0b", 3), std::string("\x1B[0m")}) {
+        EXPECT_THROW(editor->setProperty("urn:test:", "t:a", bad), std::runtime_error);
+        EXPECT_THROW(editor->setItem(bad, Mime::NONE), std::runtime_error);
+        EXPECT_THROW(editor->setItemField("GainMap", "Label", bad), std::runtime_error);
+        EXPECT_NE(xmpErrorOf([&] { editor->setProperty("urn:test:", "t:" + bad, "x"); }), "");
+        EXPECT_NE(xmpErrorOf([&] { editor->removeProperty("urn:test:" + bad, "t:a"); }), "");
+    }
+    std::string deep = "t:a";
+    for (int i = 0; i < 50000; ++i)
+        deep += "/t:a";
+    for (auto const& bad : {std::string(), std::string("t:a["), std::string("dc:a"), std::string("t:a[5]"), deep})
+        EXPECT_NE(xmpErrorOf([&] { editor->setProperty("urn:test:", bad, "x"); }), "") << bad.substr(0, 9);
+    EXPECT_NE(xmpErrorOf([&] { editor->setProperty("urn:nobody:", "a", "x"); }), "");
+    EXPECT_THROW(editor->setItem("X", static_cast<Mime>(9)), std::runtime_error);
+    EXPECT_FALSE(editor->isDirty());
+    editor->setItemField("GainMap", "a/b", "x"); // the toolkit's refusal of a field is only logged
+    EXPECT_EQ(textOf(*view), before);
+}
+
+TEST(XMPEdit, RemoveAllEmptiesWhatTheFourNamespacesHold) {
+    Photo const photo(packetOf("Camera:MotionPhoto='1' hdrgm:Version='1.0'",
+                               arrayOf("hdrgm:Gamma", "Seq", "<rdf:li>1</rdf:li><rdf:li>2</rdf:li><rdf:li>3</rdf:li>") +
+                                   directoryOf(itemOf("X", "a/b") + itemOf("X", "a/c") + entryOf("Item:Mime='a/b'"))));
+    auto const view = photo.view();
+    view->edit()->removeAll().commit();
+    EXPECT_TRUE(view->isEmpty());
+    EXPECT_TRUE(photo.view()->isEmpty());
+}
+
+TEST(XMPEdit, RemoveAllStopsAtAForeignNamespaceAndRemembersIt) {
+    Photo const photo(packetOf("t:one='1'"));
+    auto const editor = photo.view()->edit();
+    EXPECT_NE(xmpErrorOf([&] { editor->removeAll(); }), "");
+    EXPECT_EQ(xmpNamespaces().count("t"), 1U);
+    xmpNamespaces().erase("t");
+}
+
+TEST(XMPEdit, CommitsIntoATargetThatIsEmptyOrHasItsOwnImage) {
+    Photo const source(packetOf("t:one='1'")), other(packetOf("t:two='2'"));
+    auto const sourceBytes = source.getFile().bytes();
+    TempFile const empty;
+    auto const editor = source.view()->edit();
+    editor->setProperty("urn:test:", "t:one", "changed").commit(empty.open());
+    EXPECT_EQ(source.getFile().bytes(), sourceBytes);
+    EXPECT_EQ(XMPInfo::parse(empty.open())->getProperty("urn:test:", "t:one"), "changed");
+    EXPECT_EQ(segmentsOf(empty.bytes()).back(), segmentsOf(sourceBytes).back());
+
+    editor->commit(other.getFile().open());
+    EXPECT_EQ(contentOf(*other.view()), "t:one=changed\n");
+
+    TempFile const video(std::string("\0\0\0\x10"
+                                     "ftypmp42",
+                                     12));
+    EXPECT_NE(messageOf([&] { editor->commit(video.open()); }).find("unsupported type"), std::string::npos);
+    EXPECT_EQ(video.bytes().size(), 12U);
+}
+
+TEST(XMPEdit, StaysDirtyWhenTheCommitFails) {
+    Photo const photo(packetOf("t:one='1'"));
+    auto const before = photo.getFile().bytes();
+    auto const editor = XMPInfo::parse(photo.getFile().open("r"))->edit();
+    editor->setProperty("urn:test:", "t:one", "2");
+    EXPECT_THROW(editor->commit(), std::runtime_error);
+    EXPECT_TRUE(editor->isDirty());
+    editor->setProperty("urn:test:", "t:one", std::string(70000, 'x')); // no segment holds that
+    EXPECT_THROW(editor->commit(photo.getFile().open()), std::runtime_error);
+    EXPECT_TRUE(editor->isDirty());
+    EXPECT_EQ(photo.getFile().bytes(), before);
+}
+
+TEST(ExifEdit, AnswersNothingAndLeavesTheFile) {
+    Photo const photo;
+    auto const before = photo.getFile().bytes();
+    auto const editor = ExifInfo::parse(photo.getFile().open())->edit();
+    editor->commit();
+    EXPECT_EQ(editor->getWidth() + editor->getHeight() + editor->getRotation(), 0);
+    EXPECT_TRUE(editor->getXMP().empty() && editor->toByteBuffer().empty() && !editor->isDirty());
+    EXPECT_EQ(photo.getFile().bytes(), before);
+}
+
+} // namespace

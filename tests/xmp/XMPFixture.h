@@ -1,0 +1,102 @@
+#pragma once
+
+#include "XMPEdit.h"
+#include "XMPInfo.h"
+#include "XMPToolkit.h"
+#include "support/JpegBuilder.h"
+#include "support/TempFile.h"
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+namespace android::lumo::test {
+
+/// A packet of one rdf:Description with these attributes and elements; all prefixes the tests use are declared.
+inline std::string packetOf(std::string const& attributes, std::string const& elements = {}) {
+    std::string text = R"(<x:xmpmeta xmlns:x="adobe:ns:meta/"><rdf:RDF )";
+    text += R"(xmlns:rdf="http://www.w3.org/1999/02/22-rdf-syntax-ns#"><rdf:Description rdf:about="" )";
+    text +=
+        R"(xmlns:dc="http://purl.org/dc/elements/1.1/" xmlns:t="urn:test:" xmlns:xmpNote="http://ns.adobe.com/xmp/note/" )";
+    auto const declare = [&](char const* prefix, char const* uri) {
+        text += std::string("xmlns:") + prefix + "=\"" + uri + "\" ";
+    };
+    declare("Camera", xmp_ns::CAMERA); // not the prefix the library registers
+    declare("Container", xmp_ns::CONTAINER);
+    declare("Item", xmp_ns::ITEM);
+    declare("hdrgm", xmp_ns::HDR_GAIN_MAP);
+    return text + attributes + ">" + elements + "</rdf:Description></rdf:RDF></x:xmpmeta>";
+}
+
+inline std::string entryOf(std::string const& fields) {
+    return R"(<rdf:li rdf:parseType="Resource"><Container:Item )" + fields + "/></rdf:li>";
+}
+
+inline std::string itemOf(std::string const& name, std::string const& mime, std::string const& more = {}) {
+    return entryOf("Item:Semantic=\"" + name + "\" Item:Mime=\"" + mime + "\" " + more);
+}
+
+inline std::string directoryOf(std::string const& entries) {
+    return "<Container:Directory><rdf:Seq>" + entries + "</rdf:Seq></Container:Directory>";
+}
+
+inline std::string arrayOf(std::string const& name, std::string const& form, std::string const& items) {
+    return "<" + name + "><rdf:" + form + ">" + items + "</rdf:" + form + "></" + name + ">";
+}
+
+/// A camera's JPEG with this packet, or without XMP.
+class Photo {
+public:
+    explicit Photo(std::string const& packet = {}) : file(bytesFor(packet)) {}
+
+    std::shared_ptr<XMPInfo> view() const { return XMPInfo::parse(file.open()); }
+    TempFile const& getFile() const { return file; }
+
+private:
+    static std::string bytesFor(std::string const& packet) {
+        JpegBuilder builder;
+        builder.exif();
+        if (!packet.empty())
+            builder.xmp(packet);
+        return builder.build();
+    }
+
+    TempFile file;
+};
+
+inline std::string textOf(XMPInfo const& view) {
+    auto const bytes = view.serializeToBuffer();
+    return {bytes.begin(), bytes.end()};
+}
+
+/// Properties with values, sorted (serialising moves them), and items in directory order with fields: what two views of
+/// equal content agree on.
+inline std::string contentOf(XMPInfo const& view) {
+    std::set<std::string> properties;
+    for (auto const& [schema, path] : view.getProperties())
+        properties.insert(path + "=" + view.getProperty(schema, path) + "\n");
+    std::string text;
+    for (auto const& property : properties)
+        text += property;
+    for (int32_t place = 1; !view.getItemNameAt(place).empty(); ++place) {
+        auto const name = view.getItemNameAt(place);
+        text += name + ":";
+        for (auto const& field : view.getItemFieldNames(name))
+            text += " " + field + "=" + view.getItemField(name, field);
+        text += "\n";
+    }
+    return text;
+}
+
+/// The message of the toolkit's error, which is no std::exception; empty when there was none.
+inline std::string xmpErrorOf(std::function<void()> const& action) {
+    try {
+        action();
+    } catch (XMP_Error const& error) {
+        return error.GetErrMsg();
+    }
+    return {};
+}
+
+} // namespace android::lumo::test

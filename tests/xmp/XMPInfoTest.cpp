@@ -1,0 +1,118 @@
+#include "XMPFixture.h"
+#include "XMPInfoImpl.h"
+
+using namespace android::lumo;
+using namespace android::lumo::test;
+
+namespace {
+
+using Names = std::list<std::string>;
+
+TEST(XMPInfo, IsEmptyWithoutPacketAndWithBlankRoom) {
+    for (auto const& packet : {std::string(), std::string(1000, ' '), std::string(1000, '\0')}) {
+        auto const view = Photo(packet).view();
+        EXPECT_TRUE(view->isEmpty());
+        EXPECT_EQ(view->getItemNames(), Names{});
+        EXPECT_EQ(view->getLastItem(), "");
+        EXPECT_EQ(view->getProperty(xmp_ns::CAMERA, "GCamera:MotionPhoto"), "");
+    }
+}
+
+TEST(XMPInfo, ListsTopLevelValuesAndNothingOfStructsAndDirectory) {
+    auto const view = Photo(packetOf(R"(Camera:MotionPhoto="1" t:one="a")",
+                                     arrayOf("dc:creator", "Seq", "<rdf:li>A</rdf:li><rdf:li>B</rdf:li>") +
+                                         R"(<t:struct t:field="x"/>)" + directoryOf(itemOf("Primary", "image/jpeg"))))
+                          .view();
+    // The camera's namespace goes by the registered prefix, whatever the file calls it.
+    EXPECT_EQ(view->getPropertyNames(), (Names{"GCamera:MotionPhoto", "t:one", "dc:creator[1]", "dc:creator[2]"}));
+    EXPECT_EQ(view->getProperty("http://purl.org/dc/elements/1.1/", "dc:creator[2]"), "B");
+    EXPECT_TRUE(view->containsProperty("gcamera:MOTIONPHOTO", true));
+    EXPECT_FALSE(view->containsProperty("gcamera:MOTIONPHOTO", false));
+    for (char const* hostile : {"", "GCamera:", "dc:creator[0]", "dc:creator[", "nobody:knows", "a/b"})
+        EXPECT_EQ(view->getProperty(xmp_ns::CAMERA, hostile), "") << hostile;
+    EXPECT_EQ(view->getProperty("", "GCamera:MotionPhoto"), "");
+}
+
+TEST(XMPInfo, AnswersForItemsByExactName) {
+    auto const view = Photo(packetOf("", directoryOf(itemOf("Primary", "image/jpeg") +
+                                                     itemOf("MotionPhoto", "video/mp4", R"(Item:Length="77")"))))
+                          .view();
+    EXPECT_EQ(view->getItemField("MotionPhoto", "Length"), "77");
+    EXPECT_EQ(view->getItemField("motionphoto", "Length"), "");
+    EXPECT_TRUE(view->containsItem("motionphoto", true));
+    EXPECT_FALSE(view->containsItem("motionphoto", false));
+    EXPECT_FALSE(view->containsItemField("Primary", "Length"));
+    EXPECT_EQ(view->getItemNameAt(0), "");
+    EXPECT_EQ(view->getItemNameAt(2), "MotionPhoto");
+    EXPECT_EQ(view->getItemNameAt(3), "");
+    EXPECT_EQ(view->getLastItem(), "MotionPhoto");
+    EXPECT_EQ(view->getItemFieldNames("MotionPhoto"), (std::set<std::string>{"Length", "Mime", "Semantic"}));
+    for (char const* hostile : {"", "a/b", "x[1]", "Item:Length", "\xFF"})
+        EXPECT_EQ(view->getItemField("MotionPhoto", hostile), "") << hostile;
+}
+
+TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
+    auto const good = itemOf("Primary", "image/jpeg");
+    struct Case {
+        char const* what;
+        std::string elements;
+        Names inPlace; ///< names at places 1, 2, 3
+    } const cases[] = {
+        {"empty", directoryOf(""), {"", "", ""}},
+        {"no array", "<Container:Directory>text</Container:Directory>", {"", "", ""}},
+        {"a struct", R"(<Container:Directory Item:Semantic="Primary"/>)", {"", "", ""}},
+        {"entry without name",
+         directoryOf(good + entryOf(R"(Item:Mime="a/b")") + itemOf("Z", "a/b")),
+         {"Primary", "", ""}},
+        {"entry without mime",
+         directoryOf(good + entryOf(R"(Item:Semantic="X")") + itemOf("Z", "a/b")),
+         {"Primary", "X", ""}},
+        {"entry that is text", directoryOf(good + "<rdf:li>text</rdf:li>" + itemOf("Z", "a/b")), {"Primary", "", ""}},
+        {"one name twice", directoryOf(itemOf("X", "a/b") + good + itemOf("X", "a/c")), {"", "Primary", "X"}},
+        {"unordered array", arrayOf("Container:Directory", "Bag", good), {"Primary", "", ""}},
+    };
+    for (auto const& each : cases) {
+        SCOPED_TRACE(each.what);
+        auto const view = Photo(packetOf("", each.elements)).view();
+        EXPECT_EQ((Names{view->getItemNameAt(1), view->getItemNameAt(2), view->getItemNameAt(3)}), each.inPlace);
+    }
+    auto const notCountable = Photo(packetOf("", "<Container:Directory>text</Container:Directory>")).view();
+    EXPECT_NE(xmpErrorOf([&] { notCountable->getLastItem(); }), "");
+}
+
+TEST(XMPInfo, SerializesCompactWithoutWrapper) {
+    auto const text = textOf(*Photo("<?xpacket begin=\"\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>" + packetOf("t:one=\"a\"") +
+                                    "<?xpacket end=\"w\"?>")
+                                  .view());
+    EXPECT_EQ(text.find("<?xpacket"), std::string::npos);
+    EXPECT_NE(text.find("t:one=\"a\""), std::string::npos) << text;
+    EXPECT_NE(Photo(packetOf("t:one=\"a\"")).view()->dump().find("t:one"), std::string::npos);
+}
+
+TEST(XMPInfo, ShowsTheFileAgainWhenLoadedAgain) {
+    Photo const photo(packetOf("t:old=\"1\"", directoryOf(itemOf("Old", "a/b"))));
+    auto const view = photo.view();
+    photo.view()->edit()->removeItem("Old").setProperty("urn:test:", "t:new", "2").commit();
+    XMPInfoImpl::of(*view)->load();
+    EXPECT_EQ(view->getPropertyNames(), (Names{"t:old", "t:new"}));
+    EXPECT_EQ(view->getItemNames(), Names{});
+
+    auto const before = contentOf(*view);
+    writeBytes(photo.getFile().path(), JpegBuilder().xmp("<broken").build());
+    EXPECT_NE(xmpErrorOf([&] { XMPInfoImpl::of(*view)->load(); }), "");
+    EXPECT_EQ(contentOf(*view), before);
+}
+
+/// In a process of its own: the toolkit's table lives as long as the process.
+TEST(XMPInfoDeathTest, RefusesToWorkWithAnotherPrefix) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            XMPPacket::Initialize();
+            XMPPacket::RegisterNamespace(xmp_ns::ITEM, "Foreign", nullptr);
+            std::exit(xmpErrorOf([] { Photo().view(); }).empty() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+} // namespace
