@@ -39,7 +39,10 @@ std::runtime_error ErrorAt::operator()(char const* format, ...) const {
     va_start(args, format);
     std::string const message = formatted(format, args);
     va_end(args);
-    return std::runtime_error("[" + sourceName(file) + ":" + std::to_string(line) + "] " + message);
+    // Appended piece by piece: g++ 12 raises a false alarm over a chain of + at full optimisation.
+    std::string text = "[";
+    text.append(sourceName(file)).append(":").append(std::to_string(line)).append("] ").append(message);
+    return std::runtime_error(text);
 }
 
 } // namespace android::lumo
