@@ -93,23 +93,35 @@ MotionPhotoEditImpl::expectedBoxVideo(std::vector<QRTDataInfo> const& layout) {
 
 // Before the XMP is written. ------------------------------------------------------------------------------------------
 
+/// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they
+/// are taken in now, in front of what is staged, except those that the staged changes replace or remove.
+void MotionPhotoEditImpl::restoreTrailer() {
+    if (!isHEIC() || !HEIFMetaWriter::restoreTrailerOrder(outputFile))
+        return;
+    mediator->notify(this, Event::CONTAINER_RESTRUCTURED);
+    auto& staged = qrtEdit->impl().getRecordList();
+    auto hidden = QRTEditImpl(impl->getTrailer()).getRecordList();
+    std::erase_if(hidden, [&](auto const& record) {
+        return (isMotionPhotoXMPRemoved && belongsToVideo(record)) ||
+               std::any_of(staged.begin(), staged.end(),
+                           [&](auto const& other) { return other.type == record.type && other.name == record.name; });
+    });
+    staged.insert(staged.begin(), hidden.begin(), hidden.end());
+}
+
 /// A HEIC's XMP has a room of fixed size. What is staged must fit, so the image is written again with a larger room
-/// when it does not; the trailer then stands elsewhere and is read again. A trailer that other boxes hide comes to the
-/// end first.
+/// when it does not; the trailer then stands elsewhere and is read again.
 void MotionPhotoEditImpl::prepareImageType() {
     if (!isHEIC() || (!xmpEdit->isDirty() && !qrtEdit->isDirty() && extras.empty()))
         return;
-    bool isRestructured = HEIFMetaWriter::restoreTrailerOrder(outputFile);
     uint32_t const need = static_cast<uint32_t>(xmpEdit->serializeToBuffer().size());
     HEIFMetaWriter writer(outputFile);
     uint32_t const room = writer.xmpRoom();
-    if (room == 0 || room < need) {
-        uint32_t const rounded = (need + XMP_ROOM_STEP - 1) / XMP_ROOM_STEP * XMP_ROOM_STEP;
-        writer.reserveXMP(std::max(DEFAULT_XMP_ROOM, rounded));
-        isRestructured = true;
-    }
-    if (isRestructured)
-        mediator->notify(this, Event::CONTAINER_RESTRUCTURED);
+    if (room >= std::max(need, 1U))
+        return;
+    uint32_t const rounded = (need + XMP_ROOM_STEP - 1) / XMP_ROOM_STEP * XMP_ROOM_STEP;
+    writer.reserveXMP(std::max(DEFAULT_XMP_ROOM, rounded));
+    mediator->notify(this, Event::CONTAINER_RESTRUCTURED);
 }
 
 // Writing. ------------------------------------------------------------------------------------------------------------

@@ -131,6 +131,7 @@ void MotionPhotoEditImpl::commit() {
 
 /// The image is looked at last: whether its XMP room suffices depends on what the other steps stage.
 void MotionPhotoEditImpl::prepareCommit() {
+    restoreTrailer();
     prepareXMP();
     stageExpectedFields();
     prepareImageType();

@@ -14,6 +14,10 @@ namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 constexpr char MOTION_PHOTO_ITEM[] = "MotionPhoto";
+/// Records that go with the video, in the order they are removed.
+constexpr char const* VIDEO_RECORDS[] = {qrt::NAME_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_VERSION,
+                                         qrt::NAME_MOTION_PHOTO_INFO, qrt::NAME_MOTION_PHOTO_AUTO_PLAY,
+                                         qrt::NAME_LONG_EXPOSURE_INFO};
 
 } // namespace
 
@@ -187,8 +191,7 @@ MotionPhotoEdit& MotionPhotoEditImpl::removeVideo(std::shared_ptr<MediaFile> con
     if (isHEIC())
         extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& output) { removeMPVDBox(output); };
 
-    for (auto const* name : {qrt::NAME_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_VERSION, qrt::NAME_MOTION_PHOTO_INFO,
-                             qrt::NAME_MOTION_PHOTO_AUTO_PLAY, qrt::NAME_LONG_EXPOSURE_INFO}) {
+    for (auto const* name : VIDEO_RECORDS) {
         auto& records = qrtEdit->impl().getRecordList();
         auto const named = [&](auto const& record) { return record.name == name; };
         while (std::any_of(records.begin(), records.end(), named))
@@ -206,6 +209,11 @@ MotionPhotoEdit& MotionPhotoEditImpl::removeVideo(std::shared_ptr<MediaFile> con
     isMotionPhotoXMPRemoved = true;
     isVideoStaged = false;
     return *this;
+}
+
+bool MotionPhotoEditImpl::belongsToVideo(QRTDataInfo const& record) {
+    return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
+           std::find(std::begin(VIDEO_RECORDS), std::end(VIDEO_RECORDS), record.name) != std::end(VIDEO_RECORDS);
 }
 
 /// The file a caller names as the one being edited: the source, or the output a commit already goes to.

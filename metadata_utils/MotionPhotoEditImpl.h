@@ -112,12 +112,14 @@ private:
     void stageVideo(StagedVideo const& video);
     void stageTrailerVideo(StagedVideo const& video);
     bool isHEIC() const;
+    static bool belongsToVideo(QRTDataInfo const& record);
     void requireStillWithVideo() const;
     bool isOutputSource(std::shared_ptr<MediaFile> const& other) const;
 
     // The steps of a commit (MotionPhotoCommit.cpp).
     void prepareCommit();
     void requireCommittable();
+    void restoreTrailer();
     void prepareImageType();
     void prepareXMP();
     void prepareOutputFile();
