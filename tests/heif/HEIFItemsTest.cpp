@@ -1,0 +1,171 @@
+#include "io/HEIFItems.h"
+#include "io/HEIFCodecInfo.h"
+#include "support/HeicBuilder.h"
+#include "support/TempFile.h"
+
+#include <gmock/gmock.h>
+
+namespace android::lumo::test {
+namespace {
+
+using std::string_literals::operator""s;
+using testing::HasSubstr;
+
+// The item boxes of a 'meta' whose primary item is 1 and whose item 2 is a packet that describes it. ------------------
+
+std::string infe(unsigned version, uint32_t id, std::string const& type) {
+    return heicFullBox("infe", version, 0,
+                       bigEndian(id, version == 3 ? 4 : 2) + bigEndian(0, 2) + type + "\0application/rdf+xml\0"s);
+}
+std::string iinf(std::string const& entries, uint32_t count = 1) {
+    return heicFullBox("iinf", 0, 0, bigEndian(count, 2) + entries);
+}
+std::string iref(std::string const& ids) {
+    return heicFullBox("iref", 0, 0, heicBox("dimg", "\0\1\0\1\0\2"s) + heicBox("cdsc", ids));
+}
+std::string iloc(unsigned version, char const* sizes, std::string const& entries, uint32_t count = 1) {
+    std::string const widths = {static_cast<char>(std::stoi(sizes, nullptr, 16) >> 8),
+                                static_cast<char>(std::stoi(sizes, nullptr, 16))};
+    return heicFullBox("iloc", version, 0, widths + bigEndian(count, version == 2 ? 4 : 2) + entries);
+}
+
+std::string const PITM = heicFullBox("pitm", 0, 0, bigEndian(1, 2));
+std::string const IINF = iinf(infe(2, 2, "mime"));
+std::string const IREF = iref("\0\2\0\1\0\1"s);
+std::string const ILOC = iloc(0, "4400", "\0\2\0\0\0\1\0\0\0\x09\0\0\0\5"s);
+
+/// Parses the children as those of a 'meta' at the start of a file of 1000 bytes; the text of the error, if any.
+std::string parse(std::string const& children, heif::Items& items) {
+    std::string file = heicFullBox("meta", 0, 0, children);
+    auto const size = static_cast<uint32_t>(file.size());
+    file.resize(1000);
+    heif::ByteWindow window{std::span(reinterpret_cast<uint8_t const*>(file.data()), file.size())};
+    try {
+        items.parse(window, {boxType("meta"), 0, size, 8, false, false});
+    } catch (std::runtime_error const& error) {
+        return error.what();
+    }
+    return {};
+}
+
+TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
+    constexpr int NOT_FOUND = -1;
+    std::string const wideIref =
+        heicFullBox("iref", 1, 0, heicBox("cdsc", bigEndian(2, 4) + bigEndian(1, 2) + bigEndian(1, 4)));
+    std::string const IN_ITEM_DATA = iloc(1, "4400", "\0\2\0\1\0\0\0\1\0\0\0\2\0\0\0\5"s);
+    struct Case {
+        char const* what;
+        std::string children;
+        int position; ///< NOT_FOUND, or of five bytes
+    } const cases[] = {
+        {"all boxes", PITM + IINF + IREF + ILOC, 9},
+        {"in another order", ILOC + IREF + IINF + PITM, 9},
+        {"wide ids",
+         heicFullBox("pitm", 1, 0, bigEndian(1, 4)) + iinf(infe(3, 2, "mime")) + wideIref +
+             iloc(2, "4440", "\0\0\0\2\0\0\0\0\0\0\0\4\0\1\0\0\0\x09\0\0\0\5"s),
+         13},
+        {"no primary", IINF + IREF + ILOC, NOT_FOUND},
+        {"no reference", PITM + IINF + ILOC, NOT_FOUND},
+        {"entry of version 1, which has no type", PITM + iinf(infe(1, 2, "mime")) + IREF + ILOC, NOT_FOUND},
+        {"another type", PITM + iinf(infe(2, 2, "uri ")) + IREF + ILOC, NOT_FOUND},
+        {"several described, primary first", PITM + IINF + iref("\0\2\0\2\0\1\0\7"s) + ILOC, 9},
+        {"several described, primary second", PITM + IINF + iref("\0\2\0\2\0\7\0\1"s) + ILOC, NOT_FOUND},
+        {"nothing described", PITM + IINF + iref("\0\2\0\0\0\1"s) + ILOC, NOT_FOUND},
+        {"location of another item", PITM + IINF + IREF + iloc(0, "4400", "\0\3\0\0\0\1\0\0\0\x09\0\0\0\5"s),
+         NOT_FOUND},
+        {"behind the file's end", PITM + IINF + IREF + iloc(0, "4400", "\0\2\0\0\0\1\0\0\3\xE4\0\0\0\5"s), NOT_FOUND},
+        {"in item data that follows", PITM + IINF + IREF + IN_ITEM_DATA + heicBox("idat", "0123456"),
+         static_cast<int>(12 + (PITM + IINF + IREF + IN_ITEM_DATA).size() + 8 + 2)},
+        {"outside the item data", PITM + IINF + IREF + IN_ITEM_DATA + heicBox("idat", "012345"), NOT_FOUND},
+        {"in another item", PITM + IINF + IREF + iloc(1, "4400", "\0\2\0\2\0\0\0\1\0\0\0\x09\0\0\0\5"s), NOT_FOUND},
+        {"extent index of 8 bytes, of which 4 are passed over",
+         PITM + IINF + IREF + iloc(1, "4408", "\0\2\0\0\0\0\0\1\0\0\0\0\0\0\0\7\0\0\0\5\0\0\0\6"s), 7},
+    };
+    for (auto const& [what, children, position] : cases) {
+        heif::Items items;
+        EXPECT_EQ(parse(children, items), "") << what;
+        auto const place = items.findDescribing(items.mimeIds);
+        EXPECT_EQ(place ? static_cast<int>(place->base + place->offset) : NOT_FOUND, position) << what;
+        EXPECT_EQ(place ? place->length : 5, 5U) << what;
+    }
+}
+
+TEST(HEIFItems, DamageIsNamedAndWhatStoodBeforeItStays) {
+    struct Case {
+        char const* what;
+        std::string child;
+        char const* message;
+    } const cases[] = {
+        {"two extents", iloc(0, "4400", "\0\3\0\0\0\2"s + std::string(16, '\0')), "multi extent not supported"},
+        {"offsets of 2 bytes", iloc(0, "2400", "\0\3\0\0\0\1\0\x09\0\0\0\5"s), "iloc invalid size field"},
+        {"cut-off head", heicFullBox("iloc", 0, 0, "D"), "iloc read error"},
+        {"more locations than bytes", iloc(2, "0000", "", 0x10000000), "entries cannot stand"},
+        {"more items than bytes", iinf("", 0xFFFF), "entries cannot stand"},
+        {"entry smaller than its header", iinf("\0\0\0\4infe"s), "size 4"},
+        {"entry larger than its box", iinf("\0\0\0\x40infe\2\0\0\0"s), "size 64"},
+        {"reference larger than its box", heicFullBox("iref", 0, 0, "\0\0\0\x40"s + "cdsc\0\2"s), "bytes wanted"},
+        {"box larger than 'meta'", "\x7F\0\0\0iinf"s, "invalid chunk payload: 2130706432"},
+    };
+    for (auto const& [what, child, message] : cases) {
+        heif::Items items;
+        EXPECT_THAT(parse(PITM + IINF + IREF + ILOC + child, items), HasSubstr(message)) << what;
+        EXPECT_TRUE(items.findDescribing(items.mimeIds)) << what;
+    }
+}
+
+// HEVC parameter sets. ------------------------------------------------------------------------------------------------
+
+std::string add(std::string const& bytes, HBOXM_INFO_HEVC* info) {
+    try {
+        heif::addParameterSets({reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size()}, info);
+    } catch (std::runtime_error const& error) {
+        return error.what();
+    }
+    return {};
+}
+
+TEST(HEIFCodecInfo, UnitsAreSortedByTypeUpToTheFirstBadOne) {
+    std::string const vps = "\0\0\0\1\x40\1vps"s;
+    struct Case {
+        std::string bytes;
+        char const* message; ///< its end
+    } const cases[] = {
+        {vps + "\0\0\0\1\x42\1s"s + "\0\0\0\1\x44\1p"s, ""},
+        {vps + "\0\0\0\1\x4E\1sei"s, "invalid nal unit type"},
+        {vps + "\0\0\0\1"s, "no remain data size"},
+        {vps + "\0\0\0\1"s + vps, "  0 nal data size"},
+        {vps + std::string(vps) +
+             [&] {
+                 std::string all;
+                 for (int i = 0; i < 15; ++i)
+                     all += vps;
+                 return all;
+             }(),
+         "[metadata_utils/io/HEIFMetaWriter:56] "},
+    };
+    for (auto const& [bytes, message] : cases) {
+        HBOXM_INFO_HEVC info{};
+        EXPECT_THAT(add(bytes, &info), testing::EndsWith(message));
+        ASSERT_GE(info.vps_count, 1U) << message;
+        EXPECT_EQ(std::string(reinterpret_cast<char*>(info.vps[0]), info.vps_size[0]), "\x40\1vps") << message;
+        EXPECT_EQ(info.sps_count + info.pps_count, *message == '\0' ? 2U : 0U) << message;
+        heif::deallocCodecInfo(&info);
+        EXPECT_EQ(info.vps_count, 0U);
+    }
+}
+
+TEST(HEIFCodecInfo, UnitsThatCannotBeKeptAreRefusedInOrder) {
+    HBOXM_INFO_HEVC info{};
+    uint8_t const unit[] = {0x40};
+    auto const lineOf = [&](HBOXM_INFO_HEVC const* record, uint8_t const* data, size_t size, uint32_t max) {
+        return messageOf(
+            [&] { heif::handle_nal_unit(record, data, size, info.vps_count, info.vps, info.vps_size, max); });
+    };
+    EXPECT_THAT(lineOf(nullptr, nullptr, 0, 0), testing::EndsWith(":53] "));
+    EXPECT_THAT(lineOf(&info, nullptr, 0, 0), testing::EndsWith(":54] "));
+    EXPECT_THAT(lineOf(&info, unit, 0, 0), testing::EndsWith(":55] "));
+    EXPECT_THAT(lineOf(&info, unit, 1, 0), testing::EndsWith(":56] "));
+}
+
+} // namespace
+} // namespace android::lumo::test
