@@ -4,8 +4,8 @@
 
 /// Platform log with a class's tag. A source file defines `LOG_TAG` before its first use:
 ///     constexpr char LOG_TAG[] = "JPEGMetaReader";
-/// and logs with LOGD (detail), LOGI (progress), LOGW (retries), LOGE (failed calls). Arguments are evaluated only when the
-/// platform would write the line: a packet's text is never copied for a log nobody reads.
+/// and logs with LOGD (detail), LOGI (progress), LOGW (retries), LOGE (failed calls). Arguments are evaluated only when
+/// the platform would write the line: a packet's text is never copied for a log nobody reads.
 #define METADATA_UTILS_LOG(priority, ...)                                                                              \
     do {                                                                                                               \
         if (__android_log_is_loggable((priority), LOG_TAG, ANDROID_LOG_VERBOSE))                                       \

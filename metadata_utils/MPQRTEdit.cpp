@@ -167,10 +167,11 @@ void MPQRTEdit::commit() {
     onCommitted(this);
 }
 
+/// The target is made the output before anything is cut: the source keeps its trailer.
 void MPQRTEdit::commit(std::shared_ptr<MediaFile> const& target) {
+    wrapped->commit(target);
     if (isCutWhenEmpty && trailer->getRecordList().empty())
         trailer->cutTrailer();
-    wrapped->commit(target);
     onCommitted(this);
 }
 

@@ -38,8 +38,9 @@ public:
     /// Size becomes 0, the storage stays.
     void clear() noexcept { bytes.clear(); }
 
-    /// Appends at the end and returns the buffer, for chaining. Growth at least doubles the capacity, up to 2^31 - 1 bytes;
-    /// beyond that std::length_error is thrown and the buffer is unchanged. The move form also empties its source.
+    /// Appends at the end and returns the buffer, for chaining. Growth at least doubles the capacity, up to 2^31 - 1
+    /// bytes; beyond that std::length_error is thrown and the buffer is unchanged. The move form also empties its
+    /// source.
     ByteBuffer& put(std::string const& text);
     ByteBuffer& put(ByteBuffer const& other);
     ByteBuffer& put(ByteBuffer&& other);
@@ -47,17 +48,18 @@ public:
     template<class T>
     ByteBuffer& put(T value);
 
-    /// The value at byte `index`, in the machine's order, as an R. A value that does not lie wholly inside the content is
-    /// "buffer read overflow". Instantiated for (int32_t, int32_t) and (uint32_t, uint32_t).
+    /// The value at byte `index`, in the machine's order, as an R. A value that does not lie wholly inside the content
+    /// is "buffer read overflow". Instantiated for (int32_t, int32_t) and (uint32_t, uint32_t).
     template<class T, class R>
     R get(uint32_t index) const;
 
-    /// A copy of min(length, size()) bytes from `offset`; an offset above 2^31 - 1 counts as 0. The length is clamped to
-    /// the whole size, so the caller keeps offset + length inside the buffer; bytes that would lie behind the content are
-    /// "buffer read overflow".
+    /// A copy of min(length, size()) bytes from `offset`; an offset above 2^31 - 1 counts as 0. The length is clamped
+    /// to the whole size, so the caller keeps offset + length inside the buffer; bytes that would lie behind the
+    /// content are "buffer read overflow".
     ByteBuffer slice(uint32_t offset, uint32_t length) const;
 
-    /// The last 128 bytes at most, for logs: two lower-case hex digits for each non-zero byte, `filler` for a zero byte.
+    /// The last 128 bytes at most, for logs: two lower-case hex digits for each non-zero byte, `filler` for a zero
+    /// byte.
     std::string toHexString(char const& filler) const;
     /// "size/capacity=<size>/<capacity>".
     std::string toString() const;

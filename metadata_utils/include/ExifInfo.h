@@ -12,8 +12,8 @@ namespace android::lumo {
 
 class ExifEdit;
 
-/// The Exif view of a still: an interface with fixed answers. Nothing is read from the file; every query answers zero or
-/// empty until an Exif implementation stands behind it.
+/// The Exif view of a still: an interface with fixed answers. Nothing is read from the file; every query answers zero
+/// or empty until an Exif implementation stands behind it.
 class METADATA_UTILS_EXPORT ExifInfo {
 public:
     virtual ~ExifInfo();

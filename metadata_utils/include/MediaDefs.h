@@ -49,7 +49,8 @@ public:
     static MimeType mimeTypeOf(std::string const& text);
     /// "mpv1" to "mpv4", empty for NONE. Another value throws "unknown motionPhotoFormat: %d".
     static std::string motionphotoFormatString(MotionPhotoFormat format);
-    /// The printed name of a kind of block: "none", "xmp", "exif", "qrt", "cdif"; another value throws "unknown meta type: %d".
+    /// The printed name of a kind of block: "none", "xmp", "exif", "qrt", "cdif"; another value throws "unknown meta
+    /// type: %d".
     static std::string metaTypeString(MetaType type);
 
     /// The keys of `map`, ordered by `compare` over the map's (key, value) entries.

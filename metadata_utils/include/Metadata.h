@@ -12,9 +12,9 @@ namespace android::lumo {
 
 /// One metadata block located inside a container file: where its payload lies and how to load it.
 ///
-/// The payload is the container unit's own (for a JPEG segment the bytes behind its 2-byte length field); its first `offset`
-/// bytes are the container's identifier (29 for XMP in an APP1 segment), the data proper follows. An empty record has type
-/// NONE, zero numbers and no loader. Not synchronised; the loader moves the file's shared position.
+/// The payload is the container unit's own (for a JPEG segment the bytes behind its 2-byte length field); its first
+/// `offset` bytes are the container's identifier (29 for XMP in an APP1 segment), the data proper follows. An empty
+/// record has type NONE, zero numbers and no loader. Not synchronised; the loader moves the file's shared position.
 struct METADATA_UTILS_EXPORT Metadata {
     /// Reads (file offset, byte count); fewer bytes come back where the file ends. Keeps its file alive.
     using Loader = std::function<std::vector<char>(uint32_t position, uint32_t count)>;

@@ -6,8 +6,8 @@
 
 namespace android::lumo {
 
-/// The editor of a motion photo: stages changes of video, trailer records and XMP of one still and writes them in place,
-/// or into another file, keeping the three consistent.
+/// The editor of a motion photo: stages changes of video, trailer records and XMP of one still and writes them in
+/// place, or into another file, keeping the three consistent.
 ///
 /// Every MotionPhotoInfo query is answered by the view it was made from. Staging operations return the editor, for
 /// chaining, and write nothing. An editor is made from a view, stages any number of changes and is committed once; the
@@ -33,7 +33,8 @@ public:
     virtual MotionPhotoEdit& replaceVideo(std::shared_ptr<MediaFile> const& video) = 0;
     /// Takes the video, its records and its XMP out. `file` is the file being edited.
     virtual MotionPhotoEdit& removeVideo(std::shared_ptr<MediaFile> const& file) = 0;
-    /// The trailer and XMP editors of this editor: what is staged there is committed with it. Valid as long as the editor.
+    /// The trailer and XMP editors of this editor: what is staged there is committed with it. Valid as long as the
+    /// editor.
     virtual QRTEdit& getQRTEdit() = 0;
     virtual XMPEdit& getXMPEdit() = 0;
     /// Writes in place: XMP first, then the HEIC video box, then the trailer, then the XMP fields that depend on the
@@ -43,9 +44,9 @@ public:
     /// Writes the result into `target`, replacing its content; the source is never written.
     virtual void commit(std::shared_ptr<MediaFile> const& target) = 0;
 
-    /// The image the next commit(target) starts from instead of the source's: a prepared still of the same type (an edited
-    /// picture) whose trailer-free bytes get this motion photo's video, trailer and XMP edits. In-place commits throw while
-    /// one is set. A null pointer takes it back.
+    /// The image the next commit(target) starts from instead of the source's: a prepared still of the same type (an
+    /// edited picture) whose trailer-free bytes get this motion photo's video, trailer and XMP edits. In-place commits
+    /// throw while one is set. A null pointer takes it back.
     void setOutputSource(std::shared_ptr<MediaFile> const& still) { outputSource = still; }
 
 protected:

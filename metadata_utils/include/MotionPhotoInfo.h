@@ -22,9 +22,9 @@ class MotionPhotoEdit;
 /// A still (JPEG or HEIC) that may carry a video: one view over its trailer, XMP and Exif.
 ///
 /// The trailer alone decides whether there is a video and where: record 2608 holds the video itself (JPEG) or a 12-byte
-/// pointer to it (HEIC). XMP only adds the version and the presentation timestamp. docs/motion-photo-jpeg.md draws the file.
-/// Made by parse(), held by a shared pointer; queries read the file again and move its shared position, so one thread at a
-/// time. Positions and sizes are bytes from the file's start.
+/// pointer to it (HEIC). XMP only adds the version and the presentation timestamp. docs/motion-photo-jpeg.md draws the
+/// file. Made by parse(), held by a shared pointer; queries read the file again and move its shared position, so one
+/// thread at a time. Positions and sizes are bytes from the file's start.
 class METADATA_UTILS_EXPORT MotionPhotoInfo {
 public:
     /// A crop rectangle in pixels of the still.
@@ -71,13 +71,15 @@ public:
     virtual std::vector<int64_t> getTrackDurationsOfVideo() const = 0;
     /// The text of record "MotionPhoto_Info"; empty when missing.
     virtual std::string getExtraInfo() const = 0;
-    /// Bytes between the image's end and the video's first byte: record and name in a JPEG, the box header (8) in a HEIC.
+    /// Bytes between the image's end and the video's first byte: record and name in a JPEG, the box header (8) in a
+    /// HEIC.
     virtual size_t getImageVideoPadding() const = 0;
     virtual std::shared_ptr<XMPInfo> getXMPInfo() const = 0;
     virtual std::shared_ptr<QRTInfo> getQRTInfo() const = 0;
     virtual std::shared_ptr<ExifInfo> getExifInfo() const = 0;
-    /// Copies the video to the descriptor's position, or to the start of an existing file that is then cut to the video's
-    /// length. Returns the video's length; without a video nothing is written and 0 returned. A short copy throws.
+    /// Copies the video to the descriptor's position, or to the start of an existing file that is then cut to the
+    /// video's length. Returns the video's length; without a video nothing is written and 0 returned. A short copy
+    /// throws.
     virtual size_t getVideo(int fd) const = 0;
     virtual size_t getVideo(std::string const& path) const = 0;
     /// Not provided: throws "implement video-info".

@@ -7,8 +7,8 @@ namespace android::lumo {
 /// The trailer's editor: stages records over a copy of a view's and rewrites the whole trailer behind the image.
 ///
 /// The read operations inherited from QRTInfo describe the trailer as last loaded or committed, not what is staged.
-/// Put and remove operations do not mark the editor dirty; whoever stages for somebody else does. They return the editor,
-/// for chaining. One thread at a time; only the dirty flag is atomic.
+/// Put and remove operations do not mark the editor dirty; whoever stages for somebody else does. They return the
+/// editor, for chaining. One thread at a time; only the dirty flag is atomic.
 class METADATA_UTILS_EXPORT QRTEdit : public QRTInfo {
 public:
     enum class Option : int32_t {
@@ -19,8 +19,8 @@ public:
     virtual QRTEdit& setOption(Option option) = 0;
     /// The first record of this type becomes the last of the directory at commit; 0 for none.
     virtual QRTEdit& setPrimaryType(int type) = 0;
-    /// Replace the data of the first record of that type or name; without one they throw. The const& form by name is not
-    /// provided and always throws "implement here".
+    /// Replace the data of the first record of that type or name; without one they throw. The const& form by name is
+    /// not provided and always throws "implement here".
     virtual QRTEdit& putData(int type, ByteBuffer const& data) = 0;
     virtual QRTEdit& putData(int type, ByteBuffer&& data) = 0;
     virtual QRTEdit& putData(std::string const& name, ByteBuffer&& data) = 0;
@@ -30,7 +30,8 @@ public:
     virtual QRTEdit& putData(int type, std::string const& name, ByteBuffer&& data) = 0;
     /// The data is the file's whole content, copied at commit; the file must not change until then.
     virtual QRTEdit& putData(int type, std::string const& name, std::shared_ptr<MediaFile> const& file) = 0;
-    /// Every record of another view except "3DPhoto_Info"; with skip_existing those whose name is here already are left out.
+    /// Every record of another view except "3DPhoto_Info"; with skip_existing those whose name is here already are left
+    /// out.
     virtual QRTEdit& putAll(std::shared_ptr<QRTInfo> const& source, std::filesystem::copy_options const& options) = 0;
     /// Every record of the type.
     virtual QRTEdit& removeData(int type) = 0;
@@ -40,12 +41,12 @@ public:
     virtual void makeDirty() = 0;
     virtual void cleanDirty() = 0;
     virtual bool isDirty() const = 0;
-    /// Rewrites the trailer in place, from the image's end on, and cuts the file behind it. Without records it leaves the
-    /// file as it is. Everything that can be foreseen is refused before the first write; a write that fails later throws
-    /// and leaves the image whole and the trailer partly written. After it the view describes the new trailer.
+    /// Rewrites the trailer in place, from the image's end on, and cuts the file behind it. Without records it leaves
+    /// the file as it is. Everything that can be foreseen is refused before the first write; a write that fails later
+    /// throws and leaves the image whole and the trailer partly written. After it the view describes the new trailer.
     virtual void commit() = 0;
-    /// Copies the whole source to offset 0 of `target`, cuts a longer target, and writes the trailer there. The source and
-    /// its view stay as they are.
+    /// Copies the whole source to offset 0 of `target`, cuts a longer target, and writes the trailer there. The source
+    /// and its view stay as they are.
     virtual void commit(std::shared_ptr<MediaFile> const& target) = 0;
 
     /// The text's bytes as the data.

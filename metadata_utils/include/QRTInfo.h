@@ -20,8 +20,9 @@ class QRTEdit;
 /// The QRT trailer of a still, read-only: typed, named records at the end of the file, closed by a tail that runs from
 /// "QRTH" to "QRTT" (in a HEIC file the body of a last box 'qrtd'). docs/trailer-format.md draws it.
 ///
-/// Made by parse(), which reads the tail and the record heads and no data; held by a shared pointer, keeps its file open.
-/// A file without the markers gives an empty view. Operations move the file's shared position; one thread at a time.
+/// Made by parse(), which reads the tail and the record heads and no data; held by a shared pointer, keeps its file
+/// open. A file without the markers gives an empty view. Operations move the file's shared position; one thread at a
+/// time.
 class METADATA_UTILS_EXPORT QRTInfo {
 public:
     virtual ~QRTInfo();

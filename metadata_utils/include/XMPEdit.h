@@ -7,8 +7,8 @@ namespace android::lumo {
 
 /// The editor of an XMP view: changes the view's packet in memory and writes it back on commit.
 ///
-/// Change operations return the editor, for chaining, and mark it dirty. Discarding an editor does not undo its changes in
-/// memory. Editors of one view are not used at the same time; only the dirty flag is atomic.
+/// Change operations return the editor, for chaining, and mark it dirty. Discarding an editor does not undo its changes
+/// in memory. Editors of one view are not used at the same time; only the dirty flag is atomic.
 class METADATA_UTILS_EXPORT XMPEdit : public XMPInfo {
 public:
     /// Sets a simple property; text that is not UTF-8 throws std::runtime_error before anything changes.
@@ -18,15 +18,15 @@ public:
     /// An unknown item throws "no such item(%s) exist, add item first w/ addItem".
     virtual XMPEdit& setItemField(std::string const& itemName, std::string const& fieldName,
                                   std::string const& value) = 0;
-    /// Takes over another view's properties and items. With skip_existing what is here already (in any letter case) stays;
-    /// otherwise it is overwritten.
+    /// Takes over another view's properties and items. With skip_existing what is here already (in any letter case)
+    /// stays; otherwise it is overwritten.
     virtual XMPEdit& putAll(std::shared_ptr<XMPInfo> const& source, std::filesystem::copy_options options) = 0;
     virtual XMPEdit& removeProperty(std::string const& schemaNS, std::string const& name) = 0;
     /// An unknown item is left alone by the three below.
     virtual XMPEdit& removeItemField(std::string const& itemName, std::string const& fieldName) = 0;
     virtual XMPEdit& removeItem(std::string const& itemName) = 0;
-    /// Every item, then every property of the four registered namespaces; a property of another namespace makes it throw
-    /// XMP_Error.
+    /// Every item, then every property of the four registered namespaces; a property of another namespace makes it
+    /// throw XMP_Error.
     virtual XMPEdit& removeAll() = 0;
     virtual XMPEdit& replaceItemField(std::string const& itemName, std::string const& fieldName,
                                       std::string const& value) = 0;
@@ -34,8 +34,8 @@ public:
     /// Writes the packet into the file in place, moving what stands behind it when the room is too small; see
     /// ImageMetaWriter::writeXMP for the states a failure may leave. A failure leaves the editor dirty.
     virtual void commit() = 0;
-    /// Writes into another file from now on: an empty one gets a full copy of the source first, any other only has its own
-    /// XMP rewritten.
+    /// Writes into another file from now on: an empty one gets a full copy of the source first, any other only has its
+    /// own XMP rewritten.
     virtual void commit(std::shared_ptr<MediaFile> const& target) = 0;
 };
 

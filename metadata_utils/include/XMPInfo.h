@@ -16,12 +16,12 @@ namespace android::lumo {
 
 class XMPEdit;
 
-/// The XMP packet of a still (ISO 16684-1), parsed: its properties, and the items of the published motion-photo directory
-/// "Container:Directory" by their "Item:Semantic" ("Primary", "MotionPhoto", "GainMap").
+/// The XMP packet of a still (ISO 16684-1), parsed: its properties, and the items of the published motion-photo
+/// directory "Container:Directory" by their "Item:Semantic" ("Primary", "MotionPhoto", "GainMap").
 ///
-/// Made by parse(); a file without XMP gives an empty view. The view and its editors share one packet in memory: a change
-/// made through an editor shows here at once, and reaches the file at the editor's commit. Toolkit failures are the
-/// toolkit's XMP_Error, which is no std::exception. One thread at a time.
+/// Made by parse(); a file without XMP gives an empty view. The view and its editors share one packet in memory: a
+/// change made through an editor shows here at once, and reaches the file at the editor's commit. Toolkit failures are
+/// the toolkit's XMP_Error, which is no std::exception. One thread at a time.
 class METADATA_UTILS_EXPORT XMPInfo {
 public:
     virtual ~XMPInfo();
@@ -37,8 +37,8 @@ public:
     virtual bool containsItem(std::string const& name, bool ignoreCase) const = 0;
     /// Whether the field is there and not empty.
     virtual bool containsItemField(std::string const& itemName, std::string const& fieldName) const = 0;
-    /// Prefixed paths of the simple top-level properties and array items ("GCamera:MotionPhoto", "dc:creator[1]"), nothing
-    /// of the directory, in the packet's order.
+    /// Prefixed paths of the simple top-level properties and array items ("GCamera:MotionPhoto", "dc:creator[1]"),
+    /// nothing of the directory, in the packet's order.
     virtual std::list<std::string> getPropertyNames() const = 0;
     /// In no particular order; getItemNameAt follows the directory.
     virtual std::list<std::string> getItemNames() const = 0;

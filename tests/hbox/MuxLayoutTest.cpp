@@ -58,7 +58,7 @@ std::vector<TopBox> topBoxes(std::string const& file) {
         if (size == 1)
             size = number(at + 8, 8);
         bool const toEnd = size == 0;
-        boxes.back().bytes = file.substr(at, toEnd ? file.npos : size);
+        boxes.back().bytes = file.substr(at, toEnd ? file.npos : static_cast<size_t>(size));
         if (toEnd)
             boxes.back().bytes.replace(0, 4, bigEndian(file.size() - at, 4));
         EXPECT_TRUE(toEnd || boxes.back().bytes.size() == size) << "the boxes do not add up";
