@@ -56,10 +56,10 @@ std::shared_ptr<ByteBuffer> MotionPhotoInfo::getVideo() const {
 }
 
 MotionPhotoInfoImpl::MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still) : file(still) {
-    // The callback is bound to this object, which owns the trailer reader and so outlives it.
+    // The trailer reader, handed out to callers, may outlive this object: the callback shares what it sets.
     std::list<QRTInfoImpl::Listener> const listeners{
-        [this](std::shared_ptr<MediaFile>&, std::vector<QRTDataInfo>& records) {
-            parseExtraOfMotionPhotoFromQRT(records);
+        [format = motionPhotoFormat](std::shared_ptr<MediaFile>& viewed, std::vector<QRTDataInfo>& records) {
+            *format = parseExtraOfMotionPhotoFromQRT(*viewed, records);
         }};
     qrtInfo = std::make_shared<QRTInfoImpl>(still, listeners);
     xmpInfo = std::make_shared<XMPInfoImpl>(still);
@@ -68,26 +68,27 @@ MotionPhotoInfoImpl::MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still
 
 /// Finds the format, and points record 2608 of a HEIC to the video its pointer names. The length a pointer needs is
 /// checked here; whether it points into the file is for those who follow it.
-void MotionPhotoInfoImpl::parseExtraOfMotionPhotoFromQRT(std::vector<QRTDataInfo>& records) {
+Format MotionPhotoInfoImpl::parseExtraOfMotionPhotoFromQRT(MediaFile const& viewed, std::vector<QRTDataInfo>& records) {
     LOGI("parseExtraOfMotionPhotoFromQRT");
-    motionPhotoFormat = Format::NONE;
+    Format format = Format::NONE;
     if (auto const* version = findType(records, qrt::TYPE_MOTION_PHOTO_VERSION)) {
-        auto const tag = readTag(*file, version->dataPosition, 61);
-        motionPhotoFormat = version->dataPayload >= TAG_SIZE ? formatOf(tag) : Format::NONE;
+        auto const tag = readTag(viewed, version->dataPosition, 61);
+        format = version->dataPayload >= TAG_SIZE ? formatOf(tag) : Format::NONE;
     }
     if (auto* video = findType(records, qrt::TYPE_MOTION_PHOTO_DATA)) {
-        auto const tag = readTag(*file, video->dataPosition, 72);
-        if (motionPhotoFormat == Format::NONE)
-            motionPhotoFormat = tag == MediaDefs::motionphotoFormatString(Format::MPV2) ? Format::MPV2 : Format::MPV1;
-        bool const pointed = getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC && motionPhotoFormat != Format::MPV1;
+        auto const tag = readTag(viewed, video->dataPosition, 72);
+        if (format == Format::NONE)
+            format = tag == MediaDefs::motionphotoFormatString(Format::MPV2) ? Format::MPV2 : Format::MPV1;
+        bool const pointed = viewed.mimeType() == MediaDefs::MimeType::IMAGE_HEIC && format != Format::MPV1;
         if (pointed && video->dataPayload >= VideoPointer::SIZE) {
             video->dataPayload =
-                __builtin_bswap32(checked::readAt(*file, video->dataPosition + 8, 4).get<uint32_t, uint32_t>(0));
+                __builtin_bswap32(checked::readAt(viewed, video->dataPosition + 8, 4).get<uint32_t, uint32_t>(0));
             video->dataPosition =
-                __builtin_bswap32(checked::readAt(*file, video->dataPosition + 4, 4).get<uint32_t, uint32_t>(0));
+                __builtin_bswap32(checked::readAt(viewed, video->dataPosition + 4, 4).get<uint32_t, uint32_t>(0));
         }
     }
-    LOGI("version=%s", MediaDefs::motionphotoFormatString(motionPhotoFormat).c_str());
+    LOGI("version=%s", MediaDefs::motionphotoFormatString(format).c_str());
+    return format;
 }
 
 // What kind of motion photo it is. ------------------------------------------------------------------------------------
@@ -103,7 +104,7 @@ bool MotionPhotoInfoImpl::isValid() const {
 
 MediaDefs::MotionPhotoFormat MotionPhotoInfoImpl::getQRTMotionPhotoVersion() const {
     static_cast<void>(qrtInfo->getVersion()); // the trailer's own version says nothing about the video's format
-    return motionPhotoFormat;
+    return *motionPhotoFormat;
 }
 
 int32_t MotionPhotoInfoImpl::getXMPMotionPhotoVersion() const {

@@ -64,14 +64,16 @@ public:
     void attach(std::shared_ptr<MediaFile> const& other);
 
 private:
-    void parseExtraOfMotionPhotoFromQRT(std::vector<QRTDataInfo>& records);
+    static MediaDefs::MotionPhotoFormat parseExtraOfMotionPhotoFromQRT(MediaFile const& viewed,
+                                                                       std::vector<QRTDataInfo>& records);
     size_t transferVideo(std::shared_ptr<MediaFile> const& target) const;
 
     std::shared_ptr<MediaFile> file;
     std::shared_ptr<QRTInfoImpl> qrtInfo;
     std::shared_ptr<XMPInfoImpl> xmpInfo;
     std::shared_ptr<ExifInfoImpl> exifInfo;
-    MediaDefs::MotionPhotoFormat motionPhotoFormat = MediaDefs::MotionPhotoFormat::NONE;
+    std::shared_ptr<MediaDefs::MotionPhotoFormat> motionPhotoFormat =
+        std::make_shared<MediaDefs::MotionPhotoFormat>(MediaDefs::MotionPhotoFormat::NONE);
 };
 
 /// Data of record 2608 up to this size is a pointer, never a video.
