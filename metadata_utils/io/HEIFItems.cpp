@@ -125,30 +125,30 @@ void Items::parse(ByteWindow& window, TopLevelBox const& meta) {
             break;
         if (size > end - position)
             throw readerError()("invalid chunk payload: %lu", static_cast<unsigned long>(size));
-        parseChild(window, {boxTypeText(type), position, size});
+        parseChild(window, type, position, size);
         position += size;
     }
     settleItemDataLocations();
 }
 
-void Items::parseChild(ByteWindow& window, Box const& box) {
+void Items::parseChild(ByteWindow& window, BoxType type, uint32_t position, uint32_t size) {
     struct Parser {
-        char const* type;
+        BoxType type;
         void (Items::*parse)(BoxCursor payload);
     };
     static constexpr Parser PARSERS[] = {
-        {"iinf", &Items::parseIINFBox},
-        {"iloc", &Items::parseILOCBox},
-        {"iref", &Items::parseIREFBox},
-        {"pitm", &Items::parsePITMBox},
+        {boxType("iinf"), &Items::parseIINFBox},
+        {boxType("iloc"), &Items::parseILOCBox},
+        {boxType("iref"), &Items::parseIREFBox},
+        {boxType("pitm"), &Items::parsePITMBox},
     };
-    if (box.type == "idat" && !itemData)
-        itemData.emplace(box.position + BOX_HEADER, box.size - BOX_HEADER);
-    for (auto const& [type, parseBox] : PARSERS) {
-        if (box.type != type)
+    if (type == boxType("idat") && !itemData)
+        itemData.emplace(position + BOX_HEADER, size - BOX_HEADER);
+    for (auto const& [parsedType, parseBox] : PARSERS) {
+        if (type != parsedType)
             continue;
-        boxes[box.type] = box;
-        BoxCursor cursor(window.at(box.position, box.size), box.position, 0);
+        boxes[boxTypeText(type)] = {boxTypeText(type), position, size};
+        BoxCursor cursor(window.at(position, size), position, boxType("meta"));
         (this->*parseBox)(cursor.box().payload());
     }
 }

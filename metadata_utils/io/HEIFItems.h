@@ -41,7 +41,7 @@ public:
     std::map<std::string, Box> boxes; ///< the item boxes parsed so far
 
 private:
-    void parseChild(ByteWindow& window, Box const& box);
+    void parseChild(ByteWindow& window, BoxType type, uint32_t position, uint32_t size);
     void parseIINFBox(BoxCursor payload);
     void parseInfe(BoxCursor entry);
     void parseILOCBox(BoxCursor payload);
