@@ -33,7 +33,7 @@ std::string boxesOf(std::string const& file) {
         std::string const type = file.substr(at + 4, 4);
         bool const isDebugInfo = type == "free" && file.substr(at + 8, 4) == "cdif";
         text += (isDebugInfo ? "cdif" : type) + " ";
-        at += size;
+        at += static_cast<size_t>(size);
     }
     return at == file.size() ? text : text + "(damaged)";
 }
