@@ -67,6 +67,16 @@ std::optional<uint32_t> copyInKernel(std::shared_ptr<MediaFile> const& source, s
     return copied;
 }
 
+/// Space behind the file's end; false where the file system cannot keep any. A failure gives back what it got.
+bool keepSpace(MediaFile& file, uint32_t size, ErrorAt at) {
+    auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
+    int const failure = file.reserveBehindEnd(size);
+    if (failure == 0 || failure == EOPNOTSUPP)
+        return failure == 0;
+    file.truncate(oldSize);
+    throw at("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
+}
+
 } // namespace
 
 void seek(MediaFile const& file, uint32_t position, ErrorAt at) {
@@ -143,6 +153,27 @@ void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
         return;
     truncate(file, oldSize, at);
     throw at("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
+}
+
+void requireSpace(MediaFile& file, uint32_t size, ErrorAt at) {
+    requireAddressable(file, at);
+    auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
+    if (size <= oldSize || keepSpace(file, size, at))
+        return;
+    reserve(file, size, at);
+    truncate(file, oldSize, at);
+}
+
+SpaceKeeper::SpaceKeeper(std::shared_ptr<MediaFile> const& edited, uint32_t size, ErrorAt at) {
+    if (size > sizeOnDisk(*edited, at) && keepSpace(*edited, size, at))
+        file = edited;
+}
+
+/// Cutting a file where it ends gives back what lies behind.
+SpaceKeeper::~SpaceKeeper() {
+    struct stat64 status;
+    if (file != nullptr && fstat64(file->getFd(), &status) == 0 && uint64_t(status.st_size) <= MAX_FILE_SIZE)
+        file->truncate(static_cast<uint32_t>(status.st_size));
 }
 
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at) {

@@ -41,6 +41,24 @@ void truncate(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 /// throws "fail to reserve %zu bytes: %s"; a size that fits already does nothing.
 void reserve(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 
+/// Finds a full disk before an edit whose later steps need the file to have up to `size` bytes; throws what reserve()
+/// throws. Whoever looks at the file sees no change. The space is kept until the file is next cut, where the file
+/// system can keep it.
+void requireSpace(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
+
+/// requireSpace() for a whole edit in place: the space is kept for its steps, and what they did not use goes back when
+/// the object ends. A file system that cannot keep space does not hold the edit up.
+class SpaceKeeper {
+public:
+    SpaceKeeper(std::shared_ptr<MediaFile> const& file, uint32_t size, ErrorAt at = ErrorAt());
+    ~SpaceKeeper();
+    SpaceKeeper(SpaceKeeper const&) = delete;
+    SpaceKeeper& operator=(SpaceKeeper const&) = delete;
+
+private:
+    std::shared_ptr<MediaFile> file; ///< none when there is nothing to give back
+};
+
 /// Exactly `n` bytes from `position`; the range must lie in the file, else "fail to read bytes: %zu, expected %zu". The
 /// file's position stays.
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at = ErrorAt());

@@ -53,6 +53,10 @@ size_t boundedByFile(int fd, size_t wanted) {
     return static_cast<size_t>(std::min(left, static_cast<off64_t>(wanted)));
 }
 
+bool isUnsupported(int failure) {
+    return failure == EOPNOTSUPP || failure == EINVAL || failure == ENOSYS;
+}
+
 /// For file systems that cannot reserve: room is certain once it has been written.
 int extendWithZeros(int fd, off64_t from, off64_t to) {
     std::vector<char> const zeros(static_cast<size_t>(std::min<off64_t>(to - from, ZERO_BLOCK)));
@@ -236,8 +240,22 @@ int MediaFile::reserve(uint32_t size) {
     do
         failure = posix_fallocate64(fd, end, off64_t{size} - end);
     while (failure == EINTR);
-    bool const unsupported = failure == EOPNOTSUPP || failure == EINVAL || failure == ENOSYS;
-    return unsupported ? extendWithZeros(fd, end, size) : failure;
+    return isUnsupported(failure) ? extendWithZeros(fd, end, size) : failure;
+}
+
+int MediaFile::reserveBehindEnd(uint32_t size) {
+    off64_t const end = sizeKeepingPosition(fd);
+    if (end < 0)
+        return EBADF;
+    if (off64_t{size} <= end)
+        return 0;
+    int result = 0;
+    do
+        result = fallocate64(fd, FALLOC_FL_KEEP_SIZE, end, off64_t{size} - end);
+    while (result != 0 && errno == EINTR);
+    if (result == 0)
+        return 0;
+    return isUnsupported(errno) ? EOPNOTSUPP : errno;
 }
 
 // Type detection. -----------------------------------------------------------------------------------------------------

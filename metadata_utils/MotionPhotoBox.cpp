@@ -127,39 +127,32 @@ void MotionPhotoEditImpl::prepareImageType() {
 // Writing. ------------------------------------------------------------------------------------------------------------
 
 /// The trailer is in memory from the first step on and written again behind the box by the trailer's own commit; a
-/// failure in between leaves the image whole and the trailer lost.
+/// failure in between leaves the image whole and the trailer lost. A box that is there already is replaced.
 void MotionPhotoEditImpl::addMPVDBox(std::shared_ptr<MediaFile> const& target, StagedVideo const& video) {
     mediator->notify(this, Event::BEFORE_VIDEO_BOX);
     HEIFMetaWriter::closeLastBox(target);
     uint32_t const imageSize = static_cast<uint32_t>(getImageSize());
-    reserveVideoBox(target, imageSize, video.size());
+    requireSpaceForBox(target, imageSize, video.size());
     uint32_t const position = dropVideoBoxes(target, imageSize);
-    checked::seek(*target, position, ErrorAt(661));
-    checked::write(*target, boxHeader(video.size()));
-    if (video.file != nullptr)
-        checked::copy(video.file, target, 0, video.size());
-    else
-        checked::write(*target, *video.bytes);
-    checked::truncate(*target, target->position());
+    writeVideoBox(target, position, video);
     LOGI("write video on %zu for %zu", static_cast<size_t>(position + BOX_HEADER_SIZE),
          static_cast<size_t>(video.size()));
     replaceMPDataByMPVDBox(position + BOX_HEADER_SIZE, video.size());
     promoteVersionRecord();
 }
 
-/// A full disk is found before the first byte moves. The file's size goes back at once: only the space was asked for.
-void MotionPhotoEditImpl::reserveVideoBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize,
-                                          uint32_t videoSize) {
+/// A full disk is found while old video and trailer still stand.
+void MotionPhotoEditImpl::requireSpaceForBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize,
+                                             uint32_t videoSize) {
     uint64_t needed = uint64_t{imageSize} + BOX_HEADER_SIZE + videoSize + trailer::BOX_HEADER_SIZE;
     auto const layout = qrtEdit->impl().plannedLayout();
     for (auto const& record : layout)
         needed += record.payload;
-    uint32_t const before = target->size();
-    checked::reserve(*target, checked::sizeOf(needed + trailer::tailSize(layout.size())));
-    checked::truncate(*target, before);
+    checked::requireSpace(*target, checked::sizeOf(needed + trailer::tailSize(layout.size())));
 }
 
-/// Takes every video box out and the old trailer off; what else stands behind the image moves up. Returns the new end.
+/// Takes every video box out and the old trailer off; what else stands behind the image moves up. The trailer goes
+/// first: it names a video that is about to be written over. Returns the new end.
 uint32_t MotionPhotoEditImpl::dropVideoBoxes(std::shared_ptr<MediaFile> const& target, uint32_t imageSize) {
     auto const boxes = videoBoxes(target);
     checked::truncate(*target, imageSize);
@@ -172,44 +165,30 @@ uint32_t MotionPhotoEditImpl::dropVideoBoxes(std::shared_ptr<MediaFile> const& t
     return target->size();
 }
 
-/// The trailer behind the box moves up with everything else; its own commit settles where it then stands.
-void MotionPhotoEditImpl::removeMPVDBox(std::shared_ptr<MediaFile> const& file) {
-    auto const boxes = videoBoxes(file);
-    for (auto box = boxes.rbegin(); box != boxes.rend(); ++box) {
-        uint32_t const size = box->end - box->begin;
-        if (box->end == file->size()) {
-            checked::truncate(*file, box->begin);
-            continue;
-        }
-        checked::seek(*file, box->end);
-        file->shiftLeftSafely(static_cast<int>(size), 0, true);
+/// The room comes first, so that the boxes add up to the file at every step; a box that cannot be finished is taken
+/// off again.
+void MotionPhotoEditImpl::writeVideoBox(std::shared_ptr<MediaFile> const& target, uint32_t position,
+                                        StagedVideo const& video) {
+    checked::reserve(*target, checked::sizeOf(uint64_t{position} + BOX_HEADER_SIZE + video.size()));
+    try {
+        checked::seek(*target, position, ErrorAt(661));
+        checked::write(*target, boxHeader(video.size()));
+        if (video.file != nullptr)
+            checked::copy(video.file, target, 0, video.size());
+        else
+            checked::write(*target, *video.bytes);
+    } catch (...) {
+        target->truncate(position);
+        throw;
     }
 }
 
-void MotionPhotoEditImpl::replaceVideo(std::shared_ptr<MediaFile> const& target,
-                                       std::shared_ptr<ByteBuffer> const& video) {
-    if (videoBoxes(target).size() == 1)
-        replaceMPVDBox(target, *video);
-    else
-        addMPVDBox(target, {nullptr, video});
-}
-
-/// What stands behind the box is kept in memory while the box is written over; it is the trailer, never a video.
-void MotionPhotoEditImpl::replaceMPVDBox(std::shared_ptr<MediaFile> const& file, ByteBuffer const& video) {
-    Range const box = videoBoxes(file).front();
-    uint32_t const oldSize = file->size();
-    uint32_t const behind = oldSize - box.end;
-    uint32_t const newSize = checked::sizeOf(uint64_t{box.begin} + BOX_HEADER_SIZE + video.size() + behind);
-    ByteBuffer const tail = checked::readAt(*file, box.end, behind);
-    checked::reserve(*file, std::max(oldSize, newSize));
-    checked::seek(*file, box.begin);
-    checked::write(*file, boxHeader(video.size()));
-    checked::write(*file, video);
-    checked::write(*file, tail);
-    checked::truncate(*file, newSize);
-    replaceMPDataByMPVDBox(box.begin + BOX_HEADER_SIZE, video.size());
-    promoteVersionRecord();
-    mediator->notify(this, Event::CONTAINER_RESTRUCTURED);
+/// The trailer is written again from memory by its own commit, like when a box is added.
+void MotionPhotoEditImpl::removeMPVDBox(std::shared_ptr<MediaFile> const& file) {
+    if (videoBoxes(file).empty())
+        return;
+    mediator->notify(this, Event::BEFORE_VIDEO_BOX);
+    dropVideoBoxes(file, static_cast<uint32_t>(getImageSize()));
 }
 
 void MotionPhotoEditImpl::replaceMPDataByMPVDBox(uint32_t position, uint32_t length) {

@@ -17,6 +17,9 @@ constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 constexpr char PRIMARY_ITEM[] = "Primary";
 constexpr char MOTION_PHOTO_ITEM[] = "MotionPhoto";
 constexpr char MOTION_PHOTO_PROPERTY[] = "MotionPhoto";
+/// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
+constexpr size_t XMP_OVERHEAD = 256;
+constexpr size_t MIN_XMP_ROOM = 1280;
 constexpr char TIMESTAMP_PROPERTY[] = "MotionPhotoPresentationTimestampUs";
 
 /// A file in memory for as long as the extractor reads a video that is not on disk. Invalid where the system has none.
@@ -117,6 +120,8 @@ void MotionPhotoEditImpl::commit() {
     }
     mediator->reset();
     prepareCommit();
+    checked::SpaceKeeper const space(outputFile, expectedFileSize());
+    prepareImageType();
     LOGI("xmp-isDirty: %d, qrt-isDirty: %d", xmpEdit->isDirty(), qrtEdit->isDirty());
     if (xmpEdit->isDirty())
         xmpEdit->commit(outputFile);
@@ -129,12 +134,31 @@ void MotionPhotoEditImpl::commit() {
     finish();
 }
 
-/// The image is looked at last: whether its XMP room suffices depends on what the other steps stage.
 void MotionPhotoEditImpl::prepareCommit() {
     restoreTrailer();
     prepareXMP();
     stageExpectedFields();
-    prepareImageType();
+}
+
+/// About the size the output will have, so that a full disk is found before its first byte moves. A size that needs no
+/// new space is not asked for, however little is left.
+uint32_t MotionPhotoEditImpl::expectedFileSize() const {
+    uint64_t size =
+        uint64_t{outputFile->size()} - std::min<uint64_t>(outputFile->size(), impl->getTrailer()->getSize());
+    if (qrtEdit->isDirty()) {
+        auto const layout = qrtEdit->impl().plannedLayout();
+        size += layout.empty() ? 0 : layout.front().offsetFromTail + trailer::tailSize(layout.size());
+    } else {
+        size += static_cast<uint64_t>(impl->getTrailer()->getSize());
+    }
+    if (xmpEdit->isDirty()) {
+        auto const room = ImageMetaReader::of(outputFile, ParseMode::LAZY)->getXMP();
+        size_t const needed = std::max(xmpEdit->serializeToBuffer().size() + room.offset, MIN_XMP_ROOM);
+        size += room.payload < needed ? needed + XMP_OVERHEAD : 0;
+    }
+    if (isHEIC() && !extras.empty() && impl->hasVideo())
+        size -= std::min<uint64_t>(size, getVideoSize());
+    return checked::sizeOf(size + (stagedBox ? stagedBox->size() : 0));
 }
 
 /// Invariant 1. What only the container knows (a packet that fits no segment, a layout that cannot be written again) is
@@ -149,6 +173,8 @@ void MotionPhotoEditImpl::requireCommittable() {
     if (!qrtEdit->isDirty() && !xmpEdit->isDirty() && extras.empty())
         return;
     qrtEdit->impl().requireWritable(outputFile);
+    if (qrtEdit->isDirty())
+        qrtEdit->impl().loadRecords(); // a trailer that has changed since it was read is found while XMP is as it was
 
     uint64_t size = uint64_t{getFileSize()} + jpeg::MAX_SEGMENT_LENGTH + jpeg::MARKER_SIZE;
     for (auto const& record : qrtEdit->impl().plannedLayout())

@@ -177,8 +177,6 @@ MotionPhotoEdit& MotionPhotoEditImpl::replaceVideo(std::shared_ptr<MediaFile> co
         throw ErrorAt()("the video is the still itself: %s", video->toString().c_str());
     auto const bytes = std::make_shared<ByteBuffer>(video->readAllBytes());
     stageVideo({nullptr, bytes});
-    if (isHEIC())
-        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this, bytes](auto const& output) { replaceVideo(output, bytes); };
     xmpEdit->replaceItemField(MOTION_PHOTO_ITEM, "Length", std::to_string(bytes->size()));
     return *this;
 }

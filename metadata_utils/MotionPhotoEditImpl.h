@@ -119,6 +119,7 @@ private:
     // The steps of a commit (MotionPhotoCommit.cpp).
     void prepareCommit();
     void requireCommittable();
+    uint32_t expectedFileSize() const;
     void restoreTrailer();
     void prepareImageType();
     void prepareXMP();
@@ -139,11 +140,10 @@ private:
     // The HEIC video box (MotionPhotoBox.cpp).
     void stageVideoBox(StagedVideo const& video);
     void addMPVDBox(std::shared_ptr<MediaFile> const& target, StagedVideo const& video);
-    void reserveVideoBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize, uint32_t videoSize);
+    void requireSpaceForBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize, uint32_t videoSize);
     uint32_t dropVideoBoxes(std::shared_ptr<MediaFile> const& target, uint32_t imageSize);
     void removeMPVDBox(std::shared_ptr<MediaFile> const& file);
-    void replaceMPVDBox(std::shared_ptr<MediaFile> const& file, ByteBuffer const& video);
-    void replaceVideo(std::shared_ptr<MediaFile> const& target, std::shared_ptr<ByteBuffer> const& video);
+    void writeVideoBox(std::shared_ptr<MediaFile> const& target, uint32_t position, StagedVideo const& video);
     void replaceMPDataByMPVDBox(uint32_t position, uint32_t length);
     void promoteVersionRecord();
     std::optional<ExpectedVideo> expectedBoxVideo(std::vector<QRTDataInfo> const& layout);

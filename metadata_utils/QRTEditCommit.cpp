@@ -241,15 +241,19 @@ long QRTEditImpl::writePieces(std::vector<Piece> const& pieces, Plan& plan) {
     return static_cast<long>(pieces.back().bytes.size());
 }
 
-/// A full disk is found before anything changes. A HEIC whose last box runs to the file's end would swallow the
-/// trailer.
+/// A full disk is found before anything changes. Then the old trailer loses its end mark, so that nobody reads old
+/// entries over new bytes; in a HEIC all of it goes, because the boxes must add up to the file at every step. A HEIC
+/// whose last box runs to the file's end would swallow the trailer.
 void QRTEditImpl::prepareOutput(Plan const& plan) {
-    checked::reserve(*outputFile, plan.finalSize, error());
+    checked::requireSpace(*outputFile, plan.finalSize, error());
     copySource();
-    if (info->boxHeaderSize() > 0 && info->getTrailerSize() == 0) {
+    bool const hasTrailer = info->getTrailerSize() > 0;
+    if (info->boxHeaderSize() > 0)
         checked::truncate(*outputFile, info->getImageSize(), error());
+    else if (hasTrailer)
+        checked::truncate(*outputFile, outputFile->size() - trailer::TAIL_END_SIZE, error());
+    if (info->boxHeaderSize() > 0 && !hasTrailer)
         HEIFMetaWriter::closeLastBox(outputFile);
-    }
     checked::reserve(*outputFile, plan.finalSize, error());
 }
 

@@ -130,6 +130,10 @@ public:
     /// Makes sure that `size` bytes can be written, extending the file; 0 or an errno value. The file may be longer
     /// after a failure: the caller cuts it back.
     int reserve(uint32_t size);
+    /// Asks for the disk space of a file of `size` bytes and leaves the file's size as it is, so that nothing is seen
+    /// of it until the file grows or is next truncated, which gives the rest back; 0 or an errno value, EOPNOTSUPP
+    /// where the file system cannot do it.
+    int reserveBehindEnd(uint32_t size);
 
 private:
     /// The run of bytes that a shift moves, and how far the shift has come.

@@ -230,10 +230,10 @@ void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, std::vector<uint8_t>
         checked::seek(*file, imageLength);
         file->shiftLeftSafely(static_cast<int>(-distance), MOVE_BUFFER, true);
     }
+    keeper.moved(imageLength, distance);
     write(image);
     if (file->size() != newSize)
         checked::truncate(*file, newSize);
-    keeper.moved(imageLength, distance);
 }
 
 void HEIFMetaWriter::write(std::vector<uint8_t> const& image) {

@@ -103,10 +103,7 @@ void requireSpaceFor(MediaFile& file, heif::TopLevel const& topLevel, size_t dat
     checked::sizeOf(needed);
     for (auto const& box : topLevel.boxes)
         needed -= box.debugInfo && box.position >= topLevel.endOfImage() ? box.size : 0;
-    if (needed <= topLevel.fileSize)
-        return;
-    checked::reserve(file, static_cast<uint32_t>(needed));
-    checked::truncate(file, topLevel.fileSize);
+    checked::requireSpace(file, static_cast<uint32_t>(needed));
 }
 
 } // namespace
@@ -135,8 +132,7 @@ bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file)
     uint32_t const grown = checked::sizeOf(uint64_t{topLevel.fileSize} + trailer->size);
     if (trailer->size > INT32_MAX)
         throw writerError()("trailer of %zu bytes is too large to be moved", size_t{trailer->size});
-    checked::reserve(*file, grown);
-    checked::truncate(*file, topLevel.fileSize);
+    checked::requireSpace(*file, grown);
     closeLastBox(file);
     checked::seek(*file, topLevel.fileSize);
     checked::copy(file, file, trailer->position, trailer->size);
@@ -197,8 +193,9 @@ void HEIFMetaWriter::insertFreeCdif(std::vector<unsigned char> const& data, uint
     file->shiftRightSafely(distance, MOVE_BUFFER);
     checked::seek(*file, position);
     checked::write(*file, debugInfoHeader(data.size()));
-    checked::write(*file, data.data(), data.size());
     keeper.moved(position, distance);
+    checked::seek(*file, position + DEBUG_INFO_HEADER);
+    checked::write(*file, data.data(), data.size());
 }
 
 void HEIFMetaWriter::removeCameraDebugInfo() {

@@ -269,10 +269,11 @@ void JPEGMetaWriter::writeApp4(std::vector<unsigned char> const& data, uint64_t 
     auto const size = static_cast<uint32_t>(data.size()) + jpeg::HEADER_SIZE;
     perform_file_shift_and_write(file, size, position, swapped(jpeg::APP4),
                                  swapped(static_cast<uint16_t>(data.size() + jpeg::LENGTH_SIZE)));
+    keeper.moved(position, size);
+    checked::seek(*file, position + jpeg::HEADER_SIZE);
     checked::write(*file, data.data(), data.size());
     LOGI("APP4 segment written. Size: %lld, Data size: %zu at position %lld", static_cast<long long>(size), data.size(),
          static_cast<long long>(position));
-    keeper.moved(position, size);
 }
 
 } // namespace android::lumo

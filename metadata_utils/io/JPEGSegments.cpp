@@ -107,9 +107,7 @@ void requireRoomFor(MediaFile& file, SegmentMap const& segments, uint32_t payloa
             "no room for XMP of %zu bytes: moving segments behind the MPF index at %zu would lose its images",
             size_t{payload}, size_t{*segments.imageIndex});
     uint32_t const peak = checked::sizeOf(static_cast<uint64_t>(rehearsal.peakSize()));
-    checked::reserve(file, peak);
-    if (peak > size)
-        checked::truncate(file, size);
+    checked::requireSpace(file, peak);
 }
 
 } // namespace android::lumo::jpeg

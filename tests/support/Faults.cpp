@@ -17,9 +17,12 @@ ssize_t moved(Call call, size_t n, Real real) {
     auto const fault = Fault::on(call);
     if (!fault.hits)
         return real(n);
-    if (fault.limit < 0)
+    if (fault.error != 0) {
         errno = fault.error;
-    return fault.limit <= 0 ? fault.limit : real(std::min(n, static_cast<size_t>(fault.limit)));
+        return -1;
+    }
+    size_t const left = fault.limit == Fault::HALF ? (n + 1) / 2 : static_cast<size_t>(fault.limit);
+    return left == 0 ? 0 : real(std::min(n, left));
 }
 
 } // namespace
@@ -34,7 +37,9 @@ Fault::~Fault() {
 }
 
 Fault::Hit Fault::on(Call call) {
-    if (active == nullptr || active->kind != call)
+    bool const isMeant =
+        active != nullptr && (active->kind == call || (active->kind == Call::CHANGE && call != Call::READ));
+    if (!isMeant || (active->error == 0 && (call == Call::TRUNCATE || call == Call::ALLOCATE)))
         return {};
     size_t const number = active->count++;
     bool const hits = number >= active->first && number - active->first < active->times;
@@ -55,6 +60,7 @@ ssize_t __real_write(int fd, void const* bytes, size_t n);
 ssize_t __real_sendfile64(int out, int in, off64_t* offset, size_t n);
 int __real_ftruncate64(int fd, off64_t size);
 int __real_posix_fallocate64(int fd, off64_t offset, off64_t n);
+int __real_fallocate64(int fd, int mode, off64_t offset, off64_t n);
 
 ssize_t __wrap_read(int fd, void* buffer, size_t n) {
     return moved(Call::READ, n, [&](size_t left) { return __real_read(fd, buffer, left); });
@@ -84,5 +90,13 @@ int __wrap_posix_fallocate64(int fd, off64_t offset, off64_t n) {
     if (fault.error == ENOSPC)
         static_cast<void>(__real_ftruncate64(fd, offset + n / 2));
     return fault.error;
+}
+
+int __wrap_fallocate64(int fd, int mode, off64_t offset, off64_t n) {
+    auto const fault = Fault::on(Call::ALLOCATE);
+    if (!fault.hits)
+        return __real_fallocate64(fd, mode, offset, n);
+    errno = fault.error;
+    return -1;
 }
 }
