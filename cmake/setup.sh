@@ -5,6 +5,7 @@ mu_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 mu_build_packages=(g++ cmake ninja-build pkg-config xz-utils libexpat1-dev zlib1g-dev android-liblog-dev
     android-libutils-dev libavformat-dev libavcodec-dev libavutil-dev libcli11-dev nlohmann-json3-dev)
 mu_test_packages=(libgtest-dev libgmock-dev libheif-dev exiv2 python3)
+mu_arm_packages=(g++-arm-linux-gnueabihf qemu-user)
 
 mu_fail() {
     echo "setup: $1" >&2
@@ -32,6 +33,23 @@ mu_need_packages() {
             mu_fail "apt could not install ${missing[*]}: is there a network? ($(tail -1 "$log"))"
     fi
     rm -f "$log"
+}
+
+# mu_need_arm : the cross compiler, the emulator and the sysroot; ends the script in success, but with a line that says
+# so, where the packages cannot be had.
+mu_need_arm() {
+    local log code=0
+    log=$(mktemp)
+    (mu_need_packages "${mu_arm_packages[@]}") 2>"$log" || code=3
+    [ $code -ne 0 ] || "$mu_root/cmake/get-arm-sysroot.sh" 2>>"$log" || code=$?
+    if [ $code -eq 3 ]; then
+        echo "arm lane skipped: $(tail -1 "$log")"
+        rm -f "$log"
+        exit 0
+    fi
+    cat "$log" >&2
+    rm -f "$log"
+    [ $code -eq 0 ] || mu_fail "the sysroot for arm could not be made"
 }
 
 # mu_run_quietly what command... : shows the command's output only when it fails.

@@ -174,7 +174,7 @@ class ToolTest(unittest.TestCase):
             self.done(*command, "-o", "whole")
             size = len(self.read("whole"))
             (self.folder / "whole").unlink()
-            # An emulator has written a file of 152 bytes of its own, what it shows as /proc/self/auxv, before the tool starts.
+            # An emulator writes a file of its own, the 152 bytes it shows as /proc/self/auxv, before the tool starts.
             for limit in (*((0, 1) if len(TOOL) == 1 else (200,)), len(STILL) // 2, size - 1):
                 for existing in (False, True):
                     with self.subTest(command=command[0], limit=limit, existing=existing):
