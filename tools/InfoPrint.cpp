@@ -187,7 +187,7 @@ Json toJson(InfoReport const& report) {
 std::string grouped(uint64_t number) {
     std::string digits = std::to_string(number);
     for (size_t end = digits.size(); end > 3; end -= 3)
-        digits.insert(end - 3, ",");
+        digits.insert(end - 3, 1, ',');
     return digits;
 }
 

@@ -98,7 +98,7 @@ std::pair<MediaDefs::MetaType, uint64_t> resolveApp4(std::string const&) {
 std::string joined(std::vector<int> const& numbers) {
     std::string text;
     for (int const number : numbers)
-        text += (text.empty() ? "" : " ") + std::to_string(number);
+        text.append(text.empty() ? "" : " ").append(std::to_string(number));
     return text;
 }
 
