@@ -143,13 +143,13 @@ void MotionPhotoEditImpl::prepareCommit() {
 /// About the size the output will have, so that a full disk is found before its first byte moves. A size that needs no
 /// new space is not asked for, however little is left.
 uint32_t MotionPhotoEditImpl::expectedFileSize() const {
-    uint64_t size =
-        uint64_t{outputFile->size()} - std::min<uint64_t>(outputFile->size(), impl->getTrailer()->getSize());
+    auto const trailerSize = static_cast<uint64_t>(impl->getTrailer()->getSize());
+    uint64_t size = uint64_t{outputFile->size()} - std::min<uint64_t>(outputFile->size(), trailerSize);
     if (qrtEdit->isDirty()) {
         auto const layout = qrtEdit->impl().plannedLayout();
         size += layout.empty() ? 0 : layout.front().offsetFromTail + trailer::tailSize(layout.size());
     } else {
-        size += static_cast<uint64_t>(impl->getTrailer()->getSize());
+        size += trailerSize;
     }
     if (xmpEdit->isDirty()) {
         auto const room = ImageMetaReader::of(outputFile, ParseMode::LAZY)->getXMP();
