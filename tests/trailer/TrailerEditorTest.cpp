@@ -7,75 +7,47 @@ namespace {
 
 std::string const VIDEO = pattern(70000, 3);
 TrailerRecord const A{1, "A", "first"}, B{2, "B", pattern(3000)}, EMPTY{3, "Empty", ""}, A2{1, "A", "second"},
-    OTHER{1, "Other", "third"}, V{2608, "Video", VIDEO};
+    O{1, "Other", "third"}, V{2608, "Video", VIDEO};
+
+using Stage = std::function<void(QRTEdit&, std::shared_ptr<MediaFile> const& video)>;
 
 struct Edit {
-    char const* name;
     std::vector<TrailerRecord> before;
-    std::function<void(QRTEdit&, std::shared_ptr<MediaFile> const& video)> stage;
-    std::vector<TrailerRecord> after;
-    char const* inOrder; ///< on disk
-    char const* fast;
+    std::vector<TrailerRecord> after; ///< on disk in this order as well
+    Stage stage;
+    std::string fastOrder = {}; ///< on disk when the editor is told to be fast, if that makes a difference
 };
 
+// By type or name the first record is meant; names tell upper case from lower.
 std::vector<Edit> const EDITS{
-    {"first record", {}, [](auto& e, auto&) { e.putData(1, "A", buffer("first")); }, {A}, "A", "A"},
-    {"memory, file, memory",
-     {},
+    {{V, A}, {A, B, V}, [](auto& e, auto&) { e.putData(2, "B", buffer(B.data)).setPrimaryType(2608); }, "Video A B"},
+    {{A, B}, {B, {1, "A", VIDEO}}, [](auto& e, auto& v) { e.putData(1, "A", v).setPrimaryType(1); }, "A B"},
+    {{A}, {A2}, [](auto& e, auto& v) { e.putData(1, "A", v).putData(1, "A", buffer("second")); }},
+    {{A, A2, EMPTY, A, O}, {A, A2, EMPTY, A, O, B}, [](auto& e, auto&) { e.putData(2, "B", buffer(B.data)); }},
+    {{O, A, B}, {{1, "Other", "new"}, A, B}, [](auto& e, auto&) { e.putData(1, buffer("new")); }},
+    {{O, A, B}, {O, A2, B}, [](auto& e, auto&) { e.putData(std::string("A"), buffer("second")); }},
+    {{A, A2, B}, {A2, B}, [](auto& e, auto&) { e.removeData("A").removeData(1, "B").removeData("a"); }},
+    {{A, B, O, A2}, {B}, [](auto& e, auto&) { e.removeData(1); }},
+    {{},
+     {A, V, B},
      [](auto& e, auto& v) {
          e.putData(1, "A", std::string("first")).putData(2608, "Video", v).putData(2, "B", buffer(B.data));
      },
-     {A, V, B},
-     "A Video B",
      "Video A B"},
-    {"primary type",
-     {V, A},
-     [](auto& e, auto&) { e.putData(2, "B", buffer(B.data)).setPrimaryType(2608); },
-     {A, B, V},
-     "A B Video",
-     "Video A B"},
-    {"primary type in a file",
-     {A, B},
-     [](auto& e, auto& v) { e.putData(1, "A", v).setPrimaryType(1); },
-     {B, {1, "A", VIDEO}},
-     "B A",
-     "A B"},
-    {"all as it was", {A, B, EMPTY}, [](auto&, auto&) {}, {A, B, EMPTY}, "A B Empty", "A B Empty"},
-    {"duplicates",
-     {A, A2, EMPTY, A, OTHER},
-     [](auto& e, auto&) { e.putData(2, "B", buffer(B.data)); },
-     {A, A2, EMPTY, A, OTHER, B},
-     "A A Empty A Other B",
-     "A A Empty A Other B"},
-    {"first of a type",
-     {OTHER, A, B},
-     [](auto& e, auto&) { e.putData(1, buffer("new")).putData(std::string("B"), buffer("newer")); },
-     {{1, "Other", "new"}, A, {2, "B", "newer"}},
-     "Other A B",
-     "Other A B"},
-    {"memory in a file's place",
-     {A},
-     [](auto& e, auto& v) { e.putData(1, "A", v).putData(1, "A", buffer("second")); },
-     {A2},
-     "A",
-     "A"},
-    {"first of a name removed",
-     {A, A2, B},
-     [](auto& e, auto&) { e.removeData("A").removeData(1, "B").removeData("a"); },
-     {A2, B},
-     "A B",
-     "A B"},
-    {"a type removed", {A, B, OTHER, A2}, [](auto& e, auto&) { e.removeData(1); }, {B}, "B", "B"},
-    {"another trailer's",
-     {A},
+    {{A},
+     {A, EMPTY, {6, "Sixth", "6"}},
      [](auto& e, auto&) {
          TempFile source(STILLS[0].with({A2, EMPTY, {5, "3DPhoto_Info", "not this"}, {6, "Sixth", "6"}}));
          e.putAll(QRTInfo::parse(source.open()), std::filesystem::copy_options::skip_existing);
-     },
-     {A, EMPTY, {6, "Sixth", "6"}},
-     "A Empty Sixth",
-     "A Empty Sixth"},
+     }},
 };
+
+std::string namesOf(std::vector<TrailerRecord> const& records) {
+    std::string names;
+    for (auto const& record : records)
+        names += (names.empty() ? "" : " ") + record.name;
+    return names;
+}
 
 /// What the view says must be what stands in the file, to it and to a fresh one.
 void expectRead(QRTInfoImpl& view, std::string const& bytes) {
@@ -95,9 +67,10 @@ TEST(TrailerEditor, WritesWhatWasStagedInPlaceAndIntoAnotherFile) {
     TempFile video(VIDEO);
     for (auto const& edit : EDITS) {
         for (auto const& still : STILLS) {
-            for (auto const option : {QRTEdit::Option::WRITE_IN_ORDER, QRTEdit::Option::WRITE_FAST}) {
-                SCOPED_TRACE(std::string(edit.name) + (still.isHeic ? ", HEIC" : ", JPEG") +
-                             (option == QRTEdit::Option::WRITE_FAST ? ", fast" : ", in order"));
+            for (bool const isFast : {false, true}) {
+                SCOPED_TRACE(namesOf(edit.before) + " to " + namesOf(edit.after) +
+                             (still.isHeic ? ", HEIC" : ", JPEG") + (isFast ? ", fast" : ""));
+                auto const option = isFast ? QRTEdit::Option::WRITE_FAST : QRTEdit::Option::WRITE_IN_ORDER;
                 std::string const before = edit.before.empty() ? still.image : still.with(edit.before, 4);
                 TempFile file(before), target(pattern(90000, 9));
                 auto const view = viewOf(file);
@@ -122,7 +95,8 @@ TEST(TrailerEditor, WritesWhatWasStagedInPlaceAndIntoAnotherFile) {
                 EXPECT_EQ(written.records, edit.after);
                 EXPECT_EQ(written.image, still.inFrontOf(bytes));
                 EXPECT_EQ(written.version, edit.before.empty() ? 0U : 4U);
-                EXPECT_EQ(written.diskOrder(), option == QRTEdit::Option::WRITE_FAST ? edit.fast : edit.inOrder);
+                EXPECT_EQ(written.diskOrder(),
+                          isFast && !edit.fastOrder.empty() ? edit.fastOrder : namesOf(edit.after));
                 expectRead(*view, bytes);
 
                 again->commit(); // nothing new
@@ -140,8 +114,6 @@ TEST(TrailerEditor, AnswersTheViewsQueriesUntilItCommits) {
     EXPECT_EQ(editor->getKeys(), (std::list<std::string>{"A", "B"}));
     EXPECT_EQ(editor->getPrimaryType(), 2);
     EXPECT_EQ(editor->setPrimaryType(9).getPrimaryType(), 9);
-    EXPECT_EQ(editor->edit(), editor);
-    EXPECT_EQ(editor->getRecords().size(), 2U);
     editor->commit();
     EXPECT_EQ(editor->getKeys(), (std::list<std::string>{"B", "New"}));
 }
@@ -167,26 +139,6 @@ TEST(TrailerEditor, LeavesTheFileWhenNothingIsStagedAndCutsTheTrailerWhenAsked) 
         EXPECT_EQ(view->getImageSize(), still.image.size());
         editor->putData(1, "A", std::string("first")).commit();
         EXPECT_EQ(file.bytes(), still.with({A}));
-    }
-}
-
-TEST(TrailerEditor, PlansTheLayoutItWillWrite) {
-    TempFile video(VIDEO), file(STILLS[1].with({A, B}));
-    auto const view = viewOf(file);
-    for (auto const option : {QRTEdit::Option::WRITE_IN_ORDER, QRTEdit::Option::WRITE_FAST}) {
-        auto const editor = editorOf(view);
-        editor->putData(2608, "Video", video.open("r")).setPrimaryType(2).setOption(option);
-        auto const planned = editor->plannedLayout();
-        EXPECT_EQ(editor->getRecordList()[0].offsetFromTail, view->getRecordList()[0].offsetFromTail);
-        editor->commit();
-        std::string const bytes = file.bytes();
-        auto const written = readTrailer(bytes);
-        ASSERT_EQ(planned.size(), written.records.size());
-        for (auto const& record : planned) {
-            uint32_t const start = view->getTailPosition() - record.offsetFromTail;
-            EXPECT_EQ(bytes.substr(start + 8, record.name.size()), record.name);
-            EXPECT_EQ(start + record.size(), start + record.payload);
-        }
     }
 }
 
@@ -249,32 +201,6 @@ TEST(TrailerEditor, WritesSubInfoUnloadedLoadedAndUnderNewData) {
         editor->putData(2, buffer("b")).commit(); // found again by its own layout
         EXPECT_EQ(file.bytes().substr(JPEG_IMAGE.size(), rewritten(data).size()), rewritten(data));
     }
-}
-
-TEST(TrailerEditor, WritesItsRecordsFromMemoryBehindWhatOverwroteTheTrailer) {
-    TempFile file(STILLS[1].with({A, EMPTY, B}));
-    auto const view = viewOf(file);
-    auto const editor = editorOf(view);
-    editor->loadRecords();
-    view->setSize(0);
-    std::string const image = HEIC_IMAGE + std::string("\0\0\x07\xD8mpvd", 8) + pattern(2000);
-    writeBytes(file.path(), image);
-    editor->commit();
-    EXPECT_EQ(readTrailer(file.bytes()).records, (std::vector<TrailerRecord>{A, EMPTY, B}));
-    EXPECT_EQ(file.bytes().substr(0, image.size()), image);
-    expectRead(*view, file.bytes());
-}
-
-TEST(TrailerEditor, ContinuesOnTheFileItIsAttachedTo) {
-    std::string const grown = JPEG_IMAGE + pattern(500) + trailerBytes({A, B});
-    TempFile file(STILLS[0].with({A, B})), copy(grown);
-    auto const view = viewOf(file);
-    auto const editor = editorOf(view);
-    editor->attach(copy.open());
-    editor->removeData("A").commit();
-    EXPECT_EQ(copy.bytes(), JPEG_IMAGE + pattern(500) + trailerBytes({B}));
-    EXPECT_EQ(file.bytes(), STILLS[0].with({A, B}));
-    expectRead(*view, copy.bytes());
 }
 
 TEST(TrailerEditor, TakesRecordsOfAnotherTrailerWhole) {
