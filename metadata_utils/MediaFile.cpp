@@ -1,5 +1,6 @@
 #include "MediaFile.h"
 
+#include "CheckedFile.h"
 #include "Error.h"
 #include "Log.h"
 
@@ -297,7 +298,7 @@ bool MediaFile::isMOVVideo(std::shared_ptr<MediaFile> const& file) {
 
 bool MediaFile::checkFileType(std::function<bool()> const& test, long offset) const {
     try {
-        if (offset < 0 || lseek64(fd, offset, SEEK_SET) != offset)
+        if (off64_t const from = checked::offsetFrom(offset); from < 0 || lseek64(fd, from, SEEK_SET) != from)
             throw ErrorAt()("Failed to set file position to %ld", offset);
         return test();
     } catch (std::exception const& exception) {

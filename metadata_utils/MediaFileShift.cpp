@@ -182,8 +182,7 @@ ssize_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long off
     uint32_t const wanted = bytes == 0 ? size() : bytes;
     if (wanted == 0)
         throw error()("invalid size: %zu", size_t{wanted});
-    // Where a long has 32 bits, the upper half of the offsets arrives as negative numbers.
-    off64_t from = sizeof(long) == sizeof(uint32_t) ? off64_t{static_cast<uint32_t>(offset)} : off64_t{offset};
+    off64_t from = checked::offsetFrom(offset);
     uint32_t sent = 0;
     while (sent < wanted) {
         ssize_t const n = sendfile64(target->fd, fd, &from, wanted - sent);

@@ -255,9 +255,8 @@ void MotionPhotoEditImpl::setVideoFields(uint32_t length, uint32_t padding) {
 void MotionPhotoEditImpl::setTimestampFromDuration(std::optional<int64_t> const& durationUs) {
     if (!durationUs)
         return;
-    long const timestamp = static_cast<long>(*durationUs);
-    LOGI("set presentation timestampUs= %ld", timestamp);
-    xmpEdit->setProperty(xmp_ns::CAMERA, TIMESTAMP_PROPERTY, std::to_string(timestamp));
+    LOGI("set presentation timestampUs= %lld", static_cast<long long>(*durationUs));
+    xmpEdit->setProperty(xmp_ns::CAMERA, TIMESTAMP_PROPERTY, std::to_string(*durationUs));
     fillMotionPhotoPropInXMP();
 }
 

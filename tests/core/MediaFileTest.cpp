@@ -134,6 +134,15 @@ TEST(MediaFile, MatchesOnlyCompleteBytes) {
     EXPECT_FALSE(file->checkFileType([]() -> bool { throw std::runtime_error("broken"); }, 0));
 }
 
+TEST(MediaFile, FindsAVideoBehindTwoGiB) {
+    constexpr uint32_t POSITION = 0x90000000U;
+    auto const file = TempFile().open();
+    ASSERT_EQ(file->truncate(POSITION), 0);
+    file->position(POSITION);
+    file->write(std::string("sizeftypmp42"));
+    EXPECT_TRUE(file->checkFileType([&] { return MediaFile::isMP4Video(file); }, static_cast<long>(POSITION)));
+}
+
 } // namespace
 
 } // namespace android::lumo
