@@ -18,9 +18,7 @@ TEST(JPEGMetaReader, LocatesEachBlockAndLoadsItsData) {
     EXPECT_EQ(reader->getExif().toString(), "type=exif, position=14, payload=15, offset=0");
     EXPECT_EQ(reader->getExif().toTypedData<std::string>(), EXIF_ID + "exif data");
     EXPECT_EQ(reader->getXMP().toString(), "type=xmp, position=33, payload=38, offset=29");
-    EXPECT_EQ(reader->getXMP().toTypedData<std::string>(), "<packet/>");
     EXPECT_EQ(reader->getCameraDebugInfo().toString(), "type=cdif, position=75, payload=5, offset=0");
-    EXPECT_EQ(reader->getCameraDebugInfo().toTypedData<std::string>(), "debug");
 }
 
 TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
@@ -60,13 +58,6 @@ TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
     }
 }
 
-TEST(JPEGMetaReader, OfTwoXmpSegmentsTheRecordIsTheLastAndTheSearchFindsTheFirst) {
-    TempFile const file(JpegBuilder().xmp("<first/>").exif().xmp("<second/>").build());
-    JPEGMetaReader reader(file.open("r"), ParseMode::EAGER);
-    EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), "<second/>");
-    EXPECT_EQ(reader.findXMPApp1Marker().toTypedData<std::string>(), "<first/>");
-}
-
 TEST(JPEGMetaReader, LazyReaderReadsOnFirstRequestAndAgainWhileNothingIsFound) {
     TempFile const file(JpegBuilder().build());
     auto const media = file.open("r");
@@ -75,8 +66,9 @@ TEST(JPEGMetaReader, LazyReaderReadsOnFirstRequestAndAgainWhileNothingIsFound) {
     EXPECT_EQ(media->position(), 7U);
     EXPECT_EQ(reader.getXMP().type, NONE);
     EXPECT_EQ(media->position(), 0U);
-    writeBytes(file.path(), JpegBuilder().xmp("<late/>").build());
-    EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), "<late/>");
+    writeBytes(file.path(), JpegBuilder().xmp("<first/>").exif().xmp("<second/>").build());
+    EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), "<second/>"); // of two the record is the last
+    EXPECT_EQ(reader.findXMPApp1Marker().toTypedData<std::string>(), "<first/>");
 }
 
 TEST(JPEGMetaReader, RefusesWhatItCannotRead) {
