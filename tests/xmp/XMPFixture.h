@@ -8,24 +8,25 @@
 
 #include <functional>
 #include <memory>
+#include <numeric>
 #include <set>
 #include <string>
 
 namespace android::lumo::test {
 
+inline constexpr char const* TEST_NS = "urn:test:";
+
 /// A packet of one rdf:Description with these attributes and elements; all prefixes the tests use are declared.
 inline std::string packetOf(std::string const& attributes, std::string const& elements = {}) {
-    std::string text = R"(<x:xmpmeta xmlns:x="adobe:ns:meta/"><rdf:RDF )";
-    text += R"(xmlns:rdf="http://www.w3.org/1999/02/22-rdf-syntax-ns#"><rdf:Description rdf:about="" )";
-    text +=
-        R"(xmlns:dc="http://purl.org/dc/elements/1.1/" xmlns:t="urn:test:" xmlns:xmpNote="http://ns.adobe.com/xmp/note/" )";
-    auto const declare = [&](char const* prefix, char const* uri) {
+    std::string text = R"(<x:xmpmeta xmlns:x="adobe:ns:meta/"><rdf:RDF )"
+                       R"(xmlns:rdf="http://www.w3.org/1999/02/22-rdf-syntax-ns#"><rdf:Description rdf:about="" )"
+                       R"(xmlns:dc="http://purl.org/dc/elements/1.1/" xmlns:xmpNote="http://ns.adobe.com/xmp/note/" )";
+    for (auto const& [prefix, uri] : {std::pair{"t", TEST_NS},
+                                      {"Camera", xmp_ns::CAMERA}, // not the prefix the library registers
+                                      {"Container", xmp_ns::CONTAINER},
+                                      {"Item", xmp_ns::ITEM},
+                                      {"hdrgm", xmp_ns::HDR_GAIN_MAP}})
         text += std::string("xmlns:") + prefix + "=\"" + uri + "\" ";
-    };
-    declare("Camera", xmp_ns::CAMERA); // not the prefix the library registers
-    declare("Container", xmp_ns::CONTAINER);
-    declare("Item", xmp_ns::ITEM);
-    declare("hdrgm", xmp_ns::HDR_GAIN_MAP);
     return text + attributes + ">" + elements + "</rdf:Description></rdf:RDF></x:xmpmeta>";
 }
 
@@ -46,24 +47,22 @@ inline std::string arrayOf(std::string const& name, std::string const& form, std
 }
 
 /// A camera's JPEG with this packet, or without XMP.
-class Photo {
-public:
-    explicit Photo(std::string const& packet = {}) : file(bytesFor(packet)) {}
-
+struct Photo {
+    explicit Photo(std::string const& packet = {})
+        : file((packet.empty() ? JpegBuilder().exif() : JpegBuilder().exif().xmp(packet)).build()) {}
     std::shared_ptr<XMPInfo> view() const { return XMPInfo::parse(file.open()); }
-    TempFile const& getFile() const { return file; }
-
-private:
-    static std::string bytesFor(std::string const& packet) {
-        JpegBuilder builder;
-        builder.exif();
-        if (!packet.empty())
-            builder.xmp(packet);
-        return builder.build();
-    }
 
     TempFile file;
 };
+
+/// Everything but the XMP, and but the blank room that the writer leaves behind a further Exif segment.
+inline std::vector<JpegSegment> othersOf(std::string const& file) {
+    auto segments = segmentsOf(file);
+    std::erase_if(segments, [](auto const& segment) {
+        return segment.isXmp() || segment.payload.find_first_not_of(' ') == std::string::npos;
+    });
+    return segments;
+}
 
 inline std::string textOf(XMPInfo const& view) {
     auto const bytes = view.serializeToBuffer();
@@ -76,9 +75,7 @@ inline std::string contentOf(XMPInfo const& view) {
     std::set<std::string> properties;
     for (auto const& [schema, path] : view.getProperties())
         properties.insert(path + "=" + view.getProperty(schema, path) + "\n");
-    std::string text;
-    for (auto const& property : properties)
-        text += property;
+    std::string text = std::accumulate(properties.begin(), properties.end(), std::string());
     for (int32_t place = 1; !view.getItemNameAt(place).empty(); ++place) {
         auto const name = view.getItemNameAt(place);
         text += name + ":";

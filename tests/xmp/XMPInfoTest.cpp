@@ -34,9 +34,8 @@ TEST(XMPInfo, ListsTopLevelValuesAndNothingOfStructsAndDirectory) {
 }
 
 TEST(XMPInfo, AnswersForItemsByExactName) {
-    auto const view = Photo(packetOf("", directoryOf(itemOf("Primary", "image/jpeg") +
-                                                     itemOf("MotionPhoto", "video/mp4", R"(Item:Length="77")"))))
-                          .view();
+    auto const entries = itemOf("Primary", "image/jpeg") + itemOf("MotionPhoto", "video/mp4", "Item:Length='77'");
+    auto const view = Photo(packetOf("", directoryOf(entries))).view();
     EXPECT_EQ(view->getItemField("MotionPhoto", "Length"), "77");
     EXPECT_EQ(view->getItemField("motionphoto", "Length"), "");
     EXPECT_TRUE(view->containsItem("motionphoto", true));
@@ -52,7 +51,7 @@ TEST(XMPInfo, AnswersForItemsByExactName) {
 }
 
 TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
-    auto const good = itemOf("Primary", "image/jpeg");
+    auto const good = itemOf("Primary", "image/jpeg"), last = itemOf("Z", "a/b");
     struct Case {
         char const* what;
         std::string elements;
@@ -60,14 +59,10 @@ TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
     } const cases[] = {
         {"empty", directoryOf(""), {"", "", ""}},
         {"no array", "<Container:Directory>text</Container:Directory>", {"", "", ""}},
-        {"a struct", R"(<Container:Directory Item:Semantic="Primary"/>)", {"", "", ""}},
-        {"entry without name",
-         directoryOf(good + entryOf(R"(Item:Mime="a/b")") + itemOf("Z", "a/b")),
-         {"Primary", "", ""}},
-        {"entry without mime",
-         directoryOf(good + entryOf(R"(Item:Semantic="X")") + itemOf("Z", "a/b")),
-         {"Primary", "X", ""}},
-        {"entry that is text", directoryOf(good + "<rdf:li>text</rdf:li>" + itemOf("Z", "a/b")), {"Primary", "", ""}},
+        {"a struct", "<Container:Directory Item:Semantic='Primary'/>", {"", "", ""}},
+        {"entry without name", directoryOf(good + entryOf("Item:Mime='a/b'") + last), {"Primary", "", ""}},
+        {"entry without mime", directoryOf(good + entryOf("Item:Semantic='X'") + last), {"Primary", "X", ""}},
+        {"entry that is text", directoryOf(good + "<rdf:li>text</rdf:li>" + last), {"Primary", "", ""}},
         {"one name twice", directoryOf(itemOf("X", "a/b") + good + itemOf("X", "a/c")), {"", "Primary", "X"}},
         {"unordered array", arrayOf("Container:Directory", "Bag", good), {"Primary", "", ""}},
     };
@@ -76,35 +71,35 @@ TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
         auto const view = Photo(packetOf("", each.elements)).view();
         EXPECT_EQ((Names{view->getItemNameAt(1), view->getItemNameAt(2), view->getItemNameAt(3)}), each.inPlace);
     }
-    auto const notCountable = Photo(packetOf("", "<Container:Directory>text</Container:Directory>")).view();
+    auto const notCountable = Photo(packetOf("", cases[1].elements)).view();
     EXPECT_NE(xmpErrorOf([&] { notCountable->getLastItem(); }), "");
 }
 
 TEST(XMPInfo, SerializesCompactWithoutWrapper) {
-    auto const text = textOf(*Photo("<?xpacket begin=\"\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>" + packetOf("t:one=\"a\"") +
-                                    "<?xpacket end=\"w\"?>")
-                                  .view());
-    EXPECT_EQ(text.find("<?xpacket"), std::string::npos);
-    EXPECT_NE(text.find("t:one=\"a\""), std::string::npos) << text;
-    EXPECT_NE(Photo(packetOf("t:one=\"a\"")).view()->dump().find("t:one"), std::string::npos);
+    auto const packet =
+        "<?xpacket begin='' id='W5M0MpCehiHzreSzNTczkc9d'?>" + packetOf("t:one='a'") + "<?xpacket end='w'?>";
+    auto const view = Photo(packet).view();
+    EXPECT_EQ(textOf(*view).find("<?xpacket"), std::string::npos);
+    EXPECT_NE(textOf(*view).find("t:one=\"a\""), std::string::npos) << textOf(*view);
+    EXPECT_NE(view->dump().find("t:one"), std::string::npos);
 }
 
 TEST(XMPInfo, ShowsTheFileAgainWhenLoadedAgain) {
     Photo const photo(packetOf("t:old=\"1\"", directoryOf(itemOf("Old", "a/b"))));
     auto const view = photo.view();
-    photo.view()->edit()->removeItem("Old").setProperty("urn:test:", "t:new", "2").commit();
+    photo.view()->edit()->removeItem("Old").setProperty(TEST_NS, "t:new", "2").commit();
     XMPInfoImpl::of(*view)->load();
     EXPECT_EQ(view->getPropertyNames(), (Names{"t:old", "t:new"}));
     EXPECT_EQ(view->getItemNames(), Names{});
 
     auto const before = contentOf(*view);
-    writeBytes(photo.getFile().path(), JpegBuilder().xmp("<broken").build());
+    writeBytes(photo.file.path(), JpegBuilder().xmp("<broken").build());
     EXPECT_NE(xmpErrorOf([&] { XMPInfoImpl::of(*view)->load(); }), "");
     EXPECT_EQ(contentOf(*view), before);
 }
 
-/// In a process of its own: the toolkit's table lives as long as the process.
-/// The toolkit keeps the first prefix it is told. gtest runs this suite first, so the forked process has none yet.
+/// In a process of its own, because the toolkit keeps the first prefix it is told. gtest runs this suite first, so the
+/// forked process has none yet.
 TEST(XMPInfoDeathTest, RefusesToWorkWithAnotherPrefix) {
     EXPECT_EXIT(
         {

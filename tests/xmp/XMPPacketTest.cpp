@@ -30,9 +30,8 @@ std::string wide(std::string const& ascii, bool bigEndian, bool mark) {
 
 constexpr char DOCTYPE[] = "<!DOCTYPE x [<!ENTITY e 'ha'>]>";
 
-class XMPPacketTest : public testing::Test {
-protected:
-    void SetUp() override { prepareXMPToolkit(); }
+struct XMPPacketTest : testing::Test {
+    XMPPacketTest() { prepareXMPToolkit(); }
 };
 
 TEST_F(XMPPacketTest, RefusesWhatIsNotWhollyXmp) {

@@ -21,14 +21,6 @@ TEST(XMPSamples, KeepTheirContentThroughACommit) {
     }
     if (files.empty())
         GTEST_SKIP() << "no samples below " SHARED_DATA_DIR;
-    auto const othersOf = [](std::string const& file) {
-        auto segments = segmentsOf(file);
-        // Behind a further Exif segment the writer leaves a blank room.
-        std::erase_if(segments, [](auto const& segment) {
-            return segment.isXmp() || segment.payload.find_first_not_of(' ') == std::string::npos;
-        });
-        return segments;
-    };
     int committed = 0;
     for (auto const& path : files) {
         SCOPED_TRACE(path.filename());
@@ -43,12 +35,8 @@ TEST(XMPSamples, KeepTheirContentThroughACommit) {
             EXPECT_EQ(contentOf(*XMPInfo::parse(copy.open())), expected);
             EXPECT_EQ(othersOf(copy.bytes()), othersOf(before));
             ++committed;
-        } catch (std::exception const& e) {
-            EXPECT_EQ(copy.bytes(), before) << e.what();
-            std::printf("refused %s: %s\n", path.filename().c_str(), e.what());
-        } catch (XMP_Error const& e) {
-            EXPECT_EQ(copy.bytes(), before) << e.GetErrMsg();
-            std::printf("refused %s: %s\n", path.filename().c_str(), e.GetErrMsg());
+        } catch (...) { // the toolkit's error is no std::exception
+            EXPECT_EQ(copy.bytes(), before);
         }
     }
     EXPECT_GT(committed, 0);
