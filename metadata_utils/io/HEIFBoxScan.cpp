@@ -115,7 +115,7 @@ TopLevel scanTopLevel(ByteWindow& window, BoxType until) {
         bool const debugInfo = header.type == boxType("free") && beginsWithMarker(start, header);
         found.boxes.push_back(
             {header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd, debugInfo});
-        if (header.type == until)
+        if (until != 0 && header.type == until)
             break;
         position += static_cast<uint32_t>(header.size);
     }
