@@ -61,13 +61,21 @@ constexpr auto kUnneeded = sorted(std::to_array<uint32_t>({
     code("cmov"),
 }));
 
+/// Nearly all bytes of a video end none of the codes, and this tells so without a search.
+constexpr auto kLastBytes = [] {
+    std::array<bool, 256> last{};
+    for (uint32_t const type : kUnneeded)
+        last[type & 0xFF] = true;
+    return last;
+}();
+
 } // namespace
 
 void blankUnneededBoxes(std::span<uint8_t> bytes) {
     uint32_t window = 0; // the last four bytes as they came, so that overlapping codes are all found
     for (size_t i = 0; i < bytes.size(); ++i) {
         window = window << 8 | bytes[i];
-        if (std::binary_search(kUnneeded.begin(), kUnneeded.end(), window))
+        if (kLastBytes[bytes[i]] && std::binary_search(kUnneeded.begin(), kUnneeded.end(), window))
             std::ranges::fill(bytes.subspan(i - 3, 4), uint8_t{0});
     }
 }
