@@ -15,9 +15,11 @@ namespace android::lumo::checked {
 /// Largest file that 32-bit offsets can address.
 inline constexpr uint64_t MAX_FILE_SIZE = 0xFFFFFFFFU;
 
-/// Where a long has 32 bits, the upper half of the offsets arrives as negative numbers.
+/// Where a long has 32 bits, the upper half of the offsets arrives as negative numbers. -1 stays negative: no file that
+/// can be addressed has a byte there.
 constexpr int64_t offsetFrom(long offset) {
-    return sizeof(long) == sizeof(uint32_t) ? int64_t{static_cast<uint32_t>(offset)} : int64_t{offset};
+    bool const isUpperHalf = sizeof(long) == sizeof(uint32_t) && offset < -1;
+    return isUpperHalf ? int64_t{static_cast<uint32_t>(offset)} : int64_t{offset};
 }
 
 /// "Failed to set file position to %zu".
