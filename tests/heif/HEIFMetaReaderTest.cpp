@@ -1,7 +1,6 @@
 #include "io/HEIFMetaReader.h"
+#include "HeicParts.h"
 #include "hboxd.h"
-#include "support/HeicBuilder.h"
-#include "support/TempFile.h"
 
 #include <gmock/gmock.h>
 
@@ -15,33 +14,6 @@ using std::string_literals::operator""s;
 using testing::HasSubstr;
 
 std::string const XMP = heicXmp("camera", 400);
-
-TEST(HEIFMetaReader, XMPAndExifAreFoundInEveryLayout) {
-    using Mdat = HeicOptions::Mdat;
-    struct Case {
-        char const* what;
-        HeicOptions options;
-    } const cases[] = {
-        {"plain", {.xmp = XMP}},
-        {"locations of version 0", {.xmp = XMP, .ilocVersion = 0}},
-        {"locations of version 2, wide ids", {.xmp = XMP, .ilocVersion = 2, .primaryId = 70'000}},
-        {"8-byte fields, extent index", {.xmp = XMP, .fieldWidth = 8, .indexWidth = 4}},
-        {"base offset", {.xmp = XMP, .baseOffset = true}},
-        {"XMP in 'idat'", {.xmp = XMP, .xmpInIdat = true}},
-        {"'meta' behind a wide 'mdat'", {.xmp = XMP, .mdat = Mdat::Wide, .metaLast = true}},
-        {"'mdat' to the end", {.xmp = XMP, .mdat = Mdat::ToEnd}},
-        {"free and unknown boxes", {.xmp = XMP, .freeBoxes = true, .unknownBoxes = true, .tail = heicBox("abcd", "x")}},
-    };
-    for (auto const& [what, options] : cases) {
-        TempFile const file(buildHeic(options));
-        for (ParseMode const mode : {ParseMode::LAZY, ParseMode::EAGER}) {
-            auto const reader = ImageMetaReader::of(file.open("r"), mode);
-            EXPECT_EQ(reader->getXMP().toTypedData<std::string>(), XMP) << what;
-            EXPECT_THAT(reader->getExif().toTypedData<std::string>(), testing::StartsWith("Exif\0\0II*"s)) << what;
-            EXPECT_EQ(reader->getCameraDebugInfo().type, MediaDefs::MetaType::NONE) << what;
-        }
-    }
-}
 
 TEST(HEIFMetaReader, ExifBlockStartsAtItsIdentifierWhereTheItemHoldsOne) {
     std::string const item = bigEndian(6, 4) + "Exif\0\0II*"s;
@@ -110,14 +82,7 @@ TEST(HEIFMetaReader, MetadataInFrontOfDamageIsReadWhileTheWholeIsRefused) {
         {"wide size below its header", bigEndian(1, 4) + "mpvd" + bigEndian(15, 8), "invalid chunk payload: 15"},
         {"wide size beyond everything", bigEndian(1, 4) + "mpvd" + bigEndian(UINT64_MAX, 8), "invalid chunk payload"},
         {"cut-off wide size", bigEndian(1, 4) + "mpvd\0\0"s, "fail to get file payload"},
-        {"no end of boxes",
-         [] {
-             std::string all;
-             for (int i = 0; i < 65'536; ++i)
-                 all += heicBox("free", "");
-             return all;
-         }(),
-         "more than 65536 boxes"},
+        {"no end of boxes", repeated(65'536, heicBox("free", "")), "more than 65536 boxes"},
     };
     for (auto const& [what, tail, message] : cases) {
         TempFile const file(buildHeic({.xmp = XMP, .tail = heicBox("free", "cdif!") + tail}));
@@ -158,9 +123,9 @@ TEST(HEIFMetaReader, VideoIsReadForImageQuestionsOnly) {
         io >> name >> count;
         return count;
     };
-    if (bytesRead() == 0)
-        GTEST_SKIP() << "the system does not count reads";
     uint64_t const before = bytesRead();
+    if (before == 0)
+        GTEST_SKIP() << "the system does not count reads";
     auto const media = file.open("r");
     HEIFMetaReader reader(media, ParseMode::LAZY);
     EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), XMP);
@@ -173,41 +138,28 @@ TEST(HEIFMetaReader, VideoIsReadForImageQuestionsOnly) {
     EXPECT_LT(bytesRead() - before, VIDEO + 1'000'000U);
 }
 
-TEST(HEIFMetaReader, ImageQuestionsAreAnsweredByTheDemuxer) {
-    HeicFile const heic = buildHeicFile({.rows = 2, .columns = 3, .thumbnail = true, .rotation = 1});
+TEST(HEIFMetaReader, ImageQuestionsWithoutAnAnswerAreErrors) {
+    HeicFile const heic = buildHeicFile();
     TempFile const file(heic.bytes);
     HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
-    int const cover = reader.getCoverImageId();
-    EXPECT_EQ(cover, static_cast<int>(heic.primaryId));
-    HBOXD_IMAGE_INFO const info = reader.getImageInfo(cover);
-    EXPECT_EQ(info.width, 192U);
-    EXPECT_EQ(info.rotation, HEIF_CCW_ROTATION_90);
-    EXPECT_EQ(reader.getGridInfo(cover).columns, 3U);
-    EXPECT_EQ(reader.getItemIds(cover, 6), (std::vector<uint32_t>{1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(reader.getThumbnailImageInfo(cover).id, heic.thumbnailId);
     EXPECT_EQ(reader.getBuffer().size(), heic.bytes.size());
+    int const cover = static_cast<int>(heic.primaryId);
     std::vector<uint8_t> frame;
-    reader.getImageFrame(1, frame, 32);
-    EXPECT_NE(heic.bytes.find(std::string(frame.begin(), frame.end())), std::string::npos);
-    reader.getMetadataInfo(cover, HBOXD_ITEM_CODEC_SPECIFIC, &frame);
-    EXPECT_EQ(std::string(frame.begin(), frame.begin() + 5), "\0\0\0\1\x40"s);
-
     struct Case {
         std::function<void()> question;
         char const* message;
     } const cases[] = {
         {[&] { reader.getImageInfo(99); }, "fail to get image info: err=-6"},
         {[&] { reader.getGridInfo(1); }, "fail to get grid-info: err="},
-        {[&] { reader.getItemIds(cover, 5); }, "fail to get item ids: err=-7"},
+        {[&] { reader.getItemIds(cover, 3); }, "fail to get item ids: err=-7"},
         {[&] { reader.getImageFrame(1, frame, 31); }, "fail to get image frame: err=-7"},
         {[&] { reader.getMetadataInfo(99, HBOXD_ITEM_LOCATION, &frame); }, "fail to get meta-data: err="},
         {[&] { reader.getMetadataInfo(1, HBOXD_ITEM_LOCATION, nullptr); }, "no metadata buffer given"},
         {[&] { reader.getThumbnailImageId(1); }, "fail to get thumbnail image id: err=-6"},
     };
     for (auto const& [question, message] : cases)
-        EXPECT_THAT(messageOf(question), HasSubstr("[metadata_utils/io/HEIFMetaReader:")) << message;
-    for (auto const& [question, message] : cases)
-        EXPECT_THAT(messageOf(question), HasSubstr(message));
+        EXPECT_THAT(messageOf(question),
+                    testing::AllOf(HasSubstr("[metadata_utils/io/HEIFMetaReader:"), HasSubstr(message)));
 }
 
 } // namespace
