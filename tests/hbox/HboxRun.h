@@ -56,16 +56,17 @@ struct CoverInfo {
         HBOXD_IMAGE_INFO info{};
         uint32_t size = sizeof image.grid;
         uint32_t count = 512;
-        int32_t result = hboxd_get_image_id(source, HBOXD_IMAGE_COVER, 0, &image.id);
-        if (result == HBOX_OK)
-            result = hboxd_get_info_image(source, image.id, &info);
-        if (result == HBOX_OK)
-            result = hboxd_get_info_item(source, image.id, HBOXD_ITEM_GRID, &image.grid, &size);
-        if (result == HBOX_OK)
-            result =
-                hboxd_get_list_referenceto(source, image.id, HBOX_FOURCC('d', 'i', 'm', 'g'), tiles.data(), &count);
-        if (result == HBOX_OK)
-            result = splitParameterSets(source);
+        int32_t result = HBOX_OK;
+        auto const ok = [&](int32_t answer) { return (result = answer) == HBOX_OK; };
+        if (ok(hboxd_get_image_id(source, HBOXD_IMAGE_COVER, 0, &image.id)) &&
+            ok(hboxd_get_info_image(source, image.id, &info)) &&
+            ok(hboxd_get_info_item(source, image.id, HBOXD_ITEM_GRID, &image.grid, &size)) &&
+            ok(hboxd_get_list_referenceto(source, image.id, HBOX_FOURCC('d', 'i', 'm', 'g'), tiles.data(), &count)) &&
+            ok(hboxd_get_info_item(source, image.id, HBOXD_ITEM_CODEC_SPECIFIC, nullptr, &size))) {
+            parameterSets.resize(size);
+            if (ok(hboxd_get_info_item(source, image.id, HBOXD_ITEM_CODEC_SPECIFIC, parameterSets.data(), &size)))
+                splitParameterSets();
+        }
         tiles.resize(count <= 512 ? count : 0);
         image.width = info.width;
         image.height = info.height;
@@ -78,35 +79,26 @@ struct CoverInfo {
     }
 
 private:
-    int32_t splitParameterSets(HBOXD_HANDLE source) {
-        uint32_t size = 0;
-        int32_t result = hboxd_get_info_item(source, image.id, HBOXD_ITEM_CODEC_SPECIFIC, nullptr, &size);
-        parameterSets.resize(size);
-        if (result == HBOX_OK)
-            result = hboxd_get_info_item(source, image.id, HBOXD_ITEM_CODEC_SPECIFIC, parameterSets.data(), &size);
+    void splitParameterSets() {
         std::string const prefix("\0\0\0\1", 4);
-        for (size_t at = 0; result == HBOX_OK && at + 4 < parameterSets.size();) {
-            size_t const end = std::min(parameterSets.find(prefix, at + 4), parameterSets.size());
+        size_t end = 0;
+        for (size_t at = 0; at + 4 < parameterSets.size(); at = end) {
+            end = std::min(parameterSets.find(prefix, at + 4), parameterSets.size());
             auto* unit = reinterpret_cast<uint8_t*>(parameterSets.data()) + at + 4;
-            add(unit, static_cast<uint32_t>(end - at - 4));
-            at = end;
+            auto const put = [&](uint8_t** units, uint32_t* sizes, uint32_t& count, uint32_t maximum) {
+                if (count == maximum)
+                    return;
+                units[count] = unit;
+                sizes[count++] = static_cast<uint32_t>(end - at - 4);
+            };
+            int const type = unit[0] >> 1 & 0x3F;
+            if (type == 32)
+                put(hevc.vps, hevc.vps_size, hevc.vps_count, HBOXM_MAX_VPS);
+            if (type == 33)
+                put(hevc.sps, hevc.sps_size, hevc.sps_count, HBOXM_MAX_SPS);
+            if (type == 34)
+                put(hevc.pps, hevc.pps_size, hevc.pps_count, HBOXM_MAX_PPS);
         }
-        return result;
-    }
-    void add(uint8_t* unit, uint32_t size) {
-        auto const put = [&](uint8_t** units, uint32_t* sizes, uint32_t& count, uint32_t maximum) {
-            if (count == maximum)
-                return;
-            units[count] = unit;
-            sizes[count++] = size;
-        };
-        int const type = unit[0] >> 1 & 0x3F;
-        if (type == 32)
-            put(hevc.vps, hevc.vps_size, hevc.vps_count, HBOXM_MAX_VPS);
-        if (type == 33)
-            put(hevc.sps, hevc.sps_size, hevc.sps_count, HBOXM_MAX_SPS);
-        if (type == 34)
-            put(hevc.pps, hevc.pps_size, hevc.pps_count, HBOXM_MAX_PPS);
     }
 };
 
@@ -138,28 +130,23 @@ inline MuxResult reserve(std::string const& file, uint32_t imageLength, uint32_t
         return {source.error, hbox_last_error(), {}};
     Muxer const muxer(source, imageLength);
     CoverInfo cover;
-    int32_t result = cover.collect(source.handle, xmpSize);
-    if (result == HBOX_OK)
-        result = hboxm_set_cover_image(muxer.handle, cover.image.id);
-    if (result == HBOX_OK)
-        result = hboxm_set_image_info(muxer.handle, &cover.image);
-    for (size_t i = 0; result == HBOX_OK && i < cover.tiles.size(); ++i) {
-        std::string frame;
-        result = source.frame(cover.tiles[i], frame);
-        if (result == HBOX_OK)
-            result = hboxm_put_frm(muxer.handle, cover.tiles[i], frame.data(), static_cast<uint32_t>(frame.size()));
+    MuxResult made;
+    auto const ok = [&](int32_t answer) { return (made.error = answer) == HBOX_OK; };
+    bool goesOn = ok(cover.collect(source.handle, xmpSize)) &&
+                  ok(hboxm_set_cover_image(muxer.handle, cover.image.id)) &&
+                  ok(hboxm_set_image_info(muxer.handle, &cover.image));
+    std::string frame;
+    for (size_t i = 0; goesOn && i < cover.tiles.size(); ++i)
+        goesOn = ok(source.frame(cover.tiles[i], frame)) &&
+                 ok(hboxm_put_frm(muxer.handle, cover.tiles[i], frame.data(), static_cast<uint32_t>(frame.size())));
+    if (!goesOn || !ok(hboxm_stop_muxing(muxer.handle))) {
+        made.text = hbox_last_error();
+        return made;
     }
-    if (result == HBOX_OK)
-        result = hboxm_stop_muxing(muxer.handle);
-    MuxResult made{result, result == HBOX_OK ? "" : hbox_last_error(), {}};
-    int64_t const size = hboxm_get_outputbuffer_size(muxer.handle);
-    made.image.resize(size > 0 ? static_cast<size_t>(size) : 0);
-    uint32_t written = 0;
-    if (size > 0)
-        made.error =
-            hboxm_dump_image_to_outputbuffer(muxer.handle, made.image.data(), static_cast<uint32_t>(size), &written);
-    if (size > 0 && made.error == HBOX_OK)
-        made.error = hboxm_get_metadata_offset(muxer.handle, &made.roomOffset, &made.roomSize);
+    made.image.resize(static_cast<size_t>(std::max<int64_t>(hboxm_get_outputbuffer_size(muxer.handle), 0)));
+    auto size = static_cast<uint32_t>(made.image.size());
+    if (ok(hboxm_dump_image_to_outputbuffer(muxer.handle, made.image.data(), size, &size)))
+        ok(hboxm_get_metadata_offset(muxer.handle, &made.roomOffset, &made.roomSize));
     return made;
 }
 

@@ -40,7 +40,6 @@ TEST(MuxRefusal, SaysWhyWhenTheSourceCannotBeWrittenAgain) {
         {{.tileMethod = 2}, HBOX_ERR_UNSUPPORTED, "item 1: construction method 2"},
         {{.tileDataReference = 1}, HBOX_ERR_UNSUPPORTED, "item 1: data reference 1"},
         {{.tileShift = 1 << 20}, HBOX_ERR_FORMAT, "item 1"},
-        {{.tileShift = -8}, HBOX_OK, ""}, // the 'mdat' header is carried over as well
         {{.tileShift = 140, .tail = std::string(64, 't')}, HBOX_ERR_FORMAT, "outside the image part"},
         {{.mdat = Mdat::ToEnd, .tail = heicBox("mpvd", "video")}, HBOX_ERR_FORMAT, "beyond the image part"},
         {{.beforeMdat = "abc"}, HBOX_ERR_FORMAT, "invalid size"},
@@ -57,12 +56,7 @@ TEST(MuxRefusal, SaysWhyWhenTheSourceCannotBeWrittenAgain) {
     for (auto const& [options, error, text] : cases) {
         SCOPED_TRACE(text);
         HeicFile const file = buildHeicFile(options);
-        MuxResult const made = reserve(file.bytes, file.imageLength, 1280);
-        if (error == HBOX_OK) {
-            EXPECT_EQ(made.error, HBOX_OK) << made.text;
-        } else {
-            expectRefused(made, error, text);
-        }
+        expectRefused(reserve(file.bytes, file.imageLength, 1280), error, text);
     }
 }
 
@@ -73,6 +67,8 @@ TEST(MuxRefusal, SaysWhyWhenTheRoomOrTheLengthIsWrong) {
     expectRefused(reserve(file.bytes, file.imageLength + 1, 1280), HBOX_ERR_PARAMETER, "image length");
     expectRefused(reserve(file.bytes, file.imageLength - 1, 1280), HBOX_ERR_FORMAT, "'mdat'");
     expectRefused(reserve(file.bytes, 0, 1280), HBOX_ERR_UNSUPPORTED, "0 'meta' boxes");
+    std::string const early = buildHeic({.tileShift = -8}); // the header of 'mdat' is carried over as well
+    EXPECT_EQ(reserve(early, file.imageLength, 1280).error, HBOX_OK);
 }
 
 TEST(MuxRefusal, ReportsMismatchWhenTheImageInfoIsNotTheSources) {
