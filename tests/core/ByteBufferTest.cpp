@@ -1,6 +1,5 @@
 #include "ByteBuffer.h"
 #include "MediaDefs.h"
-#include "Metadata.h"
 #include "support/TempFile.h"
 
 #include <gmock/gmock.h>
@@ -78,21 +77,6 @@ TEST(MediaDefs, NamesEveryTypeAndRefusesOthers) {
                 EndsWith("] unknown mime type: 9"));
     EXPECT_EQ(messageOf([] { MediaDefs::motionphotoFormatString(static_cast<MediaDefs::MotionPhotoFormat>(-1)); }),
               "[metadata_utils/include/MediaDefs:223] unknown motionPhotoFormat: -1");
-}
-
-TEST(Metadata, LoadsTheDataBehindTheIdentifier) {
-    Metadata block{MediaDefs::MetaType::EXIF, 100, 50, 0, {}};
-    EXPECT_EQ(block.toTypedData<std::string>(), "");
-    block.loader = [](uint32_t position, uint32_t count) {
-        std::string const text = std::to_string(position) + "+" + std::to_string(count);
-        return std::vector<char>(text.begin(), text.end());
-    };
-    for (auto const& [offset, loaded] : {std::pair{0U, "100+50"}, {29U, "129+21"}, {51U, ""}}) {
-        block.offset = offset;
-        EXPECT_EQ(block.toTypedData<std::string>(), loaded);
-    }
-    block.type = static_cast<MediaDefs::MetaType>(5);
-    EXPECT_THAT(messageOf([&] { block.toString(); }), EndsWith("] unknown meta type: 5"));
 }
 
 } // namespace

@@ -59,13 +59,9 @@ TEST(CheckedFile, EndsACopyThatCannotBeWhole) {
     checked::copy(source, target, 100'000, 0);
     EXPECT_EQ(to.bytes(), "");
     EXPECT_THAT(messageOf([&] { target->transferTo(source, 0, 0); }), EndsWith("] invalid size: 0"));
-    {
-        Fault const fault = Fault::shortened(Call::SENDFILE, 0);
-        errno = EINTR; // left by some earlier call
-        EXPECT_EQ(source->transferTo(target, 0, 0), 0);
-        EXPECT_THROW(checked::copy(source, target, 0, 10), std::runtime_error);
-    }
-    Fault const fault = Fault::failing(Call::SENDFILE, ENOSPC);
+    Fault const fault = Fault::shortened(Call::SENDFILE, 0);
+    errno = EINTR; // left by some earlier call
+    EXPECT_EQ(source->transferTo(target, 0, 0), 0);
     EXPECT_THAT(messageOf([&] { checked::copy(source, target, 0, 10); }),
                 EndsWith("] fail to copy bytes: 0, expected 10"));
 }
