@@ -35,6 +35,8 @@ TEST(XMPEdit, WritesPropertiesAndItemsIntoAStillWithoutXmp) {
                                    "Primary: Mime=image/jpeg Semantic=Primary\n"
                                    "MotionPhoto: Length=42 Mime=video/mp4 Semantic=MotionPhoto\n");
     EXPECT_NE(textOf(*written).find("<rdf:Seq>"), std::string::npos);
+    EXPECT_NE(textOf(*written).find("GCamera:MotionPhoto=\"1\""), std::string::npos); // compact
+    EXPECT_EQ(textOf(*written).find("<?xpacket"), std::string::npos);
     EXPECT_EQ(othersOf(photo.file.bytes()), segmentsOf(before));
 }
 

@@ -75,15 +75,6 @@ TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
     EXPECT_NE(xmpErrorOf([&] { notCountable->getLastItem(); }), "");
 }
 
-TEST(XMPInfo, SerializesCompactWithoutWrapper) {
-    auto const packet =
-        "<?xpacket begin='' id='W5M0MpCehiHzreSzNTczkc9d'?>" + packetOf("t:one='a'") + "<?xpacket end='w'?>";
-    auto const view = Photo(packet).view();
-    EXPECT_EQ(textOf(*view).find("<?xpacket"), std::string::npos);
-    EXPECT_NE(textOf(*view).find("t:one=\"a\""), std::string::npos) << textOf(*view);
-    EXPECT_NE(view->dump().find("t:one"), std::string::npos);
-}
-
 TEST(XMPInfo, ShowsTheFileAgainWhenLoadedAgain) {
     Photo const photo(packetOf("t:old=\"1\"", directoryOf(itemOf("Old", "a/b"))));
     auto const view = photo.view();
