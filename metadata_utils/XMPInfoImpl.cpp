@@ -1,6 +1,7 @@
 #include "XMPInfoImpl.h"
 
 #include "CheckedFile.h"
+#include "Error.h"
 #include "Log.h"
 #include "Text.h"
 #include "XMPCopy.h"
@@ -309,9 +310,16 @@ std::string XMPInfoImpl::getLastItem() const {
     return last && items.contains(*last) ? *last : std::string{};
 }
 
+/// The toolkit writes namespaces without escaping them, and nests deeper than it is let read. Every writer gets its
+/// packet here: one that nobody could read again is refused before a byte of a file changes.
 std::vector<uint8_t> XMPInfoImpl::serializeToBuffer() const {
     std::string text;
     meta->SerializeToBuffer(&text, kXMP_OmitPacketWrapper | kXMP_UseCompactFormat, 0, "", "", 0);
+    try {
+        parseXMPPacket(text);
+    } catch (XMP_Error const& error) {
+        throw ErrorAt()("XMP that could not be read again: %s", error.GetErrMsg());
+    }
     return {text.begin(), text.end()};
 }
 

@@ -51,7 +51,8 @@ public:
     virtual std::string getItemNameAt(int32_t index) const = 0;
     /// The item that stands last now; empty when there is none. Throws XMP_Error when the directory is no array.
     virtual std::string getLastItem() const = 0;
-    /// The packet in compact form, without packet wrapper and padding.
+    /// The packet in compact form, without packet wrapper and padding. One that could not be read again (a hostile
+    /// namespace) throws std::runtime_error.
     virtual std::vector<uint8_t> serializeToBuffer() const = 0;
     /// Puts everything of this view into another file's XMP and commits it there; see XMPEdit::putAll and commit.
     virtual void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options options) = 0;

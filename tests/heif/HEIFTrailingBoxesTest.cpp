@@ -49,6 +49,13 @@ TEST(HEIFDebugInfo, ImageStaysWhereItStands) {
     EXPECT_TRUE(open.bytes() == (HeicParts{buildHeic(), INFO}.build("ID")));
 }
 
+TEST(HEIFDebugInfo, IsReadBackBehindABoxWhoseTypeIsAllZeros) {
+    std::string const still = buildHeic({.behindMdat = heicBox({"\0\0\0\0", 4}, "content")});
+    TempFile const file(still);
+    HEIFMetaWriter(file.open()).writeCameraDebugInfo(INFO_BYTES);
+    EXPECT_EQ(HEIFMetaReader(file.open("r"), ParseMode::LAZY).getCameraDebugInfo().toTypedData<std::string>(), INFO);
+}
+
 TEST(HEIFDebugInfo, RefusalsLeaveTheFileAsItWas) {
     HeicParts const parts;
     struct Case {

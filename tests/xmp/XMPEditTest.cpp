@@ -201,4 +201,13 @@ TEST(XMPEdit, StaysDirtyWhenTheCommitFails) {
     EXPECT_EQ(photo.file.bytes(), before);
 }
 
+TEST(XMPEdit, RefusesToWriteANamespaceThatNobodyCouldReadAgain) {
+    Photo const photo(packetOf("xmlns:bad='urn:a&amp;b' bad:one='1'"));
+    auto const before = photo.file.bytes();
+    auto const editor = photo.view()->edit();
+    editor->setProperty(TEST_NS, "t:one", "2");
+    EXPECT_NE(messageOf([&] { editor->commit(); }).find("could not be read again"), std::string::npos);
+    EXPECT_EQ(photo.file.bytes(), before);
+}
+
 } // namespace
