@@ -86,10 +86,14 @@ TEST(TrailerEditor, WritesWhatWasStagedInPlaceAndIntoAnotherFile) {
                 EXPECT_EQ(file.bytes(), before);
                 EXPECT_EQ(recordsOf(*view), edit.before);
 
-                auto const again = view->edit();
+                auto const again = editorOf(view);
                 edit.stage(again->setOption(option), video.open("r"));
+                auto const planned = again->plannedLayout();
                 again->commit();
                 std::string const bytes = file.bytes();
+                for (auto const& record : planned)
+                    EXPECT_EQ(bytes.substr(view->getTailPosition() - record.offsetFromTail + 8, record.name.size()),
+                              record.name);
                 EXPECT_EQ(target.bytes(), bytes);
                 auto const written = readTrailer(bytes);
                 EXPECT_EQ(written.records, edit.after);
