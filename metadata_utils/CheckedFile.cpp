@@ -187,6 +187,17 @@ ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt 
     return ByteBuffer(std::move(bytes));
 }
 
+bool holds(MediaFile const& file, uint32_t position, void const* bytes, size_t n) {
+    std::vector<uint8_t> block(std::min<size_t>(n, BLOCK));
+    for (size_t done = 0; done < n; done += block.size()) {
+        size_t const wanted = std::min(n - done, block.size());
+        if (readUpTo(file, uint64_t{position} + done, block.data(), wanted) != wanted ||
+            std::memcmp(block.data(), static_cast<uint8_t const*>(bytes) + done, wanted) != 0)
+            return false;
+    }
+    return true;
+}
+
 uint32_t sizeOf(uint64_t size, ErrorAt at) {
     if (size > MAX_FILE_SIZE)
         throw at("file would grow past 4 GiB: %llu bytes", static_cast<unsigned long long>(size));

@@ -70,6 +70,9 @@ private:
 /// file's position stays.
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at = ErrorAt());
 
+/// Whether these bytes stand at `position` already: what need not be written cannot fail to be written.
+bool holds(MediaFile const& file, uint32_t position, void const* bytes, size_t n);
+
 /// The sum as a 32-bit file size; "file would grow past 4 GiB: %llu bytes" when it does not fit.
 uint32_t sizeOf(uint64_t size, ErrorAt at = ErrorAt());
 

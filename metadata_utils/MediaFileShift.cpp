@@ -153,7 +153,9 @@ void MediaFile::shiftRightSafely(int shift, uint32_t bufferSize) {
             return read - tail.start > bufferSize ? read - bufferSize : tail.start;
         },
     };
-    checked::reserve(*this, newSize, error());
+    if (tail.size() == 0)
+        return checked::reserve(*this, newSize, error());
+    checked::requireSpace(*this, newSize, error()); // the file grows with the first write, the tail's end in it
     try {
         moveTailSafely("shiftRightSafely", shift, backwards, bufferSize, tail);
     } catch (...) {

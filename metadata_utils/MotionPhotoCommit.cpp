@@ -22,28 +22,16 @@ constexpr size_t XMP_OVERHEAD = 256;
 constexpr size_t MIN_XMP_ROOM = 1280;
 constexpr char TIMESTAMP_PROPERTY[] = "MotionPhotoPresentationTimestampUs";
 
-/// A file in memory for as long as the extractor reads a video that is not on disk. Invalid where the system has none.
-class MemoryFile {
-public:
-    explicit MemoryFile(ByteBuffer const& bytes) : fd(memfd_create("video", MFD_CLOEXEC)) {
-        if (fd <= 0)
-            throw ErrorAt()("no memory file for the video");
-        file = std::make_shared<MediaFile>(fd);
-        checked::write(*file, bytes);
-    }
-    ~MemoryFile() {
-        if (fd > 0)
-            close(fd);
-    }
-    MemoryFile(MemoryFile const&) = delete;
-    MemoryFile& operator=(MemoryFile const&) = delete;
-
-    MediaFile const& get() const { return *file; }
-
-private:
-    int fd;
-    std::shared_ptr<MediaFile> file;
-};
+/// A file in memory for the extractor to read a video that is not on disk. Throws where the system has none.
+std::shared_ptr<MediaFile> memoryFile(ByteBuffer const& bytes) {
+    int const fd = memfd_create("video", MFD_CLOEXEC);
+    if (fd <= 0)
+        throw ErrorAt()("no memory file for the video");
+    auto const file = std::make_shared<MediaFile>(fd); // has a descriptor of its own
+    close(fd);
+    checked::write(*file, bytes);
+    return file;
+}
 
 } // namespace
 
@@ -260,7 +248,7 @@ void MotionPhotoEditImpl::setTimestampFromDuration(std::optional<int64_t> const&
     fillMotionPhotoPropInXMP();
 }
 
-/// Where the video will lie, from the planned trailer alone: neither number depends on the image in front of it.
+/// Where the video will lie, from the trailer alone: neither number depends on the image in front of it.
 std::optional<MotionPhotoEditImpl::ExpectedVideo> MotionPhotoEditImpl::expectedVideo() {
     auto const layout = qrtEdit->impl().plannedLayout();
     auto const video = std::find_if(layout.begin(), layout.end(),
@@ -269,9 +257,14 @@ std::optional<MotionPhotoEditImpl::ExpectedVideo> MotionPhotoEditImpl::expectedV
         return std::nullopt;
     if (video->dataPayload <= MAX_POINTER_RECORD_SIZE)
         return isHEIC() ? expectedBoxVideo(layout) : std::nullopt;
+    ExpectedVideo expected;
+    if (!qrtEdit->isDirty()) { // the trailer stays as it was written, in that order or another
+        expected.length = outputFile->size() - static_cast<uint32_t>(getVideoPosition());
+        expected.padding = static_cast<uint32_t>(getImageVideoPadding());
+        return expected;
+    }
     uint32_t const recordHead = video->payload - video->dataPayload;
     uint32_t const inFront = layout.front().offsetFromTail - video->offsetFromTail;
-    ExpectedVideo expected;
     expected.length = video->offsetFromTail - recordHead + trailer::tailSize(layout.size());
     expected.padding = isHEIC() ? static_cast<uint32_t>(getImageVideoPadding()) : inFront + recordHead;
     expected.durationUs = [this, record = *video] { return expectedDuration(record); };
@@ -284,7 +277,7 @@ std::optional<int64_t> MotionPhotoEditImpl::expectedDuration(QRTDataInfo const& 
         if (record.dataFile != nullptr)
             return videoDurationUs(*record.dataFile, 0, record.dataPayload);
         if (!record.data.empty())
-            return videoDurationUs(MemoryFile(record.data).get(), 0, record.dataPayload);
+            return videoDurationUs(*memoryFile(record.data), 0, record.dataPayload);
         return getVideoDurationUs();
     });
 }

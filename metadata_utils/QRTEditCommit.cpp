@@ -236,7 +236,8 @@ long QRTEditImpl::writePieces(std::vector<Piece> const& pieces, Plan& plan) {
         if (piece.fileBacked != nullptr)
             checked::copy(piece.fileBacked->dataFile, outputFile, 0, piece.fileBacked->dataPayload, error());
     }
-    checked::truncate(*outputFile, plan.finalSize, error());
+    if (outputFile->size() != plan.finalSize)
+        checked::truncate(*outputFile, plan.finalSize, error());
     plan.written = true;
     return static_cast<long>(pieces.back().bytes.size());
 }

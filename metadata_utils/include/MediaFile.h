@@ -111,7 +111,7 @@ public:
     /// becomes the whole tail; up to 1024 bytes are refused. A read or write that fails throws; bytes already moved
     /// stay moved.
     void doShift(ShiftStrategy const& strategy, uint32_t& bufferSize);
-    /// Opens a gap of `shift` bytes at the current position; the file grows by it. The new size is reserved first, so a
+    /// Opens a gap of `shift` bytes at the current position; the file grows by it. The space is asked for first, so a
     /// full disk leaves the file as it was. The gap keeps its old bytes until the caller overwrites them. `bufferSize`
     /// bounds the memory used, 0 takes the whole tail at once. An attempt that fails before it moved a byte is retried
     /// with half the buffer.

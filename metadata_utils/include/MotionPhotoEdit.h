@@ -39,7 +39,7 @@ public:
     virtual XMPEdit& getXMPEdit() = 0;
     /// Writes in place: XMP first, then the HEIC video box, then the trailer, then the XMP fields that depend on the
     /// result. What can be foreseen is refused before the first byte moves. A write that fails later throws; nothing is
-    /// rolled back. docs/motion-photo-jpeg.md lists what a failure at each step may leave.
+    /// rolled back. docs/failure-states.md lists what a failure at each step may leave.
     virtual void commit() = 0;
     /// Writes the result into `target`, replacing its content; the source is never written.
     virtual void commit(std::shared_ptr<MediaFile> const& target) = 0;

@@ -43,7 +43,7 @@ void HEIFMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
     LOGI("writeXMP...E");
     if (info == nullptr)
         throw ErrorAt()("no XMP given");
-    std::vector<uint8_t> const packet = info->serializeToBuffer();
+    std::vector<uint8_t> packet = info->serializeToBuffer();
     rescan();
     auto item = reader->getXMPItem();
     if (!item || (item->length == 0 && item->isPacket)) {
@@ -55,10 +55,12 @@ void HEIFMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
         throw ErrorAt()("XMP cannot be written in place: %s", item ? item->refusal.c_str() : "no room");
     requireFits(packet.size(), item->length);
     uint32_t const padding = item->length - static_cast<uint32_t>(packet.size());
-    checked::seek(*file, item->position);
-    checked::write(*file, packet.data(), packet.size());
-    checked::fill(*file, BLANK, padding);
     LOGI("XMP written. Data: %zu bytes, Padding: %zu bytes.", packet.size(), size_t{padding});
+    packet.resize(item->length, BLANK);
+    if (!checked::holds(*file, item->position, packet.data(), packet.size())) {
+        checked::seek(*file, item->position);
+        checked::write(*file, packet.data(), packet.size());
+    }
     LOGI("writeXMP...X");
 }
 

@@ -179,10 +179,15 @@ void HEIFMetaWriter::appendFreeCdif(std::vector<unsigned char> const& data) {
     closeLastBox(file);
     uint32_t const end = file->size();
     checked::reserve(*file, checked::sizeOf(uint64_t{end} + DEBUG_INFO_HEADER + data.size()));
-    if (file->position(end) != end)
-        throw ErrorAt(532, SOURCE)("failed to seek to end");
-    checked::write(*file, debugInfoHeader(data.size()));
-    checked::write(*file, data.data(), data.size());
+    try {
+        if (file->position(end) != end)
+            throw ErrorAt(532, SOURCE)("failed to seek to end");
+        checked::write(*file, debugInfoHeader(data.size()));
+        checked::write(*file, data.data(), data.size());
+    } catch (...) {
+        file->truncate(end);
+        throw;
+    }
 }
 
 void HEIFMetaWriter::insertFreeCdif(std::vector<unsigned char> const& data, uint32_t position) {

@@ -155,8 +155,10 @@ Metadata JPEGMetaWriter::writePacket(std::vector<unsigned char> const& packet, u
     std::string payload(jpeg::XMP_IDENTIFIER, jpeg::XMP_IDENTIFIER_SIZE);
     payload.append(packet.begin(), packet.end());
     payload.resize(std::max<size_t>(payload.size(), meta.payload), ' ');
-    checked::seek(*file, meta.position);
-    checked::write(*file, payload);
+    if (!checked::holds(*file, meta.position, payload.data(), payload.size())) {
+        checked::seek(*file, meta.position);
+        checked::write(*file, payload);
+    }
     return meta;
 }
 

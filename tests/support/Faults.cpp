@@ -17,7 +17,7 @@ ssize_t moved(Call call, size_t n, Real real) {
     auto const fault = Fault::on(call);
     if (!fault.hits)
         return real(n);
-    if (fault.error != 0) {
+    if (fault.limit == -1) {
         errno = fault.error;
         return -1;
     }
@@ -43,7 +43,8 @@ Fault::Hit Fault::on(Call call) {
         return {};
     size_t const number = active->count++;
     bool const hits = number >= active->first && number - active->first < active->times;
-    return {hits, active->limit, active->error};
+    bool const isLater = active->error != 0 && number > active->first;
+    return {hits, isLater ? -1 : active->limit, active->error};
 }
 
 } // namespace android::lumo::test

@@ -25,6 +25,11 @@ public:
     static Fault shortened(Call call, ssize_t bytes, size_t first = 0, size_t times = ALWAYS) {
         return {call, bytes, 0, first, times};
     }
+    /// One call moves `bytes` bytes and all later ones fail, as on a disk that fills up. A call that moves none fails
+    /// at once.
+    static Fault cutShort(Call call, ssize_t bytes, int error, size_t first = 0) {
+        return {call, bytes, error, first, ALWAYS};
+    }
     ~Fault();
     Fault(Fault const&) = delete;
     Fault& operator=(Fault const&) = delete;
@@ -32,7 +37,7 @@ public:
     /// Calls of the kind so far, with the untouched ones.
     size_t calls() const { return count; }
 
-    /// For the driver: the fault that hits this call, if any; a failure has an `error`.
+    /// For the driver: the fault that hits this call, if any; a failure has an `error` and no `limit`.
     struct Hit {
         bool hits;
         ssize_t limit;

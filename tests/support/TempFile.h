@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -42,10 +41,11 @@ private:
 };
 
 inline std::string bytesOf(std::filesystem::path const& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    std::string bytes(in ? static_cast<size_t>(in.tellg()) : 0, '\0');
+    if (!in.seekg(0).read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
         throw std::runtime_error("cannot read " + path.string());
-    return {std::istreambuf_iterator<char>(in), {}};
+    return bytes;
 }
 
 inline void writeBytes(std::filesystem::path const& path, std::string_view bytes) {
