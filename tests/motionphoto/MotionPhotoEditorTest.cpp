@@ -174,6 +174,16 @@ TEST(MotionPhotoEditor, PacketsAroundTheRoomsSizeStayConsistent) {
     }
 }
 
+TEST(MotionPhotoEditor, AChangeOfXmpAloneDescribesTheTrailerInTheOrderItWasWritten) {
+    TempFile const photo(stills().at("exif"));
+    for (auto const* name : {"fast order", "timestamp"}) {
+        auto const editor = parsePhoto(photo.path())->edit();
+        operations().at(name)(*editor);
+        editor->commit();
+        expectConsistent(photo.path());
+    }
+}
+
 TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
     std::string const still = stills().at("exif");
     TempFile const photo(still), empty, prepared(still);
