@@ -207,6 +207,18 @@ TEST(TrailerEditor, WritesSubInfoUnloadedLoadedAndUnderNewData) {
     }
 }
 
+TEST(TrailerEditor, ContinuesOnTheFileItIsAttachedTo) {
+    std::string const grown = JPEG_IMAGE + pattern(500) + trailerBytes({A, B});
+    TempFile file(STILLS[0].with({A, B})), copy(grown);
+    auto const view = viewOf(file);
+    auto const editor = editorOf(view);
+    editor->attach(copy.open());
+    editor->removeData("A").commit();
+    EXPECT_EQ(copy.bytes(), JPEG_IMAGE + pattern(500) + trailerBytes({B}));
+    EXPECT_EQ(file.bytes(), STILLS[0].with({A, B}));
+    expectRead(*view, copy.bytes());
+}
+
 TEST(TrailerEditor, TakesRecordsOfAnotherTrailerWhole) {
     TempFile source(STILLS[0].with({EMPTY, {7, "Name", "data", "subsub"}})), file(STILLS[1].with({A}));
     auto const other = viewOf(source);
