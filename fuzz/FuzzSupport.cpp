@@ -1,0 +1,86 @@
+#include "FuzzSupport.h"
+
+#include "XMPToolkit.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+/// No input grows to more than some kilobytes of file; one that would is stopped by SIGXFSZ and kept.
+constexpr rlim_t MAX_FILE = 64 << 20;
+
+} // namespace
+
+extern "C" {
+
+int LLVMFuzzerInitialize(int* argc, char*** argv);
+int LLVMFuzzerInitialize(int*, char***) {
+    rlimit const limit{MAX_FILE, MAX_FILE};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    return 0;
+}
+
+// The log's lines are formatted, since that is where a bad argument would show, and thrown away.
+int __android_log_is_loggable(int, char const*, int) {
+    return 1;
+}
+int __android_log_print(int, char const*, char const* format, ...) {
+    char line[512];
+    va_list arguments;
+    va_start(arguments, format);
+    int const length = std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    return length;
+}
+}
+
+namespace android::lumo::fuzz {
+
+void fail(char const* expected, char const* file, int line) {
+    std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, expected);
+    std::abort();
+}
+
+MemoryFile::MemoryFile(std::string_view content) : fd(memfd_create("fuzz", MFD_CLOEXEC)) {
+    FUZZ_REQUIRE(fd > 0);
+    assign(content);
+}
+
+MemoryFile::~MemoryFile() {
+    close(fd);
+}
+
+void MemoryFile::assign(std::string_view content) {
+    FUZZ_REQUIRE(ftruncate(fd, 0) == 0);
+    FUZZ_REQUIRE(pwrite(fd, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()));
+}
+
+std::shared_ptr<MediaFile> MemoryFile::open() const {
+    return std::make_shared<MediaFile>("/proc/self/fd/" + std::to_string(fd), "rw");
+}
+
+std::string MemoryFile::bytes() const {
+    std::string content(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    FUZZ_REQUIRE(pread(fd, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()));
+    return content;
+}
+
+std::optional<std::string> refusal(std::function<void()> const& action) {
+    try {
+        action();
+    } catch (std::runtime_error const& error) {
+        FUZZ_REQUIRE(std::string_view(error.what()).starts_with('['));
+        return error.what();
+    } catch (XMP_Error const& error) {
+        return error.GetErrMsg() != nullptr ? error.GetErrMsg() : "";
+    }
+    return std::nullopt;
+}
+
+} // namespace android::lumo::fuzz

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "MediaFile.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// What the fuzz targets share: a file in memory, the errors that are a right answer, and checks that stop the run.
+namespace android::lumo::fuzz {
+
+/// Prints what broke and aborts, so that the input is kept.
+[[noreturn]] void fail(char const* expected, char const* file, int line);
+#define FUZZ_REQUIRE(condition)                                                                                        \
+    do {                                                                                                               \
+        if (!(condition))                                                                                              \
+            ::android::lumo::fuzz::fail(#condition, __FILE__, __LINE__);                                               \
+    } while (false)
+
+/// A file that never touches a disk.
+class MemoryFile {
+public:
+    explicit MemoryFile(std::string_view content = {});
+    ~MemoryFile();
+    MemoryFile(MemoryFile const&) = delete;
+    MemoryFile& operator=(MemoryFile const&) = delete;
+
+    /// Each with a position of its own.
+    std::shared_ptr<MediaFile> open() const;
+    std::string bytes() const;
+    void assign(std::string_view content);
+
+private:
+    int fd;
+};
+
+/// The text of the error that refused the action, nothing when it went through. What the library promises for hostile
+/// bytes is a std::runtime_error or the toolkit's error; any other exception ends the run.
+std::optional<std::string> refusal(std::function<void()> const& action);
+inline bool goesThrough(std::function<void()> const& action) {
+    return !refusal(action);
+}
+
+inline std::string_view text(uint8_t const* data, size_t size) {
+    return {reinterpret_cast<char const*>(data), size};
+}
+
+} // namespace android::lumo::fuzz

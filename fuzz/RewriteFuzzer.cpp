@@ -1,0 +1,129 @@
+// A HEIC of hostile boxes written again: the XMP and the debug info are read back, every other item and every box
+// behind the image is as it was, and a refusal leaves the file alone. The last two bytes choose the steps.
+#include "FuzzSupport.h"
+#include "XMPInfo.h"
+#include "hbox/HboxRun.h"
+#include "io/HEIFMetaReader.h"
+#include "io/HEIFMetaWriter.h"
+#include "support/HeicBuilder.h"
+#include "support/JpegBuilder.h"
+
+#include <algorithm>
+#include <map>
+
+using namespace android::lumo;
+using namespace android::lumo::fuzz;
+using hbox::test::Demuxer;
+
+namespace {
+
+constexpr uint32_t MAX_ITEM = 24;
+
+/// The stored bytes of all items that can be read, but the XMP's, and but what lies over the XMP or over a header of
+/// the top level.
+std::map<uint32_t, std::string> itemsOf(std::string const& bytes) {
+    std::map<uint32_t, std::string> items;
+    MemoryFile const file(bytes);
+    HEIFMetaReader reader(file.open(), ParseMode::LAZY);
+    std::list<HEIFMetaReader::Box> stores;
+    std::optional<HEIFMetaReader::XMPItem> xmp;
+    refusal([&] {
+        stores = reader.findBox({"mdat", "meta"});
+        xmp = reader.getXMPItem();
+    });
+    auto const isStored = [&](HBOXD_LOCATION const& place) {
+        if (xmp && place.position < xmp->position + xmp->length && xmp->position < place.position + place.length)
+            return false;
+        return std::any_of(stores.begin(), stores.end(), [&](auto const& box) {
+            return place.position >= box.position + 8 && place.position + place.length <= box.position + box.size;
+        });
+    };
+    Demuxer const source(bytes);
+    for (uint32_t id = 0; source.handle != nullptr && id < MAX_ITEM; ++id) {
+        char mime[64] = {};
+        uint32_t size = sizeof mime;
+        uint32_t placeSize = sizeof(HBOXD_LOCATION);
+        HBOXD_LOCATION place{};
+        std::string frame;
+        if (hboxd_get_info_item(source.handle, id, HBOXD_ITEM_MIME, mime, &size) != HBOX_OK &&
+            hboxd_get_info_item(source.handle, id, HBOXD_ITEM_LOCATION, &place, &placeSize) == HBOX_OK &&
+            place.extent_count == 1 && isStored(place) && source.frame(id, frame) == HBOX_OK)
+            items[id] = frame;
+    }
+    return items;
+}
+
+std::shared_ptr<XMPInfo> packetOf(size_t size) {
+    MemoryFile const file(test::JpegBuilder().xmp(test::heicXmp(std::string(size, 's'))).build());
+    return XMPInfo::parse(file.open());
+}
+
+class Still {
+public:
+    explicit Still(std::string const& bytes) : file(bytes) {}
+
+    /// One step on the file; an answer for what it must have left, asked when it went through.
+    void run(unsigned step, size_t amount) {
+        std::string const before = file.bytes();
+        std::string const debugInfo(amount, 'd');
+        auto const info = packetOf(amount);
+        bool const isDone = goesThrough([&] {
+            auto const still = file.open();
+            HEIFMetaWriter writer(still);
+            switch (step % 6) {
+            case 0:
+                writer.reserveXMP(static_cast<unsigned>(amount));
+                break;
+            case 1:
+                writer.writeXMP(info);
+                break;
+            case 2:
+                writer.writeCameraDebugInfo({debugInfo.begin(), debugInfo.end()});
+                break;
+            case 3:
+                writer.removeCameraDebugInfo();
+                break;
+            case 4:
+                HEIFMetaWriter::restoreTrailerOrder(still);
+                break;
+            default:
+                HEIFMetaWriter::closeLastBox(still);
+                break;
+            }
+        });
+        std::string const after = file.bytes();
+        if (!isDone) {
+            FUZZ_REQUIRE(before == after);
+            return;
+        }
+        auto const items = itemsOf(before);
+        auto const itemsNow = itemsOf(after);
+        for (auto const& [id, frame] : items)
+            FUZZ_REQUIRE(itemsNow.contains(id) && itemsNow.at(id) == frame);
+        HEIFMetaReader reader(file.open(), ParseMode::LAZY);
+        if (step % 6 == 1) {
+            auto const packet = info->serializeToBuffer();
+            FUZZ_REQUIRE(
+                reader.getXMP().toTypedData<std::string>().starts_with(std::string(packet.begin(), packet.end())));
+        }
+        if (step % 6 == 2)
+            FUZZ_REQUIRE(reader.getCameraDebugInfo().toTypedData<std::string>() == debugInfo);
+        if (step % 6 == 3)
+            FUZZ_REQUIRE(reader.getCameraDebugInfo().payload == 0);
+    }
+
+private:
+    MemoryFile file;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
+    if (size < 2)
+        return 0;
+    Still still(std::string(text(data, size - 2)));
+    still.run(data[size - 1] % 6, data[size - 2]);
+    still.run(data[size - 1] / 6 % 6, size_t{data[size - 2]} * 5);
+    still.run(data[size - 1] / 36, 40);
+    return 0;
+}

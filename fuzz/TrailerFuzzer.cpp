@@ -1,0 +1,101 @@
+// A hostile trailer behind a JPEG or (odd first byte) in a HEIC's last box: what the view answers, and that a commit of
+// one more record keeps the others and the image.
+#include "FuzzSupport.h"
+#include "MotionPhotoInfo.h"
+#include "QRTEdit.h"
+#include "support/HeicBuilder.h"
+#include "support/JpegBuilder.h"
+
+#include <algorithm>
+#include <set>
+
+using namespace android::lumo;
+using namespace android::lumo::fuzz;
+
+namespace {
+
+std::string textOf(ByteBuffer const& bytes) {
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+/// The records that are written as they were read: sub-info is not, by the format's own doing.
+std::multiset<std::string> recordsOf(QRTInfo const& view, std::string const& file) {
+    std::multiset<std::string> records;
+    for (auto const& record : view.getRecords()) {
+        FUZZ_REQUIRE(uint64_t{record.dataPosition} + record.dataPayload <= file.size());
+        if (!record.hasSubInfo && record.name != "Fuzz")
+            records.insert(std::to_string(record.type) + ' ' + record.name + ' ' +
+                           file.substr(record.dataPosition, record.dataPayload));
+    }
+    return records;
+}
+
+bool includes(std::multiset<std::string> const& all, std::multiset<std::string> const& some) {
+    return std::includes(all.begin(), all.end(), some.begin(), some.end());
+}
+
+void askPhoto(MemoryFile const& file) {
+    refusal([&] {
+        auto const photo = MotionPhotoInfo::parse(file.open());
+        photo->getImageSize();
+        photo->getQRTMotionPhotoVersion();
+        photo->getExtraInfo();
+        photo->getImageVideoPadding();
+        photo->isValid();
+        FUZZ_REQUIRE(!photo->isValid() || photo->getVideo()->size() == photo->getVideoSize());
+    });
+}
+
+void askView(QRTInfo& view, size_t fileSize) {
+    for (auto const& [name, type] : view.getKeysWithType()) {
+        refusal([&, type = type, name = name] {
+            FUZZ_REQUIRE(view.getData(type, name).size() <= fileSize);
+            FUZZ_REQUIRE(view.getAllData(type).size() <= view.getRecords().size());
+            FUZZ_REQUIRE(view.containsKey(name, true) && view.containsType(type));
+            view.getData(name);
+        });
+    }
+    FUZZ_REQUIRE(static_cast<size_t>(view.getSize()) < fileSize);
+}
+
+void commitOneMore(MemoryFile const& file, std::string const& image, std::shared_ptr<QRTInfo> const& view,
+                   QRTEdit::Option option) {
+    std::string const before = file.bytes();
+    auto const records = recordsOf(*view, before);
+    auto const editor = view->edit();
+    editor->setOption(option).putData(77, "Fuzz", std::string(100, 'f'));
+    editor->makeDirty();
+    bool const isDone = goesThrough([&] { editor->commit(); });
+    std::string const after = file.bytes();
+    if (!isDone) {
+        FUZZ_REQUIRE(after == before);
+        return;
+    }
+    FUZZ_REQUIRE(after.starts_with(image.substr(0, image.size() - std::min<size_t>(image.size(), 8))));
+    auto const fresh = QRTInfo::parse(file.open());
+    FUZZ_REQUIRE(textOf(fresh->getData(77, "Fuzz")) == std::string(100, 'f'));
+    FUZZ_REQUIRE(includes(recordsOf(*fresh, after), records));
+    FUZZ_REQUIRE(includes(recordsOf(*view, after), records));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
+    if (size == 0)
+        return 0;
+    static std::string const jpeg = test::JpegBuilder().exif().build();
+    static std::string const heic = test::buildHeic();
+    bool const isHeic = data[0] % 2 == 1;
+    std::string const trailer(text(data + 1, size - 1));
+    std::string const image = isHeic ? heic + test::bigEndian(size + 7, 4) + "qrtd" : jpeg;
+    MemoryFile const file(image + trailer);
+    askPhoto(file);
+    std::shared_ptr<QRTInfo> view;
+    if (!goesThrough([&] { view = QRTInfo::parse(file.open()); }))
+        return 0;
+    askView(*view, image.size() + trailer.size());
+    auto const option = data[0] & 2 ? QRTEdit::Option::WRITE_FAST : QRTEdit::Option::WRITE_IN_ORDER;
+    commitOneMore(file, isHeic ? heic : jpeg, view, option);
+    askPhoto(file);
+    return 0;
+}
