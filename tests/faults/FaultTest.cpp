@@ -114,6 +114,7 @@ std::vector<Operation> operations() {
     std::string const heic = buildHeic();
     std::string const roomy = buildHeic({.xmp = heicXmp("roomy", 3000)});
     std::string const heicMotion = edited(roomy, addSmall);
+    std::string const heicVideo = edited(roomy, replace);
     std::string const heicDebug = edited(heicMotion, debugIn);
     return {
         {"JPEG: video or record, XMP room made", jpeg, add},
@@ -141,6 +142,7 @@ std::vector<Operation> operations() {
         {"HEIC: video or record, XMP room made", heic, addSmall},
         {"HEIC: video or record, XMP fits", heicMotion, replace},
         {"HEIC: video or record, XMP fits", heicMotion, remove},
+        {"HEIC: video or record, XMP fits", heicVideo, remove},
         {"HEIC: video or record, XMP fits", heicMotion, record},
         {"HEIC: XMP, fits", heicMotion, timestamp},
         {"HEIC: video or record, XMP room made", heic, transferred<MotionPhotoInfo>(heicMotion), false},

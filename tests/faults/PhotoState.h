@@ -33,7 +33,7 @@ public:
         if (!found || found->picture != was.picture)
             return "picture damaged";
         std::string text;
-        bool isOld = true;
+        bool isOld = true, isNew = true;
         for (auto const& [name, part] : found->parts) {
             std::string const& first = was.parts.at(name);
             std::string const& last = is.parts.at(name);
@@ -41,13 +41,14 @@ public:
             if (isKept && part == first)
                 continue;
             isOld = isOld && part == first;
+            isNew = isNew && part == last;
             text += (text.empty() ? "" : ", ");
             if (part != first && part != last && !part.empty())
                 text += name == "trailer" ? "pointer stale" : name + " cut";
             else
                 text += name + (part == first ? " old" : part == last ? " new" : " none");
         }
-        return isOld ? "as before, unused bytes" : text;
+        return isOld ? "as before, unused bytes" : isNew ? "complete, unused bytes" : text;
     }
 
 private:

@@ -334,7 +334,9 @@ class Photo:
         padding = box or self.video_position - self.trailer.start
         expected = {"Length": str(len(self.data) - self.video_position), "Mime": "video/mp4"}
         faults = [] if claims else ["GCamera:MotionPhoto is not 1"]
-        faults += [f"{name} {item.get(name)}, not {value}" for name, value in expected.items() if item.get(name) != value]
+        for name, value in expected.items():
+            if item.get(name) != value:
+                faults.append(f"{name} {item.get(name)}, not {value}")
         primary = self.item("Primary") or {}
         if primary.get("Padding") != str(padding):
             faults.append(f"Padding {primary.get('Padding')}, not {padding}")
