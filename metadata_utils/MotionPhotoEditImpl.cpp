@@ -106,8 +106,8 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const&
         }
         if (record.type == qrt::TYPE_MOTION_PHOTO_DATA)
             isVideoStaged = true;
-        impl->getTrailer()->getRecordList().push_back(record);
-        qrtEdit->impl().appendRecord(record);
+        // In the staged form: the other file's positions mean nothing here.
+        impl->getTrailer()->getRecordList().push_back(qrtEdit->impl().appendRecord(record));
     }
     qrtEdit->makeDirty();
     return *this;
