@@ -4,7 +4,8 @@
 #include "Log.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <map>
+#include <set>
 
 namespace android::lumo::heif {
 
@@ -249,8 +250,9 @@ void Items::settleItemDataLocations() {
 std::optional<Items::ItemLocation> Items::findDescribing(std::vector<int> const& ids) const {
     if (!primaryId)
         return std::nullopt;
-    std::unordered_set<int> const wanted(ids.begin(), ids.end());
-    std::unordered_map<uint32_t, ItemLocation const*> places;
+    // Ordered: a file can choose its ids so that hashes collide.
+    std::set<int> const wanted(ids.begin(), ids.end());
+    std::map<uint32_t, ItemLocation const*> places;
     for (auto const& location : locations)
         places.emplace(location.id, &location);
     for (auto const& reference : references) {

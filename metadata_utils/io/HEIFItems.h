@@ -5,8 +5,8 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 namespace android::lumo::heif {
@@ -50,7 +50,7 @@ private:
     void settleItemDataLocations();
 
     uint32_t fileSize = 0;
-    std::unordered_set<int> packetIds;                     ///< 'mime' items that are plain application/rdf+xml
+    std::set<int> packetIds;                               ///< 'mime' items that are plain application/rdf+xml
     std::vector<ItemLocation> inItemData;                  ///< method 1: relative to 'idat', which may follow 'iloc'
     std::optional<std::pair<uint32_t, uint32_t>> itemData; ///< position and size of the content of 'idat'
 };

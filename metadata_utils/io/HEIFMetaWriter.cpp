@@ -54,13 +54,13 @@ void HEIFMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
     if (!item || !item->refusal.empty())
         throw ErrorAt()("XMP cannot be written in place: %s", item ? item->refusal.c_str() : "no room");
     requireFits(packet.size(), item->length);
-    uint32_t const padding = item->length - static_cast<uint32_t>(packet.size());
-    LOGI("XMP written. Data: %zu bytes, Padding: %zu bytes.", packet.size(), size_t{padding});
+    size_t const length = packet.size();
     packet.resize(item->length, BLANK);
     if (!checked::holds(*file, item->position, packet.data(), packet.size())) {
         checked::seek(*file, item->position);
         checked::write(*file, packet.data(), packet.size());
     }
+    LOGI("XMP written. Data: %zu bytes, Padding: %zu bytes.", length, packet.size() - length);
     LOGI("writeXMP...X");
 }
 

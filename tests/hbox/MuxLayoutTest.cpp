@@ -133,6 +133,14 @@ TEST(MuxLayout, LeavesSharedBytesWhenAnotherItemUsesTheOldPacket) {
     MuxResult const made = reserve(shared, file.imageLength, 1280);
     ASSERT_EQ(made.error, HBOX_OK) << made.text;
     EXPECT_EQ(Demuxer(made.image).frame(1), packet);
+
+    HeicFile const rest = buildHeicFile({.thumbnail = true, .exif = false, .xmp = packet, .xmpInIdat = true});
+    std::string toEnd = rest.bytes; // the thumbnail takes all of 'idat': an extent without a length
+    auto const entry = [&](uint32_t method) {
+        return bigEndian(rest.thumbnailId, 2) + bigEndian(method << 16, 4) + bigEndian(1, 2);
+    };
+    toEnd.replace(toEnd.find(entry(0)), 16, entry(1) + std::string(8, '\0'));
+    EXPECT_EQ(occurrences(reserve(toEnd, rest.imageLength, 1280).image, packet), 2U) << "in 'idat' and in the room";
 }
 
 TEST(MuxLayout, PicksAFreeIdWhenTheLargestIsTaken) {

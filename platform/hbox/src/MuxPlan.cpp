@@ -205,7 +205,7 @@ void Planner::placeItems() {
 uint32_t Planner::movedTo(ItemLocation const& location, FileRange range) const {
     auto const id = static_cast<unsigned>(location.id);
     if (location.method() == 1) {
-        if (!rangeFits(range.position, range.length, source.child(boxType("idat")).payload().left()))
+        if (!rangeFits(range.position, range.length, source.itemData().length))
             throw failure(HBOX_ERR_FORMAT, "item %u: bytes outside 'idat'", id);
         return static_cast<uint32_t>(range.position);
     }
@@ -231,7 +231,8 @@ bool Planner::sharesBytes(FileRange range) const {
             continue;
         Extent const extent = location->nextExtent();
         uint64_t const start = extent.offset + (location->method() == 1 && idat ? idat->payload().offset() : 0);
-        if (start < range.position + range.length && range.position < start + extent.length)
+        bool const reaches = extent.length == 0 || range.position < start + extent.length; // 0: to the end of 'idat'
+        if (start < range.position + range.length && reaches)
             return true;
     }
     return false;

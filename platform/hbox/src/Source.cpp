@@ -107,6 +107,14 @@ std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
     return reader.next();
 }
 
+FileRange Source::itemData() const {
+    if (!idat) {
+        BoxCursor const content = child(boxType("idat")).payload();
+        idat = FileRange{content.offset(), content.left()};
+    }
+    return *idat;
+}
+
 std::vector<FileRange> Source::ranges(uint32_t id) const {
     auto const name = static_cast<unsigned>(id);
     auto location = findLocation(id);
@@ -115,11 +123,7 @@ std::vector<FileRange> Source::ranges(uint32_t id) const {
     if (location->dataReference != 0 || location->method() > 1)
         throw failure(HBOX_ERR_UNSUPPORTED, "item %u: construction method %u, data reference %u", name,
                       location->method(), static_cast<unsigned>(location->dataReference));
-    FileRange container{0, file.size()};
-    if (location->method() == 1) {
-        BoxCursor const idat = child(boxType("idat")).payload();
-        container = {idat.offset(), idat.left()};
-    }
+    FileRange const container = location->method() == 1 ? itemData() : FileRange{0, file.size()};
     std::vector<FileRange> ranges;
     uint64_t total = 0;
     for (unsigned i = 0; i < location->extentCount; ++i) {

@@ -46,6 +46,8 @@ public:
     std::optional<ItemLocation> findLocation(uint32_t id) const;
     /// An item's bytes in the file, one range per extent, compared with the bytes that exist.
     std::vector<FileRange> ranges(uint32_t id) const;
+    /// The content of 'idat', from which method 1 counts. Throws HBOX_ERR_NOT_FOUND when there is none.
+    FileRange itemData() const;
     /// Ids that `id` refers to by `type`, in stored order.
     std::vector<uint32_t> referencesFrom(uint32_t id, BoxType type) const;
     std::optional<Box> property(uint32_t id, BoxType type) const;
@@ -69,6 +71,7 @@ private:
     std::vector<uint8_t> metaBytes;
     Box metaBox;
     mutable std::optional<LocationIndex> locations;
+    mutable std::optional<FileRange> idat; ///< found once: every item may stand in it
 };
 
 } // namespace hbox
