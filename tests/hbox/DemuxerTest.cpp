@@ -68,6 +68,9 @@ TEST(Demuxer, ReportsTheNeededSizeWhenTheCapacityIsTooSmall) {
     uint32_t size = 0;
     EXPECT_EQ(hboxd_get_image_frm(source.handle, 1, buffer, sizeof buffer, &size), HBOX_ERR_BUFFER);
     EXPECT_EQ(size, 32U);
+    size = sizeof buffer;
+    EXPECT_EQ(hboxd_get_info_item(source.handle, 1, HBOXD_ITEM_CODEC_SPECIFIC, buffer, &size), HBOX_ERR_BUFFER);
+    EXPECT_GT(size, 70U);
     EXPECT_EQ(buffer[0], '?');
     uint32_t ids[3];
     uint32_t count = 3;

@@ -109,6 +109,7 @@ TEST(HEIFMetaWriter, RefusalsLeaveTheFileAsItWas) {
         {buildHeic({.xmp = XMP, .mimeFirst = "text"}), reserve, "not plain application/rdf+xml"},
         {buildHeic({.xmp = XMP, .xmpEncoding = "deflate"}), reserve, "not plain application/rdf+xml"},
         {buildHeic({.tail = "abc"}), reserve, "fail to get file payload"},
+        {buildHeic({.extraMeta = heicFullBox("pitm", 0, 0, bigEndian(1, 2))}), reserve, "would not be found"},
         {buildHeic({.xmp = XMP}), large, "xmpBuffer size must be smaller than xmpBox size"},
         {buildHeic(), large, "xmpBuffer size must be smaller than xmpBox size"},
         {buildHeic({.grid = false}), small, "not grid image"},

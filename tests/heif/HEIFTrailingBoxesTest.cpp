@@ -22,6 +22,7 @@ TEST(HEIFDebugInfo, GoesInAndOutWithoutHidingTheTrailer) {
         {"IPWT", "IPDWT", "IPWT"}, {"ID", "ID", "I"},           {"IDV", "IVD", "IV"},    {"IDVT", "IDVT", "IVT"},
         {"IVDT", "IDVT", "IVT"},   {"ITD", "IDT", "IT"},        {"IVTD", "IDVT", "IVT"}, {"ITVD", "IDVT", "IVT"},
         {"IDDVDT", "IDVT", "IVT"}, {"IDPVDT", "IPDVT", "IPVT"}, {"IB", "IBD", "IB"},     {"IVBP", "IVBPD", "IVBP"},
+        {"IN", "IDN", "IN"},
     };
     HeicParts const parts;
     for (auto const& [before, written, removed] : cases) {

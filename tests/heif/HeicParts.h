@@ -23,7 +23,8 @@ struct HeicParts {
     std::string debugInfo = "old info";
 
     /// I image, V video box, W video box with a wide header, T trailer (pointing to the video, if there is one), B a
-    /// trailer box without a trailer in it, D debug info, P plain free box.
+    /// trailer box without a trailer in it, N a trailer whose 12 bytes of video are no pointer, D debug info, P plain
+    /// free box.
     std::string build(std::string const& letters) const {
         size_t const box = std::min(letters.find('V'), letters.find('W'));
         size_t position = 0;
@@ -55,6 +56,9 @@ private:
                                          {1, "Other", pattern(99)}}));
         case 'B':
             return heicBox("qrtd", "no trailer");
+        case 'N':
+            return qrtdBox(
+                trailerBytes({{2608, "MotionPhoto_Data", "mp4 " + bigEndian(1 << 20, 4) + bigEndian(9, 4)}}));
         case 'D':
             return heicBox("free", "cdif" + debugInfo);
         default:
