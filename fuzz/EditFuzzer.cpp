@@ -184,7 +184,7 @@ void Batch::add(FuzzedDataProvider& input, bool isHeic) {
 void Batch::addVideo(FuzzedDataProvider& input, bool isHeic) {
     // What a JPEG record holds up to 125,000 bytes is read as a pointer, by the format's own doing.
     size_t const size = (isHeic && input.ConsumeBool() ? 40 : 125100) + input.ConsumeIntegralInRange<size_t>(0, 20);
-    std::string const bytes = video(size, input.ConsumeBool() ? 'v' : 'w');
+    std::string const bytes = video(size, input.ConsumeBool() ? 'V' : 'W');
     auto const way = input.ConsumeIntegralInRange(0, 2);
     auto const file = std::make_shared<MemoryFile>(bytes);
     isCutWhenEmpty = false;

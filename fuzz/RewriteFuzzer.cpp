@@ -70,6 +70,8 @@ public:
         bool const isDone = goesThrough([&] {
             auto const still = file.open();
             HEIFMetaWriter writer(still);
+            if (still->mimeType() != MediaDefs::MimeType::IMAGE_HEIC) // what any other gets no writer for
+                throw std::runtime_error("[fuzz] no HEIC");
             switch (step % 6) {
             case 0:
                 writer.reserveXMP(static_cast<unsigned>(amount));
