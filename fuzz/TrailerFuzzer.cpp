@@ -1,8 +1,9 @@
-// A hostile trailer behind a JPEG or (odd first byte) in a HEIC's last box: what the view answers, and that a commit of
-// one more record keeps the others and the image.
+// A hostile trailer behind a JPEG or (odd first byte) in a HEIC's last box, which bit 2 puts into another box: what the
+// view answers, and that a commit of one more record keeps the others, the image and the order of boxes.
 #include "FuzzSupport.h"
 #include "MotionPhotoInfo.h"
 #include "QRTEdit.h"
+#include "io/HEIFBoxScan.h"
 #include "support/HeicBuilder.h"
 #include "support/JpegBuilder.h"
 
@@ -58,6 +59,11 @@ void askView(QRTInfo& view, size_t fileSize) {
     FUZZ_REQUIRE(static_cast<size_t>(view.getSize()) < fileSize);
 }
 
+bool areBoxes(std::string const& file) {
+    heif::ByteWindow window({reinterpret_cast<uint8_t const*>(file.data()), file.size()});
+    return !heif::scanTopLevel(window).damage;
+}
+
 void commitOneMore(MemoryFile const& file, std::string const& image, std::shared_ptr<QRTInfo> const& view,
                    QRTEdit::Option option) {
     std::string const before = file.bytes();
@@ -72,6 +78,7 @@ void commitOneMore(MemoryFile const& file, std::string const& image, std::shared
         return;
     }
     FUZZ_REQUIRE(after.starts_with(image.substr(0, image.size() - std::min<size_t>(image.size(), 8))));
+    FUZZ_REQUIRE(!areBoxes(before) || areBoxes(after));
     auto const fresh = QRTInfo::parse(file.open());
     FUZZ_REQUIRE(textOf(fresh->getData(77, "Fuzz")) == std::string(100, 'f'));
     FUZZ_REQUIRE(includes(recordsOf(*fresh, after), records));
@@ -87,15 +94,18 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     static std::string const heic = test::buildHeic();
     bool const isHeic = data[0] % 2 == 1;
     std::string const trailer(text(data + 1, size - 1));
-    std::string const image = isHeic ? heic + test::bigEndian(size + 7, 4) + "qrtd" : jpeg;
-    MemoryFile const file(image + trailer);
+    std::string image = isHeic ? heic : jpeg;
+    if (isHeic && (data[0] & 4))
+        image += test::bigEndian(size + 15, 4) + "free";
+    std::string const beforeTrailer = isHeic ? image + test::bigEndian(size + 7, 4) + "qrtd" : image;
+    MemoryFile const file(beforeTrailer + trailer);
     askPhoto(file);
     std::shared_ptr<QRTInfo> view;
     if (!goesThrough([&] { view = QRTInfo::parse(file.open()); }))
         return 0;
-    askView(*view, image.size() + trailer.size());
+    askView(*view, beforeTrailer.size() + trailer.size());
     auto const option = data[0] & 2 ? QRTEdit::Option::WRITE_FAST : QRTEdit::Option::WRITE_IN_ORDER;
-    commitOneMore(file, isHeic ? heic : jpeg, view, option);
+    commitOneMore(file, image, view, option);
     askPhoto(file);
     return 0;
 }

@@ -3,6 +3,7 @@
 #include "Error.h"
 #include "Log.h"
 #include "QRTEditImpl.h"
+#include "io/HEIFBoxScan.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -61,6 +62,12 @@ void requireInMemory(QRTDataInfo const& record) {
                       size_t{record.subInfo.size()}, size_t{record.subInfoPayload});
 }
 
+/// A trailer inside another box, one that runs to the file's end, would be cut out of it.
+void requireOwnBox(MediaFile const& file, uint32_t position) {
+    if (heif::scanWhole(file).boxes.back().position != position)
+        throw error()("the trailer stands inside another box");
+}
+
 } // namespace
 
 /// Where the image ends now, and the trailer that stands behind it.
@@ -92,6 +99,7 @@ void QRTEditImpl::requireDescribed(std::optional<trailer::Tail> const& tail) con
         auto const header = checked::readAt(*sourceFile, image, box, error());
         if (header.slice(4, 4).toTypedData<std::string>([](unsigned char c) { return c; }) != trailer::BOX_TYPE)
             throw error()("no box of type %s in front of the trailer", trailer::BOX_TYPE);
+        requireOwnBox(*sourceFile, image);
     }
 }
 
