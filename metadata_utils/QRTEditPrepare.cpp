@@ -148,6 +148,8 @@ bool QRTEditImpl::standsIn(trailer::Tail const& tail, QRTDataInfo const& record)
 }
 
 void QRTEditImpl::requireWritable(std::shared_ptr<MediaFile> const& output) const {
+    if (records.size() > trailer::MAX_RECORDS)
+        throw error()("record count %zu is above %zu", records.size(), size_t{trailer::MAX_RECORDS});
     uint64_t inMemory = trailer::tailSize(records.size());
     for (auto const& record : records) {
         if (record.type != static_cast<int16_t>(record.type))

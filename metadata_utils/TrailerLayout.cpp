@@ -70,6 +70,8 @@ std::optional<Tail> readDirectory(MediaFile const& file, uint32_t position, uint
     LOGI("QRT version: %d, # of data: %d", static_cast<int>(tail.version), static_cast<int>(count));
     if (count > (size - TAIL_HEADER_SIZE) / DIRECTORY_ENTRY_SIZE)
         throw error()("record count %zu does not fit in a tail of %zu bytes", size_t{count}, size_t{size});
+    if (count > MAX_RECORDS)
+        throw error()("record count %zu is above %zu", size_t{count}, size_t{MAX_RECORDS});
 
     uint32_t const directoryEnd = TAIL_HEADER_SIZE + count * DIRECTORY_ENTRY_SIZE;
     if (directoryEnd > bytes.size())

@@ -34,6 +34,8 @@ inline constexpr uint32_t RECORD_HEADER_SIZE = 8; ///< header word and name leng
 inline constexpr uint32_t SUB_INFO_LENGTH_SIZE = 4;
 inline constexpr uint32_t TAIL_HEADER_SIZE = 12; ///< "QRTH", version, count
 inline constexpr uint32_t TAIL_END_SIZE = 8;     ///< T and "QRTT"
+/// A camera writes some ten. A record in memory takes many times its 20 bytes in the file.
+inline constexpr uint32_t MAX_RECORDS = 16384;
 
 struct DirectoryEntry {
     uint32_t header = 0;

@@ -41,6 +41,11 @@ TEST(TrailerCommit, RefusesBeforeTheFirstWrite) {
         {"fail to read bytes", [](auto& f) { f.editor->putData(9, "New", f.video.open("w")); }},
         {"grow past 4 GiB", [=](auto& f) { f.addVideo(ALMOST, ALMOST); }},
         {"4 GiB cannot be addressed", [=](auto& f) { f.addVideo(FOUR_GIB, FOUR_GIB); }},
+        {"record count 16385 is above 16384",
+         [](auto& f) {
+             for (int i = 2; i < 16'385; ++i)
+                 f.editor->appendRecord(QRTDataInfo());
+         }},
         {"type 40000 of record New", [](auto& f) { f.editor->putData(40000, "New", std::string("x")); }},
         {"not the one that was read",
          [](auto& f) {

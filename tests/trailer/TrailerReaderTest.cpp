@@ -126,13 +126,14 @@ TEST(TrailerReader, KeepsItsRecordsWhenAFieldIsHostile) {
 }
 
 TEST(TrailerReader, RefusesWhatCannotBeATrailer) {
-    std::vector<TrailerRecord> const one{{1, "a", "bc"}};
+    std::vector<TrailerRecord> const one{{1, "a", "bc"}}, tooMany(16'385);
     std::string overlapping =
         JPEG_IMAGE + trailerBytes({{1, "a", pattern(40)}, {1, "a", pattern(40)}, {1, "a", pattern(40)}});
     for (size_t i = 0; i < 3; ++i) // all three name the bytes of all
         overlapping.replace(JPEG_IMAGE.size() + 147 + 16 + 12 * i, 8, little(147) + little(147));
     for (auto const& [bytes, message] : {std::pair(trailerBytes(one), "invalid image size: 0"),
-                                         {overlapping, "records of 441 bytes in all do not fit"}}) {
+                                         {overlapping, "records of 441 bytes in all do not fit"},
+                                         {JPEG_IMAGE + trailerBytes(tooMany), "record count 16385 is above 16384"}}) {
         std::string const text = messageOf([&, b = bytes] { QRTInfo::parse(TempFile(b).open()); });
         EXPECT_TRUE(text.find(message) != std::string::npos) << text;
     }
