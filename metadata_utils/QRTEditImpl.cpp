@@ -5,6 +5,7 @@
 #include "Log.h"
 
 #include <algorithm>
+#include <set>
 
 namespace android::lumo {
 
@@ -237,6 +238,7 @@ QRTDataInfo const& QRTEditImpl::appendRecord(QRTDataInfo record) {
 QRTEdit& QRTEditImpl::putAll(std::shared_ptr<QRTInfo> const& source, std::filesystem::copy_options const& options) {
     bool const skipsExisting =
         (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
+    std::set<std::pair<std::string, int>> copied;
     for (auto const& [name, type] : source->getKeysWithType()) {
         if (std::find(unsupportedKeys.begin(), unsupportedKeys.end(), name) != unsupportedKeys.end()) {
             LOGI("skip unsupported qrt on key=%s, type=%d", name.c_str(), type);
@@ -246,7 +248,9 @@ QRTEdit& QRTEditImpl::putAll(std::shared_ptr<QRTInfo> const& source, std::filesy
             LOGI("skip for key=%s since it already exists!", name.c_str());
             continue;
         }
-        // By both, because two records may share a name.
+        // By both, because two records may share a name. Two that share both cannot be told apart here.
+        if (!copied.emplace(name, type).second)
+            throw ErrorAt()("two records of type %d have the name %s", type, name.c_str());
         ByteBuffer data = source->getData(type, name);
         LOGI("add qrt on key=%s, type=%d, data=%lu", name.c_str(), type, static_cast<unsigned long>(data.size()));
         bool const isEmpty = data.empty();

@@ -31,7 +31,7 @@ public:
     /// The data is the file's whole content, copied at commit; the file must not change until then.
     virtual QRTEdit& putData(int type, std::string const& name, std::shared_ptr<MediaFile> const& file) = 0;
     /// Every record of another view except "3DPhoto_Info"; with skip_existing those whose name is here already are left
-    /// out.
+    /// out. Two that share type and name throw: only one of them could be put.
     virtual QRTEdit& putAll(std::shared_ptr<QRTInfo> const& source, std::filesystem::copy_options const& options) = 0;
     /// Every record of the type.
     virtual QRTEdit& removeData(int type) = 0;

@@ -233,6 +233,14 @@ TEST(TrailerEditor, TakesRecordsOfAnotherTrailerWhole) {
 
     other->transferTo(file.open(), std::filesystem::copy_options::none);
     EXPECT_EQ(readTrailer(file.bytes()).records.back(), (TrailerRecord{7, "Name", "data"}));
+
+    std::string const before = file.bytes();
+    TempFile twins(STILLS[0].with({A, A2}));
+    EXPECT_NE(messageOf([&] {
+                  viewOf(twins)->transferTo(file.open(), std::filesystem::copy_options::none);
+              }).find("two records of type 1 have the name A"),
+              std::string::npos);
+    EXPECT_EQ(file.bytes(), before);
 }
 
 } // namespace
