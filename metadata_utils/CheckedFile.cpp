@@ -57,7 +57,7 @@ uint32_t copyThroughMemory(MediaFile const& source, MediaFile& target, uint32_t 
 std::optional<uint32_t> copyInKernel(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target,
                                      uint32_t offset, uint32_t size) {
     uint32_t const start = target->position();
-    ssize_t const result = source->transferTo(target, static_cast<long>(offset), size);
+    int64_t const result = source->transferTo(target, static_cast<long>(offset), size);
     if (result >= 0 && static_cast<uint32_t>(result) == size)
         return size;
     int const failure = errno;

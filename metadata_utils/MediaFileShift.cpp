@@ -180,7 +180,7 @@ void MediaFile::shiftLeftSafely(int shift, uint32_t bufferSize, bool cut) {
         checked::truncate(*this, tail.end - distance, error());
 }
 
-ssize_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t bytes) const {
+int64_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t bytes) const {
     uint32_t const wanted = bytes == 0 ? size() : bytes;
     if (wanted == 0)
         throw error()("invalid size: %zu", size_t{wanted});
@@ -197,7 +197,7 @@ ssize_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long off
             return n;
         }
     }
-    return static_cast<ssize_t>(sent);
+    return sent;
 }
 
 ssize_t perform_file_shift_and_write(std::shared_ptr<MediaFile> const& file, uint32_t shift, uint32_t position,

@@ -123,7 +123,7 @@ public:
     /// kernel; this file's position is not moved. Returns the bytes copied, or the failed call's result: -1 with errno
     /// set, or 0 when this file ended early. What was copied before such an end is shown by the target's position
     /// alone.
-    ssize_t transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t size) const;
+    int64_t transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t size) const;
 
     /// Cuts or extends the file; the result of the system call.
     int truncate(uint32_t size);
