@@ -65,7 +65,7 @@ private:
 /// The head of the segment at `position`, behind any fill bytes.
 Head readHead(Window& window, uint32_t position) {
     auto bytes = window.header(position);
-    while (bytes.size() >= jpeg::MARKER_SIZE && jpeg::bigEndian(bytes.data()) == FILL)
+    while (position <= INT32_MAX && bytes.size() >= jpeg::MARKER_SIZE && jpeg::bigEndian(bytes.data()) == FILL)
         bytes = window.header(++position);
     if (bytes.size() < jpeg::MARKER_SIZE)
         throw ErrorAt()("fail to read bytes: %zu, expected %zu", bytes.size(), size_t{jpeg::MARKER_SIZE});

@@ -142,6 +142,8 @@ void JPEGMetaWriter::writeXMP(std::vector<unsigned char> const& packet) {
 
 void JPEGMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
     LOGI("writeXMP...E");
+    if (info == nullptr)
+        throw ErrorAt()("no XMP given");
     auto const packet = info->serializeToBuffer();
     Metadata const meta = writePacket(packet, roomOfBytes(payloadSize(packet)));
     LOGI("found xmp[pos=%lu, size=%lu, offset=%lu]", static_cast<unsigned long>(meta.position),
