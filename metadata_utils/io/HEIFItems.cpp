@@ -44,7 +44,7 @@ struct LocationFormat {
     unsigned offsetSize = 0;
     unsigned lengthSize = 0;
     unsigned baseSize = 0;
-    bool hasIndex = false;
+    unsigned indexSize = 0;
     uint32_t count = 0;
 
     explicit LocationFormat(BoxCursor& cursor) {
@@ -56,7 +56,7 @@ struct LocationFormat {
         offsetSize = sizes >> 4;
         lengthSize = sizes & 15;
         baseSize = more >> 4;
-        hasIndex = hasMethod() && (more & 15) != 0;
+        indexSize = hasMethod() ? more & 15 : 0;
         count = version == 2 ? cursor.u32() : cursor.u16();
     }
 
@@ -76,6 +76,7 @@ uint32_t lowBits(BoxCursor& cursor, unsigned width, bool& fits) {
 
 constexpr unsigned METHOD_FILE = 0;
 constexpr unsigned METHOD_ITEM_DATA = 1;
+constexpr unsigned INDEX_BYTES = 4;
 
 struct LocationEntry {
     HEIFMetaReader::ItemLocation location;
@@ -100,12 +101,13 @@ LocationEntry readLocation(BoxCursor& cursor, LocationFormat const& format) {
     location.id = static_cast<uint32_t>(cursor.number(format.idSize()));
     if (format.hasMethod())
         entry.method = cursor.u16() & 15U;
-    location.isExact = cursor.u16() == 0;
+    bool const isIndexPassedOver = format.indexSize == 0 || format.indexSize == INDEX_BYTES;
+    location.isExact = cursor.u16() == 0 && isIndexPassedOver; // else what follows is read off its place
     location.base = lowBits(cursor, format.baseSize, location.isExact);
     if (cursor.u16() != 1)
         throw readerError()("multi extent not supported");
-    if (format.hasIndex)
-        cursor.skip(4); // whatever the index size: no writer uses another
+    if (format.indexSize != 0)
+        cursor.skip(INDEX_BYTES); // whatever the index size: no writer uses another
     location.offset = lowBits(cursor, format.offsetSize, location.isExact);
     location.length = lowBits(cursor, format.lengthSize, location.isExact);
     return entry;

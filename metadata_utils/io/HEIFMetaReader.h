@@ -55,8 +55,8 @@ public:
         uint32_t base = 0;
         uint32_t offset = 0;
         uint32_t length = 0;
-        bool isExact =
-            true; ///< false for a location that names another file or was wider than 32 bits: never written to
+        bool isExact = true; ///< false for a location that names another file or has fields not read in full: never
+                             ///< written to
     };
 
     /// One 'cdsc' reference; only the first item it refers to is kept.

@@ -89,6 +89,24 @@ TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
     }
 }
 
+TEST(HEIFItems, LocationsReadOffTheirPlaceAreNotWrittenTo) {
+    struct Case {
+        std::string locations;
+        bool isExact;
+    } const cases[] = {
+        {ILOC, true},
+        {iloc(0, "4400", "\0\2\0\1\0\1\0\0\0\x09\0\0\0\5"s), false},         // in another file
+        {iloc(0, "8400", "\0\2\0\0\0\1\0\0\0\1\0\0\0\x09\0\0\0\5"s), false}, // behind 4 GiB
+        {iloc(1, "4404", "\0\2\0\0\0\0\0\1\0\0\0\7\0\0\0\5\0\0\0\6"s), true},
+        {iloc(1, "4408", "\0\2\0\0\0\0\0\1\0\0\0\0\0\0\0\7\0\0\0\5\0\0\0\6"s), false}, // index of 8 bytes
+    };
+    for (auto const& [locations, isExact] : cases) {
+        heif::Items items;
+        EXPECT_EQ(parse(PITM + IINF + IREF + locations, items), "");
+        EXPECT_EQ(items.locations.at(0).isExact, isExact);
+    }
+}
+
 TEST(HEIFItems, DamageIsNamedAndWhatStoodBeforeItStays) {
     struct Case {
         char const* what;
