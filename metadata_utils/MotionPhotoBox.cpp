@@ -16,6 +16,7 @@
 #include "io/VideoPointer.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace android::lumo {
 
@@ -24,9 +25,15 @@ namespace {
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 constexpr char BOX_TYPE[] = "mpvd";
 constexpr uint32_t BOX_HEADER_SIZE = 8;
+constexpr uint32_t MAX_SHIFT = std::numeric_limits<int>::max();
 constexpr uint32_t DEFAULT_XMP_ROOM = 1280;
 constexpr uint32_t XMP_ROOM_STEP = 64;
 constexpr char POINTER_TAG[] = "mpv2";
+
+/// Messages carry the editor's name; this file is a part of it.
+ErrorAt error(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
+}
 
 struct Range {
     uint32_t begin = 0;
@@ -133,8 +140,7 @@ void MotionPhotoEditImpl::addMPVDBox(std::shared_ptr<MediaFile> const& target, S
     HEIFMetaWriter::closeLastBox(target);
     uint32_t const imageSize = static_cast<uint32_t>(getImageSize());
     requireSpaceForBox(target, imageSize, video.size());
-    uint32_t const position = dropVideoBoxes(target, imageSize);
-    writeVideoBox(target, position, video);
+    uint32_t const position = replaceMPVDBox(target, imageSize, video);
     LOGI("write video on %zu for %zu", static_cast<size_t>(position + BOX_HEADER_SIZE),
          static_cast<size_t>(video.size()));
     replaceMPDataByMPVDBox(position + BOX_HEADER_SIZE, video.size());
@@ -151,15 +157,32 @@ void MotionPhotoEditImpl::requireSpaceForBox(std::shared_ptr<MediaFile> const& t
     checked::requireSpace(*target, checked::sizeOf(needed + trailer::tailSize(layout.size())));
 }
 
+/// What stood behind an old box stands in front of the new one. Returns the new box's position.
+uint32_t MotionPhotoEditImpl::replaceMPVDBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize,
+                                             StagedVideo const& video) {
+    uint32_t const position = dropVideoBoxes(target, imageSize);
+    writeVideoBox(target, position, video);
+    return position;
+}
+
 /// Takes every video box out and the old trailer off; what else stands behind the image moves up. The trailer goes
 /// first: it names a video that is about to be written over. Returns the new end.
 uint32_t MotionPhotoEditImpl::dropVideoBoxes(std::shared_ptr<MediaFile> const& target, uint32_t imageSize) {
     auto const boxes = videoBoxes(target);
+    for (auto const& box : boxes) {
+        if (box.end < imageSize && box.end - box.begin > MAX_SHIFT)
+            throw error()("a video box of %zu bytes in front of other boxes is too big to be taken out",
+                          size_t{box.end - box.begin});
+    }
     checked::truncate(*target, imageSize);
     for (auto box = boxes.rbegin(); box != boxes.rend(); ++box) {
         if (box->end > imageSize)
             continue;
-        checked::seek(*target, box->end);
+        if (box->end == target->size()) {
+            checked::truncate(*target, box->begin);
+            continue;
+        }
+        checked::seek(*target, box->end, error());
         target->shiftLeftSafely(static_cast<int>(box->end - box->begin), 0, true);
     }
     return target->size();
@@ -171,7 +194,7 @@ void MotionPhotoEditImpl::writeVideoBox(std::shared_ptr<MediaFile> const& target
                                         StagedVideo const& video) {
     checked::reserve(*target, checked::sizeOf(uint64_t{position} + BOX_HEADER_SIZE + video.size()));
     try {
-        checked::seek(*target, position, ErrorAt(661));
+        checked::seek(*target, position, error(661));
         checked::write(*target, boxHeader(video.size()));
         if (video.file != nullptr)
             checked::copy(video.file, target, 0, video.size());

@@ -22,11 +22,16 @@ constexpr size_t XMP_OVERHEAD = 256;
 constexpr size_t MIN_XMP_ROOM = 1280;
 constexpr char TIMESTAMP_PROPERTY[] = "MotionPhotoPresentationTimestampUs";
 
+/// Messages carry the editor's name; this file is a part of it.
+ErrorAt error(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
+}
+
 /// A file in memory for the extractor to read a video that is not on disk. Throws where the system has none.
 std::shared_ptr<MediaFile> memoryFile(ByteBuffer const& bytes) {
     int const fd = memfd_create("video", MFD_CLOEXEC);
     if (fd <= 0)
-        throw ErrorAt()("no memory file for the video");
+        throw error()("no memory file for the video");
     auto const file = std::make_shared<MediaFile>(fd); // has a descriptor of its own
     close(fd);
     checked::write(*file, bytes);
@@ -44,18 +49,21 @@ public:
 
     void attach() {
         isAttached = true;
+        staged = records();
+        wasTrailerDirty = editor.qrtEdit->isDirty();
         editor.impl->attach(editor.outputFile);
         editor.qrtEdit->impl().attach(editor.outputFile);
     }
 
-    /// The commit is done: what was staged is written, and the view reads its file again.
+    /// The commit is done: what was staged is written, and the view reads its file again. After a commit into another
+    /// file the editor starts over from the source.
     void settle() {
         bool const wasAttached = isAttached;
         detach();
         editor.impl->getTrailer()->load();
         if (wasAttached) {
             editor.impl->getPacket()->load();
-            editor.xmpEdit->renew(editor.view->getXMPInfo()->edit());
+            records() = QRTEditImpl(editor.impl->getTrailer()).getRecordList();
         }
         isSettled = true;
     }
@@ -63,6 +71,8 @@ public:
     ~OutputSession() {
         if (isSettled)
             return;
+        if (isAttached)
+            restage();
         detach();
         try {
             editor.impl->getTrailer()->load();
@@ -75,21 +85,34 @@ public:
     OutputSession& operator=(OutputSession const&) = delete;
 
 private:
+    std::vector<QRTDataInfo>& records() { return editor.qrtEdit->impl().getRecordList(); }
+    /// What went into an output that was not finished is still to be written.
+    void restage() {
+        records() = std::move(staged);
+        if (wasTrailerDirty)
+            editor.qrtEdit->makeDirty();
+        editor.xmpEdit->makeDirty();
+    }
     void detach() {
         if (isAttached) {
             editor.impl->attach(editor.sourceFile);
             editor.qrtEdit->impl().attach(editor.sourceFile);
+            editor.xmpEdit->renew(editor.view->getXMPInfo()->edit());
         }
         isAttached = false;
         editor.outputFile = editor.sourceFile;
     }
 
     MotionPhotoEditImpl& editor;
+    std::vector<QRTDataInfo> staged; ///< as they were before the output was attached
+    bool wasTrailerDirty = false;
     bool isAttached = false;
     bool isSettled = false;
 };
 
 void MotionPhotoEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
+    if (target == nullptr)
+        throw error()("no target given");
     bool const isSource = MediaFile::isFdsDup(target->getFd(), sourceFile->getFd());
     outputFile = isSource ? sourceFile : target;
     commit();
@@ -131,7 +154,7 @@ void MotionPhotoEditImpl::prepareCommit() {
 /// About the size the output will have, so that a full disk is found before its first byte moves. A size that needs no
 /// new space is not asked for, however little is left.
 uint32_t MotionPhotoEditImpl::expectedFileSize() const {
-    auto const trailerSize = static_cast<uint64_t>(impl->getTrailer()->getSize());
+    uint64_t const trailerSize = impl->getTrailer()->getTrailerSize();
     uint64_t size = uint64_t{outputFile->size()} - std::min<uint64_t>(outputFile->size(), trailerSize);
     if (qrtEdit->isDirty()) {
         auto const layout = qrtEdit->impl().plannedLayout();
@@ -154,10 +177,10 @@ uint32_t MotionPhotoEditImpl::expectedFileSize() const {
 void MotionPhotoEditImpl::requireCommittable() {
     checked::requireAddressable(*sourceFile);
     if (outputSource != nullptr && outputFile == sourceFile)
-        throw ErrorAt()("a prepared still needs another file to be written to, not the source");
+        throw error()("a prepared still needs another file to be written to, not the source");
     if (outputFile != sourceFile && outputSource != nullptr &&
         MediaFile::isFdsDup(outputFile->getFd(), outputSource->getFd()))
-        throw ErrorAt()("the prepared still is the output itself: %s", outputSource->toString().c_str());
+        throw error()("the prepared still is the output itself: %s", outputSource->toString().c_str());
     if (!qrtEdit->isDirty() && !xmpEdit->isDirty() && extras.empty())
         return;
     qrtEdit->impl().requireWritable(outputFile);
@@ -167,9 +190,25 @@ void MotionPhotoEditImpl::requireCommittable() {
     uint64_t size = uint64_t{getFileSize()} + jpeg::MAX_SEGMENT_LENGTH + jpeg::MARKER_SIZE;
     for (auto const& record : qrtEdit->impl().plannedLayout())
         size += record.payload;
-    if (stagedBox)
+    if (stagedBox) {
+        requireBoxVideo();
         size += stagedBox->size();
-    checked::sizeOf(size - std::min<uint64_t>(size, static_cast<uint64_t>(qrtEdit->getSize())));
+    }
+    checked::sizeOf(size - std::min<uint64_t>(size, impl->getTrailer()->getTrailerSize()));
+}
+
+/// What will become the video box is looked at while old box and trailer still stand.
+void MotionPhotoEditImpl::requireBoxVideo() const {
+    auto const& file = stagedBox->file;
+    if (file != nullptr && MediaFile::isFdsDup(file->getFd(), outputFile->getFd()))
+        throw error()("the video is the file to write: %s", file->toString().c_str());
+    if (file != nullptr)
+        checked::requireAddressable(*file);
+    uint32_t const held = file != nullptr ? file->size() : stagedBox->bytes->size();
+    if (held < stagedBox->size() || (file == nullptr && held != stagedBox->size()))
+        throw error()("the video has %zu bytes, expected %zu", size_t{held}, size_t{stagedBox->size()});
+    if (file != nullptr)
+        checked::readAt(*file, stagedBox->size() - 1, 1); // it can be read
 }
 
 /// The target gets the source's bytes once; every later step edits that copy. What it held before is replaced.
@@ -303,8 +342,14 @@ void MotionPhotoEditImpl::completeCommit(size_t orgFileSize) {
         return;
     if (xmpEdit->getProperty(xmp_ns::CAMERA, TIMESTAMP_PROPERTY).empty())
         setTimestampFromDuration(tryDuration([this] { return getVideoDurationUs(); }));
-    setVideoFields(static_cast<uint32_t>(fileSize - getVideoPosition()), static_cast<uint32_t>(getImageVideoPadding()));
+    setVideoFields(static_cast<uint32_t>(fileSize - getVideoPosition()), videoPadding());
     xmpEdit->commit(outputFile);
+}
+
+/// A pointer of a JPEG may lead to a video in front of the image's end; no bytes lie between them then.
+uint32_t MotionPhotoEditImpl::videoPadding() const {
+    size_t const padding = getImageVideoPadding();
+    return padding <= getFileSize() ? static_cast<uint32_t>(padding) : 0;
 }
 
 void MotionPhotoEditImpl::finish() {

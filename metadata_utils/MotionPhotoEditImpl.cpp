@@ -71,6 +71,8 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTData(int type, std::string const& ke
                          MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3));
     } else {
         qrtEdit->putData(type, key, data);
+        if (type == qrt::TYPE_MOTION_PHOTO_DATA)
+            noteStagedVideo();
     }
     qrtEdit->makeDirty();
     return *this;
@@ -84,15 +86,21 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTData(int type, std::string const& ke
                          MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3));
     } else {
         qrtEdit->putData(type, key, file);
+        if (type == qrt::TYPE_MOTION_PHOTO_DATA)
+            noteStagedVideo();
     }
     qrtEdit->makeDirty();
     return *this;
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const& info) {
+    if (info == nullptr)
+        throw ErrorAt()("no trailer given");
     auto const other = QRTInfoImpl::of(*info);
     other->loadAllData();
-    for (auto record : other->getRecordList()) {
+    // By index and up to the count it has now: it may be this view's own list that grows.
+    for (size_t i = 0, count = other->getRecordList().size(); i < count; ++i) {
+        auto record = other->getRecordList()[i];
         // A pointer names bytes of the file it stands in: what it points to comes along, not the pointer.
         auto const pointer =
             record.type == qrt::TYPE_MOTION_PHOTO_DATA ? VideoPointer::decode(record.data) : std::nullopt;
@@ -105,7 +113,7 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const&
             continue;
         }
         if (record.type == qrt::TYPE_MOTION_PHOTO_DATA)
-            isVideoStaged = true;
+            noteStagedVideo();
         // In the staged form: the other file's positions mean nothing here.
         impl->getTrailer()->getRecordList().push_back(qrtEdit->impl().appendRecord(record));
     }
@@ -114,6 +122,8 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const&
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addXMPInfo(std::shared_ptr<XMPInfo> const& info) {
+    if (info == nullptr)
+        throw ErrorAt()("no XMP given");
     info->copyTo(*xmpEdit);
     xmpEdit->makeDirty();
     return *this;
@@ -128,10 +138,11 @@ void MotionPhotoEditImpl::requireStillWithVideo() const {
         throw ErrorAt(476)("not implemented yet");
 }
 
-void MotionPhotoEditImpl::stageVideo(StagedVideo const& video) {
+void MotionPhotoEditImpl::stageVideo(StagedVideo video) {
     requireStillWithVideo();
     if (video.file == nullptr && video.bytes == nullptr)
         throw ErrorAt()("no video given");
+    video.length = video.file != nullptr ? video.file->size() : video.bytes->size();
     if (video.size() == 0)
         throw ErrorAt()("the video is empty");
     if (video.file != nullptr && MediaFile::isFdsDup(video.file->getFd(), sourceFile->getFd()))
@@ -140,10 +151,15 @@ void MotionPhotoEditImpl::stageVideo(StagedVideo const& video) {
         stageVideoBox(video);
     else
         stageTrailerVideo(video);
+    noteStagedVideo();
+    qrtEdit->makeDirty();
+}
+
+/// Whatever was removed before, there will be a video, and its XMP with it.
+void MotionPhotoEditImpl::noteStagedVideo() {
     isVideoStaged = true;
     isMotionPhotoXMPRemoved = false;
     qrtEdit->cutWhenEmpty(false);
-    qrtEdit->makeDirty();
 }
 
 /// One record 2608 holds the video; another of that type under a different name would make it ambiguous.
@@ -173,6 +189,8 @@ MotionPhotoEdit& MotionPhotoEditImpl::addVideo(std::shared_ptr<ByteBuffer> const
 
 MotionPhotoEdit& MotionPhotoEditImpl::replaceVideo(std::shared_ptr<MediaFile> const& video) {
     requireStillWithVideo();
+    if (video == nullptr)
+        throw ErrorAt()("no video given");
     if (MediaFile::isFdsDup(video->getFd(), sourceFile->getFd()))
         throw ErrorAt()("the video is the still itself: %s", video->toString().c_str());
     auto const bytes = std::make_shared<ByteBuffer>(video->readAllBytes());
@@ -202,7 +220,8 @@ MotionPhotoEdit& MotionPhotoEditImpl::removeVideo(std::shared_ptr<MediaFile> con
 
     for (auto const* property : {"MotionPhoto", "MotionPhotoVersion", "MotionPhotoPresentationTimestampUs"})
         xmpEdit->removeProperty(xmp_ns::CAMERA, property);
-    xmpEdit->removeItem(MOTION_PHOTO_ITEM);
+    while (xmpEdit->containsItemField(MOTION_PHOTO_ITEM, "Semantic")) // a damaged directory may name it twice
+        xmpEdit->removeItem(MOTION_PHOTO_ITEM);
     xmpEdit->replaceItemField("Primary", "Padding", "0");
     isMotionPhotoXMPRemoved = true;
     isVideoStaged = false;

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <unordered_map>
 
 namespace android::lumo {
@@ -95,11 +96,12 @@ public:
 private:
     class OutputSession;
 
-    /// Where a staged video's bytes come from.
+    /// Where a staged video's bytes come from, and how many they were when it was staged.
     struct StagedVideo {
         std::shared_ptr<MediaFile> file;
         std::shared_ptr<ByteBuffer> bytes;
-        uint32_t size() const { return file ? file->size() : bytes->size(); }
+        uint32_t length = 0;
+        uint32_t size() const { return length; }
     };
     /// What the fix-up will find once the trailer is written.
     struct ExpectedVideo {
@@ -109,7 +111,8 @@ private:
     };
 
     // Staging (MotionPhotoEditImpl.cpp).
-    void stageVideo(StagedVideo const& video);
+    void stageVideo(StagedVideo video);
+    void noteStagedVideo();
     void stageTrailerVideo(StagedVideo const& video);
     bool isHEIC() const;
     static bool belongsToVideo(QRTDataInfo const& record);
@@ -119,6 +122,7 @@ private:
     // The steps of a commit (MotionPhotoCommit.cpp).
     void prepareCommit();
     void requireCommittable();
+    void requireBoxVideo() const;
     uint32_t expectedFileSize() const;
     void restoreTrailer();
     void prepareImageType();
@@ -131,6 +135,7 @@ private:
     void setVideoFields(uint32_t length, uint32_t padding);
     void setTimestampFromDuration(std::optional<int64_t> const& durationUs);
     std::optional<int64_t> tryDuration(std::function<int64_t()> const& duration) const;
+    uint32_t videoPadding() const;
     void finish();
     bool containsMotionPhotoPropInXMP() const;
     void fillMotionPhotoPropInXMP();
@@ -141,6 +146,7 @@ private:
     void stageVideoBox(StagedVideo const& video);
     void addMPVDBox(std::shared_ptr<MediaFile> const& target, StagedVideo const& video);
     void requireSpaceForBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize, uint32_t videoSize);
+    uint32_t replaceMPVDBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize, StagedVideo const& video);
     uint32_t dropVideoBoxes(std::shared_ptr<MediaFile> const& target, uint32_t imageSize);
     void removeMPVDBox(std::shared_ptr<MediaFile> const& file);
     void writeVideoBox(std::shared_ptr<MediaFile> const& target, uint32_t position, StagedVideo const& video);
@@ -152,6 +158,8 @@ private:
     void copyRecords(MotionPhotoInfo const& source, std::filesystem::copy_options options);
     void copyPacket(MotionPhotoInfo const& source, std::filesystem::copy_options options, bool videoComesAlong);
     void resetXMPOfGainmap();
+    void removeGainMapProperties();
+    void restoreGainMap(XMPPacket const& own, std::set<std::string> const& names);
     void composeFromOutputSource();
     void adoptPacket(XMPInfoImpl const& prepared);
 

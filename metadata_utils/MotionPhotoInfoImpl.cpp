@@ -45,6 +45,8 @@ Format formatOf(std::string const& tag) {
 MotionPhotoInfo::~MotionPhotoInfo() = default;
 
 std::shared_ptr<MotionPhotoInfo> MotionPhotoInfo::parse(std::shared_ptr<MediaFile> const& file) {
+    if (file == nullptr)
+        throw ErrorAt()("no file given");
     checked::requireAddressable(*file);
     return std::make_shared<MotionPhotoInfoImpl>(file);
 }

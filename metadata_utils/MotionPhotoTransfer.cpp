@@ -24,6 +24,11 @@ constexpr char TIMESTAMP_PROPERTY[] = "MotionPhotoPresentationTimestampUs";
 using Fields = std::map<std::string, std::string>;
 using Property = std::pair<std::string, std::string>; ///< namespace URI, path
 
+/// Messages carry the editor's name; this file is a part of it.
+ErrorAt error(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
+}
+
 bool skipsExisting(std::filesystem::copy_options options) {
     return (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
 }
@@ -80,6 +85,24 @@ std::set<Property> changedRoots(std::map<Property, std::string> const& before,
     return roots;
 }
 
+/// Top-level names of what a packet says about a gain map.
+std::set<std::string> gainMapNames(XMPInfo const& info) {
+    std::set<std::string> names;
+    for (auto const& [schema, path] : info.getProperties()) {
+        if (schema == xmp_ns::HDR_GAIN_MAP)
+            names.insert(path.substr(0, path.find('[')));
+    }
+    return names;
+}
+
+/// A staged record that is a name alone.
+void allowEmpty(std::vector<QRTDataInfo>& records, QRTDataInfo const& wanted) {
+    for (auto& record : records) {
+        if (record.type == wanted.type && record.name == wanted.name)
+            record.payload = record.size();
+    }
+}
+
 /// Bytes of a still that are the image: everything in front of its video box and trailer.
 uint32_t imageLength(std::shared_ptr<MediaFile> const& still) {
     if (still->mimeType() == MediaDefs::MimeType::IMAGE_HEIC)
@@ -93,6 +116,8 @@ uint32_t imageLength(std::shared_ptr<MediaFile> const& still) {
 
 MotionPhotoEdit& MotionPhotoEditImpl::addAll(std::shared_ptr<MotionPhotoInfo> const& source,
                                              std::filesystem::copy_options const& options) {
+    if (source == nullptr)
+        throw error()("no motion photo given");
     bool const hasVideoHere = isVideoStaged || getVideoSize() > 0;
     bool const videoComesAlong = source->getVideoSize() > 0 && !(skipsExisting(options) && hasVideoHere);
     std::shared_ptr<ByteBuffer> const video = videoComesAlong ? source->getVideo() : nullptr;
@@ -115,9 +140,9 @@ void MotionPhotoEditImpl::copyRecords(MotionPhotoInfo const& source, std::filesy
             continue;
         }
         auto const data = other->getData(record);
-        if (data.empty()) // a name alone, nothing to take over
-            continue;
         qrtEdit->putData(record.type, record.name, data);
+        if (data.empty()) // on purpose: that is how it stands in the other trailer
+            allowEmpty(qrtEdit->impl().getRecordList(), record);
         qrtEdit->makeDirty();
     }
 }
@@ -128,9 +153,8 @@ void MotionPhotoEditImpl::copyPacket(MotionPhotoInfo const& source, std::filesys
                                      bool videoComesAlong) {
     auto const ownItems = itemsOf(*xmpEdit);
     auto const ownProperties = propertiesOf(*xmpEdit);
-    bool const hasGainMap = ownItems.contains(GAIN_MAP_ITEM) ||
-                            std::any_of(ownProperties.begin(), ownProperties.end(),
-                                        [](auto const& own) { return own.first.first == xmp_ns::HDR_GAIN_MAP; });
+    auto const ownGainMap = gainMapNames(*xmpEdit);
+    auto const ownPacket = impl->getPacket()->getMeta()->Clone(0);
     if (!containsImageDataInXMP())
         fillImageDataInXMP();
     xmpEdit->putAll(source.getXMPInfo(), options);
@@ -146,27 +170,38 @@ void MotionPhotoEditImpl::copyPacket(MotionPhotoInfo const& source, std::filesys
         else
             xmpEdit->removeItem(name);
     }
-    if (!hasGainMap)
+    if (!ownItems.contains(GAIN_MAP_ITEM) && ownGainMap.empty())
         resetXMPOfGainmap();
-    for (auto const& [property, value] : ownProperties) {
-        if (property.first == xmp_ns::HDR_GAIN_MAP)
-            xmpEdit->setProperty(property.first, property.second, value);
+    else
+        restoreGainMap(ownPacket, ownGainMap);
+    if (videoComesAlong)
+        return;
+    // What is said about the motion stays about the one that is here.
+    for (auto const* name : {"MotionPhoto", "MotionPhotoVersion", TIMESTAMP_PROPERTY}) {
+        auto const own = ownProperties.find({xmp_ns::CAMERA, std::string("GCamera:") + name});
+        if (own == ownProperties.end())
+            xmpEdit->removeProperty(xmp_ns::CAMERA, name);
+        else
+            xmpEdit->setProperty(xmp_ns::CAMERA, name, own->second);
     }
-    bool const hadTimestamp = ownProperties.contains({xmp_ns::CAMERA, std::string("GCamera:") + TIMESTAMP_PROPERTY});
-    if (!videoComesAlong && !hadTimestamp)
-        xmpEdit->removeProperty(xmp_ns::CAMERA, TIMESTAMP_PROPERTY);
 }
 
 /// Takes back the claim of a gain map that this image does not have.
 void MotionPhotoEditImpl::resetXMPOfGainmap() {
-    std::set<std::string> names;
-    for (auto const& [schema, path] : xmpEdit->getProperties()) {
-        if (schema == xmp_ns::HDR_GAIN_MAP)
-            names.insert(path.substr(0, path.find('[')));
-    }
-    for (auto const& name : names)
-        xmpEdit->removeProperty(xmp_ns::HDR_GAIN_MAP, name);
+    removeGainMapProperties();
     xmpEdit->removeItem(GAIN_MAP_ITEM);
+}
+
+void MotionPhotoEditImpl::removeGainMapProperties() {
+    for (auto const& name : gainMapNames(*xmpEdit))
+        xmpEdit->removeProperty(xmp_ns::HDR_GAIN_MAP, name);
+}
+
+/// The properties of this image's own gain map as they were: whole, and none of another image's.
+void MotionPhotoEditImpl::restoreGainMap(XMPPacket const& own, std::set<std::string> const& names) {
+    removeGainMapProperties();
+    for (auto const& name : names)
+        SXMPUtils::DuplicateSubtree(own, impl->getPacket()->getMeta().get(), xmp_ns::HDR_GAIN_MAP, name.c_str());
 }
 
 // A prepared still as the image of the output. ------------------------------------------------------------------------
@@ -177,9 +212,9 @@ void MotionPhotoEditImpl::resetXMPOfGainmap() {
 void MotionPhotoEditImpl::composeFromOutputSource() {
     auto const still = outputSource;
     if (still->mimeType() != getImageMimeType())
-        throw ErrorAt()("the prepared still is of another type: %s, expected %s",
-                        MediaDefs::mimeString(still->mimeType()).c_str(),
-                        MediaDefs::mimeString(getImageMimeType()).c_str());
+        throw error()("the prepared still is of another type: %s, expected %s",
+                      MediaDefs::mimeString(still->mimeType()).c_str(),
+                      MediaDefs::mimeString(getImageMimeType()).c_str());
     auto const prepared = std::make_shared<XMPInfoImpl>(still); // read now: it may refuse the still
     uint32_t const imageSize = imageLength(still);
     uint32_t const from = imageLength(sourceFile);

@@ -1,5 +1,7 @@
 #include "PhotoFixture.h"
 
+#include "support/HeicBuilder.h"
+
 #include <functional>
 #include <map>
 
@@ -45,6 +47,9 @@ std::map<std::string, Edit> const& operations() {
         {"add twice", [](auto& e) { e.addVideo(other.open("r")).addVideo(clip.open("r")); }},
         {"remove", [](auto& e) { e.removeVideo(nullptr); }},
         {"remove then add", [](auto& e) { e.removeVideo(nullptr).addVideo(clip.open("r")); }},
+        {"remove then record 2608",
+         [](auto& e) { e.removeVideo(nullptr).addQRTData(2608, "MotionPhoto_Data", clip.open("r")); }},
+        {"own trailer again", [](auto& e) { e.addQRTInfo(e.getQRTInfo()); }},
         {"record", [](auto& e) { e.addQRTData(2900, "Note", ByteBuffer(std::vector<uint8_t>(33, 'n'))); }},
         {"records around",
          [](auto& e) {
@@ -111,6 +116,10 @@ TEST(MotionPhotoEditor, InPlaceAndIntoATargetGiveTheSameFileForEveryOperation) {
             auto const untouched = parsePhoto(source.path(), "r");
             EXPECT_EQ(sourceView->getVideoPosition(), untouched->getVideoPosition());
             EXPECT_EQ(sourceView->getXMPInfo()->serializeToBuffer(), untouched->getXMPInfo()->serializeToBuffer());
+            // So does the editor, whose next commit begins from the source.
+            TempFile const second;
+            sourceEditor->addQRTData(2950, "Again", ByteBuffer(std::vector<uint8_t>(3, 'a'))).commit(second.open());
+            EXPECT_EQ(trailerOf(second.bytes()), (stillName == "motion" ? trailerOf(still) : "") + "2950 Again 3;");
         }
     }
 }
@@ -195,6 +204,7 @@ TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
         {"the video is empty", [&](auto& e) { e.addVideo(empty.open("r")); }},
         {"the video is the still itself", [&](auto& e) { e.addVideo(photo.open("r")); }},
         {"no video given", [&](auto& e) { e.addVideo(std::shared_ptr<MediaFile>()); }},
+        {"no target given", [&](auto& e) { e.commit(nullptr); }},
         {"not the file being edited", [&](auto& e) { e.removeVideo(prepared.open("r")); }},
         {"a prepared still needs another file",
          [&](auto& e) {
@@ -215,14 +225,17 @@ TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
     }
 }
 
-TEST(MotionPhotoEditor, AVideoThatShrankSinceItWasStagedIsRefused) {
-    std::string const still = stills().at("motion");
-    TempFile const photo(still), video(fakeVideo(200000));
-    auto const editor = parsePhoto(photo.path())->edit();
-    editor->addVideo(video.open("r"));
-    std::filesystem::resize_file(video.path(), 150000);
-    messageOf([&] { editor->commit(); });
-    EXPECT_EQ(photo.bytes(), still);
+TEST(MotionPhotoEditor, AVideoThatShrankOrIsTheTargetIsRefused) {
+    for (auto const& still : {stills().at("motion"), buildHeic({.xmp = heicXmp("s", 3000)})}) {
+        TempFile const photo(still), video(fakeVideo(200000));
+        auto const editor = parsePhoto(photo.path())->edit();
+        editor->addVideo(video.open("r"));
+        EXPECT_NE(messageOf([&] { editor->commit(video.open()); }), "");
+        EXPECT_EQ(video.bytes(), fakeVideo(200000));
+        std::filesystem::resize_file(video.path(), 150000);
+        EXPECT_NE(messageOf([&] { editor->commit(); }), "");
+        EXPECT_EQ(photo.bytes(), still);
+    }
 }
 
 } // namespace

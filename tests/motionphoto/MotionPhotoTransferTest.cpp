@@ -52,6 +52,27 @@ TEST(MotionPhotoTransfer, TakesOverWhatItsBytesFollow) {
     EXPECT_EQ(giver.bytes(), richPhoto());
 }
 
+TEST(MotionPhotoTransfer, WhatIsSaidOfOwnGainMapAndMotionStays) {
+    auto const packetOf = [](char const* attributes, std::string const& gains) {
+        std::string packet = packetWith(attributes);
+        return packet.insert(packet.find("</rdf:Description>"),
+                             "<hdrgm:GainMapMax><rdf:Seq>" + gains + "</rdf:Seq></hdrgm:GainMapMax>");
+    };
+    std::string const one = packetOf(R"(GCamera:MotionPhotoPresentationTimestampUs="1")", "<rdf:li>1</rdf:li>");
+    std::string const scalar =
+        packetWith(R"(hdrgm:GainMapMax="2" GCamera:MotionPhoto="1" GCamera:MotionPhotoPresentationTimestampUs="2")");
+    for (auto const& [own, other] : {std::pair(one, scalar), std::pair(scalar, one)}) {
+        TempFile const giver(JpegBuilder().xmp(other).build()), taker(JpegBuilder().xmp(own, 3000).build());
+        auto const before = parsePhoto(taker.path());
+        parsePhoto(giver.path())->transferTo(taker.open(), copy_options::none);
+        auto const after = parsePhoto(taker.path());
+        EXPECT_EQ(after->getCaptureTimestampUs(), before->getCaptureTimestampUs());
+        for (auto const* name : {"GainMapMax", "GainMapMax[1]"})
+            EXPECT_EQ(after->getXMPInfo()->getProperty(xmp_ns::HDR_GAIN_MAP, name),
+                      before->getXMPInfo()->getProperty(xmp_ns::HDR_GAIN_MAP, name));
+    }
+}
+
 TEST(MotionPhotoTransfer, SkipExistingKeepsWhatIsHere) {
     TempFile const giver(richPhoto());
     TempFile const taker(JpegBuilder().exif().xmp(packetWith(R"(tiff:Make="Taker")"), 3000).build());
