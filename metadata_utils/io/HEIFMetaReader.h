@@ -32,8 +32,8 @@ class Items;
 ///                      pitm: the primary item; idat: bytes of items located by construction method 1
 ///
 /// The XMP is the first item of type 'mime' that a 'cdsc' reference ties to the primary item; the Exif likewise. An
-/// item in several extents, in another file or in another item (method 2) is not found. Files of 4 GiB and more are
-/// refused.
+/// item in several extents or in another item (method 2) is not found; a data reference is not followed: the item is
+/// looked for in this file. Files of 4 GiB and more are refused.
 ///
 /// XMP, Exif and debug info are found with small reads. The demuxer works on the whole file in memory, so a copy is
 /// made when the first image question is asked (or at once when EAGER), never for the metadata alone. A file that the

@@ -1,4 +1,5 @@
 #include "PhotoFixture.h"
+#include "support/TrailerBuilder.h"
 
 namespace android::lumo::test {
 namespace {
@@ -90,13 +91,16 @@ TEST(MotionPhotoTransfer, SkipExistingKeepsWhatIsHere) {
 TEST(MotionPhotoTransfer, AppendsRecordsOfAnotherTrailerAndKeepsDuplicates) {
     TempFile const giver(richPhoto());
     TempFile const taker(JpegBuilder().exif().build());
+    TempFile const stub(JpegBuilder().build() + trailerBytes({{2608, "MotionPhoto_Data", "mpv"}})); // no whole pointer
     auto const edit = parsePhoto(taker.path())->edit();
     auto const records = QRTInfo::parse(giver.open("r"));
     edit->addQRTInfo(records);
     edit->addQRTInfo(records);
+    edit->addQRTInfo(QRTInfo::parse(stub.open("r")));
     edit->commit();
     EXPECT_EQ(trailerOf(taker.bytes()),
-              "2608 MotionPhoto_Data 140000;2817 Other 70;2608 MotionPhoto_Data 140000;2817 Other 70;");
+              "2608 MotionPhoto_Data 140000;2817 Other 70;2608 MotionPhoto_Data 140000;2817 Other 70;"
+              "2608 MotionPhoto_Data 3;");
     EXPECT_EQ(parsePhoto(taker.path())->getVideoSize(), 140000U);
 }
 
