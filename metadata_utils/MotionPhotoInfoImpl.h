@@ -4,6 +4,7 @@
 #include "MotionPhotoInfo.h"
 #include "QRTInfoImpl.h"
 #include "XMPInfoImpl.h"
+#include "io/VideoPointer.h"
 
 #include <memory>
 #include <vector>
@@ -77,7 +78,7 @@ private:
 };
 
 /// Data of record 2608 up to this size is a pointer, never a video.
-inline constexpr uint32_t MAX_POINTER_RECORD_SIZE = 125000;
+inline constexpr uint32_t MAX_POINTER_RECORD_SIZE = VideoPointer::MAX_RECORD_SIZE;
 
 /// The duration in microseconds of the first video track between two offsets of a file, 0 when the track names none.
 /// Throws when the platform's extractor cannot open it or finds no video.

@@ -150,7 +150,7 @@ QRTEditImpl::Order QRTEditImpl::layOut(Plan& plan) {
         uint32_t const tail = plan.finalSize - plan.tailSize;
         auto moved = *VideoPointer::decode(plan.pointer->data);
         moved.position = trailer::storedData(*plan.pointedTo, tail).position + plan.pointedOffset;
-        plan.pointer->data = moved.encode();
+        moved.encodeInto(plan.pointer->data);
     }
     return layout;
 }

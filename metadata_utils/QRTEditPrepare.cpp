@@ -68,6 +68,20 @@ void requireOwnBox(MediaFile const& file, uint32_t position) {
         throw error()("the trailer stands inside another box");
 }
 
+/// Only what records hold is written again; a video that stands between them would go.
+void requireNotBetweenRecords(QRTInfoImpl const& view, VideoPointer const& video) {
+    uint32_t const position = video.position;
+    uint32_t const tail = view.getTailPosition();
+    if (video.length == 0 || position < view.getImageSize() + view.boxHeaderSize() || position >= tail)
+        return;
+    auto const& records = view.getRecordList();
+    if (std::none_of(records.begin(), records.end(), [=](auto const& record) {
+            uint32_t const start = tail - record.offsetFromTail;
+            return position >= start && position - start < record.payload;
+        }))
+        throw error()("the video at %zu stands in no record of the trailer", size_t{position});
+}
+
 } // namespace
 
 /// Where the image ends now, and the trailer that stands behind it.
@@ -120,7 +134,7 @@ void QRTEditImpl::loadStored(QRTDataInfo& record, std::optional<trailer::Tail> c
         throw error()("record %s has outgrown the %zu bytes it has in the file", record.name.c_str(),
                       size_t{record.payload});
     uint32_t const size = trailer::storedData(record, 0).size;
-    bool const isPointer = record.type == qrt::TYPE_MOTION_PHOTO_DATA && size == VideoPointer::SIZE;
+    bool const isPointer = VideoPointer::mayStandIn(record.type, size);
     bool const isMissing =
         record.data.size() != size || (record.hasSubInfo && record.subInfo.size() != record.subInfoPayload);
     if (!isMissing && !isPointer)
@@ -183,13 +197,13 @@ QRTEditImpl::Plan QRTEditImpl::makePlan() {
 
 void QRTEditImpl::findPointerIntoTrailer(Plan& plan) {
     auto const isPointer = [](auto const& record) {
-        return record.type == qrt::TYPE_MOTION_PHOTO_DATA && stoodInFile(record) &&
-               record.data.size() == VideoPointer::SIZE;
+        return stoodInFile(record) && VideoPointer::mayStandIn(record.type, record.data.size());
     };
     auto const record = std::find_if(records.begin(), records.end(), isPointer);
     auto const pointer = record != records.end() ? VideoPointer::decode(record->data) : std::nullopt;
     if (!pointer || info->getTrailerSize() == 0)
         return;
+    requireNotBetweenRecords(*info, *pointer);
     for (auto const& other : records) {
         if (!stoodInFile(other))
             continue;

@@ -278,8 +278,8 @@ void QRTInfoImpl::adjustPosition(uint32_t fileSize) {
          size_t{imageSize}, size_t{delta});
     for (auto& record : records) {
         record.dataPosition += delta;
-        bool const isPointer = record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.payload > 0 &&
-                               record.data.size() == VideoPointer::SIZE;
+        uint32_t const stored = record.payload > 0 ? trailer::storedData(record, 0).size : 0;
+        bool const isPointer = VideoPointer::mayStandIn(record.type, stored) && record.data.size() == stored;
         if (isPointer && qrtSize > 0)
             record.data.clear();
     }

@@ -42,6 +42,11 @@ ByteBuffer VideoPointer::encode() const {
     return bytes;
 }
 
+void VideoPointer::encodeInto(ByteBuffer& bytes) const {
+    ByteBuffer const pointer = encode();
+    std::copy_n(pointer.data(), SIZE, bytes.data());
+}
+
 VideoPointerKeeper::VideoPointerKeeper(std::shared_ptr<MediaFile> const& edited) : file(edited) {
     try {
         auto const tail = trailer::readTail(*file);
@@ -53,7 +58,7 @@ VideoPointerKeeper::VideoPointerKeeper(std::shared_ptr<MediaFile> const& edited)
         if (entry == tail->entries.end())
             return;
         QRTDataInfo const record = trailer::readRecord(*file, *tail, *entry);
-        if (record.dataPayload != VideoPointer::SIZE)
+        if (!VideoPointer::mayStandIn(record.type, record.dataPayload))
             return;
         pointer = VideoPointer::decode(checked::readAt(*file, record.dataPosition, VideoPointer::SIZE));
         distanceFromEnd = file->size() - record.dataPosition;

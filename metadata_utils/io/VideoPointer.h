@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MediaFile.h"
+#include "QRTDataInfo.h"
 
 #include <cstdint>
 #include <memory>
@@ -15,8 +16,16 @@ namespace android::lumo {
 ///     0       4      format tag, ASCII ("mpv2")
 ///     4       4      absolute file position of the video's first byte
 ///     8       4      length of the video in bytes
+///
+/// Bytes behind it, which others may have written, are kept.
 struct VideoPointer {
     static constexpr uint32_t SIZE = 12;
+    static constexpr uint32_t MAX_RECORD_SIZE = 125000; ///< a larger record is the video itself
+
+    /// A record of this type and this many bytes of data is read as a pointer.
+    static constexpr bool mayStandIn(int32_t type, uint32_t dataSize) {
+        return type == qrt::TYPE_MOTION_PHOTO_DATA && dataSize >= SIZE && dataSize <= MAX_RECORD_SIZE;
+    }
 
     std::string tag;
     uint32_t position = 0;
@@ -25,6 +34,8 @@ struct VideoPointer {
     /// Nothing unless `bytes` begins with 12 bytes whose tag starts "mpv".
     static std::optional<VideoPointer> decode(ByteBuffer const& bytes);
     ByteBuffer encode() const;
+    /// Replaces the pointer that `bytes` begins with.
+    void encodeInto(ByteBuffer& bytes) const;
 };
 
 /// Keeps the pointer of a file right while a container writer moves bytes: made before the move, told what moved after
@@ -33,7 +44,7 @@ struct VideoPointer {
 /// The pointer's place is remembered from the file's end, because every edit of a container leaves the trailer there.
 class VideoPointerKeeper {
 public:
-    /// Looks for a trailer record 2608 of exactly 12 bytes; a file without one (or with a damaged trailer) needs
+    /// Looks for a trailer record 2608 of the short form; a file without one (or with a damaged trailer) needs
     /// nothing.
     explicit VideoPointerKeeper(std::shared_ptr<MediaFile> const& file);
 

@@ -177,15 +177,28 @@ TEST(TrailerEditor, KeepsThePointerThatAContainerWriterCorrected) {
 }
 
 TEST(TrailerEditor, TakesAVideoPointerAlongWithTheRecordItPointsInto) {
-    // 100 bytes of image, "A" of 14 bytes, the pointer's 21, then the head of "B" (9 bytes) and its data.
-    uint8_t const position = 100 + 14 + 21 + 9 + 30;
-    std::string const pointer = std::string("mpv2\0\0\0", 7) + static_cast<char>(position) + std::string("\0\0\0\7", 4);
-    TempFile file(STILLS[0].with({A, {2608, "V", pointer}, B}));
-    auto const editor = viewOf(file)->edit();
-    editor->removeData("A").commit();
-    auto const written = readTrailer(file.bytes());
-    EXPECT_EQ(static_cast<uint8_t>(written.records[0].data[7]), position - 14);
-    EXPECT_EQ(written.dataPositions[1] + 30, position - 14U);
+    for (std::string const more : {"", "more"}) {
+        // 100 bytes of image, "A" of 14 bytes, the pointer's 21 or 25, then the head of "B" (9 bytes) and its data.
+        auto const position = static_cast<char>(100 + 14 + 21 + 9 + 30 + more.size());
+        std::string const pointer = std::string("mpv2\0\0\0", 7) + position + std::string("\0\0\0\7", 4) + more;
+        std::string const bytes = STILLS[0].with({A, {2608, "V", pointer}, B});
+        TempFile file(bytes);
+        viewOf(file)->edit()->removeData("A").commit();
+        auto const written = readTrailer(file.bytes());
+        EXPECT_EQ(written.records[0].data, std::string(pointer).replace(7, 1, 1, static_cast<char>(position - 14)));
+        EXPECT_EQ(written.dataPositions[1] + 30, static_cast<uint8_t>(position) - 14U);
+
+        // Where "B" stood there are bytes that no record names.
+        std::string gap = STILLS[0].with({A, {2608, "V", pointer}});
+        size_t const tail = gap.rfind("QRTH");
+        for (size_t const entry : {tail + 12, tail + 24})
+            gap.replace(entry + 4, 4, little(littleAt(gap, entry + 4) + 500));
+        gap.insert(tail, pattern(500));
+        writeBytes(file.path(), gap);
+        EXPECT_NE(messageOf([&] { viewOf(file)->edit()->removeData("A").commit(); }).find("stands in no record"),
+                  std::string::npos);
+        EXPECT_EQ(file.bytes(), gap);
+    }
 }
 
 TEST(TrailerEditor, WritesSubInfoUnloadedLoadedAndUnderNewData) {
