@@ -77,11 +77,10 @@ void QRTInfoImpl::load() {
     if (!tail)
         return clear(fileSize);
 
-    uint32_t farthest = 0;
-    for (auto const& entry : tail->entries)
-        farthest = std::max(farthest, entry.offsetFromTail);
+    uint32_t const start = trailer::startOf(*tail);
+    uint32_t const farthest = tail->position - start;
     uint32_t const box = boxHeaderSize();
-    uint32_t const image = tail->position - farthest > box ? tail->position - farthest - box : 0;
+    uint32_t const image = start > box ? start - box : 0;
     if (image == 0)
         throw ErrorAt()("invalid image size: %zu", size_t{image});
     LOGI("lastImageSize=%zu, dataOffsetFromEnd=%d, qrtTailStartSignatureOffset=%d", size_t{image},

@@ -120,6 +120,13 @@ std::optional<Tail> readTail(MediaFile const& file) {
     return tail;
 }
 
+uint32_t startOf(Tail const& tail) {
+    uint32_t farthest = 0;
+    for (auto const& entry : tail.entries)
+        farthest = std::max(farthest, entry.offsetFromTail);
+    return tail.position - farthest;
+}
+
 QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry) {
     QRTDataInfo record;
     record.type = typeOfHeader(entry.header);

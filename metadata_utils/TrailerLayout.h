@@ -63,6 +63,9 @@ uint32_t tailSize(size_t count);
 /// does not lie in front of the tail, or entries that claim more bytes than there are.
 std::optional<Tail> readTail(MediaFile const& file);
 
+/// Where the first record stands: what is in front of it is the image (and, in a HEIC, the box header).
+uint32_t startOf(Tail const& tail);
+
 /// Reads the head of the record of one of the tail's entries (sub-info length, name) and fills in every position; data
 /// and sub-info stay in the file. A name or sub-info outside the record, or a head that disagrees with the entry,
 /// throws.

@@ -171,7 +171,7 @@ Metadata JPEGMetaWriter::findXMPRoom(uint32_t payload, uint32_t required) {
     Metadata const meta = reader->findXMPApp1Marker();
     if (meta.payload >= required && found == 1) {
         requireFits(payload, meta.payload);
-        jpeg::requireInFile(*file, meta.position, meta.payload);
+        jpeg::requireInImage(*file, meta.position, meta.payload);
         return meta;
     }
     if (meta.payload < required)
@@ -221,7 +221,7 @@ void JPEGMetaWriter::writeCameraDebugInfo(std::vector<unsigned char> const& data
         writeApp4(data, jpeg::MARKER_SIZE);
     } else if (payload == static_cast<int64_t>(data.size())) {
         auto const first = static_cast<uint32_t>(position) + jpeg::HEADER_SIZE;
-        jpeg::requireInFile(*file, first, data.size());
+        jpeg::requireInImage(*file, first, data.size());
         checked::seek(*file, first);
         checked::write(*file, data.data(), data.size());
         LOGI("Camera debug info overwritten at existing location.");
@@ -267,7 +267,7 @@ void JPEGMetaWriter::writeApp4(std::vector<unsigned char> const& data, uint64_t 
         position = meta.position + meta.payload;
         file->skipNBytes(meta.payload);
     }
-    jpeg::requireInFile(*file, position, 0);
+    jpeg::requireInImage(*file, position, 0);
     VideoPointerKeeper keeper(file);
     // The gap opens where the segment is written, so that it covers nothing. Its header is in little-endian order.
     auto const size = static_cast<uint32_t>(data.size()) + jpeg::HEADER_SIZE;

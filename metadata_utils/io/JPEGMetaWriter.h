@@ -26,7 +26,7 @@ public:
 
     /// Takes out every XMP segment and opens room behind each Exif segment, or behind the start of image when there is
     /// none; returns the last room, whose bytes are the caller's to fill. Before anything changes it throws when the
-    /// room does not fit a segment, when a segment reaches past the file's end, when the images of an MPF index would
+    /// room does not fit a segment, when a segment reaches past the image's end, when the images of an MPF index would
     /// be lost, and when the file would grow past 4 GiB or past what the file system holds. Extended XMP stays as it
     /// is.
     Metadata reserveXMP(unsigned int required) override;

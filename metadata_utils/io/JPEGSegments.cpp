@@ -1,6 +1,7 @@
 #include "JPEGSegments.h"
 
 #include "CheckedFile.h"
+#include "TrailerLayout.h"
 
 #include <algorithm>
 #include <array>
@@ -24,6 +25,17 @@ bool passImageIndex(MediaFile const& file, uint32_t position) {
     checked::seek(file, position + MARKER_SIZE + length);
     return whole && length >= LENGTH_SIZE + sizeof INDEX_IDENTIFIER &&
            std::memcmp(bytes.data() + HEADER_SIZE, INDEX_IDENTIFIER, sizeof INDEX_IDENTIFIER) == 0;
+}
+
+/// At the trailer's first record. A trailer that cannot be read is none.
+uint32_t endOfImage(MediaFile const& file) {
+    try {
+        if (auto const tail = trailer::readTail(file))
+            return trailer::startOf(*tail);
+    } catch (std::runtime_error const&) {
+        // Whoever edits the trailer will say so.
+    }
+    return file.size();
 }
 
 /// The sizes a file passes through while segments go and rooms open.
@@ -80,11 +92,11 @@ SegmentMap mapSegments(MediaFile const& file, JPEGMetaReader& reader) {
     }
 }
 
-void requireInFile(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at) {
-    uint32_t const held = file.size();
-    if (position > held || size > held - position)
-        throw at("segment of %zu bytes at %zu reaches past the file's end at %zu", static_cast<size_t>(size),
-                 static_cast<size_t>(position), size_t{held});
+void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at) {
+    uint32_t const end = endOfImage(file);
+    if (position > end || size > end - position)
+        throw at("segment of %zu bytes at %zu reaches past the image's end at %zu", static_cast<size_t>(size),
+                 static_cast<size_t>(position), size_t{end});
 }
 
 void requireRoomFor(MediaFile& file, SegmentMap const& segments, uint32_t payload) {
@@ -96,8 +108,9 @@ void requireRoomFor(MediaFile& file, SegmentMap const& segments, uint32_t payloa
     uint32_t const size = file.size();
     Rehearsal rehearsal(size, segments.imageIndex);
     int64_t const room = int64_t{payload} + HEADER_SIZE;
+    Segment const last = segments.blocks.empty() ? Segment() : segments.blocks.back();
+    requireInImage(file, last.position, last.size);
     for (Segment const& block : segments.blocks) {
-        requireInFile(file, block.position, block.size);
         rehearsal.change(block.position, block.type == MediaDefs::MetaType::XMP ? -int64_t{block.size} : room);
     }
     if (segments.count(MediaDefs::MetaType::EXIF) == 0)

@@ -43,11 +43,12 @@ SegmentMap mapSegments(MediaFile const& file, JPEGMetaReader& reader);
 
 /// Refuses, before a byte moves, what could not be carried through: every XMP segment is to go, and room for `payload`
 /// bytes is to be opened behind each Exif segment, or behind the start of image when there is none. Throws when the
-/// payload does not fit a segment, a segment reaches past the file's end, the images of an MPF index would be lost, or
+/// payload does not fit a segment, a segment reaches past the image's end, the images of an MPF index would be lost, or
 /// the file would grow past 4 GiB or past what its file system can hold. The file is unchanged afterwards.
 void requireRoomFor(MediaFile& file, SegmentMap const& segments, uint32_t payload);
 
-/// Throws when [position, position + size) does not lie in the file.
-void requireInFile(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at = ErrorAt());
+/// Throws when [position, position + size) does not lie in the image: a length that reaches past the file's end, or over
+/// the trailer, which would be overwritten or no longer end the file.
+void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at = ErrorAt());
 
 } // namespace android::lumo::jpeg

@@ -68,7 +68,7 @@ TEST(JPEGDebugInfo, RefusalsLeaveTheFileAsItWas) {
         char const* message;
     } const cases[] = {
         {"no segment holds it", JpegBuilder().build(), 65'534, "debug info of 65534 bytes does not fit a segment"},
-        {"assumed size past the file's end", withOld, ASSUMED_PAYLOAD, "past the file's end"},
+        {"assumed size past the file's end", withOld, ASSUMED_PAYLOAD, "past the image's end"},
         {"assumed size does not fit in front", withOld, 10, "fail to shift"},
         {"removal of what does not fit in front", withOld, 0, "fail to shift"},
     };

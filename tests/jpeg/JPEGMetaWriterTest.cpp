@@ -112,10 +112,10 @@ TEST(JPEGMetaWriter, RefusalsLeaveTheFileAsItWas) {
         {"Exif behind index", JpegBuilder().mpf().exif().build(), writeView, 10, "MPF index at 2"},
         {"one of two packets behind index", JpegBuilder().xmp("", 1500).mpf().xmp("", 1500).build(), writeView, 10,
          "MPF index at 1506"},
-        {"room cut off", JpegBuilder().xmp("", 2000).open().substr(0, 1500), writeView, 10, "past the file's end"},
+        {"room cut off", JpegBuilder().xmp("", 2000).open().substr(0, 1500), writeView, 10, "past the image's end"},
         {"small packet cut off", JpegBuilder().xmp("", 200).open().substr(0, 100), writeView, 10,
-         "past the file's end"},
-        {"Exif cut off", JpegBuilder().exif(pattern(99)).open().substr(0, 50), writeView, 10, "past the file's end"},
+         "past the image's end"},
+        {"Exif cut off", JpegBuilder().exif(pattern(99)).open().substr(0, 50), writeView, 10, "past the image's end"},
         {"too many Exif", manyExif.build(), writeView, 10, "65 XMP and Exif segments are too many"},
     };
     for (auto const& [what, bytes, write, size, message] : cases) {
