@@ -36,7 +36,8 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         {{.xmp = XMP, .xmpInIdat = true, .mdat = Mdat::Wide}, "T", "T"},
         {{.xmp = XMP, .mdat = Mdat::ToEnd}, "", ""},
         {{.xmp = XMP, .freeBoxes = true, .unknownBoxes = true, .behindMdat = heicBox("free", "x")}, "VPT", "VPT"},
-        {{.xmp = XMP}, "TVD", "VDT"}, // a hidden trailer comes last
+        {{.rows = 16, .columns = 32, .fieldWidth = 8}, "VT", "VT"}, // narrower locations: the image gets shorter
+        {{.xmp = XMP}, "TVD", "VDT"},                               // a hidden trailer comes last
     };
     int row = 0;
     for (auto const& [options, tail, expectedTail] : cases) {
