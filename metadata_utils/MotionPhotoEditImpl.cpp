@@ -102,9 +102,10 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const&
     for (size_t i = 0, count = other->getRecordList().size(); i < count; ++i) {
         auto record = other->getRecordList()[i];
         // A pointer names bytes of the file it stands in: what it points to comes along, not the pointer.
-        auto const pointer =
-            record.type == qrt::TYPE_MOTION_PHOTO_DATA ? VideoPointer::decode(record.data) : std::nullopt;
-        if (pointer && record.data.size() == VideoPointer::SIZE) {
+        auto const pointer = VideoPointer::mayStandIn(record.type, record.data.size())
+                                 ? VideoPointer::decode(record.data)
+                                 : std::nullopt;
+        if (pointer) {
             record.data = checked::readAt(*other->getFile(), pointer->position, pointer->length);
             record.dataPayload = record.data.size();
         }

@@ -4,6 +4,7 @@
 #include "Error.h"
 #include "Log.h"
 #include "QRTEditImpl.h"
+#include "Text.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -16,12 +17,6 @@ constexpr char LOG_TAG[] = "QRTInfo";
 
 /// Tell the queries apart in the log.
 enum CallSite : int { BY_RECORD, BY_TYPE, BY_NAME, BY_TYPE_AND_NAME, ALL_OF_TYPE };
-
-std::string lowered(std::string text) {
-    for (char& c : text)
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return text;
-}
 
 auto ofType(int type) {
     return [type](QRTDataInfo const& record) { return record.type == type; };
@@ -163,7 +158,10 @@ std::list<std::pair<std::string, int>> QRTInfoImpl::getKeysWithType() const {
 bool QRTInfoImpl::containsKey(std::string const& name, bool ignoreCase) const {
     if (!ignoreCase)
         return findFirst(named(name)) != nullptr;
-    return findFirst([key = lowered(name)](auto const& record) { return lowered(record.name) == key; }) != nullptr;
+    // A name may be as long as the file: it is lowered only where it can match.
+    return findFirst([key = lowered(name)](auto const& record) {
+               return record.name.size() == key.size() && lowered(record.name) == key;
+           }) != nullptr;
 }
 
 bool QRTInfoImpl::containsType(int type) const {
