@@ -165,6 +165,7 @@ void QRTEditImpl::requireWritable(std::shared_ptr<MediaFile> const& output) cons
     if (records.size() > trailer::MAX_RECORDS)
         throw error()("record count %zu is above %zu", records.size(), size_t{trailer::MAX_RECORDS});
     uint64_t inMemory = trailer::tailSize(records.size());
+    uint64_t inFiles = 0;
     for (auto const& record : records) {
         if (record.type != static_cast<int16_t>(record.type))
             throw error()("type %d of record %s does not fit the 16 bits a header has for it", record.type,
@@ -175,10 +176,12 @@ void QRTEditImpl::requireWritable(std::shared_ptr<MediaFile> const& output) cons
         } else {
             requireDataFile(record, *output);
             inMemory -= record.dataPayload;
+            inFiles += record.dataPayload;
         }
     }
     if (inMemory > MAX_BUFFER_SIZE)
         throw error()("records of %llu bytes in memory are too big", static_cast<unsigned long long>(inMemory));
+    checked::sizeOf(inMemory + inFiles, error()); // else the 32-bit sizes of the layout wrap around
 }
 
 QRTEditImpl::Plan QRTEditImpl::makePlan() {
