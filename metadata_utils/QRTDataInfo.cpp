@@ -44,11 +44,15 @@ ByteBuffer QRTDataInfo::toBuffer() const {
 }
 
 std::string QRTDataInfo::toString() const {
-    return "type=" + std::to_string(type) + ", name=" + name + ", offsetFromTail=" + number(offsetFromTail) +
-           ", payload=" + number(payload) + ", data-payload=" + number(dataPayload) + ", data=" + described(data) +
-           ", dataFile=[" + (dataFile != nullptr ? dataFile->toString() : std::string()) +
-           "], hasSubInfo=" + (hasSubInfo ? "1" : "0") + ", subInfoPayload=" + number(subInfoPayload) +
-           ", subInfo=" + described(subInfo);
+    std::string const numbers = ", offsetFromTail=" + number(offsetFromTail) + ", payload=" + number(payload) +
+                                ", data-payload=" + number(dataPayload) + ", data=" + described(data) + ", dataFile=[" +
+                                (dataFile != nullptr ? dataFile->toString() : std::string()) +
+                                "], hasSubInfo=" + (hasSubInfo ? "1" : "0") +
+                                ", subInfoPayload=" + number(subInfoPayload) + ", subInfo=" + described(subInfo);
+    std::string text = "type=" + std::to_string(type) + ", name=";
+    text.reserve(text.size() + name.size() + numbers.size()); // a name may be as long as the file: one copy is enough
+    text.append(name).append(numbers);
+    return text;
 }
 
 } // namespace android::lumo

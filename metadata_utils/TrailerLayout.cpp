@@ -155,6 +155,7 @@ QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry c
     if (nameSize > head.size() - fixed)
         head = checked::readAt(file, start, fixed + nameSize, error());
     record.name.assign(reinterpret_cast<char const*>(head.data()) + fixed, nameSize);
+    head = ByteBuffer(); // a name may be as long as the file
     record.subInfoPosition = record.hasSubInfo ? storedSubInfo(record, tail.position).position : 0;
     auto const data = storedData(record, tail.position);
     record.dataPosition = data.position;
