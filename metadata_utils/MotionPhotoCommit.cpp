@@ -183,9 +183,10 @@ void MotionPhotoEditImpl::requireCommittable() {
         throw error()("the prepared still is the output itself: %s", outputSource->toString().c_str());
     if (!qrtEdit->isDirty() && !xmpEdit->isDirty() && extras.empty())
         return;
-    qrtEdit->impl().requireWritable(outputFile);
-    if (qrtEdit->isDirty())
+    if (qrtEdit->isDirty()) {
+        qrtEdit->impl().requireWritable(outputFile);
         qrtEdit->impl().loadRecords(); // a trailer that has changed since it was read is found while XMP is as it was
+    }
 
     uint64_t size = uint64_t{getFileSize()} + jpeg::MAX_SEGMENT_LENGTH + jpeg::MARKER_SIZE;
     for (auto const& record : qrtEdit->impl().plannedLayout())

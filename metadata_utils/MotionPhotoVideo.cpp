@@ -38,7 +38,8 @@ Place placeOf(QRTInfoImpl& trailer) {
                                      [](auto const& r) { return r.type == qrt::TYPE_MOTION_PHOTO_DATA; });
     if (record == records.end())
         return {};
-    bool const isVideo = static_cast<int32_t>(record->dataPayload) > static_cast<int32_t>(MAX_POINTER_RECORD_SIZE);
+    // Unsigned: as a signed number a video of 2 GiB and more would be negative, and read into memory as a pointer.
+    bool const isVideo = record->dataPayload > MAX_POINTER_RECORD_SIZE;
     if (isVideo || (trailer.boxHeaderSize() > 0 && isResolved(*record, trailer.getTailPosition())))
         return {record->dataPosition, record->dataPayload};
     auto const data = trailer.getData(*record);

@@ -2,6 +2,8 @@
 
 #include "CheckedFile.h"
 
+#include <filesystem>
+#include <fstream>
 #include <vector>
 
 namespace android::lumo::test {
@@ -85,6 +87,20 @@ TEST(MotionPhotoReader, VideosOfUpTo125000BytesAreReadAsPointers) {
         size_t const expected = size > 125000 ? size : __builtin_bswap32(little32(video, 8));
         EXPECT_EQ(parsePhoto(file.path())->getVideoSize(), expected) << size;
     }
+    // Nor is one whose size is negative as a signed number: a hole of 2 GiB between the video's start and the tail.
+    std::string const still = JpegBuilder().exif().xmp("", 4000).build();
+    std::string empty = trailer({{2608, "MotionPhoto_Data", ""}});
+    uint32_t const head = 8 + 16, size = 0x80000000;
+    TempFile const file(still + empty.substr(0, head) + fakeVideo(1000));
+    std::filesystem::resize_file(file.path(), still.size() + head + size);
+    std::ofstream(file.path(), std::ios::app | std::ios::binary)
+        << empty.substr(head).replace(16, 8, little(head + size) + little(head + size));
+    auto const photo = parsePhoto(file.path());
+    EXPECT_TRUE(photo->isValid());
+    EXPECT_EQ(photo->getVideoSize(), size);
+    auto const edit = photo->edit();
+    edit->setPhotoPresentationTimestampUs(5).commit(); // the trailer stays where and as it is
+    EXPECT_EQ(parsePhoto(file.path())->getVideoSize(), size);
 }
 
 TEST(MotionPhotoReader, AVideoOutsideTheFileIsRefusedAndNothingWritten) {
