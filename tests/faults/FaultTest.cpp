@@ -111,6 +111,8 @@ std::vector<Operation> operations() {
     std::string const pointed =
         jpeg + pattern(500) +
         trailerBytes({{2608, "MotionPhoto_Data", "mpv2" + bigEndian(jpeg.size(), 4) + bigEndian(500, 4)}});
+    JpegBuilder const front = JpegBuilder(exif).segment(0xE0, pattern(50'000)).segment(0xE0, pattern(50'000, 2));
+    std::string const far = JpegBuilder(front).segment(0xE4, "old").build(scan);
     std::string const heic = buildHeic();
     std::string const roomy = buildHeic({.xmp = heicXmp("roomy", 3000)});
     std::string const heicMotion = edited(roomy, addSmall);
@@ -138,6 +140,7 @@ std::vector<Operation> operations() {
         {"JPEG: XMP, room made", pointed, reserve, false},
         {"JPEG: debug info in", motion, debugIn, false},
         {"JPEG: debug info in", pointed, debugIn, false},
+        {"JPEG: debug info out", far, debugOut, false},
         {"HEIC: video or record, XMP fits", roomy, addSmall},
         {"HEIC: video or record, XMP room made", heic, addSmall},
         {"HEIC: video or record, XMP fits", heicMotion, replace},
