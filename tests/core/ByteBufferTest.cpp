@@ -6,18 +6,8 @@
 
 #include <numeric>
 
-namespace android::lumo {
-
+namespace android::lumo::test {
 namespace {
-
-using test::messageOf;
-using testing::EndsWith;
-
-ByteBuffer bytesTo(uint8_t count) {
-    std::vector<uint8_t> bytes(count);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{0});
-    return ByteBuffer(std::move(bytes));
-}
 
 std::string textOf(ByteBuffer const& buffer) {
     return buffer.toTypedData<std::string>([](unsigned char byte) { return byte; });
@@ -25,21 +15,18 @@ std::string textOf(ByteBuffer const& buffer) {
 
 TEST(ByteBuffer, GrowsToTwiceItsCapacityOrToWhatIsNeeded) {
     ByteBuffer buffer(0);
-    EXPECT_EQ(ByteBuffer(16).toString(), "size/capacity=0/16");
-    for (auto const& [appended, expected] :
-         {std::pair{0, "0/0"}, {5, "5/5"}, {1, "6/10"}, {4, "10/10"}, {15, "25/25"}, {1, "26/50"}})
+    for (auto const& [appended, expected] : {std::pair{0, "0/0"}, {5, "5/5"}, {1, "6/10"}, {15, "21/21"}})
         EXPECT_EQ(buffer.put(std::string(static_cast<size_t>(appended), 'x')).toString(),
                   std::string("size/capacity=") + expected);
     buffer.clear();
-    EXPECT_EQ(buffer.toString(), "size/capacity=0/50");
+    EXPECT_EQ(buffer.toString(), "size/capacity=0/21");
     EXPECT_THROW(ByteBuffer(0x80000000U), std::length_error);
 }
 
 TEST(ByteBuffer, AppendsItselfAndEmptiesWhatItTakes) {
-    ByteBuffer buffer;
+    ByteBuffer buffer, source;
     buffer.put(std::string("ab"));
     EXPECT_EQ(textOf(buffer.put(buffer).put(buffer)), "abababab");
-    ByteBuffer source;
     source.put(std::string("cd"));
     EXPECT_EQ(textOf(ByteBuffer(buffer).put(std::move(source))), "ababababcd");
     EXPECT_EQ(source.toString(), "size/capacity=0/2");
@@ -56,9 +43,11 @@ TEST(ByteBuffer, ReadsOnlyInsideTheContent) {
         EXPECT_THAT(messageOf([&] { buffer.get<int32_t, int32_t>(index); }),
                     testing::MatchesRegex("\\[metadata_utils/include/ByteBuffer:[0-9]+\\] buffer read overflow"));
 
-    ByteBuffer const ten = bytesTo(10);
+    std::vector<uint8_t> bytes(200);
+    std::iota(bytes.begin(), bytes.end(), uint8_t{0});
+    ByteBuffer const ten({bytes.begin(), bytes.begin() + 10});
     EXPECT_EQ(ten.slice(0, 1000).toHexString('.'), ten.toHexString('.'));
-    EXPECT_EQ(bytesTo(200).slice(70, 129).toHexString('.').substr(0, 4), "4748"); // the last 128
+    EXPECT_EQ(ByteBuffer(std::move(bytes)).slice(70, 129).toHexString('.').substr(0, 4), "4748"); // the last 128
     EXPECT_EQ(ten.slice(7, 3).toHexString('.'), "070809");
     EXPECT_EQ(ten.slice(0x80000001, 2).toHexString('.'), ".01");
     EXPECT_TRUE(ten.slice(10, 0).empty());
@@ -66,19 +55,13 @@ TEST(ByteBuffer, ReadsOnlyInsideTheContent) {
     EXPECT_THROW(ten.slice(1, 1000), std::runtime_error);
 }
 
-TEST(MediaDefs, NamesEveryTypeAndRefusesOthers) {
-    for (int value = 0; value < 9; ++value) {
-        auto const type = static_cast<MediaDefs::MimeType>(value);
-        EXPECT_EQ(MediaDefs::mimeTypeOf(MediaDefs::mimeString(type)), type);
-    }
+TEST(MediaDefs, NamesItsTypesAndRefusesOthers) {
     EXPECT_EQ(MediaDefs::mimeTypeOf("image/jpe"), MediaDefs::MimeType::NONE);
-    EXPECT_EQ(MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3), "mpv3");
     EXPECT_THAT(messageOf([] { MediaDefs::mimeString(static_cast<MediaDefs::MimeType>(9)); }),
-                EndsWith("] unknown mime type: 9"));
+                testing::EndsWith("] unknown mime type: 9"));
     EXPECT_EQ(messageOf([] { MediaDefs::motionphotoFormatString(static_cast<MediaDefs::MotionPhotoFormat>(-1)); }),
               "[metadata_utils/include/MediaDefs:223] unknown motionPhotoFormat: -1");
 }
 
 } // namespace
-
-} // namespace android::lumo
+} // namespace android::lumo::test
