@@ -1,5 +1,6 @@
 #include "FuzzSupport.h"
 
+#include "MotionPhotoEdit.h"
 #include "XMPToolkit.h"
 
 #include <cstdarg>
@@ -81,6 +82,36 @@ std::optional<std::string> refusal(std::function<void()> const& action) {
         return error.GetErrMsg() != nullptr ? error.GetErrMsg() : "";
     }
     return std::nullopt;
+}
+
+std::optional<std::string> frameOf(HBOXD_HANDLE source, uint32_t id) {
+    uint32_t size = 0;
+    if (hboxd_get_image_frm(source, id, nullptr, 0, &size) != HBOX_OK)
+        return std::nullopt;
+    std::string frame(size, '\0'); // exactly: a byte more is an overflow
+    if (hboxd_get_image_frm(source, id, frame.data(), size, &size) != HBOX_OK)
+        return std::nullopt;
+    return frame;
+}
+
+void editVideo(MemoryFile const& file, VideoEdit way) {
+    // Longer than what a JPEG's record holds as a pointer; of bytes that cost the extractor no searches.
+    static std::string const bytes = std::string("\0\0\0\x0C", 4) + "ftypmp42" + std::string(125100, 'V');
+    static MemoryFile const video(bytes);
+    std::string const before = file.bytes();
+    bool const isDone = goesThrough([&] {
+        auto const edit = MotionPhotoInfo::parse(file.open())->edit();
+        way == VideoEdit::Add ? edit->addVideo(video.open()) : edit->removeVideo(nullptr);
+        edit->commit();
+    });
+    if (!isDone) {
+        FUZZ_REQUIRE(file.bytes() == before);
+        return;
+    }
+    auto const photo = MotionPhotoInfo::parse(file.open());
+    auto const now = photo->getVideo();
+    FUZZ_REQUIRE(photo->isValid() == (way == VideoEdit::Add));
+    FUZZ_REQUIRE(way == VideoEdit::Remove || std::string(now->data(), now->data() + now->size()) == bytes);
 }
 
 } // namespace android::lumo::fuzz

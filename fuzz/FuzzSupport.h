@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MediaFile.h"
+#include "hboxd.h"
 
 #include <cstdint>
 #include <functional>
@@ -43,6 +44,14 @@ std::optional<std::string> refusal(std::function<void()> const& action);
 inline bool goesThrough(std::function<void()> const& action) {
     return !refusal(action);
 }
+
+/// An item's stored bytes.
+std::optional<std::string> frameOf(HBOXD_HANDLE source, uint32_t id);
+
+/// Makes the still a motion photo, or takes its video out. A refusal must have left the file alone; otherwise a fresh
+/// view must read the video, or none.
+enum class VideoEdit { Add, Remove };
+void editVideo(MemoryFile const& file, VideoEdit edit);
 
 inline std::string_view text(uint8_t const* data, size_t size) {
     return {reinterpret_cast<char const*>(data), size};

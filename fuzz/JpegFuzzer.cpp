@@ -1,5 +1,5 @@
 // A file of hostile segments: what the JPEG reader finds in it, and that the writer changes its XMP and nothing else.
-// The last byte says how much XMP.
+// The last byte says how much XMP, and whether a video is added and taken out again.
 #include "FuzzSupport.h"
 #include "io/JPEGMetaReader.h"
 #include "io/JPEGMetaWriter.h"
@@ -53,6 +53,15 @@ void write(std::string const& original, std::function<void(JPEGMetaWriter&, Medi
             JPEGMetaReader(file.open(), ParseMode::LAZY).getXMP().toTypedData<std::string>().starts_with(*packet));
 }
 
+void editVideoTwice(std::string const& original) {
+    MemoryFile const file(original);
+    for (auto const edit : {VideoEdit::Add, VideoEdit::Remove})
+        editVideo(file, edit);
+    auto const segments = segmentsOf(original);
+    if (!segments.empty() && segments.back().code == 0xDA)
+        FUZZ_REQUIRE(others(file.bytes()) == others(original));
+}
+
 void debugInfo(std::string const& original, size_t size) {
     MemoryFile const file(original);
     refusal([&] {
@@ -85,5 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         still.write(std::string(room.payload, ' '));
     });
     debugInfo(original, amount);
+    if (data[size - 1] % 8 == 7)
+        editVideoTwice(original);
     return 0;
 }

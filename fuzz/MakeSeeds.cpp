@@ -40,8 +40,8 @@ std::vector<std::string> jpegs() {
             .open(),
         JpegBuilder().exif().build("scan", trailerBytes({{2608, "MotionPhoto_Data", pointer()}})),
     };
-    for (auto& seed : seeds)
-        seed += 'x'; // how much to write
+    for (size_t i = 0; i < seeds.size(); ++i)
+        seeds[i] += static_cast<char>(0x77 + i % 2); // how much to write, and what
     return seeds;
 }
 
@@ -86,7 +86,7 @@ std::vector<std::string> trailers() {
         {{-5, "", ""}, {1, "S", "d", "sub-info"}, {1, "S", "d2"}, {2562, "MotionPhoto_Info", std::string(300, 'i')}},
     };
     std::vector<std::string> seeds;
-    for (char const way : std::string("\0\1\2\3\5", 5)) {
+    for (char const way : std::string("\0\1\2\3\5\x08\x09\x18\x19", 9)) {
         for (auto const& list : lists)
             seeds.push_back(way + trailerBytes(list));
     }
@@ -133,7 +133,7 @@ int main(int argc, char** argv) {
         std::filesystem::path const folder = argc > 1 ? argv[1] : ".";
         auto rewrites = heics();
         for (size_t i = 0; i < rewrites.size(); ++i)
-            rewrites[i] += {static_cast<char>(40 * i), static_cast<char>(31 * i)};
+            rewrites[i] += {static_cast<char>(40 * i), static_cast<char>(54 + 31 * i)};
         writeAll(folder / "jpeg", jpegs());
         writeAll(folder / "heif", heics());
         writeAll(folder / "rewrite", rewrites);

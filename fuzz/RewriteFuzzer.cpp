@@ -1,5 +1,5 @@
-// A HEIC of hostile boxes written again: the XMP and the debug info are read back, every other item and every box
-// behind the image is as it was, and a refusal leaves the file alone. The last two bytes choose the steps.
+// A HEIC of hostile boxes written again: the XMP, the debug info and the video are read back, every other item is as it
+// was, and a refusal leaves the file alone. The last two bytes choose the steps.
 #include "FuzzSupport.h"
 #include "XMPInfo.h"
 #include "hbox/HboxRun.h"
@@ -44,11 +44,12 @@ std::map<uint32_t, std::string> itemsOf(std::string const& bytes) {
         uint32_t size = sizeof mime;
         uint32_t placeSize = sizeof(HBOXD_LOCATION);
         HBOXD_LOCATION place{};
-        std::string frame;
         if (hboxd_get_info_item(source.handle, id, HBOXD_ITEM_MIME, mime, &size) != HBOX_OK &&
             hboxd_get_info_item(source.handle, id, HBOXD_ITEM_LOCATION, &place, &placeSize) == HBOX_OK &&
-            place.extent_count == 1 && isStored(place) && source.frame(id, frame) == HBOX_OK)
-            items[id] = frame;
+            place.extent_count == 1 && isStored(place)) {
+            if (auto const frame = frameOf(source.handle, id))
+                items[id] = *frame;
+        }
     }
     return items;
 }
@@ -72,7 +73,7 @@ public:
             HEIFMetaWriter writer(still);
             if (still->mimeType() != MediaDefs::MimeType::IMAGE_HEIC) // what any other gets no writer for
                 throw std::runtime_error("[fuzz] no HEIC");
-            switch (step % 6) {
+            switch (step % 8) {
             case 0:
                 writer.reserveXMP(static_cast<unsigned>(amount));
                 break;
@@ -88,8 +89,11 @@ public:
             case 4:
                 HEIFMetaWriter::restoreTrailerOrder(still);
                 break;
-            default:
+            case 5:
                 HEIFMetaWriter::closeLastBox(still);
+                break;
+            default:
+                editVideo(file, step % 8 == 6 ? VideoEdit::Add : VideoEdit::Remove);
                 break;
             }
         });
@@ -103,14 +107,14 @@ public:
         for (auto const& [id, frame] : items)
             FUZZ_REQUIRE(itemsNow.contains(id) && itemsNow.at(id) == frame);
         HEIFMetaReader reader(file.open(), ParseMode::LAZY);
-        if (step % 6 == 1) {
+        if (step % 8 == 1) {
             auto const packet = info->serializeToBuffer();
             FUZZ_REQUIRE(
                 reader.getXMP().toTypedData<std::string>().starts_with(std::string(packet.begin(), packet.end())));
         }
-        if (step % 6 == 2)
+        if (step % 8 == 2)
             FUZZ_REQUIRE(reader.getCameraDebugInfo().toTypedData<std::string>() == debugInfo);
-        if (step % 6 == 3)
+        if (step % 8 == 3)
             FUZZ_REQUIRE(reader.getCameraDebugInfo().payload == 0);
     }
 
@@ -124,8 +128,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     if (size < 2)
         return 0;
     Still still(std::string(text(data, size - 2)));
-    still.run(data[size - 1] % 6, data[size - 2]);
-    still.run(data[size - 1] / 6 % 6, size_t{data[size - 2]} * 5);
-    still.run(data[size - 1] / 36, 40);
+    still.run(data[size - 1] % 8, data[size - 2]);
+    still.run(data[size - 1] / 8 % 8, size_t{data[size - 2]} * 5);
+    still.run(data[size - 1] / 64, 40);
     return 0;
 }

@@ -1,5 +1,6 @@
 // A hostile trailer behind a JPEG or (odd first byte) in a HEIC's last box, which bit 2 puts into another box: what the
-// view answers, and that a commit of one more record keeps the others, the image and the order of boxes.
+// view answers, and that a commit of one more record, or (bits 3 and 4) of a video or without one, keeps the others,
+// the image and the order of boxes.
 #include "FuzzSupport.h"
 #include "MotionPhotoInfo.h"
 #include "QRTEdit.h"
@@ -19,12 +20,18 @@ std::string textOf(ByteBuffer const& bytes) {
     return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
 }
 
+bool belongsToVideo(QRTDataInfo const& record) {
+    return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
+           record.name.starts_with("MotionPhoto_") || record.name == qrt::NAME_LONG_EXPOSURE_INFO;
+}
+
 /// The records that are written as they were read: sub-info is not, by the format's own doing.
-std::multiset<std::string> recordsOf(QRTInfo const& view, std::string const& file) {
+enum class Kept { All, AllButVideo };
+std::multiset<std::string> recordsOf(QRTInfo const& view, std::string const& file, Kept kept = Kept::All) {
     std::multiset<std::string> records;
     for (auto const& record : view.getRecords()) {
         FUZZ_REQUIRE(uint64_t{record.dataPosition} + record.dataPayload <= file.size());
-        if (!record.hasSubInfo && record.name != "Fuzz")
+        if (!record.hasSubInfo && record.name != "Fuzz" && (kept == Kept::All || !belongsToVideo(record)))
             records.insert(std::to_string(record.type) + ' ' + record.name + ' ' +
                            file.substr(record.dataPosition, record.dataPayload));
     }
@@ -62,6 +69,15 @@ void askView(QRTInfo& view, size_t fileSize) {
 bool areBoxes(std::string const& file) {
     heif::ByteWindow window({reinterpret_cast<uint8_t const*>(file.data()), file.size()});
     return !heif::scanTopLevel(window).damage;
+}
+
+void commitVideo(MemoryFile const& file, QRTInfo const& view, VideoEdit edit) {
+    std::string const before = file.bytes();
+    auto const records = recordsOf(view, before, Kept::AllButVideo);
+    editVideo(file, edit);
+    std::string const after = file.bytes();
+    FUZZ_REQUIRE(!areBoxes(before) || areBoxes(after));
+    FUZZ_REQUIRE(includes(recordsOf(*QRTInfo::parse(file.open()), after, Kept::AllButVideo), records));
 }
 
 void commitOneMore(MemoryFile const& file, std::string const& image, std::shared_ptr<QRTInfo> const& view,
@@ -105,7 +121,10 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         return 0;
     askView(*view, beforeTrailer.size() + trailer.size());
     auto const option = data[0] & 2 ? QRTEdit::Option::WRITE_FAST : QRTEdit::Option::WRITE_IN_ORDER;
-    commitOneMore(file, image, view, option);
+    if (data[0] & 8)
+        commitVideo(file, *view, data[0] & 16 ? VideoEdit::Remove : VideoEdit::Add);
+    else
+        commitOneMore(file, image, view, option);
     askPhoto(file);
     return 0;
 }

@@ -18,12 +18,21 @@ std::set<std::string> contentOf(XMPInfo const& view) {
     std::set<std::string> content;
     for (auto const& [schema, path] : view.getProperties())
         content.insert(schema + ' ' + path + '=' + view.getProperty(schema, path));
-    for (int32_t place = 1; place <= static_cast<int32_t>(view.getItemNames().size()); ++place) {
-        auto const name = view.getItemNameAt(place);
+    for (auto const& name : view.getItemNames()) {
         for (auto const& field : view.getItemFieldNames(name))
             content.insert(name + '/' + field + '=' + view.getItemField(name, field));
     }
     return content;
+}
+
+/// As long as no item is removed; one that two entries name stands at the last of them.
+bool areItemsAtTheirPlaces(XMPInfo const& view) {
+    std::set<std::string> items;
+    for (int32_t place = 1; place < 1000 && items.size() < view.getItemNames().size(); ++place) {
+        if (auto const name = view.getItemNameAt(place); view.containsItem(name, false))
+            items.insert(name);
+    }
+    return items.size() == view.getItemNames().size();
 }
 
 std::string fileOf(std::string_view packet) {
@@ -59,6 +68,7 @@ void change(std::string const& original) {
     if (!goesThrough([&] {
             edit->setProperty(TIFF, "Make", "maker");
             edit->setItem("Primary", MediaDefs::MimeType::IMAGE_JPEG).setItemField("Primary", "Padding", "0");
+            FUZZ_REQUIRE(areItemsAtTheirPlaces(*view));
             edit->removeItem("GainMap");
             if (!properties.empty() && properties.front().first != TIFF)
                 edit->removeProperty(properties.front().first, properties.front().second);

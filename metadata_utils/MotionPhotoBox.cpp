@@ -28,6 +28,8 @@ constexpr uint32_t BOX_HEADER_SIZE = 8;
 constexpr uint32_t MAX_SHIFT = std::numeric_limits<int>::max();
 constexpr uint32_t DEFAULT_XMP_ROOM = 1280;
 constexpr uint32_t XMP_ROOM_STEP = 64;
+/// The fields of a motion photo take no more, in XMP that has none of them.
+constexpr uint32_t EXPECTED_FIELDS = 2048;
 constexpr char POINTER_TAG[] = "mpv2";
 
 /// Messages carry the editor's name; this file is a part of it.
@@ -100,11 +102,22 @@ MotionPhotoEditImpl::expectedBoxVideo(std::vector<QRTDataInfo> const& layout) {
 
 // Before the XMP is written. ------------------------------------------------------------------------------------------
 
+/// An image part that cannot be written again is found before the trailer moves; what the XMP will need exactly is
+/// known only afterwards.
+void MotionPhotoEditImpl::requireRoomForFields() const {
+    uint32_t const need = static_cast<uint32_t>(xmpEdit->serializeToBuffer().size()) + EXPECTED_FIELDS;
+    HEIFMetaWriter writer(outputFile);
+    if (writer.xmpRoom() < need)
+        writer.requireRoomCanBeMade(std::max(DEFAULT_XMP_ROOM, need));
+}
+
 /// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they
 /// are taken in now, in front of what is staged, except those that the staged changes replace or remove.
 void MotionPhotoEditImpl::restoreTrailer() {
-    if (!isHEIC() || !HEIFMetaWriter::restoreTrailerOrder(outputFile))
+    if (!isHEIC() || !HEIFMetaWriter::isTrailerHidden(*outputFile))
         return;
+    requireRoomForFields();
+    HEIFMetaWriter::restoreTrailerOrder(outputFile);
     mediator->notify(this, Event::CONTAINER_RESTRUCTURED);
     auto& staged = qrtEdit->impl().getRecordList();
     auto hidden = QRTEditImpl(impl->getTrailer()).getRecordList();

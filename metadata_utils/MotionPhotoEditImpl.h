@@ -124,6 +124,7 @@ private:
     void requireCommittable();
     void requireBoxVideo() const;
     uint32_t expectedFileSize() const;
+    void requireRoomForFields() const;
     void restoreTrailer();
     void prepareImageType();
     void prepareXMP();

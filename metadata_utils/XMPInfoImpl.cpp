@@ -157,8 +157,11 @@ std::list<std::string> XMPInfoImpl::getItemNamesInOrder() const {
 }
 
 void XMPInfoImpl::itemInserted(std::string const& name, int32_t place) {
-    if (firstUnread != 0)
+    if (firstUnread != 0) {
         ++firstUnread;
+        for (auto& entry : items)
+            entry.second.makeWayAt(place);
+    }
     items.insert_or_assign(name, XMPItemInfo(meta, place));
 }
 

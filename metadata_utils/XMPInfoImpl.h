@@ -55,6 +55,8 @@ public:
 
         /// The 1-based position it was read from or added at; removals of other items leave it as it is.
         int32_t getIndex() const { return index; }
+        /// Another item is added at this position, in front of an entry that could not be read.
+        void makeWayAt(int32_t position) { index += index >= position ? 1 : 0; }
         /// Where the packet has it now.
         int32_t getPlace() const { return place; }
         void moveTo(int32_t newPlace);

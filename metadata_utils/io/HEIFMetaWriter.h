@@ -43,6 +43,8 @@ public:
     /// Writes the image part again with room for `size` bytes of XMP (128 at least, and never less than the packet the
     /// image has, which the room begins with). Needs memory for the file and the new image part. Returns the room.
     Metadata reserveXMP(unsigned int size) override;
+    /// Throws what reserveXMP(size) would refuse the image for; changes nothing.
+    void requireRoomCanBeMade(unsigned int size);
     /// Changes nothing, on purpose.
     void removeXMP() override;
     /// Changes nothing, on purpose: only the form that takes the view writes.
@@ -66,6 +68,8 @@ public:
     /// looked for; a pointer in it follows the video. False, and nothing done, when the boxes are in order (or it is no
     /// HEIC).
     static bool restoreTrailerOrder(std::shared_ptr<MediaFile> const& file);
+    /// Whether it would do something.
+    static bool isTrailerHidden(MediaFile const& file);
 
     /// Degrees clockwise for the counter-clockwise angle of 'irot' (0 to 3 quarter turns).
     static uint32_t getClockWiseRotation(int heifCcwRotation);
@@ -75,6 +79,7 @@ private:
     void deinit();
     void rescan();
     void requireReplaceableXMP();
+    std::vector<uint8_t> imageWithRoom(unsigned int size);
     void copyCover(uint32_t xmpSize);
     void copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& tiles, uint32_t xmpSize);
     void copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& ids);

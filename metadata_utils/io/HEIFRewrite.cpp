@@ -71,29 +71,40 @@ void requireRoomIsFound(std::vector<uint8_t> const& image, uint32_t offset, uint
 } // namespace
 
 Metadata HEIFMetaWriter::reserveXMP(unsigned int size) {
-    if (size > INT32_MAX)
-        throw writerError()("room of %zu bytes for XMP is too large", size_t{size});
     rescan();
-    requireReplaceableXMP();
     uint32_t const inputSize = reader->getFileSize();
     if (reader->getExternalMetadataPosition({"qrtd", "free", "mpvd"}) == 0)
         LOGD("no external metadata box given");
     uint32_t const imageLength = reader->getEndOfImagePosition(true);
-
-    init(imageLength);
-    copyCover(std::max<uint32_t>(size, HBOXM_MIN_XMP_SIZE));
-    stop();
-    std::vector<uint8_t> const image = dumpImage();
-    uint32_t const offset = getMetadataOffset();
-    requireRoomIsFound(image, offset, size);
+    std::vector<uint8_t> const image = imageWithRoom(size);
     rescan(); // gives the source's copy back before anything else needs memory
 
     replaceImagePart(imageLength, image);
     rescan();
+    Metadata const room = reader->getXMP();
     LOGI("reserve_xmp done: input-size=%ld, reserved-size=%d, output-size=%lu, xmp-offset=%ld",
          static_cast<long>(inputSize), static_cast<int>(size), static_cast<unsigned long>(image.size()),
-         static_cast<long>(offset));
-    return reader->getXMP();
+         static_cast<long>(room.position));
+    return room;
+}
+
+void HEIFMetaWriter::requireRoomCanBeMade(unsigned int size) {
+    rescan();
+    imageWithRoom(size);
+    rescan();
+}
+
+/// The new image part, in memory.
+std::vector<uint8_t> HEIFMetaWriter::imageWithRoom(unsigned int size) {
+    if (size > INT32_MAX)
+        throw writerError()("room of %zu bytes for XMP is too large", size_t{size});
+    requireReplaceableXMP();
+    init(reader->getEndOfImagePosition(true));
+    copyCover(std::max<uint32_t>(size, HBOXM_MIN_XMP_SIZE));
+    stop();
+    std::vector<uint8_t> image = dumpImage();
+    requireRoomIsFound(image, getMetadataOffset(), size);
+    return image;
 }
 
 /// A 'mime' item of another kind that stands where XMP is looked for would go on hiding the room.

@@ -121,6 +121,10 @@ void HEIFMetaWriter::closeLastBox(std::shared_ptr<MediaFile> const& file) {
     checked::write(*file, bigEndian(box.size));
 }
 
+bool HEIFMetaWriter::isTrailerHidden(MediaFile const& file) {
+    return isHEIC(file) && hiddenTrailer(heif::scanWhole(file)) != nullptr;
+}
+
 /// A copy at the end comes first, so that the trailer is never out of the file.
 bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file) {
     if (!isHEIC(*file))
