@@ -84,12 +84,23 @@ std::optional<std::string> refusal(std::function<void()> const& action) {
     return std::nullopt;
 }
 
-std::optional<std::string> frameOf(HBOXD_HANDLE source, uint32_t id) {
+Demuxer::Demuxer(std::string_view file) : bytes(file) {
+    HBOX_STREAM_CALLBACKS callbacks;
+    hbox_mfal_memory(&callbacks);
+    stream = {reinterpret_cast<uint8_t*>(bytes.data()), static_cast<uint32_t>(bytes.size()), 0};
+    handle = hboxd_create(&callbacks, &stream, nullptr);
+}
+
+Demuxer::~Demuxer() {
+    hboxd_delete(handle);
+}
+
+std::optional<std::string> Demuxer::frame(uint32_t id) const {
     uint32_t size = 0;
-    if (hboxd_get_image_frm(source, id, nullptr, 0, &size) != HBOX_OK)
+    if (hboxd_get_image_frm(handle, id, nullptr, 0, &size) != HBOX_OK)
         return std::nullopt;
     std::string frame(size, '\0'); // exactly: a byte more is an overflow
-    if (hboxd_get_image_frm(source, id, frame.data(), size, &size) != HBOX_OK)
+    if (hboxd_get_image_frm(handle, id, frame.data(), size, &size) != HBOX_OK)
         return std::nullopt;
     return frame;
 }

@@ -45,8 +45,23 @@ inline bool goesThrough(std::function<void()> const& action) {
     return !refusal(action);
 }
 
-/// An item's stored bytes.
-std::optional<std::string> frameOf(HBOXD_HANDLE source, uint32_t id);
+/// A demuxer over its own copy of a file; the handle is null when the file does not open.
+class Demuxer {
+public:
+    explicit Demuxer(std::string_view file);
+    ~Demuxer();
+    Demuxer(Demuxer const&) = delete;
+    Demuxer& operator=(Demuxer const&) = delete;
+
+    /// An item's stored bytes.
+    std::optional<std::string> frame(uint32_t id) const;
+
+    HBOXD_HANDLE handle = nullptr;
+
+private:
+    std::string bytes;
+    HBOX_MEMORY_STREAM stream{};
+};
 
 /// Makes the still a motion photo, or takes its video out. A refusal must have left the file alone; otherwise a fresh
 /// view must read the video, or none.

@@ -2,7 +2,6 @@
 // was, and a refusal leaves the file alone. The last two bytes choose the steps.
 #include "FuzzSupport.h"
 #include "XMPInfo.h"
-#include "hbox/HboxRun.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
 #include "support/HeicBuilder.h"
@@ -13,7 +12,6 @@
 
 using namespace android::lumo;
 using namespace android::lumo::fuzz;
-using hbox::test::Demuxer;
 
 namespace {
 
@@ -47,7 +45,7 @@ std::map<uint32_t, std::string> itemsOf(std::string const& bytes) {
         if (hboxd_get_info_item(source.handle, id, HBOXD_ITEM_MIME, mime, &size) != HBOX_OK &&
             hboxd_get_info_item(source.handle, id, HBOXD_ITEM_LOCATION, &place, &placeSize) == HBOX_OK &&
             place.extent_count == 1 && isStored(place)) {
-            if (auto const frame = frameOf(source.handle, id))
+            if (auto const frame = source.frame(id))
                 items[id] = *frame;
         }
     }
