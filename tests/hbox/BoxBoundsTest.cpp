@@ -15,11 +15,8 @@ std::span<uint8_t const> bytesOf(std::string const& text) {
 } // namespace
 
 TEST(BoxBounds, RejectsRangesAndCountsWhenSumsWouldOverflow) {
-    EXPECT_TRUE(rangeFits(10, 0, 10));
-    EXPECT_TRUE(rangeFits(0, 10, 10));
-    EXPECT_FALSE(rangeFits(1, 10, 10));
-    EXPECT_FALSE(rangeFits(UINT64_MAX, 2, 10));
-    EXPECT_FALSE(rangeFits(2, UINT64_MAX, 10));
+    EXPECT_TRUE(rangeFits(10, 0, 10) && rangeFits(0, 10, 10));
+    EXPECT_FALSE(rangeFits(1, 10, 10) || rangeFits(UINT64_MAX, 2, 10) || rangeFits(2, UINT64_MAX, 10));
     EXPECT_TRUE(countFits(2, 5, 10));
     EXPECT_FALSE(countFits(UINT64_MAX, 5, 10));
 }
@@ -58,12 +55,5 @@ TEST(BoxBounds, StopsWhenAChildOrAFieldReachesOverItsParent) {
     EXPECT_EQ(child.u24(), 0x030405U);
     EXPECT_THROW(child.u32(), BoxError);
     EXPECT_THROW(child.requireEntries(4, 1), BoxError);
-    try {
-        child.skip(UINT64_MAX);
-        FAIL();
-    } catch (BoxError const& error) {
-        EXPECT_EQ(std::string(error.what()).find("[metadata_utils/io/BoxBounds:"), 0U);
-        EXPECT_EQ(std::string(error.reason()).find("box 'abcd': 18446744073709551615 bytes wanted at 1021, 3 left"),
-                  0U);
-    }
+    EXPECT_THROW(child.skip(UINT64_MAX), BoxError);
 }

@@ -23,8 +23,7 @@ std::string iref(std::string const& ids) {
     return heicFullBox("iref", 0, 0, heicBox("dimg", "\0\1\0\1\0\2"s) + heicBox("cdsc", ids));
 }
 std::string iloc(unsigned version, char const* sizes, std::string const& entries, uint32_t count = 1) {
-    std::string const widths = {static_cast<char>(std::stoi(sizes, nullptr, 16) >> 8),
-                                static_cast<char>(std::stoi(sizes, nullptr, 16))};
+    std::string const widths = bigEndian(std::stoul(sizes, nullptr, 16), 2);
     return heicFullBox("iloc", version, 0, widths + bigEndian(count, version == 2 ? 4 : 2) + entries);
 }
 
@@ -51,8 +50,7 @@ TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
     constexpr int NOT_FOUND = -1;
     std::string const wideIref =
         heicFullBox("iref", 1, 0, heicBox("cdsc", bigEndian(2, 4) + bigEndian(1, 2) + bigEndian(1, 4)));
-    std::string const IN_ITEM_DATA = iloc(1, "4400", "\0\2\0\1\0\0\0\1\0\0\0\2\0\0\0\5"s);
-    struct Case {
+    struct {
         char const* what;
         std::string children;
         int position; ///< NOT_FOUND, or of five bytes
@@ -64,18 +62,14 @@ TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
              iloc(2, "4440", "\0\0\0\2\0\0\0\0\0\0\0\4\0\1\0\0\0\x09\0\0\0\5"s),
          13},
         {"no primary", IINF + IREF + ILOC, NOT_FOUND},
-        {"no reference", PITM + IINF + ILOC, NOT_FOUND},
         {"entry of version 1, which has no type", PITM + iinf(infe(1, 2, "mime")) + IREF + ILOC, NOT_FOUND},
         {"another type", PITM + iinf(infe(2, 2, "uri ")) + IREF + ILOC, NOT_FOUND},
         {"several described, primary first", PITM + IINF + iref("\0\2\0\2\0\1\0\7"s) + ILOC, 9},
         {"several described, primary second", PITM + IINF + iref("\0\2\0\2\0\7\0\1"s) + ILOC, NOT_FOUND},
-        {"nothing described", PITM + IINF + iref("\0\2\0\0\0\1"s) + ILOC, NOT_FOUND},
-        {"location of another item", PITM + IINF + IREF + iloc(0, "4400", "\0\3\0\0\0\1\0\0\0\x09\0\0\0\5"s),
-         NOT_FOUND},
         {"behind the file's end", PITM + IINF + IREF + iloc(0, "4400", "\0\2\0\0\0\1\0\0\3\xE4\0\0\0\5"s), NOT_FOUND},
-        {"in item data that follows", PITM + IINF + IREF + IN_ITEM_DATA + heicBox("idat", "0123456"),
-         static_cast<int>(12 + (PITM + IINF + IREF + IN_ITEM_DATA).size() + 8 + 2)},
-        {"outside the item data", PITM + IINF + IREF + IN_ITEM_DATA + heicBox("idat", "012345"), NOT_FOUND},
+        {"outside the item data",
+         PITM + IINF + IREF + iloc(1, "4400", "\0\2\0\1\0\0\0\1\0\0\0\2\0\0\0\5"s) + heicBox("idat", "012345"),
+         NOT_FOUND},
         {"in another item", PITM + IINF + IREF + iloc(1, "4400", "\0\2\0\2\0\0\0\1\0\0\0\x09\0\0\0\5"s), NOT_FOUND},
         {"extent index of 8 bytes, of which 4 are passed over",
          PITM + IINF + IREF + iloc(1, "4408", "\0\2\0\0\0\0\0\1\0\0\0\0\0\0\0\7\0\0\0\5\0\0\0\6"s), 7},
@@ -90,10 +84,7 @@ TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
 }
 
 TEST(HEIFItems, LocationsReadOffTheirPlaceAreNotWrittenTo) {
-    struct Case {
-        std::string locations;
-        bool isExact;
-    } const cases[] = {
+    std::pair<std::string, bool> const cases[] = {
         {ILOC, true},
         {iloc(0, "4400", "\0\2\0\1\0\1\0\0\0\x09\0\0\0\5"s), false},         // in another file
         {iloc(0, "8400", "\0\2\0\0\0\1\0\0\0\1\0\0\0\x09\0\0\0\5"s), false}, // behind 4 GiB
@@ -108,37 +99,26 @@ TEST(HEIFItems, LocationsReadOffTheirPlaceAreNotWrittenTo) {
 }
 
 TEST(HEIFItems, DamageIsNamedAndWhatStoodBeforeItStays) {
-    struct Case {
-        char const* what;
-        std::string child;
-        char const* message;
-    } const cases[] = {
-        {"two extents", iloc(0, "4400", "\0\3\0\0\0\2"s + std::string(16, '\0')), "multi extent not supported"},
-        {"offsets of 2 bytes", iloc(0, "2400", "\0\3\0\0\0\1\0\x09\0\0\0\5"s), "iloc invalid size field"},
-        {"cut-off head", heicFullBox("iloc", 0, 0, "D"), "iloc read error"},
-        {"more locations than bytes", iloc(2, "0000", "", 0x10000000), "entries cannot stand"},
-        {"more items than bytes", iinf("", 0xFFFF), "entries cannot stand"},
-        {"entry smaller than its header", iinf("\0\0\0\4infe"s), "size 4"},
-        {"entry larger than its box", iinf("\0\0\0\x40infe\2\0\0\0"s), "size 64"},
-        {"reference larger than its box", heicFullBox("iref", 0, 0, "\0\0\0\x40"s + "cdsc\0\2"s), "bytes wanted"},
-        {"box larger than 'meta'", "\x7F\0\0\0iinf"s, "invalid chunk payload: 2130706432"},
+    std::pair<std::string, char const*> const cases[] = {
+        {iloc(0, "4400", "\0\3\0\0\0\2"s + std::string(16, '\0')), "multi extent not supported"},
+        {iloc(0, "2400", "\0\3\0\0\0\1\0\x09\0\0\0\5"s), "iloc invalid size field"},
+        {iloc(2, "0000", "", 0x10000000), "entries cannot stand"},
+        {iinf("\0\0\0\x40infe\2\0\0\0"s), "size 64"},
+        {heicFullBox("iref", 0, 0, "\0\0\0\x40"s + "cdsc\0\2"s), "bytes wanted"},
+        {"\x7F\0\0\0iinf"s, "invalid chunk payload: 2130706432"},
     };
-    for (auto const& [what, child, message] : cases) {
+    for (auto const& [child, message] : cases) {
         heif::Items items;
-        EXPECT_THAT(parse(PITM + IINF + IREF + ILOC + child, items), HasSubstr(message)) << what;
-        EXPECT_TRUE(items.findDescribing(items.mimeIds)) << what;
+        EXPECT_THAT(parse(PITM + IINF + IREF + ILOC + child, items), HasSubstr(message));
+        EXPECT_TRUE(items.findDescribing(items.mimeIds)) << message;
     }
 }
 
 // HEVC parameter sets. ------------------------------------------------------------------------------------------------
 
-TEST(HEIFCodecInfo, UnitsAreSortedByTypeUpToTheFirstBadOne) {
+TEST(HEIFCodecInfo, UnitsAreTakenUpToTheFirstBadOne) {
     std::string const vps = "\0\0\0\1\x40\1vps"s;
-    struct Case {
-        std::string bytes;
-        char const* message; ///< its end
-    } const cases[] = {
-        {vps + "\0\0\0\1\x42\1s"s + "\0\0\0\1\x44\1p"s, ""},
+    std::pair<std::string, char const*> const cases[] = {
         {vps + "\0\0\0\1\x4E\1sei"s, "invalid nal unit type"},
         {vps + "\0\0\0\1"s, "no remain data size"},
         {vps + "\0\0\0\1"s + vps, "  0 nal data size"},
@@ -146,17 +126,10 @@ TEST(HEIFCodecInfo, UnitsAreSortedByTypeUpToTheFirstBadOne) {
     };
     for (auto const& [bytes, message] : cases) {
         HBOXM_INFO_HEVC info{};
-        std::string refusal;
-        try {
-            heif::addParameterSets({reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size()}, &info);
-        } catch (std::runtime_error const& error) {
-            refusal = error.what();
-        }
-        EXPECT_THAT(refusal, testing::EndsWith(message));
-        EXPECT_EQ(refusal.empty(), *message == '\0');
+        std::span const units(reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size());
+        EXPECT_THAT(messageOf([&, all = units] { heif::addParameterSets(all, &info); }), testing::EndsWith(message));
         ASSERT_GE(info.vps_count, 1U) << message;
         EXPECT_EQ(std::string(reinterpret_cast<char*>(info.vps[0]), info.vps_size[0]), "\x40\1vps") << message;
-        EXPECT_EQ(info.sps_count + info.pps_count, *message == '\0' ? 2U : 0U) << message;
         heif::deallocCodecInfo(&info);
         EXPECT_EQ(info.vps_count, 0U);
     }

@@ -20,42 +20,59 @@ std::shared_ptr<XMPInfo> viewOf(std::string const& packet) {
     return XMPInfo::parse(file.open("r"));
 }
 
+std::string reserved(std::string const& bytes, uint32_t size) {
+    TempFile const file(bytes);
+    HEIFMetaWriter(file.open()).reserveXMP(size);
+    return file.bytes();
+}
+
+std::string withoutMeta(std::string image) {
+    size_t const at = image.find("meta\0\0\0\0"s) - 4;
+    return image.erase(at, __builtin_bswap32(littleAt(image, at)));
+}
+
+/// Outside 'meta' the old packet's bytes are blanked, an 'mdat' to the end gets its size, and then comes the room.
+std::string imageOutsideMeta(std::string const& before, std::string const& oldXmp, std::string const& room) {
+    std::string expected = withoutMeta(before);
+    if (size_t const at = expected.find(oldXmp); at != expected.npos)
+        expected.replace(at, oldXmp.size(), oldXmp.size(), ' ');
+    if (size_t const at = expected.find("\0\0\0\0mdat"s); at != expected.npos)
+        expected.replace(at, 4, bigEndian(expected.size() - at, 4));
+    return expected + heicBox("mdat", room);
+}
+
 TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
-    struct Case {
+    struct {
         HeicOptions options;
         std::string tail;
         std::string expectedTail;
     } const cases[] = {
         {{}, "", ""},
         {{.thumbnail = true, .xmp = XMP}, "VT", "VT"},
-        {{.alpha = true, .groups = true, .rotation = 3}, "WT", "WT"},
+        {{.columns = 1, .alpha = true, .groups = true, .rotation = 3}, "WT", "WT"},
         {{.xmp = XMP, .ilocVersion = 0}, "V", "V"},
         {{.xmp = XMP, .ilocVersion = 2, .primaryId = 70'000}, "VT", "VT"},
-        {{.xmp = XMP, .fieldWidth = 8, .indexWidth = 4}, "", ""},
-        {{.xmp = XMP, .baseOffset = true, .mdat = Mdat::Wide, .metaLast = true}, "DVT", "DVT"},
+        {{.ilocVersion = 2, .primaryId = 70'000}, "", ""},
+        {{.xmp = XMP, .fieldWidth = 8, .indexWidth = 4, .baseOffset = true}, "", ""},
+        {{.xmp = XMP, .baseOffset = true, .gridInIdat = false, .mdat = Mdat::Wide, .metaLast = true}, "DVT", "DVT"},
         {{.xmp = XMP, .xmpInIdat = true, .mdat = Mdat::Wide}, "T", "T"},
         {{.xmp = XMP, .mdat = Mdat::ToEnd}, "", ""},
         {{.xmp = XMP, .freeBoxes = true, .unknownBoxes = true, .behindMdat = heicBox("free", "x")}, "VPT", "VPT"},
+        {{.exif = false, .xmp = heicXmp(std::string(2000, 'x'))}, "V", "V"}, // more than the room asked for
         {{.rows = 16, .columns = 32, .fieldWidth = 8}, "VT", "VT"}, // narrower locations: the image gets shorter
         {{.xmp = XMP}, "TVD", "VDT"},                               // a hidden trailer comes last
     };
     int row = 0;
     for (auto const& [options, tail, expectedTail] : cases) {
         SCOPED_TRACE(row++);
-        HeicFile const heic = buildHeicFile(options);
-        std::string const before = HeicParts{heic.bytes}.build("I" + tail);
+        std::string const image = buildHeic(options), oldXmp = options.xmp.value_or("");
+        std::string const before = HeicParts{image}.build("I" + tail);
         TempFile const file(before);
-        for (ParseMode const mode : {ParseMode::LAZY, ParseMode::EAGER}) {
-            auto const reader = ImageMetaReader::of(file.open("r"), mode);
-            EXPECT_EQ(reader->getXMP().toTypedData<std::string>(), options.xmp.value_or(""));
-            EXPECT_THAT(reader->getExif().toTypedData<std::string>(), testing::StartsWith("Exif\0\0II*"s));
-        }
-        HEIFMetaWriter writer(file.open());
-        EXPECT_EQ(writer.reserveXMP(1280).payload, 1280U);
-        EXPECT_EQ(writer.xmpRoom(), 1280U);
-        std::string const after = file.bytes();
-        size_t const newImage = after.size() - (before.size() - heic.bytes.size());
-        EXPECT_TRUE(after == HeicParts{after.substr(0, newImage)}.build("I" + expectedTail));
+        for (ParseMode const mode : {ParseMode::LAZY, ParseMode::EAGER})
+            EXPECT_EQ(ImageMetaReader::of(file.open("r"), mode)->getXMP().toTypedData<std::string>(), oldXmp);
+        std::string const after = reserved(before, 1280);
+        std::string const newImage = after.substr(0, after.size() - (before.size() - image.size()));
+        EXPECT_TRUE(after == HeicParts{newImage}.build("I" + expectedTail));
 
         HeicOptions decodable = options;
         decodable.indexWidth = 0; // libheif 1.15 does not read item reference indices
@@ -64,8 +81,51 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         EXPECT_EQ(was.images, is.images);
         EXPECT_EQ(was.metadata, is.metadata);
         ASSERT_EQ(is.xmp.size(), 1U);
-        std::string const kept = options.xmp.value_or("<x:xmpmeta");
-        EXPECT_THAT(is.xmp.front(), testing::StartsWith(kept.substr(0, kept.find_last_not_of(' ') + 1)));
+        std::string const packet = oldXmp.substr(0, oldXmp.find_last_not_of(' ') + 1);
+        EXPECT_EQ(is.xmp.front().size(), std::max<size_t>(1280, packet.size()));
+        EXPECT_THAT(is.xmp.front(), testing::StartsWith(options.xmp ? packet : "<x:xmpmeta"));
+        EXPECT_TRUE(packet.empty() || newImage.find(packet) == newImage.rfind(packet)) << "the old packet is left";
+        EXPECT_TRUE(withoutMeta(newImage) == imageOutsideMeta(image, oldXmp, is.xmp.front()));
+    }
+}
+
+TEST(HEIFReserveXMP, LeavesSharedBytesWhenAnotherItemUsesTheOldPacket) {
+    std::string const packet = heicXmp("shared");
+    HeicFile const file = buildHeicFile({.exif = false, .xmp = packet});
+    std::string tile = file.bytes;
+    auto const extentOf = [&](uint32_t id) {
+        return tile.find(bigEndian(id, 2) + bigEndian(0, 4) + bigEndian(1, 2)) + 8;
+    };
+    tile.replace(extentOf(1), 8, tile.substr(extentOf(file.xmpId), 8)); // the first tile is where the packet is
+
+    HeicFile const rest = buildHeicFile({.thumbnail = true, .exif = false, .xmp = packet, .xmpInIdat = true});
+    std::string toEnd = rest.bytes; // the thumbnail takes all of 'idat': an extent without a length
+    auto const entry = [&](uint32_t method) {
+        return bigEndian(rest.thumbnailId, 2) + bigEndian(method << 16, 4) + bigEndian(1, 2);
+    };
+    toEnd.replace(toEnd.find(entry(0)), 16, entry(1) + std::string(8, '\0'));
+    for (std::string const& shared : {tile, toEnd}) {
+        std::string const after = reserved(shared, 1280);
+        EXPECT_EQ(after.find(packet) - shared.find(packet), after.find("mdat") - shared.find("mdat"));
+        EXPECT_NE(after.find(packet), after.rfind(packet)) << "at the old place and in the room";
+    }
+}
+
+TEST(HEIFReserveXMP, PicksAFreeIdWhenTheLargestIsTaken) {
+    std::string const group = heicBox("grpl", heicFullBox("ster", 0, 0, bigEndian(65535, 4) + bigEndian(0, 4)));
+    std::pair<HeicOptions, int> const cases[] = {
+        {{.exif = false}, 6},                             // tiles 1 to 4, grid 5
+        {{.groups = true}, 901},                          // groups share the items' numbers
+        {{.exif = false, .primaryId = 65535}, 5},         // 16 bits are full: the lowest free one
+        {{.ilocVersion = 2, .primaryId = 70000}, 70'001}, // 32 bits all over
+        {{.exif = false, .extraMeta = group}, 6},
+    };
+    for (auto const& [options, expected] : cases) {
+        std::string const after = reserved(buildHeic(options), 300);
+        HEIFMetaReader reader(TempFile(after).open("r"), ParseMode::LAZY);
+        std::vector<uint8_t> packet;
+        reader.getImageFrame(expected, packet, 300);
+        EXPECT_EQ(std::string(packet.begin(), packet.end()), after.substr(after.size() - 300)) << expected;
     }
 }
 
@@ -82,9 +142,13 @@ TEST(HEIFWriteXMP, PacketFillsItsRoomWithBlanks) {
         std::string const blanks(room - packet.size(), ' ');
         EXPECT_EQ(after.xmp, std::vector{std::string(packet.begin(), packet.end()) + blanks});
         EXPECT_EQ(after.images, before.images);
+        EXPECT_EQ(HEIFMetaWriter(file.open("r")).xmpRoom(), room);
         TrailerFile const trailer = readTrailer(file.bytes());
         EXPECT_EQ(trailer.records.at(0).data.substr(4, 4), bigEndian(trailer.image.size() - 8 - HEIC_VIDEO.size(), 4));
     }
+    for (HeicOptions const& refused :
+         {HeicOptions{.xmp = XMP, .mimeFirst = "text"}, HeicOptions{.xmp = XMP, .xmpEncoding = "deflate"}})
+        EXPECT_EQ(HEIFMetaWriter(TempFile(buildHeic(refused)).open("r")).xmpRoom(), 0U);
 }
 
 TEST(HEIFMetaWriter, RefusalsLeaveTheFileAsItWas) {
@@ -92,25 +156,38 @@ TEST(HEIFMetaWriter, RefusalsLeaveTheFileAsItWas) {
     size_t const exif = shared.find(bigEndian(24, 4), shared.find("iloc"));
     ASSERT_LT(exif, shared.find("iinf"));
     shared.replace(exif, 4, bigEndian(30, 4));
+    std::string const group = heicFullBox("altr", 0, 0, bigEndian(0xFFFF, 4) + bigEndian(9, 4));
     auto const reserve = [](HEIFMetaWriter& writer) { writer.reserveXMP(1280); };
     auto const writing = [](std::shared_ptr<XMPInfo> const& view) {
         return [view](HEIFMetaWriter& writer) { writer.writeXMP(view); };
     };
     auto const small = writing(viewOf(heicXmp("small"))), large = writing(viewOf(heicXmp(std::string(1500, 'x'))));
-    struct Case {
+    struct {
         std::string bytes;
         std::function<void(HEIFMetaWriter&)> edit;
         char const* message;
     } const cases[] = {
         {buildHeic({.grid = false}), reserve, "[HEIFController]not grid image or no item"},
-        {buildHeic({.tileExtents = 2}), reserve, "[HEIFMetaWriter]fail to set image info: "},
-        {buildHeic({.tileShift = 1 << 20}), reserve, "item 1"},
-        {buildHeic({.rows = 23, .columns = 23}), reserve, "fail to get item ids: err=-7"},
+        {buildHeic({.beforeMdat = heicBox("moov", "x")}), reserve, "box 'moov'"},
+        {buildHeic({.beforeMdat = heicBox("moof", "x")}), reserve, "box 'moof'"},
+        {buildHeic({.behindMdat = heicBox("meco", "x")}), reserve, "box 'meco'"},
         {buildHeic({.beforeMdat = heicBox("mpvd", "ftyp")}), reserve, "box 'mpvd'"},
+        {buildHeic({.beforeMdat = heicBox("qrtd", "trailer")}), reserve, "box 'qrtd'"},
+        {buildHeic({.behindMdat = heicFullBox("meta", 0, 0, "")}), reserve, "2 'meta' boxes"},
+        {buildHeic({.indexWidth = 2}), reserve, "err=-5"},
+        {buildHeic({.tileExtents = 2}), reserve, "[HEIFMetaWriter]fail to set image info: "},
+        {buildHeic({.tileMethod = 2}), reserve, "item 1: construction method 2"},
+        {buildHeic({.tileDataReference = 1}), reserve, "item 1: data reference 1"},
+        {buildHeic({.tileShift = 1 << 20}), reserve, "item 1"},
+        {buildHeic({.tileShift = 140, .tail = heicBox("mpvd", std::string(64, 'v'))}), reserve, "outside the image"},
+        {buildHeic({.rows = 23, .columns = 23}), reserve, "fail to get item ids: err=-7"},
         {buildHeic({.xmp = XMP, .mimeFirst = "text"}), reserve, "not plain application/rdf+xml"},
         {buildHeic({.xmp = XMP, .xmpEncoding = "deflate"}), reserve, "not plain application/rdf+xml"},
         {buildHeic({.tail = "abc"}), reserve, "fail to get file payload"},
         {buildHeic({.extraMeta = heicFullBox("pitm", 0, 0, bigEndian(1, 2))}), reserve, "would not be found"},
+        {buildHeic({.extraMeta = heicFullBox("iinf", 0, 0, bigEndian(0, 2))}), reserve, "2 'iinf'"},
+        {buildHeic({.extraMeta = bigEndian(0, 4) + "free"}), reserve, "has no size"},
+        {buildHeic({.extraMeta = heicBox("grpl", group)}), reserve, "9 entries"},
         {buildHeic({.xmp = XMP}), large, "xmpBuffer size must be smaller than xmpBox size"},
         {buildHeic(), large, "xmpBuffer size must be smaller than xmpBox size"},
         {buildHeic({.grid = false}), small, "not grid image"},
@@ -125,15 +202,6 @@ TEST(HEIFMetaWriter, RefusalsLeaveTheFileAsItWas) {
         EXPECT_THAT(messageOf([&, &made = edit] { made(writer); }), HasSubstr(message));
         EXPECT_TRUE(file.bytes() == bytes) << message;
     }
-}
-
-TEST(HEIFWriteXMP, RoomIsWhatCanBeWrittenInPlace) {
-    auto const roomIn = [](HeicOptions const& options) {
-        return HEIFMetaWriter(TempFile(buildHeic(options)).open("r")).xmpRoom();
-    };
-    EXPECT_EQ(roomIn({.xmp = XMP}), 400U);
-    EXPECT_EQ(roomIn({.xmp = XMP, .mimeFirst = "text"}), 0U);
-    EXPECT_EQ(roomIn({.xmp = XMP, .xmpEncoding = "deflate"}), 0U);
 }
 
 TEST(HEIFMetaWriter, RotationIsTurnedClockwise) {

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+
 namespace android::lumo::test {
 namespace {
 
@@ -13,11 +15,7 @@ std::string const INFO = pattern(1777, 4);
 std::vector<unsigned char> const INFO_BYTES(INFO.begin(), INFO.end());
 
 TEST(HEIFDebugInfo, GoesInAndOutWithoutHidingTheTrailer) {
-    struct Case {
-        char const* before;
-        char const* written;
-        char const* removed;
-    } const cases[] = {
+    std::array<char const*, 3> const cases[] = {
         {"I", "ID", "I"},          {"IV", "IVD", "IV"},         {"IT", "IDT", "IT"},     {"IVT", "IDVT", "IVT"},
         {"IPWT", "IPDWT", "IPWT"}, {"ID", "ID", "I"},           {"IDV", "IVD", "IV"},    {"IDVT", "IDVT", "IVT"},
         {"IVDT", "IDVT", "IVT"},   {"ITD", "IDT", "IT"},        {"IVTD", "IDVT", "IVT"}, {"ITVD", "IDVT", "IVT"},
@@ -59,31 +57,25 @@ TEST(HEIFDebugInfo, IsReadBackBehindABoxWhoseTypeIsAllZeros) {
 
 TEST(HEIFDebugInfo, RefusalsLeaveTheFileAsItWas) {
     HeicParts const parts;
-    struct Case {
-        std::string bytes;
-        std::vector<unsigned char> data;
-        char const* message;
-    } const cases[] = {
-        {parts.build("I"), {}, "[metadata_utils/io/HEIFMetaWriter:474] empty camera debug info"},
-        {parts.build("I") + "abc", INFO_BYTES, "fail to get file payload"},
-        {parts.build("IV").substr(0, 4000), INFO_BYTES, "invalid chunk payload: 5020"},
-        {buildHeic({.mdat = HeicOptions::Mdat::ToEnd, .tail = trailerBytes({{1, "Other", "data"}})}), INFO_BYTES,
+    std::pair<std::string, char const*> const cases[] = {
+        {parts.build("I") + "abc", "fail to get file payload"},
+        {parts.build("IV").substr(0, 4000), "invalid chunk payload: 5020"},
+        {buildHeic({.mdat = HeicOptions::Mdat::ToEnd, .tail = trailerBytes({{1, "Other", "data"}})}),
          "the trailer stands in no box of its own"},
-        {parts.build("I" + std::string(17, 'D')), INFO_BYTES, "17 camera debug infos"},
+        {parts.build("I" + std::string(17, 'D')), "17 camera debug infos"},
     };
-    for (auto const& [bytes, data, message] : cases) {
+    EXPECT_EQ(messageOf([&] { HEIFMetaWriter(TempFile(parts.image).open()).writeCameraDebugInfo({}); }),
+              "[metadata_utils/io/HEIFMetaWriter:474] empty camera debug info");
+    for (auto const& [bytes, message] : cases) {
         TempFile const file(bytes);
         HEIFMetaWriter writer(file.open());
-        EXPECT_THAT(messageOf([&, &info = data] { writer.writeCameraDebugInfo(info); }), HasSubstr(message));
+        EXPECT_THAT(messageOf([&] { writer.writeCameraDebugInfo(INFO_BYTES); }), HasSubstr(message));
         EXPECT_TRUE(file.bytes() == bytes) << message;
     }
 }
 
 TEST(HEIFTrailerOrder, TrailerComesLastAndItsPointerFollows) {
-    struct Case {
-        char const* before;
-        char const* after;
-    } const cases[] = {
+    std::pair<char const*, char const*> const cases[] = {
         {"ITV", "IVT"}, {"IVTD", "IVDT"}, {"ITWD", "IWDT"}, {"ITPV", "IPVT"}, {"ITVB", "ITVB"},
         {"IVT", "IVT"}, {"I", "I"},       {"IVTP", "IVTP"}, {"IDV", "IDV"},
     };
