@@ -97,4 +97,11 @@ inline std::string messageOf(std::function<void()> const& action) {
     return {};
 }
 
+/// True when `action` throws a std::runtime_error that says `text`.
+inline testing::AssertionResult failsWith(std::string const& text, std::function<void()> const& action) {
+    std::string const message = messageOf(action);
+    bool const isSaid = message.find(text) != std::string::npos;
+    return (isSaid ? testing::AssertionSuccess() : testing::AssertionFailure()) << message << ", expected " << text;
+}
+
 } // namespace android::lumo::test

@@ -27,6 +27,8 @@ struct Still {
 
 inline std::vector<Still> const STILLS{{JPEG_IMAGE, false}, {HEIC_IMAGE, true}};
 
+inline TrailerRecord const A{1, "A", "first"}, A2{1, "A", "second"}, B{2, "B", pattern(3000)}, EMPTY{3, "Empty", ""};
+
 inline ByteBuffer buffer(std::string const& text) {
     return ByteBuffer(std::vector<uint8_t>(text.begin(), text.end()));
 }
@@ -44,12 +46,27 @@ inline std::shared_ptr<QRTEditImpl> editorOf(std::shared_ptr<QRTInfoImpl> const&
     return std::dynamic_pointer_cast<QRTEditImpl>(view->edit());
 }
 
-/// What a view answers for every record, to compare with what another answers or with the file itself.
 inline std::vector<TrailerRecord> recordsOf(QRTInfoImpl& view) {
     std::vector<TrailerRecord> records;
+    view.loadAllData();
     for (auto& record : view.getRecordList())
-        records.push_back({record.type, record.name, textOf(view.getData(record))});
+        records.push_back({record.type, record.name, textOf(record.data),
+                           record.hasSubInfo ? std::optional(textOf(record.subInfo)) : std::nullopt});
     return records;
+}
+
+/// What the view says must be what stands in the file, to it and to a fresh one.
+inline void expectRead(QRTInfoImpl& view, std::string const& bytes) {
+    auto const truth = readTrailer(bytes);
+    EXPECT_EQ(recordsOf(view), truth.records);
+    for (size_t i = 0; i < truth.records.size(); ++i)
+        EXPECT_EQ(view.getRecordList()[i].dataPosition, truth.dataPositions[i]);
+    EXPECT_EQ(view.getTailPosition(), bytes.rfind("QRTH"));
+    EXPECT_EQ(static_cast<uint32_t>(view.getVersion()), truth.version);
+    TempFile const copy(bytes);
+    auto const fresh = viewOf(copy);
+    EXPECT_EQ(fresh->getImageSize(), view.getImageSize());
+    EXPECT_EQ(fresh->getSize(), view.getSize());
 }
 
 } // namespace android::lumo::test
