@@ -23,6 +23,7 @@ TEST(MediaFile, OpensByModeAndSharesThePositionOfADuplicate) {
     TempFile const temp("0123456789");
     EXPECT_EQ(temp.open("wr")->write("x"), -1);
     EXPECT_THROW(temp.open("w")->read<char>(8), std::length_error);
+    EXPECT_THROW(temp.open("w")->readAllBytes(), std::runtime_error);
     auto const file = temp.open("rw");
     MediaFile const duplicate(file->getFd());
     file->skipNBytes(7);

@@ -104,6 +104,7 @@ TEST(HEIFMetaReader, VideoIsReadForImageQuestionsOnly) {
 TEST(HEIFMetaReader, ImageQuestionsWithoutAnAnswerAreErrors) {
     TempFile const file(buildHeic());
     HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
+    EXPECT_EQ(reader.getBuffer().size(), file.bytes().size());
     std::vector<uint8_t> frame;
     std::pair<std::function<void()>, char const*> const cases[] = {
         {[&] { reader.getImageInfo(99); }, "fail to get image info: err=-6"},

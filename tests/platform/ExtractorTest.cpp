@@ -1,6 +1,7 @@
 #include <media/stagefright/NuMediaExtractor.h>
 
 #include "WindowInput.h"
+#include "support/HeicBuilder.h"
 
 #include <algorithm>
 #include <fstream>
@@ -23,6 +24,9 @@ extern "C" {
 namespace android {
 namespace {
 
+constexpr auto& big = lumo::test::bigEndian;
+constexpr auto& box = lumo::test::heicBox;
+
 /// A file in memory that knows its descriptor.
 class MemoryFile {
 public:
@@ -36,13 +40,6 @@ public:
     int const fd;
 };
 
-std::string big(uint64_t value, int bytes) {
-    std::string out;
-    while (bytes-- > 0)
-        out += static_cast<char>(bytes < 8 ? value >> (8 * bytes) : 0);
-    return out;
-}
-
 /// Numbers of 32 bits.
 std::string words(std::initializer_list<uint32_t> values) {
     std::string out;
@@ -51,23 +48,15 @@ std::string words(std::initializer_list<uint32_t> values) {
     return out;
 }
 
-std::string box(char const* type, std::string const& body) {
-    return big(8 + body.size(), 4) + type + body;
-}
-
 std::string fullBox(char const* type, std::string const& body) {
-    return box(type, big(0, 4) + body);
+    return lumo::test::heicFullBox(type, 0, 0, body);
 }
 
 struct Movie {
     char const* entry = "avc1";
     char const* handler = "vide";
-    uint32_t ticks = 2000; // 1000 a second
-    std::string inEntry = {};
-    std::string inTable = {};
-    std::string inMovie = {};
-    std::string behind = {};
-    uint32_t movieTicks = 5000;
+    uint32_t ticks = 2000, movieTicks = 5000; // 1000 a second
+    std::string inEntry = {}, inTable = {}, inMovie = {}, behind = {};
 };
 
 /// An MP4 file with the headers of one track and no samples.
@@ -87,7 +76,7 @@ std::string movieOf(Movie const& m) {
 
 /// An audio entry's description, which tells that the samples are MP3.
 std::string const kElementaryStream =
-    fullBox("esds", big(0x0315, 2) + big(1, 3) + big(0x040d6b, 3) + big(0, 12) + big(0x060102, 3));
+    fullBox("esds", big(0x0315, 2) + big(1, 3) + big(0x040d6b, 3) + std::string(12, '\0') + big(0x060102, 3));
 
 std::string clip() {
     std::ifstream in(SAMPLES_DIR "/clip.mp4", std::ios::binary);

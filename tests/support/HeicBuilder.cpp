@@ -20,8 +20,7 @@ std::string tileSlice(unsigned index) {
                                                   "2801ac19c0f48325bfc5fc94185178dd53f47ecc8031d1a4c0001bd0",
                                                   "2801ac19c0f483203fba3694185178dd53f47ecc8031d1a4c0001bd0",
                                                   "2801ac19c0f483203fea38494185178dd53f47ecc8031d1a4c0001bd"};
-    std::string const slice = fromHex(SLICES[index % 4]);
-    return bigEndian(slice.size(), 4) + slice;
+    return bigEndian(28, 4) + fromHex(SLICES[index % 4]);
 }
 
 // 'hvcC' of all tiles: VPS, SPS and PPS.
@@ -91,7 +90,6 @@ uint32_t Builder::add(Item item) {
     if (item.id > UINT16_MAX && item.id != options.primaryId)
         item.id = static_cast<uint32_t>(items.size() + 1); // items behind a wide primary go on with narrow ids
     items.push_back(std::move(item));
-    file.largestId = std::max(file.largestId, items.back().id);
     return items.back().id;
 }
 
@@ -131,12 +129,9 @@ void Builder::addMetadata() {
         file.xmpId = add({0, "mime", *options.xmp, {}, kind, 0, options.xmpInIdat});
         links.push_back({"cdsc", {file.xmpId, file.primaryId}});
     }
-    if (options.groups)
-        file.largestId = 900;
 }
 
-// --- boxes
-// -------------------------------------------------------------------------------------------------------------
+// The boxes. ----------------------------------------------------------------------------------------------------------
 
 std::string Builder::itemInfos() const {
     std::string entries = bigEndian(items.size(), 2);

@@ -14,9 +14,6 @@ std::string bigEndian(uint64_t value, unsigned width);
 std::string heicBox(std::string_view type, std::string_view payload);
 std::string heicFullBox(std::string_view type, unsigned version, uint32_t flags, std::string_view payload);
 
-/// The tiles in order (they repeat every four) decode to these grey values.
-inline constexpr uint8_t HEIC_TILE_GREY[4] = {40, 90, 160, 220};
-
 struct HeicOptions {
     unsigned rows = 2;
     unsigned columns = 2;
@@ -61,9 +58,8 @@ struct HeicFile {
     std::string bytes;
     uint32_t imageLength; ///< where the tail begins
     uint32_t primaryId;
-    uint32_t thumbnailId; ///< 0 when there is none, as the next two
+    uint32_t thumbnailId; ///< 0 when there is none, as the next
     uint32_t xmpId;
-    uint32_t largestId; ///< of items and groups
 };
 
 HeicFile buildHeicFile(HeicOptions const& options = {});

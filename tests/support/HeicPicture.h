@@ -10,17 +10,10 @@
 /// A HEIC file as libheif sees it, a decoder that shares no code with ours.
 namespace android::lumo::test {
 
-struct HeicMetadata {
-    std::string type; ///< "Exif", "mime"
-    std::string contentType;
-    std::string bytes;
-    bool operator==(HeicMetadata const&) const = default;
-};
-
 struct HeicPicture {
-    std::vector<std::string> images;    ///< RGB rows of the primary, its thumbnails, its auxiliary images
-    std::vector<HeicMetadata> metadata; ///< of the primary, XMP apart
-    std::vector<std::string> xmp;       ///< the primary's XMP items
+    std::vector<std::string> images;   ///< RGB rows of the primary, its thumbnails, its auxiliary images
+    std::vector<std::string> metadata; ///< of the primary, XMP apart: type, content type, bytes
+    std::vector<std::string> xmp;      ///< the primary's XMP items
     bool operator==(HeicPicture const&) const = default;
 };
 
@@ -69,7 +62,8 @@ inline void readMetadata(heif_image_handle* primary, HeicPicture& picture) {
         if (content == "application/rdf+xml")
             picture.xmp.push_back(std::move(bytes));
         else
-            picture.metadata.push_back({heif_image_handle_get_metadata_type(primary, id), content, std::move(bytes)});
+            picture.metadata.push_back(heif_image_handle_get_metadata_type(primary, id) +
+                                       (' ' + content + ' ' + bytes));
     }
 }
 
