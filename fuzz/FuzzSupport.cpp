@@ -110,15 +110,21 @@ void editVideo(MemoryFile const& file, VideoEdit way) {
     static std::string const bytes = std::string("\0\0\0\x0C", 4) + "ftypmp42" + std::string(125100, 'V');
     static MemoryFile const video(bytes);
     std::string const before = file.bytes();
-    bool const isDone = goesThrough([&] {
-        auto const edit = MotionPhotoInfo::parse(file.open())->edit();
-        way == VideoEdit::Add ? edit->addVideo(video.open()) : edit->removeVideo(nullptr);
-        edit->commit();
-    });
-    if (!isDone) {
-        FUZZ_REQUIRE(file.bytes() == before);
+    MemoryFile const target("what the target held");
+    auto const run = [&](std::function<void(MotionPhotoEdit&)> const& commit) {
+        return goesThrough([&] {
+            auto const edit = MotionPhotoInfo::parse(file.open())->edit();
+            way == VideoEdit::Add ? edit->addVideo(video.open()) : edit->removeVideo(nullptr);
+            commit(*edit);
+        });
+    };
+    bool const isWritten = run([&](auto& edit) { edit.commit(target.open()); });
+    FUZZ_REQUIRE(file.bytes() == before);
+    bool const isDone = run([](auto& edit) { edit.commit(); });
+    FUZZ_REQUIRE(isDone == isWritten);
+    FUZZ_REQUIRE(file.bytes() == (isDone ? target.bytes() : before));
+    if (!isDone)
         return;
-    }
     auto const photo = MotionPhotoInfo::parse(file.open());
     auto const now = photo->getVideo();
     FUZZ_REQUIRE(photo->isValid() == (way == VideoEdit::Add));

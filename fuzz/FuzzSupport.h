@@ -63,8 +63,8 @@ private:
     HBOX_MEMORY_STREAM stream{};
 };
 
-/// Makes the still a motion photo, or takes its video out. A refusal must have left the file alone; otherwise a fresh
-/// view must read the video, or none.
+/// Makes the still a motion photo, or takes its video out: into another file and in place, which must give the same. A
+/// refusal must have left the file alone; otherwise a fresh view must read the video, or none.
 enum class VideoEdit { Add, Remove };
 void editVideo(MemoryFile const& file, VideoEdit edit);
 
