@@ -1,11 +1,8 @@
 #include "MotionPhotoEdit.h"
 #include "PhotoState.h"
-#include "XMPToolkit.h"
 #include "io/ImageMetaWriter.h"
+#include "support/Attempt.h"
 #include "support/Faults.h"
-#include "support/TempFile.h"
-
-#include <android/log.h>
 
 #include <cerrno>
 #include <functional>
@@ -22,10 +19,6 @@ using Prepare = std::function<std::function<void()>(File const& file, File const
 
 constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
 auto const skipExisting = std::filesystem::copy_options::skip_existing;
-
-std::string videoOf(size_t size, uint32_t seed) {
-    return bigEndian(24, 4) + "ftypmp42" + pattern(size - 12, seed);
-}
 
 ByteBuffer bytes(size_t size, uint8_t value) {
     return ByteBuffer(std::vector<uint8_t>(size, value));
@@ -195,17 +188,6 @@ Fault faultOf(Kind const& kind, size_t number) {
                                : Fault::cutShort(Call::CHANGE, kind.limit, kind.error, number);
 }
 
-/// True when the action returned; the toolkit's error is no std::exception.
-bool returns(std::function<void()> const& action) {
-    try {
-        action();
-        return true;
-    } catch (std::exception const&) {
-    } catch (XMP_Error const&) {
-    }
-    return false;
-}
-
 void useAgain(std::string const& path) {
     returns([&] {
         auto const view = MotionPhotoInfo::parse(test::open(path));
@@ -318,10 +300,3 @@ TEST(Fault, NoCallThatFailsGoesUnnoticedAndTheFileIsInADocumentedState) {
 
 } // namespace
 } // namespace android::lumo::test
-
-/// The library's log would take most of the time.
-int main(int argc, char** argv) {
-    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -1,13 +1,9 @@
 #include "MotionPhotoEdit.h"
-#include "XMPToolkit.h"
 #include "io/ImageMetaReader.h"
 #include "io/ImageMetaWriter.h"
-#include "support/HeicBuilder.h"
+#include "support/Attempt.h"
 #include "support/JpegBuilder.h"
-#include "support/TempFile.h"
 #include "support/TrailerBuilder.h"
-
-#include <android/log.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -52,10 +48,6 @@ namespace {
 
 constexpr size_t SPARE_MEMORY = 16 * 1024 * 1024;
 constexpr double SPARE_SECONDS = 5; ///< of processor time; for a whole file of a few KB, emulated as well
-
-std::string videoOf(size_t size) {
-    return bigEndian(24, 4) + "ftypmp42" + pattern(size - 12, 3);
-}
 
 /// A length, count or offset somewhere in a file.
 struct Field {
@@ -170,17 +162,6 @@ std::vector<Sample> samples() {
 }
 
 // What is tried with each file. ---------------------------------------------------------------------------------------
-
-/// True when the action returned; the toolkit's error is no std::exception.
-bool returns(std::function<void()> const& action) {
-    try {
-        action();
-        return true;
-    } catch (std::exception const&) {
-    } catch (XMP_Error const&) {
-    }
-    return false;
-}
 
 class Examination {
 public:
@@ -356,10 +337,3 @@ TEST(HostileField, CorruptSamplesGiveAnErrorOrASensibleResult) {
 
 } // namespace
 } // namespace android::lumo::test
-
-/// The library's log would take most of the time.
-int main(int argc, char** argv) {
-    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
