@@ -1,15 +1,14 @@
 #pragma once
 
 #include "MotionPhotoEdit.h"
-#include "support/JpegBuilder.h"
-#include "support/TempFile.h"
+#include "support/HeicBuilder.h"
+#include "support/TrailerBuilder.h"
+#include "xmp/XMPFixture.h"
 
-#include <cstring>
-#include <memory>
-#include <string>
-
-/// What a motion photo's bytes say, read without the library's views, and the small stills the tests edit.
+/// What motion photo tests start from, and what must hold of every motion photo.
 namespace android::lumo::test {
+
+inline constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
 
 inline std::string sample(char const* name) {
     return bytesOf(std::string(SAMPLES_DIR) + "/" + name);
@@ -17,61 +16,79 @@ inline std::string sample(char const* name) {
 
 /// A video that the library recognises and no decoder will play, of any size.
 inline std::string fakeVideo(size_t size, uint32_t seed = 7) {
-    std::string bytes = pattern(size, seed);
-    bytes.replace(0, 12, std::string("\0\0\0\x0C", 4) + "ftypmp42");
-    return bytes;
+    return bigEndian(12, 4) + "ftypmp42" + pattern(size - 12, seed);
+}
+
+inline TrailerRecord videoRecord(std::string const& data) {
+    return {2608, "MotionPhoto_Data", data};
+}
+
+inline std::string pointerTo(size_t position, size_t size) {
+    return "mpv2" + bigEndian(position, 4) + bigEndian(size, 4);
+}
+
+inline ByteBuffer filler(size_t size, uint8_t value) {
+    return ByteBuffer(std::vector<uint8_t>(size, value));
 }
 
 inline std::shared_ptr<MotionPhotoInfo> parsePhoto(std::string const& path, std::string const& mode = "rw") {
     return MotionPhotoInfo::parse(test::open(path, mode));
 }
 
-inline uint32_t little32(std::string const& bytes, size_t at) {
-    uint32_t value = 0;
-    std::memcpy(&value, bytes.data() + at, sizeof(value));
-    return value;
+using Edit = std::function<void(MotionPhotoEdit&)>;
+
+inline void commit(TempFile const& file, Edit const& stage) {
+    auto const edit = parsePhoto(file.path())->edit();
+    stage(*edit);
+    edit->commit();
 }
 
-/// The bytes behind the file's image, cut at the tail's own numbers: "type name size;" for each record.
+/// "type name size;" for each record.
 inline std::string trailerOf(std::string const& file) {
-    if (file.size() < 8 || file.substr(file.size() - 4) != "QRTT")
+    if (!file.ends_with("QRTT"))
         return "none";
-    size_t const tail = file.size() - 8 - little32(file, file.size() - 8);
-    if (file.substr(tail, 4) != "QRTH")
-        return "damaged";
     std::string text;
-    for (uint32_t i = 0; i < little32(file, tail + 8); ++i) {
-        size_t const entry = tail + 12 + 12 * i;
-        size_t const record = tail - little32(file, entry + 4);
-        uint32_t const nameLength = little32(file, record + 4);
-        text += std::to_string(little32(file, record) >> 16) + ' ' + file.substr(record + 8, nameLength) + ' ';
-        text += std::to_string(little32(file, entry + 8) - 8 - nameLength) + ';';
-    }
+    for (auto const& record : readTrailer(file).records)
+        text += std::to_string(record.type) + ' ' + record.name + ' ' + std::to_string(record.data.size()) + ';';
     return text;
 }
 
-/// Everything but the XMP, which edits are meant to change.
-inline std::string imageWithoutXmp(std::string const& file) {
+/// Type and size of every top-level box of a HEIC, "(damaged)" when they do not add up to the file.
+inline std::string boxesOf(std::string const& file) {
     std::string text;
-    for (auto const& segment : segmentsOf(file)) {
-        if (!segment.isXmp())
-            text += std::string(1, static_cast<char>(segment.code)) + segment.payload;
+    size_t at = 0, size = 0;
+    for (; at + 8 <= file.size(); at += size) {
+        size = __builtin_bswap32(littleAt(file, at));
+        if (size < 8 || size > file.size() - at)
+            break;
+        text += file.substr(at + (file.compare(at + 8, 4, "cdif") == 0 ? 8 : 4), 4) + " ";
     }
-    return text;
+    return at == file.size() ? text : text + "(damaged)";
 }
 
-/// The value of an attribute or element of the packet in the file's first XMP segment, empty when it is not there.
-inline std::string xmpValue(std::string const& file, std::string const& name, size_t from = 0) {
-    for (auto const& segment : segmentsOf(file)) {
-        if (!segment.isXmp())
-            continue;
-        size_t const at = segment.payload.find(name + "=\"", from);
-        if (at == std::string::npos)
-            return {};
-        size_t const begin = at + name.size() + 2;
-        return segment.payload.substr(begin, segment.payload.find('"', begin) - begin);
+/// Trailer, XMP, box and view agree.
+inline void expectConsistent(std::string const& path) {
+    std::string const file = bytesOf(path);
+    auto const photo = parsePhoto(path, "r");
+    auto const xmp = photo->getXMPInfo();
+    ASSERT_EQ(photo->isValid(), photo->getVideoSize() > 0);
+    size_t const position = photo->getVideoPosition();
+    if (photo->isValid()) {
+        EXPECT_EQ(file.substr(position + 4, 4), "ftyp");
+        EXPECT_EQ(xmp->getProperty(xmp_ns::CAMERA, "MotionPhoto"), "1");
+        EXPECT_EQ(xmp->getItemField("MotionPhoto", "Length"), std::to_string(file.size() - position));
+        EXPECT_EQ(xmp->getItemField("MotionPhoto", "Padding"), "0");
+        EXPECT_EQ(xmp->getItemField("Primary", "Padding"), std::to_string(photo->getImageVideoPadding()));
+        EXPECT_EQ(xmp->getItemNameAt(1), "Primary");
     }
-    return {};
+    if (file.starts_with("\xFF\xD8"))
+        return;
+    std::string const boxes = boxesOf(file);
+    EXPECT_EQ(boxes.find("damaged"), std::string::npos) << boxes;
+    EXPECT_EQ(boxes.find("mpvd") != std::string::npos, photo->isValid()) << boxes;
+    EXPECT_EQ(boxes.find("qrtd") != std::string::npos, boxes.ends_with("qrtd ")) << boxes;
+    EXPECT_EQ(boxes.find("mpvd"), boxes.rfind("mpvd")) << boxes;
+    EXPECT_TRUE(!photo->isValid() || file.substr(position - 8, 8) == bigEndian(photo->getVideoSize() + 8, 4) + "mpvd");
 }
 
 } // namespace android::lumo::test
