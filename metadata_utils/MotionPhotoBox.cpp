@@ -32,11 +32,6 @@ constexpr uint32_t XMP_ROOM_STEP = 64;
 constexpr uint32_t EXPECTED_FIELDS = 2048;
 constexpr char POINTER_TAG[] = "mpv2";
 
-/// Messages carry the editor's name; this file is a part of it.
-ErrorAt error(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
-}
-
 struct Range {
     uint32_t begin = 0;
     uint32_t end = 0;
@@ -184,8 +179,8 @@ uint32_t MotionPhotoEditImpl::dropVideoBoxes(std::shared_ptr<MediaFile> const& t
     auto const boxes = videoBoxes(target);
     for (auto const& box : boxes) {
         if (box.end < imageSize && box.end - box.begin > MAX_SHIFT)
-            throw error()("a video box of %zu bytes in front of other boxes is too big to be taken out",
-                          size_t{box.end - box.begin});
+            throw photoEditError()("a video box of %zu bytes in front of other boxes is too big to be taken out",
+                                   size_t{box.end - box.begin});
     }
     checked::truncate(*target, imageSize);
     for (auto box = boxes.rbegin(); box != boxes.rend(); ++box) {
@@ -195,7 +190,7 @@ uint32_t MotionPhotoEditImpl::dropVideoBoxes(std::shared_ptr<MediaFile> const& t
             checked::truncate(*target, box->begin);
             continue;
         }
-        checked::seek(*target, box->end, error());
+        checked::seek(*target, box->end, photoEditError());
         target->shiftLeftSafely(static_cast<int>(box->end - box->begin), 0, true);
     }
     return target->size();
@@ -207,7 +202,7 @@ void MotionPhotoEditImpl::writeVideoBox(std::shared_ptr<MediaFile> const& target
                                         StagedVideo const& video) {
     checked::reserve(*target, checked::sizeOf(uint64_t{position} + BOX_HEADER_SIZE + video.size()));
     try {
-        checked::seek(*target, position, error(661));
+        checked::seek(*target, position, photoEditError(661));
         checked::write(*target, boxHeader(video.size()));
         if (video.file != nullptr)
             checked::copy(video.file, target, 0, video.size());

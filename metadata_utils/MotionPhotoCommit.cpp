@@ -22,16 +22,11 @@ constexpr size_t XMP_OVERHEAD = 256;
 constexpr size_t MIN_XMP_ROOM = 1280;
 constexpr char TIMESTAMP_PROPERTY[] = "MotionPhotoPresentationTimestampUs";
 
-/// Messages carry the editor's name; this file is a part of it.
-ErrorAt error(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
-}
-
 /// A file in memory for the extractor to read a video that is not on disk. Throws where the system has none.
 std::shared_ptr<MediaFile> memoryFile(ByteBuffer const& bytes) {
     int const fd = memfd_create("video", MFD_CLOEXEC);
     if (fd <= 0)
-        throw error()("no memory file for the video");
+        throw photoEditError()("no memory file for the video");
     auto const file = std::make_shared<MediaFile>(fd); // has a descriptor of its own
     close(fd);
     checked::write(*file, bytes);
@@ -112,7 +107,7 @@ private:
 
 void MotionPhotoEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
     if (target == nullptr)
-        throw error()("no target given");
+        throw photoEditError()("no target given");
     bool const isSource = MediaFile::isFdsDup(target->getFd(), sourceFile->getFd());
     outputFile = isSource ? sourceFile : target;
     commit();
@@ -177,10 +172,10 @@ uint32_t MotionPhotoEditImpl::expectedFileSize() const {
 void MotionPhotoEditImpl::requireCommittable() {
     checked::requireAddressable(*sourceFile);
     if (outputSource != nullptr && outputFile == sourceFile)
-        throw error()("a prepared still needs another file to be written to, not the source");
+        throw photoEditError()("a prepared still needs another file to be written to, not the source");
     if (outputFile != sourceFile && outputSource != nullptr &&
         MediaFile::isFdsDup(outputFile->getFd(), outputSource->getFd()))
-        throw error()("the prepared still is the output itself: %s", outputSource->toString().c_str());
+        throw photoEditError()("the prepared still is the output itself: %s", outputSource->toString().c_str());
     if (!qrtEdit->isDirty() && !xmpEdit->isDirty() && extras.empty())
         return;
     if (qrtEdit->isDirty()) {
@@ -202,12 +197,12 @@ void MotionPhotoEditImpl::requireCommittable() {
 void MotionPhotoEditImpl::requireBoxVideo() const {
     auto const& file = stagedBox->file;
     if (file != nullptr && MediaFile::isFdsDup(file->getFd(), outputFile->getFd()))
-        throw error()("the video is the file to write: %s", file->toString().c_str());
+        throw photoEditError()("the video is the file to write: %s", file->toString().c_str());
     if (file != nullptr)
         checked::requireAddressable(*file);
     uint32_t const held = file != nullptr ? file->size() : stagedBox->bytes->size();
     if (held < stagedBox->size() || (file == nullptr && held != stagedBox->size()))
-        throw error()("the video has %zu bytes, expected %zu", size_t{held}, size_t{stagedBox->size()});
+        throw photoEditError()("the video has %zu bytes, expected %zu", size_t{held}, size_t{stagedBox->size()});
     if (file != nullptr)
         checked::readAt(*file, stagedBox->size() - 1, 1); // it can be read
 }
@@ -291,8 +286,7 @@ void MotionPhotoEditImpl::setTimestampFromDuration(std::optional<int64_t> const&
 /// Where the video will lie, from the trailer alone: neither number depends on the image in front of it.
 std::optional<MotionPhotoEditImpl::ExpectedVideo> MotionPhotoEditImpl::expectedVideo() {
     auto const layout = qrtEdit->impl().plannedLayout();
-    auto const video = std::find_if(layout.begin(), layout.end(),
-                                    [](auto const& record) { return record.type == qrt::TYPE_MOTION_PHOTO_DATA; });
+    auto const video = std::find_if(layout.begin(), layout.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
     if (video == layout.end())
         return std::nullopt;
     if (video->dataPayload <= MAX_POINTER_RECORD_SIZE)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Error.h"
 #include "MPQRTEdit.h"
 #include "MPXMPEdit.h"
 #include "MotionPhotoEdit.h"
@@ -12,6 +13,11 @@
 #include <unordered_map>
 
 namespace android::lumo {
+
+/// The editor's error for all files it is written in: whoever reads the message looks for the class.
+inline ErrorAt photoEditError(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
+}
 
 /// The motion-photo editor.
 ///

@@ -24,11 +24,6 @@ constexpr char TIMESTAMP_PROPERTY[] = "MotionPhotoPresentationTimestampUs";
 using Fields = std::map<std::string, std::string>;
 using Property = std::pair<std::string, std::string>; ///< namespace URI, path
 
-/// Messages carry the editor's name; this file is a part of it.
-ErrorAt error(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
-}
-
 bool skipsExisting(std::filesystem::copy_options options) {
     return (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
 }
@@ -117,7 +112,7 @@ uint32_t imageLength(std::shared_ptr<MediaFile> const& still) {
 MotionPhotoEdit& MotionPhotoEditImpl::addAll(std::shared_ptr<MotionPhotoInfo> const& source,
                                              std::filesystem::copy_options const& options) {
     if (source == nullptr)
-        throw error()("no motion photo given");
+        throw photoEditError()("no motion photo given");
     bool const hasVideoHere = isVideoStaged || getVideoSize() > 0;
     bool const videoComesAlong = source->getVideoSize() > 0 && !(skipsExisting(options) && hasVideoHere);
     std::shared_ptr<ByteBuffer> const video = videoComesAlong ? source->getVideo() : nullptr;
@@ -212,9 +207,9 @@ void MotionPhotoEditImpl::restoreGainMap(XMPPacket const& own, std::set<std::str
 void MotionPhotoEditImpl::composeFromOutputSource() {
     auto const still = outputSource;
     if (still->mimeType() != getImageMimeType())
-        throw error()("the prepared still is of another type: %s, expected %s",
-                      MediaDefs::mimeString(still->mimeType()).c_str(),
-                      MediaDefs::mimeString(getImageMimeType()).c_str());
+        throw photoEditError()("the prepared still is of another type: %s, expected %s",
+                               MediaDefs::mimeString(still->mimeType()).c_str(),
+                               MediaDefs::mimeString(getImageMimeType()).c_str());
     auto const prepared = std::make_shared<XMPInfoImpl>(still); // read now: it may refuse the still
     uint32_t const imageSize = imageLength(still);
     uint32_t const from = imageLength(sourceFile);

@@ -34,8 +34,7 @@ bool isResolved(QRTDataInfo const& record, uint32_t tailPosition) {
 
 Place placeOf(QRTInfoImpl& trailer) {
     auto& records = trailer.getRecordList();
-    auto const record = std::find_if(records.begin(), records.end(),
-                                     [](auto const& r) { return r.type == qrt::TYPE_MOTION_PHOTO_DATA; });
+    auto const record = std::find_if(records.begin(), records.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
     if (record == records.end())
         return {};
     // Unsigned: as a signed number a video of 2 GiB and more would be negative, and read into memory as a pointer.

@@ -15,11 +15,6 @@ namespace {
 
 constexpr char LOG_TAG[] = "QRTEdit";
 
-/// Messages carry the editor's name; this file is its second half.
-ErrorAt error(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/QRTEditImpl");
-}
-
 /// Back to back, the first farthest from the tail.
 void assignPlaces(std::vector<QRTDataInfo*> const& layout) {
     uint32_t position = 0;
@@ -55,7 +50,7 @@ private:
 
 void QRTEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
     if (target == nullptr)
-        throw error()("no file to write to");
+        throw trailerEditError()("no file to write to");
     outputFile = target;
     commit();
 }
@@ -228,16 +223,16 @@ long QRTEditImpl::writePieces(std::vector<Piece> const& pieces, Plan& plan) {
     prepareOutput(plan);
     uint32_t const image = info->getImageSize();
     if (outputFile->position(image) != image)
-        throw error()("Failed to set outputFile position to %zu", size_t{image});
+        throw trailerEditError()("Failed to set outputFile position to %zu", size_t{image});
     if (info->boxHeaderSize() > 0)
-        checked::write(*outputFile, trailer::serializeBoxHeader(plan.recordsAndTail), error());
+        checked::write(*outputFile, trailer::serializeBoxHeader(plan.recordsAndTail), trailerEditError());
     for (auto const& piece : pieces) {
-        checked::write(*outputFile, piece.bytes, error());
+        checked::write(*outputFile, piece.bytes, trailerEditError());
         if (piece.fileBacked != nullptr)
-            checked::copy(piece.fileBacked->dataFile, outputFile, 0, piece.fileBacked->dataPayload, error());
+            checked::copy(piece.fileBacked->dataFile, outputFile, 0, piece.fileBacked->dataPayload, trailerEditError());
     }
     if (outputFile->size() != plan.finalSize)
-        checked::truncate(*outputFile, plan.finalSize, error());
+        checked::truncate(*outputFile, plan.finalSize, trailerEditError());
     plan.written = true;
     return static_cast<long>(pieces.back().bytes.size());
 }
@@ -246,16 +241,16 @@ long QRTEditImpl::writePieces(std::vector<Piece> const& pieces, Plan& plan) {
 /// entries over new bytes; in a HEIC all of it goes, because the boxes must add up to the file at every step. A HEIC
 /// whose last box runs to the file's end would swallow the trailer.
 void QRTEditImpl::prepareOutput(Plan const& plan) {
-    checked::requireSpace(*outputFile, plan.finalSize, error());
+    checked::requireSpace(*outputFile, plan.finalSize, trailerEditError());
     copySource();
     bool const hasTrailer = info->getTrailerSize() > 0;
     if (info->boxHeaderSize() > 0)
-        checked::truncate(*outputFile, info->getImageSize(), error());
+        checked::truncate(*outputFile, info->getImageSize(), trailerEditError());
     else if (hasTrailer)
-        checked::truncate(*outputFile, outputFile->size() - trailer::TAIL_END_SIZE, error());
+        checked::truncate(*outputFile, outputFile->size() - trailer::TAIL_END_SIZE, trailerEditError());
     if (info->boxHeaderSize() > 0 && !hasTrailer)
         HEIFMetaWriter::closeLastBox(outputFile);
-    checked::reserve(*outputFile, plan.finalSize, error());
+    checked::reserve(*outputFile, plan.finalSize, trailerEditError());
 }
 
 bool QRTEditImpl::isInPlace() const {
@@ -266,11 +261,11 @@ bool QRTEditImpl::isInPlace() const {
 void QRTEditImpl::copySource() {
     if (isInPlace())
         return;
-    checked::requireAddressable(*sourceFile, error());
+    checked::requireAddressable(*sourceFile, trailerEditError());
     uint32_t const size = sourceFile->size();
-    checked::seek(*outputFile, 0, error());
-    checked::copy(sourceFile, outputFile, 0, size, error());
-    checked::truncate(*outputFile, size, error());
+    checked::seek(*outputFile, 0, trailerEditError());
+    checked::copy(sourceFile, outputFile, 0, size, trailerEditError());
+    checked::truncate(*outputFile, size, trailerEditError());
 }
 
 // After the last write. -----------------------------------------------------------------------------------------------
@@ -317,7 +312,7 @@ void QRTEditImpl::cutTrailer() {
     if (info->getTrailerSize() == 0)
         return;
     uint32_t const image = info->getImageSize();
-    checked::truncate(*outputFile, image, error());
+    checked::truncate(*outputFile, image, trailerEditError());
     if (isInPlace())
         info->clear(image);
 }

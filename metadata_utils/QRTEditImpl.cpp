@@ -16,18 +16,6 @@ constexpr char LOG_TAG[] = "QRTEdit";
 /// Tell the put operations apart in the log.
 enum CallSite : int { COPIED, MOVED, FROM_FILE };
 
-auto ofType(int type) {
-    return [type](QRTDataInfo const& record) { return record.type == type; };
-}
-
-auto named(std::string const& name) {
-    return [&name](QRTDataInfo const& record) { return record.name == name; };
-}
-
-auto matching(int type, std::string const& name) {
-    return [type, &name](QRTDataInfo const& record) { return record.type == type && record.name == name; };
-}
-
 template<class Matches>
 QRTDataInfo& require(std::vector<QRTDataInfo>& records, Matches const& matches, ErrorAt at = ErrorAt()) {
     auto const found = std::find_if(records.begin(), records.end(), matches);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Error.h"
 #include "QRTEdit.h"
 #include "QRTInfoImpl.h"
 
@@ -11,6 +12,11 @@
 #include <vector>
 
 namespace android::lumo {
+
+/// The editor's error for all files it is written in: whoever reads the message looks for the class.
+inline ErrorAt trailerEditError(int line = __builtin_LINE()) {
+    return ErrorAt(line, "metadata_utils/QRTEditImpl");
+}
 
 /// The trailer editor.
 ///

@@ -16,11 +16,6 @@ namespace {
 constexpr char LOG_TAG[] = "QRTEdit";
 constexpr uint64_t MAX_BUFFER_SIZE = std::numeric_limits<int32_t>::max();
 
-/// Messages carry the editor's name; this file is a part of it.
-ErrorAt error(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/QRTEditImpl");
-}
-
 bool stoodInFile(QRTDataInfo const& record) {
     return record.offsetFromTail > 0 && record.payload > 0;
 }
@@ -38,34 +33,34 @@ void requireDataFile(QRTDataInfo const& record, MediaFile const& output) {
     MediaFile const& file = *record.dataFile;
     char const* name = record.name.c_str();
     if (!file.isValid())
-        throw error()("no data: empty=%d, file=%p", 1, static_cast<void const*>(&file));
+        throw trailerEditError()("no data: empty=%d, file=%p", 1, static_cast<void const*>(&file));
     if (!record.data.empty())
-        throw error()("record %s has data in memory and in a file", name);
-    checked::requireAddressable(file, error());
+        throw trailerEditError()("record %s has data in memory and in a file", name);
+    checked::requireAddressable(file, trailerEditError());
     if (MediaFile::isFdsDup(file.getFd(), output.getFd()))
-        throw error()("the data file of record %s is the file to write: %s", name, file.toString().c_str());
+        throw trailerEditError()("the data file of record %s is the file to write: %s", name, file.toString().c_str());
     if (record.dataPayload == 0 || file.size() < record.dataPayload)
-        throw error()("the data file of record %s has %zu bytes, expected %zu", name, size_t{file.size()},
-                      std::max<size_t>(record.dataPayload, 1));
-    checked::readAt(file, record.dataPayload - 1, 1, error()); // it can be read
+        throw trailerEditError()("the data file of record %s has %zu bytes, expected %zu", name, size_t{file.size()},
+                                 std::max<size_t>(record.dataPayload, 1));
+    checked::readAt(file, record.dataPayload - 1, 1, trailerEditError()); // it can be read
 }
 
 void requireInMemory(QRTDataInfo const& record) {
     bool const isLoadedLater = stoodInFile(record) && record.data.empty();
     if (record.data.empty() && !isLoadedLater && !isKnownToBeEmpty(record))
-        throw error()("no data: empty=%d, file=%p", 1, static_cast<void const*>(nullptr));
+        throw trailerEditError()("no data: empty=%d, file=%p", 1, static_cast<void const*>(nullptr));
     if (record.data.size() != record.dataPayload && !isLoadedLater)
-        throw error()("record %s has %zu bytes of data, expected %zu", record.name.c_str(), size_t{record.data.size()},
-                      size_t{record.dataPayload});
+        throw trailerEditError()("record %s has %zu bytes of data, expected %zu", record.name.c_str(),
+                                 size_t{record.data.size()}, size_t{record.dataPayload});
     if (record.hasSubInfo && record.subInfo.size() != record.subInfoPayload && !stoodInFile(record))
-        throw error()("record %s has %zu bytes of sub-info, expected %zu", record.name.c_str(),
-                      size_t{record.subInfo.size()}, size_t{record.subInfoPayload});
+        throw trailerEditError()("record %s has %zu bytes of sub-info, expected %zu", record.name.c_str(),
+                                 size_t{record.subInfo.size()}, size_t{record.subInfoPayload});
 }
 
 /// A trailer inside another box, one that runs to the file's end, would be cut out of it.
 void requireOwnBox(MediaFile const& file, uint32_t position) {
     if (heif::scanWhole(file).boxes.back().position != position)
-        throw error()("the trailer stands inside another box");
+        throw trailerEditError()("the trailer stands inside another box");
 }
 
 /// Only what records hold is written again; a video that stands between them would go.
@@ -79,14 +74,14 @@ void requireNotBetweenRecords(QRTInfoImpl const& view, VideoPointer const& video
             uint32_t const start = tail - record.offsetFromTail;
             return position >= start && position - start < record.payload;
         }))
-        throw error()("the video at %zu stands in no record of the trailer", size_t{position});
+        throw trailerEditError()("the video at %zu stands in no record of the trailer", size_t{position});
 }
 
 } // namespace
 
 /// Where the image ends now, and the trailer that stands behind it.
 std::optional<trailer::Tail> QRTEditImpl::settle() {
-    checked::requireAddressable(*sourceFile, error());
+    checked::requireAddressable(*sourceFile, trailerEditError());
     info->adjustPosition(sourceFile->size());
     if (info->isDetached())
         return std::nullopt;
@@ -101,18 +96,19 @@ void QRTEditImpl::requireDescribed(std::optional<trailer::Tail> const& tail) con
     uint32_t const size = info->getTrailerSize();
     if (size == 0) {
         if (tail)
-            throw error()("the file has got a trailer since it was read");
+            throw trailerEditError()("the file has got a trailer since it was read");
         return;
     }
     uint32_t const box = info->boxHeaderSize();
     bool const fits = image > 0 && uint64_t{image} + box + size == sourceFile->size();
     if (!fits || !tail || tail->position != info->getTailPosition() || tail->size != info->getTailSize())
-        throw error()("the file's trailer is not the one that was read: %zu bytes expected behind an image of %zu",
-                      size_t{size}, size_t{image});
+        throw trailerEditError()(
+            "the file's trailer is not the one that was read: %zu bytes expected behind an image of %zu", size_t{size},
+            size_t{image});
     if (box > 0) {
-        auto const header = checked::readAt(*sourceFile, image, box, error());
+        auto const header = checked::readAt(*sourceFile, image, box, trailerEditError());
         if (header.slice(4, 4).toTypedData<std::string>([](unsigned char c) { return c; }) != trailer::BOX_TYPE)
-            throw error()("no box of type %s in front of the trailer", trailer::BOX_TYPE);
+            throw trailerEditError()("no box of type %s in front of the trailer", trailer::BOX_TYPE);
         requireOwnBox(*sourceFile, image);
     }
 }
@@ -131,8 +127,8 @@ void QRTEditImpl::loadStored(QRTDataInfo& record, std::optional<trailer::Tail> c
     if (record.dataFile != nullptr)
         return;
     if (trailer::headSize(record) > record.payload)
-        throw error()("record %s has outgrown the %zu bytes it has in the file", record.name.c_str(),
-                      size_t{record.payload});
+        throw trailerEditError()("record %s has outgrown the %zu bytes it has in the file", record.name.c_str(),
+                                 size_t{record.payload});
     uint32_t const size = trailer::storedData(record, 0).size;
     bool const isPointer = VideoPointer::mayStandIn(record.type, size);
     bool const isMissing =
@@ -141,15 +137,15 @@ void QRTEditImpl::loadStored(QRTDataInfo& record, std::optional<trailer::Tail> c
         return;
     if (!tail || !standsIn(*tail, record)) {
         if (isMissing)
-            throw error()("record %s no longer stands in the file's trailer", record.name.c_str());
+            throw trailerEditError()("record %s no longer stands in the file's trailer", record.name.c_str());
         return;
     }
     LOGI("load data: %s", record.toString().c_str());
     auto const data = trailer::storedData(record, tail->position);
     auto const subInfo = trailer::storedSubInfo(record, tail->position);
-    record.data = checked::readAt(*sourceFile, data.position, data.size, error());
+    record.data = checked::readAt(*sourceFile, data.position, data.size, trailerEditError());
     record.dataPayload = data.size;
-    record.subInfo = checked::readAt(*sourceFile, subInfo.position, subInfo.size, error());
+    record.subInfo = checked::readAt(*sourceFile, subInfo.position, subInfo.size, trailerEditError());
 }
 
 /// A record this editor wrote with sub-info reads back under another name.
@@ -163,13 +159,13 @@ bool QRTEditImpl::standsIn(trailer::Tail const& tail, QRTDataInfo const& record)
 
 void QRTEditImpl::requireWritable(std::shared_ptr<MediaFile> const& output) const {
     if (records.size() > trailer::MAX_RECORDS)
-        throw error()("record count %zu is above %zu", records.size(), size_t{trailer::MAX_RECORDS});
+        throw trailerEditError()("record count %zu is above %zu", records.size(), size_t{trailer::MAX_RECORDS});
     uint64_t inMemory = trailer::tailSize(records.size());
     uint64_t inFiles = 0;
     for (auto const& record : records) {
         if (record.type != static_cast<int16_t>(record.type))
-            throw error()("type %d of record %s does not fit the 16 bits a header has for it", record.type,
-                          record.name.c_str());
+            throw trailerEditError()("type %d of record %s does not fit the 16 bits a header has for it", record.type,
+                                     record.name.c_str());
         inMemory += sizeOf(record);
         if (record.dataFile == nullptr) {
             requireInMemory(record);
@@ -180,8 +176,9 @@ void QRTEditImpl::requireWritable(std::shared_ptr<MediaFile> const& output) cons
         }
     }
     if (inMemory > MAX_BUFFER_SIZE)
-        throw error()("records of %llu bytes in memory are too big", static_cast<unsigned long long>(inMemory));
-    checked::sizeOf(inMemory + inFiles, error()); // else the 32-bit sizes of the layout wrap around
+        throw trailerEditError()("records of %llu bytes in memory are too big",
+                                 static_cast<unsigned long long>(inMemory));
+    checked::sizeOf(inMemory + inFiles, trailerEditError()); // else the 32-bit sizes of the layout wrap around
 }
 
 QRTEditImpl::Plan QRTEditImpl::makePlan() {
@@ -192,7 +189,7 @@ QRTEditImpl::Plan QRTEditImpl::makePlan() {
         plan.directory.push_back(&record);
         size += sizeOf(record);
     }
-    plan.finalSize = checked::sizeOf(size, error());
+    plan.finalSize = checked::sizeOf(size, trailerEditError());
     plan.recordsAndTail = plan.finalSize - info->getImageSize() - info->boxHeaderSize();
     findPointerIntoTrailer(plan);
     return plan;

@@ -18,18 +18,6 @@ constexpr char LOG_TAG[] = "QRTInfo";
 /// Tell the queries apart in the log.
 enum CallSite : int { BY_RECORD, BY_TYPE, BY_NAME, BY_TYPE_AND_NAME, ALL_OF_TYPE };
 
-auto ofType(int type) {
-    return [type](QRTDataInfo const& record) { return record.type == type; };
-}
-
-auto named(std::string const& name) {
-    return [&name](QRTDataInfo const& record) { return record.name == name; };
-}
-
-auto matching(int type, std::string const& name) {
-    return [type, &name](QRTDataInfo const& record) { return record.type == type && record.name == name; };
-}
-
 std::pair<uint32_t, uint32_t> placeOf(QRTDataInfo const* record) {
     return record != nullptr ? std::pair(record->dataPosition, record->dataPayload) : std::pair(0U, 0U);
 }

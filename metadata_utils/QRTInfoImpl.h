@@ -12,6 +12,19 @@ namespace android::lumo {
 
 class QRTInfoImpl;
 
+// Which record is meant. The name must outlive the answer.
+inline auto ofType(int type) {
+    return [type](QRTDataInfo const& record) { return record.type == type; };
+}
+
+inline auto named(std::string const& name) {
+    return [&name](QRTDataInfo const& record) { return record.name == name; };
+}
+
+inline auto matching(int type, std::string const& name) {
+    return [type, &name](QRTDataInfo const& record) { return record.type == type && record.name == name; };
+}
+
 /// Whatever answers a trailer view's queries from a view it holds: the editors.
 class QRTViewHolder {
 public:
