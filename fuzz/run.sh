@@ -1,36 +1,73 @@
 #!/usr/bin/env bash
 # fuzz/run.sh [SECONDS [TARGET...]]  builds the fuzz targets and runs each (jpeg heif rewrite trailer xmp edit) for SECONDS
-# (60), two at a time, on fresh structural seeds and on what earlier runs found. What breaks a target stays in
-# build/fuzz/findings/TARGET/ and makes the run fail; the inputs that reached new code stay in build/fuzz/corpus/TARGET/.
+# (60), two at a time, on fresh structural seeds, on fuzz/corpus/TARGET/ and on what earlier runs here found. What breaks a
+# target stays in build/fuzz/findings/TARGET/ and makes the run fail; the inputs that reached new code stay in
+# build/fuzz/corpus/TARGET/.
+# fuzz/run.sh --merge   makes fuzz/corpus/ anew: of all of these, the smallest inputs that together reach the same code.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../cmake/setup.sh"
-seconds=${1:-60}
-shift $(($# > 0 ? 1 : 0))
-targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(jpeg heif rewrite trailer xmp edit)
+all=(jpeg heif rewrite trailer xmp edit)
+task=run seconds=60 targets=("${all[@]}")
+if [ "${1:-}" = --merge ]; then
+    task=merge
+elif [ $# -gt 0 ]; then
+    seconds=$1
+    [ $# -eq 1 ] || targets=("${@:2}")
+fi
 mu_need_packages clang-14 libclang-rt-14-dev
 mu_build fuzz fuzzers
 out=$mu_root/build/fuzz
+rm -rf "$out/seeds"
 "$out/fuzz/make_seeds" "$out/seeds"
 
-# One target; its last line tells what it did. Inputs are small, as the stills they make are; so is the memory allowed.
+# Inputs are small, as the stills they make are; so is the memory allowed.
+limits=(-max_len=8192 -timeout=20 -rss_limit_mb=1024 -malloc_limit_mb=64)
+
+# One target; its last line tells what it did, and what broke when something did.
 run_target() {
-    local target=$1 seconds=$2 out=$3 dict=$4/fuzz/dict log
+    local target=$1 dict=$mu_root/fuzz/dict/$1.dict log=$out/fuzz-$1.log status=0
+    [ -f "$dict" ] || dict=$mu_root/fuzz/dict/heif.dict
     mkdir -p "$out/corpus/$target" "$out/findings/$target"
-    log=$out/fuzz-$target.log
-    [ -f "$dict/$target.dict" ] && dict=$dict/$target.dict || dict=$dict/heif.dict
-    local status=0
-    "$out/fuzz/fuzz_$target" -max_total_time="$seconds" -max_len=8192 -timeout=20 -rss_limit_mb=1024 -malloc_limit_mb=64 \
-        -dict="$dict" -artifact_prefix="$out/findings/$target/" -print_final_stats=1 \
-        "$out/corpus/$target" "$out/seeds/$target" >"$log" 2>&1 || status=$?
-    printf '%-8s %s executions, %s edges, %s features, corpus %s, %s\n' "$target" \
+    "$out/fuzz/fuzz_$target" "${limits[@]}" -max_total_time="$seconds" -dict="$dict" -print_final_stats=1 \
+        -artifact_prefix="$out/findings/$target/" \
+        "$out/corpus/$target" "$mu_root/fuzz/corpus/$target" "$out/seeds/$target" >"$log" 2>&1 || status=$?
+    printf '%-8s %s executions, %s edges, %s features, %s\n' "$target" \
         "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" \
         "$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)" \
         "$(grep -o 'ft: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)" \
-        "$(ls "$out/corpus/$target" | wc -l)" \
-        "$([ $status -eq 0 ] && echo "nothing found" || echo "FOUND, see $log and findings/$target")"
-    return $((status != 0))
+        "$([ $status -eq 0 ] && echo "nothing found" || echo "FOUND, see $log and findings/$target:")"
+    [ $status -eq 0 ] || grep -m 8 -aE 'does not hold|ERROR|runtime error|SUMMARY|Test unit written' "$log" || tail -5 "$log"
+    return $status
 }
-export -f run_target
+
+# Only inputs that reach an edge no smaller one does: a corpus that fits beside the sources.
+merge_target() {
+    local target=$1 merged=$out/merged/$1 from=() folder
+    rm -rf "$merged" && mkdir -p "$merged"
+    for folder in "$out/corpus/$target" "$mu_root/fuzz/corpus/$target" "$out/seeds/$target"; do
+        [ ! -d "$folder" ] || from+=("$folder")
+    done
+    mu_run_quietly "merging $target" "$out/fuzz/fuzz_$target" "${limits[@]}" -merge=1 -use_counters=0 "$merged" "${from[@]}"
+    rm -rf "${mu_root:?}/fuzz/corpus/$target" && mkdir -p "$mu_root/fuzz/corpus" && mv "$merged" "$mu_root/fuzz/corpus/"
+    printf '%-8s %s\n' "$target" "$(du -sh --apparent-size "$mu_root/fuzz/corpus/$target" | cut -f1)"
+}
+
 export ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=0 UBSAN_OPTIONS=print_stacktrace=1
-printf '%s\n' "${targets[@]}" | xargs -P2 -I{} bash -c 'run_target "$@"' _ {} "$seconds" "$out" "$mu_root"
+if [ $task = merge ]; then
+    for target in "${all[@]}"; do merge_target "$target"; done
+    exit
+fi
+failed=0 running=0
+for target in "${targets[@]}"; do
+    if [ $running -eq 2 ]; then
+        wait -n || failed=1
+        running=1
+    fi
+    run_target "$target" &
+    running=$((running + 1))
+done
+while [ $running -gt 0 ]; do
+    wait -n || failed=1
+    running=$((running - 1))
+done
+exit $failed
