@@ -20,16 +20,13 @@ TEST(XMPEdit, WritesPropertiesAndItemsIntoAStillWithoutXmp) {
     auto const before = photo.file.bytes();
     auto const view = photo.view();
     auto const editor = view->edit();
-    EXPECT_FALSE(editor->isDirty());
     editor->setProperty(xmp_ns::CAMERA, "GCamera:MotionPhoto", "1")
         .setItem("Primary", Mime::IMAGE_JPEG)
         .setItem("MotionPhoto", Mime::VIDEO_MP4)
         .setItemField("MotionPhoto", "Length", "42");
-    EXPECT_TRUE(editor->isDirty());
     EXPECT_EQ(view->getItemNameAt(2), "MotionPhoto"); // before any commit
     editor->commit();
     EXPECT_FALSE(editor->isDirty());
-
     auto const written = photo.view();
     EXPECT_EQ(contentOf(*written), "GCamera:MotionPhoto=1\n"
                                    "Primary: Mime=image/jpeg Semantic=Primary\n"
@@ -49,10 +46,8 @@ TEST(XMPEdit, LeavesAnItemOfTheNameAsItIs) {
     editor->removeItem("nobody").removeItemField("nobody", "Mime").replaceItemField("nobody", "Mime", "x");
     EXPECT_FALSE(editor->isDirty());
     EXPECT_EQ(textOf(*view), before);
-    EXPECT_NE(messageOf([&] {
-                  editor->setItemField("nobody", "Mime", "x");
-              }).find("no such item(nobody) exist, add item first w/ addItem"),
-              std::string::npos);
+    EXPECT_TRUE(failsWith("no such item(nobody) exist, add item first w/ addItem",
+                          [&] { editor->setItemField("nobody", "Mime", "x"); }));
 }
 
 TEST(XMPEdit, RemovesTheNamedItemAfterEarlierRemovals) {
@@ -115,15 +110,9 @@ TEST(XMPEdit, ViewReadsTheSameAsTheFileAfterwards) {
 }
 
 TEST(XMPEdit, ReadsBackEveryTextThatXmlCarries) {
-    std::string const texts[] = {"",
-                                 " a ",
-                                 "<&>\"'",
-                                 "line\nline\r\ttab",
-                                 "]]>",
-                                 std::string(20000, 'x'),
-                                 "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\x9E"};
     Photo const photo(threeItems());
-    for (auto const& text : texts) {
+    for (std::string const text :
+         {"", " a ", "<&>\"'", "line\nline\r\ttab", "]]>", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\x9E"}) {
         photo.view()->edit()->setProperty(TEST_NS, "t:a", text).setItemField("GainMap", "Label", text).commit();
         EXPECT_EQ(photo.view()->getProperty(TEST_NS, "t:a"), text);
         EXPECT_EQ(photo.view()->getItemField("GainMap", "Label"), text);
@@ -182,32 +171,30 @@ TEST(XMPEdit, CommitsIntoATargetThatIsEmptyOrHasItsOwnImage) {
 
     editor->commit(other.file.open());
     EXPECT_EQ(contentOf(*other.view()), "t:one=changed\n");
-
-    TempFile const video("....ftypmp42");
-    EXPECT_NE(messageOf([&] { editor->commit(video.open()); }).find("unsupported type"), std::string::npos);
-    EXPECT_EQ(video.bytes().size(), 12U);
 }
 
 TEST(XMPEdit, StaysDirtyWhenTheCommitFails) {
-    Photo const photo(packetOf("t:one='1'"));
-    auto const before = photo.file.bytes();
-    auto const editor = XMPInfo::parse(photo.file.open("r"))->edit();
-    editor->setProperty(TEST_NS, "t:one", "2");
-    EXPECT_THROW(editor->commit(), std::runtime_error);
-    EXPECT_TRUE(editor->isDirty());
-    editor->setProperty(TEST_NS, "t:one", std::string(70000, 'x')); // no segment holds that
-    EXPECT_THROW(editor->commit(photo.file.open()), std::runtime_error);
-    EXPECT_TRUE(editor->isDirty());
-    EXPECT_EQ(photo.file.bytes(), before);
-}
-
-TEST(XMPEdit, RefusesToWriteANamespaceThatNobodyCouldReadAgain) {
-    Photo const photo(packetOf("xmlns:bad='urn:a&amp;b' bad:one='1'"));
-    auto const before = photo.file.bytes();
-    auto const editor = photo.view()->edit();
-    editor->setProperty(TEST_NS, "t:one", "2");
-    EXPECT_NE(messageOf([&] { editor->commit(); }).find("could not be read again"), std::string::npos);
-    EXPECT_EQ(photo.file.bytes(), before);
+    // The toolkit writes such a namespace without escaping it: nobody could read the packet again.
+    Photo const photo(packetOf("t:one='1'")), bad(packetOf("xmlns:bad='urn:a&amp;b' bad:one='1'"));
+    TempFile const video("....ftypmp42");
+    struct Case {
+        Photo const& photo;
+        size_t size;
+        std::shared_ptr<MediaFile> target;
+        char const* message;
+    } const cases[] = {{photo, 1, photo.file.open("r"), ""},
+                       {photo, 70000, photo.file.open(), "does not fit a segment"},
+                       {photo, 1, video.open(), "unsupported type"},
+                       {bad, 1, bad.file.open(), "could not be read again"}};
+    for (auto const& [still, size, target, message] : cases) {
+        auto const before = still.file.bytes();
+        auto const editor = still.view()->edit();
+        editor->setProperty(TEST_NS, "t:one", std::string(size, 'x'));
+        EXPECT_TRUE(failsWith(message, [&, to = target] { editor->commit(to); }));
+        EXPECT_TRUE(editor->isDirty());
+        EXPECT_EQ(still.file.bytes(), before);
+    }
+    EXPECT_EQ(video.bytes(), "....ftypmp42");
 }
 
 } // namespace

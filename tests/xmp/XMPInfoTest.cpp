@@ -12,9 +12,7 @@ TEST(XMPInfo, IsEmptyWithoutPacketAndWithBlankRoom) {
     for (auto const& packet : {std::string(), std::string(1000, ' '), std::string(1000, '\0')}) {
         auto const view = Photo(packet).view();
         EXPECT_TRUE(view->isEmpty());
-        EXPECT_EQ(view->getItemNames(), Names{});
-        EXPECT_EQ(view->getLastItem(), "");
-        EXPECT_EQ(view->getProperty(xmp_ns::CAMERA, "GCamera:MotionPhoto"), "");
+        EXPECT_EQ(view->getLastItem() + view->getProperty(xmp_ns::CAMERA, "GCamera:MotionPhoto"), "");
     }
 }
 
@@ -36,16 +34,12 @@ TEST(XMPInfo, ListsTopLevelValuesAndNothingOfStructsAndDirectory) {
 TEST(XMPInfo, AnswersForItemsByExactName) {
     auto const entries = itemOf("Primary", "image/jpeg") + itemOf("MotionPhoto", "video/mp4", "Item:Length='77'");
     auto const view = Photo(packetOf("", directoryOf(entries))).view();
-    EXPECT_EQ(view->getItemField("MotionPhoto", "Length"), "77");
-    EXPECT_EQ(view->getItemField("motionphoto", "Length"), "");
+    EXPECT_EQ(contentOf(*view), "Primary: Mime=image/jpeg Semantic=Primary\n"
+                                "MotionPhoto: Length=77 Mime=video/mp4 Semantic=MotionPhoto\n");
     EXPECT_TRUE(view->containsItem("motionphoto", true));
     EXPECT_FALSE(view->containsItem("motionphoto", false));
     EXPECT_FALSE(view->containsItemField("Primary", "Length"));
-    EXPECT_EQ(view->getItemNameAt(0), "");
-    EXPECT_EQ(view->getItemNameAt(2), "MotionPhoto");
-    EXPECT_EQ(view->getItemNameAt(3), "");
-    EXPECT_EQ(view->getLastItem(), "MotionPhoto");
-    EXPECT_EQ(view->getItemFieldNames("MotionPhoto"), (std::set<std::string>{"Length", "Mime", "Semantic"}));
+    EXPECT_EQ(view->getItemNameAt(0) + view->getItemNameAt(3) + view->getItemField("motionphoto", "Length"), "");
     for (char const* hostile : {"", "a/b", "x[1]", "Item:Length", "\xFF"})
         EXPECT_EQ(view->getItemField("MotionPhoto", hostile), "") << hostile;
 }
