@@ -2,8 +2,6 @@
 #include "support/JpegBuilder.h"
 #include "support/TempFile.h"
 
-#include <gmock/gmock.h>
-
 #include <unistd.h>
 
 namespace android::lumo::test {
@@ -23,14 +21,12 @@ TEST(JPEGMetaReader, LocatesEachBlockAndLoadsItsData) {
 
 TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
     auto const xmp = [](JpegBuilder builder) { return builder.xmp("<found/>"); };
-    std::string const cutOff = JpegBuilder().xmp("<cut/>" + std::string(900, 'x')).open();
     struct Case {
         char const* what;
         std::string bytes;
         MediaDefs::MetaType type;
         std::string data;
     } const cases[] = {
-        {"plain", xmp(JpegBuilder()).build(), XMP, "<found/>"},
         {"fill bytes in front", xmp(JpegBuilder().raw(std::string(10'000, '\xFF'))).build(), XMP, "<found/>"},
         {"no start of scan", xmp(JpegBuilder()).open(), XMP, "<found/>"},
         {"short APP1 in front", xmp(JpegBuilder().segment(0xE1, "Exi")).build(), XMP, "<found/>"},
@@ -38,7 +34,7 @@ TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
          XMP, "<found/>"},
         {"identifier without NUL ends the payload", JpegBuilder().segment(0xE1, XMP_ID.substr(0, 28)).build(), XMP, ""},
         {"identifier cut off", JpegBuilder().segment(0xE1, XMP_ID.substr(0, 27)).raw("/").build(), NONE, ""},
-        {"packet cut off by the file's end", cutOff.substr(0, 6 + 29 + 6), XMP, "<cut/>"},
+        {"packet cut off by the file's end", JpegBuilder().xmp("<cut/>xxx").open().substr(0, 41), XMP, "<cut/>"},
         {"extended packet", JpegBuilder().segment(0xE1, EXTENDED_XMP_ID + "more").build(), NONE, ""},
         {"no marker in front", xmp(JpegBuilder().raw(std::string("\0\xFF", 2))).build(), NONE, ""},
         {"length 1 in front", xmp(JpegBuilder().raw(std::string("\xFF\xE0\0\1", 4))).build(), NONE, ""},
@@ -46,8 +42,6 @@ TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
         {"start of scan in front", xmp(JpegBuilder().segment(0xDA, "")).build(), NONE, ""},
         {"segment past the file's end in front", JpegBuilder().raw("\xFF\xE0\xFF\xFF").xmp("<x/>").open(), NONE, ""},
         {"fill bytes to the end", JpegBuilder().raw(std::string(5000, '\xFF')).open(), NONE, ""},
-        {"marker without length", JpegBuilder().raw("\xFF\xE1\1").open(), NONE, ""},
-        {"start of image alone", JpegBuilder().open(), NONE, ""},
     };
     for (auto const& [what, bytes, type, data] : cases) {
         TempFile const file(bytes);
@@ -73,13 +67,15 @@ TEST(JPEGMetaReader, LazyReaderReadsOnFirstRequestAndAgainWhileNothingIsFound) {
 
 TEST(JPEGMetaReader, RefusesWhatItCannotRead) {
     TempFile const video(std::string("\0\0\0\x18", 4) + "ftypmp42");
-    EXPECT_THAT(messageOf([&] { ImageMetaReader::of(video.open("r"), ParseMode::LAZY); }),
-                testing::MatchesRegex("\\[metadata_utils/io/ImageMetaReader:[0-9]+\\] unsupported type: 7"));
+    std::string message = messageOf([&] { ImageMetaReader::of(video.open("r"), ParseMode::LAZY); });
+    EXPECT_TRUE(message.starts_with("[metadata_utils/io/ImageMetaReader:")) << message;
+    EXPECT_TRUE(message.ends_with("] unsupported type: 7")) << message;
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     auto const stream = std::make_shared<MediaFile>(ends[0]);
-    EXPECT_THAT(messageOf([&] { JPEGMetaReader(stream, ParseMode::EAGER); }),
-                testing::MatchesRegex("\\[metadata_utils/io/JPEGMetaReader:[0-9]+\\] fail to parse"));
+    message = messageOf([&] { JPEGMetaReader(stream, ParseMode::EAGER); });
+    EXPECT_TRUE(message.starts_with("[metadata_utils/io/JPEGMetaReader:")) << message;
+    EXPECT_TRUE(message.ends_with("] fail to parse")) << message;
     close(ends[0]);
     close(ends[1]);
 }

@@ -1,15 +1,11 @@
 #include "io/JPEGMetaWriter.h"
 #include "XMPInfoImpl.h"
 #include "support/JpegBuilder.h"
-#include "support/TempFile.h"
 #include "support/TrailerBuilder.h"
-
-#include <gmock/gmock.h>
+#include "xmp/XMPFixture.h"
 
 namespace android::lumo::test {
 namespace {
-
-using testing::HasSubstr;
 
 /// A view that is nothing but its packet.
 class Packet : public XMPInfoImpl {
@@ -31,21 +27,11 @@ void writeBytesOf(TempFile const& file, std::string const& packet) {
     ImageMetaWriter::of(file.open())->writeXMP(std::vector<unsigned char>(packet.begin(), packet.end()));
 }
 
-/// Everything but the XMP and blank rooms.
-std::vector<JpegSegment> withoutXmp(std::string const& file) {
-    auto segments = segmentsOf(file);
-    std::erase_if(segments, [](JpegSegment const& segment) {
-        return segment.code == 0xE1 && (segment.isXmp() || segment.payload.find_first_not_of(' ') == std::string::npos);
-    });
-    return segments;
-}
-
 TEST(JPEGMetaWriter, PutsPacketBehindStartOfImageWhenThereIsNoExif) {
-    for (size_t const size : {1U, 1251U}) {
-        TempFile const file(JpegBuilder().segment(0xDB, pattern(5000)).build(pattern(3000)));
-        std::string const packet(size, 'p');
+    for (std::string const& packet : {std::string(1, 'p'), std::string(1251, 'p')}) {
+        TempFile const file(JpegBuilder().segment(0xDB, "q").build());
         writeBytesOf(file, packet);
-        EXPECT_EQ(file.bytes(), JpegBuilder().xmp(packet, 1280).segment(0xDB, pattern(5000)).build(pattern(3000)));
+        EXPECT_EQ(file.bytes(), JpegBuilder().xmp(packet, 1280).segment(0xDB, "q").build());
     }
 }
 
@@ -84,7 +70,7 @@ TEST(JPEGMetaWriter, PutsPacketWhereExifAndOldPacketsTellAndKeepsTheRest) {
         writeView(file, packet);
         std::string const after = file.bytes();
         EXPECT_TRUE(treeOf(after).starts_with(tree)) << what << '\n' << treeOf(after);
-        EXPECT_TRUE(withoutXmp(after) == withoutXmp(before)) << what << '\n' << treeOf(after);
+        EXPECT_TRUE(othersOf(after) == othersOf(before)) << what << '\n' << treeOf(after);
         auto const read = ImageMetaReader::of(file.open("r"), ParseMode::EAGER)->getXMP().toTypedData<std::string>();
         EXPECT_TRUE(read == packet + std::string(read.size() - packet.size(), ' ')) << what;
         writeView(file, packet);
@@ -113,15 +99,12 @@ TEST(JPEGMetaWriter, RefusalsLeaveTheFileAsItWas) {
         {"one of two packets behind index", JpegBuilder().xmp("", 1500).mpf().xmp("", 1500).build(), writeView, 10,
          "MPF index at 1506"},
         {"room cut off", JpegBuilder().xmp("", 2000).open().substr(0, 1500), writeView, 10, "past the image's end"},
-        {"small packet cut off", JpegBuilder().xmp("", 200).open().substr(0, 100), writeView, 10,
-         "past the image's end"},
         {"Exif cut off", JpegBuilder().exif(pattern(99)).open().substr(0, 50), writeView, 10, "past the image's end"},
         {"too many Exif", manyExif.build(), writeView, 10, "65 XMP and Exif segments are too many"},
     };
     for (auto const& [what, bytes, write, size, message] : cases) {
         TempFile const file(bytes);
-        EXPECT_THAT(messageOf([&, act = write, n = size] { act(file, std::string(n, 'p')); }), HasSubstr(message))
-            << what;
+        EXPECT_TRUE(failsWith(message, [&, act = write, n = size] { act(file, std::string(n, 'p')); })) << what;
         EXPECT_TRUE(file.bytes() == bytes) << what;
     }
 }
