@@ -86,7 +86,7 @@ std::vector<std::string> trailers() {
         {{-5, "", ""}, {1, "S", "d", "sub-info"}, {1, "S", "d2"}, {2562, "MotionPhoto_Info", std::string(300, 'i')}},
     };
     std::vector<std::string> seeds;
-    for (char const way : std::string("\0\1\2\3\5\x08\x09\x18\x19", 9)) {
+    for (char const way : std::string("\0\1\2\3\5\x08\x09\x18\x19\x20\x31", 11)) {
         for (auto const& list : lists)
             seeds.push_back(way + trailerBytes(list));
     }

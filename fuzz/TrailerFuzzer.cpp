@@ -1,8 +1,8 @@
 // A hostile trailer behind a JPEG or (odd first byte) in a HEIC's last box, which bit 2 puts into another box: what the
 // view answers, and that a commit of one more record, or (bits 3 and 4) of a video or without one, keeps the others,
-// the image and the order of boxes.
+// the image and the order of boxes; with bit 5 another still takes all of it over first.
 #include "FuzzSupport.h"
-#include "MotionPhotoInfo.h"
+#include "MotionPhotoEdit.h"
 #include "QRTEdit.h"
 #include "io/HEIFBoxScan.h"
 #include "support/HeicBuilder.h"
@@ -22,7 +22,8 @@ std::string textOf(ByteBuffer const& bytes) {
 
 bool belongsToVideo(QRTDataInfo const& record) {
     return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
-           record.name.starts_with("MotionPhoto_") || record.name == qrt::NAME_LONG_EXPOSURE_INFO;
+           record.name.starts_with("MotionPhoto_") || record.name == qrt::NAME_LONG_EXPOSURE_INFO ||
+           record.name == qrt::NAME_3D_PHOTO_INFO;
 }
 
 /// The records that are written as they were read: sub-info is not, by the format's own doing.
@@ -69,6 +70,31 @@ void askView(QRTInfo& view, size_t fileSize) {
 bool areBoxes(std::string const& file) {
     heif::ByteWindow window({reinterpret_cast<uint8_t const*>(file.data()), file.size()});
     return !heif::scanTopLevel(window).damage;
+}
+
+/// Everything over to a clean HEIC, where a video may have any size.
+void takeOver(MemoryFile const& file, std::filesystem::copy_options options) {
+    static std::string const heic = test::buildHeic({.xmp = test::heicXmp("own", 1400)});
+    std::string const before = file.bytes();
+    MemoryFile const still(heic);
+    std::string video;
+    std::multiset<std::string> records;
+    bool const isDone = goesThrough([&] {
+        auto const source = MotionPhotoInfo::parse(file.open());
+        video = textOf(*source->getVideo());
+        records = recordsOf(*source->getQRTInfo(), before, Kept::AllButVideo);
+        auto const edit = MotionPhotoInfo::parse(still.open())->edit();
+        edit->addAll(source, options);
+        edit->commit();
+    });
+    FUZZ_REQUIRE(file.bytes() == before);
+    if (!isDone) {
+        FUZZ_REQUIRE(still.bytes() == heic);
+        return;
+    }
+    auto const photo = MotionPhotoInfo::parse(still.open());
+    FUZZ_REQUIRE(textOf(*photo->getVideo()) == video && areBoxes(still.bytes()));
+    FUZZ_REQUIRE(includes(recordsOf(*photo->getQRTInfo(), still.bytes(), Kept::AllButVideo), records));
 }
 
 void commitVideo(MemoryFile const& file, QRTInfo const& view, VideoEdit edit) {
@@ -121,6 +147,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         return 0;
     askView(*view, beforeTrailer.size() + trailer.size());
     auto const option = data[0] & 2 ? QRTEdit::Option::WRITE_FAST : QRTEdit::Option::WRITE_IN_ORDER;
+    if (data[0] & 32)
+        takeOver(file, data[0] & 16 ? std::filesystem::copy_options::skip_existing
+                                    : std::filesystem::copy_options::overwrite_existing);
     if (data[0] & 8)
         commitVideo(file, *view, data[0] & 16 ? VideoEdit::Remove : VideoEdit::Add);
     else
