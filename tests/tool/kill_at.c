@@ -12,10 +12,15 @@
 
 static int how; /* 'b', 'h' or 'a' when this call is the one */
 
-static void count_call(void) {
+/* Logs and pipes do not count. */
+static void count_call(int fd) {
     static int calls;
+    struct stat status;
     char const* at = getenv("KILL_AT");
-    how = at != NULL && calls++ == atoi(at) ? getenv("KILL_HOW")[0] : 0;
+    how = 0;
+    if (at == NULL || (fd >= 0 && fstat(fd, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)))
+        return;
+    how = calls++ == atoi(at) ? getenv("KILL_HOW")[0] : 0;
     if (how == 'b')
         kill(getpid(), SIGKILL);
 }
@@ -24,66 +29,22 @@ static size_t bytes_left(size_t n) {
     return how == 'h' ? n / 2 : n;
 }
 
-static int is_file(int fd) {
-    struct stat status;
-    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-}
+#define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
 
-#define AFTER(result)                                                                                                  \
-    do {                                                                                                               \
+#define WRAP(type, name, file, parameters, arguments)                                                                  \
+    type name parameters {                                                                                             \
+        count_call(file);                                                                                              \
+        type const result = REAL(name) arguments;                                                                      \
         if (how != 0)                                                                                                  \
             kill(getpid(), SIGKILL);                                                                                   \
         return result;                                                                                                 \
-    } while (0)
+    }
 
-#define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
-
-ssize_t write(int fd, void const* bytes, size_t n) {
-    if (!is_file(fd))
-        return REAL(write)(fd, bytes, n);
-    count_call();
-    ssize_t const result = REAL(write)(fd, bytes, bytes_left(n));
-    AFTER(result);
-}
-
-ssize_t sendfile64(int out, int in, off64_t* offset, size_t n) {
-    count_call();
-    ssize_t const result = REAL(sendfile64)(out, in, offset, bytes_left(n));
-    AFTER(result);
-}
-
-int ftruncate64(int fd, off64_t size) {
-    count_call();
-    int const result = REAL(ftruncate64)(fd, size);
-    AFTER(result);
-}
-
-int posix_fallocate64(int fd, off64_t offset, off64_t n) {
-    count_call();
-    int const result = REAL(posix_fallocate64)(fd, offset, n);
-    AFTER(result);
-}
-
-int fallocate64(int fd, int mode, off64_t offset, off64_t n) {
-    count_call();
-    int const result = REAL(fallocate64)(fd, mode, offset, n);
-    AFTER(result);
-}
-
-int fchmod(int fd, mode_t mode) {
-    count_call();
-    int const result = REAL(fchmod)(fd, mode);
-    AFTER(result);
-}
-
-int fsync(int fd) {
-    count_call();
-    int const result = REAL(fsync)(fd);
-    AFTER(result);
-}
-
-int rename(char const* from, char const* to) {
-    count_call();
-    int const result = REAL(rename)(from, to);
-    AFTER(result);
-}
+WRAP(ssize_t, write, fd, (int fd, void const* bytes, size_t n), (fd, bytes, bytes_left(n)))
+WRAP(ssize_t, sendfile64, out, (int out, int in, off64_t* offset, size_t n), (out, in, offset, bytes_left(n)))
+WRAP(int, ftruncate64, fd, (int fd, off64_t size), (fd, size))
+WRAP(int, posix_fallocate64, fd, (int fd, off64_t offset, off64_t n), (fd, offset, n))
+WRAP(int, fallocate64, fd, (int fd, int mode, off64_t offset, off64_t n), (fd, mode, offset, n))
+WRAP(int, fchmod, fd, (int fd, mode_t mode), (fd, mode))
+WRAP(int, fsync, fd, (int fd), (fd))
+WRAP(int, rename, -1, (char const* from, char const* to), (from, to))

@@ -60,7 +60,8 @@ class ToolTest(unittest.TestCase):
         return json.loads(self.done("info", "--json", name))
 
     def snapshot(self):
-        return {path.name: path.read_bytes() for path in self.folder.iterdir() if path.is_file()}
+        small = (path for path in self.folder.iterdir() if path.is_file() and path.stat().st_size < 1 << 30)
+        return {path.name: path.read_bytes() for path in small}
 
     def refused(self, code, reason, *args, **options):
         before = self.snapshot()
@@ -102,26 +103,18 @@ class ToolTest(unittest.TestCase):
         self.assertEqual((bare["motionPhoto"], bare["trailer"]), (None, None))
         self.assertEqual(self.read("still.jpg"), STILL)
 
-    def test_in_place_equals_an_output_file(self):
-        longer = CLIP + struct.pack(">I4s", 64, b"free") + bytes(56)
-        self.write("longer.mp4", longer)
-        self.write("work.jpg", STILL)
+    def test_timestamp_stays_through_other_videos(self):
+        self.write("longer.mp4", CLIP + struct.pack(">I4s", 64, b"free") + bytes(56))
         for command in (
-            ["add", "clip.mp4", "--timestamp-us", "1234567"],
-            ["add", "longer.mp4"],
-            ["replace", "clip.mp4"],
-            ["remove"],
+            ["add", "still.jpg", "clip.mp4", "--timestamp-us", "1234567"],
+            ["add", "still.jpg", "longer.mp4"],
+            ["replace", "still.jpg", "clip.mp4"],
         ):
-            before = self.read("work.jpg")
-            self.done(command[0], "work.jpg", *command[1:], "-o", "out.jpg")
-            self.assertEqual(self.read("work.jpg"), before, command)
-            self.done(command[0], "work.jpg", *command[1:], "--in-place")
-            self.assertEqual(self.read("work.jpg"), self.read("out.jpg"), command)
-            if command[0] != "remove":
-                report = self.info("work.jpg")["motionPhoto"]
-                self.assertEqual(report["presentationTimestampUs"], 1234567, command)
-                self.assertEqual(report["video"]["size"], len(self.read(command[1])), command)
-                self.assertEqual(self.read("work.jpg").count(b"ftypmp42"), 1, command)
+            self.done(*command, "--in-place")
+            report = self.info("still.jpg")["motionPhoto"]
+            self.assertEqual(report["presentationTimestampUs"], 1234567, command)
+            self.assertEqual(report["video"]["size"], len(self.read(command[2])), command)
+            self.assertEqual(self.read("still.jpg").count(b"ftypmp42"), 1, command)
 
     def test_what_is_refused_changes_nothing(self):
         self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
@@ -133,10 +126,6 @@ class ToolTest(unittest.TestCase):
         with open(self.folder / "huge.mp4", "wb") as huge:
             huge.write(CLIP)
             huge.truncate(2**32 - 1000)
-        self.addCleanup((self.folder / "huge.mp4").unlink)
-        self.snapshot = lambda: {
-            path.name: path.read_bytes() for path in self.folder.iterdir() if path.is_file() and path.name != "huge.mp4"
-        }
         add = ["add", "still.jpg"]
         for code, reason, args in (
             (2, "subcommand", []),
