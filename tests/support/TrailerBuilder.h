@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
+#include <map>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
@@ -15,8 +15,7 @@ namespace android::lumo::test {
 
 /// An unsigned 32-bit number as it stands in a trailer.
 inline std::string little(uint32_t value) {
-    return {static_cast<char>(value), static_cast<char>(value >> 8), static_cast<char>(value >> 16),
-            static_cast<char>(value >> 24)};
+    return {reinterpret_cast<char const*>(&value), sizeof(value)}; // as on every machine the tests run on
 }
 
 inline uint32_t littleAt(std::string_view bytes, size_t at) {
@@ -79,19 +78,17 @@ struct TrailerFile {
     std::string image; ///< all in front of the farthest record
     uint32_t version = 0;
     std::vector<TrailerRecord> records; ///< in directory order
-    std::vector<uint32_t> positions;    ///< of their first bytes, in the file
     std::vector<uint32_t> dataPositions;
 
     /// Names in the order of their bytes in the file.
     std::string diskOrder() const {
-        std::vector<size_t> order;
+        std::map<uint32_t, std::string> names;
         for (size_t i = 0; i < records.size(); ++i)
-            order.push_back(i);
-        std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return positions[a] < positions[b]; });
-        std::string names;
-        for (size_t i : order)
-            names += (names.empty() ? "" : " ") + records[i].name;
-        return names;
+            names[dataPositions[i]] = records[i].name;
+        std::string text;
+        for (auto const& [position, name] : names)
+            text += (text.empty() ? "" : " ") + name;
+        return text;
     }
 };
 
@@ -120,7 +117,6 @@ inline TrailerFile readTrailer(std::string const& file) {
             record.subInfo = file.substr(at + nameSize, subInfoSize);
         record.data = file.substr(at + nameSize + subInfoSize, end - at - nameSize - subInfoSize);
         found.records.push_back(record);
-        found.positions.push_back(static_cast<uint32_t>(start));
         found.dataPositions.push_back(static_cast<uint32_t>(end - record.data.size()));
         first = std::min(first, start);
     }

@@ -25,38 +25,14 @@ def fake_video(size, seed):
 
 
 VIDEOS = {"video.mp4": fake_video(126_000, 7), "other.mp4": fake_video(125_500, 11)}
-ROWS = {  # of the document, by still and command
-    ("jpeg", "add"): "JPEG: video or record, XMP room made",
-    ("jpeg", "replace"): "JPEG: video or record, XMP fits",
-    ("jpeg", "remove"): "JPEG: video or record, XMP fits",
-    ("heic", "add"): "HEIC: video or record, XMP room made",
-    ("heic", "replace"): "HEIC: video or record, XMP fits",
-    ("heic", "remove"): "HEIC: video or record, XMP fits",
-}
 ARGUMENTS = {"add": ["video.mp4"], "replace": ["other.mp4"], "remove": []}
 
 
 def documented():
+    """The states of each row of the document."""
     text = (Path(DOCS) / "failure-states.md").read_text()
     lines = [line.strip("| ").split(" | ") for line in text.splitlines() if "as before;" in line]
     return {row: set(states.split("; ")) for row, states in lines}
-
-
-def leading_boxes(data):
-    """As far as they can be followed."""
-    found = []
-    while not found or found[-1].end < len(data):
-        start = found[-1].end if found else 0
-        try:
-            found.append(box_at(data, start))
-        except Damaged:
-            break
-    return found
-
-
-def box_at(data, start):
-    size = int.from_bytes(data[start : start + 4], "big") or len(data) - start
-    return boxes(data, start, min(start + size, len(data)))[0]
 
 
 def picture_and_xmp(data):
@@ -66,9 +42,12 @@ def picture_and_xmp(data):
         segments[-1].payload = scan[: scan.index(b"\xff\xd9")]
         picture = [(each.code, each.payload) for each in segments if each.code != 0xE1 or each.payload[:4] == b"Exif"]
         return picture, b"".join(each.payload.rstrip(b" ") for each in segments if each.is_xmp())
-    items, primary = heic_items(data, next(box for box in leading_boxes(data) if box.kind == b"meta"))
+    start = data.index(b"meta") - 4
+    meta = boxes(data, start, start + int.from_bytes(data[start : start + 4], "big"))[0]
+    items, primary = heic_items(data, meta)
     xmp = b"".join(item.data.rstrip(b" ") for item in items.values() if item.is_xmp())
-    return (primary, [item for item in items.values() if not item.is_xmp()]), xmp if b"Description" in xmp else b""
+    others = [item for item in items.values() if not item.is_xmp()]
+    return (data[:start], primary, others), xmp if b"Description" in xmp else b""
 
 
 def trailer_text(data):
@@ -88,7 +67,7 @@ def state(data, before, after):
     try:
         picture, xmp = picture_and_xmp(data)
         assert picture in (picture_and_xmp(before)[0], picture_and_xmp(after)[0])
-    except (Damaged, AssertionError, StopIteration, KeyError, ValueError):
+    except (Damaged, AssertionError, KeyError, ValueError):
         return "picture damaged"
     words = []
     for name, part, old, new in (
@@ -146,6 +125,7 @@ class KillTest(unittest.TestCase):
             photo = self.still(kind)
             for command in ("add", "replace", "remove"):
                 before, after = photo, self.edited(photo, command)
+                row = f"{kind.upper()}: video or record, XMP {'room made' if command == 'add' else 'fits'}"
 
                 def one_run(number, how):
                     folder = self.work(before)
@@ -157,7 +137,7 @@ class KillTest(unittest.TestCase):
                         self.assertEqual((code, found == after), (0, True), context)
                         return False
                     word = state(found, before, after)
-                    self.assertIn(word, self.states[ROWS[kind, command]], context)
+                    self.assertIn(word, self.states[row], context)
                     again = self.tool(folder, *call) if how == "half" else 0
                     self.assertIn(again, (0, 1, 3, 4), context)
                     return True
