@@ -273,7 +273,7 @@ def rdf_value(element):
 
 
 def xmp_properties(packet):
-    """{"{namespace}name": value} of all descriptions; an empty room has none."""
+    """{"{namespace}name": value} of the description; an empty room has none."""
     text = packet.strip(b" \0\t\r\n")
     if not text:
         return {}
@@ -281,13 +281,9 @@ def xmp_properties(packet):
         root = ElementTree.fromstring(text)
     except ElementTree.ParseError as error:
         raise Damaged(f"XMP: {error}") from error
-    properties = {}
-    for description in root.iter(RDF + "Description"):
-        value = rdf_value(description)
-        if isinstance(value, dict):
-            properties.update(value)
-        break
-    return properties
+    description = root.find(f".//{RDF}Description")
+    value = {} if description is None else rdf_value(description)
+    return value if isinstance(value, dict) else {}
 
 
 def directory_items(properties):
@@ -307,7 +303,6 @@ class Photo:
     kind: str
     data: bytes
     image: object  # all that edits must not change, for comparison
-    image_end: int  # where what was appended to the image begins
     xmp: list  # packets with their padding
     properties: dict
     items: list
@@ -358,8 +353,7 @@ def find_video(data, kind, trailer):
 
 
 def read_jpeg(data, trailer):
-    end = trailer.start if trailer else len(data)
-    segments = jpeg_segments(data[:end])
+    segments = jpeg_segments(data[: trailer.start] if trailer else data)
     packets = [segment.payload[len(XMP_ID) :] for segment in segments if segment.is_xmp()]
     debug = [segment.payload for segment in segments if segment.is_debug_info()]
     image = [
@@ -367,7 +361,7 @@ def read_jpeg(data, trailer):
         for segment in segments
         if not (segment.is_xmp() or segment.is_blank_room() or segment.is_debug_info())
     ]
-    return image, end, packets, debug
+    return image, packets, debug
 
 
 def read_heic(data, trailer):
@@ -385,16 +379,16 @@ def read_heic(data, trailer):
         require(all(start + size <= end for start, size in item.ranges), "an item lies behind the image")
     packets = [item.data for item in items.values() if item.is_xmp()]
     image = (primary, {number: item for number, item in items.items() if not item.is_xmp()})
-    return image, end, packets, [data[box.content + 4 : box.end] for box in debug_boxes]
+    return image, packets, [data[box.content + 4 : box.end] for box in debug_boxes]
 
 
 def read_photo(data):
     """Raises Damaged for what is no whole JPEG or HEIC still, or names bytes that are not there."""
     kind = "jpeg" if data[:2] == b"\xff\xd8" else "heic"
     trailer = read_trailer(data)
-    image, end, packets, debug = (read_jpeg if kind == "jpeg" else read_heic)(data, trailer)
+    image, packets, debug = (read_jpeg if kind == "jpeg" else read_heic)(data, trailer)
     properties = xmp_properties(packets[-1]) if packets else {}
-    photo = Photo(kind, data, image, end, packets, properties, directory_items(properties), trailer)
+    photo = Photo(kind, data, image, packets, properties, directory_items(properties), trailer)
     photo.debug_info = debug[-1] if debug else None
     video = find_video(data, kind, trailer)
     if video:
