@@ -5,7 +5,7 @@
 //     4       4      "mpvd"
 //     8       n      the video
 //
-// A 16-byte header (size 1, then a 64-bit size) is read as well; 8 bytes are written. The order behind the image is
+// A 16-byte header (size 1, then a 64-bit size) is read as well; 8 bytes are written. Behind the image are written
 // debug info, video box, trailer box.
 #include "CheckedFile.h"
 #include "Error.h"

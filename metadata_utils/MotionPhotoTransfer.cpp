@@ -126,6 +126,7 @@ MotionPhotoEdit& MotionPhotoEditImpl::addAll(std::shared_ptr<MotionPhotoInfo> co
 /// The video and its version record are not copied as records: how they are stored depends on the still they go to.
 void MotionPhotoEditImpl::copyRecords(MotionPhotoInfo const& source, std::filesystem::copy_options options) {
     auto const other = QRTInfoImpl::of(*source.getQRTInfo());
+    std::set<std::pair<std::string, int>> copied;
     for (auto& record : other->getRecordList()) {
         if (record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
             record.name == qrt::NAME_3D_PHOTO_INFO)
@@ -134,6 +135,8 @@ void MotionPhotoEditImpl::copyRecords(MotionPhotoInfo const& source, std::filesy
             LOGI("skip for key=%s since it already exists!", record.name.c_str());
             continue;
         }
+        if (!copied.emplace(record.name, record.type).second) // the second would be put over the first
+            throw photoEditError()("two records of type %d have the name %s", record.type, record.name.c_str());
         auto const data = other->getData(record);
         qrtEdit->putData(record.type, record.name, data);
         if (data.empty()) // on purpose: that is how it stands in the other trailer
@@ -237,6 +240,8 @@ void MotionPhotoEditImpl::adoptPacket(XMPInfoImpl const& prepared) {
     auto const itemsBefore = itemsOf(*original);
     auto const itemsAfter = itemsOf(*xmpEdit);
     impl->getPacket()->adopt(prepared);
+    if (!isImageDataXMPRemoved && !containsImageDataInXMP())
+        fillImageDataInXMP(); // the directory begins with the image
 
     for (auto const& [schema, root] : roots) {
         xmpEdit->removeProperty(schema, root);

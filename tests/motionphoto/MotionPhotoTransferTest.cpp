@@ -88,6 +88,7 @@ TEST(MotionPhotoTransfer, AnEditedStillKeepsItsMotion) {
     EXPECT_EQ(trailerOf(target.bytes()), "2608 MotionPhoto_Data 140000;2817 Other 70;");
     EXPECT_EQ(result->getXMPInfo()->getItemField("MotionPhoto", "Length"),
               std::to_string(target.bytes().size() - result->getVideoPosition()));
+    EXPECT_EQ(result->getXMPInfo()->getItemNameAt(1), "Primary");
     EXPECT_EQ(result->getCaptureTimestampUs(), 777);
     EXPECT_EQ(result->getXMPInfo()->getProperty(TIFF, "Make"), "Editor");
     EXPECT_EQ(result->getXMPInfo()->getProperty(TIFF, "Model"), "Changed");
