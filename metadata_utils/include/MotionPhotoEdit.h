@@ -26,7 +26,8 @@ public:
     /// then. In a JPEG a video of 125,000 bytes or fewer would be read back as a pointer; it is staged with a warning.
     virtual MotionPhotoEdit& addVideo(std::shared_ptr<MediaFile> const& video) = 0;
     virtual MotionPhotoEdit& addVideo(std::shared_ptr<ByteBuffer> const& video) = 0;
-    /// Takes over another motion photo's records, XMP and video. With skip_existing what is here already stays.
+    /// Takes over another motion photo's records, XMP and video. With skip_existing what is here already stays. Two
+    /// records that share type and name throw: only one of them could be put.
     virtual MotionPhotoEdit& addAll(std::shared_ptr<MotionPhotoInfo> const& source,
                                     std::filesystem::copy_options const& options) = 0;
     /// Like addVideo, with the new video held in memory from now on.
