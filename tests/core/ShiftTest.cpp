@@ -63,6 +63,21 @@ TEST(Shift, RefusesDistancesThatLeaveTheFile) {
     }
 }
 
+TEST(Shift, RefusesSmallBuffersWithoutTheSafeForms) {
+    TempFile const temp(pattern(5'000));
+    auto const file = temp.open();
+    MediaFile::ShiftStrategy const inPlace{[] { return 0U; }, [](uint32_t read) { return read; },
+                                           [](uint32_t written) { return written + 2'000; }};
+    uint32_t buffer = 1'024;
+    EXPECT_TRUE(failsWith("[metadata_utils/MediaFile:", [&] { file->doShift(inPlace, buffer); }));
+    EXPECT_TRUE(failsWith("fail to shift: buffer-size 1024 is less than minimum value 1024 byte",
+                          [&] { file->doShift(inPlace, buffer); }));
+    buffer = 0;
+    file->doShift(inPlace, buffer);
+    EXPECT_EQ(buffer, 5'000U);
+    EXPECT_EQ(temp.bytes(), pattern(5'000));
+}
+
 TEST(Shift, GoesOnAfterShortAndInterruptedReads) {
     TempFile const temp(pattern(5'000));
     auto const file = temp.open();
