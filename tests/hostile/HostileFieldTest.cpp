@@ -96,7 +96,7 @@ bool isContainer(std::string_view type) {
 /// Sizes of all boxes, down into the containers; in the tables of 'meta' every two and four bytes may be a number.
 void addBoxFields(std::string const& file, size_t begin, size_t end, std::vector<Field>& fields) {
     for (size_t at = begin; at + 8 <= end;) {
-        uint64_t size = __builtin_bswap32(littleAt(file, at));
+        size_t size = __builtin_bswap32(littleAt(file, at));
         bool const isWide = size == 1;
         if (isWide)
             size = __builtin_bswap32(littleAt(file, at + 12));
