@@ -220,6 +220,7 @@ ByteBuffer QRTEditImpl::getQRTDataBuffer(std::vector<QRTDataInfo const*> const& 
 
 /// Returns the bytes of the last piece.
 long QRTEditImpl::writePieces(std::vector<Piece> const& pieces, Plan& plan) {
+    checked::SpaceKeeper const space(outputFile, plan.finalSize, trailerEditError()); // a failure gives it back
     prepareOutput(plan);
     uint32_t const image = info->getImageSize();
     if (outputFile->position(image) != image)

@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <sys/stat.h>
 
 namespace android::lumo::test {
 namespace {
@@ -18,6 +19,7 @@ using File = std::shared_ptr<MediaFile>;
 /// Stages an edit of `file` that goes into `target`, or in place without one, and returns what writes it.
 using Prepare = std::function<std::function<void()>(File const& file, File const& target)>;
 
+constexpr size_t SPARE_SPACE = 64 * 1024; ///< of one file: blocks, and what a file system keeps on its own
 constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
 auto const skipExisting = std::filesystem::copy_options::skip_existing;
 
@@ -208,6 +210,13 @@ void useAgain(std::string const& path) {
     });
 }
 
+/// Bytes that a file takes on disk, with those kept behind its end.
+uint64_t spaceOf(std::string const& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return static_cast<uint64_t>(status.st_blocks) * 512;
+}
+
 size_t openDescriptors() {
     auto const all = std::filesystem::directory_iterator("/proc/self/fd");
     return static_cast<size_t>(std::distance(begin(all), end(all)));
@@ -271,9 +280,10 @@ private:
             found.insert(states.of(result));
         if (isDone)
             return isHit;
+        std::string const edited = dir.file(intoTarget ? "target" : "still");
+        EXPECT_TRUE(kind.times > 1 || spaceOf(edited) <= result.size() + SPARE_SPACE) << "space is kept behind the end";
         bool const isRefused = result == operation.before;
         bool const isDoneNow = returns(commit);
-        std::string const edited = dir.file(intoTarget ? "target" : "still");
         EXPECT_TRUE(!isDoneNow || (!intoTarget && !isRefused) || bytesOf(edited) == after) << "the second commit";
         useAgain(edited);
         return isHit;
