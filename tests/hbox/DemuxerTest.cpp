@@ -74,6 +74,8 @@ TEST(Demuxer, AnswersWhatItCanWhenThePrimaryIsNoGridOrOddlyStored) {
     size = sizeof type;
     EXPECT_EQ(hboxd_get_info_item(source.handle, file.xmpId, HBOXD_ITEM_MIME, type, &size), HBOX_OK);
     EXPECT_STREQ(type, "application/rdf+xml");
+    for (HeicOptions const& outside : {HeicOptions{.tileShift = 1 << 20}, HeicOptions{.tileMethod = 1}})
+        EXPECT_EQ(hboxd_get_image_frm(Demuxer(buildHeic(outside)).handle, 1, nullptr, 0, &size), HBOX_ERR_FORMAT);
 }
 
 TEST(Demuxer, ReportsTheNeededSizeWhenTheCapacityIsTooSmall) {
