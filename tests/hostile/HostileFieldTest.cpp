@@ -1,4 +1,6 @@
 #include "MotionPhotoEdit.h"
+#include "hboxd.h"
+#include "io/HEIFMetaReader.h"
 #include "io/ImageMetaReader.h"
 #include "io/ImageMetaWriter.h"
 #include "support/Attempt.h"
@@ -183,6 +185,14 @@ private:
         returns([&] { ImageMetaReader::of(file, ParseMode::EAGER)->getExif(); });
         returns([&] { ImageMetaReader::of(file, ParseMode::LAZY)->getCameraDebugInfo(); });
         returns([&] { XMPInfo::parse(file)->serializeToBuffer(); });
+        returns([&] {
+            HEIFMetaReader reader(file, ParseMode::LAZY);
+            std::vector<uint8_t> frame;
+            auto const cover = reader.getCoverImageId();
+            returns([&] { reader.getThumbnailImageInfo(cover); });
+            for (auto const id : reader.getItemIds(cover, 16))
+                returns([&] { reader.getImageFrame(static_cast<int>(id), frame, 1 << 20); });
+        });
         returns([&] {
             auto const trailer = QRTInfo::parse(file);
             for (auto const& record : trailer->getRecords())
