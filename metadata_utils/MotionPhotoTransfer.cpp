@@ -126,7 +126,8 @@ MotionPhotoEdit& MotionPhotoEditImpl::addAll(std::shared_ptr<MotionPhotoInfo> co
 /// The video and its version record are not copied as records: how they are stored depends on the still they go to.
 void MotionPhotoEditImpl::copyRecords(MotionPhotoInfo const& source, std::filesystem::copy_options options) {
     auto const other = QRTInfoImpl::of(*source.getQRTInfo());
-    std::set<std::pair<std::string, int>> copied;
+    std::set<std::pair<std::string, int>> keys;
+    std::vector<QRTDataInfo*> wanted;
     for (auto& record : other->getRecordList()) {
         if (record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
             record.name == qrt::NAME_3D_PHOTO_INFO)
@@ -135,12 +136,15 @@ void MotionPhotoEditImpl::copyRecords(MotionPhotoInfo const& source, std::filesy
             LOGI("skip for key=%s since it already exists!", record.name.c_str());
             continue;
         }
-        if (!copied.emplace(record.name, record.type).second) // the second would be put over the first
+        if (!keys.emplace(record.name, record.type).second) // the second would be put over the first
             throw photoEditError()("two records of type %d have the name %s", record.type, record.name.c_str());
-        auto const data = other->getData(record);
-        qrtEdit->putData(record.type, record.name, data);
+        wanted.push_back(&record);
+    }
+    for (auto* record : wanted) {
+        auto const data = other->getData(*record);
+        qrtEdit->putData(record->type, record->name, data);
         if (data.empty()) // on purpose: that is how it stands in the other trailer
-            allowEmpty(qrtEdit->impl().getRecordList(), record);
+            allowEmpty(qrtEdit->impl().getRecordList(), *record);
         qrtEdit->makeDirty();
     }
 }

@@ -226,19 +226,24 @@ QRTDataInfo const& QRTEditImpl::appendRecord(QRTDataInfo record) {
 QRTEdit& QRTEditImpl::putAll(std::shared_ptr<QRTInfo> const& source, std::filesystem::copy_options const& options) {
     bool const skipsExisting =
         (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
-    std::set<std::pair<std::string, int>> copied;
-    for (auto const& [name, type] : source->getKeysWithType()) {
+    std::set<std::pair<std::string, int>> wanted;
+    std::list<std::pair<std::string, int>> keys = source->getKeysWithType();
+    std::erase_if(keys, [&](auto const& key) {
+        auto const& [name, type] = key;
         if (std::find(unsupportedKeys.begin(), unsupportedKeys.end(), name) != unsupportedKeys.end()) {
             LOGI("skip unsupported qrt on key=%s, type=%d", name.c_str(), type);
-            continue;
+            return true;
         }
         if (skipsExisting && containsKey(name, true)) {
             LOGI("skip for key=%s since it already exists!", name.c_str());
-            continue;
+            return true;
         }
         // By both, because two records may share a name. Two that share both cannot be told apart here.
-        if (!copied.emplace(name, type).second)
+        if (!wanted.insert(key).second)
             throw ErrorAt()("two records of type %d have the name %s", type, name.c_str());
+        return false;
+    });
+    for (auto const& [name, type] : keys) {
         ByteBuffer data = source->getData(type, name);
         LOGI("add qrt on key=%s, type=%d, data=%lu", name.c_str(), type, static_cast<unsigned long>(data.size()));
         bool const isEmpty = data.empty();
