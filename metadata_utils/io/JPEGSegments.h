@@ -47,8 +47,8 @@ SegmentMap mapSegments(MediaFile const& file, JPEGMetaReader& reader);
 /// the file would grow past 4 GiB or past what its file system can hold. The file is unchanged afterwards.
 void requireRoomFor(MediaFile& file, SegmentMap const& segments, uint32_t payload);
 
-/// Throws when [position, position + size) does not lie in the image: a length that reaches past the file's end, or over
-/// the trailer, which would be overwritten or no longer end the file.
+/// Throws when [position, position + size) does not lie in the image: a length that reaches past the file's end, or
+/// over the trailer, which would be overwritten or no longer end the file.
 void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at = ErrorAt());
 
 } // namespace android::lumo::jpeg
