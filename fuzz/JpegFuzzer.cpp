@@ -58,8 +58,12 @@ void editVideoTwice(std::string const& original) {
     for (auto const edit : {VideoEdit::Add, VideoEdit::Remove})
         editVideo(file, edit);
     auto const segments = segmentsOf(original);
-    if (!segments.empty() && segments.back().code == 0xDA)
-        FUZZ_REQUIRE(others(file.bytes()) == others(original));
+    if (segments.empty() || segments.back().code != 0xDA)
+        return;
+    auto kept = others(file.bytes());
+    if (original.ends_with("QRTT") && !kept.empty() && kept.back().code == 0xDA)
+        kept.pop_back(); // a trailer without records goes with the video; the scan it ended was left out above
+    FUZZ_REQUIRE(kept == others(original));
 }
 
 void debugInfo(std::string const& original, size_t size) {
