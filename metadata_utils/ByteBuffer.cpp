@@ -1,6 +1,6 @@
 #include "ByteBuffer.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 
 #include <algorithm>
 #include <cstring>

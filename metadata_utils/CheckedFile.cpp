@@ -20,17 +20,26 @@ constexpr uint32_t MAX_TRANSFER = 0x40000000;
 uint64_t sizeOnDisk(MediaFile const& file, ErrorAt at) {
     struct stat64 status;
     if (fstat64(file.getFd(), &status) != 0)
-        throw at("fail to ask for the file size: %s", std::strerror(errno));
+        throw at.as(Error::Code::READ_FAILED, file)("fail to ask for the file size: %s", std::strerror(errno));
     return static_cast<uint64_t>(status.st_size);
 }
 
-/// Fills the buffer as far as the file goes; the position stays.
-size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n) {
+/// What a refused change says about the disk.
+Error::Code codeOf(int failure) {
+    bool const isFull = failure == ENOSPC || failure == EDQUOT || failure == EFBIG;
+    return isFull ? Error::Code::NO_SPACE : Error::Code::WRITE_FAILED;
+}
+
+/// Fills the buffer as far as the file goes; the position stays. A read that the system refuses throws.
+size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at) {
     size_t count = 0;
     while (count < n) {
         ssize_t const got = pread64(file.getFd(), static_cast<char*>(buffer) + count, n - count,
                                     static_cast<off64_t>(position + count));
-        if (got == 0 || (got < 0 && errno != EINTR))
+        if (got < 0 && errno != EINTR)
+            throw at.as(Error::Code::READ_FAILED, file)("fail to read bytes: %zu, expected %zu: %s", count, n,
+                                                        std::strerror(errno));
+        if (got == 0)
             break;
         count += static_cast<size_t>(std::max<ssize_t>(got, 0));
     }
@@ -43,7 +52,7 @@ uint32_t copyThroughMemory(MediaFile const& source, MediaFile& target, uint32_t 
     uint32_t copied = 0;
     while (copied < size) {
         size_t const wanted = std::min<size_t>(size - copied, block.size());
-        size_t const got = readUpTo(source, uint64_t{offset} + copied, block.data(), wanted);
+        size_t const got = readUpTo(source, uint64_t{offset} + copied, block.data(), wanted, ErrorAt());
         size_t const written = writeUpTo(target, block.data(), got);
         copied += static_cast<uint32_t>(written);
         if (written < wanted)
@@ -74,14 +83,14 @@ bool keepSpace(MediaFile& file, uint32_t size, ErrorAt at) {
     if (failure == 0 || failure == EOPNOTSUPP)
         return failure == 0;
     file.truncate(oldSize);
-    throw at("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
+    throw at.as(codeOf(failure), file)("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
 }
 
 } // namespace
 
 void seek(MediaFile const& file, uint32_t position, ErrorAt at) {
     if (file.position(position) != position)
-        throw at("Failed to set file position to %zu", size_t{position});
+        throw at.as(Error::Code::READ_FAILED, file)("Failed to set file position to %zu", size_t{position});
 }
 
 size_t writeUpTo(MediaFile& file, void const* bytes, size_t n) {
@@ -99,8 +108,8 @@ size_t writeUpTo(MediaFile& file, void const* bytes, size_t n) {
 
 void write(MediaFile& file, void const* bytes, size_t n, ErrorAt at) {
     if (size_t const written = writeUpTo(file, bytes, n); written != n)
-        throw at("fail to write bytes: %zd, expected %zu", written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written),
-                 n);
+        throw at.as(codeOf(errno), file)("fail to write bytes: %zd, expected %zu",
+                                         written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), n);
 }
 
 void write(MediaFile& file, std::string const& bytes, ErrorAt at) {
@@ -124,8 +133,9 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
           uint32_t size, ErrorAt at) {
     uint64_t const held = sizeOnDisk(*source, at);
     if (offset > held || size > held - offset)
-        throw at("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(held - std::min<uint64_t>(offset, held)),
-                 size_t{size});
+        throw at.as(Error::Code::DAMAGED, *source)("fail to copy bytes: %zd, expected %zu",
+                                                   static_cast<ssize_t>(held - std::min<uint64_t>(offset, held)),
+                                                   size_t{size});
     sizeOf(uint64_t{target->position()} + size, at);
     uint32_t copied = 0;
     while (copied < size) {
@@ -134,13 +144,14 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
         uint32_t const got = inKernel ? *inKernel : copyThroughMemory(*source, *target, offset + copied, wanted);
         copied += got;
         if (got != wanted)
-            throw at("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(copied), size_t{size});
+            throw at.as(codeOf(errno), *target)("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(copied),
+                                                size_t{size});
     }
 }
 
 void truncate(MediaFile& file, uint32_t size, ErrorAt at) {
     if (file.truncate(size) != 0)
-        throw at("fail to truncate to %zu: %s", size_t{size}, std::strerror(errno));
+        throw at.as(codeOf(errno), file)("fail to truncate to %zu: %s", size_t{size}, std::strerror(errno));
 }
 
 void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
@@ -152,7 +163,7 @@ void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
     if (failure == 0)
         return;
     truncate(file, oldSize, at);
-    throw at("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
+    throw at.as(codeOf(failure), file)("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
 }
 
 void requireSpace(MediaFile& file, uint32_t size, ErrorAt at) {
@@ -180,10 +191,11 @@ ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt 
     uint64_t const held = sizeOnDisk(file, at);
     uint64_t const left = held - std::min<uint64_t>(position, held);
     if (n > left)
-        throw at("fail to read bytes: %zu, expected %zu", static_cast<size_t>(left), size_t{n});
+        throw at.as(Error::Code::DAMAGED)("fail to read bytes: %zu, expected %zu", static_cast<size_t>(left),
+                                          size_t{n});
     std::vector<uint8_t> bytes(n);
-    if (size_t const count = readUpTo(file, position, bytes.data(), n); count != n)
-        throw at("fail to read bytes: %zu, expected %zu", count, size_t{n});
+    if (size_t const count = readUpTo(file, position, bytes.data(), n, at); count != n)
+        throw at.as(Error::Code::DAMAGED)("fail to read bytes: %zu, expected %zu", count, size_t{n});
     return ByteBuffer(std::move(bytes));
 }
 
@@ -191,7 +203,7 @@ bool holds(MediaFile const& file, uint32_t position, void const* bytes, size_t n
     std::vector<uint8_t> block(std::min<size_t>(n, BLOCK));
     for (size_t done = 0; done < n; done += block.size()) {
         size_t const wanted = std::min(n - done, block.size());
-        if (readUpTo(file, uint64_t{position} + done, block.data(), wanted) != wanted ||
+        if (readUpTo(file, uint64_t{position} + done, block.data(), wanted, ErrorAt()) != wanted ||
             std::memcmp(block.data(), static_cast<uint8_t const*>(bytes) + done, wanted) != 0)
             return false;
     }
@@ -200,13 +212,15 @@ bool holds(MediaFile const& file, uint32_t position, void const* bytes, size_t n
 
 uint32_t sizeOf(uint64_t size, ErrorAt at) {
     if (size > MAX_FILE_SIZE)
-        throw at("file would grow past 4 GiB: %llu bytes", static_cast<unsigned long long>(size));
+        throw at.as(Error::Code::TOO_BIG)("file would grow past 4 GiB: %llu bytes",
+                                          static_cast<unsigned long long>(size));
     return static_cast<uint32_t>(size);
 }
 
 void requireAddressable(MediaFile const& file, ErrorAt at) {
     if (uint64_t const size = sizeOnDisk(file, at); size > MAX_FILE_SIZE)
-        throw at("file of %llu bytes is too big, 4 GiB cannot be addressed", static_cast<unsigned long long>(size));
+        throw at.as(Error::Code::TOO_BIG, file)("file of %llu bytes is too big, 4 GiB cannot be addressed",
+                                                static_cast<unsigned long long>(size));
 }
 
 } // namespace android::lumo::checked

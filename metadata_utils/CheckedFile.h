@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ByteBuffer.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "MediaFile.h"
 
 #include <cstdint>

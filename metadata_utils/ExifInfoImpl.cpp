@@ -1,6 +1,6 @@
 #include "ExifInfoImpl.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "ExifEditImpl.h"
 
 namespace android::lumo {

@@ -1,6 +1,6 @@
 #include "MediaDefs.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 
 namespace android::lumo {
 

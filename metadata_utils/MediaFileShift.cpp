@@ -1,5 +1,5 @@
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "MediaFile.h"
 

@@ -8,7 +8,7 @@
 // A 16-byte header (size 1, then a 64-bit size) is read as well; 8 bytes are written. Behind the image are written
 // debug info, video box, trailer box.
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
 #include "io/HEIFMetaReader.h"

@@ -1,6 +1,6 @@
 // The commit of a motion photo, step by step; MotionPhotoEditImpl.h numbers what it upholds.
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
 #include "io/JPEGMetaReader.h"

@@ -2,7 +2,7 @@
 #include "MotionPhotoEditImpl.h"
 
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "io/VideoPointer.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "MPQRTEdit.h"
 #include "MPXMPEdit.h"
 #include "MotionPhotoEdit.h"

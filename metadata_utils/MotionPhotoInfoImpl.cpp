@@ -1,7 +1,7 @@
 #include "MotionPhotoInfoImpl.h"
 
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
 #include "io/VideoPointer.h"

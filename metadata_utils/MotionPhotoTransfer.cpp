@@ -1,6 +1,6 @@
 // Taking content over from other photos: everything a motion photo has (addAll), or the image a commit starts from.
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
 #include "io/HEIFMetaReader.h"

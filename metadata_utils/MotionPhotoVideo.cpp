@@ -1,6 +1,6 @@
 // The video of a motion photo: where it lies, how long it plays, and its way into memory or another file.
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "MotionPhotoInfoImpl.h"
 #include "io/VideoPointer.h"

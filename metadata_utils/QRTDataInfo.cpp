@@ -1,6 +1,6 @@
 #include "QRTDataInfo.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "TrailerLayout.h"
 

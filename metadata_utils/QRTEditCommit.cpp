@@ -1,6 +1,6 @@
 // How the trailer editor writes: the steps of a commit.
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "QRTEditImpl.h"
 #include "io/HEIFMetaWriter.h"

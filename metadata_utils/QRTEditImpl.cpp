@@ -1,7 +1,7 @@
 // Staging: what the caller wants in the trailer, kept in `records` until commit, and the forwarded queries.
 #include "QRTEditImpl.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // What the trailer editor does before the first write of a commit: everything that can be refused is refused here.
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "QRTEditImpl.h"
 #include "io/HEIFBoxScan.h"

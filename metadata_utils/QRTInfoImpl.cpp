@@ -1,7 +1,7 @@
 #include "QRTInfoImpl.h"
 
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "QRTEditImpl.h"
 #include "Text.h"

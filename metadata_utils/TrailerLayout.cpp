@@ -1,7 +1,7 @@
 #include "TrailerLayout.h"
 
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 
 #include <algorithm>

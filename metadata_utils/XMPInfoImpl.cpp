@@ -1,7 +1,7 @@
 #include "XMPInfoImpl.h"
 
 #include "CheckedFile.h"
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 #include "Text.h"
 #include "XMPCopy.h"

@@ -1,6 +1,6 @@
 #include "HEIFBoxScan.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 
 #include <algorithm>
 #include <array>
@@ -41,7 +41,7 @@ bool beginsWithMarker(std::span<uint8_t const> start, BoxHeader const& header) {
            std::equal(DEBUG_INFO_MARKER.begin(), DEBUG_INFO_MARKER.end(), start.begin() + header.headerSize);
 }
 
-std::runtime_error faultOf(BoxFault fault, BoxHeader const& header, size_t left) {
+Error faultOf(BoxFault fault, BoxHeader const& header, size_t left) {
     if (fault == BoxFault::Truncated)
         return readerError()("fail to get file payload[%d]: %s", static_cast<int>(left), "box header cut off");
     return readerError()("invalid chunk payload: %lu", static_cast<unsigned long>(header.size));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BoxBounds.h"
+#include "Error.h"
 #include "MediaFile.h"
 
 #include <cstdint>
@@ -55,7 +56,7 @@ struct TopLevelBox {
 struct TopLevel {
     std::vector<TopLevelBox> boxes;
     /// Set when bytes behind the last box are no whole box: nobody can tell what follows.
-    std::optional<std::runtime_error> damage;
+    std::optional<Error> damage;
     uint32_t fileSize = 0;
 
     /// The start of the first trailing box (mpvd, qrtd, debug info) behind the last image box (ftyp, styp, meta, mdat,

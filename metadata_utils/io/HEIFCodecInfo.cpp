@@ -1,6 +1,6 @@
 #include "HEIFCodecInfo.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "Log.h"
 
 #include <algorithm>

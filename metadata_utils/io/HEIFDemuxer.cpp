@@ -19,7 +19,7 @@ ErrorAt readerError(int line = __builtin_LINE()) {
 }
 
 /// The caller's message with the demuxer's code; its reason goes to the log.
-std::runtime_error failure(char const* message, int32_t error, int line = __builtin_LINE()) {
+Error failure(char const* message, int32_t error, int line = __builtin_LINE()) {
     LOGE("%s: %s", message, hbox_last_error());
     return readerError(line)("%s: err=%d", message, error);
 }

@@ -81,6 +81,11 @@ Metadata HEIFMetaReader::getXMP() {
     return getMeta(items->mimeIds, MediaDefs::MetaType::XMP);
 }
 
+std::vector<Metadata> HEIFMetaReader::findAllXMP() {
+    Metadata const xmp = getXMP();
+    return xmp.type == MediaDefs::MetaType::NONE ? std::vector<Metadata>() : std::vector{xmp};
+}
+
 Metadata HEIFMetaReader::getMeta(std::vector<int> const& ids, MediaDefs::MetaType type) {
     auto const place = items->findDescribing(ids);
     if (!place)

@@ -85,6 +85,7 @@ public:
     /// The block starts with the six-byte Exif identifier in front of the TIFF header, where the item holds it.
     Metadata getExif() override;
     Metadata getCameraDebugInfo() override;
+    std::vector<Metadata> findAllXMP() override;
 
     // The top level. --------------------------------------------------------------------------------------------------
 

@@ -5,6 +5,7 @@
 #include "Metadata.h"
 
 #include <memory>
+#include <vector>
 
 namespace android::lumo {
 
@@ -24,6 +25,8 @@ public:
     virtual Metadata getXMP() = 0;
     virtual Metadata getExif() = 0;
     virtual Metadata getCameraDebugInfo() = 0;
+    /// All blocks of XMP in file order, for whoever must know: a read that fails throws instead of ending the search.
+    virtual std::vector<Metadata> findAllXMP() = 0;
 
 protected:
     ImageMetaReader(std::shared_ptr<MediaFile> const& file, ParseMode mode);

@@ -1,6 +1,6 @@
 #include "ImageMetaWriter.h"
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "HEIFMetaWriter.h"
 #include "JPEGMetaWriter.h"
 

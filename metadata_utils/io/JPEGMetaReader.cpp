@@ -133,6 +133,11 @@ Metadata JPEGMetaReader::getCameraDebugInfo() {
     return getMeta(MediaDefs::MetaType::CDIF);
 }
 
+std::vector<Metadata> JPEGMetaReader::findAllXMP() {
+    Metadata const xmp = getXMP();
+    return xmp.type == MediaDefs::MetaType::NONE ? std::vector<Metadata>() : std::vector{xmp};
+}
+
 Metadata JPEGMetaReader::getMeta(MediaDefs::MetaType type) {
     if (mode == ParseMode::LAZY && metas.empty())
         parseMetadata();

@@ -29,6 +29,7 @@ public:
     Metadata getXMP() override;
     Metadata getExif() override;
     Metadata getCameraDebugInfo() override;
+    std::vector<Metadata> findAllXMP() override;
 
     Metadata getMeta(MediaDefs::MetaType type);
     /// From the current position, which must be at a marker: the next APP1 to APP4 whose number is wanted, as (number,

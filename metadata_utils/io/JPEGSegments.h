@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "JPEGMetaReader.h"
 
 #include <cstdint>

@@ -1,7 +1,10 @@
-#include "Error.h"
+#include "ErrorAt.h"
+
+#include "MediaFile.h"
 
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -34,7 +37,24 @@ std::string formatted(char const* format, va_list args) {
 
 } // namespace
 
-std::runtime_error ErrorAt::operator()(char const* format, ...) const {
+Error::Error(Code code, std::string const& text, std::string const& path)
+    : std::runtime_error(text), reason(code), culprit(path) {}
+
+Error::~Error() = default;
+
+ErrorAt ErrorAt::as(Error::Code errorCode) const {
+    ErrorAt changed = *this;
+    changed.code = errorCode;
+    return changed;
+}
+
+ErrorAt ErrorAt::as(Error::Code errorCode, MediaFile const& blamed) const {
+    ErrorAt changed = as(errorCode);
+    changed.culprit = &blamed;
+    return changed;
+}
+
+Error ErrorAt::operator()(char const* format, ...) const {
     va_list args;
     va_start(args, format);
     std::string const message = formatted(format, args);
@@ -42,7 +62,20 @@ std::runtime_error ErrorAt::operator()(char const* format, ...) const {
     // Appended piece by piece: g++ 12 raises a false alarm over a chain of + at full optimisation.
     std::string text = "[";
     text.append(sourceName(file)).append(":").append(std::to_string(line)).append("] ").append(message);
-    return std::runtime_error(text);
+    return Error(code, text, culprit != nullptr ? culprit->getPath() : std::string());
+}
+
+void rethrowUnlessDamage() {
+    try {
+        throw;
+    } catch (std::bad_alloc const&) {
+        throw;
+    } catch (Error const& error) {
+        if (error.code() == Error::Code::READ_FAILED)
+            throw;
+    } catch (...) {
+        // The handler that called looks at it.
+    }
 }
 
 } // namespace android::lumo
