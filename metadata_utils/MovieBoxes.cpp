@@ -1,0 +1,127 @@
+#include "MovieBoxes.h"
+
+#include "CheckedFile.h"
+
+#include <algorithm>
+#include <array>
+
+namespace android::lumo::movie {
+
+namespace {
+
+/// A fragmented clip of a minute has some hundred boxes.
+constexpr size_t MAX_BOXES = 65536;
+constexpr uint32_t MAX_HEADER = 16;
+constexpr uint32_t BRAND_SIZE = 4;
+/// Header, major brand, minor version.
+constexpr uint32_t MIN_FILE_TYPE = 16;
+constexpr std::array MOVIE_BOXES = {boxType("ftyp"), boxType("moov"), boxType("mdat"), boxType("free"), boxType("skip"),
+                                    boxType("wide"), boxType("udta"), boxType("uuid"), boxType("meta"), boxType("moof"),
+                                    boxType("mfra"), boxType("sidx"), boxType("ssix"), boxType("styp"), boxType("prft"),
+                                    boxType("pdin"), boxType("emsg"), boxType("pnot"), boxType("PICT")};
+
+std::string text(ByteBuffer const& bytes) {
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+std::string at(uint32_t position) {
+    return " at " + std::to_string(position);
+}
+
+/// Takes the next box into the walk; false, with a fault, where it cannot.
+bool step(MediaFile const& file, Walk& walk, uint32_t end) {
+    std::string reason;
+    auto const box = boxAt(file, walk.end, end, reason);
+    if (!box) {
+        walk.fault = walk.begins ? reason : "no movie begins" + at(walk.end) + ": " + reason;
+        return false;
+    }
+    if (!walk.begins) {
+        if (box->type != boxType("ftyp") || box->size < MIN_FILE_TYPE || box->toEnd) {
+            walk.fault = "no movie begins" + at(walk.end) + ": box '" + boxTypeText(box->type) + "' of " +
+                         std::to_string(box->size) + " bytes, expected 'ftyp'";
+            return false;
+        }
+        walk.brand = text(checked::readAt(file, box->content(), BRAND_SIZE));
+        walk.begins = true;
+    }
+    walk.hasMovie |= box->type == boxType("moov");
+    walk.last = *box;
+    walk.end = box->end();
+    return true;
+}
+
+} // namespace
+
+std::optional<Box> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason) {
+    uint32_t const left = position < end ? end - position : 0;
+    ByteBuffer const head = checked::readAt(file, position, std::min(left, MAX_HEADER));
+    BoxHeader header;
+    switch (decodeBoxHeader({head.data(), head.size()}, left, header)) {
+    case BoxFault::None:
+        return Box{header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd};
+    case BoxFault::Truncated:
+        reason = "box header cut off" + at(position) + ": " + std::to_string(left) + " bytes left";
+        break;
+    case BoxFault::TooSmall:
+    case BoxFault::BeyondEnd:
+        reason = "box '" + boxTypeText(header.type) + "'" + at(position) + " has " + std::to_string(header.size) +
+                 " bytes, " + std::to_string(left) + " are left";
+        break;
+    }
+    return std::nullopt;
+}
+
+std::optional<Box> findBox(MediaFile const& file, uint32_t from, uint32_t end, BoxType type) {
+    std::string ignored;
+    for (size_t count = 0; from < end && count < MAX_BOXES; ++count) {
+        auto const box = boxAt(file, from, end, ignored);
+        if (!box || box->type == type)
+            return box;
+        from = box->end();
+    }
+    return std::nullopt;
+}
+
+Walk walk(MediaFile const& file, uint32_t position, uint32_t size) {
+    Walk walk;
+    walk.end = position;
+    uint32_t const fileSize = file.size();
+    if (!rangeFits(position, size, fileSize)) {
+        walk.fault =
+            std::to_string(size) + " bytes" + at(position) + " do not lie in a file of " + std::to_string(fileSize);
+        return walk;
+    }
+    uint32_t const end = position + size;
+    size_t count = 0;
+    while ((walk.end < end || !walk.begins) && count++ < MAX_BOXES) {
+        if (!step(file, walk, end))
+            return walk;
+    }
+    if (walk.end < end)
+        walk.fault = "more than " + std::to_string(MAX_BOXES) + " boxes";
+    else if (!walk.hasMovie)
+        walk.fault = "no 'moov' in the movie" + at(position);
+    return walk;
+}
+
+Walk walkUnclaimed(MediaFile const& file, uint32_t position, uint32_t limit) {
+    Walk found;
+    found.end = position;
+    for (size_t count = 0; found.end < limit && count < MAX_BOXES; ++count) {
+        Walk next = found;
+        bool const isMore = step(file, next, limit) &&
+                            std::find(MOVIE_BOXES.begin(), MOVIE_BOXES.end(), next.last.type) != MOVIE_BOXES.end() &&
+                            (count == 0 || next.last.type != boxType("ftyp"));
+        if (!isMore) {
+            found.fault = found.hasMovie ? "" : next.fault;
+            break;
+        }
+        found = next;
+    }
+    if (!found.hasMovie && found.fault.empty())
+        found.fault = "no 'moov' in the movie" + at(position);
+    return found;
+}
+
+} // namespace android::lumo::movie

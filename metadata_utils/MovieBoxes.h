@@ -1,0 +1,52 @@
+#pragma once
+
+#include "MediaFile.h"
+#include "io/BoxBounds.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// A movie inside another file, by its top-level boxes (ISO/IEC 14496-12 4.2; QuickTime files have the same shape).
+namespace android::lumo::movie {
+
+struct Box {
+    BoxType type = 0;
+    uint32_t position = 0; ///< of the header's first byte, in the file
+    uint32_t size = 0;     ///< whole box; what is left of the range for the size-0 form
+    uint32_t headerSize = 0;
+    bool toEnd = false; ///< stored with size 0
+
+    uint32_t content() const { return position + headerSize; }
+    uint32_t end() const { return position + size; }
+};
+
+/// The box at `position` of a range that ends at `end`; nothing, with a reason, where none fits. A read that the system
+/// refuses throws READ_FAILED.
+std::optional<Box> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason);
+
+/// The first child of that type in [from, end); nothing where the boxes end without one or are damaged.
+std::optional<Box> findBox(MediaFile const& file, uint32_t from, uint32_t end, BoxType type);
+
+/// What a walk over a movie's top-level boxes found. Sound: it begins with 'ftyp', holds 'moov', and the last box ends
+/// where the range ends.
+struct Walk {
+    std::string brand;   ///< major brand of 'ftyp'
+    Box last;            ///< the last whole box
+    uint32_t end = 0;    ///< behind it
+    bool begins = false; ///< a whole 'ftyp' stands at the start
+    bool hasMovie = false;
+    std::string fault; ///< empty for a sound movie
+
+    bool isSound() const { return fault.empty(); }
+    bool isQuickTime() const { return brand == "qt  "; }
+};
+
+/// Reads box headers only, at most MAX_BOXES of them.
+Walk walk(MediaFile const& file, uint32_t position, uint32_t size);
+
+/// For bytes that no claim bounds: the walk ends without a fault at the first bytes that are no box of a movie, as long
+/// as 'moov' has been met.
+Walk walkUnclaimed(MediaFile const& file, uint32_t position, uint32_t limit);
+
+} // namespace android::lumo::movie

@@ -1,0 +1,160 @@
+#include "PhotoLayout.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "MovieBoxes.h"
+#include "XMPInfoImpl.h"
+#include "io/VideoPointer.h"
+
+#include <algorithm>
+
+namespace android::lumo {
+
+using Source = MotionVideo::Source;
+using Status = MotionVideo::Status;
+
+std::string reasonOf(std::exception const& error) {
+    std::string const text = error.what();
+    auto const end = text.starts_with("[") ? text.find("] ") : std::string::npos;
+    return end == std::string::npos ? text : text.substr(end + 2);
+}
+
+PhotoLayout::PhotoLayout(std::shared_ptr<MediaFile> const& photo) : file(photo) {
+    if (file == nullptr)
+        throw ErrorAt()("no photo given");
+    checked::requireAddressable(*file);
+    auto const type = file->mimeType();
+    isHEIC = type == MediaDefs::MimeType::IMAGE_HEIC;
+    if (!isHEIC && type != MediaDefs::MimeType::IMAGE_JPEG)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("a photo is a JPEG or HEIC, not %s",
+                                                     MediaDefs::mimeString(type).c_str());
+    fileSize = file->size();
+    if (isHEIC) {
+        heif::ByteWindow window(*file);
+        topLevel = heif::scanTopLevel(window);
+        if (auto const* box = topLevel.find(boxType("mpvd")))
+            videoBox = *box;
+    }
+    readTrailer();
+    readPacket();
+}
+
+void PhotoLayout::readTrailer() {
+    try {
+        tail = trailer::readTail(*file);
+        if (!tail)
+            return;
+        for (auto const& entry : tail->entries)
+            records.push_back(trailer::readRecord(*file, *tail, entry));
+    } catch (std::runtime_error const& error) {
+        rethrowUnlessDamage();
+        trailerFault = reasonOf(error);
+    }
+}
+
+/// A packet that no parser takes claims nothing.
+void PhotoLayout::readPacket() {
+    try {
+        packet = std::make_shared<XMPInfoImpl>(file)->getMeta();
+        claims = claims::read(*packet);
+    } catch (std::runtime_error const& error) {
+        rethrowUnlessDamage();
+        xmpFault = reasonOf(error);
+    } catch (XMP_Error const& error) {
+        xmpFault = error.GetErrMsg();
+    }
+}
+
+QRTDataInfo const* PhotoLayout::videoRecord() const {
+    auto const found = std::find_if(records.begin(), records.end(), [](QRTDataInfo const& record) {
+        return record.type == qrt::TYPE_MOTION_PHOTO_DATA;
+    });
+    return found == records.end() ? nullptr : &*found;
+}
+
+MotionVideo PhotoLayout::damaged(Source source, std::string const& reason) const {
+    MotionVideo video;
+    video.source = source;
+    video.status = Status::DAMAGED;
+    video.reason = reason;
+    video.momentUs = claims.momentUs();
+    return video;
+}
+
+MotionVideo PhotoLayout::examine(Source source, uint64_t position, uint64_t size) const {
+    if (position == 0 || size == 0 || !rangeFits(position, size, fileSize))
+        return damaged(source, std::to_string(size) + " bytes at " + std::to_string(position) +
+                                   " are claimed of a file of " + std::to_string(fileSize));
+    auto const from = static_cast<uint32_t>(position);
+    auto const length = static_cast<uint32_t>(size);
+    auto const walk = movie::walk(*file, from, length);
+    MotionVideo video = damaged(source, walk.fault);
+    video.status = walk.isSound() ? Status::SOUND : Status::DAMAGED;
+    video.position = from;
+    video.size = length;
+    video.brand = walk.brand;
+    return video;
+}
+
+MotionVideo PhotoLayout::examineFromEnd(Source source, uint64_t distance, uint64_t size) const {
+    if (distance > fileSize)
+        return damaged(source, "a video " + std::to_string(distance) + " bytes from the end is claimed of a file of " +
+                                   std::to_string(fileSize));
+    return examine(source, fileSize - distance, size);
+}
+
+/// The record's bytes are the video, or a pointer to it: as the views read it, but a movie that stands where only a
+/// pointer is expected is found all the same.
+MotionVideo PhotoLayout::fromTrailer() const {
+    if (!trailerFault.empty())
+        return damaged(Source::TRAILER, trailerFault);
+    auto const* record = videoRecord();
+    if (record == nullptr)
+        return {};
+    auto const stored = trailer::storedData(*record, tail->position);
+    if (VideoPointer::mayStandIn(record->type, stored.size)) {
+        auto const bytes = checked::readAt(*file, stored.position, VideoPointer::SIZE);
+        if (auto const pointer = VideoPointer::decode(bytes))
+            return examine(Source::TRAILER, pointer->position, pointer->length);
+    }
+    return examine(Source::TRAILER, stored.position, stored.size);
+}
+
+MotionVideo PhotoLayout::fromBox() const {
+    if (!videoBox)
+        return {};
+    return examine(Source::BOX, videoBox->content(), videoBox->size - videoBox->headerSize);
+}
+
+MotionVideo PhotoLayout::fromDirectory() const {
+    auto const* item = claims.video();
+    if (item == nullptr || claims.motionPhoto == "0")
+        return {};
+    if (item->length == 0)
+        return damaged(Source::DIRECTORY, "the item MotionPhoto has no Length: \"" + item->lengthText + "\"");
+    return examineFromEnd(Source::DIRECTORY, claims.distanceFromEnd(*item), item->length);
+}
+
+MotionVideo PhotoLayout::fromMicroVideo() const {
+    auto const offset = claims::parseNumber(claims.microVideoOffset);
+    if (claims.microVideo != "1" || claims.microVideoOffset.empty())
+        return {};
+    if (!offset || *offset == 0)
+        return damaged(Source::MICRO_VIDEO, "MicroVideoOffset is no distance: \"" + claims.microVideoOffset + "\"");
+    return examineFromEnd(Source::MICRO_VIDEO, *offset, *offset);
+}
+
+MotionVideo PhotoLayout::locate() const {
+    MotionVideo first;
+    for (auto const claim : {&PhotoLayout::fromTrailer, &PhotoLayout::fromBox, &PhotoLayout::fromDirectory,
+                             &PhotoLayout::fromMicroVideo}) {
+        auto const video = (this->*claim)();
+        if (video.isSound())
+            return video;
+        if (first.status == Status::NONE)
+            first = video;
+    }
+    return first;
+}
+
+} // namespace android::lumo

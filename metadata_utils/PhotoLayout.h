@@ -1,0 +1,55 @@
+#pragma once
+
+#include "MotionVideo.h"
+#include "TrailerLayout.h"
+#include "VideoClaims.h"
+#include "io/HEIFBoxScan.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace android::lumo {
+
+/// All that a still holds about its video, read once: trailer, top-level boxes, XMP. What could not be understood has
+/// its fault as a text; a read that the system refused throws.
+struct PhotoLayout {
+    std::shared_ptr<MediaFile> file;
+    bool isHEIC = false;
+    uint32_t fileSize = 0;
+
+    std::optional<trailer::Tail> tail;
+    std::vector<QRTDataInfo> records; ///< with their positions, without data
+    std::string trailerFault;
+
+    heif::TopLevel topLevel; ///< of a HEIC
+    std::optional<heif::TopLevelBox> videoBox;
+
+    std::shared_ptr<XMPPacket> packet; ///< none where it cannot be read
+    claims::Claims claims;
+    std::string xmpFault;
+
+    explicit PhotoLayout(std::shared_ptr<MediaFile> const& photo);
+
+    QRTDataInfo const* videoRecord() const;
+    /// The claim of a source, looked at; status NONE where it makes none.
+    MotionVideo fromTrailer() const;
+    MotionVideo fromBox() const;
+    MotionVideo fromDirectory() const;
+    MotionVideo fromMicroVideo() const;
+    /// The first that holds, else the first that was made.
+    MotionVideo locate() const;
+
+private:
+    void readTrailer();
+    void readPacket();
+    MotionVideo examine(MotionVideo::Source source, uint64_t position, uint64_t size) const;
+    MotionVideo examineFromEnd(MotionVideo::Source source, uint64_t distance, uint64_t size) const;
+    MotionVideo damaged(MotionVideo::Source source, std::string const& reason) const;
+};
+
+/// An error's text without its "[source:line] ".
+std::string reasonOf(std::exception const& error);
+
+} // namespace android::lumo

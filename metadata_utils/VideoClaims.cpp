@@ -1,0 +1,181 @@
+#include "VideoClaims.h"
+
+#include "XMPInfo.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace android::lumo::claims {
+
+namespace {
+
+constexpr char MOTION_PHOTO[] = "MotionPhoto";
+constexpr char MICRO_VIDEO[] = "MicroVideo";
+
+struct Generation {
+    char const* containerNS;
+    char const* itemNS;
+};
+
+constexpr Generation GENERATIONS[] = {
+    {xmp_ns::CONTAINER, xmp_ns::ITEM},
+    {"http://ns.google.com/photos/dd/1.0/container/", "http://ns.google.com/photos/dd/1.0/item/"},
+};
+
+constexpr char const* PROPERTIES[] = {
+    "MotionPhoto",       "MotionPhotoVersion", "MotionPhotoPresentationTimestampUs", "MicroVideo",
+    "MicroVideoVersion", "MicroVideoOffset",   "MicroVideoPresentationTimestampUs"};
+
+/// The prefix ("Item:") a namespace has in this process; empty for one that no packet has used yet.
+std::string prefixOf(char const* uri) {
+    std::string prefix;
+    return SXMPMeta::GetNamespacePrefix(uri, &prefix) ? prefix : std::string();
+}
+
+std::string propertyOf(XMPPacket const& packet, char const* name) {
+    std::string value;
+    packet.GetProperty(xmp_ns::CAMERA, name, &value, nullptr);
+    return value;
+}
+
+std::string fieldOf(XMPPacket const& packet, Item const& item, char const* name) {
+    std::string value;
+    auto const field = prefixOf(item.itemNS.c_str()) + name;
+    packet.GetStructField(item.containerNS.c_str(), item.structPath.c_str(), item.itemNS.c_str(), field.c_str(), &value,
+                          nullptr);
+    return value;
+}
+
+bool isStruct(XMPPacket const& packet, Generation const& generation, std::string const& path) {
+    XMP_OptionBits options = 0;
+    return packet.GetProperty(generation.containerNS, path.c_str(), nullptr, &options) && XMP_PropIsStruct(options);
+}
+
+/// The entry at a place; one that is neither form has no semantic.
+Item itemAt(XMPPacket const& packet, Generation const& generation, std::string const& prefix, int32_t place) {
+    Item item{generation.containerNS,
+              prefix + "Directory[" + std::to_string(place) + "]",
+              generation.itemNS,
+              place,
+              true,
+              {},
+              {},
+              {},
+              {},
+              0,
+              0};
+    auto const nested = item.structPath + "/" + prefix + "Item";
+    if (isStruct(packet, generation, nested)) {
+        item.structPath = nested;
+        item.isTypedNode = false;
+    } else if (!isStruct(packet, generation, item.structPath)) {
+        return item;
+    }
+    item.semantic = fieldOf(packet, item, "Semantic");
+    item.mime = fieldOf(packet, item, "Mime");
+    item.lengthText = fieldOf(packet, item, "Length");
+    item.paddingText = fieldOf(packet, item, "Padding");
+    item.length = parseNumber(item.lengthText).value_or(0);
+    item.padding = parseNumber(item.paddingText).value_or(0);
+    return item;
+}
+
+std::vector<Item> directoryOf(XMPPacket const& packet, Generation const& generation) {
+    std::vector<Item> items;
+    auto const prefix = prefixOf(generation.containerNS);
+    if (prefix.empty() || prefixOf(generation.itemNS).empty())
+        return items;
+    try {
+        auto const count = packet.CountArrayItems(generation.containerNS, (prefix + "Directory").c_str());
+        for (int32_t place = 1; place <= count; ++place)
+            items.push_back(itemAt(packet, generation, prefix, place));
+    } catch (XMP_Error const&) {
+        items.clear(); // a directory that is no array names no item
+    }
+    return items;
+}
+
+} // namespace
+
+Item const* Claims::video() const {
+    auto const found = std::find_if(items.begin(), items.end(), [](Item const& item) { return item.isVideo(); });
+    return found == items.end() ? nullptr : &*found;
+}
+
+Item const* Claims::primary() const {
+    auto const found = std::find_if(items.begin(), items.end(), [](Item const& item) { return item.isPrimary(); });
+    return found == items.end() ? nullptr : &*found;
+}
+
+uint64_t Claims::distanceFromEnd(Item const& item) const {
+    constexpr uint64_t ENOUGH = uint64_t{1} << 40; // behind every file's start: no sum overflows
+    uint64_t distance = 0;
+    for (auto const& each : items) {
+        if (each.place >= item.place)
+            distance = std::min(ENOUGH, distance + std::min(ENOUGH, each.length) + std::min(ENOUGH, each.padding));
+    }
+    return distance;
+}
+
+std::optional<int64_t> Claims::momentUs() const {
+    for (auto const* text : {&timestamp, &microVideoTimestamp}) {
+        if (auto const number = parseNumber(*text); number && *number <= INT64_MAX)
+            return static_cast<int64_t>(*number);
+    }
+    return std::nullopt;
+}
+
+bool Claims::any() const {
+    return video() != nullptr || !motionPhoto.empty() || !motionPhotoVersion.empty() || !timestamp.empty() ||
+           !microVideo.empty() || !microVideoOffset.empty() || !microVideoTimestamp.empty();
+}
+
+Claims read(XMPPacket const& packet) {
+    Claims found;
+    found.motionPhoto = propertyOf(packet, MOTION_PHOTO);
+    found.motionPhotoVersion = propertyOf(packet, "MotionPhotoVersion");
+    found.timestamp = propertyOf(packet, "MotionPhotoPresentationTimestampUs");
+    found.microVideo = propertyOf(packet, MICRO_VIDEO);
+    found.microVideoOffset = propertyOf(packet, "MicroVideoOffset");
+    found.microVideoTimestamp = propertyOf(packet, "MicroVideoPresentationTimestampUs");
+    for (auto const& generation : GENERATIONS) {
+        if (found.items.empty())
+            found.items = directoryOf(packet, generation);
+    }
+    return found;
+}
+
+uint32_t remove(XMPPacket& packet) {
+    uint32_t removed = 0;
+    for (auto const* name : PROPERTIES) {
+        removed += packet.DoesPropertyExist(xmp_ns::CAMERA, name) ? 1 : 0;
+        packet.DeleteProperty(xmp_ns::CAMERA, name);
+    }
+    for (auto const& generation : GENERATIONS) {
+        auto const items = directoryOf(packet, generation);
+        auto const directory = prefixOf(generation.containerNS) + "Directory";
+        // From behind, so that the places in front stay.
+        for (auto item = items.rbegin(); item != items.rend(); ++item) {
+            if (!item->isVideo())
+                continue;
+            packet.DeleteArrayItem(generation.containerNS, directory.c_str(), item->place);
+            ++removed;
+        }
+    }
+    return removed;
+}
+
+void setField(XMPPacket& packet, Item const& item, char const* field, std::string const& value) {
+    auto const name = prefixOf(item.itemNS.c_str()) + field;
+    packet.SetStructField(item.containerNS.c_str(), item.structPath.c_str(), item.itemNS.c_str(), name.c_str(), value);
+}
+
+std::optional<uint64_t> parseNumber(std::string const& text) {
+    uint64_t value = 0;
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+} // namespace android::lumo::claims

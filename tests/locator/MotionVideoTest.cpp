@@ -1,0 +1,156 @@
+#include "LocatorFixture.h"
+
+namespace android::lumo::test {
+
+namespace {
+
+std::string microVideo(size_t offset, char const* flag = "1") {
+    return std::string("Camera:MicroVideo=\"") + flag + "\" Camera:MicroVideoOffset=\"" + std::to_string(offset) +
+           "\" Camera:MicroVideoPresentationTimestampUs=\"250\" ";
+}
+
+/// An entry as a typed node: the item itself is the entry.
+std::string typedNode(std::string const& fields) {
+    return "<rdf:li><Container:Item " + fields + "/></rdf:li>";
+}
+
+/// Other prefixes and the namespaces of the other format.
+std::string inOtherSpelling(std::string packet) {
+    for (auto const& [from, to] : {std::pair{"Container:", "GContainer:"},
+                                   {"xmlns:Container", "xmlns:GContainer"},
+                                   {"photos/1.0/container/item/", "photos/dd/1.0/item/"},
+                                   {"photos/1.0/container/", "photos/dd/1.0/container/"}}) {
+        for (size_t at = packet.find(from); at != std::string::npos;
+             at = packet.find(from, at + std::string(to).size()))
+            packet.replace(at, std::string(from).size(), to);
+    }
+    return packet;
+}
+
+} // namespace
+
+TEST(MotionVideo, FindsTheMovieWhereAClaimHoldsAndSaysWhyOneDoesNot) {
+    std::string const movie = clip();
+    std::string const size = std::to_string(movie.size());
+    std::string const gainMap = JpegBuilder().build("gain map");
+    std::string const gainMapItem =
+        itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(gainMap.size()) + "\" Item:Padding=\"3\" ");
+    std::string const typed =
+        typedNode("Item:Semantic=\"Primary\" Item:Mime=\"image/jpeg\"") +
+        typedNode("Item:Semantic=\"MotionPhoto\" Item:Mime=\"video/mp4\" Item:Length=\"" + size + "\"");
+    std::string const openEnd =
+        heicBox("ftyp", "isom" + bigEndian(0, 4)) + heicBox("moov", "") + bigEndian(0, 4) + "mdat" + pattern(20);
+    TrailerRecord const record{2608, "MotionPhoto_Data", clip(125'000)};
+    HeicOptions heic;
+    heic.tail = bigEndian(movie.size() + 8, 4) + "mpvd" + movie;
+    HeicOptions wide;
+    wide.tail = bigEndian(1, 4) + "mpvd" + bigEndian(movie.size() + 16, 8) + movie;
+    struct Case {
+        char const* name;
+        std::string photo;
+        std::string source; ///< and status
+        size_t behind;      ///< bytes behind the movie
+        size_t length;      ///< of the movie
+    };
+    for (auto const& [name, photo, source, behind, length] : std::vector<Case>{
+             {"directory", published(PRIMARY + videoItem(movie.size()), movie), "directory sound", 0, movie.size()},
+             {"gain map and paddings",
+              published(PRIMARY + gainMapItem + videoItem(movie.size(), "Item:Padding=\"5\""),
+                        gainMap + "pad" + movie + "12345"),
+              "directory sound", 5, movie.size()},
+             {"an item behind", published(PRIMARY + videoItem(movie.size()) + gainMapItem, movie + gainMap + "pad"),
+              "directory sound", gainMap.size() + 3, movie.size()},
+             {"typed nodes", published(typed, movie), "directory sound", 0, movie.size()},
+             {"other namespaces",
+              JpegBuilder()
+                  .xmp(inOtherSpelling(packetOf(CLAIMED, directoryOf(PRIMARY + videoItem(movie.size())))))
+                  .build("scan", movie),
+              "directory sound", 0, movie.size()},
+             {"a last box of size 0", published(PRIMARY + videoItem(openEnd.size()), openEnd), "directory sound", 0,
+              openEnd.size()},
+             {"older offset", published(PRIMARY, movie, microVideo(movie.size())), "micro-video sound", 0,
+              movie.size()},
+             {"older offset where the directory is wrong",
+              published(PRIMARY + videoItem(movie.size() - 1), movie, CLAIMED + microVideo(movie.size())),
+              "micro-video sound", 0, movie.size()},
+             {"trailer", JpegBuilder().build("scan", trailerBytes({record})), "trailer sound", 32, record.data.size()},
+             {"box", buildHeic(heic), "box sound", 0, movie.size()},
+             {"wide box", buildHeic(wide), "box sound", 0, movie.size()},
+         }) {
+        auto const found = locate(photo);
+        EXPECT_EQ(textOf(found),
+                  source + " " + std::to_string(photo.size() - behind - length) + "+" + std::to_string(length))
+            << name;
+        EXPECT_EQ(photo.substr(found.position + 4, 4), "ftyp") << name;
+    }
+    EXPECT_EQ(locate(published(PRIMARY + videoItem(movie.size()), movie)).momentUs, 500'000);
+    EXPECT_EQ(locate(published(PRIMARY, movie, microVideo(movie.size()))).momentUs, 250);
+}
+
+TEST(MotionVideo, SaysWhyAClaimDoesNotHold) {
+    std::string const movie = clip();
+    std::string const noMovie = heicBox("ftyp", "mp42" + bigEndian(0, 4)) + heicBox("mdat", "1234");
+    for (auto const& [photo, expected] : std::vector<std::pair<std::string, std::string>>{
+             {published(PRIMARY, ""), "none none"},
+             {published(PRIMARY + videoItem(movie.size()), movie, "Camera:MotionPhoto=\"0\" "), "none none"},
+             {published(PRIMARY, movie, microVideo(movie.size(), "0")), "none none"},
+             {published(PRIMARY + videoItem(99'999), movie), "directory damaged: a video 99999 bytes from the end"},
+             {published(PRIMARY + itemOf("MotionPhoto", "video/mp4"), movie),
+              "directory damaged: the item MotionPhoto"},
+             {published(PRIMARY + videoItem(movie.size() - 1), movie), "directory damaged: no movie begins"},
+             {published(PRIMARY + videoItem(movie.size() + 2), movie + "xx"), "directory damaged: box header cut off"},
+             {published(PRIMARY + videoItem(noMovie.size()), noMovie), "directory damaged: no 'moov'"},
+             {JpegBuilder().build("scan", trailerBytes({{2608, "MotionPhoto_Data", pattern(200)}})),
+              "trailer damaged: no movie begins"},
+             {JpegBuilder().build("scan", trailerBytes({{2608, "V", "mpv2" + bigEndian(9, 4) + bigEndian(99, 4)}})),
+              "trailer damaged: 99 bytes at 9 are claimed"},
+             {JpegBuilder().build("scan", "QRTH" + little(0) + little(9) + little(12) + "QRTT"), "trailer damaged: "},
+         })
+        EXPECT_TRUE(textOf(locate(photo)).starts_with(expected)) << textOf(locate(photo)) << ", expected " << expected;
+}
+
+TEST(MotionVideo, ScanFindsAMovieThatNothingClaims) {
+    std::string const movie = clip();
+    HeicOptions appended;
+    appended.tail = movie;
+    std::string const stale = published(PRIMARY + videoItem(movie.size() + 7), "1234" + movie + "behind it");
+    std::string const thumbnail = JpegBuilder().exif("II*" + movie).build("scan \xFF\xD0 more");
+    for (auto const& photo : {JpegBuilder().build("scan", movie), stale, buildHeic(appended)}) {
+        auto const found = MotionVideo::scan(TempFile(photo).open("r"));
+        EXPECT_EQ(textOf(found),
+                  "scan sound " + std::to_string(photo.rfind("ftyp") - 4) + "+" + std::to_string(movie.size()));
+    }
+    EXPECT_EQ(textOf(MotionVideo::scan(TempFile(thumbnail).open("r"))), "none none");
+    std::string const both = published(PRIMARY + videoItem(movie.size()), clip(9) + movie);
+    EXPECT_EQ(MotionVideo::scan(TempFile(both).open("r")).size, clip(9).size());
+    std::string const far = JpegBuilder().build("scan", pattern(1'048'570) + movie); // across two windows
+    EXPECT_TRUE(MotionVideo::scan(TempFile(far).open("r")).isSound());
+}
+
+TEST(MotionVideo, FindsTheMoviesOfRealPhotosWhereAnotherReaderFindsThem) {
+    std::string const folder = std::string(SHARED_DATA_DIR) + "/motionphoto/";
+    if (!std::filesystem::exists(folder))
+        GTEST_SKIP() << "no samples at " << folder;
+    // Offsets and sizes as recorded with the samples.
+    for (auto const& [name, expected] : std::vector<std::pair<char const*, char const*>>{
+             {"motion_photo.jpeg", "directory sound 30821+122562"},
+             {"motion_photo_still.jpeg", "directory damaged: a video 122562 bytes from the end is claimed of a file of "
+                                         "30821"},
+             {"pixel-motion-photo-shortened.jpg", "directory sound 131582+8730"},
+             {"sample_MP.heic", "box sound 28869+28803"},
+             {"sample_still_photo.heic", "none none"},
+             {"synthetic/grid_mpvd32.heic", "box sound 9288+28118"},
+             {"synthetic/grid_mpvd32_no_xmp.heic", "box sound 6709+28118"},
+             {"synthetic/grid_mpvd64.heic", "box sound 9297+28118"},
+             {"synthetic/jpeg_microvideo_legacy.jpg", "micro-video sound 3958+28118"},
+             {"synthetic/jpeg_motionphoto_v1.jpg", "directory sound 4414+28118"},
+             {"synthetic/jpeg_motionphoto_v1_padding24.jpg", "directory sound 4439+28118"},
+             {"synthetic/jpeg_video_appended_no_xmp.jpg", "none none"},
+             {"synthetic/ultrahdr_plus_motionphoto.jpg", "directory sound 118175+28118"},
+         })
+        EXPECT_EQ(textOf(MotionVideo::locate(test::open(folder + name, "r"))), expected) << name;
+    auto const orphan = MotionVideo::scan(test::open(folder + "synthetic/jpeg_video_appended_no_xmp.jpg", "r"));
+    EXPECT_EQ(textOf(orphan), "scan sound 3578+28118");
+}
+
+} // namespace android::lumo::test
