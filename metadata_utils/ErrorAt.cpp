@@ -15,6 +15,8 @@ namespace {
 /// The source path under the project's root, without its extension. The build maps the root away from __FILE__; a path
 /// that is still absolute (a header compiled by a client) is cut at the library's folder.
 std::string sourceName(std::string_view path) {
+    while (path.starts_with("../")) // a compiler cache names sources relative to the build folder
+        path.remove_prefix(3);
     if (path.starts_with('/')) {
         if (auto folder = path.rfind("metadata_utils/"); folder != std::string_view::npos)
             path.remove_prefix(folder);
