@@ -65,6 +65,15 @@ mu_run_quietly() {
     rm -f "$log"
 }
 
+# mu_is_configured preset : the folder of the preset has what the preset builds. "tool" shares the folder of "release",
+# which builds the tests as well.
+mu_is_configured() {
+    local folder=build/${1/#tool/release}
+    # A folder configured by an interrupted or older run has no build file yet.
+    [ -f "$folder/build.ninja" ] || return 1
+    [ "$1" != release ] || grep -q '^METADATA_UTILS_TESTS:[A-Z]*=ON$' "$folder/CMakeCache.txt"
+}
+
 # mu_build preset [target...] : configures once, then builds.
 mu_build() {
     local preset=$1
@@ -72,9 +81,21 @@ mu_build() {
     mu_need_packages "${mu_build_packages[@]}"
     "$mu_root/cmake/get-xmp-toolkit.sh" || exit 1
     cd "$mu_root"
-    # A folder configured by an interrupted or older run has no build file yet.
-    [ -f "build/$preset/build.ninja" ] || mu_run_quietly "configuring ($preset)" cmake --preset "$preset"
+    mu_is_configured "$preset" || mu_run_quietly "configuring ($preset)" cmake --preset "$preset"
     local targets=()
     [ $# -gt 0 ] && targets=(--target "$@")
     mu_run_quietly "building ($preset)" cmake --build --preset "$preset" "${targets[@]}"
+}
+
+# mu_say_skipped preset : one line about the tests that the last run of ctest left out, and why; nothing when there were none.
+mu_say_skipped() {
+    awk '
+        /: Skipped$/ { getline reason }
+        /^\[  SKIPPED \] .* \([0-9]+ ms\)$/ { count++; names[reason] = names[reason] (names[reason] ? ", " : "") $4 }
+        END {
+            for (reason in names)
+                text = text (text ? "; " : "") names[reason] " (" reason ")"
+            if (count)
+                print count (count == 1 ? " test" : " tests") " skipped: " text
+        }' "$mu_root/build/$1/Testing/Temporary/LastTest.log" 2>/dev/null || true
 }
