@@ -43,8 +43,21 @@ bool beginsWithMarker(std::span<uint8_t const> start, BoxHeader const& header) {
 
 Error faultOf(BoxFault fault, BoxHeader const& header, size_t left) {
     if (fault == BoxFault::Truncated)
-        return readerError()("fail to get file payload[%d]: %s", static_cast<int>(left), "box header cut off");
-    return readerError()("invalid chunk payload: %lu", static_cast<unsigned long>(header.size));
+        return readerError().as(Error::Code::DAMAGED)("fail to get file payload[%d]: %s", static_cast<int>(left),
+                                                      "box header cut off");
+    return readerError().as(Error::Code::DAMAGED)("invalid chunk payload: %lu",
+                                                  static_cast<unsigned long>(header.size));
+}
+
+TopLevelBox boxOf(BoxHeader const& header, uint32_t position, uint32_t left) {
+    TopLevelBox box;
+    box.type = header.type;
+    box.position = position;
+    box.size = static_cast<uint32_t>(std::min<uint64_t>(header.size, left));
+    box.statedSize = static_cast<uint32_t>(std::min<uint64_t>(header.size, UINT32_MAX - position));
+    box.headerSize = header.headerSize;
+    box.toEnd = header.toEnd;
+    return box;
 }
 
 } // namespace
@@ -55,9 +68,11 @@ ByteWindow::ByteWindow(std::span<uint8_t const> bytes)
     : held(bytes), total(static_cast<uint32_t>(std::min<size_t>(bytes.size(), UINT32_MAX))) {}
 
 std::span<uint8_t const> ByteWindow::at(uint32_t position, uint32_t n) {
-    if (n > MAX_REQUEST || !rangeFits(position, n, total))
-        throw readerError()("fail to get file payload[%d]: %s", static_cast<int>(std::min<uint32_t>(n, INT32_MAX)),
-                            n > MAX_REQUEST ? "box too large" : "behind the end of the file");
+    bool const isTooLarge = n > MAX_REQUEST;
+    if (isTooLarge || !rangeFits(position, n, total))
+        throw readerError().as(isTooLarge ? Error::Code::TOO_BIG : Error::Code::DAMAGED)(
+            "fail to get file payload[%d]: %s", static_cast<int>(std::min<uint32_t>(n, INT32_MAX)),
+            isTooLarge ? "box too large" : "behind the end of the file");
     if (position < heldAt || !rangeFits(position - heldAt, n, held.size()))
         refill(position, n);
     return held.subspan(position - heldAt, n);
@@ -71,15 +86,16 @@ void ByteWindow::refill(uint32_t position, uint32_t n) {
     held = {};
     buffer.resize(std::min(std::max(n, WINDOW), total - position));
     if (file->position(position) != position)
-        throw readerError()("Failed to set file position to %zu", size_t{position});
+        throw readerError().as(Error::Code::READ_FAILED, *file)("Failed to set file position to %zu", size_t{position});
     size_t count = 0;
     while (count < n) {
         ssize_t const got = file->read(buffer.data() + count, static_cast<uint32_t>(buffer.size() - count));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            throw readerError()("fail to get file payload[%d]: %s", static_cast<int>(got),
-                                got < 0 ? std::strerror(errno) : "end of file");
+            throw readerError().as(got < 0 ? Error::Code::READ_FAILED : Error::Code::DAMAGED,
+                                   *file)("fail to get file payload[%d]: %s", static_cast<int>(got),
+                                          got < 0 ? std::strerror(errno) : "end of file");
         count += static_cast<size_t>(got);
     }
     held = std::span<uint8_t const>(buffer).first(count);
@@ -104,20 +120,17 @@ TopLevel scanTopLevel(ByteWindow& window, BoxType until) {
         auto const start = window.upTo(position, LOOK_AHEAD);
         BoxHeader header;
         BoxFault const fault = decodeBoxHeader(start, window.size() - position, header);
-        if (fault != BoxFault::None) {
+        if (fault != BoxFault::None)
             found.damage = faultOf(fault, header, start.size());
+        else if (found.boxes.size() == MAX_BOXES)
+            found.damage = readerError().as(Error::Code::TOO_BIG)("more than %zu boxes at the top level", MAX_BOXES);
+        if (found.damage && fault != BoxFault::BeyondEnd)
             break;
-        }
-        if (found.boxes.size() == MAX_BOXES) {
-            found.damage = readerError()("more than %zu boxes at the top level", MAX_BOXES);
-            break;
-        }
-        bool const debugInfo = header.type == boxType("free") && beginsWithMarker(start, header);
-        found.boxes.push_back(
-            {header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd, debugInfo});
+        found.boxes.push_back(boxOf(header, position, window.size() - position));
+        found.boxes.back().debugInfo = header.type == boxType("free") && beginsWithMarker(start, header);
         if (until != 0 && header.type == until)
             break;
-        position += static_cast<uint32_t>(header.size);
+        position += found.boxes.back().size;
     }
     return found;
 }

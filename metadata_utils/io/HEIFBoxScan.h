@@ -21,8 +21,8 @@ public:
     explicit ByteWindow(std::span<uint8_t const> bytes);
 
     uint32_t size() const { return total; }
-    /// Exactly n bytes, valid until the next call. A range that the file does not hold, or a failed read, throws
-    /// "fail to get file payload[%d]: %s"; more than MAX_REQUEST bytes throw as well.
+    /// Exactly n bytes, valid until the next call. A range that the file does not hold, a read that the system refuses
+    /// (READ_FAILED) and more than MAX_REQUEST bytes throw "fail to get file payload[%d]: %s".
     std::span<uint8_t const> at(uint32_t position, uint32_t n);
     /// The same for the part of the range that the file holds.
     std::span<uint8_t const> upTo(uint32_t position, uint32_t n);
@@ -43,10 +43,11 @@ private:
 struct TopLevelBox {
     BoxType type = 0;
     uint32_t position = 0;
-    uint32_t size = 0;       ///< whole box; what is left of the file for the size-0 form
+    uint32_t size = 0;       ///< whole box, as far as the file goes
     uint32_t headerSize = 0; ///< 8 or 16
     bool toEnd = false;      ///< stored with size 0
     bool debugInfo = false;  ///< a 'free' box whose content begins "cdif"
+    uint32_t statedSize = 0; ///< more than `size` for a last box that is cut off
 
     uint32_t end() const { return position + size; }
     uint32_t content() const { return position + headerSize; }
@@ -55,7 +56,8 @@ struct TopLevelBox {
 /// What a file holds at its top level, as far as it can be followed.
 struct TopLevel {
     std::vector<TopLevelBox> boxes;
-    /// Set when bytes behind the last box are no whole box: nobody can tell what follows.
+    /// Set when bytes behind the last box are no box, or that box is longer than the file: nobody can tell what
+    /// follows.
     std::optional<Error> damage;
     uint32_t fileSize = 0;
 
@@ -63,6 +65,8 @@ struct TopLevel {
     /// moov, moof, meco), else the file's size. A plain 'free' or an unknown box in front of it belongs to the image.
     uint32_t endOfImage() const;
     TopLevelBox const* find(BoxType type) const;
+    /// The last box is longer than the file.
+    bool isCutOff() const { return !boxes.empty() && boxes.back().statedSize > boxes.back().size; }
 };
 
 /// Follows the boxes to the file's end, or up to the first one of type `until` (0: none).

@@ -107,7 +107,8 @@ void allocCodecInfo(HEIFMetaReader& reader, HBOXD_IMAGE_INFO const& imageInfo, H
     std::vector<uint8_t> data;
     try {
         reader.getMetadataInfo(static_cast<int>(imageInfo.id), HBOXD_ITEM_CODEC_SPECIFIC, &data);
-    } catch (std::runtime_error const& error) {
+    } catch (std::exception const& error) {
+        rethrowUnlessDamage();
         LOGE("fail to get codec specific data: %s", error.what());
         data.clear();
     }

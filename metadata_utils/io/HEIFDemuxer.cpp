@@ -6,6 +6,7 @@
 #include "hboxd.h"
 
 #include <algorithm>
+#include <new>
 
 namespace android::lumo {
 
@@ -20,8 +21,11 @@ ErrorAt readerError(int line = __builtin_LINE()) {
 
 /// The caller's message with the demuxer's code; its reason goes to the log.
 Error failure(char const* message, int32_t error, int line = __builtin_LINE()) {
+    if (error == HBOX_ERR_MEMORY)
+        throw std::bad_alloc();
     LOGE("%s: %s", message, hbox_last_error());
-    return readerError(line)("%s: err=%d", message, error);
+    auto const code = error == HBOX_ERR_FORMAT ? Error::Code::DAMAGED : Error::Code::UNSUPPORTED;
+    return readerError(line).as(code)("%s: err=%d", message, error);
 }
 
 uint32_t imageId(hboxd_context* demuxer, HBOXD_IMAGE which, int base, char const* message, int line) {

@@ -9,6 +9,10 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <utility>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace android::lumo {
 
@@ -20,7 +24,22 @@ constexpr uint32_t EXIF_IDENTIFIER_SIZE = 6;
 constexpr uint32_t EXIF_OFFSET_SIZE = 4;
 
 HEIFMetaReader::Box publicBox(heif::TopLevelBox const& box) {
-    return {boxTypeText(box.type), box.position, box.size};
+    return {boxTypeText(box.type), box.position, box.statedSize};
+}
+
+/// What stands in errno after other calls says nothing about this file.
+Error noSize(MediaFile const& file) {
+    struct stat64 status {};
+    errno = 0;
+    auto code = Error::Code::DAMAGED;
+    if (fstat64(file.getFd(), &status) == 0 && status.st_size > off64_t{UINT32_MAX}) {
+        errno = EFBIG;
+        code = Error::Code::TOO_BIG;
+    } else if (errno != 0 || lseek64(file.getFd(), 0, SEEK_CUR) < 0) {
+        code = Error::Code::READ_FAILED;
+    }
+    return ErrorAt().as(code, file)("fail to get fd & size[err=%d, %s]: fd=%d, size=%zu", errno, std::strerror(errno),
+                                    file.getFd(), size_t{0});
 }
 
 std::string joined(std::list<HEIFMetaReader::Box> const& boxes) {
@@ -37,15 +56,12 @@ HEIFMetaReader::HEIFMetaReader(std::shared_ptr<MediaFile> const& source, ParseMo
     : ImageMetaReader(source, parseMode), fileSize(source->isValid() ? source->size() : 0),
       items(std::make_unique<heif::Items>()) {
     if (fileSize == 0)
-        throw ErrorAt()("fail to get fd & size[err=%d, %s]: fd=%d, size=%zu", errno, std::strerror(errno),
-                        file->getFd(), size_t{fileSize});
+        throw noSize(*file);
     if (mode != ParseMode::EAGER)
         return;
+    if (!parseItems())
+        throw ErrorAt().as(Error::Code::DAMAGED, *file)("fail to parse");
     init();
-    if (!parseMetadata()) {
-        deinit();
-        throw ErrorAt()("fail to parse");
-    }
 }
 
 HEIFMetaReader::~HEIFMetaReader() {
@@ -55,34 +71,51 @@ HEIFMetaReader::~HEIFMetaReader() {
 // The metadata. -------------------------------------------------------------------------------------------------------
 
 bool HEIFMetaReader::parseMetadata() {
-    LOGI("parseMetadata");
-    items = std::make_unique<heif::Items>();
     try {
-        heif::ByteWindow window(*file);
-        heif::TopLevel const topLevel = heif::scanTopLevel(window, boxType("meta"));
-        auto const* meta = topLevel.find(boxType("meta"));
-        if (meta == nullptr)
-            return false;
-        items->parse(window, *meta);
-        return true;
+        return parseItems();
     } catch (std::exception const& exception) {
         LOGE("failed to parse metadata: %s", exception.what());
         return false;
     }
 }
 
-void HEIFMetaReader::parseWhenLazy() {
-    if (mode == ParseMode::LAZY && items->references.empty())
-        parseMetadata();
+/// Damage is an answer, and what was read in front of it stays; of boxes that could not be read nothing is kept.
+bool HEIFMetaReader::parseItems() {
+    LOGI("parseMetadata");
+    isParsed = false;
+    items = std::make_unique<heif::Items>();
+    auto found = std::make_unique<heif::Items>();
+    bool isWhole = false;
+    try {
+        heif::ByteWindow window(*file);
+        heif::TopLevel const topLevel = heif::scanTopLevel(window, boxType("meta"));
+        if (auto const* meta = topLevel.find(boxType("meta")); meta != nullptr) {
+            found->parse(window, *meta);
+            isWhole = true;
+        }
+    } catch (std::exception const& exception) {
+        rethrowUnlessDamage();
+        LOGE("failed to parse metadata: %s", exception.what());
+    }
+    items = std::move(found);
+    isParsed = true;
+    return isWhole;
+}
+
+void HEIFMetaReader::requireParsed() {
+    if (!isParsed)
+        parseItems();
 }
 
 Metadata HEIFMetaReader::getXMP() {
-    parseWhenLazy();
+    if (!isParsed)
+        parseMetadata();
     return getMeta(items->mimeIds, MediaDefs::MetaType::XMP);
 }
 
 std::vector<Metadata> HEIFMetaReader::findAllXMP() {
-    Metadata const xmp = getXMP();
+    requireParsed();
+    Metadata const xmp = getMeta(items->mimeIds, MediaDefs::MetaType::XMP);
     return xmp.type == MediaDefs::MetaType::NONE ? std::vector<Metadata>() : std::vector{xmp};
 }
 
@@ -101,7 +134,7 @@ Metadata HEIFMetaReader::getMeta(std::vector<int> const& ids, MediaDefs::MetaTyp
 /// | 4      | N     | ends with the six bytes "Exif", 0, 0 where N is 6 or more                |
 /// | 4 + N  | ...   | TIFF header and directories                                              |
 Metadata HEIFMetaReader::getExif() {
-    parseWhenLazy();
+    requireParsed();
     Metadata exif = getMeta(items->exifIds, MediaDefs::MetaType::EXIF);
     if (exif.payload < EXIF_OFFSET_SIZE)
         return exif;
@@ -146,7 +179,10 @@ Metadata HEIFMetaReader::getCameraDebugInfo() {
 // The top level. ------------------------------------------------------------------------------------------------------
 
 std::list<HEIFMetaReader::Box> HEIFMetaReader::findBox(std::vector<std::string> const& types) {
-    heif::TopLevel const topLevel = heif::scanWhole(*file);
+    heif::ByteWindow window(*file);
+    heif::TopLevel const topLevel = heif::scanTopLevel(window);
+    if (topLevel.damage && !topLevel.isCutOff())
+        throw *topLevel.damage;
     endOfImage = topLevel.endOfImage();
     std::list<Box> found;
     for (auto const& box : topLevel.boxes) {
@@ -171,7 +207,7 @@ uint32_t HEIFMetaReader::getEndOfImagePosition(bool rescan) {
 }
 
 std::optional<HEIFMetaReader::XMPItem> HEIFMetaReader::getXMPItem() {
-    parseWhenLazy();
+    requireParsed();
     auto const place = items->findDescribing(items->mimeIds);
     if (!place)
         return std::nullopt;

@@ -37,15 +37,20 @@ class Items;
 ///
 /// XMP, Exif and debug info are found with small reads. The demuxer works on the whole file in memory, so a copy is
 /// made when the first image question is asked (or at once when EAGER), never for the metadata alone. A file that the
-/// demuxer refuses still answers for its metadata. Boxes behind the first damaged one are not seen: the metadata in
-/// front of it is found all the same, while the questions that describe the top level as a whole throw "invalid chunk
-/// payload: %lu" or "fail to get file payload[%d]: %s". One thread at a time; moves the file's shared position.
+/// demuxer refuses still answers for its metadata. A last box that is longer than the file is its last box. Boxes
+/// behind the first damaged one are not seen: the metadata in front of it is found all the same, while the questions
+/// that describe the top level as a whole throw "invalid chunk payload: %lu" or "fail to get file payload[%d]: %s".
+///
+/// A read that the system refuses throws (Error::Code::READ_FAILED), but for parseMetadata(), which answers false, and
+/// getXMP(), which then finds nothing: whoever must know asks findAllXMP() or getXMPItem().
+/// One thread at a time; moves the file's shared position.
 class METADATA_UTILS_EXPORT HEIFMetaReader : public ImageMetaReader {
 public:
     struct Box {
         std::string type;
         uint32_t position = 0; ///< of the first byte of its header
-        uint32_t size = 0;     ///< header included; what is left of the file for a box stored with size 0
+        uint32_t size = 0;     ///< header included; what is left of the file for a box stored with size 0, and more
+                               ///< than that for a last box that is cut off
     };
 
     /// The bytes of one item: `length` bytes at base + offset. For construction method 1 the base holds the start of
@@ -122,11 +127,13 @@ public:
 private:
     void init();
     void deinit();
-    void parseWhenLazy();
+    bool parseItems();
+    void requireParsed();
     Metadata getMeta(std::vector<int> const& ids, MediaDefs::MetaType type);
 
     uint32_t fileSize = 0;
     uint32_t endOfImage = 0;
+    bool isParsed = false; ///< `items` are what the file says
     ByteBuffer buffer;
     std::unique_ptr<HBOX_MEMORY_STREAM> stream;
     hboxd_context* demuxer = nullptr;

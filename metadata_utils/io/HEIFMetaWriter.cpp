@@ -15,7 +15,7 @@ constexpr uint8_t BLANK = 0x20;
 
 void requireFits(size_t packet, uint32_t room, int line = __builtin_LINE()) {
     if (packet > room)
-        throw ErrorAt(line)("xmpBuffer size must be smaller than xmpBox size");
+        throw ErrorAt(line).as(Error::Code::TOO_BIG)("xmpBuffer size must be smaller than xmpBox size");
 }
 
 } // namespace
@@ -52,7 +52,8 @@ void HEIFMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
         item = reader->getXMPItem();
     }
     if (!item || !item->refusal.empty())
-        throw ErrorAt()("XMP cannot be written in place: %s", item ? item->refusal.c_str() : "no room");
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("XMP cannot be written in place: %s",
+                                                     item ? item->refusal.c_str() : "no room");
     requireFits(packet.size(), item->length);
     size_t const length = packet.size();
     packet.resize(item->length, BLANK);

@@ -25,6 +25,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <new>
 #include <set>
 
 namespace android::lumo {
@@ -43,14 +44,17 @@ ErrorAt writerError(int line = __builtin_LINE()) {
     return ErrorAt(line, SOURCE);
 }
 
-/// The muxer's failures keep their texts; what it objects to follows.
-std::runtime_error muxerFailure(std::string const& text) {
-    return std::runtime_error(text + ": " + hbox_last_error());
+/// An answer of the muxer that ends the rewrite; what it objects to goes to the log.
+Error::Code codeOf(int32_t result, char const* text) {
+    if (result == HBOX_ERR_MEMORY)
+        throw std::bad_alloc();
+    LOGE("%s: err=%d, %s", text, static_cast<int>(result), hbox_last_error());
+    return result == HBOX_ERR_FORMAT ? Error::Code::DAMAGED : Error::Code::UNSUPPORTED;
 }
 
 void requireOk(int32_t result, char const* text) {
     if (result != HBOX_OK)
-        throw muxerFailure(text);
+        throw Error(codeOf(result, text), text);
 }
 
 /// Invariant 1: what our reader would not find, or could not write into, is not worth restructuring a file for.
@@ -63,9 +67,10 @@ void requireRoomIsFound(std::vector<uint8_t> const& image, uint32_t offset, uint
         items.parse(window, *meta);
     auto const place = items.findDescribing(items.mimeIds);
     if (!place || place->base + place->offset != offset || place->length < size)
-        throw writerError()("room for XMP would not be found in the image: another item comes first");
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)(
+            "room for XMP would not be found in the image: another item comes first");
     if (std::string const refusal = items.refusalToWrite(*place, topLevel); !refusal.empty())
-        throw writerError()("room for XMP could not be used: %s", refusal.c_str());
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("room for XMP could not be used: %s", refusal.c_str());
 }
 
 } // namespace
@@ -81,7 +86,8 @@ Metadata HEIFMetaWriter::reserveXMP(unsigned int size) {
 
     replaceImagePart(imageLength, image);
     rescan();
-    Metadata const room = reader->getXMP();
+    auto const rooms = reader->findAllXMP();
+    Metadata const room = rooms.empty() ? Metadata() : rooms.front();
     LOGI("reserve_xmp done: input-size=%ld, reserved-size=%d, output-size=%lu, xmp-offset=%ld",
          static_cast<long>(inputSize), static_cast<int>(size), static_cast<unsigned long>(image.size()),
          static_cast<long>(room.position));
@@ -97,7 +103,7 @@ void HEIFMetaWriter::requireRoomCanBeMade(unsigned int size) {
 /// The new image part, in memory.
 std::vector<uint8_t> HEIFMetaWriter::imageWithRoom(unsigned int size) {
     if (size > INT32_MAX)
-        throw writerError()("room of %zu bytes for XMP is too large", size_t{size});
+        throw ErrorAt().as(Error::Code::TOO_BIG)("room of %zu bytes for XMP is too large", size_t{size});
     requireReplaceableXMP();
     init(reader->getEndOfImagePosition(true));
     copyCover(std::max<uint32_t>(size, HBOXM_MIN_XMP_SIZE));
@@ -111,7 +117,7 @@ std::vector<uint8_t> HEIFMetaWriter::imageWithRoom(unsigned int size) {
 void HEIFMetaWriter::requireReplaceableXMP() {
     auto const item = reader->getXMPItem();
     if (item && !item->isPacket)
-        throw writerError()("no room for XMP can be made: %s", item->refusal.c_str());
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("no room for XMP can be made: %s", item->refusal.c_str());
 }
 
 // The muxer's work. ---------------------------------------------------------------------------------------------------
@@ -121,7 +127,8 @@ void HEIFMetaWriter::init(uint32_t imageLength) {
     int32_t error = HBOX_OK;
     muxer = hboxm_create(&config, &error);
     if (muxer == nullptr || error != HBOX_OK)
-        throw writerError()("fail to create hboxm: err=%d, %s", error, hbox_last_error());
+        throw ErrorAt().as(codeOf(error, "fail to create hboxm"))("fail to create hboxm: err=%d",
+                                                                  static_cast<int>(error));
 }
 
 void HEIFMetaWriter::deinit() {
@@ -135,7 +142,7 @@ void HEIFMetaWriter::copyCover(uint32_t xmpSize) {
     requireOk(hboxm_set_cover_image(muxer, static_cast<uint32_t>(coverId)), "[HEIFMetaWriter]fail to set cover image");
     HBOXD_IMAGE_INFO const cover = reader->getImageInfo(coverId);
     if (cover.is_grid == 0 || cover.tile_count == 0)
-        throw std::runtime_error("[HEIFController]not grid image or no item");
+        throw Error(Error::Code::UNSUPPORTED, "[HEIFController]not grid image or no item");
     copyImage(cover, reader->getItemIds(coverId, MAX_ITEM_IDS), xmpSize);
     copyThumbnail(coverId);
 }
@@ -167,8 +174,9 @@ void HEIFMetaWriter::copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vec
     std::vector<uint8_t> frame;
     for (uint32_t const id : std::set<uint32_t>(ids.begin(), ids.end())) {
         reader->getImageFrame(static_cast<int>(id), frame, static_cast<int>(maxSize));
-        if (hboxm_put_frm(muxer, id, frame.data(), static_cast<uint32_t>(frame.size())) != HBOX_OK)
-            throw writerError()("[HEIFMetaWriter]fail to set image frame: %s", hbox_last_error());
+        auto const size = static_cast<uint32_t>(frame.size());
+        if (int32_t const result = hboxm_put_frm(muxer, id, frame.data(), size); result != HBOX_OK)
+            throw writerError().as(codeOf(result, "hboxm_put_frm"))("[HEIFMetaWriter]fail to set image frame");
     }
 }
 
@@ -181,6 +189,7 @@ void HEIFMetaWriter::copyThumbnail(int coverId) {
             tiles = reader->getItemIds(static_cast<int>(thumbnail.id), MAX_ITEM_IDS);
         copyImage(thumbnail, tiles, 0);
     } catch (std::exception const& exception) {
+        rethrowUnlessDamage();
         LOGE("fail to copy thumbnail: %s", exception.what());
     }
 }
@@ -189,36 +198,34 @@ uint32_t HEIFMetaWriter::getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo) {
     uint32_t const n = imageInfo.width * imageInfo.height;
     uint32_t const size = (3 * n) / 2 + (3 * n) / 10;
     if (size > MAX_FRM_SIZE)
-        throw ErrorAt(239, SOURCE)("max buffer size is larger than MAX_FRM_SIZE");
+        throw ErrorAt(239, SOURCE).as(Error::Code::TOO_BIG)("max buffer size is larger than MAX_FRM_SIZE");
     return size;
 }
 
 void HEIFMetaWriter::stop() {
-    if (hboxm_stop_muxing(muxer) != HBOX_OK)
-        throw writerError()("fail to stop muxing: %s", hbox_last_error());
+    if (int32_t const result = hboxm_stop_muxing(muxer); result != HBOX_OK)
+        throw writerError().as(codeOf(result, "hboxm_stop_muxing"))("fail to stop muxing");
 }
 
 std::vector<uint8_t> HEIFMetaWriter::dumpImage() {
     int64_t const size = hboxm_get_outputbuffer_size(muxer);
     if (size > int64_t{UINT32_MAX})
-        throw std::runtime_error("[HEIFController]invalid overflowed output buffer size");
+        throw Error(Error::Code::TOO_BIG, "[HEIFController]invalid overflowed output buffer size");
     if (size < 0)
-        throw muxerFailure("[HEIFController]invalid minus output buffer size");
+        requireOk(static_cast<int32_t>(size), "[HEIFController]invalid minus output buffer size");
     std::vector<uint8_t> image(static_cast<size_t>(size));
     uint32_t written = 0;
     auto const capacity = static_cast<uint32_t>(image.size());
-    if (hboxm_dump_image_to_outputbuffer(muxer, image.data(), capacity, &written) != HBOX_OK || written != capacity)
-        throw writerError()("fail to write: %s", hbox_last_error());
+    int32_t const result = hboxm_dump_image_to_outputbuffer(muxer, image.data(), capacity, &written);
+    if (result != HBOX_OK || written != capacity)
+        throw writerError().as(codeOf(result, "hboxm_dump_image_to_outputbuffer"))("fail to write");
     return image;
 }
 
 uint32_t HEIFMetaWriter::getMetadataOffset() {
     uint32_t offset = 0;
-    if (hboxm_get_metadata_offset(muxer, &offset, nullptr) == HBOX_OK)
-        return offset;
-    auto const failure = muxerFailure("[HEIFController]not alloc xmp buffer");
-    LOGE("%s", failure.what());
-    throw failure;
+    requireOk(hboxm_get_metadata_offset(muxer, &offset, nullptr), "[HEIFController]not alloc xmp buffer");
+    return offset;
 }
 
 // The file. -----------------------------------------------------------------------------------------------------------
@@ -229,7 +236,7 @@ void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, std::vector<uint8_t>
     int64_t const distance = static_cast<int64_t>(image.size()) - int64_t{imageLength};
     uint32_t const newSize = checked::sizeOf(static_cast<uint64_t>(int64_t{fileSize} + distance));
     if (distance > INT32_MAX || distance < -INT32_MAX)
-        throw writerError()("image part of %zu bytes is too large", image.size());
+        throw ErrorAt().as(Error::Code::TOO_BIG)("image part of %zu bytes is too large", image.size());
     restoreTrailerOrder(file); // a trailer that is hidden now must not come back with a wrong pointer
     VideoPointerKeeper keeper(file);
     if (imageLength == fileSize) {
@@ -249,7 +256,7 @@ void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, std::vector<uint8_t>
 
 void HEIFMetaWriter::write(std::vector<uint8_t> const& image) {
     if (file->position(0) != 0)
-        throw ErrorAt(406, SOURCE)("Failed to reset file position to 0");
+        throw ErrorAt(406, SOURCE).as(Error::Code::READ_FAILED, *file)("Failed to reset file position to 0");
     checked::write(*file, image.data(), image.size());
 }
 

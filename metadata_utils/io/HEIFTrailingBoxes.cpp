@@ -37,6 +37,7 @@ bool readsTrailer(MediaFile const& file) {
     try {
         return trailer::readTail(file).has_value();
     } catch (std::exception const& exception) {
+        rethrowUnlessDamage();
         LOGW("no trailer that reads: %s", exception.what());
         return false;
     }
@@ -59,7 +60,7 @@ std::vector<heif::TopLevelBox> debugInfosFromBehind(heif::TopLevel const& topLev
     std::copy_if(topLevel.boxes.rbegin(), topLevel.boxes.rend(), std::back_inserter(found),
                  [](auto const& box) { return box.debugInfo; });
     if (found.size() > MAX_DEBUG_INFOS)
-        throw writerError()("%zu camera debug infos in one file", found.size());
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("%zu camera debug infos in one file", found.size());
     return found;
 }
 
@@ -99,7 +100,7 @@ std::optional<uint32_t> placeBeforeTrailer(MediaFile const& file, heif::TopLevel
 void requireSpaceFor(MediaFile& file, heif::TopLevel const& topLevel, size_t dataSize) {
     uint64_t needed = uint64_t{topLevel.fileSize} + DEBUG_INFO_HEADER + dataSize;
     if (dataSize > INT32_MAX - DEBUG_INFO_HEADER)
-        throw writerError()("camera debug info of %zu bytes is too large", dataSize);
+        throw ErrorAt().as(Error::Code::TOO_BIG)("camera debug info of %zu bytes is too large", dataSize);
     checked::sizeOf(needed);
     for (auto const& box : topLevel.boxes)
         needed -= box.debugInfo && box.position >= topLevel.endOfImage() ? box.size : 0;
@@ -135,7 +136,8 @@ bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file)
         return false;
     uint32_t const grown = checked::sizeOf(uint64_t{topLevel.fileSize} + trailer->size);
     if (trailer->size > INT32_MAX)
-        throw writerError()("trailer of %zu bytes is too large to be moved", size_t{trailer->size});
+        throw ErrorAt().as(Error::Code::TOO_BIG)("trailer of %zu bytes is too large to be moved",
+                                                 size_t{trailer->size});
     checked::requireSpace(*file, grown);
     closeLastBox(file);
     checked::seek(*file, topLevel.fileSize);
@@ -155,7 +157,8 @@ void HEIFMetaWriter::writeCameraDebugInfo(std::vector<unsigned char> const& data
     heif::TopLevel topLevel = heif::scanWhole(*file);
     debugInfosFromBehind(topLevel);
     if (topLevel.boxes.back().type != TRAILER_BOX && readsTrailer(*file))
-        throw writerError()("the trailer stands in no box of its own, a debug info would hide it");
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)(
+            "the trailer stands in no box of its own, a debug info would hide it");
     requireSpaceFor(*file, topLevel, data.size());
     if (restoreTrailerOrder(file))
         topLevel = heif::scanWhole(*file);
@@ -185,7 +188,7 @@ void HEIFMetaWriter::appendFreeCdif(std::vector<unsigned char> const& data) {
     checked::reserve(*file, checked::sizeOf(uint64_t{end} + DEBUG_INFO_HEADER + data.size()));
     try {
         if (file->position(end) != end)
-            throw ErrorAt(532, SOURCE)("failed to seek to end");
+            throw ErrorAt(532, SOURCE).as(Error::Code::READ_FAILED, *file)("failed to seek to end");
         checked::write(*file, debugInfoHeader(data.size()));
         checked::write(*file, data.data(), data.size());
     } catch (...) {
@@ -234,14 +237,16 @@ void HEIFMetaWriter::cutOut(heif::TopLevelBox const& box) {
     VideoPointerKeeper keeper(file);
     auto const seekTo = [this](uint32_t position, int line) {
         if (file->position(position) != position)
-            throw ErrorAt(line, SOURCE)("failed to seek to %d", static_cast<int>(position));
+            throw ErrorAt(line, SOURCE)
+                .as(Error::Code::READ_FAILED, *file)("failed to seek to %d", static_cast<int>(position));
     };
     std::vector<uint8_t> tail(std::min(end - box.end(), MOVE_BUFFER));
     for (uint32_t from = box.end(); from < end;) {
         uint32_t const n = std::min<uint32_t>(end - from, static_cast<uint32_t>(tail.size()));
         seekTo(from, __LINE__);
         if (ssize_t const got = file->read(tail.data(), n); got != static_cast<ssize_t>(n))
-            throw writerError()("failed to read tailBuffer, readyBytes=%d", static_cast<int>(got));
+            throw writerError().as(Error::Code::READ_FAILED, *file)("failed to read tailBuffer, readyBytes=%d",
+                                                                    static_cast<int>(got));
         seekTo(from - box.size, __LINE__);
         checked::write(*file, tail.data(), n);
         from += n;

@@ -63,7 +63,8 @@ VideoPointerKeeper::VideoPointerKeeper(std::shared_ptr<MediaFile> const& edited)
         pointer = VideoPointer::decode(checked::readAt(*file, record.dataPosition, VideoPointer::SIZE));
         distanceFromEnd = file->size() - record.dataPosition;
     } catch (std::exception const& exception) {
-        // A trailer that cannot be read has no pointer that anybody could follow.
+        // A damaged trailer has no pointer that anybody could follow; about one that cannot be read nothing is known.
+        rethrowUnlessDamage();
         LOGW("fail to find the video pointer: %s", exception.what());
     }
 }

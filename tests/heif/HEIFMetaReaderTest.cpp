@@ -63,7 +63,7 @@ TEST(HEIFMetaReader, ImageEndsAtTheFirstTrailingBoxBehindItsLastBox) {
 TEST(HEIFMetaReader, MetadataInFrontOfDamageIsReadWhileTheWholeIsRefused) {
     std::pair<std::string, char const*> const cases[] = {
         {"abc", "fail to get file payload[3]: "},
-        {"\0\0\1\0mpvd"s, "invalid chunk payload: 256"},
+        {"\0\0\0\7mpvd"s, "invalid chunk payload: 7"},
         {repeated(65'536, heicBox("free", "")), "more than 65536 boxes"},
     };
     for (auto const& [tail, message] : cases) {

@@ -86,7 +86,8 @@ void requireSameImage(Source const& source, HBOXM_IMAGE_INFO const& given) {
     if (given.tile_count > 0)
         requireArguments(given.tile_ids);
     auto const tiles = source.referencesFrom(given.id, boxType("dimg"));
-    requireSame(std::ranges::equal(std::span(given.tile_ids, given.tile_count), tiles), given.id, "list of tiles");
+    bool const sameTiles = std::equal(given.tile_ids, given.tile_ids + given.tile_count, tiles.begin(), tiles.end());
+    requireSame(sameTiles, given.id, "list of tiles");
 }
 
 void setCoverInfo(hboxm_context& muxer, HBOXM_IMAGE_INFO const& info) {
