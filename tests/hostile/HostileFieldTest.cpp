@@ -5,45 +5,12 @@
 #include "io/ImageMetaWriter.h"
 #include "support/Attempt.h"
 #include "support/JpegBuilder.h"
+#include "support/Memory.h"
 #include "support/TrailerBuilder.h"
 
-#include <atomic>
-#include <cstdlib>
 #include <ctime>
 #include <functional>
-#include <new>
 #include <set>
-
-// Memory that C++ code holds, counted for the whole program.
-namespace {
-
-std::atomic<size_t> heldBytes, mostBytes;
-constexpr size_t HEAD = alignof(std::max_align_t);
-
-} // namespace
-
-void* operator new(size_t size) {
-    auto* const block = static_cast<char*>(std::malloc(size + HEAD));
-    if (block == nullptr)
-        throw std::bad_alloc();
-    *reinterpret_cast<size_t*>(block) = size;
-    size_t const held = heldBytes += size;
-    if (held > mostBytes)
-        mostBytes = held;
-    return block + HEAD;
-}
-
-void operator delete(void* pointer) noexcept {
-    if (pointer == nullptr)
-        return;
-    auto* const block = static_cast<char*>(pointer) - HEAD;
-    heldBytes -= *reinterpret_cast<size_t*>(block);
-    std::free(block);
-}
-
-void operator delete(void* pointer, size_t) noexcept {
-    operator delete(pointer);
-}
 
 namespace android::lumo::test {
 namespace {
@@ -171,13 +138,13 @@ class Examination {
 public:
     /// Whatever the bytes are, all of it ends well or in an error.
     void examine(std::string const& bytes, bool isWhole = true) {
-        size_t const before = heldBytes;
-        mostBytes = before;
+        size_t const before = heldBytes();
+        takeMostBytes();
         std::clock_t const start = std::clock();
         writeBytes(still, bytes);
         query();
         edit(bytes, isWhole);
-        EXPECT_LE(mostBytes - before, 4 * bytes.size() + SPARE_MEMORY);
+        EXPECT_LE(takeMostBytes() - before, 4 * bytes.size() + SPARE_MEMORY);
         EXPECT_LE(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, SPARE_SECONDS);
     }
 

@@ -6,12 +6,12 @@
 
 #include <android/log.h>
 
-/// For suites that run the library thousands of times, mostly to be refused. Include it in one file of a program: it
-/// holds main().
+/// For suites that run the library thousands of times, mostly to be refused.
 namespace android::lumo::test {
 
-/// True when the action returned; the toolkit's error is no std::exception.
-inline bool returns(std::function<void()> const& action) {
+/// True when the action returned; the toolkit's error is no std::exception. It allocates nothing of its own.
+template<class Action>
+bool returns(Action const& action) {
     try {
         action();
         return true;
@@ -26,11 +26,7 @@ inline std::string videoOf(size_t size, uint32_t seed = 3) {
     return bigEndian(24, 4) + "ftypmp42" + pattern(size - 12, seed);
 }
 
-} // namespace android::lumo::test
-
 /// The library's log would take most of the time.
-int main(int argc, char** argv) {
-    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
+inline bool const isLogSilent = (__android_log_set_minimum_priority(ANDROID_LOG_SILENT), true);
+
+} // namespace android::lumo::test

@@ -10,11 +10,12 @@ namespace android::lumo::test {
 namespace {
 
 Fault* active = nullptr;
+int pauses = 0;
 
 /// Runs the real call with as many bytes as the fault leaves of `n`.
 template<class Real>
-ssize_t moved(Call call, size_t n, Real real) {
-    auto const fault = Fault::on(call);
+ssize_t moved(Call call, int from, off64_t offset, size_t n, Real real) {
+    auto const fault = Fault::onMove(call, from, offset, n);
     if (!fault.hits)
         return real(n);
     if (fault.limit == -1) {
@@ -27,8 +28,8 @@ ssize_t moved(Call call, size_t n, Real real) {
 
 } // namespace
 
-Fault::Fault(Call call, ssize_t bytes, int errnoValue, size_t from, size_t howOften)
-    : kind(call), limit(bytes), error(errnoValue), first(from), times(howOften) {
+Fault::Fault(Call call, ssize_t bytes, int errnoValue, size_t from, size_t howOften, off64_t badByte)
+    : kind(call), limit(bytes), error(errnoValue), first(from), times(howOften), sector(badByte) {
     active = this;
 }
 
@@ -36,15 +37,34 @@ Fault::~Fault() {
     active = nullptr;
 }
 
+Fault::Pause::Pause() {
+    ++pauses;
+}
+
+Fault::Pause::~Pause() {
+    --pauses;
+}
+
 Fault::Hit Fault::on(Call call) {
-    bool const isMeant =
-        active != nullptr && (active->kind == call || (active->kind == Call::CHANGE && call != Call::READ));
+    bool const isChange = call != Call::READ && call != Call::MEMORY;
+    bool const isMeant = active != nullptr && pauses == 0 && active->sector == NOWHERE &&
+                         (active->kind == call || (active->kind == Call::CHANGE && isChange));
     if (!isMeant || (active->error == 0 && (call == Call::TRUNCATE || call == Call::ALLOCATE)))
         return {};
     size_t const number = active->count++;
     bool const hits = number >= active->first && number - active->first < active->times;
     bool const isLater = active->error != 0 && number > active->first;
     return {hits, isLater ? -1 : active->limit, active->error};
+}
+
+Fault::Hit Fault::onMove(Call call, int fd, off64_t offset, size_t n) {
+    if (active == nullptr || active->sector == NOWHERE)
+        return on(call);
+    off64_t const from = offset >= 0 ? offset : lseek64(fd, 0, SEEK_CUR);
+    bool const hits =
+        pauses == 0 && call != Call::WRITE && from <= active->sector && active->sector - from < static_cast<off64_t>(n);
+    active->count += hits;
+    return {hits, -1, EIO};
 }
 
 } // namespace android::lumo::test
@@ -57,22 +77,39 @@ using android::lumo::test::Fault;
 using android::lumo::test::moved;
 
 ssize_t __real_read(int fd, void* buffer, size_t n);
+ssize_t __real_pread64(int fd, void* buffer, size_t n, off64_t offset);
 ssize_t __real_write(int fd, void const* bytes, size_t n);
+ssize_t __real_pwrite64(int fd, void const* bytes, size_t n, off64_t offset);
 ssize_t __real_sendfile64(int out, int in, off64_t* offset, size_t n);
+ssize_t __real_copy_file_range(int in, off64_t* from, int out, off64_t* to, size_t n, unsigned flags);
 int __real_ftruncate64(int fd, off64_t size);
 int __real_posix_fallocate64(int fd, off64_t offset, off64_t n);
 int __real_fallocate64(int fd, int mode, off64_t offset, off64_t n);
 
 ssize_t __wrap_read(int fd, void* buffer, size_t n) {
-    return moved(Call::READ, n, [&](size_t left) { return __real_read(fd, buffer, left); });
+    return moved(Call::READ, fd, -1, n, [&](size_t left) { return __real_read(fd, buffer, left); });
+}
+
+ssize_t __wrap_pread64(int fd, void* buffer, size_t n, off64_t offset) {
+    return moved(Call::READ, fd, offset, n, [&](size_t left) { return __real_pread64(fd, buffer, left, offset); });
 }
 
 ssize_t __wrap_write(int fd, void const* bytes, size_t n) {
-    return moved(Call::WRITE, n, [&](size_t left) { return __real_write(fd, bytes, left); });
+    return moved(Call::WRITE, fd, -1, n, [&](size_t left) { return __real_write(fd, bytes, left); });
+}
+
+ssize_t __wrap_pwrite64(int fd, void const* bytes, size_t n, off64_t offset) {
+    return moved(Call::WRITE, fd, offset, n, [&](size_t left) { return __real_pwrite64(fd, bytes, left, offset); });
 }
 
 ssize_t __wrap_sendfile64(int out, int in, off64_t* offset, size_t n) {
-    return moved(Call::SENDFILE, n, [&](size_t left) { return __real_sendfile64(out, in, offset, left); });
+    off64_t const from = offset != nullptr ? *offset : -1;
+    return moved(Call::SENDFILE, in, from, n, [&](size_t left) { return __real_sendfile64(out, in, offset, left); });
+}
+
+ssize_t __wrap_copy_file_range(int in, off64_t* from, int out, off64_t* to, size_t n, unsigned flags) {
+    return moved(Call::SENDFILE, in, from != nullptr ? *from : -1, n,
+                 [&](size_t left) { return __real_copy_file_range(in, from, out, to, left, flags); });
 }
 
 int __wrap_ftruncate64(int fd, off64_t size) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 
 #include <sys/types.h>
@@ -8,8 +9,8 @@
 /// which MediaFile reads or changes a file then passes here first.
 namespace android::lumo::test {
 
-/// CHANGE stands for every call that changes a file: all but READ.
-enum class Call { READ, WRITE, TRUNCATE, SENDFILE, ALLOCATE, CHANGE };
+/// CHANGE stands for every call that changes a file: all but READ. MEMORY is operator new of the whole program.
+enum class Call { READ, WRITE, TRUNCATE, SENDFILE, ALLOCATE, CHANGE, MEMORY };
 
 /// While it lives, `times` calls of one kind, from number `first` (counted from 0) on, go wrong. One at a time.
 class Fault {
@@ -30,6 +31,8 @@ public:
     static Fault cutShort(Call call, ssize_t bytes, int error, size_t first = 0) {
         return {call, bytes, error, first, ALWAYS};
     }
+    /// The byte at `position` of every file cannot be read or copied: EIO for each call that asks for it.
+    static Fault badSector(off64_t position) { return {Call::READ, -1, EIO, 0, ALWAYS, position}; }
     ~Fault();
     Fault(Fault const&) = delete;
     Fault& operator=(Fault const&) = delete;
@@ -44,15 +47,29 @@ public:
         int error;
     };
     static Hit on(Call call);
+    /// The same for a call that moves `n` bytes from `offset` of a descriptor (-1: from where it stands).
+    static Hit onMove(Call call, int fd, off64_t offset, size_t n);
+
+    /// Nothing goes wrong or is counted while it lives: for what a test does between the library's calls.
+    class Pause {
+    public:
+        Pause();
+        ~Pause();
+        Pause(Pause const&) = delete;
+        Pause& operator=(Pause const&) = delete;
+    };
 
 private:
-    Fault(Call kind, ssize_t bytes, int errnoValue, size_t from, size_t howOften);
+    static constexpr off64_t NOWHERE = -1;
+
+    Fault(Call kind, ssize_t bytes, int errnoValue, size_t from, size_t howOften, off64_t badByte = NOWHERE);
 
     Call kind;
     ssize_t limit;
     int error;
     size_t first;
     size_t times;
+    off64_t sector;
     size_t count = 0;
 };
 
