@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string_view>
 
 namespace android::lumo::claims {
 
@@ -165,8 +166,18 @@ uint32_t remove(XMPPacket& packet) {
     return removed;
 }
 
+void removeOlder(XMPPacket& packet) {
+    for (std::string_view const name : PROPERTIES) {
+        if (name.starts_with(MICRO_VIDEO))
+            packet.DeleteProperty(xmp_ns::CAMERA, name.data());
+    }
+}
+
 void setField(XMPPacket& packet, Item const& item, char const* field, std::string const& value) {
     auto const name = prefixOf(item.itemNS.c_str()) + field;
+    if (value.empty())
+        return packet.DeleteStructField(item.containerNS.c_str(), item.structPath.c_str(), item.itemNS.c_str(),
+                                        name.c_str());
     packet.SetStructField(item.containerNS.c_str(), item.structPath.c_str(), item.itemNS.c_str(), name.c_str(), value);
 }
 

@@ -64,7 +64,10 @@ Claims read(XMPPacket const& packet);
 /// their order stay. Whoever holds an index of the packet renews it.
 uint32_t remove(XMPPacket& packet);
 
-/// Sets a field ("Length", "Padding") of an entry.
+/// Takes out the properties of the format before Motion Photo 1.0.
+void removeOlder(XMPPacket& packet);
+
+/// Sets a field ("Length", "Padding") of an entry; an empty value takes it out.
 void setField(XMPPacket& packet, Item const& item, char const* field, std::string const& value);
 
 /// A number of decimal digits; nothing for any other text.

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "MediaFile.h"
+
+#include <cstdint>
+#include <vector>
+
+/// The MPF index of a JPEG that holds several pictures (CIPA DC-007, 5.2): where readers of gain maps look for them.
+///
+///     offset  width  field of the APP2 segment (byte order of its own)
+///     0       4      "MPF\0"
+///     4       8      header: "II*\0" or "MM\0*", offset of the index, counted from here as all others
+///     ...            index: 2-byte count, entries of 12 bytes (tag, type, count, value); tag B002 names the table
+///     ...     16*n   table: 4 attributes, 4 size, 4 offset (0 for the first picture), 4 dependent pictures
+namespace android::lumo::image_index {
+
+struct Image {
+    uint32_t size = 0;
+    uint32_t position = 0;    ///< in the file; may lie outside a file that was cut
+    uint32_t offsetField = 0; ///< where the table holds the offset
+};
+
+struct Index {
+    std::vector<Image> images; ///< the first is the JPEG's own picture
+    uint32_t base = 0;         ///< what the offsets count from
+    bool isBigEndian = false;
+};
+
+/// The first index in front of the scan; empty without one, or where it is damaged.
+Index read(MediaFile const& file);
+
+/// Pictures from `from` on have moved: their offsets are written anew.
+void moved(MediaFile& file, Index const& index, uint32_t from, int64_t distance);
+
+} // namespace android::lumo::image_index

@@ -1,0 +1,108 @@
+#include "MotionClip.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "MovieBoxes.h"
+#include "io/VideoPointer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char RECOGNISED_BRAND[] = "mp42";
+constexpr char QUICK_TIME_BRAND[] = "qt  ";
+constexpr uint32_t BRAND_OFFSET = 8;
+constexpr uint32_t BOX_HEADER_SIZE = 8;
+
+/// A file that is gone with its descriptor.
+int openNameless(std::string const& folder) {
+    if (int const fd = open64(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600); fd >= 0)
+        return fd;
+    // A file system without nameless files: one with a name, for a moment.
+    std::string name = folder + "/motion.XXXXXX";
+    int const fd = mkostemp64(name.data(), O_CLOEXEC);
+    if (fd >= 0)
+        unlink(name.c_str());
+    return fd;
+}
+
+std::shared_ptr<MediaFile> scratchFile(std::string const& wanted) {
+    std::error_code failure;
+    auto const folder = wanted.empty() ? std::filesystem::temp_directory_path(failure).string() : wanted;
+    int const fd = openNameless(folder);
+    if (fd <= 0)
+        throw ErrorAt().as(Error::Code::WRITE_FAILED)("no temporary file in %s: %s", folder.c_str(),
+                                                      std::strerror(errno));
+    auto const file = std::make_shared<MediaFile>(fd); // has a descriptor of its own
+    close(fd);
+    return file;
+}
+
+std::string boxHeader(uint32_t size, char const* type) {
+    uint32_t const stored = __builtin_bswap32(size);
+    return std::string(reinterpret_cast<char const*>(&stored), sizeof(stored)) + type;
+}
+
+/// What a pointer's record could hold has to grow past it.
+uint32_t fillerFor(uint32_t size, MediaDefs::MimeType still) {
+    if (still != MediaDefs::MimeType::IMAGE_JPEG || size > VideoPointer::MAX_RECORD_SIZE)
+        return 0;
+    return std::max(VideoPointer::MAX_RECORD_SIZE + 1 - size, BOX_HEADER_SIZE);
+}
+
+void closeLastBox(MediaFile& copy, movie::Box const& last) {
+    if (!last.toEnd)
+        return;
+    checked::seek(copy, last.position);
+    checked::write(copy, boxHeader(last.size, "").substr(0, sizeof(uint32_t)));
+}
+
+} // namespace
+
+MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs::MimeType still,
+                               ClipOptions const& options) {
+    if (clip == nullptr)
+        throw ErrorAt()("no video given");
+    checked::requireAddressable(*clip);
+    uint32_t const size = clip->size();
+    auto const walk = movie::walk(*clip, 0, size);
+    if (!walk.isSound())
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *clip)("%s is no MP4 or QuickTime movie that begins with 'ftyp' "
+                                                            "(%s); remux it without a new encoding, for example "
+                                                            "with: ffmpeg -i IN -c copy OUT.mp4",
+                                                            clip->getPath().c_str(), walk.fault.c_str());
+    MotionClip prepared{clip, walk.brand, walk.brand != RECOGNISED_BRAND && walk.brand != QUICK_TIME_BRAND,
+                        fillerFor(size, still)};
+    if (prepared.isBrandChanged && options.keepBrand)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED,
+                           *clip)("the video's major brand is \"%s\", motion photos are recognised by \"%s\" or \"%s\"",
+                                  walk.brand.c_str(), RECOGNISED_BRAND, QUICK_TIME_BRAND);
+    if (!prepared.isBrandChanged && prepared.filler == 0)
+        return prepared;
+    prepared.file = scratchFile(options.scratchFolder);
+    MediaFile& copy = *prepared.file;
+    checked::reserve(copy, checked::sizeOf(uint64_t{size} + prepared.filler));
+    checked::seek(copy, 0);
+    checked::copy(clip, prepared.file, 0, size);
+    if (prepared.filler > 0) {
+        checked::write(copy, boxHeader(prepared.filler, "free"));
+        checked::fill(copy, 0, prepared.filler - BOX_HEADER_SIZE);
+        closeLastBox(copy, walk.last);
+    }
+    if (prepared.isBrandChanged) {
+        checked::seek(copy, BRAND_OFFSET);
+        checked::write(copy, std::string(RECOGNISED_BRAND));
+    }
+    return prepared;
+}
+
+} // namespace android::lumo

@@ -1,0 +1,377 @@
+// A photo from one form to the other: with a trailer, for this library's views, or ending with its video.
+//
+//     JPEG published    image, padding, gain map ...                       video
+//     JPEG with trailer image, padding, gain map ...  head of record 2608  video, filler  record Info  tail
+//     HEIC published    image  mpvd [video]  other boxes
+//     HEIC with trailer image  mpvd [video]  other boxes  qrtd [record 2608: pointer, record Info, tail]
+#include "PublishedPhoto.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "MovieBoxes.h"
+#include "PublishedEdit.h"
+#include "StillEnd.h"
+#include "Text.h"
+#include "XMPEditImpl.h"
+#include "io/HEIFMetaWriter.h"
+#include "io/VideoPointer.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace android::lumo::published {
+
+namespace {
+
+/// The record's type that the note of what a movie was is written with.
+constexpr int32_t TYPE_MOTION_PHOTO_INFO = 2610;
+constexpr char RECOGNISED_BRAND[] = "mp42";
+constexpr char QUICK_TIME_BRAND[] = "qt  ";
+constexpr uint32_t BRAND_OFFSET = 8;
+constexpr uint32_t BRAND_SIZE = 4;
+constexpr uint32_t BOX_HEADER_SIZE = 8;
+constexpr uint32_t MIN_XMP_ROOM = 1280;
+constexpr char POINTER_TAG[] = "mpv2";
+
+std::string bigEndian(uint32_t value) {
+    uint32_t const stored = __builtin_bswap32(value);
+    return {reinterpret_cast<char const*>(&stored), sizeof stored};
+}
+
+std::string textOf(ByteBuffer const& bytes) {
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+/// What a movie was before it was changed for the views, as record "MotionPhoto_Info" keeps it.
+struct Note {
+    std::string brand;
+    uint32_t length = 0;
+    uint32_t stored = 0; ///< bytes it takes now: a note about another movie is not followed
+
+    std::string text() const {
+        return "major_brand=" + brand + " length=" + std::to_string(length) + " stored=" + std::to_string(stored);
+    }
+    static std::optional<Note> parse(std::string const& text) {
+        char brand[BRAND_SIZE + 1] = {};
+        unsigned length = 0, stored = 0;
+        // The brand's four characters may be blanks: "%c" takes them.
+        bool const isNote =
+            std::sscanf(text.c_str(), "major_brand=%4c length=%u stored=%u", brand, &length, &stored) == 3;
+        Note const note{brand, length, stored};
+        return isNote && note.text() == text ? std::optional(note) : std::nullopt;
+    }
+};
+
+/// The trailer that a photo gets: record 2608 and, where the movie was changed, the note.
+struct NewTrailer {
+    QRTDataInfo video;
+    QRTDataInfo note;
+    bool hasNote = false;
+
+    void layOut() {
+        video.type = qrt::TYPE_MOTION_PHOTO_DATA;
+        video.name = qrt::NAME_MOTION_PHOTO_DATA;
+        note.type = TYPE_MOTION_PHOTO_INFO;
+        note.name = qrt::NAME_MOTION_PHOTO_INFO;
+        note.dataPayload = note.data.size();
+        note.payload = note.offsetFromTail = hasNote ? note.size() : 0;
+        video.payload = video.size();
+        video.offsetFromTail = video.payload + note.payload;
+    }
+    uint32_t tailSize() const { return trailer::tailSize(hasNote ? 2 : 1); }
+    /// Record, note and tail.
+    uint32_t size() const { return video.offsetFromTail + tailSize(); }
+    uint32_t headSize() const { return video.payload - video.dataPayload; }
+    /// The video's record in front of a movie that stands in the file already.
+    ByteBuffer head() const {
+        ByteBuffer bytes;
+        trailer::appendRecord(bytes, video);
+        return bytes;
+    }
+    /// All that stands behind the video's data.
+    ByteBuffer rest() {
+        ByteBuffer bytes;
+        std::vector<QRTDataInfo*> records{&video};
+        if (hasNote) {
+            trailer::appendRecord(bytes, note);
+            records.push_back(&note);
+        }
+        return bytes.put(trailer::serializeTail(0, records));
+    }
+};
+
+/// What becomes of a movie so that the views take it for one.
+struct Change {
+    bool brand = false;
+    uint32_t filler = 0;
+};
+
+Change changeFor(PhotoLayout const& layout, MotionVideo const& video) {
+    Change change;
+    change.brand = video.brand != RECOGNISED_BRAND && video.brand != QUICK_TIME_BRAND;
+    if (!layout.isHEIC && video.size <= VideoPointer::MAX_RECORD_SIZE)
+        change.filler = std::max(VideoPointer::MAX_RECORD_SIZE + 1 - video.size, BOX_HEADER_SIZE);
+    return change;
+}
+
+/// Records of others than the video, which go with the trailer.
+std::vector<std::string> otherRecords(PhotoLayout const& layout) {
+    std::vector<std::string> names;
+    for (auto const& record : layout.records) {
+        bool const isOwn = record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION;
+        bool const isNote =
+            record.name == qrt::NAME_MOTION_PHOTO_INFO && record.dataPayload < MIN_XMP_ROOM &&
+            Note::parse(textOf(checked::readAt(*layout.file, record.dataPosition, record.dataPayload))).has_value();
+        if (!isOwn && !isNote)
+            names.push_back(record.name);
+    }
+    return names;
+}
+
+std::optional<Note> noteIn(PhotoLayout const& layout, MotionVideo const& video) {
+    for (auto const& record : layout.records) {
+        if (record.name != qrt::NAME_MOTION_PHOTO_INFO || record.dataPayload >= MIN_XMP_ROOM)
+            continue;
+        auto const note = Note::parse(textOf(checked::readAt(*layout.file, record.dataPosition, record.dataPayload)));
+        if (note && note->stored == video.size && video.brand == RECOGNISED_BRAND && note->length <= note->stored)
+            return note;
+    }
+    return std::nullopt;
+}
+
+/// Whether nothing but one 'free' box of zeros stands behind the movie that was.
+bool endsWithFiller(MediaFile const& file, MotionVideo const& video, uint32_t length) {
+    std::string ignored;
+    uint32_t const end = video.position + video.size;
+    auto const box = length < video.size ? movie::boxAt(file, video.position + length, end, ignored) : std::nullopt;
+    return box && box->type == boxType("free") && box->end() == end;
+}
+
+/// A HEIC's XMP may have no room for claims, and none that can be made: then it goes without, if it had none before.
+bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
+    if (!layout.isHEIC)
+        return true;
+    HEIFMetaWriter writer(layout.file);
+    if (writer.xmpRoom() >= size)
+        return true;
+    try {
+        writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, size));
+        return true;
+    } catch (std::runtime_error const&) {
+        rethrowUnlessDamage();
+        if (layout.claims.any())
+            throw;
+        return false;
+    }
+}
+
+/// Tries the packet with the fields it will have, in memory.
+bool takesFields(PhotoLayout const& layout, Fields const& fields) {
+    auto const view = std::make_shared<XMPInfoImpl>(layout.file);
+    setFields(view, layout.file->mimeType(), fields);
+    return canWriteXMP(layout, static_cast<uint32_t>(view->serializeToBuffer().size()));
+}
+
+// To a trailer. -------------------------------------------------------------------------------------------------------
+
+void requireConvertible(PhotoLayout const& layout, MotionVideo const& video) {
+    if (!video.isSound())
+        throw ErrorAt().as(video.status == MotionVideo::Status::NONE ? Error::Code::REFUSED : Error::Code::DAMAGED,
+                           *layout.file)("no sound video to convert: %s",
+                                         video.reason.empty() ? "none is claimed" : video.reason.c_str());
+    if (layout.tail)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED,
+                           *layout.file)("the photo has a trailer already, without the video");
+    if (layout.isHEIC && video.source != MotionVideo::Source::BOX)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)("the video at %zu stands in no box of its own",
+                                                                   size_t{video.position});
+    uint32_t const end = video.position + video.size;
+    auto const* item = layout.claims.video();
+    bool const isLast =
+        layout.isHEIC || end == layout.fileSize ||
+        (item != nullptr && video.source == MotionVideo::Source::DIRECTORY && end + item->padding == layout.fileSize);
+    if (!isLast)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
+            "%zu bytes stand behind the video: in front of a trailer it has to be the last",
+            size_t{layout.fileSize - end});
+}
+
+NewTrailer planTrailer(PhotoLayout const& layout, MotionVideo const& video, Change const& change) {
+    NewTrailer planned;
+    planned.video.dataPayload = layout.isHEIC ? VideoPointer::SIZE : video.size + change.filler;
+    planned.hasNote = change.brand || change.filler > 0;
+    if (planned.hasNote)
+        planned.note.data = ByteBuffer().put(Note{video.brand, video.size, video.size + change.filler}.text());
+    planned.layOut();
+    return planned;
+}
+
+Fields fieldsWithTrailer(PhotoLayout const& layout, MotionVideo const& video, Change const& change,
+                         NewTrailer const& planned) {
+    Fields fields;
+    fields.mime = MediaDefs::mimeString(change.brand ? MediaDefs::MimeType::VIDEO_MP4 : video.mimeType());
+    if (layout.isHEIC) {
+        fields.length = uint64_t{layout.fileSize} - video.position + planned.size() + trailer::BOX_HEADER_SIZE;
+        fields.primaryPadding = layout.videoBox->headerSize;
+    } else {
+        fields.length = uint64_t{planned.video.dataPayload} + planned.size() - planned.video.payload;
+        fields.primaryPadding = planned.headSize();
+        fields.addedInFront = planned.headSize();
+    }
+    return fields;
+}
+
+void putTrailerIntoJPEG(MediaFile& file, uint32_t position, uint32_t size, Change const& change, NewTrailer& planned) {
+    writeAt(file, position, textOf(planned.head()));
+    uint32_t const video = position + planned.headSize();
+    uint32_t end = video + size;
+    if (change.filler > 0) {
+        auto const walk = movie::walk(file, video, size);
+        writeAt(file, end, bigEndian(change.filler) + "free");
+        checked::fill(file, 0, change.filler - BOX_HEADER_SIZE);
+        if (walk.last.toEnd)
+            writeAt(file, walk.last.position, bigEndian(walk.last.size));
+        end += change.filler;
+    }
+    if (change.brand)
+        writeAt(file, video + BRAND_OFFSET, RECOGNISED_BRAND);
+    writeAt(file, end, textOf(planned.rest()));
+}
+
+void putTrailerIntoHEIC(std::shared_ptr<MediaFile> const& file, Change const& change, NewTrailer& planned) {
+    HEIFMetaWriter::closeLastBox(file);
+    PhotoLayout const now(file); // room for the XMP may have moved the box
+    uint32_t const position = now.videoBox->content();
+    planned.video.data = VideoPointer{POINTER_TAG, position, now.videoBox->end() - position}.encode();
+    if (change.brand)
+        writeAt(*file, position + BRAND_OFFSET, RECOGNISED_BRAND);
+    writeAt(*file, now.fileSize,
+            trailer::serializeBoxHeader(planned.size()) + textOf(planned.head()) + textOf(planned.rest()));
+}
+
+// From a trailer. -----------------------------------------------------------------------------------------------------
+
+/// Bytes between the picture's end and the first thing the directory names behind it, which stands `between` bytes in
+/// front of the video.
+std::optional<uint64_t> primaryPaddingOf(PhotoLayout const& layout, uint32_t start) {
+    if (layout.isHEIC)
+        return layout.videoBox ? std::optional<uint64_t>(layout.videoBox->headerSize) : std::nullopt;
+    auto const* video = layout.claims.video();
+    uint64_t between = 0;
+    for (auto const& item : layout.claims.items) {
+        if (!item.isPrimary() && video != nullptr && item.place < video->place)
+            between += item.length;
+    }
+    auto const end = findStillEnd(*layout.file);
+    return end && *end + between <= start ? start - *end - between : 0;
+}
+
+struct Back {
+    uint32_t start = 0;  ///< where the video will begin, before XMP moves it
+    uint32_t length = 0; ///< of the video as it was
+    uint32_t behind = 0; ///< boxes of a HEIC that stay behind it
+    uint32_t cut = 0;    ///< bytes that go at the file's end
+    Fields fields;
+};
+
+Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional<Note> const& note) {
+    uint32_t const end = video.position + video.size;
+    uint32_t const trailerStart = trailer::startOf(*layout.tail);
+    Back back;
+    back.length = note && endsWithFiller(*layout.file, video, note->length) ? note->length : video.size;
+    if (layout.isHEIC) {
+        auto const& last = layout.topLevel.boxes.back();
+        if (last.type != boxType(trailer::BOX_TYPE) || end > last.position)
+            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)("the trailer stands in no box of its own");
+        back.start = video.position;
+        back.behind = last.position - end;
+        back.cut = layout.fileSize - last.position;
+        back.length = video.size; // a box has no filler
+    } else {
+        if (video.position < trailerStart)
+            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)("the video at %zu stands inside the image",
+                                                                       size_t{video.position});
+        back.start = trailerStart;
+        back.cut = layout.fileSize - (video.position + back.length);
+    }
+    back.fields.length = back.length;
+    back.fields.itemPadding = back.behind;
+    back.fields.primaryPadding = primaryPaddingOf(layout, back.start);
+    back.fields.addedInFront = int64_t{back.start} - int64_t{video.position};
+    back.fields.mime = MediaDefs::mimeString(video.mimeType());
+    return back;
+}
+
+} // namespace
+
+Conversion toTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
+    PhotoLayout const layout(photo);
+    auto const video = layout.locate();
+    Conversion done;
+    if (video.isSound() && video.source == MotionVideo::Source::TRAILER) {
+        begin(photo, output);
+        return done;
+    }
+    requireConvertible(layout, video);
+    auto const change = changeFor(layout, video);
+    auto planned = planTrailer(layout, video, change);
+    auto const fields = fieldsWithTrailer(layout, video, change, planned);
+    done.isXMPWritten = takesFields(layout, fields);
+
+    auto const file = begin(photo, output);
+    uint64_t const grown = uint64_t{layout.fileSize} + planned.size() + change.filler + trailer::BOX_HEADER_SIZE;
+    checked::SpaceKeeper const space(file, checked::sizeOf(grown));
+    if (done.isXMPWritten)
+        writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), fields); });
+    if (layout.isHEIC) {
+        putTrailerIntoHEIC(file, change, planned);
+    } else {
+        uint32_t const position = file->size() - (layout.fileSize - video.position);
+        if (position + video.size < file->size())
+            checked::truncate(*file, position + video.size); // padding behind the video
+        moveBytes(file, position, planned.headSize());
+        putTrailerIntoJPEG(*file, position, video.size, change, planned);
+    }
+    done.isChanged = true;
+    done.brand = change.brand ? video.brand : "";
+    done.filler = change.filler;
+    return done;
+}
+
+Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords,
+                       std::shared_ptr<MediaFile> const& output) {
+    PhotoLayout const layout(photo);
+    auto const video = layout.locate();
+    if (!video.isSound())
+        throw ErrorAt().as(video.status == MotionVideo::Status::NONE ? Error::Code::REFUSED : Error::Code::DAMAGED,
+                           *photo)("no sound video to convert: %s",
+                                   video.reason.empty() ? "none is claimed" : video.reason.c_str());
+    Conversion done;
+    if (video.source != MotionVideo::Source::TRAILER) {
+        begin(photo, output);
+        return done;
+    }
+    done.dropped = otherRecords(layout);
+    if (!done.dropped.empty() && !dropRecords)
+        throw ErrorAt().as(Error::Code::REFUSED, *photo)("the trailer holds records that would go: %s",
+                                                         join(done.dropped).c_str());
+    auto const note = noteIn(layout, video);
+    auto const back = planBack(layout, video, note);
+    done.isXMPWritten = takesFields(layout, back.fields);
+
+    auto const file = begin(photo, output);
+    if (done.isXMPWritten)
+        writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), back.fields); });
+    uint32_t const size = file->size();
+    uint32_t const position = size - (layout.fileSize - video.position);
+    checked::truncate(*file, size - back.cut);
+    if (note)
+        writeAt(*file, position + BRAND_OFFSET, note->brand);
+    moveBytes(file, position, int64_t{back.start} - int64_t{video.position});
+    done.isChanged = true;
+    done.brand = note && note->brand != video.brand ? video.brand : "";
+    done.filler = video.size - back.length;
+    return done;
+}
+
+} // namespace android::lumo::published

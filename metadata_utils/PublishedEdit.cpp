@@ -1,0 +1,114 @@
+#include "PublishedEdit.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "ImageIndex.h"
+#include "XMPEditImpl.h"
+#include "XMPInfoImpl.h"
+#include "io/HEIFMetaWriter.h"
+#include "io/VideoPointer.h"
+
+#include <algorithm>
+
+namespace android::lumo::published {
+
+namespace {
+
+constexpr uint32_t MOVE_BUFFER = 1024 * 1024;
+constexpr uint32_t MIN_XMP_ROOM = 1280;
+constexpr char PRIMARY[] = "Primary";
+constexpr char MOTION_PHOTO[] = "MotionPhoto";
+
+/// The entry that stays, or a new one at the directory's end.
+void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still, std::string const& mime) {
+    auto const held = claims::read(*view.getMeta());
+    auto const* video = held.video();
+    bool const isKept = video != nullptr && video->containerNS == xmp_ns::CONTAINER;
+    if (!isKept) {
+        claims::remove(*view.getMeta());
+        view.reindex();
+    }
+    if (held.primary() == nullptr || held.primary()->containerNS != xmp_ns::CONTAINER)
+        edit.setItem(PRIMARY, still);
+    if (!isKept)
+        edit.setItem(MOTION_PHOTO, MediaDefs::mimeTypeOf(mime));
+}
+
+} // namespace
+
+std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
+    if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd()))
+        return photo;
+    uint32_t const size = photo->size();
+    checked::seek(*output, 0);
+    checked::reserve(*output, size);
+    checked::copy(photo, output, 0, size);
+    checked::truncate(*output, size);
+    return output;
+}
+
+void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType still, Fields const& fields) {
+    XMPPacket& packet = *view->getMeta();
+    auto const before = claims::read(packet);
+    XMPEditImpl edit(view);
+    requireEntries(*view, edit, still, fields.mime);
+    claims::removeOlder(packet);
+    edit.setProperty(xmp_ns::CAMERA, MOTION_PHOTO, "1");
+    edit.setProperty(xmp_ns::CAMERA, "MotionPhotoVersion", "1");
+    auto const& moment = before.timestamp.empty() ? before.microVideoTimestamp : before.timestamp;
+    if (!moment.empty())
+        edit.setProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs", moment);
+
+    auto const now = claims::read(packet);
+    auto const* video = now.video();
+    auto const* primary = now.primary();
+    if (video == nullptr || primary == nullptr)
+        throw ErrorAt().as(Error::Code::XMP)("the directory takes no item %s", MOTION_PHOTO);
+    claims::setField(packet, *video, "Length", std::to_string(fields.length));
+    claims::setField(packet, *video, "Padding", std::to_string(fields.itemPadding));
+    if (fields.primaryPadding)
+        claims::setField(packet, *primary, "Padding", std::to_string(*fields.primaryPadding));
+    for (auto const& item : now.items) {
+        if (fields.addedInFront == 0 || item.place + 1 != video->place || item.isPrimary())
+            continue;
+        auto const padding = std::max<int64_t>(0, static_cast<int64_t>(item.padding) + fields.addedInFront);
+        claims::setField(packet, item, "Padding", padding == 0 ? "" : std::to_string(padding));
+    }
+    view->reindex();
+}
+
+void writeXMP(std::shared_ptr<MediaFile> const& file,
+              std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change) {
+    auto const view = std::make_shared<XMPInfoImpl>(file);
+    change(view);
+    if (file->mimeType() == MediaDefs::MimeType::IMAGE_HEIC) {
+        // An item has the room it was written with: more is made before the packet is written.
+        auto const size = static_cast<uint32_t>(view->serializeToBuffer().size());
+        HEIFMetaWriter writer(file);
+        if (writer.xmpRoom() < size)
+            writer.reserveXMP(std::max(MIN_XMP_ROOM, size));
+    }
+    XMPEditImpl(view).commit();
+}
+
+void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance) {
+    if (distance == 0)
+        return;
+    auto const index =
+        file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? image_index::read(*file) : image_index::Index();
+    VideoPointerKeeper keeper(file);
+    checked::seek(*file, from);
+    if (distance > 0)
+        file->shiftRightSafely(static_cast<int>(distance), MOVE_BUFFER);
+    else
+        file->shiftLeftSafely(static_cast<int>(-distance), MOVE_BUFFER, true);
+    keeper.moved(from, distance);
+    image_index::moved(*file, index, from, distance);
+}
+
+void writeAt(MediaFile& file, uint32_t position, std::string const& bytes) {
+    checked::seek(file, position);
+    checked::write(file, bytes);
+}
+
+} // namespace android::lumo::published

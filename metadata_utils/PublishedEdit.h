@@ -1,0 +1,42 @@
+#pragma once
+
+#include "PhotoLayout.h"
+#include "XMPInfoImpl.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// Steps that the edits of published photos share.
+namespace android::lumo::published {
+
+/// The file the edit works on: the photo itself, or the output, which gets all of the photo's bytes.
+std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output);
+
+/// What the XMP says about a video in the end.
+struct Fields {
+    uint64_t length = 0;                    ///< of the item "MotionPhoto"
+    uint64_t itemPadding = 0;               ///< behind the video
+    std::optional<uint64_t> primaryPadding; ///< of the item "Primary"; none: as it is
+    int64_t addedInFront = 0;               ///< bytes that come to stand between the item in front and the video
+    std::string mime = "video/mp4";
+};
+
+/// Changes the packet so that it claims the video once, in the current form: older properties and entries under other
+/// namespaces go, an entry that is there keeps its place and its moment is kept.
+void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType still, Fields const& fields);
+
+/// Changes the file's packet and writes it; the bytes behind it may move, together.
+void writeXMP(std::shared_ptr<MediaFile> const& file,
+              std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change);
+
+/// Moves the bytes from `from` on, at most 1 MiB in memory, and corrects what points to them: the trailer's pointer to
+/// a video, and the MPF index of a JPEG.
+void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance);
+
+/// Writes at a position.
+void writeAt(MediaFile& file, uint32_t position, std::string const& bytes);
+
+} // namespace android::lumo::published

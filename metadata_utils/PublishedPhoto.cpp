@@ -1,0 +1,205 @@
+// The video of a photo out, and a clip in.
+#include "PublishedPhoto.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "Log.h"
+#include "MotionPhotoEdit.h"
+#include "MotionPhotoInfoImpl.h"
+#include "PublishedEdit.h"
+#include "XMPEditImpl.h"
+#include "io/HEIFItems.h"
+
+#include <algorithm>
+
+namespace android::lumo::published {
+
+namespace {
+
+constexpr char LOG_TAG[] = "PublishedPhoto";
+constexpr uint32_t END_OF_IMAGE_SIZE = 2;
+/// Trailer, fields and rounding that come with a clip.
+constexpr uint32_t OVERHEAD = 4096;
+
+/// The bytes a published video takes, counted from the file's end: XMP in front of them may move them, never the end.
+struct Cut {
+    uint32_t size = 0;
+    uint32_t behind = 0; ///< bytes of the file behind it
+    bool takesPrimaryPadding = false;
+    bool isBlanked =
+        false; ///< a box among those of the image: nothing may move there, it becomes a 'free' box of zeros
+};
+
+/// Whether the padding that the primary claims lies between the picture's last two bytes and the video.
+bool isPaddingOfPrimary(PhotoLayout const& layout, claims::Item const& video, uint32_t position) {
+    auto const* primary = layout.claims.primary();
+    if (layout.isHEIC || primary == nullptr || primary->place + 1 != video.place || primary->padding == 0 ||
+        primary->padding > position - std::min(position, END_OF_IMAGE_SIZE))
+        return false;
+    auto const end = position - static_cast<uint32_t>(primary->padding) - END_OF_IMAGE_SIZE;
+    auto const bytes = checked::readAt(*layout.file, end, END_OF_IMAGE_SIZE);
+    return bytes.data()[0] == 0xFF && bytes.data()[1] == 0xD9;
+}
+
+/// Behind the image nothing may be named by its position but by the trailer.
+void requireNoItemBehind(PhotoLayout const& layout, uint32_t position) {
+    auto const* meta = layout.topLevel.find(boxType("meta"));
+    if (meta == nullptr)
+        return;
+    heif::ByteWindow window(*layout.file);
+    heif::Items items;
+    items.parse(window, *meta);
+    for (auto const& each : items.locations) {
+        if (uint64_t{each.base} + each.offset >= position)
+            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
+                "item %zu of the image stands behind the video box at %zu", size_t{each.id}, size_t{position});
+    }
+}
+
+/// The box with its header, whatever it holds.
+Cut planBoxCut(PhotoLayout const& layout) {
+    auto const& box = *layout.videoBox;
+    bool const isBehind = box.position >= layout.topLevel.endOfImage();
+    if (isBehind)
+        requireNoItemBehind(layout, box.position);
+    return {box.size, layout.fileSize - box.end(), false, !isBehind};
+}
+
+Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
+    if (layout.videoBox)
+        return planBoxCut(layout);
+    if (!video.isSound())
+        return {};
+    uint32_t start = video.position;
+    uint32_t end = video.position + video.size;
+    Cut cut;
+    if (auto const* item = layout.claims.video(); item != nullptr && video.source == MotionVideo::Source::DIRECTORY) {
+        end += static_cast<uint32_t>(std::min<uint64_t>(item->padding, layout.fileSize - end));
+        cut.takesPrimaryPadding = isPaddingOfPrimary(layout, *item, start);
+        start -= cut.takesPrimaryPadding ? static_cast<uint32_t>(layout.claims.primary()->padding) : 0;
+    }
+    if (layout.isHEIC && end != layout.fileSize)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED,
+                           *layout.file)("the video at %zu stands in no box of its own and %zu bytes behind it",
+                                         size_t{video.position}, size_t{layout.fileSize - end});
+    cut.size = end - start;
+    cut.behind = layout.fileSize - end;
+    return cut;
+}
+
+void blank(MediaFile& file, uint32_t position, uint32_t size) {
+    writeAt(file, position + sizeof(uint32_t), "free");
+    checked::fill(file, 0, size - static_cast<uint32_t>(2 * sizeof(uint32_t)));
+}
+
+/// The claims first: a movie that nothing claims is found by a scan, a claim that leads nowhere misleads readers.
+void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFile> const& file) {
+    if (layout.claims.any()) {
+        writeXMP(file, [&](auto const& view) {
+            claims::remove(*view->getMeta());
+            auto const left = claims::read(*view->getMeta());
+            bool const hasPadding = left.primary() != nullptr && !left.primary()->paddingText.empty();
+            if (hasPadding && (cut.takesPrimaryPadding || layout.isHEIC)) // a HEIC's is the box's header
+                claims::setField(*view->getMeta(), *left.primary(), "Padding", "0");
+            view->reindex();
+        });
+    }
+    if (cut.size == 0)
+        return;
+    uint32_t const end = file->size() - cut.behind;
+    if (cut.isBlanked)
+        blank(*file, end - cut.size, cut.size);
+    else if (cut.behind == 0)
+        checked::truncate(*file, end - cut.size);
+    else
+        moveBytes(file, end, -int64_t{cut.size});
+}
+
+/// A trailer is the motion-photo editor's own; what it holds of the video goes with it.
+bool isForEditor(PhotoLayout const& layout) {
+    return layout.videoRecord() != nullptr || !layout.trailerFault.empty();
+}
+
+/// All claims out of the editor's packet, whatever form they have; it puts its own in.
+void dropClaims(MotionPhotoEdit& edit) {
+    auto const view = XMPInfoImpl::of(edit.getXMPEdit());
+    claims::remove(*view->getMeta());
+    view->reindex();
+    edit.getXMPEdit().removeProperty(xmp_ns::CAMERA, "MotionPhoto"); // so that the editor knows of the change
+}
+
+void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const& file) {
+    auto const edit = MotionPhotoInfo::parse(file)->edit();
+    edit->removeVideo(file);
+    if (layout.claims.any())
+        dropClaims(*edit);
+    edit->commit();
+}
+
+std::optional<int64_t> durationOf(MediaFile const& clip) {
+    try {
+        return videoDurationUs(clip, 0, clip.size());
+    } catch (std::runtime_error const& error) {
+        rethrowUnlessDamage();
+        LOGW("no duration: %s", error.what());
+        return std::nullopt;
+    }
+}
+
+/// All that adding can be refused for while the photo is as it was.
+void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOptions const& options,
+                    std::shared_ptr<MediaFile> const& clipSource, std::shared_ptr<MediaFile> const& output) {
+    for (auto const& other : {layout.file, output}) {
+        if (other != nullptr && MediaFile::isFdsDup(other->getFd(), clipSource->getFd()))
+            throw ErrorAt()("the video is the photo itself: %s", other->toString().c_str());
+    }
+    if (options.momentUs) {
+        auto const duration = durationOf(*clip.file);
+        if (*options.momentUs < 0 || (duration && *options.momentUs > *duration))
+            throw ErrorAt()("the moment %lld us lies outside the video of %lld us",
+                            static_cast<long long>(*options.momentUs), static_cast<long long>(duration.value_or(0)));
+    }
+    uint32_t const needed = checked::sizeOf(uint64_t{layout.fileSize} + clip.file->size() + OVERHEAD);
+    if (output == nullptr)
+        checked::requireSpace(*layout.file, needed - std::min(needed, layout.locate().size));
+}
+
+} // namespace
+
+MotionVideo removeVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
+    PhotoLayout const layout(photo);
+    auto const video = layout.locate();
+    if (video.status == MotionVideo::Status::NONE && !layout.claims.any())
+        throw ErrorAt()("nothing in %s speaks of a video", photo->getPath().c_str());
+    bool const byEditor = isForEditor(layout);
+    auto const cut = byEditor ? Cut() : planCut(layout, video);
+    auto const file = begin(photo, output);
+    if (byEditor)
+        removeByEditor(layout, file);
+    else
+        takeOut(layout, cut, file);
+    return video;
+}
+
+MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& clip,
+                    AddOptions const& options, std::shared_ptr<MediaFile> const& output) {
+    PhotoLayout const layout(photo);
+    auto const prepared = MotionClip::prepare(clip, photo->mimeType(), options.clip);
+    requireAddable(layout, prepared, options, clip, output);
+    // The editor takes a HEIC's box out itself, in the commit that writes the new one.
+    bool const byEditor = isForEditor(layout) || layout.videoBox.has_value();
+    auto const cut = byEditor ? Cut() : planCut(layout, layout.locate());
+    auto const file = begin(photo, output);
+    if (!byEditor)
+        takeOut(layout, cut, file);
+    auto const edit = MotionPhotoInfo::parse(file)->edit();
+    if (byEditor && layout.claims.any())
+        dropClaims(*edit);
+    edit->addVideo(prepared.file);
+    if (options.momentUs)
+        edit->setPhotoPresentationTimestampUs(static_cast<long>(*options.momentUs));
+    edit->commit();
+    return prepared;
+}
+
+} // namespace android::lumo::published
