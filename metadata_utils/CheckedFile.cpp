@@ -6,7 +6,10 @@
 #include <optional>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace android::lumo::checked {
@@ -28,22 +31,6 @@ uint64_t sizeOnDisk(MediaFile const& file, ErrorAt at) {
 Error::Code codeOf(int failure) {
     bool const isFull = failure == ENOSPC || failure == EDQUOT || failure == EFBIG;
     return isFull ? Error::Code::NO_SPACE : Error::Code::WRITE_FAILED;
-}
-
-/// Fills the buffer as far as the file goes; the position stays. A read that the system refuses throws.
-size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at) {
-    size_t count = 0;
-    while (count < n) {
-        ssize_t const got = pread64(file.getFd(), static_cast<char*>(buffer) + count, n - count,
-                                    static_cast<off64_t>(position + count));
-        if (got < 0 && errno != EINTR)
-            throw at.as(Error::Code::READ_FAILED, file)("fail to read bytes: %zu, expected %zu: %s", count, n,
-                                                        std::strerror(errno));
-        if (got == 0)
-            break;
-        count += static_cast<size_t>(std::max<ssize_t>(got, 0));
-    }
-    return count;
 }
 
 /// For pairs of files that the kernel cannot copy between. Returns the bytes copied.
@@ -76,14 +63,43 @@ std::optional<uint32_t> copyInKernel(std::shared_ptr<MediaFile> const& source, s
     return copied;
 }
 
-/// Space behind the file's end; false where the file system cannot keep any. A failure gives back what it got.
+[[noreturn]] void refuseSpace(MediaFile const& file, uint32_t size, char const* reason, Error::Code code, ErrorAt at) {
+    throw at.as(code, file)("fail to reserve %zu bytes: %s", size_t{size}, reason);
+}
+
+/// A write past the limit would end the process.
+void requireBelowSizeLimit(MediaFile const& file, uint32_t size, ErrorAt at) {
+    rlimit64 limit;
+    if (getrlimit64(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM64_INFINITY && size > limit.rlim_cur)
+        refuseSpace(file, size, "above the limit on the size of files", Error::Code::NO_SPACE, at);
+}
+
+/// For file systems that cannot keep space. One that does not tell its own size is not held against anybody.
+void requireFreeSpace(MediaFile const& file, uint32_t size, uint32_t more, ErrorAt at) {
+    struct statvfs64 disk;
+    if (fstatvfs64(file.getFd(), &disk) != 0 || disk.f_blocks == 0 || disk.f_frsize == 0)
+        return;
+    if (more / disk.f_frsize >= disk.f_bavail)
+        refuseSpace(file, size, std::strerror(ENOSPC), Error::Code::NO_SPACE, at);
+}
+
+/// Space behind the file's end; false where the file system cannot keep any, or none is needed. A failure gives back
+/// what it got.
 bool keepSpace(MediaFile& file, uint32_t size, ErrorAt at) {
+    requireAddressable(file, at);
+    requireBelowSizeLimit(file, size, at);
     auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
+    if (size <= oldSize)
+        return false;
     int const failure = file.reserveBehindEnd(size);
-    if (failure == 0 || failure == EOPNOTSUPP)
-        return failure == 0;
+    if (failure == 0)
+        return true;
+    if (failure == EOPNOTSUPP) {
+        requireFreeSpace(file, size, size - oldSize, at);
+        return false;
+    }
     file.truncate(oldSize);
-    throw at.as(codeOf(failure), file)("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
+    refuseSpace(file, size, std::strerror(failure), codeOf(failure), at);
 }
 
 } // namespace
@@ -154,8 +170,20 @@ void truncate(MediaFile& file, uint32_t size, ErrorAt at) {
         throw at.as(codeOf(errno), file)("fail to truncate to %zu: %s", size_t{size}, std::strerror(errno));
 }
 
+void requireEditable(MediaFile const& file, ErrorAt at) {
+    int const flags = fcntl(file.getFd(), F_GETFL);
+    if (flags < 0)
+        throw at.as(Error::Code::READ_FAILED, file)("fail to ask how the file is opened: %s", std::strerror(errno));
+    if ((flags & O_ACCMODE) != O_RDWR)
+        throw at.as(Error::Code::REFUSED, file)("file is not open for both reading and writing");
+    if ((flags & O_APPEND) != 0)
+        throw at.as(Error::Code::REFUSED, file)("file is open for appending, nothing in it can be changed");
+    requireAddressable(file, at);
+}
+
 void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
     requireAddressable(file, at);
+    requireBelowSizeLimit(file, size, at);
     auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
     if (size <= oldSize)
         return;
@@ -163,20 +191,15 @@ void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
     if (failure == 0)
         return;
     truncate(file, oldSize, at);
-    throw at.as(codeOf(failure), file)("fail to reserve %zu bytes: %s", size_t{size}, std::strerror(failure));
+    refuseSpace(file, size, std::strerror(failure), codeOf(failure), at);
 }
 
 void requireSpace(MediaFile& file, uint32_t size, ErrorAt at) {
-    requireAddressable(file, at);
-    auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
-    if (size <= oldSize || keepSpace(file, size, at))
-        return;
-    reserve(file, size, at);
-    truncate(file, oldSize, at);
+    keepSpace(file, size, at);
 }
 
 SpaceKeeper::SpaceKeeper(std::shared_ptr<MediaFile> const& edited, uint32_t size, ErrorAt at) {
-    if (size > sizeOnDisk(*edited, at) && keepSpace(*edited, size, at))
+    if (keepSpace(*edited, size, at))
         file = edited;
 }
 
@@ -185,6 +208,21 @@ SpaceKeeper::~SpaceKeeper() {
     struct stat64 status;
     if (file != nullptr && fstat64(file->getFd(), &status) == 0 && uint64_t(status.st_size) <= MAX_FILE_SIZE)
         file->truncate(static_cast<uint32_t>(status.st_size));
+}
+
+size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at) {
+    size_t count = 0;
+    while (count < n) {
+        ssize_t const got = pread64(file.getFd(), static_cast<char*>(buffer) + count, n - count,
+                                    static_cast<off64_t>(position + count));
+        if (got < 0 && errno != EINTR)
+            throw at.as(Error::Code::READ_FAILED, file)("fail to read bytes: %zu, expected %zu: %s", count, n,
+                                                        std::strerror(errno));
+        if (got == 0)
+            break;
+        count += static_cast<size_t>(std::max<ssize_t>(got, 0));
+    }
+    return count;
 }
 
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at) {

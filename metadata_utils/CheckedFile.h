@@ -41,6 +41,10 @@ void fill(MediaFile& file, uint8_t value, uint32_t count, ErrorAt at = ErrorAt()
 void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target, uint32_t offset,
           uint32_t size, ErrorAt at = ErrorAt());
 
+/// What every edit in place asks first: a file of less than 4 GiB whose descriptor reads and writes anywhere. One
+/// opened for appending would write everything at the file's end.
+void requireEditable(MediaFile const& file, ErrorAt at = ErrorAt());
+
 /// Cuts the file; "fail to truncate to %zu: %s".
 void truncate(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 
@@ -48,13 +52,13 @@ void truncate(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 /// throws "fail to reserve %zu bytes: %s"; a size that fits already does nothing.
 void reserve(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 
-/// Finds a full disk before an edit whose later steps need the file to have up to `size` bytes; throws what reserve()
-/// throws. Whoever looks at the file sees no change. The space is kept until the file is next cut, where the file
-/// system can keep it.
+/// Finds a full disk, or a limit on the size of files, before an edit whose later steps need the file to have up to
+/// `size` bytes; throws what reserve() throws. Whoever looks at the file sees no change. The space is kept until the
+/// file is next cut, where the file system can keep it; elsewhere the file system is asked how much is free.
 void requireSpace(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 
 /// requireSpace() for a whole edit in place: the space is kept for its steps, and what they did not use goes back when
-/// the object ends. A file system that cannot keep space does not hold the edit up.
+/// the object ends.
 class SpaceKeeper {
 public:
     SpaceKeeper(std::shared_ptr<MediaFile> const& file, uint32_t size, ErrorAt at = ErrorAt());
@@ -65,6 +69,10 @@ public:
 private:
     std::shared_ptr<MediaFile> file; ///< none when there is nothing to give back
 };
+
+/// Fills the buffer from `position` as far as the file goes and returns the bytes read; the file's position stays. A
+/// read that the system refuses throws READ_FAILED.
+size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at = ErrorAt());
 
 /// Exactly `n` bytes from `position`; the range must lie in the file, else "fail to read bytes: %zu, expected %zu". The
 /// file's position stays.

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <exception>
 #include <stdexcept>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,6 +24,11 @@ constexpr char LOG_TAG[] = "MediaFile";
 constexpr size_t SMALL_READ = 4096;
 constexpr size_t ZERO_BLOCK = 64 * 1024;
 constexpr uint16_t JPEG_START = 0xD8FF; ///< FF D8 read in the machine's order
+constexpr size_t TYPE_BYTES = 12;       ///< size, type and major brand of a leading box
+constexpr size_t BRAND_OFFSET = 4;
+constexpr std::string_view HEIC_BRANDS[] = {"ftypheic", "ftypmif1", "ftypheix", "ftyphevc"};
+constexpr std::string_view MP4_BRANDS[] = {"ftypmp42"};
+constexpr std::string_view QUICKTIME_BRANDS[] = {"ftypqt  "};
 
 int flagsOf(std::string const& mode) {
     if (mode == "w")
@@ -35,7 +41,11 @@ uint32_t addressable(off64_t offset) {
     return offset < 0 || offset > off64_t{UINT32_MAX} ? 0 : static_cast<uint32_t>(offset);
 }
 
+/// -1 where there is none to ask for. A regular file's size is one call; others are asked by seeking.
 off64_t sizeKeepingPosition(int fd) {
+    struct stat64 status;
+    if (fstat64(fd, &status) == 0 && S_ISREG(status.st_mode))
+        return status.st_size;
     off64_t const here = lseek64(fd, 0, SEEK_CUR);
     off64_t const end = lseek64(fd, 0, SEEK_END);
     if (lseek64(fd, here, SEEK_SET) != here)
@@ -94,7 +104,7 @@ MediaFile::MediaFile(std::string const& name, std::string const& mode)
         return;
     if (fd == 0)
         close(fd);
-    throw ErrorAt()("fail to open file %s", path.c_str());
+    throw ErrorAt().as(Error::Code::READ_FAILED, *this)("fail to open file %s", path.c_str());
 }
 
 MediaFile::~MediaFile() {
@@ -206,17 +216,19 @@ ByteBuffer MediaFile::readAllBytes() const {
 // Writing. ------------------------------------------------------------------------------------------------------------
 
 ssize_t MediaFile::write(void const* bytes, uint32_t n) {
-    return ::write(fd, bytes, n);
+    ssize_t const written = ::write(fd, bytes, n);
+    changeCount += written > 0 ? 1 : 0;
+    return written;
 }
 
 ssize_t MediaFile::write(std::string const& bytes) {
-    return ::write(fd, bytes.data(), bytes.size());
+    return write(bytes.data(), static_cast<uint32_t>(bytes.size()));
 }
 
 template<class T>
 ssize_t MediaFile::write(T value, uint32_t count) {
     std::vector<T> const copies(count, value);
-    return ::write(fd, copies.data(), copies.size() * sizeof(T));
+    return write(copies.data(), static_cast<uint32_t>(copies.size() * sizeof(T)));
 }
 
 template ssize_t MediaFile::write(uint8_t value, uint32_t count);
@@ -224,10 +236,12 @@ template ssize_t MediaFile::write(uint16_t value, uint32_t count);
 template ssize_t MediaFile::write(int32_t value, uint32_t count);
 
 int MediaFile::truncate(uint32_t size) {
+    off64_t const before = sizeKeepingPosition(fd);
     int result = 0;
     do
         result = ftruncate64(fd, size);
     while (result != 0 && errno == EINTR);
+    changeCount += result == 0 && before != off64_t{size} ? 1 : 0;
     return result;
 }
 
@@ -241,7 +255,10 @@ int MediaFile::reserve(uint32_t size) {
     do
         failure = posix_fallocate64(fd, end, off64_t{size} - end);
     while (failure == EINTR);
-    return isUnsupported(failure) ? extendWithZeros(fd, end, size) : failure;
+    if (isUnsupported(failure))
+        failure = extendWithZeros(fd, end, size);
+    changeCount += failure == 0 ? 1 : 0;
+    return failure;
 }
 
 int MediaFile::reserveBehindEnd(uint32_t size) {
@@ -285,15 +302,15 @@ bool MediaFile::isJPEG(std::shared_ptr<MediaFile> const& file) {
 }
 
 bool MediaFile::isHEIC(std::shared_ptr<MediaFile> const& file) {
-    return isBoxHeaderTypeOf(file, "ftypheic", "ftypmif1", "ftypheix", "ftyphevc");
+    return isBoxHeaderTypeOf(file, std::vector<std::string>(std::begin(HEIC_BRANDS), std::end(HEIC_BRANDS)));
 }
 
 bool MediaFile::isMP4Video(std::shared_ptr<MediaFile> const& file) {
-    return isBoxHeaderTypeOf(file, "ftypmp42");
+    return isBoxHeaderTypeOf(file, std::vector<std::string>(std::begin(MP4_BRANDS), std::end(MP4_BRANDS)));
 }
 
 bool MediaFile::isMOVVideo(std::shared_ptr<MediaFile> const& file) {
-    return isBoxHeaderTypeOf(file, "ftypqt  ");
+    return isBoxHeaderTypeOf(file, std::vector<std::string>(std::begin(QUICKTIME_BRANDS), std::end(QUICKTIME_BRANDS)));
 }
 
 bool MediaFile::checkFileType(std::function<bool()> const& test, long offset) const {
@@ -307,35 +324,48 @@ bool MediaFile::checkFileType(std::function<bool()> const& test, long offset) co
     }
 }
 
+/// The bytes that tell a file's type. A pipe, which has no position to read from, has none; any other read that the
+/// system refuses throws.
+std::string MediaFile::typeBytes() const {
+    std::string bytes(TYPE_BYTES, '\0');
+    ssize_t count = 0;
+    do
+        count = pread64(fd, bytes.data(), bytes.size(), 0);
+    while (count < 0 && errno == EINTR);
+    if (count < 0 && errno != ESPIPE)
+        throw ErrorAt().as(Error::Code::READ_FAILED, *this)("fail to read bytes: 0, expected %zu: %s", bytes.size(),
+                                                            std::strerror(errno));
+    if (count < ssize_t{sizeof JPEG_START})
+        LOGE("fail to read mime type: %zd bytes", count);
+    bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    return bytes;
+}
+
 MediaDefs::MimeType MediaFile::mimeType() const {
     using enum MediaDefs::MimeType;
-    struct Detector {
-        bool (*test)(std::shared_ptr<MediaFile> const&);
+    if (cachedMimeType != NONE)
+        return cachedMimeType;
+    static_cast<void>(shared_from_this()); // std::bad_weak_ptr for an object that nobody shares
+    std::string const bytes = typeBytes();
+    auto const begins = [brand =
+                             std::string_view(bytes).substr(std::min(bytes.size(), BRAND_OFFSET))](auto const& brands) {
+        return std::find(std::begin(brands), std::end(brands), brand) != std::end(brands);
+    };
+    struct Type {
+        bool isIt;
         MediaDefs::MimeType type;
         char const* name;
     };
-    static constexpr Detector DETECTORS[] = {
-        {isJPEG, IMAGE_JPEG, "JPEG image"},
-        {isHEIC, IMAGE_HEIC, "HEIC image"},
-        {isMP4Video, VIDEO_MP4, "mp4 video"},
-        {isMOVVideo, VIDEO_QUICKTIME, "mov video"},
-    };
-    if (cachedMimeType != NONE)
-        return cachedMimeType;
-    uint32_t const start = position();
-    auto const self = std::const_pointer_cast<MediaFile>(shared_from_this());
-    for (auto const& [test, type, name] : DETECTORS) {
-        if (checkFileType([&, accepts = test] { return accepts(self); }, 0)) {
-            LOGI("mimeType: %s", name);
-            cachedMimeType = type;
-            break;
-        }
+    for (auto const& [isIt, type, name] :
+         {Type{bytes.starts_with("\xFF\xD8"), IMAGE_JPEG, "JPEG image"},
+          Type{begins(HEIC_BRANDS), IMAGE_HEIC, "HEIC image"}, Type{begins(MP4_BRANDS), VIDEO_MP4, "mp4 video"},
+          Type{begins(QUICKTIME_BRANDS), VIDEO_QUICKTIME, "mov video"}}) {
+        if (!isIt)
+            continue;
+        LOGI("mimeType: %s", name);
+        return cachedMimeType = type;
     }
-    if (position(start) != start)
-        throw ErrorAt()("Failed to restore file position to %zu", size_t{start});
-    if (cachedMimeType == NONE)
-        throw ErrorAt()("not supported or broken file type");
-    return cachedMimeType;
+    throw ErrorAt().as(Error::Code::UNSUPPORTED)("not supported or broken file type");
 }
 
 } // namespace android::lumo

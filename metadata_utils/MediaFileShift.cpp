@@ -170,6 +170,7 @@ void MediaFile::shiftLeftSafely(int shift, uint32_t bufferSize, bool cut) {
     uint32_t const distance = static_cast<uint32_t>(shift);
     if (distance == 0)
         return;
+    checked::requireSpace(*this, tail.end - distance, error());
     ShiftStrategy const forwards{
         [&] { return tail.start; },
         [&](uint32_t read) { return read - distance; },
@@ -190,6 +191,7 @@ int64_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long off
         ssize_t const n = sendfile64(target->fd, fd, &from, wanted - sent);
         if (n > 0) {
             sent += static_cast<uint32_t>(n);
+            ++target->changeCount;
         } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
             int const failure = n == 0 ? ENODATA : errno;
             LOGE("sendfile failed: %s", std::strerror(failure));

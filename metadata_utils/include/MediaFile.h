@@ -95,7 +95,7 @@ public:
     /// Runs `test` at `offset`; a standard exception of the seek or the test is logged and answers false.
     bool checkFileType(std::function<bool()> const& test, long offset) const;
     /// JPEG, HEIC, MP4 or QuickTime, found once and remembered; the position is kept. Another type throws
-    /// "not supported or broken file type".
+    /// "not supported or broken file type", a read that the system refuses an Error of its own.
     MediaDefs::MimeType mimeType() const;
 
     // In-place shifting and transfer. ---------------------------------------------------------------------------
@@ -135,9 +135,14 @@ public:
     /// where the file system cannot do it.
     int reserveBehindEnd(uint32_t size);
 
+    /// Calls through this handle that changed the file so far: what was written, copied in, cut or grown. An edit that
+    /// failed has left the file as it was where this number is what it was before.
+    uint64_t changes() const { return changeCount; }
+
 private:
     /// The run of bytes that a shift moves, and how far the shift has come.
     struct Tail;
+    std::string typeBytes() const;
     Tail tailToShift(char const* name, int shift, bool towardsStart) const;
     void moveTail(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
     void moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
@@ -146,6 +151,7 @@ private:
     int fd;
     std::string path;
     mutable MediaDefs::MimeType cachedMimeType = MediaDefs::MimeType::NONE;
+    uint64_t changeCount = 0;
 };
 
 /// Opens a gap of `shift` bytes at `position` and writes a JPEG segment header into it: marker and length, both

@@ -27,12 +27,13 @@ bool passImageIndex(MediaFile const& file, uint32_t position) {
            std::memcmp(bytes.data() + HEADER_SIZE, INDEX_IDENTIFIER, sizeof INDEX_IDENTIFIER) == 0;
 }
 
-/// At the trailer's first record. A trailer that cannot be read is none.
+/// At the trailer's first record. A damaged trailer is none.
 uint32_t endOfImage(MediaFile const& file) {
     try {
         if (auto const tail = trailer::readTail(file))
             return trailer::startOf(*tail);
-    } catch (std::runtime_error const&) {
+    } catch (std::exception const&) {
+        rethrowUnlessDamage();
         // Whoever edits the trailer will say so.
     }
     return file.size();

@@ -45,7 +45,7 @@ struct VideoPointer {
 class VideoPointerKeeper {
 public:
     /// Looks for a trailer record 2608 of the short form; a file without one (or with a damaged trailer) needs
-    /// nothing.
+    /// nothing; one that cannot be read throws.
     explicit VideoPointerKeeper(std::shared_ptr<MediaFile> const& file);
 
     /// The bytes from `from` on have moved by `distance` (negative: towards the start): a pointer to one of them is
