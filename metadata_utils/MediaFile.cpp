@@ -222,13 +222,13 @@ ssize_t MediaFile::write(void const* bytes, uint32_t n) {
 }
 
 ssize_t MediaFile::write(std::string const& bytes) {
-    return write(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    return write(static_cast<void const*>(bytes.data()), static_cast<uint32_t>(bytes.size()));
 }
 
 template<class T>
 ssize_t MediaFile::write(T value, uint32_t count) {
     std::vector<T> const copies(count, value);
-    return write(copies.data(), static_cast<uint32_t>(copies.size() * sizeof(T)));
+    return write(static_cast<void const*>(copies.data()), static_cast<uint32_t>(copies.size() * sizeof(T)));
 }
 
 template ssize_t MediaFile::write(uint8_t value, uint32_t count);
