@@ -17,10 +17,9 @@ constexpr uint32_t MAX_HEADER = 16;
 constexpr size_t MAX_BOXES = 65536;
 /// 64-bit header and the marker of a debug info.
 constexpr uint32_t LOOK_AHEAD = MAX_HEADER + 4;
-constexpr std::array<uint8_t, 4> DEBUG_INFO_MARKER = {'c', 'd', 'i', 'f'};
 constexpr std::array IMAGE_BOXES = {boxType("ftyp"), boxType("styp"), boxType("meta"), boxType("mdat"),
                                     boxType("moov"), boxType("moof"), boxType("meco")};
-constexpr std::array TRAILING_BOXES = {boxType("mpvd"), boxType("qrtd")};
+constexpr std::array TRAILING_BOXES = {VIDEO_BOX, TRAILER_BOX};
 
 /// The messages of the scan are the reader's.
 ErrorAt readerError(int line = __builtin_LINE()) {
@@ -36,9 +35,9 @@ bool isTrailing(TopLevelBox const& box) {
 }
 
 bool beginsWithMarker(std::span<uint8_t const> start, BoxHeader const& header) {
-    size_t const end = header.headerSize + DEBUG_INFO_MARKER.size();
+    size_t const end = header.headerSize + sizeof DEBUG_INFO_MARKER;
     return header.size >= end && start.size() >= end &&
-           std::equal(DEBUG_INFO_MARKER.begin(), DEBUG_INFO_MARKER.end(), start.begin() + header.headerSize);
+           BoxCursor(start.subspan(header.headerSize), 0, header.type).u32() == DEBUG_INFO_MARKER;
 }
 
 Error faultOf(BoxFault fault, BoxHeader const& header, size_t left) {

@@ -2,6 +2,7 @@
 
 #include "ErrorAt.h"
 #include "Log.h"
+#include "boxes/ItemBoxes.h"
 
 #include <algorithm>
 #include <map>
@@ -24,93 +25,34 @@ uint64_t startOf(HEIFMetaReader::ItemLocation const& location) {
     return uint64_t{location.base} + location.offset;
 }
 
-/// The widths that the fields of 'iloc' may have: 0 (absent), 4 or 8 bytes.
-bool isFieldSize(unsigned width) {
-    return width == 0 || width == 4 || width == 8;
-}
-
-/// The head of 'iloc' that says how its entries are stored.
-///
-/// | offset | width  | name (big-endian)                                   |
-/// |--------|--------|-----------------------------------------------------|
-/// | 0      | 1 + 3  | version, flags                                      |
-/// | 4      | 4 bits | offset size                                         |
-/// | 4.5    | 4 bits | length size                                         |
-/// | 5      | 4 bits | base offset size                                    |
-/// | 5.5    | 4 bits | index size (versions 1 and 2)                       |
-/// | 6      | 2 or 4 | item count (4 bytes in version 2)                   |
-struct LocationFormat {
-    uint8_t version = 0;
-    unsigned offsetSize = 0;
-    unsigned lengthSize = 0;
-    unsigned baseSize = 0;
-    unsigned indexSize = 0;
-    uint32_t count = 0;
-
-    explicit LocationFormat(BoxCursor& cursor) {
-        version = readFullBoxHeader(cursor).version;
-        if (cursor.left() < 2)
-            throw readerError()("iloc read error");
-        unsigned const sizes = cursor.u8();
-        unsigned const more = cursor.u8();
-        offsetSize = sizes >> 4;
-        lengthSize = sizes & 15;
-        baseSize = more >> 4;
-        indexSize = hasMethod() ? more & 15 : 0;
-        count = version == 2 ? cursor.u32() : cursor.u16();
-    }
-
-    bool hasMethod() const { return version == 1 || version == 2; }
-    unsigned idSize() const { return version == 2 ? 4 : 2; }
-    unsigned smallestEntry() const { return idSize() + (hasMethod() ? 2 : 0) + 2 + 2; }
-};
+constexpr unsigned METHOD_FILE = 0;
+constexpr unsigned METHOD_ITEM_DATA = 1;
+constexpr unsigned INDEX_BYTES = 4;
+constexpr size_t LOCATION_FIELDS = FULL_BOX_FIELDS + 2; ///< up to the widths of the others
 
 /// A field of 0, 4 or 8 bytes, of which the low 32 bits are kept; `fits` tells whether the rest was zero.
-uint32_t lowBits(BoxCursor& cursor, unsigned width, bool& fits) {
-    if (!isFieldSize(width))
-        throw readerError()("iloc invalid size field");
-    uint64_t const value = cursor.number(width);
+uint32_t lowBits(uint64_t value, unsigned width, bool& fits) {
+    if (!boxes::LocationReader::isRegular(width))
+        throw readerError().as(Error::Code::DAMAGED)("iloc invalid size field");
     fits = fits && value <= UINT32_MAX;
     return static_cast<uint32_t>(value);
 }
 
-constexpr unsigned METHOD_FILE = 0;
-constexpr unsigned METHOD_ITEM_DATA = 1;
-constexpr unsigned INDEX_BYTES = 4;
-
-struct LocationEntry {
+/// The one extent of an entry whose head was read last: index, offset and length.
+HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::ItemLocation const& head) {
     HEIFMetaReader::ItemLocation location;
-    unsigned method = METHOD_FILE;
-};
-
-/// One entry of 'iloc'.
-///
-/// | width       | name (big-endian)                                                   |
-/// |-------------|---------------------------------------------------------------------|
-/// | 2 or 4      | item id (4 bytes in version 2)                                      |
-/// | 2           | construction method, low 4 bits (versions 1 and 2)                  |
-/// | 2           | data reference index, 0: this file                                  |
-/// | base size   | base offset                                                         |
-/// | 2           | extent count, always 1 here                                         |
-/// | 4           | extent index, only where the index size is not 0                    |
-/// | offset size | extent offset                                                       |
-/// | length size | extent length                                                       |
-LocationEntry readLocation(BoxCursor& cursor, LocationFormat const& format) {
-    LocationEntry entry;
-    auto& location = entry.location;
-    location.id = static_cast<uint32_t>(cursor.number(format.idSize()));
-    if (format.hasMethod())
-        entry.method = cursor.u16() & 15U;
-    bool const isIndexPassedOver = format.indexSize == 0 || format.indexSize == INDEX_BYTES;
-    location.isExact = cursor.u16() == 0 && isIndexPassedOver; // else what follows is read off its place
-    location.base = lowBits(cursor, format.baseSize, location.isExact);
-    if (cursor.u16() != 1)
-        throw readerError()("multi extent not supported");
-    if (format.indexSize != 0)
-        cursor.skip(INDEX_BYTES); // whatever the index size: no writer uses another
-    location.offset = lowBits(cursor, format.offsetSize, location.isExact);
-    location.length = lowBits(cursor, format.lengthSize, location.isExact);
-    return entry;
+    location.id = head.id;
+    bool const isIndexPassedOver = head.indexWidth == 0 || head.indexWidth == INDEX_BYTES;
+    location.isExact = head.dataReference == 0 && isIndexPassedOver; // else what follows is read off its place
+    location.base = lowBits(head.base, reader.baseWidth(), location.isExact);
+    if (head.extentCount != 1)
+        throw readerError().as(Error::Code::UNSUPPORTED)("multi extent not supported");
+    auto& fields = reader.rest();
+    if (head.indexWidth != 0)
+        fields.skip(INDEX_BYTES); // whatever the index size: no writer uses another
+    location.offset = lowBits(fields.number(head.offsetWidth), head.offsetWidth, location.isExact);
+    location.length = lowBits(fields.number(head.lengthWidth), head.lengthWidth, location.isExact);
+    return location;
 }
 
 } // namespace
@@ -137,7 +79,7 @@ void Items::parse(ByteWindow& window, TopLevelBox const& meta) {
 void Items::parseChild(ByteWindow& window, BoxType type, uint32_t position, uint32_t size) {
     struct Parser {
         BoxType type;
-        void (Items::*parse)(BoxCursor payload);
+        void (Items::*parse)(BoxView const& box);
     };
     static constexpr Parser PARSERS[] = {
         {boxType("iinf"), &Items::parseIINFBox},
@@ -150,66 +92,40 @@ void Items::parseChild(ByteWindow& window, BoxType type, uint32_t position, uint
     for (auto const& [parsedType, parseBox] : PARSERS) {
         if (type != parsedType)
             continue;
-        boxes[boxTypeText(type)] = {boxTypeText(type), position, size};
         BoxCursor cursor(window.at(position, size), position, boxType("meta"));
-        (this->*parseBox)(cursor.box().payload());
+        (this->*parseBox)(cursor.box());
     }
 }
 
-/// | offset | width  | name (big-endian)                              |
-/// |--------|--------|------------------------------------------------|
-/// | 0      | 1 + 3  | version, flags                                 |
-/// | 4      | 2 or 4 | entry count (2 bytes in version 0)             |
-/// | then   | ...    | entries, boxes 'infe'                          |
-void Items::parseIINFBox(BoxCursor payload) {
-    uint8_t const version = readFullBoxHeader(payload).version;
-    uint32_t const count = version == 0 ? payload.u16() : payload.u32();
-    LOGI("entry count = %d", static_cast<int>(count));
-    payload.requireEntries(count, BOX_HEADER);
-    for (uint32_t i = 0; i < count; ++i) {
-        lumo::Box const entry = payload.box();
-        if (entry.type() == boxType("infe"))
-            parseInfe(entry.payload());
+void Items::parseIINFBox(BoxView const& iinf) {
+    boxes::ItemInfoReader reader(iinf);
+    LOGI("entry count = %d", static_cast<int>(reader.count()));
+    while (auto const item = reader.next()) {
+        int const id = static_cast<int>(item->id);
+        if (item->type == boxType("Exif"))
+            exifIds.push_back(id);
+        if (item->type == boxType("mime"))
+            mimeIds.push_back(id);
+        if (item->isXmp() && item->contentEncoding.empty() && item->protectionIndex == 0)
+            packetIds.insert(id);
     }
 }
 
-/// | offset | width  | name (big-endian)                                                          |
-/// |--------|--------|----------------------------------------------------------------------------|
-/// | 0      | 1 + 3  | version (2 or 3; older ones have no item type and are passed over), flags  |
-/// | 4      | 2 or 4 | item id (4 bytes in version 3)                                             |
-/// | then   | 2      | protection index                                                           |
-/// | then   | 4      | item type                                                                  |
-/// | then   | ...    | zero-terminated: item name; for 'mime' content type and content encoding   |
-void Items::parseInfe(BoxCursor entry) {
-    uint8_t const version = readFullBoxHeader(entry).version;
-    if (version != 2 && version != 3)
-        return;
-    int const id = static_cast<int>(version == 2 ? entry.u16() : entry.u32());
-    uint16_t const protection = entry.u16();
-    BoxType const type = entry.u32();
-    if (type == boxType("Exif"))
-        exifIds.push_back(id);
-    if (type != boxType("mime"))
-        return;
-    mimeIds.push_back(id);
-    entry.text();
-    bool const isPacket = entry.text() == XMP_CONTENT_TYPE;
-    if (isPacket && entry.text().empty() && protection == 0)
-        packetIds.insert(id);
-}
-
-void Items::parseILOCBox(BoxCursor payload) {
-    LocationFormat const format(payload);
-    payload.requireEntries(format.count, format.smallestEntry());
-    for (uint32_t i = 0; i < format.count; ++i) {
-        LocationEntry const entry = readLocation(payload, format);
-        if (entry.method == METHOD_FILE)
-            locations.push_back(entry.location);
-        else if (entry.method == METHOD_ITEM_DATA)
-            inItemData.push_back(entry.location);
+void Items::parseILOCBox(BoxView const& iloc) {
+    if (iloc.payload().left() < LOCATION_FIELDS)
+        throw readerError().as(Error::Code::DAMAGED)("iloc read error");
+    boxes::LocationReader reader(iloc, boxes::LocationReader::Widths::Any);
+    while (auto const head = reader.nextHead()) {
+        ItemLocation const location = readExtent(reader, *head);
+        if (head->method() == METHOD_FILE)
+            locations.push_back(location);
+        else if (head->method() == METHOD_ITEM_DATA)
+            inItemData.push_back(location);
     }
 }
 
+/// Unlike the other reader of references this one ends at a size below 8, and keeps the first to-item alone.
+///
 /// | offset | width  | name (big-endian)                                                               |
 /// |--------|--------|---------------------------------------------------------------------------------|
 /// | 0      | 1 + 3  | version, flags                                                                  |
@@ -217,7 +133,8 @@ void Items::parseILOCBox(BoxCursor payload) {
 /// | 8      | 2 or 4 | from-item id (2 bytes in version 0 of 'iref')                                   |
 /// | then   | 2      | number of to-items, 1 or more                                                   |
 /// | then   | ...    | to-item ids of the same width, of which the first is kept                       |
-void Items::parseIREFBox(BoxCursor payload) {
+void Items::parseIREFBox(BoxView const& iref) {
+    BoxCursor payload = iref.payload();
     unsigned const idSize = readFullBoxHeader(payload).version == 0 ? 2 : 4;
     while (payload.left() >= BOX_HEADER) {
         uint32_t const size = payload.u32();
@@ -233,9 +150,8 @@ void Items::parseIREFBox(BoxCursor payload) {
     }
 }
 
-void Items::parsePITMBox(BoxCursor payload) {
-    uint8_t const version = readFullBoxHeader(payload).version;
-    primaryId = version == 0 ? payload.u16() : payload.u32();
+void Items::parsePITMBox(BoxView const& pitm) {
+    primaryId = boxes::readPrimaryId(pitm);
 }
 
 /// Method 1 counts from the content of 'idat': from here on the position is the file's. A range outside it is nowhere.

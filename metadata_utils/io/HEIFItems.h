@@ -3,7 +3,6 @@
 #include "HEIFBoxScan.h"
 #include "HEIFMetaReader.h"
 
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -15,7 +14,6 @@ namespace android::lumo::heif {
 /// read through cursors, so no child reads past its parent, and lists stay in proportion to the bytes they come from.
 class Items {
 public:
-    using Box = HEIFMetaReader::Box;
     using ItemLocation = HEIFMetaReader::ItemLocation;
     using ItemReference = HEIFMetaReader::ItemReference;
 
@@ -38,15 +36,13 @@ public:
     std::optional<uint32_t> primaryId;
     std::vector<ItemReference> references;
     std::vector<ItemLocation> locations;
-    std::map<std::string, Box> boxes; ///< the item boxes parsed so far
 
 private:
     void parseChild(ByteWindow& window, BoxType type, uint32_t position, uint32_t size);
-    void parseIINFBox(BoxCursor payload);
-    void parseInfe(BoxCursor entry);
-    void parseILOCBox(BoxCursor payload);
-    void parseIREFBox(BoxCursor payload);
-    void parsePITMBox(BoxCursor payload);
+    void parseIINFBox(BoxView const& iinf);
+    void parseILOCBox(BoxView const& iloc);
+    void parseIREFBox(BoxView const& iref);
+    void parsePITMBox(BoxView const& pitm);
     void settleItemDataLocations();
 
     uint32_t fileSize = 0;

@@ -17,8 +17,6 @@ namespace {
 
 constexpr char LOG_TAG[] = "HEIFMetaWriter";
 constexpr char SOURCE[] = "metadata_utils/io/HEIFMetaWriter";
-constexpr BoxType VIDEO_BOX = boxType("mpvd");
-constexpr BoxType TRAILER_BOX = boxType("qrtd");
 /// Size, "free", "cdif".
 constexpr uint32_t DEBUG_INFO_HEADER = 12;
 /// Only damage gives a file more than one; each costs a move of all that follows.

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "metadata_utils/io/BoxBounds.h"
+#include "boxes/BoxBounds.h"
 #include "support/HeicBuilder.h"
 
 using namespace android::lumo;

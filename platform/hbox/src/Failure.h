@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "metadata_utils/io/BoxBounds.h"
+#include "boxes/BoxBounds.h"
 
 namespace hbox {
 
@@ -38,7 +38,8 @@ int32_t guarded(Body&& body) noexcept {
     } catch (Failure const& error) {
         return reportFailure(error.code(), error.what());
     } catch (android::lumo::BoxError const& error) {
-        return reportFailure(HBOX_ERR_FORMAT, error.reason());
+        bool const isDamage = error.kind() == android::lumo::BoxError::Kind::Damaged;
+        return reportFailure(isDamage ? HBOX_ERR_FORMAT : HBOX_ERR_UNSUPPORTED, error.reason());
     } catch (std::bad_alloc const&) {
         return reportFailure(HBOX_ERR_MEMORY, "out of memory");
     } catch (std::exception const& error) {

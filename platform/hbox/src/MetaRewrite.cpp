@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "BoxWriter.h"
 #include "Failure.h"
+#include "boxes/BoxWriter.h"
 
 namespace hbox {
 
@@ -15,7 +15,7 @@ using android::lumo::readFullBoxHeader;
 
 namespace {
 
-FullBoxHeader headerOf(Box const& box) {
+FullBoxHeader headerOf(BoxView const& box) {
     BoxCursor cursor = box.payload();
     return readFullBoxHeader(cursor);
 }
@@ -42,7 +42,7 @@ void writeXmpItemInfo(BoxWriter& writer, uint32_t id) {
 
 } // namespace
 
-std::vector<uint8_t> rewriteItemInfos(Box const& iinf, XmpTarget const& target) {
+std::vector<uint8_t> rewriteItemInfos(BoxView const& iinf, XmpTarget const& target) {
     ItemInfoReader reader(iinf);
     unsigned const countWidth = reader.version() == 0 ? 2 : 4;
     uint32_t const largest = reader.version() == 0 ? UINT16_MAX : UINT32_MAX;
@@ -98,7 +98,7 @@ void writeDescribes(BoxWriter& writer, XmpTarget const& target, unsigned idWidth
 
 } // namespace
 
-std::vector<uint8_t> rewriteReferences(std::optional<Box> const& iref, XmpTarget const& target) {
+std::vector<uint8_t> rewriteReferences(std::optional<BoxView> const& iref, XmpTarget const& target) {
     bool const needsWide = std::max(target.id, target.primary) > UINT16_MAX;
     FullBoxHeader const header = iref ? headerOf(*iref) : FullBoxHeader{static_cast<uint8_t>(needsWide ? 1 : 0), 0};
     if (needsWide && header.version == 0)
@@ -170,8 +170,8 @@ void requireSimple(ItemLocation const& location) {
 NewLocation relocated(ItemLocation location, Mover const& move) {
     NewLocation fresh{location.id, location.construction, std::nullopt};
     if (location.extentCount == 1) {
-        Extent const extent = location.nextExtent();
-        fresh.extent = FileRange{move(location, {extent.offset, extent.length}), extent.length};
+        FileRange const extent = location.nextExtent();
+        fresh.extent = FileRange{move(location, {extent.position, extent.length}), extent.length};
     }
     return fresh;
 }
@@ -185,7 +185,7 @@ void requireDistinct(std::vector<uint32_t> ids) {
 
 } // namespace
 
-std::vector<uint8_t> rewriteLocations(Box const& iloc, XmpTarget const& target, FileRange room, Mover const& move) {
+std::vector<uint8_t> rewriteLocations(BoxView const& iloc, XmpTarget const& target, FileRange room, Mover const& move) {
     LocationReader reader(iloc);
     uint8_t const version = reader.version();
     NewLocation const xmp{target.id, 0, room};

@@ -4,9 +4,9 @@
 #include <string_view>
 #include <utility>
 
-#include "BoxWriter.h"
 #include "Failure.h"
 #include "MetaRewrite.h"
+#include "boxes/BoxWriter.h"
 #include "hboxm.h"
 
 namespace hbox {
@@ -38,7 +38,7 @@ private:
     void layOutTopLevel();
     void layOutBox(BoxHeader const& header, uint64_t position);
     void layOutMeta();
-    void layOutMetaChild(Box const& child);
+    void layOutMetaChild(BoxView const& child);
     void layOutRoom(uint32_t xmpSize);
     void placeItems();
     void blankOldPacket();
@@ -53,7 +53,7 @@ private:
     uint64_t imageLength;
     XmpTarget target;
     MuxPlan result;
-    Box iloc;
+    BoxView iloc;
     size_t ilocPiece = 0;
     unsigned metaBoxes = 0;
     bool packetInPayload = false; ///< the old packet stands inside an 'mdat' or 'idat'
@@ -113,7 +113,7 @@ void Planner::notePayload(FileRange payload) {
 // ------------------------------------------------------------------------------------------------------------
 
 void Planner::layOutMeta() {
-    Box const& meta = source.meta();
+    BoxView const& meta = source.meta();
     uint64_t const start = result.layout.size();
     size_t const headerPiece = result.layout.add(std::vector<uint8_t>(8));
     BoxCursor children = source.metaChildren();
@@ -121,7 +121,7 @@ void Planner::layOutMeta() {
     result.layout.copy({meta.position + meta.header.headerSize, childrenAt - meta.position - meta.header.headerSize});
     unsigned counts[3] = {};
     while (children.left() > 0) {
-        Box const child = children.box();
+        BoxView const child = children.box();
         if (child.header.toEnd)
             throw failure(HBOX_ERR_FORMAT, "box '%s' in 'meta' has no size", boxTypeText(child.type()).c_str());
         counts[0] += child.type() == boxType("iinf");
@@ -140,7 +140,7 @@ void Planner::layOutMeta() {
     result.layout.replace(headerPiece, header.finish());
 }
 
-void Planner::layOutMetaChild(Box const& child) {
+void Planner::layOutMetaChild(BoxView const& child) {
     if (child.type() == boxType("iinf") && !target.exists) {
         result.layout.add(rewriteItemInfos(child, target));
     } else if (child.type() == boxType("iref")) {
@@ -229,8 +229,8 @@ bool Planner::sharesBytes(FileRange range) const {
     while (auto location = reader.next()) {
         if (location->id == target.id || location->extentCount == 0)
             continue;
-        Extent const extent = location->nextExtent();
-        uint64_t const start = extent.offset + (location->method() == 1 && idat ? idat->payload().offset() : 0);
+        FileRange const extent = location->nextExtent();
+        uint64_t const start = extent.position + (location->method() == 1 && idat ? idat->payload().offset() : 0);
         bool const reaches = extent.length == 0 || range.position < start + extent.length; // 0: to the end of 'idat'
         if (start < range.position + range.length && reaches)
             return true;

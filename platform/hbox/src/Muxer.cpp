@@ -65,7 +65,7 @@ private:
     uint32_t next = 0;
 };
 
-void requireSameParameterSets(HBOXM_INFO_HEVC const& given, Box const& hvcC, uint32_t id) {
+void requireSameParameterSets(HBOXM_INFO_HEVC const& given, BoxView const& hvcC, uint32_t id) {
     std::array sets{ParameterSets(given.vps, given.vps_size, given.vps_count, HBOXM_MAX_VPS),
                     ParameterSets(given.sps, given.sps_size, given.sps_count, HBOXM_MAX_SPS),
                     ParameterSets(given.pps, given.pps_size, given.pps_count, HBOXM_MAX_PPS)};

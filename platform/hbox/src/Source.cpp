@@ -51,17 +51,17 @@ BoxCursor Source::metaChildren() const {
     return cursor;
 }
 
-std::optional<Box> Source::findChild(BoxType type) const {
+std::optional<BoxView> Source::findChild(BoxType type) const {
     BoxCursor cursor = metaChildren();
     while (cursor.left() >= 8) {
-        Box const box = cursor.box();
+        BoxView const box = cursor.box();
         if (box.type() == type)
             return box;
     }
     return std::nullopt;
 }
 
-Box Source::child(BoxType type) const {
+BoxView Source::child(BoxType type) const {
     auto const box = findChild(type);
     if (!box)
         throw failure(HBOX_ERR_NOT_FOUND, "no '%s' box", boxTypeText(type).c_str());
@@ -127,17 +127,17 @@ std::vector<FileRange> Source::ranges(uint32_t id) const {
     std::vector<FileRange> ranges;
     uint64_t total = 0;
     for (unsigned i = 0; i < location->extentCount; ++i) {
-        Extent const extent = location->nextExtent();
-        if (!rangeFits(extent.offset, extent.length, container.length))
+        FileRange const extent = location->nextExtent();
+        if (!rangeFits(extent.position, extent.length, container.length))
             throw failure(HBOX_ERR_FORMAT, "item %u: extent of %llu bytes at %llu, %llu bytes exist", name,
                           static_cast<unsigned long long>(extent.length),
-                          static_cast<unsigned long long>(extent.offset),
+                          static_cast<unsigned long long>(extent.position),
                           static_cast<unsigned long long>(container.length));
         total += extent.length; // at most 65535 lengths of 32 bits: no overflow
         if (total > file.size())
             throw failure(HBOX_ERR_FORMAT, "item %u: extents overlap", name);
         if (extent.length > 0 || i == 0)
-            ranges.push_back({container.position + extent.offset, extent.length});
+            ranges.push_back({container.position + extent.position, extent.length});
     }
     return ranges;
 }
@@ -155,7 +155,7 @@ std::vector<uint32_t> Source::referencesFrom(uint32_t id, BoxType type) const {
     return ids;
 }
 
-std::optional<Box> Source::property(uint32_t id, BoxType type) const {
+std::optional<BoxView> Source::property(uint32_t id, BoxType type) const {
     auto const iprp = findChild(boxType("iprp"));
     return iprp ? findProperty(*iprp, id, type) : std::nullopt;
 }
@@ -174,7 +174,7 @@ HBOXD_IMAGE_INFO Source::imageInfo(uint32_t id) const {
     info.width = size.width;
     info.height = size.height;
     if (auto const irot = property(id, boxType("irot")))
-        info.rotation = readRotation(*irot);
+        info.rotation = static_cast<HEIF_CCW_ROTATION>(readRotation(*irot));
     if (info.is_grid)
         info.tile_count = static_cast<uint32_t>(referencesFrom(id, boxType("dimg")).size());
     return info;
@@ -186,17 +186,15 @@ HBOXM_GRID_INFO Source::gridInfo(uint32_t id) const {
     auto const stored = ranges(id);
     uint64_t const position = stored.empty() ? 0 : stored.front().position;
     uint64_t const length = stored.empty() ? 0 : stored.front().length;
-    HBOXM_GRID_INFO grid = readGrid(file.read(position, std::min<uint64_t>(length, 12)), position);
+    GridFields const fields = readGrid(file.read(position, std::min<uint64_t>(length, 12)), position);
     auto const tiles = referencesFrom(id, boxType("dimg"));
     if (tiles.empty())
         throw failure(HBOX_ERR_FORMAT, "grid %u has no tiles", static_cast<unsigned>(id));
     auto const tile = pixelSize(tiles.front());
-    grid.tile_width = tile.width;
-    grid.tile_height = tile.height;
-    return grid;
+    return {fields.rows, fields.columns, fields.width, fields.height, tile.width, tile.height};
 }
 
-Box Source::decoderConfiguration(uint32_t id) const {
+BoxView Source::decoderConfiguration(uint32_t id) const {
     uint32_t coded = id;
     if (item(id).type == boxType("grid")) {
         auto const tiles = referencesFrom(id, boxType("dimg"));

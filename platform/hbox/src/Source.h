@@ -5,18 +5,19 @@
 #include <utility>
 #include <vector>
 
-#include "ItemBoxes.h"
-#include "PropertyBoxes.h"
 #include "Stream.h"
+#include "boxes/ItemBoxes.h"
+#include "boxes/PropertyBoxes.h"
 #include "hboxd.h"
 
 namespace hbox {
 
-/// A piece of the file.
-struct FileRange {
-    uint64_t position = 0;
-    uint64_t length = 0;
-};
+using android::lumo::BoxCursor;
+using android::lumo::BoxType;
+using android::lumo::boxType;
+using android::lumo::BoxView;
+using android::lumo::FileRange;
+using namespace android::lumo::boxes;
 
 /// Throws HBOX_ERR_FORMAT with the box's place when `fault` is one.
 void requireSoundHeader(android::lumo::BoxFault fault, android::lumo::BoxHeader const& header, uint64_t position);
@@ -33,13 +34,13 @@ public:
     Source(HBOX_STREAM_CALLBACKS const& callbacks, void* descriptor);
 
     Stream const& stream() const { return file; }
-    Box const& meta() const { return metaBox; }
+    BoxView const& meta() const { return metaBox; }
 
     /// A cursor over the children of 'meta'.
     BoxCursor metaChildren() const;
     /// The first child of 'meta' of that type; children behind a damaged one are not found.
-    std::optional<Box> findChild(BoxType type) const;
-    Box child(BoxType type) const; ///< throws HBOX_ERR_NOT_FOUND
+    std::optional<BoxView> findChild(BoxType type) const;
+    BoxView child(BoxType type) const; ///< throws HBOX_ERR_NOT_FOUND
 
     uint32_t primaryId() const { return readPrimaryId(child(boxType("pitm"))); }
     ItemInfo item(uint32_t id) const;
@@ -50,17 +51,17 @@ public:
     FileRange itemData() const;
     /// Ids that `id` refers to by `type`, in stored order.
     std::vector<uint32_t> referencesFrom(uint32_t id, BoxType type) const;
-    std::optional<Box> property(uint32_t id, BoxType type) const;
+    std::optional<BoxView> property(uint32_t id, BoxType type) const;
 
     HBOXD_IMAGE_INFO imageInfo(uint32_t id) const;
     HBOXM_GRID_INFO gridInfo(uint32_t id) const;
     /// The 'hvcC' of the item, or of a grid's first tile.
-    Box decoderConfiguration(uint32_t id) const;
+    BoxView decoderConfiguration(uint32_t id) const;
 
 private:
     /// 'iloc' sorted by id, made when first asked: a grid asks once per tile.
     struct LocationIndex {
-        Box iloc;
+        BoxView iloc;
         std::vector<std::pair<uint32_t, uint32_t>> places; ///< id, LocationReader::place
     };
 
@@ -69,7 +70,7 @@ private:
 
     Stream file;
     std::vector<uint8_t> metaBytes;
-    Box metaBox;
+    BoxView metaBox;
     mutable std::optional<LocationIndex> locations;
     mutable std::optional<FileRange> idat; ///< found once: every item may stand in it
 };

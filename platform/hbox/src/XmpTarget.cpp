@@ -29,16 +29,18 @@ Ids locatedIds(Source const& source) {
     return ids;
 }
 
-struct Items {
+struct ItemList {
     Ids all;
     Ids xmp;
     bool wideIds = false; ///< some 'infe' has a 32-bit id
 };
 
-Items readItems(Source const& source) {
-    Items items;
+ItemList readItems(Source const& source) {
+    ItemList items;
     ItemInfoReader reader(source.child(boxType("iinf")));
     while (auto const info = reader.next()) {
+        if (info->version > 3)
+            throw failure(HBOX_ERR_UNSUPPORTED, "'infe' of version %u", static_cast<unsigned>(info->version));
         items.all.push_back(info->id);
         items.wideIds |= info->version == 3;
         if (info->isXmp())
@@ -54,7 +56,7 @@ Items readItems(Source const& source) {
 
 /// The XMP item of the primary. Readers take the first reference whose first target is the primary and whose item has a
 /// location; a less usual one counts where there is none such.
-std::optional<uint32_t> findXmpItem(Source const& source, Items const& items, uint32_t primary) {
+std::optional<uint32_t> findXmpItem(Source const& source, ItemList const& items, uint32_t primary) {
     auto const iref = source.findChild(boxType("iref"));
     if (!iref)
         return std::nullopt;
@@ -74,7 +76,7 @@ std::optional<uint32_t> findXmpItem(Source const& source, Items const& items, ui
     return second;
 }
 
-Ids usedIds(Source const& source, Items const& items, uint32_t primary) {
+Ids usedIds(Source const& source, ItemList const& items, uint32_t primary) {
     Ids ids = locatedIds(source);
     ids.insert(ids.end(), items.all.begin(), items.all.end());
     ids.push_back(primary);
@@ -95,7 +97,7 @@ Ids usedIds(Source const& source, Items const& items, uint32_t primary) {
 }
 
 /// The largest id that 'iloc', 'iref' and 'infe' can hold in the widths the file uses.
-uint32_t largestPossibleId(Source const& source, Items const& items) {
+uint32_t largestPossibleId(Source const& source, ItemList const& items) {
     auto const iref = source.findChild(boxType("iref"));
     bool const wide = items.wideIds && LocationReader(source.child(boxType("iloc"))).version() == 2 &&
                       (!iref || ReferenceReader(*iref).idWidth() == 4);
@@ -122,7 +124,7 @@ uint32_t freeId(Ids const& used, uint32_t largest) {
 XmpTarget chooseXmpTarget(Source const& source) {
     XmpTarget target;
     target.primary = source.primaryId();
-    Items const items = readItems(source);
+    ItemList const items = readItems(source);
     auto const existing = findXmpItem(source, items, target.primary);
     if (!existing) {
         target.id = freeId(usedIds(source, items, target.primary), largestPossibleId(source, items));

@@ -1,12 +1,6 @@
 #include "PropertyBoxes.h"
 
-#include "Failure.h"
-
-namespace hbox {
-
-using android::lumo::BoxCursor;
-using android::lumo::boxType;
-using android::lumo::readFullBoxHeader;
+namespace android::lumo::boxes {
 
 namespace {
 
@@ -21,7 +15,7 @@ struct Association {
 /// An entry: unsigned int(16 or 32) item_ID; unsigned int(8) association_count; then per association
 /// bit(1) essential; unsigned int(7 or 15) property_index; // 1-based place in 'ipco'
 template<class Visit>
-bool forEachAssociation(Box const& ipma, Visit&& visit) {
+bool forEachAssociation(BoxView const& ipma, Visit&& visit) {
     BoxCursor cursor = ipma.payload();
     auto const [version, flags] = readFullBoxHeader(cursor);
     unsigned const idWidth = version == 0 ? 2 : 4;
@@ -39,8 +33,8 @@ bool forEachAssociation(Box const& ipma, Visit&& visit) {
 }
 
 /// The properties an 'ipma' can name, in order: index i names the i-1st. An index has 15 bits, which bounds the list.
-std::vector<Box> listProperties(Box const& ipco) {
-    std::vector<Box> properties;
+std::vector<BoxView> listProperties(BoxView const& ipco) {
+    std::vector<BoxView> properties;
     BoxCursor cursor = ipco.payload();
     while (cursor.left() > 0 && properties.size() < 0x7FFF)
         properties.push_back(cursor.box());
@@ -49,12 +43,12 @@ std::vector<Box> listProperties(Box const& ipco) {
 
 } // namespace
 
-std::optional<Box> findProperty(Box const& iprp, uint32_t itemId, BoxType type) {
-    std::vector<Box> properties;
-    std::optional<Box> found;
+std::optional<BoxView> findProperty(BoxView const& iprp, uint32_t itemId, BoxType type) {
+    std::vector<BoxView> properties;
+    std::optional<BoxView> found;
     BoxCursor children = iprp.payload();
     while (children.left() > 0 && !found) {
-        Box const child = children.box(); // 'ipco' stands first, then one or more 'ipma'
+        BoxView const child = children.box(); // 'ipco' stands first, then one or more 'ipma'
         if (child.type() == boxType("ipco") && properties.empty())
             properties = listProperties(child);
         if (child.type() != boxType("ipma"))
@@ -72,7 +66,7 @@ std::optional<Box> findProperty(Box const& iprp, uint32_t itemId, BoxType type) 
     return found;
 }
 
-PixelSize readImageSpatialExtents(Box const& ispe) {
+PixelSize readImageSpatialExtents(BoxView const& ispe) {
     BoxCursor cursor = ispe.payload();
     readFullBoxHeader(cursor);
     uint32_t const width = cursor.u32();  // unsigned int(32) image_width;
@@ -80,12 +74,12 @@ PixelSize readImageSpatialExtents(Box const& ispe) {
     return {width, height};
 }
 
-HEIF_CCW_ROTATION readRotation(Box const& irot) {
+uint8_t readRotation(BoxView const& irot) {
     // unsigned int(6) reserved; unsigned int(2) angle;
-    return static_cast<HEIF_CCW_ROTATION>(irot.payload().u8() & 3);
+    return irot.payload().u8() & 3;
 }
 
-void forEachParameterSet(Box const& hvcC, NalVisitor const& visit) {
+void forEachParameterSet(BoxView const& hvcC, NalVisitor const& visit) {
     BoxCursor cursor = hvcC.payload();
     cursor.skip(22);                     // configurationVersion to lengthSizeMinusOne (ISO/IEC 14496-15, 8.3.3.1)
     unsigned const arrays = cursor.u8(); // unsigned int(8) numOfArrays;
@@ -102,12 +96,12 @@ void forEachParameterSet(Box const& hvcC, NalVisitor const& visit) {
     }
 }
 
-HBOXM_GRID_INFO readGrid(std::span<uint8_t const> payload, uint64_t position) {
+GridFields readGrid(std::span<uint8_t const> payload, uint64_t position) {
     BoxCursor cursor(payload, position, boxType("grid"));
     if (uint8_t const version = cursor.u8(); version != 0) // unsigned int(8) version = 0;
-        throw failure(HBOX_ERR_UNSUPPORTED, "grid: version %u", static_cast<unsigned>(version));
+        throw BoxError(__LINE__, "grid: version " + std::to_string(version), BoxError::Kind::Unsupported);
     unsigned const width = (cursor.u8() & 1) != 0 ? 4 : 2; // unsigned int(8) flags; // 1: 32-bit sizes
-    HBOXM_GRID_INFO grid{};
+    GridFields grid;
     grid.rows = cursor.u8() + 1U;                              // unsigned int(8) rows_minus_one;
     grid.columns = cursor.u8() + 1U;                           // unsigned int(8) columns_minus_one;
     grid.width = static_cast<uint32_t>(cursor.number(width));  // unsigned int(16 or 32) output_width;
@@ -115,10 +109,10 @@ HBOXM_GRID_INFO readGrid(std::span<uint8_t const> payload, uint64_t position) {
     return grid;
 }
 
-void appendPropertyOwners(Box const& iprp, std::vector<uint32_t>& ids) {
+void appendPropertyOwners(BoxView const& iprp, std::vector<uint32_t>& ids) {
     BoxCursor children = iprp.payload();
     while (children.left() > 0) {
-        Box const child = children.box();
+        BoxView const child = children.box();
         if (child.type() != boxType("ipma"))
             continue;
         forEachAssociation(child, [&](Association const& entry) {
@@ -128,7 +122,7 @@ void appendPropertyOwners(Box const& iprp, std::vector<uint32_t>& ids) {
     }
 }
 
-void appendGroupIds(Box const& grpl, std::vector<uint32_t>& ids) {
+void appendGroupIds(BoxView const& grpl, std::vector<uint32_t>& ids) {
     BoxCursor groups = grpl.payload();
     while (groups.left() > 0) {
         BoxCursor group = groups.box().payload();
@@ -141,4 +135,4 @@ void appendGroupIds(Box const& grpl, std::vector<uint32_t>& ids) {
     }
 }
 
-} // namespace hbox
+} // namespace android::lumo::boxes

@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "metadata_utils/io/BoxBounds.h"
+#include "BoxBounds.h"
 
-namespace hbox {
+namespace android::lumo::boxes {
 
 /// Builds box bytes in memory: big-endian fields and boxes whose size is filled in when they end.
 class BoxWriter {
@@ -19,13 +19,13 @@ public:
     void append(std::span<uint8_t const> source) { bytes.insert(bytes.end(), source.begin(), source.end()); }
 
     /// Starts a box and returns its place for endBox.
-    size_t beginBox(android::lumo::BoxType type) {
+    size_t beginBox(BoxType type) {
         size_t const start = bytes.size();
         number(0, 4); // unsigned int(32) size; // see endBox
         number(type, 4);
         return start;
     }
-    size_t beginFullBox(android::lumo::BoxType type, android::lumo::FullBoxHeader const& header) {
+    size_t beginFullBox(BoxType type, FullBoxHeader const& header) {
         size_t const start = beginBox(type);
         number(header.version, 1);
         number(header.flags, 3);
@@ -44,4 +44,4 @@ private:
     std::vector<uint8_t> bytes;
 };
 
-} // namespace hbox
+} // namespace android::lumo::boxes

@@ -4,23 +4,18 @@
 #include <optional>
 #include <string_view>
 
-#include "metadata_utils/io/BoxBounds.h"
+#include "BoxBounds.h"
 
 /// Pull readers for the item boxes inside 'meta' (ISO/IEC 14496-12, 8.11; ISO/IEC 23008-12, 9.3).
 ///
 /// Each reader checks its entry count against the bytes left, then hands out one entry at a time straight from the
-/// box's bytes: nothing is collected, so a hostile count costs no memory. All throw BoxError on a damaged entry,
-/// Failure on a legal form that is not handled.
+/// box's bytes: nothing is collected, so a hostile count costs no memory. All throw BoxError, for a damaged entry or
+/// for a legal form that is not handled.
 
-namespace hbox {
-
-using android::lumo::Box;
-using android::lumo::BoxCursor;
-using android::lumo::BoxType;
-using android::lumo::boxType;
+namespace android::lumo::boxes {
 
 struct ItemInfo {
-    uint8_t version = 0; ///< of the 'infe'; 0 and 1 carry no item type
+    uint8_t version = 0; ///< of the 'infe'; 0 and 1 carry no item type; above 3 nothing is read
     uint32_t id = 0;
     uint16_t protectionIndex = 0; ///< 0: not protected
     BoxType type = 0;
@@ -33,7 +28,7 @@ struct ItemInfo {
 /// 'iinf': a full box, the count (16 bits in version 0, else 32), then that many 'infe' boxes.
 class ItemInfoReader {
 public:
-    explicit ItemInfoReader(Box const& iinf);
+    explicit ItemInfoReader(BoxView const& iinf);
 
     std::optional<ItemInfo> next();
 
@@ -48,11 +43,6 @@ private:
     uint32_t entriesLeft;
 };
 
-struct Extent {
-    uint64_t offset = 0;
-    uint64_t length = 0;
-};
-
 struct ItemLocation {
     uint32_t id = 0;
     uint16_t construction = 0; ///< the whole 16-bit field: 12 reserved bits, 4 bits of method; 0 in version 0
@@ -65,17 +55,24 @@ struct ItemLocation {
     uint8_t indexWidth = 0;
 
     unsigned method() const { return construction & 0xFU; }
-    /// The next extent of `extents`, its offset counted from the start of the file or of 'idat': base added.
-    Extent nextExtent();
+    /// The next extent of `extents`, its position counted from the start of the file or of 'idat': base added.
+    FileRange nextExtent();
 };
 
-/// 'iloc', versions 0 to 2.
+/// 'iloc'.
 class LocationReader {
 public:
-    explicit LocationReader(Box const& iloc);
+    /// Regular: versions 0 to 2 with fields of 0, 4 or 8 bytes, all else throws. Any: for who looks at the widths.
+    enum class Widths { Regular, Any };
+    explicit LocationReader(BoxView const& iloc, Widths allowed = Widths::Regular);
 
     std::optional<ItemLocation> next();
+    /// The same up to the extents, which rest() begins with then.
+    std::optional<ItemLocation> nextHead();
+    BoxCursor& rest() { return cursor; }
 
+    static constexpr bool isRegular(unsigned width) { return width == 0 || width == 4 || width == 8; }
+    unsigned baseWidth() const { return widthOfBase; }
     uint8_t version() const { return boxVersion; }
     uint32_t count() const { return itemCount; }
     /// The next entry's place; skipping a fresh reader by it makes that entry the next again.
@@ -83,17 +80,20 @@ public:
     void skip(uint32_t place) { cursor.skip(place); }
 
 private:
+    bool hasMethod() const { return boxVersion == 1 || boxVersion == 2; }
+    unsigned idWidth() const { return boxVersion == 2 ? 4 : 2; }
+
     BoxCursor cursor;
     uint64_t firstEntry;
     uint8_t boxVersion;
     ItemLocation widths; ///< carries the field widths that every entry shares
-    uint8_t baseWidth;
+    uint8_t widthOfBase;
     uint32_t itemCount;
     uint32_t itemsLeft;
 };
 
 struct Reference {
-    Box box;
+    BoxView box;
     BoxType type = 0;
     uint32_t from = 0;
     uint16_t count = 0;
@@ -108,7 +108,7 @@ struct Reference {
 /// 'iref': a full box and reference boxes to its end; ids take 16 bits in version 0, 32 in version 1.
 class ReferenceReader {
 public:
-    explicit ReferenceReader(Box const& iref);
+    explicit ReferenceReader(BoxView const& iref);
 
     std::optional<Reference> next();
 
@@ -120,6 +120,6 @@ private:
 };
 
 /// 'pitm': the primary item's id.
-uint32_t readPrimaryId(Box const& pitm);
+uint32_t readPrimaryId(BoxView const& pitm);
 
-} // namespace hbox
+} // namespace android::lumo::boxes
