@@ -1,7 +1,7 @@
 #pragma once
 
 #include "MediaFile.h"
-#include "io/BoxBounds.h"
+#include "boxes/BoxBounds.h"
 
 #include <cstdint>
 #include <optional>

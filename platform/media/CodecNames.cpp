@@ -1,6 +1,6 @@
 #include "CodecNames.h"
 
-#include "metadata_utils/io/BoxBounds.h"
+#include "boxes/BoxBounds.h"
 
 #include <iterator>
 #include <string_view>

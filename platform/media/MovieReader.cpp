@@ -1,7 +1,7 @@
 #include "MovieReader.h"
 
 #include "CodecNames.h"
-#include "metadata_utils/io/BoxBounds.h"
+#include "boxes/BoxBounds.h"
 
 #include <algorithm>
 #include <limits>

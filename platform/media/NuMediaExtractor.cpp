@@ -1,7 +1,7 @@
 #include <media/stagefright/NuMediaExtractor.h>
 
 #include "MovieReader.h"
-#include "metadata_utils/io/BoxBounds.h"
+#include "boxes/BoxBounds.h"
 
 #include <algorithm>
 #include <cerrno>
