@@ -2,7 +2,7 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "io/BoxBounds.h"
+#include "boxes/BoxBounds.h"
 
 #include <algorithm>
 #include <cstring>
