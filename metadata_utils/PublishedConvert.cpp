@@ -30,7 +30,7 @@ constexpr char QUICK_TIME_BRAND[] = "qt  ";
 constexpr uint32_t BRAND_OFFSET = 8;
 constexpr uint32_t BRAND_SIZE = 4;
 constexpr uint32_t BOX_HEADER_SIZE = 8;
-constexpr uint32_t MIN_XMP_ROOM = 1280;
+constexpr uint32_t MAX_NOTE = 1024;
 constexpr char POINTER_TAG[] = "mpv2";
 
 std::string bigEndian(uint32_t value) {
@@ -120,7 +120,7 @@ std::vector<std::string> otherRecords(PhotoLayout const& layout) {
     for (auto const& record : layout.records) {
         bool const isOwn = record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION;
         bool const isNote =
-            record.name == qrt::NAME_MOTION_PHOTO_INFO && record.dataPayload < MIN_XMP_ROOM &&
+            record.name == qrt::NAME_MOTION_PHOTO_INFO && record.dataPayload < MAX_NOTE &&
             Note::parse(textOf(checked::readAt(*layout.file, record.dataPosition, record.dataPayload))).has_value();
         if (!isOwn && !isNote)
             names.push_back(record.name);
@@ -130,7 +130,7 @@ std::vector<std::string> otherRecords(PhotoLayout const& layout) {
 
 std::optional<Note> noteIn(PhotoLayout const& layout, MotionVideo const& video) {
     for (auto const& record : layout.records) {
-        if (record.name != qrt::NAME_MOTION_PHOTO_INFO || record.dataPayload >= MIN_XMP_ROOM)
+        if (record.name != qrt::NAME_MOTION_PHOTO_INFO || record.dataPayload >= MAX_NOTE)
             continue;
         auto const note = Note::parse(textOf(checked::readAt(*layout.file, record.dataPosition, record.dataPayload)));
         if (note && note->stored == video.size && video.brand == RECOGNISED_BRAND && note->length <= note->stored)
@@ -145,31 +145,6 @@ bool endsWithFiller(MediaFile const& file, MotionVideo const& video, uint32_t le
     uint32_t const end = video.position + video.size;
     auto const box = length < video.size ? movie::boxAt(file, video.position + length, end, ignored) : std::nullopt;
     return box && box->type == boxType("free") && box->end() == end;
-}
-
-/// A HEIC's XMP may have no room for claims, and none that can be made: then it goes without, if it had none before.
-bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
-    if (!layout.isHEIC)
-        return true;
-    HEIFMetaWriter writer(layout.file);
-    if (writer.xmpRoom() >= size)
-        return true;
-    try {
-        writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, size));
-        return true;
-    } catch (std::runtime_error const&) {
-        rethrowUnlessDamage();
-        if (layout.claims.any())
-            throw;
-        return false;
-    }
-}
-
-/// Tries the packet with the fields it will have, in memory.
-bool takesFields(PhotoLayout const& layout, Fields const& fields) {
-    auto const view = std::make_shared<XMPInfoImpl>(layout.file);
-    setFields(view, layout.file->mimeType(), fields);
-    return canWriteXMP(layout, static_cast<uint32_t>(view->serializeToBuffer().size()));
 }
 
 // To a trailer. -------------------------------------------------------------------------------------------------------

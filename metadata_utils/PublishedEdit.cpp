@@ -34,6 +34,24 @@ void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still,
         edit.setItem(MOTION_PHOTO, MediaDefs::mimeTypeOf(mime));
 }
 
+/// A HEIC's XMP may have no room for claims, and none that can be made: then it goes without, if it had none before.
+bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
+    if (!layout.isHEIC)
+        return true;
+    HEIFMetaWriter writer(layout.file);
+    if (writer.xmpRoom() >= size)
+        return true;
+    try {
+        writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, size));
+        return true;
+    } catch (std::runtime_error const&) {
+        rethrowUnlessDamage();
+        if (layout.claims.any())
+            throw;
+        return false;
+    }
+}
+
 } // namespace
 
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
@@ -75,6 +93,12 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
         claims::setField(packet, item, "Padding", padding == 0 ? "" : std::to_string(padding));
     }
     view->reindex();
+}
+
+bool takesFields(PhotoLayout const& layout, Fields const& fields) {
+    auto const view = std::make_shared<XMPInfoImpl>(layout.file);
+    setFields(view, layout.file->mimeType(), fields);
+    return canWriteXMP(layout, static_cast<uint32_t>(view->serializeToBuffer().size()));
 }
 
 void writeXMP(std::shared_ptr<MediaFile> const& file,

@@ -28,6 +28,10 @@ struct Fields {
 /// namespaces go, an entry that is there keeps its place and its moment is kept.
 void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType still, Fields const& fields);
 
+/// Whether the packet with these fields can be written, tried in memory. False for a HEIC that has no claims and no
+/// room for any; one that has claims and no room throws.
+bool takesFields(PhotoLayout const& layout, Fields const& fields);
+
 /// Changes the file's packet and writes it; the bytes behind it may move, together.
 void writeXMP(std::shared_ptr<MediaFile> const& file,
               std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change);

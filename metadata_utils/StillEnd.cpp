@@ -67,7 +67,7 @@ private:
 };
 
 bool hasNoLength(uint8_t code) {
-    return code == 0 || code == TEMPORARY || (code >= FIRST_RESTART && code <= LAST_RESTART);
+    return code == 0 || code == TEMPORARY || code == START_OF_IMAGE || (code >= FIRST_RESTART && code <= LAST_RESTART);
 }
 
 /// Behind the two length bytes of a segment; false where the file ends inside it. The camera debug info's segment has
@@ -93,17 +93,17 @@ std::optional<uint32_t> endOfJPEG(MediaFile const& file) {
         if (bytes.isOver())
             return std::nullopt;
         uint8_t const first = bytes.next();
-        if (bytes.isOver() || (first != MARK && first != APP4))
+        if (bytes.isOver())
             return std::nullopt;
+        if (first != MARK && first != APP4)
+            continue; // bytes between segments that belong to none: decoders pass them as well
         uint8_t code = bytes.next();
         while (first == MARK && code == MARK && !bytes.isOver())
             code = bytes.next(); // fill bytes
         if (code == END_OF_IMAGE)
             return bytes.position();
         bool const isReversed = first == APP4 && code == MARK && !inScan;
-        if ((first == APP4 && !isReversed) || (code == START_OF_IMAGE && !inScan))
-            return std::nullopt;
-        if (!isReversed && hasNoLength(code))
+        if (!isReversed && (first == APP4 || hasNoLength(code)))
             continue;
         if (!passSegment(bytes, isReversed))
             return std::nullopt;

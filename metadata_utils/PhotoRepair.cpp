@@ -1,0 +1,184 @@
+#include "PhotoCheck.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "PublishedEdit.h"
+#include "XMPEditImpl.h"
+#include "io/HEIFMetaWriter.h"
+#include "io/VideoPointer.h"
+
+#include <algorithm>
+
+namespace android::lumo {
+
+namespace {
+
+using Source = MotionVideo::Source;
+
+/// Findings that new values in the XMP take away.
+constexpr char const* XMP_RULES[] = {"xmp-claim", "micro-video", "directory-video", "moment-number"};
+constexpr char POINTER_TAG[] = "mpv2";
+
+std::string range(MotionVideo const& video) {
+    return std::to_string(video.size) + " bytes at " + std::to_string(video.position);
+}
+
+/// Bytes behind the video that no item of the directory accounts for.
+uint64_t paddingBehind(PhotoLayout const& layout, MotionVideo const& video) {
+    uint64_t behind = uint64_t{layout.fileSize} - video.position - video.size;
+    auto const* claimed = layout.claims.video();
+    for (auto const& item : layout.claims.items) {
+        if (claimed != nullptr && item.place > claimed->place)
+            behind -= std::min(behind, item.length + item.padding);
+    }
+    return behind;
+}
+
+/// One photo under repair: the file changes, so that every step looks at it anew.
+class Mender {
+public:
+    Mender(std::shared_ptr<MediaFile> const& mended, RepairOptions const& wanted) : file(mended), options(wanted) {}
+
+    std::vector<std::string> run() {
+        bringTrailerToTheEnd();
+        setPointer();
+        auto const check = PhotoCheck::run(file);
+        if (check.orphan.isSound())
+            settleOrphan(check);
+        else if (!check.video.isSound())
+            dropStaleClaims(check);
+        setXMP();
+        return done;
+    }
+
+private:
+    void bringTrailerToTheEnd();
+    void setPointer();
+    void settleOrphan(PhotoCheck const& check);
+    void dropOrphan(MotionVideo const& orphan);
+    void dropStaleClaims(PhotoCheck const& check);
+    void setXMP();
+
+    std::shared_ptr<MediaFile> file;
+    RepairOptions options;
+    std::vector<std::string> done;
+};
+
+void Mender::bringTrailerToTheEnd() {
+    PhotoLayout const layout(file);
+    if (layout.isHEIC && !layout.topLevel.damage && HEIFMetaWriter::restoreTrailerOrder(file))
+        done.push_back("trailer brought to the file's end");
+}
+
+/// The box is where it is; the record is told.
+void Mender::setPointer() {
+    PhotoLayout const layout(file);
+    auto const box = layout.fromBox();
+    auto const trailer = layout.fromTrailer();
+    if (!box.isSound() || layout.videoRecord() == nullptr || trailer.isSound())
+        return;
+    auto const stored = trailer::storedData(*layout.videoRecord(), layout.tail->position);
+    if (!VideoPointer::mayStandIn(qrt::TYPE_MOTION_PHOTO_DATA, stored.size))
+        return;
+    auto const pointer = VideoPointer{POINTER_TAG, box.position, box.size}.encode();
+    checked::seek(*file, stored.position);
+    checked::write(*file, pointer);
+    done.push_back("trailer's pointer set to the video box: " + range(box));
+}
+
+/// A movie that nothing claims: out with it, or, where there is no other, a claim for it.
+void Mender::settleOrphan(PhotoCheck const& check) {
+    if (options.dropOrphans) {
+        dropOrphan(check.orphan);
+        if (!check.video.isSound())
+            dropStaleClaims(check);
+        return;
+    }
+    PhotoLayout const layout(file);
+    if (check.video.isSound() || layout.videoRecord() != nullptr)
+        return; // one photo has one video; the finding stays
+    published::Fields fields;
+    fields.length = check.orphan.size;
+    fields.itemPadding = paddingBehind(layout, check.orphan);
+    fields.mime = MediaDefs::mimeString(check.orphan.mimeType());
+    published::writeXMP(file, [&](auto const& view) { published::setFields(view, file->mimeType(), fields); });
+    done.push_back("movie claimed: " + range(check.orphan));
+}
+
+void Mender::dropOrphan(MotionVideo const& orphan) {
+    PhotoLayout const layout(file);
+    uint32_t const end = orphan.position + orphan.size;
+    bool const isLast = end == layout.fileSize;
+    if (layout.isHEIC && !isLast)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *file)(
+            "the movie of %s stands among the boxes of a HEIC and is not the last", range(orphan).c_str());
+    if (isLast)
+        checked::truncate(*file, orphan.position);
+    else
+        published::moveBytes(file, end, -int64_t{orphan.size});
+    done.push_back("movie taken out: " + range(orphan));
+}
+
+void Mender::dropStaleClaims(PhotoCheck const& check) {
+    PhotoLayout const layout(file);
+    // A trailer that claims one is damage of its own: what it holds is not known.
+    if (!layout.claims.any() || check.video.source == Source::TRAILER || check.video.source == Source::BOX)
+        return;
+    published::writeXMP(file, [](auto const& view) {
+        claims::remove(*view->getMeta());
+        view->reindex();
+    });
+    done.push_back("claims without a video taken out: " + check.video.reason);
+}
+
+/// What the movie's place makes of the fields.
+published::Fields fieldsOf(PhotoLayout const& layout, MotionVideo const& video) {
+    published::Fields fields;
+    uint32_t const toEnd = layout.fileSize - video.position;
+    fields.mime = MediaDefs::mimeString(video.mimeType());
+    fields.length = video.size;
+    fields.itemPadding = paddingBehind(layout, video);
+    if (layout.videoBox)
+        fields.primaryPadding = layout.videoBox->headerSize;
+    if (video.source == Source::TRAILER) {
+        fields.length = toEnd;
+        fields.itemPadding = 0;
+        if (!layout.isHEIC)
+            fields.primaryPadding = video.position - std::min(video.position, trailer::startOf(*layout.tail));
+    }
+    return fields;
+}
+
+void Mender::setXMP() {
+    auto const check = PhotoCheck::run(file);
+    bool const isWrong =
+        std::any_of(std::begin(XMP_RULES), std::end(XMP_RULES), [&](char const* rule) { return check.has(rule); });
+    PhotoLayout const layout(file);
+    if (!isWrong || !check.video.isSound() || !layout.xmpFault.empty())
+        return;
+    auto const fields = fieldsOf(layout, check.video);
+    if (!published::takesFields(layout, fields))
+        return; // a HEIC that never had XMP: its box speaks for itself
+    bool const hasMoment = check.has("moment-number");
+    published::writeXMP(file, [&](auto const& view) {
+        if (hasMoment)
+            XMPEditImpl(view).removeProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs");
+        published::setFields(view, file->mimeType(), fields);
+    });
+    done.push_back("XMP set to the " + std::string(MotionVideo::nameOf(check.video.source)) +
+                   "'s video: " + range(check.video));
+}
+
+} // namespace
+
+Repair Repair::run(std::shared_ptr<MediaFile> const& photo, RepairOptions const& options,
+                   std::shared_ptr<MediaFile> const& output) {
+    PhotoCheck::run(photo); // what cannot be read or is no photo is refused before anything is written
+    auto const file = published::begin(photo, output);
+    Repair repair;
+    repair.done = Mender(file, options).run();
+    repair.after = PhotoCheck::run(file);
+    return repair;
+}
+
+} // namespace android::lumo

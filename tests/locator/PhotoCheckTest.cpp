@@ -1,0 +1,168 @@
+#include "PhotoCheck.h"
+#include "LocatorFixture.h"
+
+#include <set>
+
+namespace android::lumo::test {
+
+namespace {
+
+struct Sample {
+    std::string photo;
+    std::string findings;    ///< ids, as check reports them
+    std::string afterRepair; ///< the same for what repair leaves; "=" where it leaves the file as it is
+};
+
+std::string idsOf(PhotoCheck const& check) {
+    std::string text;
+    for (auto const& finding : check.findings)
+        text += (text.empty() ? "" : " ") + std::string(finding.rule->id);
+    return text;
+}
+
+std::string padding(size_t bytes) {
+    return "Item:Padding=\"" + std::to_string(bytes) + "\"";
+}
+
+/// A HEIC with a video box, claims for it, and a trailer whose pointer is `shift` off.
+std::string heic(std::string const& movie, int shift, std::string const& behind = {}) {
+    auto const build = [&](size_t position) {
+        std::string const pointer = "mpv2" + bigEndian(position, 4) + bigEndian(movie.size(), 4);
+        std::string const trailer = qrtdBox(trailerBytes({{2608, "MotionPhoto_Data", pointer}}));
+        HeicOptions options;
+        options.tail = heicBox("mpvd", movie) + trailer + behind;
+        options.xmp = packetOf(CLAIMED, directoryOf(itemOf("Primary", "image/heic", padding(8)) +
+                                                    videoItem(movie.size() + trailer.size() + behind.size()))) +
+                      std::string(700, ' ');
+        return buildHeic(options);
+    };
+    return build(build(0).find("mpvd") + 4 + static_cast<size_t>(shift));
+}
+
+/// A JPEG with a trailer and the XMP this library writes for it.
+std::string withTrailer(std::string const& movie, std::string const& items = PRIMARY, std::string const& inFront = {}) {
+    std::string const trailer = trailerBytes({{2608, "MotionPhoto_Data", movie}});
+    return published(itemOf("Primary", "image/jpeg", padding(24)) + items + videoItem(trailer.size() - 24),
+                     inFront + trailer);
+}
+
+std::string mpfTo(size_t offset) {
+    return std::string("MM\0*", 4) + bigEndian(8, 4) + bigEndian(1, 2) + bigEndian(0xB002, 2) + bigEndian(7, 2) +
+           bigEndian(16, 4) + bigEndian(26, 4) + bigEndian(0, 4) + bigEndian(0, 4) + bigEndian(99, 4) +
+           bigEndian(offset, 4) + bigEndian(0, 4);
+}
+
+std::vector<Sample> samples() {
+    std::string const movie = clip(), big = clip(126'000), isom = clip(126'000, "isom");
+    std::string const video = videoItem(movie.size());
+    std::string const played = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4"); // 2.5 s
+    std::string const gainMap = JpegBuilder().build("gain map");
+    std::string const gainMapItem =
+        itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(gainMap.size()) + "\"");
+    std::string const micro = "Camera:MicroVideo=\"1\" Camera:MicroVideoOffset=\"";
+    std::string cut = published(PRIMARY, "", "");
+    cut.resize(cut.size() - 4);
+    HeicOptions bare, broken, open;
+    bare.tail = heicBox("mpvd", movie);
+    bare.xmp = packetOf("") + std::string(1500, ' ');
+    broken.tail = heicBox("mpvd", movie.substr(0, movie.size() - 2));
+    open.tail = "\1\2\3\4junk";
+    HeicOptions boxed = bare, twins = bare;
+    auto const pointTo = [&](HeicOptions const& options, size_t which) {
+        std::string const file = buildHeic(options);
+        size_t const type = which == 1 ? file.find("mpvd") : file.rfind("mpvd");
+        return trailerBytes({{2608, "V", "mpv2" + bigEndian(type + 4, 4) + bigEndian(movie.size(), 4)}});
+    };
+    boxed.tail += heicBox("skip", pointTo(boxed, 1));
+    twins.tail += heicBox("mpvd", movie);
+    twins.tail += qrtdBox(pointTo(twins, 2));
+    std::string const otherMoment = R"(Camera:MotionPhoto="1" Camera:MotionPhotoPresentationTimestampUs="soon")";
+    TrailerRecord const record{2608, "MotionPhoto_Data", big}, twin{2608, "Twin", big};
+    std::string const claimsNothing = JpegBuilder().build("scan", trailerBytes({record}));
+    return {
+        // Sound, or nothing to say.
+        {published(PRIMARY, "", ""), "", "="},
+        {published(PRIMARY + video, movie), "", "="},
+        {withTrailer(big, ""), "", "="},
+        {heic(movie, 0), "", "="},
+        // One rule each.
+        {published(PRIMARY + videoItem(played.size()), played,
+                   R"(Camera:MotionPhoto="1" Camera:MotionPhotoPresentationTimestampUs="90000000" )"),
+         "moment-inside", "="},
+        {cut, "jpeg-segments", "="},
+        {buildHeic(open), "heic-boxes", "="},
+        {JpegBuilder().xmp("<x:xmpmeta").build(), "xmp-packet", "="},
+        {JpegBuilder().build("scan", "QRTH" + little(0) + little(9) + little(12) + "QRTT"), "trailer-whole", "="},
+        {heic(movie, 0, heicBox("free", "cdif debug info")), "trailer-last directory-video", ""},
+        {JpegBuilder().build("scan", trailerBytes({record, twin})), "trailer-one-video xmp-claim orphan-movie",
+         "trailer-one-video orphan-movie"},
+        {JpegBuilder().build("scan", trailerBytes({{2608, "V", pattern(126'000)}})), "trailer-video", "="},
+        {JpegBuilder().build("scan", trailerBytes({{2608, "V", movie}})), "trailer-pointer-size xmp-claim",
+         "trailer-pointer-size"},
+        {withTrailer(isom, ""), "trailer-brand", "="},
+        {claimsNothing, "xmp-claim", ""},
+        {heic(movie, 8), "trailer-video directory-video", ""},
+        {buildHeic(boxed), "trailer-box xmp-claim", "trailer-box"},
+        {buildHeic(twins), "pointer-box xmp-claim orphan-movie", "pointer-box orphan-movie"},
+        {buildHeic(broken), "movie-boxes", "="},
+        {buildHeic(bare), "xmp-claim", ""},
+        {published(PRIMARY + video, ""), "stale-claim", ""},
+        {published(PRIMARY, "", micro + "77\" "), "stale-claim", ""},
+        {published(PRIMARY + video, movie, CLAIMED + micro + "77\" "), "micro-video", ""},
+        {published(PRIMARY + video, movie, otherMoment), "moment-number", ""},
+        {published(entryOf("Item:Semantic=\"Primary\"") + video, movie), "directory-fields", "="},
+        {published(video + PRIMARY, movie), "directory-order directory-order", "="},
+        {published(PRIMARY, movie, CLAIMED + micro + std::to_string(movie.size()) + "\" "), "directory-video", ""},
+        {published(itemOf("Primary", "image/jpeg", padding(5)) + video, movie), "primary-padding", "="},
+        {JpegBuilder().mpf(mpfTo(60)).build(), "mpf-image", "="},
+        {published(PRIMARY + gainMapItem, "no picture here, only as many bytes", ""), "gain-map", "="},
+        {withTrailer(big, gainMapItem, gainMap), "gain-map-padding", "="},
+        {JpegBuilder().build("scan", movie), "orphan-movie", ""},
+    };
+}
+
+} // namespace
+
+TEST(PhotoCheck, NamesTheRuleThatAPhotoBreaksAndRepairMakesTheClaimsAgree) {
+    std::set<std::string> met;
+    for (auto const& [photo, expected, afterRepair] : samples()) {
+        TempFile const file(photo), output;
+        auto const check = PhotoCheck::run(file.open("r"));
+        EXPECT_EQ(idsOf(check), expected);
+        bool hasError = false;
+        for (auto const& finding : check.findings) {
+            met.insert(finding.rule->id);
+            hasError |= finding.rule->severity == PhotoCheck::Severity::ERROR;
+            EXPECT_FALSE(finding.expected.empty() || finding.found.empty()) << finding.rule->id;
+        }
+        EXPECT_EQ(check.verdict, hasError                ? PhotoCheck::Verdict::DAMAGED
+                                 : check.video.isSound() ? PhotoCheck::Verdict::SOUND
+                                                         : PhotoCheck::Verdict::NONE);
+        auto const repair = Repair::run(file.open(), {}, output.open());
+        EXPECT_EQ(repair.isChanged(), afterRepair != "=") << expected;
+        EXPECT_EQ(idsOf(repair.after), afterRepair == "=" ? expected : afterRepair) << expected;
+        EXPECT_EQ(output.bytes() == photo, afterRepair == "=") << expected;
+        EXPECT_TRUE(file.bytes() == photo);
+        Repair::run(file.open());
+        EXPECT_TRUE(file.bytes() == output.bytes()) << expected;
+    }
+    std::string const document = bytesOf(std::string(SAMPLES_DIR) + "/../docs/rules.md");
+    for (auto const& rule : PhotoCheck::rules()) {
+        EXPECT_TRUE(met.contains(rule.id)) << rule.id << " has no sample";
+        std::string const row = "| `" + std::string(rule.id) + "` | " + PhotoCheck::nameOf(rule.severity) + " | " +
+                                (rule.isPublished ? "published" : "own") + " |";
+        EXPECT_NE(document.find(row), std::string::npos) << row;
+    }
+}
+
+TEST(PhotoCheck, RepairTakesAMovieThatNothingClaimsOutWhereItIsAsked) {
+    std::string const movie = clip(), orphan = clip(99);
+    std::string const photo = published(PRIMARY + videoItem(movie.size()), orphan + movie);
+    TempFile const file(photo);
+    auto const repair = Repair::run(file.open(), {.dropOrphans = true});
+    EXPECT_EQ(idsOf(repair.after), "");
+    EXPECT_EQ(file.bytes(), published(PRIMARY + videoItem(movie.size()), movie));
+    EXPECT_NE(repair.done.at(0).find(std::to_string(photo.size() - movie.size() - orphan.size())), std::string::npos);
+}
+
+} // namespace android::lumo::test
