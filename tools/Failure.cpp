@@ -1,15 +1,17 @@
 #include "Failure.h"
 
-#include <XMP_Const.h>
+#include "Text.h"
 
-#include <algorithm>
-#include <array>
+#include "Error.h"
+
 #include <cerrno>
 #include <cstring>
 #include <new>
 #include <string_view>
 
 namespace motionphoto {
+
+using android::lumo::Error;
 
 namespace {
 
@@ -22,16 +24,23 @@ std::string_view withoutSource(std::string_view text) {
     return text;
 }
 
-/// The library uses one exception type; only the message tells a disk that failed from an input that is no good.
-bool saysWritingFailed(std::string_view text) {
-    static constexpr std::array<std::string_view, 4> STARTS = {
-        "fail to write ",
-        "fail to copy ",
-        "fail to reserve ",
-        "fail to truncate ",
-    };
-    auto const message = withoutSource(text);
-    return std::any_of(STARTS.begin(), STARTS.end(), [&](auto start) { return message.starts_with(start); });
+/// What a file handle over a bare descriptor calls its file; of the tool's only outputs are.
+constexpr char NAMELESS[] = "unknown";
+
+bool isFailedWrite(Error const& error, bool inOutput) {
+    using enum Error::Code;
+    return error.code() == WRITE_FAILED || error.code() == NO_SPACE || (error.code() == READ_FAILED && inOutput);
+}
+
+[[noreturn]] void rethrowError(Error const& error, std::string const& input, std::string const& output) {
+    bool const inOutput = output != input && (error.path() == NAMELESS || error.path() == output);
+    bool const wrote = isFailedWrite(error, inOutput);
+    bool const named = !error.path().empty() && error.path() != NAMELESS;
+    auto const& subject = named ? error.path() : wrote ? output : input;
+    std::string text = error.what();
+    if (error.code() == Error::Code::XMP)
+        text.insert(text.size() - withoutSource(text).size(), "unusable XMP: ");
+    throw Failure(wrote ? ExitCode::WRITE_FAILED : ExitCode::BAD_INPUT, subject, text);
 }
 
 } // namespace
@@ -41,7 +50,7 @@ Failure::Failure(ExitCode exitCode, std::string const& subject, std::string cons
 
 std::string Failure::sentence(bool withSource) const {
     std::string_view const text = withSource ? std::string_view(what()) : withoutSource(what());
-    return about.empty() ? std::string(text) : about + ": " + std::string(text);
+    return escaped(about.empty() ? std::string(text) : about + ": " + std::string(text));
 }
 
 Failure systemFailure(ExitCode code, std::string const& subject, std::string const& what) {
@@ -53,16 +62,14 @@ void rethrowAsFailure(std::string const& input, std::string const& output) {
         throw;
     } catch (Failure const&) {
         throw;
-    } catch (XMP_Error const& error) {
-        char const* const message = error.GetErrMsg();
-        throw Failure(ExitCode::BAD_INPUT, input,
-                      std::string("unusable XMP: ") + (message ? message : "no reason given"));
+    } catch (Error const& error) {
+        rethrowError(error, input, output);
     } catch (std::bad_alloc const&) {
         throw Failure(ExitCode::BAD_INPUT, input, "not enough memory");
     } catch (std::exception const& error) {
-        if (saysWritingFailed(error.what()))
-            throw Failure(ExitCode::WRITE_FAILED, output, error.what());
         throw Failure(ExitCode::BAD_INPUT, input, error.what());
+    } catch (...) {
+        throw Failure(ExitCode::BAD_INPUT, input, "unusable XMP");
     }
 }
 

@@ -1,5 +1,7 @@
 #include "InfoReport.h"
 
+#include "Text.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -24,8 +26,7 @@ std::string right(std::string const& text, size_t width) {
     return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
 }
 
-/// A string from the file, safe for a terminal: control characters (those above 0x7F too, which UTF-8 begins with C2)
-/// become question marks, a long text is cut.
+/// A string from the file, safe for a terminal; a long one is cut.
 std::string shown(std::string text) {
     size_t const size = text.size();
     if (size > MAX_SHOWN) {
@@ -34,13 +35,7 @@ std::string shown(std::string text) {
             --cut; // not inside a character
         text.resize(cut);
     }
-    for (size_t i = 0; i < text.size(); ++i) {
-        auto const byte = static_cast<unsigned char>(text[i]);
-        bool const high = byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0;
-        if (byte < ' ' || byte == 0x7F || high)
-            text.replace(i, high ? 2 : 1, "?");
-    }
-    return size > MAX_SHOWN ? text + "… (" + grouped(size) + " bytes)" : text;
+    return escaped(text) + (size > MAX_SHOWN ? "… (" + grouped(size) + " bytes)" : "");
 }
 
 std::string bytes(uint64_t count) {
@@ -123,6 +118,13 @@ void printXmp(Rows& row, InfoReport const& report) {
 
 using Json = nlohmann::ordered_json;
 
+/// The number of docs/json.md's description, raised when a field changes its meaning or goes.
+constexpr int SCHEMA = 1;
+
+void putLine(Json const& json, std::ostream& out) {
+    out << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
 template<class T>
 Json orNull(std::optional<T> const& value) {
     return value ? Json(*value) : Json(nullptr);
@@ -168,6 +170,7 @@ Json xmpToJson(InfoReport const& report) {
 
 Json toJson(InfoReport const& report) {
     Json json = {
+        {"schema", SCHEMA},
         {"file", report.file},
         {"mimeType", report.mimeType},
         {"fileSize", report.fileSize},
@@ -184,16 +187,9 @@ Json toJson(InfoReport const& report) {
 
 } // namespace
 
-std::string grouped(uint64_t number) {
-    std::string digits = std::to_string(number);
-    for (size_t end = digits.size(); end > 3; end -= 3)
-        digits.insert(end - 3, 1, ',');
-    return digits;
-}
-
 void printText(InfoReport const& report, std::ostream& out) {
     Rows row(out);
-    out << report.file << '\n';
+    out << escaped(report.file) << '\n';
     row("type", report.mimeType);
     row("file", bytes(report.fileSize));
     row("image", bytes(report.imageSize) + (report.trailer ? " in front of the trailer" : ""));
@@ -208,11 +204,26 @@ void printText(InfoReport const& report, std::ostream& out) {
         row("debug info", bytes(report.debugInfo->size) + " at " + grouped(report.debugInfo->position));
 }
 
-void printJson(std::vector<InfoReport> const& reports, bool asArray, std::ostream& out) {
-    Json json = Json::array();
-    for (auto const& report : reports)
-        json.push_back(toJson(report));
-    out << (asArray ? json : json.at(0)).dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+void printLine(InfoReport const& report, std::ostream& out) {
+    out << left(escaped(report.file), 40) << "  " << left(report.mimeType, 10) << "  ";
+    if (!report.motionPhoto)
+        out << "no motion photo\n";
+    else if (!report.motionPhoto->valid)
+        out << "damaged motion photo\n";
+    else
+        out << bytes(report.motionPhoto->video.size) << " of " << report.motionPhoto->video.mimeType.value_or("video")
+            << " at " << grouped(report.motionPhoto->video.position) << '\n';
+}
+
+void printJson(InfoReport const& report, std::ostream& out) {
+    putLine(toJson(report), out);
+}
+
+void printJson(std::string const& file, Failure const& failure, std::ostream& out) {
+    putLine({{"schema", SCHEMA},
+             {"file", file},
+             {"error", {{"exitCode", static_cast<int>(failure.exitCode())}, {"message", failure.sentence(false)}}}},
+            out);
 }
 
 } // namespace motionphoto

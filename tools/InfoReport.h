@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Failure.h"
+
 #include "MotionPhotoInfo.h"
 
 #include <cstdint>
@@ -67,10 +69,11 @@ struct InfoReport {
 InfoReport gather(std::shared_ptr<android::lumo::MediaFile> const& file, android::lumo::MotionPhotoInfo const& photo);
 
 void printText(InfoReport const& report, std::ostream& out);
-/// One object, or an array of as many as there are. Bytes that are no UTF-8 become the replacement character.
-void printJson(std::vector<InfoReport> const& reports, bool asArray, std::ostream& out);
-
-/// A number with a comma between groups of three digits.
-std::string grouped(uint64_t number);
+/// One line: file, kind, and where the video is.
+void printLine(InfoReport const& report, std::ostream& out);
+/// One object on one line, docs/json.md. Bytes that are no UTF-8 become the replacement character.
+void printJson(InfoReport const& report, std::ostream& out);
+/// The object of a file that failed.
+void printJson(std::string const& file, Failure const& failure, std::ostream& out);
 
 } // namespace motionphoto

@@ -3,82 +3,56 @@
 #include "Failure.h"
 
 #include <cerrno>
-#include <climits>
-#include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <filesystem>
 
 #include <fcntl.h>
-#include <stdlib.h>
-#include <sys/stat.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 namespace motionphoto {
 
 namespace {
 
-constexpr int DEADLY_SIGNALS[] = {SIGHUP, SIGINT, SIGTERM};
-constexpr mode_t PERMISSIONS = 0777;
-constexpr mode_t NEW_FILE_MODE = 0666;
-
-/// The temporary file that a signal handler has to remove; empty when there is none.
-char abandoned[PATH_MAX] = "";
-
-extern "C" void removeTemporaryAndDie(int signal) {
-    if (abandoned[0] != '\0')
-        unlink(abandoned);
-    // The handler was reset when it was entered: the signal, held back while it runs, now ends the process.
-    raise(signal);
-}
-
-/// Holds the deadly signals back, so that the temporary file and the note about it change together.
-class SignalsHeld {
-public:
-    SignalsHeld() {
-        sigset_t deadly;
-        sigemptyset(&deadly);
-        for (int const signal : DEADLY_SIGNALS)
-            sigaddset(&deadly, signal);
-        sigprocmask(SIG_BLOCK, &deadly, &before);
-    }
-    ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before, nullptr); }
-    SignalsHeld(SignalsHeld const&) = delete;
-    SignalsHeld& operator=(SignalsHeld const&) = delete;
-
-private:
-    sigset_t before;
-};
-
-void catchDeadlySignals() {
-    for (int const signal : DEADLY_SIGNALS) {
-        struct sigaction action {};
-        // A signal that whoever started the tool wants ignored (nohup) stays ignored.
-        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN)
-            continue;
-        action = {};
-        action.sa_handler = removeTemporaryAndDie;
-        action.sa_flags = static_cast<int>(SA_RESETHAND);
-        sigaction(signal, &action, nullptr);
-    }
-}
-
-mode_t modeOfNewFiles() {
-    mode_t const mask = umask(0);
-    umask(mask);
-    return NEW_FILE_MODE & ~mask;
-}
+constexpr mode_t NOBODY_ELSE = 0600;
 
 std::string folderOf(std::string const& path) {
     auto const folder = std::filesystem::path(path).parent_path();
     return folder.empty() ? "." : folder.string();
 }
 
+/// A name in the folder that nobody else chose.
+std::string temporaryNameIn(std::string const& folder) {
+    static constexpr char LETTERS[] = "abcdefghijklmnopqrstuvwxyz012345";
+    unsigned char random[10] = {};
+    (void)!getrandom(random, sizeof random, 0);
+    std::string name = folder + "/.motionphoto-";
+    for (unsigned char const byte : random)
+        name += LETTERS[byte % (sizeof LETTERS - 1)];
+    return name;
+}
+
+std::string linkTo(int fd) {
+    return "/proc/self/fd/" + std::to_string(fd);
+}
+
 } // namespace
 
-SafeOutput::SafeOutput(std::string const& path) : out(path), target(path) {
+SafeOutput::SafeOutput(std::string const& path, int photo, Existing whenThere, bool preserve)
+    : out(path), target(path), still(photo),
+      existing(whenThere), rights{FileRights::of(photo), std::nullopt, preserve} {
     examineTarget();
-    createTemporary();
+    if (!makeUnnamed())
+        makeNamed();
+}
+
+SafeOutput::~SafeOutput() {
+    close(fd);
+}
+
+void SafeOutput::refuseExisting() const {
+    throw Failure(ExitCode::WRITE_FAILED, out, "is there already; --force replaces it, --skip-existing leaves it");
 }
 
 void SafeOutput::examineTarget() {
@@ -86,62 +60,88 @@ void SafeOutput::examineTarget() {
     if (stat(out.c_str(), &status) != 0) {
         if (errno != ENOENT || out.empty())
             throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
-        mode = modeOfNewFiles();
+        if (lstat(out.c_str(), &status) == 0)
+            throw Failure(ExitCode::WRITE_FAILED, out, "is a link to a file that is not there");
         return;
     }
     if (!S_ISREG(status.st_mode))
         throw Failure(ExitCode::WRITE_FAILED, out, "is no regular file and cannot be replaced");
+    if (existing == Existing::REFUSE)
+        refuseExisting();
     if (access(out.c_str(), W_OK) != 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
     std::error_code error;
     target = std::filesystem::canonical(out, error).string();
-    if (error)
-        throw Failure(ExitCode::WRITE_FAILED, out, "cannot be found: " + error.message());
-    mode = status.st_mode & PERMISSIONS;
-    replaces = true;
-    owner = status.st_uid;
-    group = status.st_gid;
+    int const old = error ? -1 : open(target.c_str(), O_PATH | O_CLOEXEC);
+    if (old < 0)
+        throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
+    rights.replaced = FileRights::of(old);
+    close(old);
 }
 
-void SafeOutput::createTemporary() {
-    std::string name = folderOf(target) + "/.motionphoto-XXXXXX";
+bool SafeOutput::makeUnnamed() {
+    fd = open(folderOf(target).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, NOBODY_ELSE);
+    if (fd < 0)
+        return false;
+    // Without /proc it could not be given a name.
+    if (access(linkTo(fd).c_str(), F_OK) == 0)
+        return true;
+    close(fd);
+    return false;
+}
+
+void SafeOutput::makeNamed() {
     SignalsHeld const held;
-    // The handler's note has a fixed size; a path that does not fit is one the system would refuse as well.
-    if (name.size() >= sizeof abandoned) {
-        errno = ENAMETOOLONG;
-        throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
-    }
-    fd = mkostemp(name.data(), O_CLOEXEC);
+    do {
+        std::string const name = temporaryNameIn(folderOf(target));
+        fd = open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, NOBODY_ELSE);
+        if (fd >= 0)
+            temporary = TemporaryName(name);
+    } while (fd < 0 && errno == EEXIST);
     if (fd < 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
-    temporary = name;
-    std::memcpy(abandoned, name.c_str(), name.size() + 1);
-    catchDeadlySignals();
 }
 
-SafeOutput::~SafeOutput() {
-    if (!temporary.empty()) {
-        SignalsHeld const held;
-        unlink(temporary.c_str());
-        forgetTemporary();
+void SafeOutput::nameUnnamed(std::string const& name) {
+    if (linkat(AT_FDCWD, linkTo(fd).c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        throw systemFailure(ExitCode::WRITE_FAILED, out, "fail to name the finished file");
+}
+
+void SafeOutput::takeName() {
+    SignalsHeld const held;
+    if (!rights.replaced && temporary.isEmpty()) {
+        if (linkat(AT_FDCWD, linkTo(fd).c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) == 0)
+            return;
+        if (errno != EEXIST)
+            throw systemFailure(ExitCode::WRITE_FAILED, out, "fail to name the finished file");
     }
-    close(fd);
+    if (!rights.replaced && existing == Existing::REFUSE && access(target.c_str(), F_OK) == 0)
+        refuseExisting(); // it came while this one was written
+    if (temporary.isEmpty()) {
+        std::string const name = temporaryNameIn(folderOf(target));
+        nameUnnamed(name);
+        temporary = TemporaryName(name);
+    }
+    // Where the file system cannot refuse to replace, what was looked at a moment ago has to do.
+    bool const refuse = !rights.replaced && existing == Existing::REFUSE;
+    if (refuse && renameat2(AT_FDCWD, temporary.path().c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
+        return temporary.keep();
+    if (refuse && errno == EEXIST)
+        refuseExisting();
+    if (std::rename(temporary.path().c_str(), target.c_str()) != 0)
+        throw systemFailure(ExitCode::WRITE_FAILED, out, "fail to rename the finished file");
+    temporary.keep();
 }
 
 void SafeOutput::publish() {
-    // The owner goes first: a change of owner may clear permission bits. Only root may give a file away.
-    if (replaces && fchown(fd, owner, group) != 0 && errno != EPERM)
-        throw systemFailure(ExitCode::WRITE_FAILED, out, "its owner cannot be kept");
-    if (fchmod(fd, mode) != 0)
+    errno = applyRights(fd, rights);
+    if (errno != 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "its permissions cannot be set");
+    if (rights.preserve)
+        copyTimesAndAttributes(still, fd);
     if (fsync(fd) != 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "fail to bring it to disk");
-    {
-        SignalsHeld const held;
-        if (std::rename(temporary.c_str(), target.c_str()) != 0)
-            throw systemFailure(ExitCode::WRITE_FAILED, out, "fail to rename the finished file");
-        forgetTemporary();
-    }
+    takeName();
     // From here on OUT is the new file. Should this fail, only how soon its name is on disk is in doubt: after a loss
     // of power either the old file or the new one stands there, each of them whole. So the result is no failure.
     int const folder = open(folderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -149,11 +149,6 @@ void SafeOutput::publish() {
         fsync(folder);
         close(folder);
     }
-}
-
-void SafeOutput::forgetTemporary() {
-    temporary.clear();
-    abandoned[0] = '\0';
 }
 
 } // namespace motionphoto

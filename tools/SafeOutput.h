@@ -1,46 +1,55 @@
 #pragma once
 
-#include <string>
+#include "FileRights.h"
+#include "Signals.h"
 
-#include <sys/types.h>
+#include "MediaFile.h"
+
+#include <memory>
+#include <string>
 
 namespace motionphoto {
 
 /// An output file that appears whole under its name or not at all.
 ///
-/// The content is written into a temporary file in the same folder, which takes the name with one rename at publish().
-/// Until then, and after any failure, what stands under the name is untouched and the temporary file goes with the
-/// object; a signal that ends the process (hangup, interrupt, terminate) takes it along too. One object at a time.
+/// The content is written through one descriptor. Where the system can, the file has no name until it is whole, so that
+/// nothing is left behind whatever ends the process; elsewhere it has a temporary name in the same folder, which goes
+/// with the object or with a signal that ends the process. Until publish(), and after any failure, what stands under
+/// the name is untouched.
 class SafeOutput {
 public:
-    /// Makes the temporary file, readable to nobody else. A symbolic link is followed, so that the file it names is
-    /// replaced and not the link. Throws a Failure (WRITE_FAILED) when OUT is something else than a file that may be
-    /// written.
-    explicit SafeOutput(std::string const& path);
+    enum class Existing { REFUSE, REPLACE };
+
+    /// `photo` is an open descriptor of the photo that the output is made from: its rights bound the output's. A
+    /// symbolic link is followed, so that the file it names is replaced and not the link. Throws a Failure
+    /// (WRITE_FAILED) when OUT is something else than a file that may be written.
+    SafeOutput(std::string const& path, int photo, Existing whenThere, bool preserve);
     ~SafeOutput();
     SafeOutput(SafeOutput const&) = delete;
     SafeOutput& operator=(SafeOutput const&) = delete;
 
-    /// Where to write; a file of size 0.
-    std::string const& temporaryPath() const { return temporary; }
-    /// Brings the content to disk and gives it its name. A file that is replaced hands on its permissions (and its
-    /// owner where that is allowed), a new one gets what the umask leaves. Throws a Failure (WRITE_FAILED), OUT
-    /// untouched.
+    int descriptor() const { return fd; }
+    /// The still empty file for the library, over the same descriptor.
+    std::shared_ptr<android::lumo::MediaFile> file() const { return std::make_shared<android::lumo::MediaFile>(fd); }
+    /// Gives the content its rights, times and attributes (see FileRights), brings it to disk and gives it its name.
+    /// Throws a Failure (WRITE_FAILED), OUT untouched.
     void publish();
 
 private:
     void examineTarget();
-    void createTemporary();
-    void forgetTemporary();
+    bool makeUnnamed();
+    void makeNamed();
+    void nameUnnamed(std::string const& name);
+    void takeName();
+    void refuseExisting() const;
 
     std::string out;    ///< as the user wrote it, for messages
     std::string target; ///< with symbolic links resolved
-    std::string temporary;
+    int still;
+    Existing existing;
+    RightsWanted rights;
     int fd = -1;
-    mode_t mode = 0;
-    bool replaces = false;
-    uid_t owner = 0;
-    gid_t group = 0;
+    TemporaryName temporary; ///< empty while the file has no name
 };
 
 } // namespace motionphoto

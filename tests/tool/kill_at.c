@@ -1,8 +1,11 @@
-/* Preloaded into the tool: kills the process at its call number KILL_AT (from 0) that changes a file, KILL_HOW "before"
- * it, "after" it, or when "half" of its bytes are written. Without KILL_AT nothing happens. */
+/* Preloaded into the tool: ends the process by KILL_SIGNAL at its call number KILL_AT (from 0) that changes a file, KILL_HOW
+ * "before" it, "after" it, or when "half" of its bytes are written; with KILL_NAMED there are no files without a name.
+ * Without KILL_AT nothing happens. */
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,6 +14,12 @@
 #include <unistd.h>
 
 static int how; /* 'b', 'h' or 'a' when this call is the one */
+
+/* A signal that the tool holds back for now lets it go on. */
+static void end(void) {
+    kill(getpid(), atoi(getenv("KILL_SIGNAL")));
+    usleep(20000);
+}
 
 /* Logs and pipes do not count. */
 static void count_call(int fd) {
@@ -22,7 +31,7 @@ static void count_call(int fd) {
         return;
     how = calls++ == atoi(at) ? getenv("KILL_HOW")[0] : 0;
     if (how == 'b')
-        kill(getpid(), SIGKILL);
+        end();
 }
 
 static size_t bytes_left(size_t n) {
@@ -36,7 +45,7 @@ static size_t bytes_left(size_t n) {
         count_call(file);                                                                                              \
         type const result = REAL(name) arguments;                                                                      \
         if (how != 0)                                                                                                  \
-            kill(getpid(), SIGKILL);                                                                                   \
+            end();                                                                                                     \
         return result;                                                                                                 \
     }
 
@@ -47,4 +56,22 @@ WRAP(int, posix_fallocate64, fd, (int fd, off64_t offset, off64_t n), (fd, offse
 WRAP(int, fallocate64, fd, (int fd, int mode, off64_t offset, off64_t n), (fd, mode, offset, n))
 WRAP(int, fchmod, fd, (int fd, mode_t mode), (fd, mode))
 WRAP(int, fsync, fd, (int fd), (fd))
+WRAP(ssize_t, pwrite64, fd, (int fd, void const* bytes, size_t n, off64_t at), (fd, bytes, bytes_left(n), at))
+WRAP(ssize_t, copy_file_range, out, (int in, off64_t* from, int out, off64_t* to, size_t n, unsigned flags),
+     (in, from, out, to, bytes_left(n), flags))
+WRAP(int, linkat, -1, (int from, char const* name, int to, char const* other, int flags), (from, name, to, other, flags))
+WRAP(int, renameat2, -1, (int from, char const* name, int to, char const* other, unsigned flags),
+     (from, name, to, other, flags))
 WRAP(int, rename, -1, (char const* from, char const* to), (from, to))
+
+int open64(char const* path, int flags, ...) {
+    va_list rest;
+    va_start(rest, flags);
+    mode_t const mode = va_arg(rest, mode_t);
+    va_end(rest);
+    if ((flags & O_TMPFILE) == O_TMPFILE && getenv("KILL_NAMED") != NULL) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    return REAL(open64)(path, flags, mode);
+}

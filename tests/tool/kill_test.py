@@ -1,9 +1,10 @@
-"""The tool killed before, in the middle of and after each call that changes a file. With -o nothing is ever lost; in
-place only the states of docs/failure-states.md are found, by a reader that shares no code with the library.
+"""The tool ended before, in the middle of and after each call that changes a file: what it writes is whole or absent, and
+of what it was writing nothing stays, whatever signal it was.
 
-    kill_test.py SHIM TOOL DRIVER DOCS   SHIM: kill_at.c, built to be preloaded; DRIVER: of the random edits, for stills
+    kill_test.py SHIM TOOL SAMPLES   SHIM: kill_at.c, built to be preloaded
 """
 
+import itertools
 import os
 import signal
 import subprocess
@@ -13,71 +14,17 @@ import unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).parent.parent / "support"))
-from photo_reader import Damaged, boxes, find_video, heic_items, jpeg_segments, read_photo, read_trailer
-
-SHIM, TOOL, DRIVER, DOCS = sys.argv[1:5]
-KILLED = -signal.SIGKILL
-
-
-def fake_video(size, seed):
-    return b"\0\0\0\x18ftypmp42" + bytes((i * seed + i // 251) % 256 for i in range(size - 12))
-
-
-VIDEOS = {"video.mp4": fake_video(126_000, 7), "other.mp4": fake_video(125_500, 11)}
-ARGUMENTS = {"add": ["video.mp4"], "replace": ["other.mp4"], "remove": []}
-
-
-def documented():
-    """The states of each row of the document."""
-    text = (Path(DOCS) / "failure-states.md").read_text()
-    lines = [line.strip("| ").split(" | ") for line in text.splitlines() if "as before;" in line]
-    return {row: set(states.split("; ")) for row, states in lines}
-
-
-def picture_and_xmp(data):
-    if data[:2] == b"\xff\xd8":
-        segments = jpeg_segments(data)
-        scan = segments[-1].payload
-        segments[-1].payload = scan[: scan.index(b"\xff\xd9")]
-        picture = [(each.code, each.payload) for each in segments if each.code != 0xE1 or each.payload[:4] == b"Exif"]
-        return picture, b"".join(each.payload.rstrip(b" ") for each in segments if each.is_xmp())
-    start = data.index(b"meta") - 4
-    meta = boxes(data, start, start + int.from_bytes(data[start : start + 4], "big"))[0]
-    items, primary = heic_items(data, meta)
-    xmp = b"".join(item.data.rstrip(b" ") for item in items.values() if item.is_xmp())
-    others = [item for item in items.values() if not item.is_xmp()]
-    return (data[:start], primary, others), xmp if b"Description" in xmp else b""
-
-
-def trailer_text(data):
-    try:
-        trailer = read_trailer(data)
-        if trailer is None:
-            return []
-        video = find_video(data, "jpeg" if data[:2] == b"\xff\xd8" else "heic", trailer)
-        return [(each.kind, each.name, len(each.data)) for each in trailer.records] + [video and video[1]]
-    except Damaged:
-        return []
-
-
-def state(data, before, after):
-    if data in (before, after):
-        return "as before" if data == before else "complete"
-    try:
-        picture, xmp = picture_and_xmp(data)
-        assert picture in (picture_and_xmp(before)[0], picture_and_xmp(after)[0])
-    except (Damaged, AssertionError, KeyError, ValueError):
-        return "picture damaged"
-    words = []
-    for name, part, old, new in (
-        ("XMP", xmp, picture_and_xmp(before)[1], picture_and_xmp(after)[1]),
-        ("trailer", trailer_text(data), trailer_text(before), trailer_text(after)),
-    ):
-        word = "old" if part == old else "new" if part == new else "none" if not part else "cut"
-        words.append(f"{name} {word}")
-    text = ", ".join(words)
-    return {"XMP old, trailer old": "as before, unused bytes", "XMP new, trailer new": "complete, unused bytes"}.get(text, text)
+SHIM, TOOL, SAMPLES = sys.argv[1], sys.argv[2], Path(sys.argv[3])
+STILL, CLIP = (SAMPLES / "still.jpg").read_bytes(), (SAMPLES / "clip.mp4").read_bytes()
+ANOTHER = CLIP + b"\0\0\0\x40free" + bytes(56)
+ARGUMENTS = {"add": ["clip"], "replace": ["another"], "remove": [], "extract": []}
+OUTPUTS = {
+    "into a new file": (["-o", "out"], "out", None),
+    "in place of a file": (["-o", "out", "--force"], "out", b"what was there"),
+    "in place of the still": (["--in-place"], "photo", None),
+    "into the still's bytes": (["--in-place=bytes"], "photo", None),
+}
+SIGNALS = ("TERM", "HUP", "INT", "QUIT", "PIPE", "XCPU", "ALRM", "USR1")
 
 
 class KillTest(unittest.TestCase):
@@ -85,92 +32,70 @@ class KillTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory(dir="/dev/shm" if Path("/dev/shm").is_dir() else None)
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
-        self.states = documented()
 
-    def still(self, kind):
-        path = self.folder / kind
-        subprocess.run([DRIVER], input=f"still {kind} {path}\n", text=True, check=True, stdout=subprocess.DEVNULL)
-        return path.read_bytes()
-
-    def tool(self, folder, *args, **kill):
-        environment = {**os.environ, "ASAN_OPTIONS": "verify_asan_link_order=0", **kill}
+    def run_tool(self, photo, command, output, **kill):
+        """Return code, what the output is, the still, and the names of further files."""
+        options, name, old = OUTPUTS[output]
+        folder = Path(tempfile.mkdtemp(dir=self.folder))
+        given = {"photo": photo, "clip": CLIP, "another": ANOTHER, **({"out": old} if old else {})}
+        for each, content in given.items():
+            (folder / each).write_bytes(content)
+        environment = {**os.environ, **{key: str(value) for key, value in kill.items()}}
         if kill:
             environment["LD_PRELOAD"] = SHIM
-        run = subprocess.run([TOOL, *args], cwd=folder, env=environment, capture_output=True, timeout=120)
-        return run.returncode
+        call = [TOOL, command, "photo", *ARGUMENTS[command], *options]
+        code = subprocess.run(call, cwd=folder, env=environment, capture_output=True, timeout=120).returncode
+        content = (folder / name).read_bytes() if (folder / name).exists() else None
+        left = {path.name for path in folder.iterdir()} - {*given, name}
+        return code, content, (folder / "photo").read_bytes(), left
 
-    def work(self, before, *extra):
-        folder = Path(tempfile.mkdtemp(dir=self.folder))
-        for name, content in {**VIDEOS, "photo": before, **dict(extra)}.items():
-            (folder / name).write_bytes(content)
-        return folder
+    def edited(self, photo, command):
+        code, content, _, _ = self.run_tool(photo, command, "into a new file")
+        self.assertEqual(code, 0)
+        return content
 
-    def edited(self, before, command):
-        folder = self.work(before)
-        self.assertEqual(self.tool(folder, command, "photo", *ARGUMENTS[command], "--in-place"), 0)
-        return (folder / "photo").read_bytes()
+    def end_everywhere(self, command, output, hows, signals, named):
+        """Ends it at every call; the forms that have no temporary name leave nothing even after KILL."""
+        before = STILL if command == "add" else self.edited(STILL, "add")
+        after = CLIP if command == "extract" else self.edited(before, command)
+        old = OUTPUTS[output][2] if OUTPUTS[output][1] == "out" else before
 
-    def kill_everywhere(self, one_run):
-        """one_run(number, how) tells whether the tool was killed."""
+        def one_run(number, how):
+            ending = signals[number % len(signals)]
+            kill = {"KILL_AT": number, "KILL_HOW": how, "KILL_SIGNAL": int(getattr(signal, "SIG" + ending))}
+            code, content, still, left = self.run_tool(before, command, output, **kill, **({"KILL_NAMED": 1} if named else {}))
+            context = (command, output, how, number, ending, named)
+            self.assertIn(content, (old, after), context)
+            if OUTPUTS[output][1] == "out":
+                self.assertEqual(still, before, context)
+            unnamed = not named and output == "into a new file"
+            may_stay = ending == "KILL" and not unnamed
+            self.assertTrue(len(left) <= may_stay and all(name.startswith(".motionphoto-") for name in left), (context, left))
+            if code >= 0:
+                self.assertEqual((code, content), (0, after), context)
+            return code < 0
+
         with ThreadPoolExecutor(os.cpu_count()) as pool:
-            for how in ("before", "half", "after"):
-                killed = [True]
-                while all(killed):
-                    first = len(killed) - 1
-                    killed += pool.map(lambda number: one_run(number, how), range(first, first + 4))
-                self.assertTrue(killed[1], "no call was killed")
+            for how in hows:
+                ended = []
+                for first in itertools.count(0, 4):
+                    ended += pool.map(lambda number: one_run(number, how), range(first, first + 4))
+                    if not all(ended[-4:]) and (signals == ["KILL"] or first > 24):
+                        break
+                self.assertTrue(ended[1], "no call was ended")
 
-    def test_in_place_only_documented_states_are_found(self):
-        for kind in ("jpeg", "heic"):
-            photo = self.still(kind)
-            for command in ("add", "replace", "remove"):
-                before, after = photo, self.edited(photo, command)
-                row = f"{kind.upper()}: video or record, XMP {'room made' if command == 'add' else 'fits'}"
+    def test_killed_output_is_whole_or_absent(self):
+        for command, (output, named) in zip(
+            itertools.cycle(ARGUMENTS), itertools.product([*OUTPUTS][:3], (False, True))
+        ):
+            if command == "extract" and output == "in place of the still":
+                command = "remove"
+            self.end_everywhere(command, output, ("before", "half", "after"), ["KILL"], named)
 
-                def one_run(number, how):
-                    folder = self.work(before)
-                    call = [command, "photo", *ARGUMENTS[command], "--in-place"]
-                    code = self.tool(folder, *call, KILL_AT=str(number), KILL_HOW=how)
-                    found = (folder / "photo").read_bytes()
-                    context = (kind, command, how, number)
-                    if code != KILLED:
-                        self.assertEqual((code, found == after), (0, True), context)
-                        return False
-                    word = state(found, before, after)
-                    self.assertIn(word, self.states[row], context)
-                    again = self.tool(folder, *call) if how == "half" else 0
-                    self.assertIn(again, (0, 1, 3, 4), context)
-                    return True
-
-                self.kill_everywhere(one_run)
-                photo = after if command != "remove" else photo
-                self.assertEqual(read_photo(after).motion_photo_faults(), [])
-
-    def test_output_file_is_whole_or_absent_and_the_still_untouched(self):
-        for kind in ("jpeg", "heic"):
-            photo = self.still(kind)
-            for command in ("add", "replace", "remove", "extract"):
-                before = photo if command == "add" else self.edited(photo, "add")
-                expected = VIDEOS["video.mp4"] if command == "extract" else self.edited(before, command)
-
-                def one_run(number, how):
-                    old = {"out": b"what was there"} if number % 2 else {}
-                    folder = self.work(before, *old.items())
-                    call = [command, "photo", *ARGUMENTS.get(command, []), "-o", "out"]
-                    code = self.tool(folder, *call, KILL_AT=str(number), KILL_HOW=how)
-                    context = (kind, command, how, number)
-                    out = (folder / "out").read_bytes() if (folder / "out").exists() else None
-                    self.assertEqual((folder / "photo").read_bytes(), before, context)
-                    if code != KILLED:
-                        self.assertEqual((code, out == expected), (0, True), context)
-                        return False
-                    self.assertIn(out, (old.get("out"), expected), context)
-                    names = {path.name for path in folder.iterdir()} - {*VIDEOS, "photo", "out"}
-                    self.assertTrue(all(name.startswith(".motionphoto-") for name in names) and len(names) < 2, names)
-                    return True
-
-                self.kill_everywhere(one_run)
+    def test_other_signals_leave_nothing_behind(self):
+        for output in OUTPUTS:
+            self.end_everywhere("replace", output, ("before", "after"), list(SIGNALS), named=True)
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], *sys.argv[5:]])
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])

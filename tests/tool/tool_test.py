@@ -5,19 +5,18 @@ code with the library."""
 import json
 import os
 import resource
-import signal
 import stat
 import struct
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 from pathlib import Path
 
 TOOL, SAMPLES = list(filter(None, sys.argv[1].split(";"))), Path(sys.argv[2])
 STILL = (SAMPLES / "still.jpg").read_bytes()
 CLIP = (SAMPLES / "clip.mp4").read_bytes()
+DAMAGED = STILL + struct.pack("<II", 999, 1) + b"QRTH" + struct.pack("<III", 0, 9, 12) + b"QRTT"
 
 
 def trailer(*records):
@@ -120,38 +119,59 @@ class ToolTest(unittest.TestCase):
         self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
         self.write("short.mp4", CLIP[:125_000])
         self.write("text.txt", b"neither an image nor a video")
-        self.write("damaged.jpg", STILL + struct.pack("<II", 999, 1) + b"QRTH" + struct.pack("<III", 0, 9, 12) + b"QRTT")
+        self.write("damaged.jpg", DAMAGED)
         self.write("out.jpg", b"what was there")
+        self.write("empty.jpg", b"")
+        self.write("image.png", b"\x89PNG\r\n\x1a\n" + bytes(40))
+        self.write("image.avif", b"\0\0\0\x1cftypavif" + bytes(40))
+        self.write("-dash.jpg", STILL)
+        os.symlink("still.jpg", self.folder / "link.jpg")
+        os.symlink("absent.jpg", self.folder / "dangling.jpg")
         self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
+        os.link(self.folder / "photo.jpg", self.folder / "twin.jpg")
         with open(self.folder / "huge.mp4", "wb") as huge:
             huge.write(CLIP)
             huge.truncate(2**32 - 1000)
         add = ["add", "still.jpg"]
         for code, reason, args in (
             (2, "subcommand", []),
-            (2, "VIDEO", [*add, "-o", "out.jpg"]),
-            (2, "either -o OUT or --in-place", [*add, "clip.mp4"]),
-            (2, "either -o OUT or --in-place", [*add, "clip.mp4", "--in-place", "-o", "out.jpg"]),
+            (2, "'inof', the nearest is 'info'", ["inof", "still.jpg"]),
+            (2, "put -- in front", ["info", "-dash.jpg"]),
+            (2, "VIDEO", [*add, "-o", "new.jpg"]),
+            (2, "one of -o OUT, -d DIR and --in-place", [*add, "clip.mp4"]),
+            (2, "one of -o OUT, -d DIR and --in-place", [*add, "clip.mp4", "--in-place", "-o", "new.jpg"]),
+            (2, "--in-place=bytes", [*add, "clip.mp4", "--in-place=all"]),
+            (2, "-o is for one file", ["remove", "photo.jpg", "still.jpg", "-o", "new.jpg"]),
             (2, "--timestamp-us", [*add, "clip.mp4", "--in-place", "--timestamp-us", "-1"]),
+            (2, "is no time", [*add, "clip.mp4", "--in-place", "--timestamp-us", "99999999999999999999"]),
+            (2, "is no time", [*add, "clip.mp4", "--in-place", "--at", "1.2 h"]),
+            (2, "its video ends after", ["set", "photo.jpg", "--at", "2.6s", "-o", "new.jpg"]),
             (2, "--in-place", [*add, "clip.mp4", "-o", "./still.jpg"]),
             (2, "both input and output", [*add, "clip.mp4", "-o", "clip.mp4"]),
             (2, "both input and output", ["extract", "photo.jpg", "-o", "photo.jpg"]),
             (2, "both as the still and as the video", [*add, "still.jpg", "--in-place"]),
             (3, "ffmpeg -i IN -c copy -brand mp42 OUT.mp4", [*add, "isom.mp4", "--in-place"]),
             (3, "125,000", [*add, "short.mp4", "--in-place"]),
-            (3, "125,000", ["replace", "photo.jpg", "short.mp4", "-o", "out.jpg"]),
+            (3, "125,000", ["replace", "photo.jpg", "short.mp4", "-o", "new.jpg"]),
             (3, "4 GiB", [*add, "huge.mp4", "--in-place"]),
-            (3, "No such file", [*add, "absent.mp4", "-o", "out.jpg"]),
+            (3, "No such file", [*add, "absent.mp4", "-o", "new.jpg"]),
             (3, "No such file", ["info", "absent.jpg"]),
-            (3, "regular file", ["info", "."]),
-            (3, "file type", ["info", "text.txt"]),
-            (3, "video/mp4", ["add", "clip.mp4", "still.jpg", "-o", "out.jpg"]),
-            (3, "damaged.jpg", ["info", "--json", "damaged.jpg"]),
+            (3, "is a folder; -r", ["info", "."]),
+            (3, "is a text,", ["info", "text.txt"]),
+            (3, "is empty", ["info", "empty.jpg"]),
+            (3, "is a PNG image,", ["info", "image.png"]),
+            (3, "is an AVIF image,", ["info", "image.avif"]),
+            (3, "is a movie,", ["add", "clip.mp4", "still.jpg", "-o", "new.jpg"]),
+            (3, "damaged.jpg", ["info", "damaged.jpg"]),
             (3, "damaged.jpg", ["add", "damaged.jpg", "clip.mp4", "--in-place"]),
             (1, "no motion photo", ["replace", "still.jpg", "clip.mp4", "--in-place"]),
             (1, "no motion photo", ["remove", "still.jpg", "--in-place"]),
-            (1, "no motion photo", ["extract", "still.jpg", "-o", "out.jpg"]),
-            (4, "No such file", [*add, "clip.mp4", "-o", "absent/out.jpg"]),
+            (1, "no motion photo", ["extract", "still.jpg", "-o", "new.mp4"]),
+            (4, "is there already; --force", [*add, "clip.mp4", "-o", "out.jpg"]),
+            (4, "is a link;", ["add", "link.jpg", "clip.mp4", "--in-place"]),
+            (4, "is a link to a file that is not there", [*add, "clip.mp4", "-o", "dangling.jpg"]),
+            (4, "has 2 names", ["remove", "photo.jpg", "--in-place"]),
+            (4, "No such file", [*add, "clip.mp4", "-o", "absent/new.jpg"]),
             (4, "regular file", [*add, "clip.mp4", "-o", "."]),
         ):
             with self.subTest(args=args):
@@ -169,40 +189,94 @@ class ToolTest(unittest.TestCase):
                     with self.subTest(command=command[0], limit=limit, existing=existing):
                         if existing:
                             self.write("out", b"what was there")
-                        self.refused(4, "", *command, "-o", "out", limit=limit)
+                        self.refused(4, "", *command, "-o", "out", "--force", limit=limit)
                         (self.folder / "out").unlink(missing_ok=True)
         with open("/dev/full", "w") as full:
             self.assertEqual(self.tool("info", "still.jpg", stdout=full).returncode, 4)
 
-    def test_output_keeps_mode_and_link_of_the_file_it_replaces(self):
-        self.write("real.jpg", b"old")
-        os.chmod(self.folder / "real.jpg", 0o640)
-        os.symlink("real.jpg", self.folder / "link.jpg")
-        self.done("add", "still.jpg", "clip.mp4", "-o", "link.jpg")
-        self.assertTrue((self.folder / "link.jpg").is_symlink())
-        self.assertEqual(stat.S_IMODE((self.folder / "real.jpg").stat().st_mode), 0o640)
-        self.tool("extract", "real.jpg", "-o", "new.mp4", umask=0o027)
-        self.assertEqual(stat.S_IMODE((self.folder / "new.mp4").stat().st_mode), 0o640)
+    def mode(self, name):
+        return stat.S_IMODE((self.folder / name).stat().st_mode)
 
-    def test_signal_takes_the_temporary_file_along(self):
-        with open(self.folder / "long.mp4", "wb") as video:
-            video.write(CLIP)
-            video.truncate(400 << 20)
-        command = [*TOOL, "add", "still.jpg", "long.mp4", "--timestamp-us", "0", "-o", "out.jpg"]
-        process = subprocess.Popen(command, cwd=self.folder)
-        while process.poll() is None and not any(path.stat().st_size for path in self.folder.glob(".motionphoto-*")):
-            time.sleep(0.001)
-        process.send_signal(signal.SIGTERM)
-        self.assertEqual(process.wait(60), -signal.SIGTERM)
-        self.assertEqual({path.name for path in self.folder.iterdir()}, {"still.jpg", "clip.mp4", "long.mp4"})
+    def test_output_is_no_wider_than_the_still_and_what_it_replaces(self):
+        for still, replaced, extra, expected in (
+            (0o640, None, [], 0o640),
+            (0o604, None, [], 0o604),
+            (0o644, 0o640, [], 0o640),
+            (0o600, 0o644, [], 0o600),
+            (0o666, None, ["--no-preserve"], 0o640),
+            (0o600, None, ["--no-preserve"], 0o600),
+        ):
+            with self.subTest(still=oct(still), replaced=replaced, extra=extra):
+                os.chmod(self.folder / "still.jpg", still)
+                (self.folder / "out.jpg").unlink(missing_ok=True)
+                if replaced:
+                    self.write("out.jpg", b"old")
+                    os.chmod(self.folder / "out.jpg", replaced)
+                self.tool("add", "still.jpg", "clip.mp4", "-o", "out.jpg", "--force", *extra, umask=0o027)
+                self.assertEqual(self.mode("out.jpg"), expected)
+
+    def test_links_times_and_attributes_are_kept(self):
+        os.symlink("still.jpg", self.folder / "link.jpg")
+        os.utime(self.folder / "still.jpg", ns=(10**18, 10**18 + 7))
+        try:
+            os.setxattr(self.folder / "still.jpg", "user.note", b"a word")
+            attribute = True
+        except OSError:
+            attribute = False
+        self.done("add", "link.jpg", "clip.mp4", "--in-place", "--force")
+        self.assertTrue((self.folder / "link.jpg").is_symlink())
+        for command in (["set", "still.jpg", "--at", "1s", "--in-place=bytes"], ["remove", "still.jpg", "-o", "out.jpg"]):
+            self.done(*command)
+            path = self.folder / ("out.jpg" if "-o" in command else "still.jpg")
+            self.assertEqual(path.stat().st_mtime_ns, 10**18 + 7)
+            self.assertTrue(not attribute or os.getxattr(path, "user.note") == b"a word")
+
+    def test_folders_are_worked_through_whatever_one_file_is(self):
+        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
+        photo = self.read("photo.jpg")
+        for name in ("in/b.JPG", "in/deep/a.jpeg", "in/deep/\x1b[31m.jpg"):
+            (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
+            self.write(name, photo)
+        self.write("in/bad.jpg", DAMAGED)
+        self.write("in/plain.jpg", STILL)
+        self.write("in/notes.txt", b"text")
+        call = ["extract", "-r", "in", "-d", "out", "-j", "3"]
+        result = self.tool(*call)
+        self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (3, "3 done, 1 without a video, 1 failed"))
+        self.assertIn("in/bad.jpg", result.stderr)
+        clips = sorted(str(path.relative_to(self.folder)) for path in (self.folder / "out").rglob("*") if path.is_file())
+        self.assertEqual(clips, ["out/b.mp4", "out/deep/\x1b[31m.mp4", "out/deep/a.mp4"])
+        self.assertEqual({self.read(clip) for clip in clips}, {CLIP})
+        result = self.tool(*call, "--skip-existing")
+        self.assertEqual(result.stderr.splitlines()[-1], "0 done, 3 skipped, 1 without a video, 1 failed")
+        self.assertEqual(self.tool(*call, "-q").stderr.count("is there already"), 3)
+        listing = self.tool("info", "--list", "--files-from", "-", "-0", input="in/b.JPG\0in/deep/\x1b[31m.jpg\0")
+        self.assertEqual((listing.returncode, listing.stdout.count("219,772")), (0, 2))
+        self.assertNotIn("\x1b", listing.stdout)
+        before = self.snapshot()
+        self.assertEqual(self.done("remove", "photo.jpg", "--in-place", "--dry-run"), "would write photo.jpg\n")
+        self.assertEqual(self.snapshot(), before)
+
+    def test_parts_come_apart_and_together(self):
+        self.done("add", "still.jpg", "clip.mp4", "--at", "1500ms", "-o", "photo.jpg")
+        self.tool("split", "photo.jpg", "-d", "parts")
+        self.assertEqual(self.read("parts/photo.mp4"), CLIP)
+        self.done("still", "photo.jpg", "-o", "alone.jpg")
+        self.assertEqual(self.info("alone.jpg")["xmp"], {"properties": [], "items": []})
+        self.done("still", "still.jpg", "-o", "copy.jpg")
+        self.assertEqual(self.read("copy.jpg"), STILL)
+        self.done("carry", "photo.jpg", "--into", "alone.jpg", "-o", "again.jpg")
+        self.assertEqual(self.info("again.jpg")["motionPhoto"]["presentationTimestampUs"], 1_500_000)
+        self.assertEqual(subprocess.run([*TOOL, "extract", "again.jpg", "-o", "-"], cwd=self.folder, stdout=-1).stdout, CLIP)
 
     def test_info_goes_on_behind_a_file_that_fails(self):
         self.write("named.jpg", STILL + trailer((1, b"\xff\x1b[31m", b"abc"), (2608, b"MotionPhoto_Data", b"mpv2" + bytes(8))))
         self.write("text.txt", b"text")
         result = self.tool("info", "--json", "still.jpg", "text.txt", "named.jpg")
         self.assertEqual((result.returncode, result.stderr.count("\n")), (3, 1))
-        plain, named = json.loads(result.stdout)
-        self.assertEqual((plain["file"], named["file"]), ("still.jpg", "named.jpg"))
+        plain, bad, named = map(json.loads, result.stdout.splitlines())
+        self.assertEqual((plain["schema"], plain["file"], named["file"]), (1, "still.jpg", "named.jpg"))
+        self.assertEqual((bad["file"], bad["error"]["exitCode"]), ("text.txt", 3))
         self.assertEqual(plain["imageSize"], len(STILL))
         self.assertEqual([record["name"][1:] for record in named["trailer"]["records"]][0], "\x1b[31m")
         self.assertEqual(named["trailer"]["records"][0]["size"], 3)
@@ -215,10 +289,19 @@ class ToolTest(unittest.TestCase):
         self.done("remove", "named.jpg", "--in-place")
         self.assertEqual([record["type"] for record in self.info("named.jpg")["trailer"]["records"]], [1])
 
+    def test_help_man_page_and_completions_know_every_command(self):
+        shown = self.done("--help")
+        self.assertIn("Exit codes", shown)
+        commands = ["info", "add", "extract", "carry"]
+        for text in (shown, *(self.done("generate", form) for form in ("man", "bash", "zsh", "fish"))):
+            for command in commands:
+                self.assertIn(command, text)
+        self.assertIn("motionphoto add still.jpg clip.mp4 -o photo.jpg", self.done("add", "--help"))
+
     def test_library_log_is_shown_when_asked_for(self):
-        self.write("text.txt", b"text")
+        self.write("damaged.jpg", DAMAGED)
         self.assertIn("MediaFile", self.tool("-v", "info", "still.jpg").stderr)
-        self.assertRegex(self.tool("info", "-v", "text.txt").stderr, r"text\.txt: \[metadata_utils/MediaFile:\d+\] ")
+        self.assertRegex(self.tool("info", "-v", "damaged.jpg").stderr, r"damaged\.jpg: \[metadata_utils/\w+:\d+\] ")
 
 
 if __name__ == "__main__":

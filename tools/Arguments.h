@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace motionphoto {
+
+/// What the command line asked for. A command reads what its definition lets be given.
+struct Arguments {
+    // Which files.
+    std::vector<std::string> paths;
+    bool recursive = false;
+    std::string filesFrom; ///< a file with names, "-" for standard input
+    bool zeroSeparated = false;
+
+    // Where the result goes.
+    std::string out;
+    std::string folder;
+    std::string inPlace; ///< "true": the result takes the photo's name when it is whole; "bytes": the library's commit
+    bool isInPlace() const { return !inPlace.empty(); }
+    bool isInBytes() const { return inPlace == "bytes"; }
+    bool force = false;
+    bool skipExisting = false;
+    bool preserve = true;
+
+    // How it is done.
+    unsigned jobs = 0; ///< 0: a worker a core
+    bool dryRun = false;
+    bool quiet = false;
+    bool verbose = false;
+
+    // Commands' own.
+    std::string edited;
+    std::string video;
+    std::string at; ///< "auto", a time with its unit, or empty
+    std::string nameTemplate = "{stem}.{ext}";
+    std::string key;
+    std::string value;
+    std::string data; ///< a file, "-" for standard input or output
+    int32_t type = 0;
+    bool json = false;
+    bool list = false;
+};
+
+} // namespace motionphoto

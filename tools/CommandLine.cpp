@@ -1,0 +1,128 @@
+#include "CommandLine.h"
+
+#include "Documents.h"
+#include "Failure.h"
+#include "Text.h"
+
+#include "metadata_utils.h"
+
+#include <CLI/CLI.hpp>
+#include <android/log.h>
+
+#include <algorithm>
+#include <iostream>
+#include <numeric>
+
+#include <unistd.h>
+
+namespace motionphoto {
+
+namespace {
+
+char const FOOTER[] = "motionphoto COMMAND --help says more and shows examples.\n"
+                      "Exit codes: 0 done; 1 no motion photo where one is needed; 2 usage; 3 unreadable, damaged or\n"
+                      "unsupported input; 4 writing failed (OUT is as it was before). Over several files the worst.";
+
+/// How many letters have to be changed, added or left out to make one word of the other.
+size_t distance(std::string const& a, std::string const& b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), 0);
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0]++;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            size_t const above = row[j];
+            row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
+        }
+    }
+    return row.back();
+}
+
+std::string firstWord(std::string const& name) {
+    return name.substr(0, name.find(' '));
+}
+
+CLI::App* find(CLI::App& app, std::string const& name) {
+    auto const all = app.get_subcommands([&](CLI::App const* sub) { return sub->check_name(name); });
+    return all.empty() ? nullptr : all.front();
+}
+
+} // namespace
+
+CommandLine::CommandLine()
+    : app(std::make_unique<CLI::App>("Looks at motion photos, stills that carry a video, and makes and unmakes them.",
+                                     "motionphoto")) {
+    app->footer(FOOTER);
+    app->require_subcommand(1);
+    app->fallthrough();
+    app->add_flag("-v,--verbose", args.verbose, "Show the library's log");
+    app->set_version_flag("--version", android::lumo::metadata_utils::getVersionString());
+    for (auto const& command : commands())
+        define(command);
+    defineDocuments(*app);
+}
+
+CommandLine::~CommandLine() = default;
+
+void CommandLine::define(Command const& command) {
+    auto* parent = app.get();
+    std::string name = command.name;
+    if (auto const space = name.find(' '); space != std::string::npos) {
+        std::string const family = name.substr(0, space);
+        parent = find(*app, family);
+        if (parent == nullptr) {
+            parent = app->add_subcommand(family, "The commands of " + family);
+            parent->require_subcommand(1);
+            parent->fallthrough();
+        }
+        name = name.substr(space + 1);
+    }
+    auto* sub = parent->add_subcommand(name, command.purpose);
+    command.options(*sub, args);
+    std::string examples = "Examples:";
+    for (auto const& example : command.examples)
+        examples += "\n  motionphoto " + example;
+    sub->footer(examples);
+    sub->callback([this, &command] { chosen = command.run; });
+}
+
+/// What the parser would tell in its own words, or take for something else.
+void CommandLine::checkWords(int argc, char** argv) const {
+    bool named = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string const word = argv[i];
+        if (word == "--")
+            return;
+        if (word.size() > 2 && word.starts_with('-') && word[1] != '-' && access(argv[i], F_OK) == 0)
+            throw Failure(ExitCode::USAGE, word, "is read as options; put -- in front of the file names");
+        if (word.starts_with('-') || named)
+            continue;
+        named = true;
+        if (find(*app, word) != nullptr)
+            continue;
+        auto const nearest = std::min_element(commands().begin(), commands().end(), [&](auto& a, auto& b) {
+            return distance(word, firstWord(a.name)) < distance(word, firstWord(b.name));
+        });
+        throw Failure(ExitCode::USAGE, "",
+                      "there is no command '" + word + "', the nearest is '" + firstWord(nearest->name) +
+                          "' (motionphoto --help lists them all)");
+    }
+}
+
+int CommandLine::run(int argc, char** argv) {
+    checkWords(argc, argv);
+    try {
+        app->parse(argc, argv);
+    } catch (CLI::Success const& asked) { // help, version and the documents
+        return app->exit(asked);
+    } catch (CLI::ParseError const& error) {
+        std::string text = error.what();
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        throw Failure(ExitCode::USAGE, "", text + " (motionphoto --help says more)");
+    }
+    if (!args.verbose)
+        __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+    return static_cast<int>(guarded("", [&] { return chosen(args); }));
+}
+
+} // namespace motionphoto

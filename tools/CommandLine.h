@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Arguments.h"
+#include "ExitCode.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace motionphoto {
+
+/// One command: what it is for, what may be given, and what does it. Help, man page and completions come from these.
+struct Command {
+    std::string name;
+    std::string purpose;
+    std::function<void(CLI::App&, Arguments&)> options;
+    std::function<ExitCode(Arguments const&)> run;
+    std::vector<std::string> examples;
+};
+
+/// The commands in the order of the help.
+std::vector<Command> const& commands();
+
+/// The tool's command line.
+class CommandLine {
+public:
+    CommandLine();
+    ~CommandLine();
+
+    /// Runs what the arguments ask for and returns the exit code. Throws a Failure.
+    int run(int argc, char** argv);
+    bool isVerbose() const { return args.verbose; }
+
+private:
+    void checkWords(int argc, char** argv) const;
+    void define(Command const& command);
+
+    std::unique_ptr<CLI::App> app;
+    Arguments args;
+    std::function<ExitCode(Arguments const&)> chosen;
+};
+
+} // namespace motionphoto

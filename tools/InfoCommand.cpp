@@ -1,0 +1,53 @@
+// What files are and carry, as text, as a line each, or as JSON.
+
+#include "Commands.h"
+
+#include "Batch.h"
+#include "InfoReport.h"
+#include "Photo.h"
+
+#include <sstream>
+
+namespace motionphoto {
+
+namespace {
+
+InfoReport reportOn(std::string const& path) {
+    Photo const photo(path, Access::READ);
+    return guarded(path, [&] { return gather(photo.file, *photo.view); });
+}
+
+void print(Arguments const& args, InfoReport const& report, std::ostream& out) {
+    if (args.json)
+        printJson(report, out);
+    else if (args.list)
+        printLine(report, out);
+    else
+        printText(report, out);
+}
+
+} // namespace
+
+ExitCode info(Arguments const& args) {
+    if (args.json && args.list)
+        throw Failure(ExitCode::USAGE, "", "give either --json or --list");
+    bool const apart = !args.json && !args.list && (args.paths.size() > 1 || args.recursive || !args.filesFrom.empty());
+    return forEachInput(
+        args,
+        [&](Input const& input) {
+            std::ostringstream out;
+            try {
+                print(args, reportOn(input.path), out);
+            } catch (Failure const& failure) {
+                auto outcome = failed(args, failure);
+                if (args.json)
+                    printJson(input.path, failure, out);
+                outcome.text = out.str();
+                return outcome;
+            }
+            return Outcome{Outcome::Kind::DONE, ExitCode::DONE, out.str() + (apart ? "\n" : ""), ""};
+        },
+        Summary::NO);
+}
+
+} // namespace motionphoto

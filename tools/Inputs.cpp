@@ -1,0 +1,126 @@
+#include "Inputs.h"
+
+#include "Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+namespace motionphoto {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char STANDARD_INPUT[] = "-";
+
+bool isStillName(fs::path const& path) {
+    static constexpr std::array<char const*, 4> ENDINGS = {".jpg", ".jpeg", ".heic", ".heif"};
+    std::string ending = path.extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    return path.filename().string().front() != '.' &&
+           std::find(ENDINGS.begin(), ENDINGS.end(), ending) != ENDINGS.end();
+}
+
+bool isFolder(std::string const& path) {
+    std::error_code ignored; // what cannot be asked is told when it is opened as a file
+    return fs::is_directory(path, ignored);
+}
+
+} // namespace
+
+/// The lines, or the texts ended by a zero byte, of --files-from.
+struct Inputs::Listing {
+    std::ifstream file;
+    std::istream& stream;
+    char end;
+
+    Listing(std::string const& path, bool zeroSeparated)
+        : stream(path == STANDARD_INPUT ? std::cin : file), end(zeroSeparated ? '\0' : '\n') {
+        if (path == STANDARD_INPUT)
+            return;
+        file.open(path);
+        if (!file)
+            throw systemFailure(ExitCode::BAD_INPUT, path, "cannot be read");
+    }
+};
+
+Inputs::Inputs(Arguments const& args)
+    : recursive(args.recursive), many(args.paths.size() > 1 || args.recursive || !args.filesFrom.empty()),
+      given(args.paths.begin(), args.paths.end()) {
+    if (!args.filesFrom.empty())
+        listing = std::make_unique<Listing>(args.filesFrom, args.zeroSeparated);
+    if (given.empty() && !listing)
+        throw Failure(ExitCode::USAGE, "", "no file is given (motionphoto --help says more)");
+}
+
+Inputs::~Inputs() = default;
+
+bool Inputs::nextName(Input& input) {
+    std::string path;
+    if (!given.empty()) {
+        path = given.front();
+        given.pop_front();
+    } else {
+        while (path.empty()) {
+            if (!listing || !std::getline(listing->stream, path, listing->end))
+                return false;
+        }
+    }
+    input = {path, fs::path(path).filename().string()};
+    return true;
+}
+
+void Inputs::open(Input const& folder) {
+    std::vector<Input> entries;
+    std::error_code error;
+    fs::directory_iterator entry(folder.path, error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        bool const isLink = entry->is_symlink(error);
+        error.clear(); // an entry that cannot be asked is told when it is opened
+        auto const name = entry->path().filename();
+        if ((isFolder(entry->path().string()) && !isLink && name.string().front() != '.') || isStillName(name))
+            entries.push_back({entry->path().string(), (fs::path(folder.relative) / name).string()});
+    }
+    if (error)
+        throw Failure(ExitCode::BAD_INPUT, folder.path, "cannot be read: " + error.message());
+    std::sort(entries.begin(), entries.end(), [](auto& a, auto& b) { return a.path < b.path; });
+    found.insert(found.begin(), entries.begin(), entries.end());
+}
+
+bool Inputs::next(Input& input) {
+    for (;;) {
+        bool const below = !found.empty();
+        if (below) {
+            input = found.front();
+            found.pop_front();
+        } else if (!nextName(input)) {
+            return false;
+        }
+        if (!recursive || !isFolder(input.path))
+            return true;
+        if (!below)
+            input.relative.clear();
+        open(input);
+    }
+}
+
+size_t Inputs::count(Arguments const& args) {
+    if (args.filesFrom == STANDARD_INPUT)
+        return 0;
+    Inputs all(args);
+    size_t number = 0;
+    for (Input input;;) {
+        try {
+            if (!all.next(input))
+                return number;
+        } catch (Failure const&) {
+            // told when the work comes to it
+        }
+        ++number;
+    }
+}
+
+} // namespace motionphoto

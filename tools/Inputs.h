@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Arguments.h"
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace motionphoto {
+
+/// One file that a command is to work on.
+struct Input {
+    std::string path;
+    std::string relative; ///< where its result goes below -d: its name, with the folders below the one that was given
+};
+
+/// The files that a command line names, one after another: arguments, lines of --files-from, and with -r the stills of
+/// folders. A folder's names are read when it is reached, so that results written into it are no inputs of this run.
+class Inputs {
+public:
+    explicit Inputs(Arguments const& args);
+    ~Inputs();
+
+    /// False behind the last one. A folder that cannot be read throws a Failure, and the next call goes on behind it.
+    bool next(Input& input);
+    /// There may be more than one.
+    bool isMany() const { return many; }
+    /// How many there are, by looking; 0 when that cannot be known beforehand.
+    static size_t count(Arguments const& args);
+
+private:
+    struct Listing;
+    void open(Input const& folder);
+    bool nextName(Input& input);
+
+    bool recursive;
+    bool many;
+    std::deque<std::string> given;
+    std::deque<Input> found; ///< of the folders being read, in order
+    std::unique_ptr<Listing> listing;
+};
+
+} // namespace motionphoto

@@ -1,0 +1,161 @@
+#include "Photo.h"
+
+#include "Text.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string_view>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace motionphoto {
+
+using namespace android::lumo;
+
+namespace {
+
+/// A video of up to this many bytes cannot be told from a pointer to a video when it is a record of a JPEG's trailer.
+constexpr uint64_t MAX_POINTER_SIZE = 125'000;
+/// Offsets in a file are 32-bit.
+constexpr uint64_t MAX_FILE_SIZE = 0xFFFFFFFF;
+/// What a video brings along at most: an XMP segment, records of a few bytes, the trailer's tail.
+constexpr uint64_t MAX_OVERHEAD = 128 * 1024;
+
+/// What a file that is no still is, in a person's words; empty where that is not known.
+std::string kindOf(std::string_view start) {
+    struct Kind {
+        size_t offset;
+        std::string_view bytes;
+        char const* name;
+    };
+    static constexpr std::array KINDS = {
+        Kind{0, "\x89PNG", "a PNG image"},
+        Kind{0, "GIF8", "a GIF image"},
+        Kind{0, "BM", "a BMP image"},
+        Kind{0, "II*\0", "a TIFF or raw image"},
+        Kind{0, "MM\0*", "a TIFF or raw image"},
+        Kind{8, "WEBP", "a WebP image"},
+        Kind{4, "ftypavif", "an AVIF image"},
+        Kind{4, "ftypavis", "an AVIF image"},
+        Kind{4, "ftypcrx ", "a raw image"},
+        Kind{4, "ftypmif1", "a HEIF image of a brand that is not supported"},
+        Kind{4, "ftyp", "a movie"},
+        Kind{0, "%PDF", "a PDF document"},
+        Kind{0, "PK\x03\x04", "a ZIP archive"},
+    };
+    if (start.empty())
+        return "empty";
+    for (auto const& kind : KINDS) {
+        if (start.substr(std::min(kind.offset, start.size())).starts_with(kind.bytes))
+            return kind.name;
+    }
+    bool const isText = std::all_of(start.begin(), start.end(), [](char c) {
+        auto const byte = static_cast<unsigned char>(c);
+        return byte >= ' ' || byte == '\n' || byte == '\r' || byte == '\t';
+    });
+    return isText ? "a text" : "";
+}
+
+std::string startOf(std::shared_ptr<MediaFile> const& file) {
+    std::string start(64, '\0');
+    auto const got = pread(file->getFd(), start.data(), start.size(), 0);
+    start.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    return start;
+}
+
+void requireStill(std::shared_ptr<MediaFile> const& file) {
+    using enum MediaDefs::MimeType;
+    std::string const kind = kindOf(startOf(file));
+    if (kind == "empty")
+        throw Failure(ExitCode::BAD_INPUT, file->getPath(), "is empty");
+    std::string const what = kind.empty() ? "" : "is " + kind + ", ";
+    MediaDefs::MimeType type = NONE;
+    try {
+        type = file->mimeType();
+    } catch (std::exception const&) {
+        if (what.empty())
+            throw;
+    }
+    if (type != IMAGE_JPEG && type != IMAGE_HEIC)
+        throw Failure(ExitCode::BAD_INPUT, file->getPath(),
+                      (what.empty() ? "is of type " + MediaDefs::mimeString(type) + ", " : what) +
+                          "neither a JPEG nor a HEIC still");
+}
+
+bool isRecognisedVideo(std::shared_ptr<MediaFile> const& file) {
+    return guarded(file->getPath(), [&] {
+        auto const startsWith = [&](bool (*test)(std::shared_ptr<MediaFile> const&)) {
+            file->position(0);
+            return test(file);
+        };
+        bool const recognised = startsWith(MediaFile::isMP4Video) || startsWith(MediaFile::isMOVVideo);
+        file->position(0);
+        return recognised;
+    });
+}
+
+} // namespace
+
+std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
+    // The library opens anything, a pipe too, and says only that it failed: what stands there and what is allowed is
+    // asked first.
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || ::access(path.c_str(), R_OK) != 0)
+        throw systemFailure(ExitCode::BAD_INPUT, path, "cannot be read");
+    if (S_ISDIR(status.st_mode))
+        throw Failure(ExitCode::BAD_INPUT, path, "is a folder; -r takes the stills in it");
+    if (!S_ISREG(status.st_mode))
+        throw Failure(ExitCode::BAD_INPUT, path, "is no regular file");
+    if (access == Access::READ_WRITE && ::access(path.c_str(), W_OK) != 0)
+        throw systemFailure(ExitCode::WRITE_FAILED, path, "cannot be written");
+    return guarded(path, [&] { return std::make_shared<MediaFile>(path, access == Access::READ ? "r" : "rw"); });
+}
+
+Photo::Photo(std::string const& path, Access access)
+    : file(openFile(path, access)), view(guarded(path, [&] {
+          requireStill(file);
+          return MotionPhotoInfo::parse(file);
+      })) {}
+
+bool Photo::claimsVideo() const {
+    return guarded(path(), [&] { return view->getQRTInfo()->containsType(qrt::TYPE_MOTION_PHOTO_DATA); });
+}
+
+void Photo::requireMotionPhoto() const {
+    if (!guarded(path(), [&] { return view->isValid() && view->getVideoSize() > 0; }))
+        throw Failure(ExitCode::NO_MOTION_PHOTO, path(), "is no motion photo");
+}
+
+std::shared_ptr<MediaFile> openVideo(std::string const& path, Photo const& photo) {
+    auto const video = openFile(path, Access::READ);
+    if (MediaFile::isFdsDup(photo.file->getFd(), video->getFd()))
+        throw Failure(ExitCode::USAGE, path, "is given both as the still and as the video");
+    if (!isRecognisedVideo(video))
+        throw Failure(ExitCode::BAD_INPUT, path,
+                      "does not begin as an MP4 of brand mp42 or a QuickTime movie, remux it with: "
+                      "ffmpeg -i IN -c copy -brand mp42 OUT.mp4");
+    uint64_t const size = std::filesystem::file_size(path);
+    if (photo.isJpeg() && size <= MAX_POINTER_SIZE)
+        throw Failure(ExitCode::BAD_INPUT, path,
+                      "has " + grouped(size) + " bytes, but in a JPEG a video needs more than " +
+                          grouped(MAX_POINTER_SIZE) + ", or it is read as a pointer to one");
+    uint64_t const fileSize = photo.view->getFileSize();
+    if (fileSize - std::min(fileSize, photo.videoSize()) + size + MAX_OVERHEAD > MAX_FILE_SIZE)
+        throw Failure(ExitCode::BAD_INPUT, path, "is too big, the result would be over 4 GiB");
+    return video;
+}
+
+char const* endingOfMovieAt(std::shared_ptr<MediaFile> const& file, uint64_t position) {
+    char brand[12] = {};
+    bool const read = pread(file->getFd(), brand, sizeof brand, static_cast<off_t>(position)) == sizeof brand;
+    return read && std::string_view(brand + 4, 8) == "ftypqt  " ? "mov" : "mp4";
+}
+
+bool isSameFile(std::string const& a, std::string const& b) {
+    std::error_code ignored; // a file that is not there yet is not the same as one that is
+    return std::filesystem::equivalent(a, b, ignored);
+}
+
+} // namespace motionphoto
