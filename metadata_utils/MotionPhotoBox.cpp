@@ -135,7 +135,12 @@ void MotionPhotoEditImpl::prepareImageType() {
     if (room >= std::max(need, 1U))
         return;
     uint32_t const rounded = (need + XMP_ROOM_STEP - 1) / XMP_ROOM_STEP * XMP_ROOM_STEP;
+    bool const isSource = outputFile == sourceFile;
+    if (isSource)
+        impl->getPacket()->requireUnchanged();
     writer.reserveXMP(std::max(DEFAULT_XMP_ROOM, rounded));
+    if (isSource)
+        impl->getPacket()->roomOpened();
     mediator->notify(this, Event::CONTAINER_RESTRUCTURED);
 }
 

@@ -15,6 +15,14 @@ namespace {
 constexpr char LOG_TAG[] = "XMPEditImpl";
 constexpr char DIRECTORY[] = "Container:Directory";
 
+/// A target with an image of its own; what is no still at all, the writers refuse.
+void requireSameType(MediaFile const& target, MediaFile const& source, ErrorAt at = ErrorAt()) {
+    auto const type = target.mimeType(), expected = source.mimeType();
+    if (type != expected && MediaDefs::mimeString(type).starts_with("image/"))
+        throw at("target is of another type: %s, expected %s", MediaDefs::mimeString(type).c_str(),
+                 MediaDefs::mimeString(expected).c_str());
+}
+
 } // namespace
 
 XMPEditImpl::XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view)
@@ -185,22 +193,47 @@ XMPEdit& XMPEditImpl::putAll(std::shared_ptr<XMPInfo> const& source, std::filesy
 void XMPEditImpl::commit() {
     LOGI("commit E");
     checked::requireAddressable(*file);
+    bool const isSource = info->getInFile().isThisFile(*file);
+    if (!isSource && mustCopy)
+        copySource();
+    if (!isSource && targetXMP == nullptr)
+        targetXMP = std::make_unique<XMPInFile>(file); // its own XMP is what the caller wants replaced
+    auto& known = isSource ? info->getInFile() : *targetXMP;
+    known.requireUnchanged();
     auto const writer = ImageMetaWriter::of(file);
-    writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
+    known.write(*file, [&] {
+        writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
+        return info->getSerialized();
+    });
+    mustCopy = false;
     dirty = false;
     LOGI("commit X");
+}
+
+/// The whole source, over whatever a commit that failed has left.
+void XMPEditImpl::copySource() {
+    checked::requireAddressable(*sourceFile);
+    info->requireUnchanged();
+    targetXMP.reset();
+    checked::truncate(*file, 0);
+    checked::seek(*file, 0);
+    checked::reserve(*file, sourceFile->size());
+    checked::copy(sourceFile, file, 0, sourceFile->size());
 }
 
 void XMPEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
     if (!target)
         throw ErrorAt()("no target given");
     checked::requireAddressable(*target);
-    checked::requireAddressable(*sourceFile);
-    file = target;
-    if (target->size() == 0 && !MediaFile::isFdsDup(target->getFd(), sourceFile->getFd())) {
-        checked::seek(*target, 0);
-        checked::copy(sourceFile, target, 0, sourceFile->size());
+    bool const isSource = MediaFile::isFdsDup(target->getFd(), sourceFile->getFd());
+    bool const isEmpty = target->size() == 0;
+    if (!isEmpty && !isSource && !mustCopy)
+        requireSameType(*target, *sourceFile);
+    if (isEmpty || !MediaFile::isFdsDup(target->getFd(), file->getFd())) {
+        targetXMP.reset();
+        mustCopy = isEmpty && !isSource;
     }
+    file = target;
     commit();
 }
 

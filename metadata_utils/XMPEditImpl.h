@@ -1,6 +1,7 @@
 #pragma once
 
 #include "XMPEdit.h"
+#include "XMPInFile.h"
 #include "XMPInfoImpl.h"
 
 #include <atomic>
@@ -54,10 +55,14 @@ private:
     void setField(XMPInfoImpl::XMPItemInfo& item, std::string const& itemName, std::string const& fieldName,
                   std::string const& value);
 
+    void copySource();
+
     std::shared_ptr<MediaFile> file; ///< what commit() writes
     std::atomic<bool> dirty{false};
     std::shared_ptr<XMPInfoImpl> info;
     std::shared_ptr<MediaFile> sourceFile;
+    std::unique_ptr<XMPInFile> targetXMP; ///< of a target that is not the source, once it was looked at
+    bool mustCopy = false;                ///< the target was empty and does not hold a whole edited copy yet
 };
 
 } // namespace android::lumo

@@ -7,7 +7,6 @@
 #include "XMPCopy.h"
 #include "XMPEditImpl.h"
 #include "XMPPacketLoad.h"
-#include "io/ImageMetaReader.h"
 
 #include <algorithm>
 #include <optional>
@@ -52,12 +51,17 @@ std::shared_ptr<XMPInfoImpl> XMPInfoImpl::xmpView() const {
 
 void XMPInfoImpl::load() {
     LOGI("load E");
-    auto const reader = ImageMetaReader::of(file, ParseMode::LAZY);
-    auto const text = reader->getXMP().toTypedData<std::string>();
+    auto found = std::make_unique<XMPInFile>(file);
+    auto const text = found->packet();
     LOGI("xmp: %s", text.c_str());
     meta = parseXMPPacket(text);
+    inFile = std::move(found);
     reindex();
     LOGI("load X");
+}
+
+std::shared_ptr<XMPPacket> XMPInfoImpl::packetInFile() const {
+    return parseXMPPacket(inFile->packet());
 }
 
 // The index of the directory.
@@ -87,6 +91,7 @@ void XMPInfoImpl::updateXMPItems() {
             firstUnread = 0;
         }
     } catch (std::exception const& e) {
+        rethrowUnlessDamage();
         LOGI("fail to parse xmp items: %s", e.what());
     } catch (XMP_Error const& e) {
         LOGI("fail to parse xmp items: %s", e.GetErrMsg());
@@ -238,6 +243,7 @@ std::list<std::pair<std::string, std::string>> XMPInfoImpl::getProperties() cons
             properties.emplace_back(schema, path);
         }
     } catch (std::exception const& e) {
+        rethrowUnlessDamage();
         LOGE("%s", e.what());
     } catch (XMP_Error const& e) {
         LOGE("%s", e.GetErrMsg());
@@ -280,6 +286,7 @@ std::string XMPInfoImpl::getItemField(std::string const& itemName, std::string c
             return item->get(fieldName);
         LOGI("%s is not given", itemName.c_str());
     } catch (std::exception const& e) {
+        rethrowUnlessDamage();
         LOGI("fail to get field: %s", e.what());
     } catch (XMP_Error const& e) {
         LOGI("fail to get field: %s", e.GetErrMsg());
@@ -323,6 +330,7 @@ std::vector<uint8_t> XMPInfoImpl::serializeToBuffer() const {
     } catch (XMP_Error const& error) {
         throw ErrorAt()("XMP that could not be read again: %s", error.GetErrMsg());
     }
+    serialized = text;
     return {text.begin(), text.end()};
 }
 

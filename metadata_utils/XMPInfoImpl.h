@@ -1,5 +1,6 @@
 #pragma once
 
+#include "XMPInFile.h"
 #include "XMPInfo.h"
 #include "XMPToolkit.h"
 
@@ -103,9 +104,19 @@ public:
     void updateXMPItems();
     /// Reads the file's packet again and drops what is in memory. A failure leaves the view as it was.
     void load();
+    /// Throws "changed since it was read" when the packet in the file is not the one last parsed, or written through an
+    /// editor of this view.
+    void requireUnchanged(ErrorAt at = ErrorAt()) { inFile->requireUnchanged(at); }
+    /// The packet as the file held it then, without what is staged.
+    std::shared_ptr<XMPPacket> packetInFile() const;
+    /// Whoever asked requireUnchanged() has opened room where the packet stood; what is in memory goes there.
+    void roomOpened() { inFile->roomOpened(); }
 
     std::shared_ptr<MediaFile> const& getFile() const { return file; }
     std::shared_ptr<XMPPacket> const& getMeta() const { return meta; }
+    XMPInFile& getInFile() const { return *inFile; }
+    /// What serializeToBuffer() answered last: the packet a writer has written.
+    std::string const& getSerialized() const { return serialized; }
     Items const& getItems() const { return items; }
     /// Item names in directory order.
     std::list<std::string> getItemNamesInOrder() const;
@@ -136,6 +147,8 @@ private:
     void indexEntry(int32_t place, std::set<std::string>& seen);
 
     std::shared_ptr<MediaFile> file;
+    std::unique_ptr<XMPInFile> inFile;
+    mutable std::string serialized;
     std::shared_ptr<XMPPacket> meta;
     mutable Items items; ///< mutable: a query may correct an item's place
     int32_t firstUnread = 0;

@@ -1,3 +1,4 @@
+#include "ErrorAt.h"
 #include "Log.h"
 #include "Text.h"
 #include "XMPInfoImpl.h"
@@ -84,6 +85,7 @@ std::set<std::string> XMPInfoImpl::XMPItemInfo::getAllFields() {
         for (auto const& path : getLeafPaths())
             names.insert(path.substr(path.rfind(':') + 1));
     } catch (std::exception const& e) {
+        rethrowUnlessDamage();
         LOGE("fail to get item: %s", e.what());
     } catch (XMP_Error const& e) {
         LOGE("fail to get item: %s", e.GetErrMsg());

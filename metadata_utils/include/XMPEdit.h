@@ -32,10 +32,13 @@ public:
                                       std::string const& value) = 0;
     virtual bool isDirty() const = 0;
     /// Writes the packet into the file in place, moving what stands behind it when the room is too small; see
-    /// ImageMetaWriter::writeXMP for the states a failure may leave. A failure leaves the editor dirty.
+    /// ImageMetaWriter::writeXMP for the states a failure may leave. A failure leaves the editor dirty and everything
+    /// staged: called again it writes the same packet, or throws. A file whose XMP somebody else has changed since it
+    /// was read is refused unchanged (Error of CHANGED); what another editor of the same view wrote is no such change.
     virtual void commit() = 0;
-    /// Writes into another file from now on: an empty one gets a full copy of the source first, any other only has its
-    /// own XMP rewritten.
+    /// Writes into another file from now on: an empty one gets a full copy of the source first, any other of the same
+    /// type only has its own XMP replaced. What was staged stays for further targets. Another handle of the source
+    /// counts as the source.
     virtual void commit(std::shared_ptr<MediaFile> const& target) = 0;
 };
 

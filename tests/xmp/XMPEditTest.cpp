@@ -171,6 +171,57 @@ TEST(XMPEdit, CommitsIntoATargetThatIsEmptyOrHasItsOwnImage) {
 
     editor->commit(other.file.open());
     EXPECT_EQ(contentOf(*other.view()), "t:one=changed\n");
+    auto const once = other.file.bytes();
+    editor->commit(); // stays on the target
+    EXPECT_EQ(other.file.bytes(), once);
+    EXPECT_EQ(source.file.bytes(), sourceBytes);
+
+    TempFile const second, heic("....ftypheic....");
+    editor->commit(second.open()); // what is staged is there for another target
+    EXPECT_EQ(second.bytes(), empty.bytes());
+    auto const heicBytes = heic.bytes();
+    EXPECT_TRUE(failsWith("of another type: image/heic", [&] { editor->commit(heic.open()); }));
+    EXPECT_EQ(heic.bytes(), heicBytes);
+    editor->commit(source.file.open()); // another handle of the source
+    EXPECT_EQ(source.file.bytes(), second.bytes());
+}
+
+TEST(XMPEdit, RefusesAFileWhoseXmpIsNotTheOneItKnows) {
+    struct Case {
+        char const* what;
+        std::string first, then; ///< packets in the file, when it is read and when it is committed
+        void (*before)(XMPInfo&);
+        bool refused;
+    } const cases[] = {
+        {"nobody", "t:a='1'", "", [](auto&) {}, false},
+        {"another editor of the view", "t:a='1'", "",
+         [](auto& v) { v.edit()->setProperty(TEST_NS, "t:b", "2").commit(); }, false},
+        {"another value", "t:a='1'", "t:a='2'", [](auto&) {}, true},
+        {"XMP where there was none", "", "t:a='1'", [](auto&) {}, true},
+        {"no XMP any more", "t:a='1'", "-", [](auto&) {}, true},
+    };
+    auto const still = [](std::string const& packet) {
+        return packet.empty() || packet == "-" ? JpegBuilder().exif().build()
+                                               : JpegBuilder().exif().xmp(packetOf(packet)).build();
+    };
+    for (auto const& [what, first, then, before, refused] : cases) {
+        SCOPED_TRACE(what);
+        TempFile const file(still(first)), copy;
+        auto const view = XMPInfo::parse(file.open());
+        auto const editor = view->edit();
+        editor->setProperty(TEST_NS, "t:new", "1");
+        before(*view);
+        if (!then.empty())
+            writeBytes(file.path(), still(then));
+        auto const bytes = file.bytes();
+        for (auto const& target : {copy.open(), file.open()}) {
+            auto const commit = [&] { editor->commit(target); };
+            EXPECT_TRUE(refused ? failsWith("changed since it was read", commit)
+                                : (commit(), testing::AssertionSuccess()));
+        }
+        EXPECT_EQ(editor->isDirty(), refused);
+        EXPECT_EQ(file.bytes(), refused ? bytes : copy.bytes());
+    }
 }
 
 TEST(XMPEdit, StaysDirtyWhenTheCommitFails) {

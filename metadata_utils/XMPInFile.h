@@ -1,0 +1,52 @@
+#pragma once
+
+#include "ErrorAt.h"
+#include "MediaFile.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace android::lumo {
+
+/// The XMP of a file as it was last read or written here: what a commit compares with the file before it writes over
+/// it, so that nobody else's changes are lost.
+///
+/// Every packet of the file counts, in file order and without the blanks behind it; room that holds nothing counts for
+/// nothing.
+class XMPInFile {
+public:
+    /// Reads the file; a read the system refuses throws, it is never "no XMP".
+    explicit XMPInFile(std::shared_ptr<MediaFile> const& source);
+
+    /// The packet that the file's view answers from, the last one; empty when there is none.
+    std::string packet() const { return blocks.empty() ? std::string() : blocks.back().text; }
+    bool isThisFile(MediaFile const& other) const { return MediaFile::isFdsDup(file->getFd(), other.getFd()); }
+
+    /// Throws "changed since it was read" (CHANGED) when the file's packets are not those last seen, or when a commit
+    /// that failed left the file in a state that the next one cannot mend.
+    void requireUnchanged(ErrorAt at = ErrorAt());
+    /// Runs `commit`, which writes the packet through `handle` and answers it. What a commit that throws had changed is
+    /// remembered: only a packet half written over its predecessor can be written again.
+    void write(MediaFile const& handle, std::function<std::string()> const& commit);
+    /// Whoever asked requireUnchanged() has opened room where the packet stood; what stands there now is known.
+    void roomOpened();
+
+private:
+    struct Block {
+        uint32_t position;
+        uint32_t size;
+        std::string text;
+    };
+    std::vector<Block> readBlocks() const;
+    bool isWhole(std::vector<Block> const& found) const;
+
+    std::shared_ptr<MediaFile> file;
+    std::vector<Block> blocks;
+    bool isInterrupted = false; ///< a commit began to write and failed
+    uint32_t sizeBefore = 0;    ///< of the file, when that commit began
+};
+
+} // namespace android::lumo
