@@ -156,7 +156,7 @@ void MotionPhotoEditImpl::copyPacket(MotionPhotoInfo const& source, std::filesys
     auto const ownItems = itemsOf(*xmpEdit);
     auto const ownProperties = propertiesOf(*xmpEdit);
     auto const ownGainMap = gainMapNames(*xmpEdit);
-    auto const ownPacket = impl->getPacket()->getMeta()->Clone(0);
+    auto const ownPacket = impl->getPacket()->getMeta()->clone();
     if (!containsImageDataInXMP())
         fillImageDataInXMP();
     xmpEdit->putAll(source.getXMPInfo(), options);
@@ -175,7 +175,7 @@ void MotionPhotoEditImpl::copyPacket(MotionPhotoInfo const& source, std::filesys
     if (!ownItems.contains(GAIN_MAP_ITEM) && ownGainMap.empty())
         resetXMPOfGainmap();
     else
-        restoreGainMap(ownPacket, ownGainMap);
+        restoreGainMap(*ownPacket, ownGainMap);
     if (videoComesAlong)
         return;
     // What is said about the motion stays about the one that is here.
@@ -203,7 +203,7 @@ void MotionPhotoEditImpl::removeGainMapProperties() {
 void MotionPhotoEditImpl::restoreGainMap(XMPPacket const& own, std::set<std::string> const& names) {
     removeGainMapProperties();
     for (auto const& name : names)
-        SXMPUtils::DuplicateSubtree(own, impl->getPacket()->getMeta().get(), xmp_ns::HDR_GAIN_MAP, name.c_str());
+        impl->getPacket()->getMeta()->copy(own, xmp_ns::HDR_GAIN_MAP, name);
 }
 
 // A prepared still as the image of the output. ------------------------------------------------------------------------
@@ -239,7 +239,7 @@ void MotionPhotoEditImpl::composeFromOutputSource() {
 /// top of the prepared still's own packet, each property as a whole.
 void MotionPhotoEditImpl::adoptPacket(XMPInfoImpl const& prepared) {
     auto const original = std::make_shared<XMPInfoImpl>(sourceFile);
-    auto const edited = impl->getPacket()->getMeta()->Clone(0);
+    auto const edited = impl->getPacket()->getMeta()->clone();
     auto const roots = changedRoots(propertiesOf(*original), propertiesOf(*xmpEdit));
     auto const itemsBefore = itemsOf(*original);
     auto const itemsAfter = itemsOf(*xmpEdit);
@@ -249,8 +249,8 @@ void MotionPhotoEditImpl::adoptPacket(XMPInfoImpl const& prepared) {
 
     for (auto const& [schema, root] : roots) {
         xmpEdit->removeProperty(schema, root);
-        if (edited.DoesPropertyExist(schema.c_str(), root.c_str()))
-            SXMPUtils::DuplicateSubtree(edited, impl->getPacket()->getMeta().get(), schema.c_str(), root.c_str());
+        if (edited->has(schema, root))
+            impl->getPacket()->getMeta()->copy(*edited, schema, root);
     }
     for (auto const& [name, fields] : itemsAfter) {
         auto const old = itemsBefore.find(name);

@@ -26,9 +26,7 @@ std::string firstStep(std::string const& path) {
 /// All top-level properties, of any form, lowered.
 std::unordered_set<std::string> propertiesLowered(XMPPacket const& packet) {
     std::unordered_set<std::string> names;
-    SXMPIterator leaves(packet, kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers);
-    for (std::string schema, path; leaves.Next(&schema, &path);)
-        names.insert(lowered(firstStep(path)));
+    packet.visitLeaves([&](std::string const&, std::string const& path) { names.insert(lowered(firstStep(path))); });
     return names;
 }
 
@@ -59,25 +57,21 @@ void XMPCopy::properties() {
 }
 
 void XMPCopy::property(std::string const& schema, std::string const& path, std::string const& root) {
-    auto const form = [&](XMPPacket const& packet, std::string* value) {
-        XMP_OptionBits bits = 0;
-        packet.GetProperty(schema.c_str(), root.c_str(), value, &bits);
-        return bits & NOT_PLAIN;
+    auto const isPlain = [&](XMPPacket const& packet, std::string* value) {
+        XMP_OptionBits form = 0;
+        auto const found = packet.get(schema, root, &form);
+        if (found && value != nullptr)
+            *value = *found;
+        return (form & NOT_PLAIN) == 0;
     };
     std::string value;
-    if (form(*source.getMeta(), &value) != 0) {
-        subtree(schema, root, root);
+    if (!isPlain(*source.getMeta(), &value)) {
+        target->getMeta()->copy(*source.getMeta(), schema, root);
         return;
     }
-    if (form(*target->getMeta(), nullptr) != 0)
-        target->getMeta()->DeleteProperty(schema.c_str(), root.c_str());
+    if (!isPlain(*target->getMeta(), nullptr))
+        target->getMeta()->remove(schema, root);
     editor.setProperty(schema, path, value);
-}
-
-void XMPCopy::subtree(std::string const& schema, std::string const& from, std::string const& to) {
-    target->getMeta()->DeleteProperty(schema.c_str(), to.c_str());
-    SXMPUtils::DuplicateSubtree(*source.getMeta(), target->getMeta().get(), schema.c_str(), from.c_str(),
-                                schema.c_str(), to.c_str());
 }
 
 void XMPCopy::items() {
@@ -116,7 +110,8 @@ void XMPCopy::structuredFields(std::string const& itemName, XMPInfoImpl::XMPItem
         auto const step = firstStep(path);
         if (step == last || (step == path && step.starts_with(ITEM_PREFIX)))
             continue;
-        subtree(xmp_ns::CONTAINER, item.getStructPath() + "/" + step, copy->getStructPath() + "/" + step);
+        target->getMeta()->copy(*source.getMeta(), xmp_ns::CONTAINER, item.getStructPath() + "/" + step,
+                                copy->getStructPath() + "/" + step);
         last = step;
     }
 }

@@ -27,7 +27,6 @@ private:
     void property(std::string const& schema, std::string const& path, std::string const& root);
     void field(std::string const& itemName, XMPInfoImpl::XMPItemInfo& item, std::string const& name);
     void structuredFields(std::string const& itemName, XMPInfoImpl::XMPItemInfo const& item);
-    void subtree(std::string const& schema, std::string const& from, std::string const& to);
 
     XMPInfoImpl const& source;
     XMPEdit& editor;

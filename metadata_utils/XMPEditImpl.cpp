@@ -35,7 +35,7 @@ XMPEdit& XMPEditImpl::setProperty(std::string const& schemaNS, std::string const
     xmp_text::requireName(schemaNS);
     xmp_text::requirePath(path);
     xmp_text::requireValue(value, path);
-    info->getMeta()->SetProperty(schemaNS.c_str(), path.c_str(), value, 0);
+    info->getMeta()->set(schemaNS, path, value);
     if (schemaNS == xmp_ns::CONTAINER)
         info->reindex();
     dirty = true;
@@ -46,7 +46,7 @@ XMPEdit& XMPEditImpl::removeProperty(std::string const& schemaNS, std::string co
     LOGI("removeProperty E: schemaNS=%s, propertyName=%s", schemaNS.c_str(), name.c_str());
     xmp_text::requireName(schemaNS);
     xmp_text::requirePath(name);
-    info->getMeta()->DeleteProperty(schemaNS.c_str(), name.c_str());
+    info->getMeta()->remove(schemaNS, name);
     if (schemaNS == xmp_ns::CONTAINER)
         info->reindex();
     dirty = true;
@@ -67,8 +67,8 @@ XMPEdit& XMPEditImpl::setItem(std::string const& itemName, MediaDefs::MimeType m
     auto const place = addItemEntry();
     auto const path = XMPInfoImpl::XMPItemInfo::structPathAt(place);
     auto const& meta = info->getMeta();
-    meta->SetStructField(xmp_ns::CONTAINER, path.c_str(), xmp_ns::ITEM, "Item:Mime", mimeText);
-    meta->SetStructField(xmp_ns::CONTAINER, path.c_str(), xmp_ns::ITEM, "Item:Semantic", itemName);
+    meta->set(xmp_ns::CONTAINER, path + "/Item:Mime", mimeText);
+    meta->set(xmp_ns::CONTAINER, path + "/Item:Semantic", itemName);
     info->itemInserted(itemName, place);
     dirty = true;
     return *this;
@@ -81,14 +81,12 @@ int32_t XMPEditImpl::addItemEntry() {
         addArrayItem();
         return info->countDirectory();
     }
-    info->getMeta()->SetArrayItem(xmp_ns::CONTAINER, DIRECTORY, unread, static_cast<char const*>(nullptr),
-                                  XMP_OptionBits{kXMP_PropValueIsStruct} | kXMP_InsertBeforeItem);
+    info->getMeta()->insertStruct(xmp_ns::CONTAINER, DIRECTORY, unread);
     return unread;
 }
 
 void XMPEditImpl::addArrayItem() {
-    info->getMeta()->AppendArrayItem(xmp_ns::CONTAINER, DIRECTORY, kXMP_PropArrayIsOrdered,
-                                     static_cast<char const*>(nullptr), kXMP_PropValueIsStruct);
+    info->getMeta()->appendStruct(xmp_ns::CONTAINER, DIRECTORY);
 }
 
 XMPEdit& XMPEditImpl::setItemField(std::string const& itemName, std::string const& fieldName,
@@ -118,8 +116,8 @@ void XMPEditImpl::setField(XMPInfoImpl::XMPItemInfo& item, std::string const& it
             info->itemRenamed(itemName, value);
         else if (fieldName == "Mime" && item.getPlace() == info->getFirstUnread())
             info->updateXMPItems(); // the entry is complete, those behind it can be read
-    } catch (XMP_Error const& e) {
-        LOGI("err: %s", e.GetErrMsg());
+    } catch (Error const& e) {
+        LOGI("err: %s", messageOf(e));
     }
     dirty = true;
 }
@@ -141,7 +139,7 @@ XMPEdit& XMPEditImpl::removeItem(std::string const& itemName) {
     if (!item)
         return *this;
     auto const index = item->getIndex();
-    info->getMeta()->DeleteArrayItem(xmp_ns::CONTAINER, DIRECTORY, item->getPlace());
+    info->getMeta()->removeEntry(xmp_ns::CONTAINER, DIRECTORY, item->getPlace());
     info->itemRemoved(itemName);
     dirty = true;
     LOGI("remove %s[%d]", itemName.c_str(), index);
@@ -158,7 +156,7 @@ XMPEdit& XMPEditImpl::removeAll() {
     for (auto name = names.rbegin(); name != names.rend(); ++name)
         removeItem(*name);
     // Entries the index does not know, duplicates and broken ones, go with the array.
-    info->getMeta()->DeleteProperty(xmp_ns::CONTAINER, DIRECTORY);
+    info->getMeta()->remove(xmp_ns::CONTAINER, DIRECTORY);
     info->reindex();
     dirty = true;
 

@@ -62,12 +62,11 @@ bool XMPInFile::isWhole(std::vector<Block> const& found) const {
 
 void XMPInFile::write(MediaFile const& handle, std::function<std::string()> const& commit) {
     sizeBefore = handle.size();
-    auto const changesBefore = handle.changes();
     std::string text;
     try {
         text = commit();
     } catch (...) {
-        isInterrupted |= handle.changes() != changesBefore;
+        isInterrupted = true;
         throw;
     }
     isInterrupted = false;

@@ -25,11 +25,6 @@ bool holds(std::list<std::string> const& names, std::string const& name, bool ig
     return std::any_of(names.begin(), names.end(), [&](auto const& each) { return lowered(each) == wanted; });
 }
 
-XMP_Status appendText(void* text, XMP_StringPtr buffer, XMP_StringLen size) {
-    static_cast<std::string*>(text)->append(buffer, size);
-    return 0;
-}
-
 } // namespace
 
 XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed) : file(viewed) {
@@ -68,7 +63,7 @@ std::shared_ptr<XMPPacket> XMPInfoImpl::packetInFile() const {
 // ------------------------------------------------------------------------------------------
 
 void XMPInfoImpl::adopt(XMPInfoImpl const& other) {
-    meta = std::make_shared<XMPPacket>(other.meta->Clone(0));
+    meta = other.meta->clone();
     reindex();
 }
 
@@ -92,9 +87,7 @@ void XMPInfoImpl::updateXMPItems() {
         }
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
-        LOGI("fail to parse xmp items: %s", e.what());
-    } catch (XMP_Error const& e) {
-        LOGI("fail to parse xmp items: %s", e.GetErrMsg());
+        LOGI("fail to parse xmp items: %s", messageOf(e));
     }
     LOGI("updateXMPItems X");
 }
@@ -102,32 +95,27 @@ void XMPInfoImpl::updateXMPItems() {
 /// Puts the directory's entry under its name; throws when it lacks a field every item has.
 void XMPInfoImpl::indexEntry(int32_t place, std::set<std::string>& seen) {
     XMPItemInfo item(meta, place);
-    std::string name;
-    if (!meta->GetStructField(xmp_ns::CONTAINER, item.getStructPath().c_str(), xmp_ns::ITEM, "Item:Semantic", &name,
-                              nullptr))
-        throw ErrorAt()("fail to get item field");
-    hasDuplicates |= !seen.insert(name).second;
-    items.insert_or_assign(name, item);
-    LOGI("fieldValue=%s, struct path: %s", name.c_str(), item.getStructPath().c_str());
+    auto const name = meta->get(xmp_ns::CONTAINER, item.getStructPath() + "/Item:Semantic");
+    if (!name)
+        throw ErrorAt().as(Error::Code::XMP)("fail to get item field");
+    hasDuplicates |= !seen.insert(*name).second;
+    items.insert_or_assign(*name, item);
+    LOGI("fieldValue=%s, struct path: %s", name->c_str(), item.getStructPath().c_str());
     if (!item.contains("Mime"))
-        throw ErrorAt()("Mime should be given");
+        throw ErrorAt().as(Error::Code::XMP)("Mime should be given");
 }
 
 int32_t XMPInfoImpl::countDirectory() const {
-    return meta->CountArrayItems(xmp_ns::CONTAINER, "Container:Directory");
+    return meta->count(xmp_ns::CONTAINER, "Container:Directory");
 }
 
 /// The "Item:Semantic" of the entry that stands at a place now.
 std::optional<std::string> XMPInfoImpl::itemNameAt(int32_t place) const {
-    std::string name;
     try {
-        if (meta->GetStructField(xmp_ns::CONTAINER, XMPItemInfo::structPathAt(place).c_str(), xmp_ns::ITEM,
-                                 "Item:Semantic", &name, nullptr))
-            return name;
-    } catch (XMP_Error const&) {
-        // An entry that is no struct has no name.
+        return meta->get(xmp_ns::CONTAINER, XMPItemInfo::structPathAt(place) + "/Item:Semantic");
+    } catch (Error const&) {
+        return std::nullopt; // an entry that is no struct has no name
     }
-    return std::nullopt;
 }
 
 XMPInfoImpl::XMPItemInfo* XMPInfoImpl::findItem(std::string const& name) const {
@@ -235,18 +223,14 @@ std::list<std::pair<std::string, std::string>> XMPInfoImpl::getProperties() cons
     constexpr std::string_view DIRECTORY_PREFIX = "Container";
     std::list<std::pair<std::string, std::string>> properties;
     try {
-        SXMPIterator leaves(*meta, kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers);
-        for (std::string schema, path; leaves.Next(&schema, &path);) {
+        meta->visitLeaves([&](std::string const& schema, std::string const& path) {
             // A schema without properties has no path; two or more prefixes are a field of a struct.
-            if (path.empty() || path.starts_with(DIRECTORY_PREFIX) || std::count(path.begin(), path.end(), ':') != 1)
-                continue;
-            properties.emplace_back(schema, path);
-        }
+            if (!path.empty() && !path.starts_with(DIRECTORY_PREFIX) && std::count(path.begin(), path.end(), ':') == 1)
+                properties.emplace_back(schema, path);
+        });
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
-        LOGE("%s", e.what());
-    } catch (XMP_Error const& e) {
-        LOGE("%s", e.GetErrMsg());
+        LOGE("%s", messageOf(e));
     }
     return properties;
 }
@@ -270,14 +254,12 @@ std::list<std::string> XMPInfoImpl::getItemNames() const {
 }
 
 std::string XMPInfoImpl::getProperty(std::string const& schemaNS, std::string const& path) const {
-    std::string value;
     try {
-        meta->GetProperty(schemaNS.c_str(), path.c_str(), &value, nullptr);
-    } catch (XMP_Error const& e) {
-        LOGI("error: %s", e.GetErrMsg());
-        value.clear();
+        return meta->get(schemaNS, path).value_or("");
+    } catch (Error const& e) {
+        LOGI("error: %s", messageOf(e));
+        return {};
     }
-    return value;
 }
 
 std::string XMPInfoImpl::getItemField(std::string const& itemName, std::string const& fieldName) const {
@@ -287,9 +269,7 @@ std::string XMPInfoImpl::getItemField(std::string const& itemName, std::string c
         LOGI("%s is not given", itemName.c_str());
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
-        LOGI("fail to get field: %s", e.what());
-    } catch (XMP_Error const& e) {
-        LOGI("fail to get field: %s", e.GetErrMsg());
+        LOGI("fail to get field: %s", messageOf(e));
     }
     return {};
 }
@@ -323,21 +303,18 @@ std::string XMPInfoImpl::getLastItem() const {
 /// The toolkit writes namespaces without escaping them, and nests deeper than it is let read. Every writer gets its
 /// packet here: one that nobody could read again is refused before a byte of a file changes.
 std::vector<uint8_t> XMPInfoImpl::serializeToBuffer() const {
-    std::string text;
-    meta->SerializeToBuffer(&text, kXMP_OmitPacketWrapper | kXMP_UseCompactFormat, 0, "", "", 0);
+    auto const text = meta->serialize();
     try {
         parseXMPPacket(text);
-    } catch (XMP_Error const& error) {
-        throw ErrorAt()("XMP that could not be read again: %s", error.GetErrMsg());
+    } catch (Error const& error) {
+        throw ErrorAt().as(Error::Code::XMP)("XMP that could not be read again: %s", messageOf(error));
     }
     serialized = text;
     return {text.begin(), text.end()};
 }
 
 std::string XMPInfoImpl::dump() const {
-    std::string text;
-    meta->DumpObject(appendText, &text);
-    return text;
+    return meta->dump();
 }
 
 // Into other views.

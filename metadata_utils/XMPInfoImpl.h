@@ -2,7 +2,7 @@
 
 #include "XMPInFile.h"
 #include "XMPInfo.h"
-#include "XMPToolkit.h"
+#include "XMPPacket.h"
 
 #include <map>
 #include <memory>
@@ -64,6 +64,8 @@ public:
         std::string const& getStructPath() const { return structPath; }
 
     private:
+        std::string fieldPath(std::string const& field) const;
+
         std::shared_ptr<XMPPacket> meta;
         int32_t index = 0;
         std::string structPath;       ///< follows `place`
@@ -123,7 +125,7 @@ public:
     /// The item, its place checked against the packet's "Item:Semantic" and corrected when a removal in front of it has
     /// moved it; null when there is none of that name.
     XMPItemInfo* findItem(std::string const& name) const;
-    /// Entries of the packet's directory; XMP_Error when it is no array.
+    /// Entries of the packet's directory; XMPError when it is no array.
     int32_t countDirectory() const;
 
     // What an editor tells the index after it has changed the packet's directory.

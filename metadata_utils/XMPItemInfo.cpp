@@ -3,6 +3,9 @@
 #include "Text.h"
 #include "XMPInfoImpl.h"
 
+#include <algorithm>
+#include <cctype>
+
 namespace android::lumo {
 
 namespace {
@@ -16,10 +19,7 @@ XMPInfoImpl::XMPItemInfo::XMPItemInfo(std::shared_ptr<XMPPacket> const& packet, 
     : meta(packet), index(position), structPath(structPathAt(position)), place(position) {}
 
 std::string XMPInfoImpl::XMPItemInfo::structPathAt(int32_t place) {
-    std::string itemPath;
-    // Composed from the prefixed name: the toolkit takes the array's name over as it is given.
-    SXMPUtils::ComposeArrayItemPath(xmp_ns::CONTAINER, "Container:Directory", place, &itemPath);
-    return itemPath + "/Container:Item";
+    return "Container:Directory[" + std::to_string(place) + "]/Container:Item";
 }
 
 void XMPInfoImpl::XMPItemInfo::moveTo(int32_t newPlace) {
@@ -27,55 +27,59 @@ void XMPInfoImpl::XMPItemInfo::moveTo(int32_t newPlace) {
     place = newPlace;
 }
 
+/// The field's path; a name that is more than one step, or none the toolkit takes, throws.
+std::string XMPInfoImpl::XMPItemInfo::fieldPath(std::string const& field) const {
+    auto const isPlain = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; };
+    if (!field.empty() && std::isdigit(static_cast<unsigned char>(field[0])) == 0 &&
+        std::all_of(field.begin(), field.end(), isPlain))
+        return structPath + "/" + ITEM_PREFIX + field;
+    std::string path;
+    toolkit([&] {
+        SXMPUtils::ComposeStructFieldPath(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM,
+                                          (ITEM_PREFIX + field).c_str(), &path);
+    });
+    return path;
+}
+
 std::string XMPInfoImpl::XMPItemInfo::getName() const {
-    std::string value;
-    meta->GetStructField(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM, "Item:Semantic", &value, nullptr);
-    return value;
+    return meta->get(xmp_ns::CONTAINER, fieldPath("Semantic")).value_or("");
 }
 
 std::string XMPInfoImpl::XMPItemInfo::getMime() const {
-    std::string value;
-    meta->GetStructField(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM, "Item:Mime", &value, nullptr);
-    return value;
+    return meta->get(xmp_ns::CONTAINER, fieldPath("Mime")).value_or("");
 }
 
 std::string XMPInfoImpl::XMPItemInfo::get(std::string const& field) {
-    std::string value;
-    auto const name = ITEM_PREFIX + field;
-    if (meta->GetStructField(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM, name.c_str(), &value, nullptr))
+    auto const value = meta->get(xmp_ns::CONTAINER, fieldPath(field));
+    if (value)
         fields.insert(field);
-    return value;
+    return value.value_or("");
 }
 
 bool XMPInfoImpl::XMPItemInfo::contains(std::string const& field) const {
-    auto const name = ITEM_PREFIX + field;
-    return meta->DoesStructFieldExist(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM, name.c_str());
+    return meta->has(xmp_ns::CONTAINER, fieldPath(field));
 }
 
 void XMPInfoImpl::XMPItemInfo::set(std::string const& field, std::string const& value) {
-    auto const name = ITEM_PREFIX + field;
-    meta->SetStructField(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM, name.c_str(), value);
+    meta->set(xmp_ns::CONTAINER, fieldPath(field), value);
     LOGI("set: structPath=%s", structPath.c_str());
     fields.insert(field);
 }
 
 void XMPInfoImpl::XMPItemInfo::remove(std::string const& field) {
-    auto const name = ITEM_PREFIX + field;
-    meta->DeleteStructField(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM, name.c_str());
+    meta->remove(xmp_ns::CONTAINER, fieldPath(field));
     fields.erase(field);
 }
 
 std::vector<std::string> XMPInfoImpl::XMPItemInfo::getLeafPaths() const {
     std::vector<std::string> paths;
-    if (!meta->DoesPropertyExist(xmp_ns::CONTAINER, structPath.c_str()))
+    if (!meta->has(xmp_ns::CONTAINER, structPath))
         return paths;
-    // The item's own subtree instead of the whole packet: directories of many items stay quick.
-    SXMPIterator leaves(*meta, xmp_ns::CONTAINER, structPath.c_str(), kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers);
     auto const prefix = structPath + "/";
-    for (std::string schema, path; leaves.Next(&schema, &path);) {
+    meta->visitLeaves(xmp_ns::CONTAINER, structPath, [&](std::string const&, std::string const& path) {
         if (path.starts_with(prefix))
             paths.push_back(path.substr(prefix.size()));
-    }
+    });
     return paths;
 }
 
@@ -86,9 +90,7 @@ std::set<std::string> XMPInfoImpl::XMPItemInfo::getAllFields() {
             names.insert(path.substr(path.rfind(':') + 1));
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
-        LOGE("fail to get item: %s", e.what());
-    } catch (XMP_Error const& e) {
-        LOGE("fail to get item: %s", e.GetErrMsg());
+        LOGE("fail to get item: %s", messageOf(e));
     }
     fields.insert(names.begin(), names.end());
     return names;

@@ -24,19 +24,7 @@ constexpr Namespace NAMESPACES[] = {
 /// Built when the library is loaded.
 [[maybe_unused]] auto const& namespacesAtLoad = xmpNamespaces();
 
-void initializeToolkit() {
-    // The toolkit locks its own state except for this call.
-    static std::mutex once;
-    std::lock_guard const lock(once);
-    if (!XMPPacket::Initialize())
-        throw XMP_Error(kXMPErr_InternalFailure, "the XMP toolkit cannot be initialised");
-}
-
-/// The toolkit reports faults of a packet only here. Without an answer it keeps what it has understood so far, and a
-/// commit of that would destroy the rest.
-bool refuseToRecover(void*, XMP_ErrorSeverity, XMP_Int32, XMP_StringPtr) {
-    return false;
-}
+bool isReady = false; ///< under the lock of prepareXMPToolkit()
 
 } // namespace
 
@@ -51,25 +39,29 @@ std::map<std::string, std::string>& xmpNamespaces() {
 }
 
 void prepareXMPToolkit() {
-    initializeToolkit();
-    for (auto const& entry : NAMESPACES) {
-        std::string registered;
-        if (!XMPPacket::RegisterNamespace(entry.uri, entry.prefix, &registered))
-            throw XMP_Error(kXMPErr_BadSchema, "a namespace is registered under another prefix already");
-    }
+    // The toolkit locks its own state except for its start.
+    static std::mutex start;
+    std::lock_guard const lock(start);
+    if (isReady)
+        return;
+    toolkit([] {
+        if (!SXMPMeta::Initialize())
+            throw XMP_Error(kXMPErr_InternalFailure, "the XMP toolkit cannot be initialised");
+        for (auto const& entry : NAMESPACES) {
+            if (std::string registered; !SXMPMeta::RegisterNamespace(entry.uri, entry.prefix, &registered))
+                throw XMP_Error(kXMPErr_BadSchema, "a namespace is registered under another prefix already");
+        }
+    });
+    isReady = true;
 }
 
 std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text) {
     constexpr std::string_view BLANKS("\0 \t\r\n", 5); // a room that was reserved and not written yet
-    constexpr XMP_Uns32 NOTIFY_ALWAYS = 0;
     auto packet = std::make_shared<XMPPacket>();
-    packet->SetErrorCallback(refuseToRecover, nullptr, NOTIFY_ALWAYS);
     if (text.find_first_not_of(BLANKS) == std::string::npos)
         return packet;
-    if (text.size() > 0x7FFFFFFF)
-        throw XMP_Error(kXMPErr_BadXML, "packet is too big");
     refuseHostilePacket(text);
-    packet->ParseFromBuffer(text.data(), static_cast<XMP_StringLen>(text.size()), 0);
+    packet->parse(text);
     return packet;
 }
 

@@ -1,6 +1,6 @@
 #include "XMPPacketScan.h"
 
-#include "XMPToolkit.h"
+#include "ErrorAt.h"
 
 #include <cstring>
 
@@ -98,7 +98,7 @@ private:
             return units.behind("-->", i + 4);
         if (units.startsWith(i, "<![CDATA["))
             return units.behind("]]>", i + 9);
-        throw XMP_Error(kXMPErr_BadXML, "DOCTYPE is not allowed");
+        throw ErrorAt().as(Error::Code::XMP)("DOCTYPE is not allowed");
     }
 
     size_t endTag(size_t i) {
@@ -124,7 +124,7 @@ private:
         if (i >= end)
             return end;
         if (depth >= maxDepth)
-            throw XMP_Error(kXMPErr_BadXML, "elements are nested too deep");
+            throw ErrorAt().as(Error::Code::TOO_BIG)("elements are nested too deep");
         if (units.at(i - 1) != '/')
             ++depth;
         return i;
@@ -132,7 +132,7 @@ private:
 
     void count() {
         if (++names > MAX_NAMES && !small)
-            throw XMP_Error(kXMPErr_BadXML, "too many properties");
+            throw ErrorAt().as(Error::Code::TOO_BIG)("too many properties");
     }
 
     Units units;

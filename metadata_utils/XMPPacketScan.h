@@ -4,7 +4,7 @@
 
 namespace android::lumo {
 
-/// Looks a packet's text over before the toolkit sees it and refuses, with XMP_Error, what would cost the toolkit more
+/// Looks a packet's text over before the toolkit sees it and refuses what would cost the toolkit more
 /// than the packet is worth: a document type (entities grow without bound), elements nested so deep that its recursion
 /// outgrows a thread's stack, names so many that its searches, whose time grows with their square, take minutes.
 ///

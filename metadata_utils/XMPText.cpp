@@ -1,7 +1,5 @@
 #include "XMPText.h"
 
-#include "XMPToolkit.h"
-
 #include <algorithm>
 
 namespace android::lumo::xmp_text {
@@ -56,18 +54,18 @@ bool isXMLText(std::string_view text) {
 
 void requireValue(std::string const& value, std::string const& name, ErrorAt at) {
     if (!isXMLText(value))
-        throw at("value of %s is not UTF-8 text that XML can carry", name.c_str());
+        throw at.as(Error::Code::XMP)("value of %s is not UTF-8 text that XML can carry", name.c_str());
 }
 
-void requireName(std::string const& name) {
+void requireName(std::string const& name, ErrorAt at) {
     if (!isXMLText(name))
-        throw XMP_Error(kXMPErr_BadXPath, "name is not UTF-8 text that XML can carry");
+        throw at.as(Error::Code::XMP)("name is not UTF-8 text that XML can carry");
 }
 
-void requirePath(std::string const& path) {
-    requireName(path);
+void requirePath(std::string const& path, ErrorAt at) {
+    requireName(path, at);
     if (std::count_if(path.begin(), path.end(), [](char c) { return c == '/' || c == '['; }) > MAX_PATH_STEPS)
-        throw XMP_Error(kXMPErr_BadXPath, "property path has too many steps");
+        throw at.as(Error::Code::XMP)("property path has too many steps");
 }
 
 } // namespace android::lumo::xmp_text

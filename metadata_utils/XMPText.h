@@ -12,13 +12,12 @@ namespace android::lumo::xmp_text {
 /// Valid UTF-8 (RFC 3629) of characters that XML 1.0 allows (its production 2, Char).
 bool isXMLText(std::string_view text);
 
-/// Throws std::runtime_error "value of %s is not UTF-8 text that XML can carry".
+/// Throws "value of %s is not UTF-8 text that XML can carry".
 void requireValue(std::string const& value, std::string const& name, ErrorAt at = ErrorAt());
 
-/// For names of namespaces and fields: XMP_Error on text as above. What else makes a name good is the toolkit's to
-/// judge.
-void requireName(std::string const& name);
-/// For property paths: XMP_Error also on more steps than a packet may be nested deep.
-void requirePath(std::string const& path);
+/// For names of namespaces and fields: throws on text as above. What else makes a name good is the toolkit's to judge.
+void requireName(std::string const& name, ErrorAt at = ErrorAt());
+/// For property paths: throws also on more steps than a packet may be nested deep.
+void requirePath(std::string const& path, ErrorAt at = ErrorAt());
 
 } // namespace android::lumo::xmp_text

@@ -9,10 +9,24 @@
 #include <XMP.hpp>
 #pragma GCC visibility pop
 
-#include <memory>
+#include "ErrorAt.h"
 
 namespace android::lumo {
 
-using XMPPacket = SXMPMeta;
+/// Inside a handler of the toolkit's error: throws it on as XMPError, or as the std::bad_alloc it stands for.
+[[noreturn]] void rethrowToolkitError(XMP_Error const& error, ErrorAt at);
+
+/// Runs one call into the toolkit.
+template<class Call>
+auto toolkit(Call const& call, ErrorAt at = ErrorAt()) {
+    try {
+        return call();
+    } catch (XMP_Error const& error) {
+        rethrowToolkitError(error, at);
+    }
+}
+
+/// The message of the toolkit alone, where one log line asks for it; any other error's whole text.
+char const* messageOf(std::exception const& error);
 
 } // namespace android::lumo

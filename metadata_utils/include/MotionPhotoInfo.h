@@ -34,7 +34,7 @@ public:
 
     virtual ~MotionPhotoInfo();
 
-    /// Throws std::runtime_error or XMP_Error when the file is of another type, too big or damaged.
+    /// Throws an Error when the file is of another type, too big or damaged.
     static std::shared_ptr<MotionPhotoInfo> parse(std::shared_ptr<MediaFile> const& file);
 
     /// Record 2608 exists and an MP4 or QuickTime video begins at its data.

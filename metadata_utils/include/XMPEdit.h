@@ -11,7 +11,7 @@ namespace android::lumo {
 /// in memory. Editors of one view are not used at the same time; only the dirty flag is atomic.
 class METADATA_UTILS_EXPORT XMPEdit : public XMPInfo {
 public:
-    /// Sets a simple property; text that is not UTF-8 throws std::runtime_error before anything changes.
+    /// Sets a simple property; text that is not UTF-8 throws before anything changes.
     virtual XMPEdit& setProperty(std::string const& schemaNS, std::string const& path, std::string const& value) = 0;
     /// Appends a directory item with "Mime" and "Semantic"; an item of that name stays as it is.
     virtual XMPEdit& setItem(std::string const& itemName, MediaDefs::MimeType mime) = 0;
@@ -26,7 +26,7 @@ public:
     virtual XMPEdit& removeItemField(std::string const& itemName, std::string const& fieldName) = 0;
     virtual XMPEdit& removeItem(std::string const& itemName) = 0;
     /// Every item, then every property of the four registered namespaces; a property of another namespace makes it
-    /// throw XMP_Error.
+    /// throw XMPError.
     virtual XMPEdit& removeAll() = 0;
     virtual XMPEdit& replaceItemField(std::string const& itemName, std::string const& fieldName,
                                       std::string const& value) = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Error.h"
 #include "Export.h"
 #include "MediaFile.h"
 
@@ -20,13 +21,13 @@ class XMPEdit;
 /// directory "Container:Directory" by their "Item:Semantic" ("Primary", "MotionPhoto", "GainMap").
 ///
 /// Made by parse(); a file without XMP gives an empty view. The view and its editors share one packet in memory: a
-/// change made through an editor shows here at once, and reaches the file at the editor's commit. Toolkit failures are
-/// the toolkit's XMP_Error, which is no std::exception. One thread at a time.
+/// change made through an editor shows here at once, and reaches the file at the editor's commit. What the toolkit
+/// reports is an XMPError (XMPError.h), an Error of code XMP like this library's own refusals. One thread at a time.
 class METADATA_UTILS_EXPORT XMPInfo {
 public:
     virtual ~XMPInfo();
 
-    /// Throws XMP_Error on a packet that is no XMP, std::runtime_error on a file the readers cannot take.
+    /// Throws an Error: of code XMP on a packet that is no XMP, of READ_FAILED when the system refuses a read.
     static std::shared_ptr<XMPInfo> parse(std::shared_ptr<MediaFile> const& file);
 
     /// Neither properties nor directory items.
@@ -49,10 +50,10 @@ public:
     /// The item read from, or added at, a 1-based place of the directory; empty when none. The removal of another item
     /// leaves these places as they are until the file is parsed again.
     virtual std::string getItemNameAt(int32_t index) const = 0;
-    /// The item that stands last now; empty when there is none. Throws XMP_Error when the directory is no array.
+    /// The item that stands last now; empty when there is none. Throws XMPError when the directory is no array.
     virtual std::string getLastItem() const = 0;
     /// The packet in compact form, without packet wrapper and padding. One that could not be read again (a hostile
-    /// namespace) throws std::runtime_error.
+    /// namespace) throws.
     virtual std::vector<uint8_t> serializeToBuffer() const = 0;
     /// Puts everything of this view into another file's XMP and commits it there; see XMPEdit::putAll and commit.
     virtual void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options options) = 0;

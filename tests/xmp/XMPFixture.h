@@ -2,7 +2,6 @@
 
 #include "XMPEdit.h"
 #include "XMPInfo.h"
-#include "XMPToolkit.h"
 #include "support/JpegBuilder.h"
 #include "support/TempFile.h"
 
@@ -86,12 +85,13 @@ inline std::string contentOf(XMPInfo const& view) {
     return text;
 }
 
-/// The message of the toolkit's error, which is no std::exception; empty when there was none.
-inline std::string xmpErrorOf(std::function<void()> const& action) {
+/// What was refused as no XMP or too much of it; empty when nothing was.
+inline std::string refusalOf(std::function<void()> const& action) {
     try {
         action();
-    } catch (XMP_Error const& error) {
-        return error.GetErrMsg();
+    } catch (Error const& error) {
+        EXPECT_TRUE(error.code() == Error::Code::XMP || error.code() == Error::Code::TOO_BIG) << error.what();
+        return error.what();
     }
     return {};
 }

@@ -66,7 +66,7 @@ TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
         EXPECT_EQ((Names{view->getItemNameAt(1), view->getItemNameAt(2), view->getItemNameAt(3)}), each.inPlace);
     }
     auto const notCountable = Photo(packetOf("", cases[1].elements)).view();
-    EXPECT_NE(xmpErrorOf([&] { notCountable->getLastItem(); }), "");
+    EXPECT_NE(refusalOf([&] { notCountable->getLastItem(); }), "");
 }
 
 TEST(XMPInfo, ShowsTheFileAgainWhenLoadedAgain) {
@@ -79,7 +79,7 @@ TEST(XMPInfo, ShowsTheFileAgainWhenLoadedAgain) {
 
     auto const before = contentOf(*view);
     writeBytes(photo.file.path(), JpegBuilder().xmp("<broken").build());
-    EXPECT_NE(xmpErrorOf([&] { XMPInfoImpl::of(*view)->load(); }), "");
+    EXPECT_NE(refusalOf([&] { XMPInfoImpl::of(*view)->load(); }), "");
     EXPECT_EQ(contentOf(*view), before);
 }
 
@@ -88,9 +88,9 @@ TEST(XMPInfo, ShowsTheFileAgainWhenLoadedAgain) {
 TEST(XMPInfoDeathTest, RefusesToWorkWithAnotherPrefix) {
     EXPECT_EXIT(
         {
-            XMPPacket::Initialize();
-            XMPPacket::RegisterNamespace(xmp_ns::ITEM, "Foreign", nullptr);
-            std::exit(xmpErrorOf([] { Photo().view(); }).empty() ? 1 : 0);
+            SXMPMeta::Initialize();
+            SXMPMeta::RegisterNamespace(xmp_ns::ITEM, "Foreign", nullptr);
+            std::exit(refusalOf([] { Photo().view(); }).empty() ? 1 : 0);
         },
         testing::ExitedWithCode(0), "");
 }

@@ -37,12 +37,12 @@ struct XMPPacketTest : testing::Test {
 TEST_F(XMPPacketTest, RefusesWhatIsNotWhollyXmp) {
     auto const whole = packetOf("t:one=\"a\"", directoryOf(itemOf("Primary", "image/jpeg")));
     for (size_t n = 1; n < whole.size(); n += 7)
-        EXPECT_NE(xmpErrorOf([&] { parseXMPPacket(whole.substr(0, n)); }), "") << n;
+        EXPECT_NE(refusalOf([&] { parseXMPPacket(whole.substr(0, n)); }), "") << n;
     for (auto const& junk :
          {std::string("junk"), pattern(5000), std::string("\xFF\xFE<"), std::string("<!"), std::string("<")})
-        EXPECT_NE(xmpErrorOf([&] { parseXMPPacket(junk); }), "");
+        EXPECT_NE(refusalOf([&] { parseXMPPacket(junk); }), "");
     // Recovering would drop the second value, and the next commit would destroy it.
-    EXPECT_NE(xmpErrorOf([] { parseXMPPacket(packetOf("t:one='a'", "<t:one>b</t:one>")); }), "");
+    EXPECT_NE(refusalOf([] { parseXMPPacket(packetOf("t:one='a'", "<t:one>b</t:one>")); }), "");
 }
 
 TEST_F(XMPPacketTest, RefusesDocumentTypesButNotTheirName) {
@@ -50,13 +50,13 @@ TEST_F(XMPPacketTest, RefusesDocumentTypesButNotTheirName) {
     for (auto const& refused : {DOCTYPE + packet, "<?xml version='1.0'?><!-- > --><?pi <!-- ?>" + (DOCTYPE + packet),
                                 wide(DOCTYPE + packet, true, true), wide(DOCTYPE + packet, false, true),
                                 wide(DOCTYPE + packet, true, false), wide(DOCTYPE + packet, false, false)})
-        EXPECT_EQ(xmpErrorOf([&] { parseXMPPacket(refused); }), "DOCTYPE is not allowed");
+        EXPECT_NE(refusalOf([&] { parseXMPPacket(refused); }).find("DOCTYPE is not allowed"), std::string::npos);
     for (auto const& fine :
          {"<!--" + std::string(DOCTYPE) + "-->" + packet, "<?pi " + std::string(DOCTYPE) + "?>" + packet,
           packetOf("t:one='>'", "<t:two><![CDATA[" + std::string(DOCTYPE) + "]]></t:two>"), wide(packet, true, true),
           wide(packet, false, true), "\xEF\xBB\xBF" + packet}) {
         std::string value;
-        EXPECT_EQ(xmpErrorOf([&] { parseXMPPacket(fine)->GetProperty("urn:test:", "one", &value, nullptr); }), "");
+        EXPECT_EQ(refusalOf([&] { value = *parseXMPPacket(fine)->get("urn:test:", "one"); }), "");
         EXPECT_TRUE(value == "a" || value == ">") << fine;
     }
 }
@@ -84,7 +84,7 @@ TEST_F(XMPPacketTest, BoundsWhatAPacketMayCost) {
     for (auto const& each : cases) {
         SCOPED_TRACE(each.what);
         auto const start = std::chrono::steady_clock::now();
-        EXPECT_EQ(!xmpErrorOf([&] { parseXMPPacket(each.packet); }).empty(), each.refused);
+        EXPECT_EQ(!refusalOf([&] { parseXMPPacket(each.packet); }).empty(), each.refused);
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     }
 }

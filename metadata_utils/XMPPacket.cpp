@@ -1,0 +1,116 @@
+#include "XMPPacket.h"
+
+#include <new>
+
+namespace android::lumo {
+
+namespace {
+
+/// The toolkit reports faults of a packet only here. Without an answer it keeps what it has understood so far, and a
+/// commit of that would destroy the rest.
+bool refuseToRecover(void*, XMP_ErrorSeverity, XMP_Int32, XMP_StringPtr) {
+    return false;
+}
+
+XMP_Status appendText(void* text, XMP_StringPtr buffer, XMP_StringLen size) {
+    static_cast<std::string*>(text)->append(buffer, size);
+    return 0;
+}
+
+void visitAll(SXMPIterator& leaves, XMPPacket::Visit const& visit) {
+    std::string schema, path;
+    while (toolkit([&] { return leaves.Next(&schema, &path); }))
+        visit(schema, path);
+}
+
+constexpr XMP_OptionBits LEAVES = kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers;
+constexpr char const* NO_VALUE = nullptr;
+
+} // namespace
+
+std::shared_ptr<XMPPacket> XMPPacket::clone() const {
+    auto copied = std::make_shared<XMPPacket>();
+    toolkit([&] { copied->meta = meta.Clone(0); });
+    return copied;
+}
+
+void XMPPacket::parse(std::string const& text) {
+    constexpr XMP_Uns32 NOTIFY_ALWAYS = 0;
+    toolkit([&] {
+        meta.SetErrorCallback(refuseToRecover, nullptr, NOTIFY_ALWAYS);
+        meta.ParseFromBuffer(text.data(), static_cast<XMP_StringLen>(text.size()), 0);
+    });
+}
+
+std::string XMPPacket::serialize() const {
+    std::string text;
+    toolkit([&] { meta.SerializeToBuffer(&text, kXMP_OmitPacketWrapper | kXMP_UseCompactFormat, 0, "", "", 0); });
+    return text;
+}
+
+std::string XMPPacket::dump() const {
+    std::string text;
+    toolkit([&] { meta.DumpObject(appendText, &text); });
+    return text;
+}
+
+std::optional<std::string> XMPPacket::get(std::string const& schema, std::string const& path,
+                                          XMP_OptionBits* form) const {
+    std::string value;
+    if (!toolkit([&] { return meta.GetProperty(schema.c_str(), path.c_str(), &value, form); }))
+        return std::nullopt;
+    return value;
+}
+
+bool XMPPacket::has(std::string const& schema, std::string const& path) const {
+    return toolkit([&] { return meta.DoesPropertyExist(schema.c_str(), path.c_str()); });
+}
+
+void XMPPacket::set(std::string const& schema, std::string const& path, std::string const& value) {
+    toolkit([&] { meta.SetProperty(schema.c_str(), path.c_str(), value, 0); });
+}
+
+void XMPPacket::remove(std::string const& schema, std::string const& path) {
+    toolkit([&] { meta.DeleteProperty(schema.c_str(), path.c_str()); });
+}
+
+void XMPPacket::copy(XMPPacket const& source, std::string const& schema, std::string const& from,
+                     std::string const& to) {
+    toolkit([&] {
+        meta.DeleteProperty(schema.c_str(), to.c_str());
+        SXMPUtils::DuplicateSubtree(source.meta, &meta, schema.c_str(), from.c_str(), schema.c_str(), to.c_str());
+    });
+}
+
+int32_t XMPPacket::count(std::string const& schema, std::string const& array) const {
+    return toolkit([&] { return meta.CountArrayItems(schema.c_str(), array.c_str()); });
+}
+
+void XMPPacket::insertStruct(std::string const& schema, std::string const& array, int32_t place) {
+    toolkit([&] {
+        meta.SetArrayItem(schema.c_str(), array.c_str(), place, NO_VALUE,
+                          XMP_OptionBits{kXMP_PropValueIsStruct} | kXMP_InsertBeforeItem);
+    });
+}
+
+void XMPPacket::appendStruct(std::string const& schema, std::string const& array) {
+    toolkit([&] {
+        meta.AppendArrayItem(schema.c_str(), array.c_str(), kXMP_PropArrayIsOrdered, NO_VALUE, kXMP_PropValueIsStruct);
+    });
+}
+
+void XMPPacket::removeEntry(std::string const& schema, std::string const& array, int32_t place) {
+    toolkit([&] { meta.DeleteArrayItem(schema.c_str(), array.c_str(), place); });
+}
+
+void XMPPacket::visitLeaves(Visit const& visit) const {
+    auto leaves = toolkit([&] { return SXMPIterator(meta, LEAVES); });
+    visitAll(leaves, visit);
+}
+
+void XMPPacket::visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const {
+    auto leaves = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), LEAVES); });
+    visitAll(leaves, visit);
+}
+
+} // namespace android::lumo

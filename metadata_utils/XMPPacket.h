@@ -1,0 +1,62 @@
+#pragma once
+
+#include "ErrorAt.h"
+#include "XMPToolkit.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace android::lumo {
+
+/// One packet in memory. Every call into the toolkit passes here: what it throws leaves as XMPError, a lack of memory
+/// as std::bad_alloc.
+///
+/// Paths are the toolkit's, with registered prefixes; `schema` is the namespace URI of the top-level property.
+class XMPPacket {
+public:
+    XMPPacket() = default;
+    XMPPacket(XMPPacket const&) = delete;
+    XMPPacket& operator=(XMPPacket const&) = delete;
+
+    /// A copy that shares nothing.
+    std::shared_ptr<XMPPacket> clone() const;
+    /// Reads a whole packet into this empty one; a text that is not wholly XMP throws.
+    void parse(std::string const& text);
+    /// Compact, without packet wrapper and padding.
+    std::string serialize() const;
+    std::string dump() const;
+
+    /// The value; nothing when absent, empty text for an array or a struct. `form` gets the toolkit's option bits.
+    std::optional<std::string> get(std::string const& schema, std::string const& path,
+                                   XMP_OptionBits* form = nullptr) const;
+    bool has(std::string const& schema, std::string const& path) const;
+    void set(std::string const& schema, std::string const& path, std::string const& value);
+    void remove(std::string const& schema, std::string const& path);
+    /// Replaces the property `to` with everything `from` holds at the path `from`.
+    void copy(XMPPacket const& source, std::string const& schema, std::string const& from, std::string const& to);
+    void copy(XMPPacket const& source, std::string const& schema, std::string const& path) {
+        copy(source, schema, path, path);
+    }
+
+    /// Entries of an array; 0 when there is none.
+    int32_t count(std::string const& schema, std::string const& array) const;
+    /// A new empty struct in front of entry `place`, counted from 1.
+    void insertStruct(std::string const& schema, std::string const& array, int32_t place);
+    /// The same at the end; the array is made, an ordered one, when it is absent.
+    void appendStruct(std::string const& schema, std::string const& array);
+    void removeEntry(std::string const& schema, std::string const& array, int32_t place);
+
+    /// Calls `visit(schema, path)` for every simple value, qualifiers left out, of the whole packet or of the property
+    /// at a path.
+    using Visit = std::function<void(std::string const& schema, std::string const& path)>;
+    void visitLeaves(Visit const& visit) const;
+    void visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const;
+
+private:
+    SXMPMeta meta;
+};
+
+} // namespace android::lumo
