@@ -60,8 +60,6 @@ void PhotoLayout::readPacket() {
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         xmpFault = reasonOf(error);
-    } catch (XMP_Error const& error) {
-        xmpFault = error.GetErrMsg();
     }
 }
 

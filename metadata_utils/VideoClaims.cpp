@@ -29,27 +29,20 @@ constexpr char const* PROPERTIES[] = {
 
 /// The prefix ("Item:") a namespace has in this process; empty for one that no packet has used yet.
 std::string prefixOf(char const* uri) {
-    std::string prefix;
-    return SXMPMeta::GetNamespacePrefix(uri, &prefix) ? prefix : std::string();
+    return XMPPacket::prefixOf(uri);
 }
 
 std::string propertyOf(XMPPacket const& packet, char const* name) {
-    std::string value;
-    packet.GetProperty(xmp_ns::CAMERA, name, &value, nullptr);
-    return value;
+    return packet.get(xmp_ns::CAMERA, name).value_or("");
 }
 
 std::string fieldOf(XMPPacket const& packet, Item const& item, char const* name) {
-    std::string value;
-    auto const field = prefixOf(item.itemNS.c_str()) + name;
-    packet.GetStructField(item.containerNS.c_str(), item.structPath.c_str(), item.itemNS.c_str(), field.c_str(), &value,
-                          nullptr);
-    return value;
+    return packet.get(item.containerNS, item.structPath + "/" + prefixOf(item.itemNS.c_str()) + name).value_or("");
 }
 
 bool isStruct(XMPPacket const& packet, Generation const& generation, std::string const& path) {
     XMP_OptionBits options = 0;
-    return packet.GetProperty(generation.containerNS, path.c_str(), nullptr, &options) && XMP_PropIsStruct(options);
+    return packet.get(generation.containerNS, path, &options) && XMP_PropIsStruct(options);
 }
 
 /// The entry at a place; one that is neither form has no semantic.
@@ -87,10 +80,10 @@ std::vector<Item> directoryOf(XMPPacket const& packet, Generation const& generat
     if (prefix.empty() || prefixOf(generation.itemNS).empty())
         return items;
     try {
-        auto const count = packet.CountArrayItems(generation.containerNS, (prefix + "Directory").c_str());
+        auto const count = packet.count(generation.containerNS, prefix + "Directory");
         for (int32_t place = 1; place <= count; ++place)
             items.push_back(itemAt(packet, generation, prefix, place));
-    } catch (XMP_Error const&) {
+    } catch (Error const&) {
         items.clear(); // a directory that is no array names no item
     }
     return items;
@@ -149,8 +142,8 @@ Claims read(XMPPacket const& packet) {
 uint32_t remove(XMPPacket& packet) {
     uint32_t removed = 0;
     for (auto const* name : PROPERTIES) {
-        removed += packet.DoesPropertyExist(xmp_ns::CAMERA, name) ? 1 : 0;
-        packet.DeleteProperty(xmp_ns::CAMERA, name);
+        removed += packet.has(xmp_ns::CAMERA, name) ? 1 : 0;
+        packet.remove(xmp_ns::CAMERA, name);
     }
     for (auto const& generation : GENERATIONS) {
         auto const items = directoryOf(packet, generation);
@@ -159,7 +152,7 @@ uint32_t remove(XMPPacket& packet) {
         for (auto item = items.rbegin(); item != items.rend(); ++item) {
             if (!item->isVideo())
                 continue;
-            packet.DeleteArrayItem(generation.containerNS, directory.c_str(), item->place);
+            packet.removeEntry(generation.containerNS, directory, item->place);
             ++removed;
         }
     }
@@ -167,18 +160,17 @@ uint32_t remove(XMPPacket& packet) {
 }
 
 void removeOlder(XMPPacket& packet) {
-    for (std::string_view const name : PROPERTIES) {
+    for (std::string const name : PROPERTIES) {
         if (name.starts_with(MICRO_VIDEO))
-            packet.DeleteProperty(xmp_ns::CAMERA, name.data());
+            packet.remove(xmp_ns::CAMERA, name);
     }
 }
 
 void setField(XMPPacket& packet, Item const& item, char const* field, std::string const& value) {
-    auto const name = prefixOf(item.itemNS.c_str()) + field;
+    auto const path = item.structPath + "/" + prefixOf(item.itemNS.c_str()) + field;
     if (value.empty())
-        return packet.DeleteStructField(item.containerNS.c_str(), item.structPath.c_str(), item.itemNS.c_str(),
-                                        name.c_str());
-    packet.SetStructField(item.containerNS.c_str(), item.structPath.c_str(), item.itemNS.c_str(), name.c_str(), value);
+        return packet.remove(item.containerNS, path);
+    packet.set(item.containerNS, path, value);
 }
 
 std::optional<uint64_t> parseNumber(std::string const& text) {

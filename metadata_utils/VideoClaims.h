@@ -1,6 +1,6 @@
 #pragma once
 
-#include "XMPToolkit.h"
+#include "XMPPacket.h"
 
 #include <cstdint>
 #include <optional>

@@ -28,6 +28,11 @@ constexpr char const* NO_VALUE = nullptr;
 
 } // namespace
 
+std::string XMPPacket::prefixOf(std::string const& uri) {
+    std::string prefix;
+    return toolkit([&] { return SXMPMeta::GetNamespacePrefix(uri.c_str(), &prefix); }) ? prefix : std::string();
+}
+
 std::shared_ptr<XMPPacket> XMPPacket::clone() const {
     auto copied = std::make_shared<XMPPacket>();
     toolkit([&] { copied->meta = meta.Clone(0); });

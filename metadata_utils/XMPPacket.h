@@ -21,6 +21,9 @@ public:
     XMPPacket(XMPPacket const&) = delete;
     XMPPacket& operator=(XMPPacket const&) = delete;
 
+    /// The prefix ("Item:") a namespace has in this process; empty for one that no packet has used yet.
+    static std::string prefixOf(std::string const& uri);
+
     /// A copy that shares nothing.
     std::shared_ptr<XMPPacket> clone() const;
     /// Reads a whole packet into this empty one; a text that is not wholly XMP throws.
