@@ -109,8 +109,10 @@ void writeXMP(std::shared_ptr<MediaFile> const& file,
         // An item has the room it was written with: more is made before the packet is written.
         auto const size = static_cast<uint32_t>(view->serializeToBuffer().size());
         HEIFMetaWriter writer(file);
-        if (writer.xmpRoom() < size)
+        if (writer.xmpRoom() < size) {
             writer.reserveXMP(std::max(MIN_XMP_ROOM, size));
+            view->roomOpened();
+        }
     }
     XMPEditImpl(view).commit();
 }

@@ -191,6 +191,7 @@ XMPEdit& XMPEditImpl::putAll(std::shared_ptr<XMPInfo> const& source, std::filesy
 void XMPEditImpl::commit() {
     LOGI("commit E");
     checked::requireAddressable(*file);
+    checked::requireEditable(*file);
     bool const isSource = info->getInFile().isThisFile(*file);
     if (!isSource && mustCopy)
         copySource();

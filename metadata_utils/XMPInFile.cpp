@@ -62,11 +62,12 @@ bool XMPInFile::isWhole(std::vector<Block> const& found) const {
 
 void XMPInFile::write(MediaFile const& handle, std::function<std::string()> const& commit) {
     sizeBefore = handle.size();
+    auto const changesBefore = handle.changes();
     std::string text;
     try {
         text = commit();
     } catch (...) {
-        isInterrupted = true;
+        isInterrupted |= handle.changes() != changesBefore;
         throw;
     }
     isInterrupted = false;
