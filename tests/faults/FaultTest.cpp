@@ -314,8 +314,10 @@ TEST(Fault, NoCallThatFailsGoesUnnoticedAndTheFileIsInADocumentedState) {
                 failures.emplace(row + " / " + state, "not in the document");
         }
     }
-    for (auto const& state : all)
-        EXPECT_TRUE(only != nullptr || met.contains(state)) << "documented and never met: " << state;
+    for (auto const& state : all) {
+        if (only == nullptr && !met.contains(state))
+            failures.emplace("document / " + state, "never met");
+    }
     auto known = knownFailures();
     for (auto const& [row, example] : failures)
         EXPECT_TRUE(known.erase(row) > 0) << row << ": " << example;
