@@ -1,18 +1,15 @@
 // A sequence of commits decoded from the input, on a small still, made in place on one file and into fresh targets on a
-// second chain. After each: both give the same bytes or both refuse; a refusal leaves the file alone; what was staged
-// is read back; records, XMP properties and image that nobody named are as they were.
+// second chain. After each, both give the same bytes or both refuse, and a refusal leaves the file alone. What a file
+// must hold is kept by a model and compared by a reader of its own: image, order and data of records, properties,
+// video, debug info, and that XMP, trailer and video agree.
 #include "FuzzSupport.h"
 #include "MotionPhotoEdit.h"
-#include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
 #include "support/HeicBuilder.h"
-#include "support/JpegBuilder.h"
+#include "support/PhotoParts.h"
 
+#include <algorithm>
 #include <array>
-#include <fuzzer/FuzzedDataProvider.h>
-#include <map>
-#include <set>
-#include <vector>
 
 using namespace android::lumo;
 using namespace android::lumo::fuzz;
@@ -20,264 +17,269 @@ using namespace android::lumo::fuzz;
 namespace {
 
 constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
-constexpr char const* PROPERTIES[] = {"Make", "Model", "HostComputer"};
-constexpr char const* NAMES[] = {"A", "B", "Note"};
-constexpr int TYPES[] = {1, 2900, -3};
+constexpr std::array<char const*, 3> PROPERTIES{"Make", "Model", "HostComputer"};
+constexpr std::pair<int, char const*> RECORDS[] = {
+    {2817, "A"}, {2900, "A"}, {2900, "B"}, {-7, "Note"}, {2562, "MotionPhoto_Info"}};
+constexpr int VIDEO = 2608, VIDEO_VERSION = 2609;
+constexpr int MAX_COMMITS = 6;
+
+/// Bytes that choose what is done; zeros behind their end.
+class Choices {
+public:
+    Choices(uint8_t const* data, size_t size) : bytes(text(data, size)) {}
+
+    size_t upTo(size_t most) {
+        size_t value = next();
+        if (most > 255)
+            value = value << 8 | next();
+        return value % (most + 1);
+    }
+    template<class List>
+    auto const& of(List const& list) {
+        return list[upTo(std::size(list) - 1)];
+    }
+    bool areLeft() const { return at < bytes.size(); }
+
+private:
+    uint8_t next() { return at < bytes.size() ? static_cast<uint8_t>(bytes[at++]) : 0; }
+
+    std::string_view bytes;
+    size_t at = 0;
+};
 
 std::vector<std::string> const& stills() {
     static std::vector<std::string> const made = [] {
         using test::HeicOptions;
         using test::JpegBuilder;
         std::string const packet = test::heicXmp("seed");
-        std::string const debugInfo = test::heicBox("free", "cdifdebug");
         return std::vector<std::string>{
             JpegBuilder().exif().build(),
-            JpegBuilder().exif().xmp(packet).build(),
-            JpegBuilder().exif().xmp(packet).segment(0xE0, "JFIF").xmp(packet).exif().build("scan", "bytes behind"),
-            test::buildHeic({.xmp = test::heicXmp("seed", 2000)}),
-            test::buildHeic({.thumbnail = true, .groups = true, .mdat = HeicOptions::Mdat::ToEnd}),
+            JpegBuilder().exif().xmp(packet).segment(0xE2, "ICC").build("scan", "bytes behind"),
+            JpegBuilder().exif().xmp(packet).segment(0xE0, "JFIF").exif("MM*").xmp(packet, 3000).build(),
+            test::buildHeic({.thumbnail = true, .groups = true, .rotation = 1}),
+            test::buildHeic({.xmp = packet, .indexWidth = 4, .mdat = HeicOptions::Mdat::ToEnd}),
             test::buildHeic({.grid = false, .xmp = test::heicXmp("seed", 2000)}),
-            test::buildHeic({.alpha = true, .xmp = packet, .tail = debugInfo}),
+            test::buildHeic(
+                {.alpha = true, .xmp = packet, .freeBoxes = true, .tail = test::heicBox("free", "cdifdebug")}),
         };
     }();
     return made;
 }
 
-std::string video(size_t size, char filler) {
-    return test::heicBox("ftyp", "mp42") + std::string(size, filler);
-}
-
-/// What a view says about everything an edit may not lose.
-struct Content {
-    std::multimap<std::string, std::string> records; ///< by name; without the pointer, which moves
-    std::map<std::string, std::string> properties;
-    std::vector<std::string> image; ///< segments, or the coded pictures and the Exif
-    std::string video;
-    std::string debugInfo;
-};
-
-std::string textOf(ByteBuffer const& bytes) {
-    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
-}
-
-std::vector<std::string> imageOf(MemoryFile const& file, bool isHeic) {
-    std::vector<std::string> parts;
-    if (!isHeic) {
-        std::string const bytes = file.bytes();
-        for (auto const& segment : test::segmentsOf(bytes)) {
-            if (segment.code == 0xDA)
-                parts.push_back(segment.payload.substr(0, segment.payload.find("\xFF\xD9")));
-            else if (!segment.isXmp() && segment.payload.find_first_not_of(' ') != std::string::npos)
-                parts.push_back(static_cast<char>(segment.code) + segment.payload);
-        }
-        return parts;
-    }
-    HEIFMetaReader reader(file.open(), ParseMode::LAZY);
-    parts.push_back(reader.getExif().toTypedData<std::string>());
-    auto const cover = reader.getCoverImageId();
-    auto ids = reader.getItemIds(cover, 16);
-    ids.push_back(static_cast<uint32_t>(cover));
-    for (auto const id : ids) {
-        std::vector<uint8_t> frame;
-        reader.getImageFrame(static_cast<int>(id), frame, 1 << 20);
-        parts.emplace_back(frame.begin(), frame.end());
-    }
-    return parts;
-}
-
-Content contentOf(MemoryFile const& file, bool isHeic) {
-    Content content;
-    auto const photo = MotionPhotoInfo::parse(file.open());
-    std::string const bytes = file.bytes();
-    for (auto const& record : photo->getQRTInfo()->getRecords()) {
-        if (record.type != qrt::TYPE_MOTION_PHOTO_DATA && record.type != qrt::TYPE_MOTION_PHOTO_VERSION)
-            content.records.emplace(record.name, std::to_string(record.type) +
-                                                     bytes.substr(record.dataPosition, record.dataPayload));
-    }
-    for (auto const& [schema, path] : photo->getXMPInfo()->getProperties()) {
-        if (schema != xmp_ns::CAMERA)
-            content.properties[path] = photo->getXMPInfo()->getProperty(schema, path);
-    }
-    content.image = imageOf(file, isHeic);
-    content.video = textOf(*photo->getVideo());
-    FUZZ_REQUIRE(photo->isValid() == !content.video.empty());
-    if (isHeic)
-        content.debugInfo =
-            HEIFMetaReader(file.open(), ParseMode::LAZY).getCameraDebugInfo().toTypedData<std::string>();
-    return content;
-}
-
-/// One commit's operations, and what they do to the content.
-class Batch {
-public:
-    Batch(FuzzedDataProvider& input, bool isHeic) {
-        for (auto left = input.ConsumeIntegralInRange(1, 4); left > 0; --left)
-            add(input, isHeic);
-    }
-
-    void stage(MotionPhotoEdit& edit) const {
-        for (auto const& operation : operations)
-            operation(edit);
-    }
-    void expect(Content& content) const {
-        auto const before = content.records;
-        for (auto const& effect : effects)
-            effect(content);
-        // A trailer that loses its last record stays, unless the video was what it was there for.
-        if (content.records.empty() && content.video.empty() && !isCutWhenEmpty)
-            content.records = before;
-    }
-
-private:
-    using Operation = std::function<void(MotionPhotoEdit&)>;
-    using Effect = std::function<void(Content&)>;
-
-    void push(Operation operation, Effect effect) {
-        operations.push_back(std::move(operation));
-        effects.push_back(std::move(effect));
-    }
-
-    void add(FuzzedDataProvider& input, bool isHeic);
-    void addVideo(FuzzedDataProvider& input, bool isHeic);
-    void addRecord(FuzzedDataProvider& input);
-
-    std::vector<Operation> operations;
-    std::vector<Effect> effects;
+/// What a file must hold.
+struct Model {
+    std::vector<test::TrailerRecord> records; ///< the video's without its data
+    std::string video, debugInfo, behind;
+    std::vector<std::string> image;
+    test::Properties properties;         ///< but those that speak of the video
+    std::optional<std::string> time{""}; ///< none: whatever the video's duration is
+    // For the commit that is staged.
+    int primary = 0;
     bool isCutWhenEmpty = false;
+
+    void put(int type, std::string const& name, std::string const& data) {
+        for (auto& record : records) {
+            if (record.type == type && record.name == name) {
+                record.data = data;
+                return;
+            }
+        }
+        records.push_back({type, name, data});
+    }
+
+    void dropVideo() {
+        std::erase_if(records, [](auto const& each) {
+            return each.type == VIDEO || each.type == VIDEO_VERSION || each.name == "MotionPhoto_Info";
+        });
+        video.clear();
+        time = "";
+        isCutWhenEmpty = true;
+    }
+
+    /// What was staged is written.
+    void commit(Model const& before) {
+        if (records.empty() && !isCutWhenEmpty)
+            records = before.records; // a trailer is not written empty
+        auto const first =
+            std::find_if(records.begin(), records.end(), [&](auto const& record) { return record.type == primary; });
+        if (primary > 0 && first != records.end())
+            std::rotate(first, first + 1, records.end());
+        primary = 0;
+        isCutWhenEmpty = false;
+    }
+
+    static Model of(test::PhotoParts const& parts) {
+        Model model{parts.trailer.records, parts.video, parts.debugInfo, parts.behind, parts.image, {}};
+        for (auto& record : model.records)
+            record.data = record.type == VIDEO ? "" : record.data;
+        for (auto const& [path, value] : test::propertiesOf(parts.packet())) {
+            if (path.starts_with("camera/MotionPhotoPresentation"))
+                model.time = value;
+            else if (!path.starts_with("camera/") && !path.starts_with("container/"))
+                model.properties[path] = value;
+        }
+        return model;
+    }
 };
 
-void Batch::add(FuzzedDataProvider& input, bool isHeic) {
-    switch (input.ConsumeIntegralInRange(0, 7)) {
-    case 0:
-        return addVideo(input, isHeic);
-    case 1:
-        isCutWhenEmpty = true;
-        return push([](auto& edit) { edit.removeVideo(nullptr); }, [](auto& content) { content.video.clear(); });
-    case 2:
-    case 3:
-        return addRecord(input);
-    case 4: {
-        std::string const name = input.PickValueInArray(NAMES);
-        return push([=](auto& edit) { edit.getQRTEdit().removeData(name).makeDirty(); },
-                    [=](auto& content) {
-                        if (auto const found = content.records.find(name); found != content.records.end())
-                            content.records.erase(found);
-                    });
-    }
-    case 5: {
-        std::string const name = input.PickValueInArray(PROPERTIES);
-        std::string const value(input.ConsumeIntegralInRange<size_t>(1, 3000), 'p');
-        return push([=](auto& edit) { edit.getXMPEdit().setProperty(TIFF, name, value); },
-                    [=](auto& content) { content.properties["tiff:" + name] = value; });
-    }
-    case 6: {
-        std::string const name = input.PickValueInArray(PROPERTIES);
-        return push([=](auto& edit) { edit.getXMPEdit().removeProperty(TIFF, name); },
-                    [=](auto& content) { content.properties.erase("tiff:" + name); });
-    }
-    default:
-        long const timestamp = input.ConsumeIntegral<int32_t>();
-        return push([=](auto& edit) { edit.setPhotoPresentationTimestampUs(timestamp); }, [](auto&) {});
-    }
-}
-
-void Batch::addVideo(FuzzedDataProvider& input, bool isHeic) {
-    // What a JPEG record holds up to 125,000 bytes is read as a pointer, by the format's own doing.
-    size_t const size = (isHeic && input.ConsumeBool() ? 40 : 125100) + input.ConsumeIntegralInRange<size_t>(0, 20);
-    std::string const bytes = video(size, input.ConsumeBool() ? 'V' : 'W');
-    auto const way = input.ConsumeIntegralInRange(0, 2);
-    auto const file = std::make_shared<MemoryFile>(bytes);
-    isCutWhenEmpty = false;
-    push(
-        [=](auto& edit) {
-            if (way == 0)
-                edit.addVideo(file->open());
-            else if (way == 1)
-                edit.addVideo(std::make_shared<ByteBuffer>(file->open()->readAllBytes()));
-            else
-                edit.replaceVideo(file->open());
-        },
-        [=](auto& content) { content.video = bytes; });
-}
-
-/// Replaces the record that matches both, or appends one. Three types under three names: the name alone is unique only
-/// when each has its type.
-void Batch::addRecord(FuzzedDataProvider& input) {
-    auto const index = input.ConsumeIntegralInRange<size_t>(0, 2);
-    std::string const name = NAMES[index];
-    int const type = TYPES[index];
-    std::string const data(input.ConsumeIntegralInRange<size_t>(1, 600), 'r');
-    bool const isFast = input.ConsumeBool();
-    push(
-        [=](auto& edit) {
-            edit.addQRTData(type, name, ByteBuffer(std::vector<uint8_t>(data.begin(), data.end())));
-            if (isFast)
-                edit.getQRTEdit().setOption(QRTEdit::Option::WRITE_FAST);
-        },
-        [=](auto& content) {
-            content.records.erase(name);
-            content.records.emplace(name, std::to_string(type) + data);
-        });
-}
-
-void print(Content const& content) {
-    for (auto const& [name, record] : content.records)
-        std::fprintf(stderr, "  record %s %.8s [%zu]\n", name.c_str(), record.c_str(), record.size());
-    for (auto const& [path, value] : content.properties)
-        std::fprintf(stderr, "  %s=%.20s [%zu]\n", path.c_str(), value.c_str(), value.size());
-    std::fprintf(stderr, "  video [%zu] debug info [%zu]\n", content.video.size(), content.debugInfo.size());
-}
-
-void requireEqual(Content const& now, Content const& expected) {
-    if (now.records != expected.records || now.properties != expected.properties || now.video != expected.video ||
-        now.debugInfo != expected.debugInfo) {
-        std::fprintf(stderr, "read:\n");
-        print(now);
-        std::fprintf(stderr, "expected:\n");
-        print(expected);
-    }
+void requireHolds(MemoryFile const& file, Model const& expected) {
+    auto const parts = test::takeApart(file.bytes());
+    Model const now = Model::of(parts);
+    FUZZ_REQUIRE(now.image == expected.image && now.behind == expected.behind);
+    FUZZ_REQUIRE(parts.packets.size() == 1);
     FUZZ_REQUIRE(now.records == expected.records);
     FUZZ_REQUIRE(now.properties == expected.properties);
-    FUZZ_REQUIRE(now.image == expected.image);
+    FUZZ_REQUIRE(!expected.time || now.time == expected.time);
     FUZZ_REQUIRE(now.video == expected.video);
     FUZZ_REQUIRE(now.debugInfo == expected.debugInfo);
+    FUZZ_REQUIRE(now.video.empty() || parts.faults().empty());
+    auto const photo = MotionPhotoInfo::parse(file.open());
+    auto const video = photo->getVideo();
+    FUZZ_REQUIRE(photo->isValid() == !expected.video.empty());
+    FUZZ_REQUIRE(std::string(video->data(), video->data() + video->size()) == expected.video);
+}
+
+/// One staged change and what it does to the model.
+struct Operation {
+    std::function<void(MotionPhotoEdit&)> stage;
+    std::function<void(Model&)> effect;
+};
+
+Operation videoPut(Choices& input, bool isHeic) {
+    // What a JPEG record holds up to 125,000 bytes is read as a pointer, by the format's own doing.
+    size_t const size = (isHeic && input.upTo(1) == 0 ? 40 : 125'100) + input.upTo(20);
+    std::string const bytes = test::heicBox("ftyp", "mp42") + std::string(size, input.upTo(1) == 0 ? 'V' : 'W');
+    auto const file = std::make_shared<MemoryFile>(bytes);
+    size_t const way = input.upTo(2);
+    auto const stage = [=](MotionPhotoEdit& edit) {
+        if (way == 0)
+            edit.addVideo(file->open());
+        else if (way == 1)
+            edit.addVideo(std::make_shared<ByteBuffer>(file->open()->readAllBytes()));
+        else
+            edit.replaceVideo(file->open());
+    };
+    return {stage, [=](Model& model) {
+                model.video = bytes;
+                model.put(VIDEO, "MotionPhoto_Data", "");
+                model.time = model.time == "" ? std::nullopt : model.time;
+                model.isCutWhenEmpty = false;
+            }};
+}
+
+Operation recordPut(Choices& input) {
+    auto const& [type, name] = input.of(RECORDS);
+    std::string const data(1 + input.upTo(3000), 'r');
+    auto const stage = [=, type = type, name = name](auto& edit) {
+        edit.addQRTData(type, name, ByteBuffer(std::vector<uint8_t>(data.begin(), data.end())));
+    };
+    return {stage, [=, type = type, name = name](Model& model) { model.put(type, name, data); }};
+}
+
+Operation recordDropped(std::string const& name) {
+    return {[=](auto& edit) { edit.getQRTEdit().removeData(name).makeDirty(); },
+            [=](Model& model) {
+                auto const found = std::find_if(model.records.begin(), model.records.end(),
+                                                [&](auto const& record) { return record.name == name; });
+                if (found != model.records.end())
+                    model.records.erase(found);
+            }};
+}
+
+Operation propertySet(std::string const& name, std::string const& value) {
+    return {[=](auto& edit) {
+                auto& xmp = edit.getXMPEdit();
+                value.empty() ? xmp.removeProperty(TIFF, name) : xmp.setProperty(TIFF, name, value);
+            },
+            [=](Model& model) {
+                model.properties["1.0/" + name] = value;
+                std::erase_if(model.properties, [](auto const& each) { return each.second.empty(); });
+            }};
+}
+
+Operation decode(Choices& input, bool isHeic) {
+    switch (input.upTo(9)) {
+    case 0:
+    case 1:
+        return videoPut(input, isHeic);
+    case 2:
+        return {[](auto& edit) { edit.removeVideo(nullptr); }, [](Model& model) { model.dropVideo(); }};
+    case 3:
+    case 4:
+        return recordPut(input);
+    case 5:
+        return recordDropped(input.of(RECORDS).second);
+    case 6:
+        return propertySet(input.of(PROPERTIES), std::string(1 + input.upTo(3000), 'p'));
+    case 7:
+        return propertySet(input.of(PROPERTIES), "");
+    case 8: {
+        auto const time = static_cast<long>(input.upTo(50'000));
+        return {[=](auto& edit) { edit.setPhotoPresentationTimestampUs(time); },
+                [=](Model& model) { model.time = std::to_string(time); }};
+    }
+    default:
+        int const type = input.of(RECORDS).first;
+        bool const isFast = input.upTo(1) == 0;
+        return {[=](auto& edit) {
+                    edit.getQRTEdit().setPrimaryType(type).makeDirty();
+                    if (isFast)
+                        edit.getQRTEdit().setOption(QRTEdit::Option::WRITE_FAST);
+                },
+                [=](Model& model) { model.primary = type; }};
+    }
 }
 
 /// The two chains of files.
 class Run {
 public:
-    explicit Run(std::string const& still, bool heic)
-        : inPlace(still), source(std::make_unique<MemoryFile>(still)), isHeic(heic), content(contentOf(inPlace, heic)) {
+    explicit Run(std::string const& still)
+        : inPlace(still), source(std::make_unique<MemoryFile>(still)), model(Model::of(test::takeApart(still))),
+          isHeic(still.substr(4, 4) == "ftyp") {}
+
+    void step(Choices& input) {
+        if (isHeic && input.upTo(4) == 0)
+            writeDebugInfo(input.upTo(300));
+        else
+            commit(input);
     }
 
-    void commit(FuzzedDataProvider& input) {
-        bool const keepsView = input.ConsumeBool() && view != nullptr;
-        Batch const batch(input, isHeic);
-        std::string const before = inPlace.bytes();
+private:
+    void commit(Choices& input) {
+        bool const keepsView = input.upTo(1) == 0 && view != nullptr;
+        std::vector<Operation> operations;
+        Model const before = model;
+        for (size_t left = 1 + input.upTo(3); left > 0; --left) {
+            operations.push_back(decode(input, isHeic));
+            operations.back().effect(model);
+        }
+        model.commit(before);
+        std::string const bytes = inPlace.bytes();
         if (!keepsView)
             view = MotionPhotoInfo::parse(inPlace.open());
-        auto const refused = refusal([&] {
-            auto const edit = view->edit();
-            batch.stage(*edit);
-            edit->commit();
-        });
-        auto target = std::make_unique<MemoryFile>("what the target held");
-        auto const refusedTarget = refusal([&] {
-            auto const edit = MotionPhotoInfo::parse(source->open())->edit();
-            batch.stage(*edit);
-            edit->commit(target->open());
-        });
-        FUZZ_REQUIRE(source->bytes() == before);
+        auto const edited = [&](std::shared_ptr<MotionPhotoInfo> const& of, auto commit) {
+            return refusal([&] {
+                auto const edit = of->edit();
+                for (auto const& operation : operations)
+                    operation.stage(*edit);
+                commit(*edit);
+            });
+        };
+        auto target = std::make_unique<MemoryFile>();
+        auto const refused = edited(view, [](auto& edit) { edit.commit(); });
+        auto const refusedTarget =
+            edited(MotionPhotoInfo::parse(source->open()), [&](auto& edit) { edit.commit(target->open()); });
+        FUZZ_REQUIRE(source->bytes() == bytes);
         FUZZ_REQUIRE(refused == refusedTarget);
         if (refused) {
             view = nullptr; // its packet in memory keeps what was staged
-            FUZZ_REQUIRE(inPlace.bytes() == before);
+            model = before;
+            FUZZ_REQUIRE(inPlace.bytes() == bytes);
             return;
         }
-        batch.expect(content);
-        requireEqual(contentOf(inPlace, isHeic), content);
+        requireHolds(inPlace, model);
         if (keepsView) { // its packet may name the same things in another order
-            requireEqual(contentOf(*target, isHeic), content);
+            requireHolds(*target, model);
             target->assign(inPlace.bytes());
         }
         FUZZ_REQUIRE(inPlace.bytes() == target->bytes());
@@ -285,38 +287,32 @@ public:
     }
 
     void writeDebugInfo(size_t size) {
-        std::string const debugInfo(size, 'd');
+        model.debugInfo = std::string(size, 'd');
         for (auto const* file : {&inPlace, source.get()})
             FUZZ_REQUIRE(goesThrough([&] {
                 HEIFMetaWriter writer(file->open());
                 size == 0 ? writer.removeCameraDebugInfo()
-                          : writer.writeCameraDebugInfo({debugInfo.begin(), debugInfo.end()});
+                          : writer.writeCameraDebugInfo({model.debugInfo.begin(), model.debugInfo.end()});
             }));
-        content.debugInfo = debugInfo;
         view = nullptr; // the file changed behind its back
-        requireEqual(contentOf(inPlace, isHeic), content);
+        auto const parts = test::takeApart(inPlace.bytes());
+        FUZZ_REQUIRE(parts.debugInfo == model.debugInfo && parts.image == model.image);
+        FUZZ_REQUIRE(model.video.empty() || (parts.video == model.video && parts.faults().empty()));
     }
 
-private:
     MemoryFile inPlace;
     std::unique_ptr<MemoryFile> source;
+    Model model;
     bool isHeic;
-    Content content;
     std::shared_ptr<MotionPhotoInfo> view;
 };
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
-    FuzzedDataProvider input(data, size);
-    auto const& still = stills()[input.ConsumeIntegralInRange<size_t>(0, stills().size() - 1)];
-    bool const isHeic = still.substr(4, 4) == "ftyp";
-    Run run(still, isHeic);
-    for (int left = 4; left > 0 && input.remaining_bytes() > 0; --left) {
-        if (isHeic && input.ConsumeProbability<float>() < 0.2F)
-            run.writeDebugInfo(input.ConsumeIntegralInRange<size_t>(0, 300));
-        else
-            run.commit(input);
-    }
+    Choices input(data, size);
+    Run run(input.of(stills()));
+    for (int left = MAX_COMMITS; left > 0 && input.areLeft(); --left)
+        run.step(input);
     return 0;
 }

@@ -135,7 +135,6 @@ int main(int argc, char** argv) {
         for (size_t i = 0; i < rewrites.size(); ++i)
             rewrites[i] += {static_cast<char>(40 * i), static_cast<char>(54 + 31 * i)};
         writeAll(folder / "jpeg", jpegs());
-        writeAll(folder / "heif", heics());
         writeAll(folder / "rewrite", rewrites);
         writeAll(folder / "trailer", trailers());
         writeAll(folder / "xmp", packets());

@@ -1,5 +1,6 @@
-// A HEIC of hostile boxes written again: the XMP, the debug info and the video are read back, every other item is as it
-// was, and a refusal leaves the file alone. The last two bytes choose the steps.
+// A HEIC of hostile boxes: every question that the reader and the demuxer answer; then it is written again. The XMP,
+// the debug info and the video are read back, every other item is as it was, and a refusal leaves the file alone. The
+// last two bytes choose the steps.
 #include "FuzzSupport.h"
 #include "XMPInfo.h"
 #include "io/HEIFMetaReader.h"
@@ -16,6 +17,53 @@ using namespace android::lumo::fuzz;
 namespace {
 
 constexpr uint32_t MAX_ITEM = 24;
+
+void askReader(std::string const& bytes) {
+    MemoryFile const file(bytes);
+    refusal([&] { HEIFMetaReader(file.open(), ParseMode::EAGER); });
+    HEIFMetaReader reader(file.open(), ParseMode::LAZY);
+    for (auto const get : {&HEIFMetaReader::getXMP, &HEIFMetaReader::getExif, &HEIFMetaReader::getCameraDebugInfo}) {
+        refusal([&] {
+            Metadata const block = (reader.*get)();
+            FUZZ_REQUIRE(block.toTypedData<std::string>().size() <= bytes.size());
+        });
+    }
+    refusal([&] {
+        for (auto const& box : reader.findBox({"ftyp", "meta", "mdat", "free", "mpvd", "qrtd"}))
+            FUZZ_REQUIRE(uint64_t{box.position} + box.size <= bytes.size());
+    });
+    refusal([&] { FUZZ_REQUIRE(reader.getEndOfImagePosition(true) <= bytes.size()); });
+    refusal([&] {
+        auto const item = reader.getXMPItem();
+        FUZZ_REQUIRE(!item || uint64_t{item->position} + item->length <= bytes.size());
+    });
+    refusal([&] { reader.getImageInfo(reader.getCoverImageId()); });
+    refusal([&] { reader.getGridInfo(reader.getCoverImageId()); });
+    refusal([&] { reader.getThumbnailImageInfo(reader.getCoverImageId()); });
+    std::vector<uint8_t> frame;
+    refusal([&] {
+        for (auto const id : reader.getItemIds(reader.getCoverImageId(), 16))
+            reader.getImageFrame(static_cast<int>(id), frame, 1 << 20);
+    });
+}
+
+void askDemuxer(std::string const& bytes) {
+    Demuxer const source(bytes);
+    for (uint32_t id = 0; source.handle != nullptr && id < MAX_ITEM; ++id) {
+        HBOXD_IMAGE_INFO info;
+        uint32_t thumbnail = 0;
+        hboxd_get_info_image(source.handle, id, &info);
+        hboxd_get_image_id(source.handle, HBOXD_IMAGE_THUMBNAIL, id, &thumbnail);
+        for (auto const kind : {HBOXD_ITEM_CODEC_SPECIFIC, HBOXD_ITEM_GRID, HBOXD_ITEM_LOCATION, HBOXD_ITEM_MIME}) {
+            uint32_t size = 0;
+            if (hboxd_get_info_item(source.handle, id, kind, nullptr, &size) != HBOX_OK)
+                continue;
+            std::string answer(size, '\0'); // exactly: a byte more is an overflow
+            hboxd_get_info_item(source.handle, id, kind, answer.data(), &size);
+        }
+        FUZZ_REQUIRE(source.frame(id).value_or("").size() <= bytes.size());
+    }
+}
 
 /// The stored bytes of all items that can be read, but the XMP's, and but what lies over the XMP or over a header of
 /// the top level.
@@ -105,6 +153,8 @@ public:
         for (auto const& [id, frame] : items)
             FUZZ_REQUIRE(itemsNow.contains(id) && itemsNow.at(id) == frame);
         HEIFMetaReader reader(file.open(), ParseMode::LAZY);
+        if (step % 8 == 0)
+            FUZZ_REQUIRE(reader.getXMPItem() && reader.getXMPItem()->length >= amount);
         if (step % 8 == 1) {
             auto const packet = info->serializeToBuffer();
             FUZZ_REQUIRE(
@@ -125,7 +175,10 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     if (size < 2)
         return 0;
-    Still still(std::string(text(data, size - 2)));
+    std::string const bytes(text(data, size - 2));
+    askReader(bytes);
+    askDemuxer(bytes);
+    Still still(bytes);
     still.run(data[size - 1] % 8, data[size - 2]);
     still.run(data[size - 1] / 8 % 8, size_t{data[size - 2]} * 5);
     still.run(data[size - 1] / 64, 40);

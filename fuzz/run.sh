@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# fuzz/run.sh [SECONDS [TARGET...]]  builds the fuzz targets and runs each (jpeg heif rewrite trailer xmp edit extractor) for SECONDS
+# fuzz/run.sh [SECONDS [TARGET...]]  builds the fuzz targets and runs each (jpeg rewrite trailer xmp edit extractor) for SECONDS
 # (60), two at a time, on fresh structural seeds, on fuzz/corpus/TARGET/ and on what earlier runs here found. What breaks a
 # target stays in build/fuzz/findings/TARGET/ and makes the run fail; the inputs that reached new code stay in
 # build/fuzz/corpus/TARGET/.
 # fuzz/run.sh --merge   makes fuzz/corpus/ anew: of all of these, the smallest inputs that together reach the same code.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../cmake/setup.sh"
-all=(jpeg heif rewrite trailer xmp edit extractor)
+all=(jpeg rewrite trailer xmp edit extractor)
 task=run seconds=60 targets=("${all[@]}")
 if [ "${1:-}" = --merge ]; then
     task=merge
