@@ -1,6 +1,7 @@
 #include "MotionVideo.h"
 
 #include "CheckedFile.h"
+#include "ErrorAt.h"
 #include "MovieBoxes.h"
 #include "PhotoLayout.h"
 #include "StillEnd.h"
@@ -112,6 +113,18 @@ MediaDefs::MimeType MotionVideo::mimeType() const {
     if (brand.empty())
         return MediaDefs::MimeType::NONE;
     return brand == "qt  " ? MediaDefs::MimeType::VIDEO_QUICKTIME : MediaDefs::MimeType::VIDEO_MP4;
+}
+
+void MotionVideo::copyTo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& target) const {
+    if (photo == nullptr || target == nullptr || !isSound())
+        throw ErrorAt()("no sound video to copy");
+    if (MediaFile::isFdsDup(photo->getFd(), target->getFd()))
+        throw ErrorAt()("the video's target is the photo itself: %s", target->toString().c_str());
+    auto const now = movie::walk(*photo, position, size);
+    if (!now.isSound() || now.brand != brand)
+        throw ErrorAt().as(Error::Code::CHANGED, *photo)("the photo has changed since it was read: no video at %zu",
+                                                         size_t{position});
+    checked::copy(photo, target, position, size);
 }
 
 char const* MotionVideo::nameOf(Source source) {

@@ -4,6 +4,7 @@
 #include "ErrorAt.h"
 #include "MovieBoxes.h"
 #include "XMPInfoImpl.h"
+#include "io/ImageMetaReader.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -55,11 +56,14 @@ void PhotoLayout::readTrailer() {
 /// A packet that no parser takes claims nothing.
 void PhotoLayout::readPacket() {
     try {
+        ImageMetaReader::of(file, ParseMode::LAZY)->findAllXMP(); // throws where the view would find none
         packet = std::make_shared<XMPInfoImpl>(file)->getMeta();
         claims = claims::read(*packet);
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         xmpFault = reasonOf(error);
+    } catch (std::length_error const& error) { // what a refused read of the packet's bytes throws
+        throw ErrorAt().as(Error::Code::READ_FAILED, *file)("fail to read the XMP: %s", error.what());
     }
 }
 

@@ -23,17 +23,6 @@ std::string range(MotionVideo const& video) {
     return std::to_string(video.size) + " bytes at " + std::to_string(video.position);
 }
 
-/// Bytes behind the video that no item of the directory accounts for.
-uint64_t paddingBehind(PhotoLayout const& layout, MotionVideo const& video) {
-    uint64_t behind = uint64_t{layout.fileSize} - video.position - video.size;
-    auto const* claimed = layout.claims.video();
-    for (auto const& item : layout.claims.items) {
-        if (claimed != nullptr && item.place > claimed->place)
-            behind -= std::min(behind, item.length + item.padding);
-    }
-    return behind;
-}
-
 /// One photo under repair: the file changes, so that every step looks at it anew.
 class Mender {
 public:
@@ -95,12 +84,9 @@ void Mender::settleOrphan(PhotoCheck const& check) {
         return;
     }
     PhotoLayout const layout(file);
-    if (check.video.isSound() || layout.videoRecord() != nullptr)
-        return; // one photo has one video; the finding stays
-    published::Fields fields;
-    fields.length = check.orphan.size;
-    fields.itemPadding = paddingBehind(layout, check.orphan);
-    fields.mime = MediaDefs::mimeString(check.orphan.mimeType());
+    if (check.video.isSound() || layout.videoRecord() != nullptr || !layout.xmpFault.empty())
+        return; // one photo has one video, a damaged packet takes no claim; the finding stays
+    auto const fields = published::fieldsFor(layout, check.orphan);
     published::writeXMP(file, [&](auto const& view) { published::setFields(view, file->mimeType(), fields); });
     done.push_back("movie claimed: " + range(check.orphan));
 }
@@ -131,24 +117,6 @@ void Mender::dropStaleClaims(PhotoCheck const& check) {
     done.push_back("claims without a video taken out: " + check.video.reason);
 }
 
-/// What the movie's place makes of the fields.
-published::Fields fieldsOf(PhotoLayout const& layout, MotionVideo const& video) {
-    published::Fields fields;
-    uint32_t const toEnd = layout.fileSize - video.position;
-    fields.mime = MediaDefs::mimeString(video.mimeType());
-    fields.length = video.size;
-    fields.itemPadding = paddingBehind(layout, video);
-    if (layout.videoBox)
-        fields.primaryPadding = layout.videoBox->headerSize;
-    if (video.source == Source::TRAILER) {
-        fields.length = toEnd;
-        fields.itemPadding = 0;
-        if (!layout.isHEIC)
-            fields.primaryPadding = video.position - std::min(video.position, trailer::startOf(*layout.tail));
-    }
-    return fields;
-}
-
 void Mender::setXMP() {
     auto const check = PhotoCheck::run(file);
     bool const isWrong =
@@ -156,7 +124,7 @@ void Mender::setXMP() {
     PhotoLayout const layout(file);
     if (!isWrong || !check.video.isSound() || !layout.xmpFault.empty())
         return;
-    auto const fields = fieldsOf(layout, check.video);
+    auto const fields = published::fieldsFor(layout, check.video);
     if (!published::takesFields(layout, fields))
         return; // a HEIC that never had XMP: its box speaks for itself
     bool const hasMoment = check.has("moment-number");

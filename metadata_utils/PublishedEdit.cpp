@@ -6,7 +6,7 @@
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
-#include "io/VideoPointer.h"
+#include "io/MoveTail.h"
 
 #include <algorithm>
 
@@ -14,7 +14,6 @@ namespace android::lumo::published {
 
 namespace {
 
-constexpr uint32_t MOVE_BUFFER = 1024 * 1024;
 constexpr uint32_t MIN_XMP_ROOM = 1280;
 constexpr char PRIMARY[] = "Primary";
 constexpr char MOTION_PHOTO[] = "MotionPhoto";
@@ -52,17 +51,48 @@ bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
     }
 }
 
+/// Bytes behind the video that no item of the directory accounts for.
+uint64_t paddingBehind(PhotoLayout const& layout, MotionVideo const& video) {
+    uint64_t behind = uint64_t{layout.fileSize} - video.position - video.size;
+    auto const* claimed = layout.claims.video();
+    for (auto const& item : layout.claims.items) {
+        if (claimed != nullptr && item.place > claimed->place)
+            behind -= std::min(behind, item.length + item.padding);
+    }
+    return behind;
+}
+
 } // namespace
 
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
-    if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd()))
+    if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd())) {
+        checked::requireEditable(*photo);
         return photo;
+    }
+    checked::requireEditable(*output);
     uint32_t const size = photo->size();
     checked::seek(*output, 0);
     checked::reserve(*output, size);
     checked::copy(photo, output, 0, size);
     checked::truncate(*output, size);
     return output;
+}
+
+Fields fieldsFor(PhotoLayout const& layout, MotionVideo const& video) {
+    Fields fields;
+    uint32_t const toEnd = layout.fileSize - video.position;
+    fields.mime = MediaDefs::mimeString(video.mimeType());
+    fields.length = video.size;
+    fields.itemPadding = paddingBehind(layout, video);
+    if (layout.videoBox && video.source != MotionVideo::Source::SCAN)
+        fields.primaryPadding = layout.videoBox->headerSize;
+    if (video.source == MotionVideo::Source::TRAILER) {
+        fields.length = toEnd;
+        fields.itemPadding = 0;
+        if (!layout.isHEIC)
+            fields.primaryPadding = video.position - std::min(video.position, trailer::startOf(*layout.tail));
+    }
+    return fields;
 }
 
 void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType still, Fields const& fields) {
@@ -82,6 +112,8 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
     auto const* primary = now.primary();
     if (video == nullptr || primary == nullptr)
         throw ErrorAt().as(Error::Code::XMP)("the directory takes no item %s", MOTION_PHOTO);
+    if (video->semantic != MOTION_PHOTO)
+        claims::setField(packet, *video, "Semantic", MOTION_PHOTO);
     claims::setField(packet, *video, "Length", std::to_string(fields.length));
     claims::setField(packet, *video, "Padding", std::to_string(fields.itemPadding));
     if (fields.primaryPadding)
@@ -122,13 +154,7 @@ void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t di
         return;
     auto const index =
         file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? image_index::read(*file) : image_index::Index();
-    VideoPointerKeeper keeper(file);
-    checked::seek(*file, from);
-    if (distance > 0)
-        file->shiftRightSafely(static_cast<int>(distance), MOVE_BUFFER);
-    else
-        file->shiftLeftSafely(static_cast<int>(-distance), MOVE_BUFFER, true);
-    keeper.moved(from, distance);
+    moveTail(file, from, distance);
     image_index::moved(*file, index, from, distance);
 }
 

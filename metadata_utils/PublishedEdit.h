@@ -24,6 +24,9 @@ struct Fields {
     std::string mime = "video/mp4";
 };
 
+/// The values that a sound video gives them.
+Fields fieldsFor(PhotoLayout const& layout, MotionVideo const& video);
+
 /// Changes the packet so that it claims the video once, in the current form: older properties and entries under other
 /// namespaces go, an entry that is there keeps its place and its moment is kept.
 void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType still, Fields const& fields);
@@ -36,8 +39,8 @@ bool takesFields(PhotoLayout const& layout, Fields const& fields);
 void writeXMP(std::shared_ptr<MediaFile> const& file,
               std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change);
 
-/// Moves the bytes from `from` on, at most 1 MiB in memory, and corrects what points to them: the trailer's pointer to
-/// a video, and the MPF index of a JPEG.
+/// Moves the bytes from `from` on and corrects what points to them: the trailer's pointer to a video, and the MPF index
+/// of a JPEG.
 void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance);
 
 /// Writes at a position.

@@ -136,14 +136,20 @@ void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const&
     edit->commit();
 }
 
-std::optional<int64_t> durationOf(MediaFile const& clip) {
+std::optional<int64_t> durationOf(MediaFile const& file, uint32_t position, uint32_t size) {
     try {
-        return videoDurationUs(clip, 0, clip.size());
+        return videoDurationUs(file, position, size);
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         LOGW("no duration: %s", error.what());
         return std::nullopt;
     }
+}
+
+void requireInside(int64_t momentUs, std::optional<int64_t> const& durationUs) {
+    if (momentUs < 0 || (durationUs && momentUs > *durationUs))
+        throw ErrorAt()("the moment %lld us lies outside the video of %lld us", static_cast<long long>(momentUs),
+                        static_cast<long long>(durationUs.value_or(0)));
 }
 
 /// All that adding can be refused for while the photo is as it was.
@@ -153,12 +159,8 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
         if (other != nullptr && MediaFile::isFdsDup(other->getFd(), clipSource->getFd()))
             throw ErrorAt()("the video is the photo itself: %s", other->toString().c_str());
     }
-    if (options.momentUs) {
-        auto const duration = durationOf(*clip.file);
-        if (*options.momentUs < 0 || (duration && *options.momentUs > *duration))
-            throw ErrorAt()("the moment %lld us lies outside the video of %lld us",
-                            static_cast<long long>(*options.momentUs), static_cast<long long>(duration.value_or(0)));
-    }
+    if (options.momentUs)
+        requireInside(*options.momentUs, durationOf(*clip.file, 0, clip.file->size()));
     uint32_t const needed = checked::sizeOf(uint64_t{layout.fileSize} + clip.file->size() + OVERHEAD);
     if (output == nullptr)
         checked::requireSpace(*layout.file, needed - std::min(needed, layout.locate().size));
@@ -200,6 +202,29 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
         edit->setPhotoPresentationTimestampUs(static_cast<long>(*options.momentUs));
     edit->commit();
     return prepared;
+}
+
+void setMoment(std::shared_ptr<MediaFile> const& photo, int64_t momentUs, std::shared_ptr<MediaFile> const& output) {
+    PhotoLayout const layout(photo);
+    auto const video = layout.locate();
+    if (!video.isSound())
+        throw ErrorAt()("no sound video to name a moment of in %s", photo->getPath().c_str());
+    requireInside(momentUs, durationOf(*photo, video.position, video.size));
+    auto const fields = fieldsFor(layout, video);
+    bool const isClaimed = layout.claims.motionPhoto == "1" || layout.claims.microVideo == "1";
+    if (!isClaimed && !takesFields(layout, fields))
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *photo)("there is no room for XMP in %s",
+                                                             photo->getPath().c_str());
+    auto const file = begin(photo, output);
+    writeXMP(file, [&](auto const& view) {
+        if (!isClaimed)
+            setFields(view, file->mimeType(), fields);
+        XMPEditImpl edit(view);
+        if (layout.claims.motionPhoto == "1" || !isClaimed)
+            edit.setProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs", std::to_string(momentUs));
+        if (layout.claims.microVideo == "1")
+            edit.setProperty(xmp_ns::CAMERA, "MicroVideoPresentationTimestampUs", std::to_string(momentUs));
+    });
 }
 
 } // namespace android::lumo::published

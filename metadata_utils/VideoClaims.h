@@ -35,7 +35,8 @@ struct Item {
     uint64_t length = 0; ///< 0 for a text that is no number
     uint64_t padding = 0;
 
-    bool isVideo() const { return semantic == "MotionPhoto"; }
+    /// An entry that has lost its semantic is known by its type.
+    bool isVideo() const { return semantic == "MotionPhoto" || (semantic.empty() && mime.starts_with("video/")); }
     bool isPrimary() const { return semantic == "Primary"; }
 };
 

@@ -60,6 +60,10 @@ struct METADATA_UTILS_EXPORT MotionVideo {
     /// window. Its size is where the movie's boxes end.
     static MotionVideo scan(std::shared_ptr<MediaFile> const& photo);
 
+    /// Copies the video as it stands in the photo to the target's current position, inside the kernel where it can.
+    /// Throws REFUSED unless it is sound, CHANGED when the photo no longer holds it there.
+    void copyTo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& target) const;
+
     /// "trailer", "box", "directory", "micro-video", "scan", "none".
     static char const* nameOf(Source source);
     /// "sound", "damaged", "none".

@@ -51,6 +51,11 @@ METADATA_UTILS_EXPORT MotionClip addVideo(std::shared_ptr<MediaFile> const& phot
                                           std::shared_ptr<MediaFile> const& clip, AddOptions const& options = {},
                                           std::shared_ptr<MediaFile> const& output = nullptr);
 
+/// Names the still's moment in the video, in microseconds, where the photo's generation has it; claims that are missing
+/// are filled in. Throws REFUSED without a sound video, and for a moment outside it.
+METADATA_UTILS_EXPORT void setMoment(std::shared_ptr<MediaFile> const& photo, int64_t momentUs,
+                                     std::shared_ptr<MediaFile> const& output = nullptr);
+
 struct Conversion {
     bool isChanged = false;           ///< false: it had this form already
     std::string brand;                ///< the movie's major brand before; empty where it is as it was
