@@ -5,6 +5,7 @@
 #include "MediaFile.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -71,6 +72,10 @@ struct TopLevel {
 
 /// Follows the boxes to the file's end, or up to the first one of type `until` (0: none).
 TopLevel scanTopLevel(ByteWindow& window, BoxType until = 0);
+/// The boxes inside a 'meta', by type, position and size, up to a size below 8; a box that reaches over the end throws
+/// "invalid chunk payload: %lu".
+void visitMetaChildren(ByteWindow& window, TopLevelBox const& meta,
+                       std::function<void(BoxType type, uint32_t position, uint32_t size)> const& visit);
 /// For whoever is going to move bytes: throws the damage, if there is any.
 TopLevel scanWhole(ByteWindow& window);
 TopLevel scanWhole(MediaFile const& file);

@@ -59,20 +59,10 @@ HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::It
 
 void Items::parse(ByteWindow& window, TopLevelBox const& meta) {
     fileSize = window.size();
-    uint32_t const end = meta.end();
-    LOGI("meta box found: start=%ld, end=%ld", static_cast<long>(meta.content()), static_cast<long>(end));
-    uint32_t position = meta.content() + std::min(FULL_BOX_FIELDS, meta.size - meta.headerSize);
-    while (position < end && end - position >= BOX_HEADER) {
-        BoxCursor header(window.at(position, BOX_HEADER), position, meta.type);
-        uint32_t const size = header.u32();
-        BoxType const type = header.u32();
-        if (size < BOX_HEADER)
-            break;
-        if (size > end - position)
-            throw readerError()("invalid chunk payload: %lu", static_cast<unsigned long>(size));
+    LOGI("meta box found: start=%ld, end=%ld", static_cast<long>(meta.content()), static_cast<long>(meta.end()));
+    visitMetaChildren(window, meta, [&](BoxType type, uint32_t position, uint32_t size) {
         parseChild(window, type, position, size);
-        position += size;
-    }
+    });
     settleItemDataLocations();
 }
 

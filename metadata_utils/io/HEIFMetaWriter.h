@@ -13,8 +13,9 @@ struct hboxm_context;
 namespace android::lumo {
 
 namespace heif {
+class TrailingBoxes;
 struct TopLevelBox;
-}
+} // namespace heif
 
 /// Changes a HEIC's metadata in place: room for XMP, the packet in it, and the camera debug info.
 ///
@@ -23,15 +24,8 @@ struct TopLevelBox;
 /// of its own at the image's end. Boxes behind the image are moved, never changed, but for the trailer's pointer to the
 /// video, which follows the video.
 ///
-/// The camera debug info, a box that other readers skip:
-///
-///     offset  width  field (big-endian)
-///     0       4      box size: 12 + n
-///     4       4      "free"
-///     8       4      "cdif"
-///     12      n      the debug info
-///
-/// It is the file's last box, unless a trailer stands there: then it comes directly behind the image.
+/// The camera debug info is a box that other readers skip, the file's last one unless a trailer stands there: then it
+/// comes directly behind the image (TrailingBoxes.h).
 ///
 /// What can be foreseen to fail (a layout that cannot be written again, a packet longer than its room, damage, 4 GiB, a
 /// full disk) is refused before the first byte moves; after a failed write bytes already moved stay moved.
@@ -91,10 +85,7 @@ private:
     void replaceImagePart(uint32_t imageLength, std::vector<uint8_t> const& image);
     void write(std::vector<uint8_t> const& image);
 
-    void shiftOut(heif::TopLevelBox const& box);
-    void cutOut(heif::TopLevelBox const& box);
-    void appendFreeCdif(std::vector<unsigned char> const& data);
-    void insertFreeCdif(std::vector<unsigned char> const& data, uint32_t position);
+    void cutOut(heif::TrailingBoxes& boxes, heif::TopLevelBox const& box);
 
     std::unique_ptr<HEIFMetaReader> reader;
     hboxm_context* muxer = nullptr;

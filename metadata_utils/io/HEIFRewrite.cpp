@@ -20,7 +20,8 @@
 #include "HEIFCodecInfo.h"
 #include "HEIFItems.h"
 #include "Log.h"
-#include "VideoPointer.h"
+#include "MoveTail.h"
+#include "TrailingBoxes.h"
 
 #include <algorithm>
 #include <array>
@@ -36,8 +37,6 @@ constexpr char LOG_TAG[] = "HEIFMetaWriter";
 constexpr char SOURCE[] = "metadata_utils/io/HEIFMetaWriter";
 constexpr uint32_t MAX_FRM_SIZE = 0x20000000;
 constexpr int MAX_ITEM_IDS = 512;
-/// Any amount of video can follow an image: memory for moves is bounded.
-constexpr uint32_t MOVE_BUFFER = 1024 * 1024;
 constexpr std::array<uint32_t, 2> BRANDS = {HBOX_FOURCC('h', 'e', 'i', 'c'), HBOX_FOURCC('m', 'i', 'f', '1')};
 
 ErrorAt writerError(int line = __builtin_LINE()) {
@@ -76,6 +75,7 @@ void requireRoomIsFound(std::vector<uint8_t> const& image, uint32_t offset, uint
 } // namespace
 
 Metadata HEIFMetaWriter::reserveXMP(unsigned int size) {
+    checked::requireEditable(*file);
     rescan();
     uint32_t const inputSize = reader->getFileSize();
     if (reader->getExternalMetadataPosition({"qrtd", "free", "mpvd"}) == 0)
@@ -235,20 +235,11 @@ void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, std::vector<uint8_t>
     uint32_t const fileSize = file->size();
     int64_t const distance = static_cast<int64_t>(image.size()) - int64_t{imageLength};
     uint32_t const newSize = checked::sizeOf(static_cast<uint64_t>(int64_t{fileSize} + distance));
-    if (distance > INT32_MAX || distance < -INT32_MAX)
-        throw ErrorAt().as(Error::Code::TOO_BIG)("image part of %zu bytes is too large", image.size());
-    restoreTrailerOrder(file); // a trailer that is hidden now must not come back with a wrong pointer
-    VideoPointerKeeper keeper(file);
-    if (imageLength == fileSize) {
+    heif::TrailingBoxes(file).bringTrailerToEnd(); // a hidden one must not come back later with a wrong pointer
+    if (imageLength == fileSize)
         checked::reserve(*file, newSize);
-    } else if (distance > 0) {
-        checked::seek(*file, imageLength);
-        file->shiftRightSafely(static_cast<int>(distance), MOVE_BUFFER);
-    } else if (distance < 0) {
-        checked::seek(*file, imageLength);
-        file->shiftLeftSafely(static_cast<int>(-distance), MOVE_BUFFER, true);
-    }
-    keeper.moved(imageLength, distance);
+    else
+        moveTail(file, imageLength, distance);
     write(image);
     if (file->size() != newSize)
         checked::truncate(*file, newSize);

@@ -1,6 +1,8 @@
+#include "CheckedFile.h"
 #include "HeicParts.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/TrailingBoxes.h"
 
 #include <gmock/gmock.h>
 
@@ -67,6 +69,59 @@ TEST(HEIFDebugInfo, RefusalsLeaveTheFileAsItWas) {
         HEIFMetaWriter writer(file.open());
         EXPECT_THAT(messageOf([&] { writer.writeCameraDebugInfo(INFO_BYTES); }), HasSubstr(message));
         EXPECT_TRUE(file.bytes() == bytes) << message;
+    }
+}
+
+TEST(HEIFTrailingBoxes, NothingMovesWhereAnItemOfTheImageHasItsBytes) {
+    // The first tile stands in the box that comes last in each case; the picture's own bytes are 400 in front of it.
+    auto const photo = [](std::string const& letters, int64_t shift) {
+        return HeicParts{buildHeic({.tileShift = shift})}.build(letters);
+    };
+    using heif::TrailingBoxes;
+    struct {
+        std::string bytes;
+        std::function<void(std::shared_ptr<MediaFile> const&)> edit;
+    } const cases[] = {
+        {photo("IVT", 400), [](auto& file) { HEIFMetaWriter(file).writeCameraDebugInfo(INFO_BYTES); }},
+        {photo("IDV", 400), [](auto& file) { HEIFMetaWriter(file).removeCameraDebugInfo(); }},
+        {photo("IDVT", 400), [](auto& file) { HEIFMetaWriter(file).writeCameraDebugInfo(INFO_BYTES); }},
+        {photo("ITV", 1000), [](auto& file) { HEIFMetaWriter::restoreTrailerOrder(file); }},
+        {photo("IVP", 5160), [](auto& file) { TrailingBoxes(file).dropVideos(file->size()); }},
+        {photo("IVV", 5400), [](auto& file) { TrailingBoxes(file).dropVideos(file->size()); }},
+    };
+    for (auto const& [bytes, edit] : cases) {
+        TempFile const file(bytes);
+        EXPECT_TRUE(failsWith("of the image has bytes behind", [&, &made = edit] { made(file.open()); }));
+        EXPECT_TRUE(file.bytes() == bytes);
+    }
+}
+
+TEST(HEIFTrailingBoxes, VideosGoAndANewOneComesLast) {
+    std::pair<char const*, char const*> const cases[] = {{"I", "IV"},       {"IV", "IV"},  {"IWPV", "IPV"},
+                                                         {"IDVDV", "IDDV"}, {"IVT", "IV"}, {"IPWT", "IPV"}};
+    HeicParts const parts;
+    for (auto const& [before, after] : cases) {
+        TempFile const file(parts.build(before));
+        std::string const letters = before;
+        auto const end = static_cast<uint32_t>(parts.build(letters.substr(0, letters.find('T'))).size());
+        heif::TrailingBoxes boxes(file.open());
+        EXPECT_EQ(boxes.endWithoutVideos(end), parts.build(after).size() - 8 - HEIC_VIDEO.size()) << before;
+        EXPECT_EQ(boxes.dropVideos(end), parts.build(after).size() - 8 - HEIC_VIDEO.size()) << before;
+        auto const target = file.open();
+        boxes = heif::TrailingBoxes(target);
+        std::string const bytes = file.bytes();
+        for (size_t const missing : {1, 0}) {
+            auto const write = [&] { checked::write(*target, HEIC_VIDEO.substr(missing)); };
+            bool isDone = false;
+            try {
+                boxes.addVideo(static_cast<uint32_t>(HEIC_VIDEO.size()), write);
+                isDone = true;
+            } catch (Error const& error) {
+                EXPECT_EQ(error.code(), Error::Code::CHANGED);
+            }
+            EXPECT_EQ(isDone, missing == 0);
+            EXPECT_TRUE(file.bytes() == (isDone ? parts.build(after) : bytes)) << before;
+        }
     }
 }
 

@@ -1,0 +1,304 @@
+#include "TrailingBoxes.h"
+
+#include "CheckedFile.h"
+#include "Log.h"
+#include "MoveTail.h"
+#include "TrailerLayout.h"
+#include "boxes/BoxWriter.h"
+#include "boxes/ItemBoxes.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <limits>
+
+namespace android::lumo::heif {
+
+namespace {
+
+constexpr char LOG_TAG[] = "HEIFMetaWriter";
+constexpr char WRITER[] = "metadata_utils/io/HEIFMetaWriter";
+/// Only damage gives a file more than one; each costs a move of all that follows.
+constexpr size_t MAX_DEBUG_INFOS = 16;
+constexpr uint32_t READ_BLOCK = 1024 * 1024;
+
+std::vector<uint8_t> boxHeader(uint64_t size, BoxType type) {
+    boxes::BoxWriter header;
+    header.number(checked::sizeOf(size), 4);
+    header.number(type, 4);
+    return header.finish();
+}
+
+/// Whether an item's bytes lie in [from, to); those of an item without a length lie where it begins.
+bool reachesInto(FileRange item, uint32_t from, uint32_t to) {
+    return item.position < to && (item.position >= from || item.length > from - item.position);
+}
+
+/// Throws when a location of the box names bytes of the file in [from, to).
+void requireNoneIn(BoxView const& iloc, uint32_t from, uint32_t to) {
+    constexpr unsigned METHOD_FILE = 0;
+    boxes::LocationReader reader(iloc);
+    while (auto location = reader.next()) {
+        for (unsigned i = 0; location->method() == METHOD_FILE && i < location->extentCount; ++i) {
+            if (reachesInto(location->nextExtent(), from, to))
+                throw ErrorAt().as(Error::Code::UNSUPPORTED)(
+                    "item %u of the image has bytes behind %zu, where boxes would move", location->id, size_t{from});
+        }
+    }
+}
+
+} // namespace
+
+TrailingBoxes::TrailingBoxes(std::shared_ptr<MediaFile> const& edited) : file(edited) {
+    topLevel();
+}
+
+/// Scanned again only when asked: a change that is complete must not fail for a read that nobody needs.
+TopLevel const& TrailingBoxes::topLevel() const {
+    if (!known)
+        known = scanWhole(*file);
+    return *known;
+}
+
+// What is there. ------------------------------------------------------------------------------------------------------
+
+std::vector<TopLevelBox> TrailingBoxes::videos() const {
+    std::vector<TopLevelBox> found;
+    std::copy_if(topLevel().boxes.begin(), topLevel().boxes.end(), std::back_inserter(found),
+                 [end = endOfImage()](auto const& box) { return box.type == VIDEO_BOX && box.position >= end; });
+    return found;
+}
+
+std::vector<TopLevelBox> TrailingBoxes::debugInfos() const {
+    std::vector<TopLevelBox> found;
+    std::copy_if(topLevel().boxes.rbegin(), topLevel().boxes.rend(), std::back_inserter(found),
+                 [](auto const& box) { return box.debugInfo; });
+    if (found.size() > MAX_DEBUG_INFOS)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("%zu camera debug infos in one file", found.size());
+    return found;
+}
+
+TopLevelBox const* TrailingBoxes::hiddenTrailer() const {
+    auto const& boxes = topLevel().boxes;
+    auto const last = std::find_if(boxes.rbegin(), boxes.rend(), [end = endOfImage()](auto const& box) {
+        return box.type == TRAILER_BOX && box.position >= end;
+    });
+    bool const isHidden = last != boxes.rend() && std::any_of(boxes.rbegin(), last, [](auto const& box) {
+                              return box.type == VIDEO_BOX || box.debugInfo;
+                          });
+    return isHidden ? &*last : nullptr;
+}
+
+bool TrailingBoxes::hasTrailer() const {
+    try {
+        return trailer::readTail(*file).has_value();
+    } catch (std::exception const& exception) {
+        rethrowUnlessDamage();
+        LOGW("no trailer that reads: %s", exception.what());
+        return false;
+    }
+}
+
+/// The box that a debug info comes in front of so that it does not hide the trailer; none when the file's end is free.
+TopLevelBox const* TrailingBoxes::firstInFrontOfTrailer() const {
+    auto const& boxes = topLevel().boxes;
+    if (boxes.empty() || boxes.back().type != TRAILER_BOX || !hasTrailer())
+        return nullptr;
+    return &*std::find_if(boxes.begin(), boxes.end(), [end = endOfImage()](auto const& box) {
+        return box.position >= end && (box.type == VIDEO_BOX || box.type == TRAILER_BOX);
+    });
+}
+
+void TrailingBoxes::requireNoItemIn(uint32_t from, uint32_t to) const {
+    ByteWindow window(*file);
+    try {
+        for (auto const& box : topLevel().boxes) {
+            if (box.type != boxType("meta"))
+                continue;
+            visitMetaChildren(window, box, [&](BoxType type, uint32_t position, uint32_t size) {
+                if (type == boxType("iloc"))
+                    requireNoneIn(BoxCursor(window.at(position, size), position, box.type).box(), from, to);
+            });
+        }
+    } catch (BoxError const& error) {
+        throw ErrorAt().as(Error::Code::DAMAGED, *file)("nothing behind the image can move: %s", error.reason());
+    }
+}
+
+/// What will be read while nothing can be taken back is read once before.
+void TrailingBoxes::requireReadable(uint32_t from, uint32_t to) const {
+    for (; from < to; from += std::min(READ_BLOCK, to - from))
+        checked::readAt(*file, from, std::min(READ_BLOCK, to - from));
+}
+
+// Order. --------------------------------------------------------------------------------------------------------------
+
+void TrailingBoxes::closeLast() {
+    if (topLevel().boxes.empty() || !topLevel().boxes.back().toEnd)
+        return;
+    auto& box = known->boxes.back();
+    auto const header = boxHeader(box.size, box.type);
+    checked::seek(*file, box.position);
+    checked::write(*file, header.data(), header.size() - sizeof box.type);
+    box.toEnd = false;
+}
+
+/// A copy at the end comes first, so that the trailer is never out of the file.
+bool TrailingBoxes::bringTrailerToEnd() {
+    auto const* hidden = hiddenTrailer();
+    if (hidden == nullptr)
+        return false;
+    TopLevelBox const trailer = *hidden;
+    uint32_t const oldSize = fileSize();
+    requireNoItemBehind(trailer.position);
+    if (trailer.size > std::numeric_limits<int>::max())
+        throw ErrorAt().as(Error::Code::TOO_BIG)("trailer of %zu bytes is too large to be moved", size_t{trailer.size});
+    checked::requireSpace(*file, checked::sizeOf(uint64_t{oldSize} + trailer.size));
+    closeLast();
+    uint64_t changes = file->changes();
+    try {
+        checked::seek(*file, oldSize);
+        checked::copy(file, file, trailer.position, trailer.size);
+        changes = file->changes();
+        moveTail(file, trailer.end(), -int64_t{trailer.size});
+    } catch (...) {
+        if (file->changes() == changes || file->size() < oldSize + trailer.size)
+            file->truncate(oldSize);
+        throw;
+    }
+    known.reset();
+    return true;
+}
+
+void TrailingBoxes::takeOut(TopLevelBox const& box) {
+    requireNoItemBehind(box.position);
+    moveTail(file, box.end(), -int64_t{box.size});
+    known.reset();
+}
+
+void TrailingBoxes::blankOut(TopLevelBox const& box) {
+    checked::seek(*file, box.content());
+    checked::fill(*file, 0, box.size - box.headerSize);
+    known.reset();
+}
+
+// The video. ----------------------------------------------------------------------------------------------------------
+
+uint32_t TrailingBoxes::endWithoutVideos(uint32_t trailerStart) const {
+    uint32_t end = trailerStart;
+    for (auto const& box : videos())
+        end -= box.end() <= trailerStart ? box.size : 0;
+    return end;
+}
+
+uint32_t TrailingBoxes::dropVideos(uint32_t trailerStart) {
+    auto boxes = videos();
+    std::erase_if(boxes, [&](auto const& box) { return box.end() > trailerStart; });
+    requireNoItemBehind(boxes.empty() ? trailerStart : boxes.front().position);
+    if (!boxes.empty())
+        requireReadable(boxes.back().end(), trailerStart);
+    checked::truncate(*file, trailerStart);
+    for (auto box = boxes.rbegin(); box != boxes.rend(); ++box)
+        moveTail(file, box->end(), -int64_t{box->size});
+    known.reset();
+    return file->size();
+}
+
+uint32_t TrailingBoxes::addVideo(uint32_t size, std::function<void()> const& write, ErrorAt seekFailure) {
+    closeLast();
+    uint32_t const position = fileSize();
+    uint32_t const content = checked::sizeOf(uint64_t{position} + VIDEO_HEADER_SIZE);
+    uint32_t const end = checked::sizeOf(uint64_t{content} + size);
+    checked::reserve(*file, end);
+    try {
+        checked::seek(*file, position, seekFailure);
+        auto const header = boxHeader(uint64_t{size} + VIDEO_HEADER_SIZE, VIDEO_BOX);
+        checked::write(*file, header.data(), header.size());
+        write();
+        if (file->position() != end)
+            throw ErrorAt().as(Error::Code::CHANGED)("video of %zu bytes, expected %zu: it changed since it was read",
+                                                     size_t{file->position() - content}, size_t{size});
+    } catch (...) {
+        file->truncate(position);
+        throw;
+    }
+    known.reset();
+    return content;
+}
+
+// The debug info. -----------------------------------------------------------------------------------------------------
+
+/// It fits the file's 32 bits and the disk, also if the old one goes first.
+void TrailingBoxes::requireRoomForDebugInfo(size_t size) const {
+    if (size > std::numeric_limits<int>::max() - DEBUG_INFO_HEADER_SIZE)
+        throw ErrorAt().as(Error::Code::TOO_BIG)("camera debug info of %zu bytes is too large", size);
+    if ((topLevel().boxes.empty() || topLevel().boxes.back().type != TRAILER_BOX) && hasTrailer())
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)(
+            "the trailer stands in no box of its own, a debug info would hide it");
+    uint64_t needed = uint64_t{fileSize()} + DEBUG_INFO_HEADER_SIZE + size;
+    checked::sizeOf(needed);
+    for (auto const& box : debugInfos())
+        needed -= box.position >= endOfImage() ? box.size : 0;
+    if (auto const* next = firstInFrontOfTrailer())
+        requireNoItemBehind(next->position);
+    requireDebugInfosCanGo();
+    checked::requireSpace(*file, static_cast<uint32_t>(needed));
+}
+
+void TrailingBoxes::requireDebugInfosCanGo() const {
+    if (auto const* trailer = hiddenTrailer())
+        requireNoItemBehind(trailer->position);
+    for (auto const& box : debugInfos()) {
+        if (box.position < endOfImage())
+            requireNoItemIn(box.position, box.end());
+        else
+            requireNoItemBehind(box.position);
+    }
+}
+
+void TrailingBoxes::putDebugInfo(std::span<uint8_t const> data, TopLevelBox const* old) {
+    auto const* next = firstInFrontOfTrailer();
+    auto const size = static_cast<uint32_t>(DEBUG_INFO_HEADER_SIZE + data.size());
+    bool const takesPlace = old != nullptr && next != nullptr && old->end() == next->position;
+    if (old != nullptr && !takesPlace) {
+        takeOut(*old);
+        next = firstInFrontOfTrailer();
+    }
+    if (next == nullptr)
+        return appendDebugInfo(data);
+    uint32_t const oldSize = takesPlace ? old->size : 0;
+    uint32_t const position = next->position - oldSize;
+    LOGI("insert free cdif: size=%zu, pos=%zu", data.size(), size_t{position});
+    moveTail(file, next->position, int64_t{size} - oldSize);
+    writeDebugInfo(data, position);
+    known.reset();
+}
+
+void TrailingBoxes::appendDebugInfo(std::span<uint8_t const> data) {
+    LOGI("append free cdif: size=%zu", data.size());
+    closeLast();
+    uint32_t const end = fileSize();
+    checked::reserve(*file, checked::sizeOf(uint64_t{end} + DEBUG_INFO_HEADER_SIZE + data.size()));
+    try {
+        if (file->position(end) != end)
+            throw ErrorAt(532, WRITER).as(Error::Code::READ_FAILED, *file)("failed to seek to end");
+        writeDebugInfo(data, end);
+    } catch (...) {
+        file->truncate(end);
+        throw;
+    }
+    known.reset();
+}
+
+void TrailingBoxes::writeDebugInfo(std::span<uint8_t const> data, uint32_t position) {
+    boxes::BoxWriter header;
+    header.number(DEBUG_INFO_HEADER_SIZE + data.size(), 4);
+    header.number(boxType("free"), 4);
+    header.number(DEBUG_INFO_MARKER, 4);
+    auto const bytes = header.finish();
+    checked::seek(*file, position);
+    checked::write(*file, bytes.data(), bytes.size());
+    checked::write(*file, data.data(), data.size());
+}
+
+} // namespace android::lumo::heif
