@@ -3,9 +3,9 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "boxes/BoxBounds.h"
+#include "io/JPEGSegments.h"
 
-#include <algorithm>
-#include <cstring>
+#include <array>
 #include <optional>
 #include <span>
 
@@ -13,15 +13,11 @@ namespace android::lumo::image_index {
 
 namespace {
 
-constexpr uint32_t SEGMENT_HEADER = 4;
-constexpr char IDENTIFIER[] = "MPF"; ///< and its NUL
-constexpr uint32_t IDENTIFIER_SIZE = sizeof IDENTIFIER;
-constexpr uint8_t APP2 = 0xE2;
-constexpr uint8_t START_OF_SCAN = 0xDA;
+constexpr uint32_t IDENTIFIER_SIZE = sizeof jpeg::IMAGE_INDEX_IDENTIFIER;
 constexpr uint16_t TABLE_TAG = 0xB002;
 constexpr uint32_t INDEX_ENTRY = 12;
 constexpr uint32_t TABLE_ENTRY = 16;
-constexpr size_t MAX_SEGMENTS = 4096;
+constexpr uint32_t FIELD = 4;
 
 /// Numbers of a segment's bytes in its own byte order; what lies outside reads as nothing.
 class Numbers {
@@ -76,42 +72,53 @@ Index parse(std::span<uint8_t const> bytes, uint32_t base) {
     return index;
 }
 
+void write(MediaFile& file, Index const& index, uint32_t position, uint32_t value) {
+    uint32_t const stored = index.isBigEndian ? __builtin_bswap32(value) : value;
+    checked::seek(file, position);
+    checked::write(file, &stored, sizeof stored);
+}
+
 } // namespace
 
 Index read(MediaFile const& file) {
-    uint32_t const fileSize = file.size();
-    uint32_t at = 2;
-    for (size_t count = 0; count < MAX_SEGMENTS && rangeFits(at, SEGMENT_HEADER + IDENTIFIER_SIZE, fileSize); ++count) {
-        auto const head = checked::readAt(file, at, SEGMENT_HEADER + IDENTIFIER_SIZE);
-        uint8_t const* bytes = head.data();
-        if (bytes[0] == 0xFF && bytes[1] == 0xFF) {
-            ++at;
-            continue;
-        }
-        uint32_t const length = static_cast<uint32_t>(bytes[2] << 8 | bytes[3]);
-        if (bytes[0] != 0xFF || bytes[1] == START_OF_SCAN || length < 2 || !rangeFits(at, length + 2, fileSize))
-            break;
-        bool const isIndex = bytes[1] == APP2 && length >= 2 + IDENTIFIER_SIZE &&
-                             std::memcmp(bytes + SEGMENT_HEADER, IDENTIFIER, IDENTIFIER_SIZE) == 0;
-        if (isIndex) {
-            uint32_t const base = at + SEGMENT_HEADER + IDENTIFIER_SIZE;
-            auto const body = checked::readAt(file, base, length - 2 - IDENTIFIER_SIZE);
-            return parse({body.data(), body.size()}, base);
-        }
-        at += 2 + length;
+    auto const found = jpeg::mapSegments(file).imageIndex;
+    return found ? read(file, found->position, found->length) : Index();
+}
+
+Index read(MediaFile const& file, uint32_t position, uint32_t length) {
+    uint32_t const base = position + jpeg::HEADER_SIZE + IDENTIFIER_SIZE;
+    uint32_t const size = length - jpeg::LENGTH_SIZE - IDENTIFIER_SIZE;
+    if (!rangeFits(base, size, file.size()))
+        return {};
+    auto const body = checked::readAt(file, base, size);
+    return parse({body.data(), body.size()}, base);
+}
+
+std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index) {
+    if (index.images.empty() || index.images[0].position != 0)
+        return std::nullopt;
+    uint32_t next = 0;
+    for (auto const& image : index.images)
+        next = image.position != 0 && (next == 0 || image.position < next) ? image.position : next;
+    for (uint32_t const end : {index.images[0].size, next}) {
+        std::array<uint8_t, jpeg::MARKER_SIZE> last{};
+        if (end > index.base && checked::readUpTo(file, end - last.size(), last.data(), last.size()) == last.size() &&
+            jpeg::bigEndian(last.data()) == jpeg::END_OF_IMAGE)
+            return end;
     }
-    return {};
+    return std::nullopt;
+}
+
+void resized(MediaFile& file, Index const& index, uint32_t size, int64_t distance) {
+    write(file, index, static_cast<uint32_t>(int64_t{index.images[0].offsetField} - FIELD + distance),
+          static_cast<uint32_t>(int64_t{size} + distance));
 }
 
 void moved(MediaFile& file, Index const& index, uint32_t from, int64_t distance) {
-    for (auto const& image : index.images) {
-        if (image.position == 0 || image.position < from)
-            continue;
-        auto const offset = static_cast<uint32_t>(int64_t{image.position} + distance - int64_t{index.base});
-        uint32_t const stored = index.isBigEndian ? __builtin_bswap32(offset) : offset;
-        checked::seek(file, image.offsetField);
-        checked::write(file, &stored, sizeof stored);
-    }
+    for (auto const& image : index.images)
+        if (image.position != 0 && image.position >= from)
+            write(file, index, image.offsetField,
+                  static_cast<uint32_t>(int64_t{image.position} + distance - int64_t{index.base}));
 }
 
 } // namespace android::lumo::image_index

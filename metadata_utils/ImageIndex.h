@@ -3,6 +3,7 @@
 #include "MediaFile.h"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 /// The MPF index of a JPEG that holds several pictures (CIPA DC-007, 5.2): where readers of gain maps look for them.
@@ -17,7 +18,7 @@ namespace android::lumo::image_index {
 struct Image {
     uint32_t size = 0;
     uint32_t position = 0;    ///< in the file; may lie outside a file that was cut
-    uint32_t offsetField = 0; ///< where the table holds the offset
+    uint32_t offsetField = 0; ///< where the table holds the offset; the size stands in front of it
 };
 
 struct Index {
@@ -28,6 +29,17 @@ struct Index {
 
 /// The first index in front of the scan; empty without one, or where it is damaged.
 Index read(MediaFile const& file);
+
+/// The same for an index whose segment has been found: its marker's place and its length field.
+Index read(MediaFile const& file, uint32_t position, uint32_t length);
+
+/// The bytes of the JPEG's own picture: what the index says where a picture ends there, else up to the picture behind
+/// where one ends there. Nothing without an index, or where neither holds.
+std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index);
+
+/// Segments in front of the index have changed, so that it moved by `distance`: its first entry gets the new size of
+/// the JPEG's own picture, which was `size`.
+void resized(MediaFile& file, Index const& index, uint32_t size, int64_t distance);
 
 /// Pictures from `from` on have moved: their offsets are written anew.
 void moved(MediaFile& file, Index const& index, uint32_t from, int64_t distance);

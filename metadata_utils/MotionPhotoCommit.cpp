@@ -3,7 +3,8 @@
 #include "ErrorAt.h"
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
-#include "io/JPEGMetaReader.h"
+#include "io/ImageMetaReader.h"
+#include "io/JPEGSegments.h"
 
 #include <algorithm>
 #include <exception>

@@ -10,25 +10,28 @@
 
 namespace android::lumo {
 
-class VideoPointerKeeper;
+namespace jpeg {
+struct Change;
+}
 
 /// Changes a JPEG's metadata segments in place: XMP room behind each Exif segment (or behind the start of image), the
 /// XMP packet in it, and the camera debug-info APP4.
 ///
 /// The debug-info operations keep the layout of existing devices: the segment header is written in little-endian order,
 /// and the length of an existing segment is taken from its marker. Other JPEG readers do not accept such a segment; a
-/// caller that needs a standard APP4 must not use them. An existing APP4 whose size so taken does not fit in front of
-/// it throws before anything changes.
+/// caller that needs a standard APP4 must not use them. Nor does this library: its search for segments ends at such a
+/// header, so that Exif and XMP behind a debug info that was written are found no more, and a later packet is put in
+/// front of it. An existing APP4 whose size so taken does not fit in front of it throws before anything changes.
 class METADATA_UTILS_EXPORT JPEGMetaWriter : public ImageMetaWriter {
 public:
     explicit JPEGMetaWriter(std::shared_ptr<MediaFile> const& file);
     ~JPEGMetaWriter() override;
 
     /// Takes out every XMP segment and opens room behind each Exif segment, or behind the start of image when there is
-    /// none; returns the last room, whose bytes are the caller's to fill. Before anything changes it throws when the
-    /// room does not fit a segment, when a segment reaches past the image's end, when the images of an MPF index would
-    /// be lost, and when the file would grow past 4 GiB or past what the file system holds. Extended XMP stays as it
-    /// is.
+    /// none; returns the last room, whose bytes are the caller's to fill. The one other thing that changes is the size
+    /// that an MPF index names for this JPEG's own picture. Before anything changes it throws when the room does not
+    /// fit a segment, when a segment reaches past the image's end, when the images of an MPF index would be lost, and
+    /// when the file would grow past 4 GiB or past what the file system holds. Extended XMP stays as it is.
     Metadata reserveXMP(unsigned int required) override;
     /// Changes nothing, on purpose.
     void removeXMP() override;
@@ -40,16 +43,16 @@ public:
     void writeCameraDebugInfo(std::vector<unsigned char> const& data) override;
     void removeCameraDebugInfo() override;
 
-    /// (segment position, marker value - 2) of the first such segment, (-1, -1) when there is none.
+    /// (segment position, marker value - 2) of the first such segment, (-1, -1) when there is none, and where a read
+    /// fails.
     std::pair<int64_t, int64_t> findAppSegment(uint16_t marker);
     void writeApp4(std::vector<unsigned char> const& data, uint64_t where);
 
 private:
-    void removeXMPSegment(Metadata const& meta, VideoPointerKeeper& keeper);
-    Metadata openRoomBehind(Metadata const& exif, uint32_t required, bool blank, VideoPointerKeeper& keeper);
-    void openRoom(uint32_t position, uint32_t payload, VideoPointerKeeper& keeper);
+    Metadata makeChange(jpeg::Change const& change, int64_t moved, bool isLast);
     Metadata writePacket(std::vector<unsigned char> const& packet, uint32_t required);
     Metadata findXMPRoom(uint32_t payload, uint32_t required);
+    std::pair<int64_t, int64_t> searchAppSegment(uint16_t marker) const;
     int64_t removeApp4(int64_t position, int64_t payload);
 
     std::unique_ptr<JPEGMetaReader> reader;

@@ -1,30 +1,26 @@
 #include "JPEGSegments.h"
 
 #include "CheckedFile.h"
+#include "Log.h"
 #include "TrailerLayout.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 
 namespace android::lumo::jpeg {
 
 namespace {
 
-/// The four bytes that an MPF index begins with.
-constexpr char INDEX_IDENTIFIER[] = "MPF";
+/// What the search has to say it says as the reader.
+constexpr char LOG_TAG[] = "JPEGMetaReader";
+
+constexpr uint16_t LAST_NON_MARKER = 0xFEFF; ///< the highest two bytes that do not begin with FF
+constexpr uint16_t FILL = 0xFFFF;
 
 /// Each block costs a move of everything behind it: a file with more of them than any camera writes is refused.
 constexpr size_t MAX_BLOCKS = 64;
 
-/// Reads the APP2 segment at the current position, leaves the position behind it and tells whether it is an MPF index.
-bool passImageIndex(MediaFile const& file, uint32_t position) {
-    std::array<uint8_t, HEADER_SIZE + sizeof INDEX_IDENTIFIER> bytes{};
-    bool const whole = file.read(bytes.data(), bytes.size()) == ssize_t{bytes.size()};
-    uint32_t const length = bigEndian(bytes.data() + MARKER_SIZE);
-    checked::seek(file, position + MARKER_SIZE + length);
-    return whole && length >= LENGTH_SIZE + sizeof INDEX_IDENTIFIER &&
-           std::memcmp(bytes.data() + HEADER_SIZE, INDEX_IDENTIFIER, sizeof INDEX_IDENTIFIER) == 0;
+bool isImageIndex(std::string const& payloadStart) {
+    return payloadStart.starts_with(std::string(IMAGE_INDEX_IDENTIFIER, sizeof IMAGE_INDEX_IDENTIFIER));
 }
 
 /// At the trailer's first record. A damaged trailer is none.
@@ -39,89 +35,170 @@ uint32_t endOfImage(MediaFile const& file) {
     return file.size();
 }
 
-/// The sizes a file passes through while segments go and rooms open.
-class Rehearsal {
-public:
-    Rehearsal(uint32_t fileSize, std::optional<uint32_t> index) : size(fileSize), peak(fileSize), imageIndex(index) {}
+void logShort(size_t found, uint32_t expected) {
+    LOGE("fail to find next appN marker: fail to read bytes: %zu, expected %zu", found, size_t{expected});
+}
 
-    void change(uint32_t position, int64_t bytes) {
-        size += bytes;
-        peak = std::max(peak, size);
-        if (imageIndex && position > *imageIndex)
-            behindIndex += bytes;
+std::string joined(std::vector<int> const& numbers) {
+    std::string text;
+    for (int const number : numbers)
+        text.append(text.empty() ? "" : " ").append(std::to_string(number));
+    return text;
+}
+
+/// Changes that touch are one: what stands behind both then moves once.
+void add(std::vector<Change>& changes, Change const& change) {
+    if (!changes.empty() && changes.back().position + changes.back().removed == change.position) {
+        changes.back().removed += change.removed;
+        changes.back().inserted += change.inserted;
+    } else {
+        changes.push_back(change);
     }
+}
 
-    int64_t peakSize() const { return peak; }
-    int64_t changeBehindIndex() const { return behindIndex; }
-
-private:
-    int64_t size;
-    int64_t peak;
-    int64_t behindIndex = 0;
-    std::optional<uint32_t> imageIndex;
-};
+std::vector<Change> changesFor(SegmentMap const& segments, uint32_t room) {
+    std::vector<Change> changes;
+    if (segments.count(MediaDefs::MetaType::EXIF) == 0)
+        add(changes, {MARKER_SIZE, 0, room});
+    for (auto const& [type, segment] : segments.blocks) {
+        if (type == MediaDefs::MetaType::XMP)
+            add(changes, {segment.position, segment.size(), 0});
+        else
+            add(changes, {segment.end(), 0, room});
+    }
+    return changes;
+}
 
 } // namespace
 
+// The search. ---------------------------------------------------------------------------------------------------------
+
+/// The bytes at `from`, which never goes back; fewer where the file ends.
+std::span<uint8_t const> SegmentScanner::bytesAt(uint32_t from, uint32_t n) {
+    if (uint64_t{from} - windowStart + n > windowSize) {
+        windowStart = from;
+        windowSize = static_cast<uint32_t>(checked::readUpTo(file, from, window.data(), window.size()));
+    }
+    uint32_t const offset = from - windowStart;
+    return {window.data() + offset, std::min(windowSize - offset, n)};
+}
+
+std::optional<Segment> SegmentScanner::next() {
+    auto bytes = bytesAt(position, HEADER_SIZE);
+    while (position <= INT32_MAX && bytes.size() >= MARKER_SIZE && bigEndian(bytes.data()) == FILL)
+        bytes = bytesAt(++position, HEADER_SIZE);
+    if (bytes.size() < MARKER_SIZE) {
+        logShort(bytes.size(), MARKER_SIZE);
+        return std::nullopt;
+    }
+    uint16_t const marker = bigEndian(bytes.data());
+    if (marker <= LAST_NON_MARKER)
+        LOGI("invalid marker: 0x%x", marker);
+    if (marker <= LAST_NON_MARKER || marker == START_OF_SCAN || marker == END_OF_IMAGE)
+        return std::nullopt;
+    if (bytes.size() < HEADER_SIZE) {
+        logShort(bytes.size() - MARKER_SIZE, LENGTH_SIZE);
+        return std::nullopt;
+    }
+    Segment const segment{position, marker, bigEndian(bytes.data() + MARKER_SIZE)};
+    LOGD("marker: 0x%x, len: %zu", marker, size_t{segment.length});
+    if (segment.length < LENGTH_SIZE || position > INT32_MAX)
+        return std::nullopt;
+    position = segment.end();
+    return segment;
+}
+
+std::optional<Segment> SegmentScanner::nextApp(std::vector<int> const& wanted) {
+    LOGI("findNextAppNMarker E: %s", joined(wanted).c_str());
+    while (auto const segment = next()) {
+        if (segment->marker <= APP0 || segment->marker > APP4)
+            continue;
+        LOGD("appN: %d", segment->number());
+        if (std::find(wanted.begin(), wanted.end(), segment->number()) != wanted.end())
+            return segment;
+    }
+    LOGI("findNextAppNMarker X");
+    return std::nullopt;
+}
+
+std::string SegmentScanner::payloadStart(Segment const& segment) {
+    auto const bytes = bytesAt(segment.payloadPosition(), std::min(segment.payload(), IDENTIFYING_BYTES));
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+std::pair<MediaDefs::MetaType, uint64_t> resolveApp1(std::string const& payloadStart) {
+    if (payloadStart.starts_with(XMP_IDENTIFIER)) {
+        LOGD("found xmp");
+        return {MediaDefs::MetaType::XMP, XMP_IDENTIFIER_SIZE};
+    }
+    if (payloadStart.starts_with("Exif")) {
+        LOGD("found exif");
+        return {MediaDefs::MetaType::EXIF, 0};
+    }
+    return {MediaDefs::MetaType::NONE, 0};
+}
+
 void seekBehindStart(MediaFile const& file, ErrorAt at) {
     if (file.position(MARKER_SIZE) != MARKER_SIZE)
-        throw at("Failed to set file position to JPEG_MARKER_SIZE");
+        throw at.as(Error::Code::READ_FAILED, file)("Failed to set file position to JPEG_MARKER_SIZE");
 }
+
+// Room for XMP. -------------------------------------------------------------------------------------------------------
 
 uint32_t SegmentMap::count(MediaDefs::MetaType type) const {
     return static_cast<uint32_t>(
-        std::count_if(blocks.begin(), blocks.end(), [&](Segment const& block) { return block.type == type; }));
+        std::count_if(blocks.begin(), blocks.end(), [&](Block const& block) { return block.type == type; }));
 }
 
-SegmentMap mapSegments(MediaFile const& file, JPEGMetaReader& reader) {
+SegmentMap mapSegments(MediaFile const& file) {
     SegmentMap segments;
-    seekBehindStart(file);
-    for (;;) {
-        auto const [n, at] = reader.findNextAppNMarker({1, 2});
-        if (at < 1)
-            return segments;
-        auto const position = static_cast<uint32_t>(at);
-        if (n == 2) {
-            if (passImageIndex(file, position) && !segments.imageIndex)
-                segments.imageIndex = position;
-            continue;
+    SegmentScanner scanner(file);
+    while (auto const segment = scanner.nextApp({1, 2})) {
+        std::string const start = scanner.payloadStart(*segment);
+        if (segment->marker == APP2) {
+            if (!segments.imageIndex && isImageIndex(start))
+                segments.imageIndex = segment;
+        } else if (auto const type = resolveApp1(start).first; type != MediaDefs::MetaType::NONE) {
+            segments.blocks.push_back({type, *segment});
         }
-        Metadata const meta = reader.parseMetadata(APP1);
-        if (meta.type == MediaDefs::MetaType::XMP || meta.type == MediaDefs::MetaType::EXIF)
-            segments.blocks.push_back({meta.type, position, meta.payload + HEADER_SIZE});
-        file.skipNBytes(meta.payload);
     }
+    return segments;
 }
 
 void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at) {
     uint32_t const end = endOfImage(file);
     if (position > end || size > end - position)
-        throw at("segment of %zu bytes at %zu reaches past the image's end at %zu", static_cast<size_t>(size),
-                 static_cast<size_t>(position), size_t{end});
+        throw at.as(Error::Code::DAMAGED)("segment of %zu bytes at %zu reaches past the image's end at %zu",
+                                          static_cast<size_t>(size), static_cast<size_t>(position), size_t{end});
 }
 
-void requireRoomFor(MediaFile& file, SegmentMap const& segments, uint32_t payload) {
+std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32_t payload) {
     if (uint64_t{payload} + LENGTH_SIZE > MAX_SEGMENT_LENGTH)
-        throw ErrorAt()("XMP of %zu bytes does not fit a segment", size_t{payload});
-    checked::requireAddressable(file);
+        throw ErrorAt().as(Error::Code::TOO_BIG)("XMP of %zu bytes does not fit a segment", size_t{payload});
+    checked::requireEditable(file);
     if (segments.blocks.size() > MAX_BLOCKS)
-        throw ErrorAt()("%zu XMP and Exif segments are too many to rewrite", segments.blocks.size());
-    uint32_t const size = file.size();
-    Rehearsal rehearsal(size, segments.imageIndex);
-    int64_t const room = int64_t{payload} + HEADER_SIZE;
-    Segment const last = segments.blocks.empty() ? Segment() : segments.blocks.back();
-    requireInImage(file, last.position, last.size);
-    for (Segment const& block : segments.blocks) {
-        rehearsal.change(block.position, block.type == MediaDefs::MetaType::XMP ? -int64_t{block.size} : room);
+        throw ErrorAt().as(Error::Code::TOO_BIG)("%zu XMP and Exif segments are too many to rewrite",
+                                                 segments.blocks.size());
+    if (!segments.blocks.empty()) {
+        Segment const& last = segments.blocks.back().segment;
+        requireInImage(file, last.position, last.size());
     }
-    if (segments.count(MediaDefs::MetaType::EXIF) == 0)
-        rehearsal.change(MARKER_SIZE, room);
-    if (rehearsal.changeBehindIndex() != 0)
-        throw ErrorAt()(
+    auto changes = changesFor(segments, payload + HEADER_SIZE);
+    int64_t size = file.size();
+    int64_t peak = size;
+    int64_t behindIndex = 0;
+    for (Change const& change : changes) {
+        size += change.growth();
+        peak = std::max(peak, size);
+        if (segments.imageIndex && change.position > segments.imageIndex->position)
+            behindIndex += change.growth();
+    }
+    if (behindIndex != 0)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)(
             "no room for XMP of %zu bytes: moving segments behind the MPF index at %zu would lose its images",
-            size_t{payload}, size_t{*segments.imageIndex});
-    uint32_t const peak = checked::sizeOf(static_cast<uint64_t>(rehearsal.peakSize()));
-    checked::requireSpace(file, peak);
+            size_t{payload}, size_t{segments.imageIndex->position});
+    checked::requireSpace(file, checked::sizeOf(static_cast<uint64_t>(peak)));
+    return changes;
 }
 
 } // namespace android::lumo::jpeg
