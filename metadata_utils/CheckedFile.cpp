@@ -27,19 +27,13 @@ uint64_t sizeOnDisk(MediaFile const& file, ErrorAt at) {
     return static_cast<uint64_t>(status.st_size);
 }
 
-/// What a refused change says about the disk.
-Error::Code codeOf(int failure) {
-    bool const isFull = failure == ENOSPC || failure == EDQUOT || failure == EFBIG;
-    return isFull ? Error::Code::NO_SPACE : Error::Code::WRITE_FAILED;
-}
-
 /// For pairs of files that the kernel cannot copy between. Returns the bytes copied.
 uint32_t copyThroughMemory(MediaFile const& source, MediaFile& target, uint32_t offset, uint32_t size) {
     std::vector<uint8_t> block(std::min(size, BLOCK));
     uint32_t copied = 0;
     while (copied < size) {
         size_t const wanted = std::min<size_t>(size - copied, block.size());
-        size_t const got = readUpTo(source, uint64_t{offset} + copied, block.data(), wanted, ErrorAt());
+        size_t const got = readUpTo(source, uint64_t{offset} + copied, block.data(), wanted);
         size_t const written = writeUpTo(target, block.data(), got);
         copied += static_cast<uint32_t>(written);
         if (written < wanted)
@@ -99,10 +93,34 @@ bool keepSpace(MediaFile& file, uint32_t size, ErrorAt at) {
         return false;
     }
     file.truncate(oldSize);
-    refuseSpace(file, size, std::strerror(failure), codeOf(failure), at);
+    refuseSpace(file, size, std::strerror(failure), writeFailure(failure), at);
+}
+
+/// Why a copy ended `copied` bytes from `offset`: the kernel's one errno value stands for both files, so the source is
+/// asked for the next bytes once more.
+[[noreturn]] void refuseCopy(MediaFile const& source, MediaFile const& target, uint64_t offset, uint32_t copied,
+                             uint32_t size, ErrorAt at) {
+    auto code = writeFailure(errno);
+    MediaFile const* culprit = &target;
+    std::vector<uint8_t> next(std::min(size - copied, BLOCK));
+    try {
+        if (readUpTo(source, offset + copied, next.data(), next.size(), at) < next.size()) {
+            code = Error::Code::CHANGED; // it held them all when the copy began
+            culprit = &source;
+        }
+    } catch (Error const& error) {
+        code = error.code();
+        culprit = &source;
+    }
+    throw at.as(code, *culprit)("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(copied), size_t{size});
 }
 
 } // namespace
+
+Error::Code writeFailure(int failure) {
+    bool const isFull = failure == ENOSPC || failure == EDQUOT || failure == EFBIG;
+    return isFull ? Error::Code::NO_SPACE : Error::Code::WRITE_FAILED;
+}
 
 void seek(MediaFile const& file, uint32_t position, ErrorAt at) {
     if (file.position(position) != position)
@@ -124,8 +142,8 @@ size_t writeUpTo(MediaFile& file, void const* bytes, size_t n) {
 
 void write(MediaFile& file, void const* bytes, size_t n, ErrorAt at) {
     if (size_t const written = writeUpTo(file, bytes, n); written != n)
-        throw at.as(codeOf(errno), file)("fail to write bytes: %zd, expected %zu",
-                                         written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), n);
+        throw at.as(writeFailure(errno), file)("fail to write bytes: %zd, expected %zu",
+                                               written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), n);
 }
 
 void write(MediaFile& file, std::string const& bytes, ErrorAt at) {
@@ -160,14 +178,13 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
         uint32_t const got = inKernel ? *inKernel : copyThroughMemory(*source, *target, offset + copied, wanted);
         copied += got;
         if (got != wanted)
-            throw at.as(codeOf(errno), *target)("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(copied),
-                                                size_t{size});
+            refuseCopy(*source, *target, offset, copied, size, at);
     }
 }
 
 void truncate(MediaFile& file, uint32_t size, ErrorAt at) {
     if (file.truncate(size) != 0)
-        throw at.as(codeOf(errno), file)("fail to truncate to %zu: %s", size_t{size}, std::strerror(errno));
+        throw at.as(writeFailure(errno), file)("fail to truncate to %zu: %s", size_t{size}, std::strerror(errno));
 }
 
 void requireEditable(MediaFile const& file, ErrorAt at) {
@@ -191,7 +208,7 @@ void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
     if (failure == 0)
         return;
     truncate(file, oldSize, at);
-    refuseSpace(file, size, std::strerror(failure), codeOf(failure), at);
+    refuseSpace(file, size, std::strerror(failure), writeFailure(failure), at);
 }
 
 void requireSpace(MediaFile& file, uint32_t size, ErrorAt at) {
@@ -223,6 +240,16 @@ size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n
         count += static_cast<size_t>(std::max<ssize_t>(got, 0));
     }
     return count;
+}
+
+void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint32_t block, ErrorAt at) {
+    std::vector<uint8_t> bytes(std::min(n, block));
+    for (uint32_t done = 0; done < n;) {
+        size_t const wanted = std::min<size_t>(n - done, bytes.size());
+        if (size_t const count = readUpTo(file, uint64_t{position} + done, bytes.data(), wanted, at); count != wanted)
+            throw at.as(Error::Code::CHANGED, file)("fail to read bytes: %zu, expected %zu", count, wanted);
+        done += static_cast<uint32_t>(wanted);
+    }
 }
 
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at) {

@@ -34,10 +34,13 @@ void write(MediaFile& file, ByteBuffer const& bytes, ErrorAt at = ErrorAt());
 /// `count` times the same byte.
 void fill(MediaFile& file, uint8_t value, uint32_t count, ErrorAt at = ErrorAt());
 
+/// What an errno value says about a write that was refused: no room, or a failure.
+Error::Code writeFailure(int failure);
+
 /// Copies exactly `size` bytes (0 copies nothing) from `offset` of `source` to the target's current position, inside
 /// the kernel where it can. A range outside the source throws before anything is written, a copy that ends short
-/// afterwards: "fail to copy bytes: %zd, expected %zu". Both may be descriptors of one file as long as the ranges do
-/// not overlap.
+/// afterwards: "fail to copy bytes: %zd, expected %zu", with the code and the path of the file that failed. Both may be
+/// descriptors of one file as long as the ranges do not overlap.
 void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target, uint32_t offset,
           uint32_t size, ErrorAt at = ErrorAt());
 
@@ -73,6 +76,10 @@ private:
 /// Fills the buffer from `position` as far as the file goes and returns the bytes read; the file's position stays. A
 /// read that the system refuses throws READ_FAILED.
 size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at = ErrorAt());
+
+/// Reads a range once, up to `block` bytes at a time, so that a move of it will not end halfway: bytes that cannot be
+/// read throw READ_FAILED, a file that has become shorter CHANGED.
+void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint32_t block, ErrorAt at = ErrorAt());
 
 /// Exactly `n` bytes from `position`; the range must lie in the file, else "fail to read bytes: %zu, expected %zu". The
 /// file's position stays.

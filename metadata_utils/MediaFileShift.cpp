@@ -16,7 +16,9 @@
 // 1. A chunk is read before anything is written over it: right shifts go from the end backwards, left shifts forwards.
 // 2. No byte in front of the tail is moved, and no byte behind the old end counts as tail, even when the file has been
 //    extended in advance.
-// 3. A second attempt starts only from an untouched tail.
+// 3. A second attempt starts only from an untouched tail, and only when all of it can be read: what made the first one
+//    fail may lie in its middle, and a smaller buffer would move what is in front of it.
+// 4. What could not be read whole is not written.
 
 namespace android::lumo {
 
@@ -39,19 +41,21 @@ uint16_t bigEndian(uint16_t value) {
     return static_cast<uint16_t>(value << 8 | value >> 8);
 }
 
-/// Whole buffer or as far as the file goes; false when a read failed.
-bool readChunk(MediaFile const& file, std::vector<uint8_t>& chunk) {
+/// The whole buffer; a failed or short read throws.
+void readChunk(MediaFile const& file, std::vector<uint8_t>& chunk) {
     size_t count = 0;
     ssize_t last = 1;
     while (count < chunk.size() && last != 0) {
         last = file.read(chunk.data() + count, static_cast<uint32_t>(chunk.size() - count));
         if (last < 0 && errno != EINTR)
-            return false;
+            throw error().as(Error::Code::READ_FAILED, file)("fail to read bytes: %d, expected %zu", -1, chunk.size());
         count += static_cast<size_t>(std::max<ssize_t>(last, 0));
     }
-    if (count < chunk.size())
-        LOGE("fail to read bytes: read %zd, expected %zu", static_cast<ssize_t>(count), chunk.size());
-    return true;
+    if (count == chunk.size())
+        return;
+    LOGE("fail to read bytes: read %zd, expected %zu", static_cast<ssize_t>(count), chunk.size());
+    throw error().as(Error::Code::CHANGED, file)("fail to read bytes: %zd, expected %zu", static_cast<ssize_t>(count),
+                                                 chunk.size());
 }
 
 } // namespace
@@ -61,6 +65,7 @@ struct MediaFile::Tail {
     uint32_t end = 0;
     uint32_t moved = 0;                  ///< bytes written at their new place
     uint32_t lowestWritten = UINT32_MAX; ///< lowest position that was written over
+    bool isRetry = false;                ///< an attempt has failed
 
     uint32_t size() const { return end - start; }
 };
@@ -69,25 +74,29 @@ struct MediaFile::Tail {
 void MediaFile::moveTail(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail) {
     bufferSize = std::min(bufferSize, tail.size());
     std::vector<uint8_t> chunk(bufferSize);
+    if (tail.isRetry && tail.size() > bufferSize)
+        checked::requireReadable(*this, tail.start, tail.size(), bufferSize, error());
     uint32_t from = strategy.initialReadPosition();
     LOGD("bufferSize=%zu targetBytes=%zu targetPosition=%zu rwPosition=%zu", size_t{bufferSize}, size_t{tail.size()},
          size_t{tail.start}, size_t{from});
     while (tail.moved < tail.size()) {
         chunk.resize(std::min<size_t>(chunk.size(), tail.size() - tail.moved));
         if (position(from) != from)
-            throw error()("Failed to set file position to %zu for reading", size_t{from});
-        if (!readChunk(*this, chunk))
-            throw error()("fail to read bytes: %d, expected %zu", -1, chunk.size());
+            throw error().as(Error::Code::READ_FAILED, *this)("Failed to set file position to %zu for reading",
+                                                              size_t{from});
+        readChunk(*this, chunk);
         uint32_t const to = strategy.toWritePosition(from);
         if (position(to) != to)
-            throw error()("Failed to set file position to %zu for writing", size_t{to});
+            throw error().as(Error::Code::WRITE_FAILED, *this)("Failed to set file position to %zu for writing",
+                                                               size_t{to});
         size_t const written = checked::writeUpTo(*this, chunk.data(), chunk.size());
         if (written > 0)
             tail.lowestWritten = std::min(tail.lowestWritten, to);
         tail.moved += static_cast<uint32_t>(written);
         if (written != chunk.size())
-            throw error()("fail to write bytes: %zd, expected %zu",
-                          written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), chunk.size());
+            throw error().as(checked::writeFailure(errno),
+                             *this)("fail to write bytes: %zd, expected %zu",
+                                    written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), chunk.size());
         from = strategy.toNextReadPosition(to);
     }
     LOGD("shiftRightSafely X: targetBytes=%zu, writeBytes=%zd", size_t{tail.size()}, static_cast<ssize_t>(tail.moved));
@@ -136,6 +145,7 @@ void MediaFile::moveTailSafely(char const* name, int shift, ShiftStrategy const&
             LOGW("Exception in %s, retrying with smaller buffer: %s", name, exception.what());
         }
         bufferSize /= 2;
+        tail.isRetry = true;
     }
 }
 

@@ -21,6 +21,8 @@ void moveTail(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t dis
         throw at.as(Error::Code::TOO_BIG, *file)("bytes at %zu cannot move by %lld", size_t{from},
                                                  static_cast<long long>(distance));
     VideoPointerKeeper keeper(file);
+    if (uint32_t const end = file->size(); end > from && end - from > BUFFER)
+        checked::requireReadable(*file, from, end - from, BUFFER, at);
     checked::seek(*file, from, at);
     if (distance > 0)
         file->shiftRightSafely(static_cast<int>(distance), BUFFER);

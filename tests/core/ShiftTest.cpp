@@ -99,7 +99,7 @@ TEST(Shift, RetriesWithHalfTheBufferOnlyWhileNothingMoved) {
         size_t calls;
     } const cases[] = {
         {Call::WRITE, 0, 1, 0, 1 + 2},             // whole tail, then two halves
-        {Call::READ, 0, 2, 0, 2 + 4},              // whole tail, half, then four quarters
+        {Call::READ, 0, 2, 0, 2 + 2 * 4},          // whole tail, half, then four quarters, read once before
         {Call::WRITE, 0, Fault::ALWAYS, 0, 4},     // 8000, 4000, 2000, (1000 to 1 refused), 8000
         {Call::WRITE, 3, Fault::ALWAYS, 2'000, 4}, // a moved tail must not be moved again
     };
