@@ -3,7 +3,7 @@
 
 mu_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 mu_build_packages=(g++ cmake ninja-build pkg-config xz-utils libexpat1-dev zlib1g-dev android-liblog-dev
-    android-libutils-dev libcli11-dev nlohmann-json3-dev)
+    libcli11-dev nlohmann-json3-dev)
 mu_test_packages=(libgtest-dev libgmock-dev libheif-dev exiv2 python3)
 mu_arm_packages=(g++-arm-linux-gnueabihf qemu-user)
 
