@@ -42,8 +42,7 @@ struct NuMediaExtractor : public RefBase {
 
     /// The format of one track: "mime", always present, and "durationUs" in microseconds, absent when the file does not
     /// say: how long the track's media last, whatever an edit list picks from them; for a movie in fragments, which
-    /// need not tell, the whole movie's length. `flags` selects details that the
-    /// host does not have.
+    /// need not tell, the whole movie's length. `flags` selects details that the host does not have.
     ///
     /// @return OK; BAD_VALUE without a source; -ERANGE for an index that is not below `countTracks()`. A failure makes
     ///         `*format` null.
