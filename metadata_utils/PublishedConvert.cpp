@@ -284,7 +284,12 @@ Conversion toTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Me
     auto const video = layout.locate();
     Conversion done;
     if (video.isSound() && video.source == MotionVideo::Source::TRAILER) {
-        begin(photo, output);
+        auto const file = begin(photo, output);
+        done.isChanged = changeFor(layout, video).brand;
+        if (done.isChanged) {
+            writeAt(*file, video.position + BRAND_OFFSET, RECOGNISED_BRAND);
+            done.brand = video.brand;
+        }
         return done;
     }
     requireConvertible(layout, video);

@@ -62,6 +62,13 @@ uint64_t paddingBehind(PhotoLayout const& layout, MotionVideo const& video) {
     return behind;
 }
 
+std::shared_ptr<XMPInfoImpl> openXMP(std::shared_ptr<MediaFile> const& file) {
+    auto const view = std::make_shared<XMPInfoImpl>(file);
+    claims::nestTypedNodes(*view->getMeta());
+    view->reindex();
+    return view;
+}
+
 } // namespace
 
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
@@ -128,14 +135,14 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
 }
 
 bool takesFields(PhotoLayout const& layout, Fields const& fields) {
-    auto const view = std::make_shared<XMPInfoImpl>(layout.file);
+    auto const view = openXMP(layout.file);
     setFields(view, layout.file->mimeType(), fields);
     return canWriteXMP(layout, static_cast<uint32_t>(view->serializeToBuffer().size()));
 }
 
 void writeXMP(std::shared_ptr<MediaFile> const& file,
               std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change) {
-    auto const view = std::make_shared<XMPInfoImpl>(file);
+    auto const view = openXMP(file);
     change(view);
     if (file->mimeType() == MediaDefs::MimeType::IMAGE_HEIC) {
         // An item has the room it was written with: more is made before the packet is written.

@@ -123,6 +123,7 @@ bool isForEditor(PhotoLayout const& layout) {
 /// All claims out of the editor's packet, whatever form they have; it puts its own in.
 void dropClaims(MotionPhotoEdit& edit) {
     auto const view = XMPInfoImpl::of(edit.getXMPEdit());
+    claims::nestTypedNodes(*view->getMeta());
     claims::remove(*view->getMeta());
     view->reindex();
     edit.getXMPEdit().removeProperty(xmp_ns::CAMERA, "MotionPhoto"); // so that the editor knows of the change

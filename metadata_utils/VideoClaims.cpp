@@ -89,6 +89,27 @@ std::vector<Item> directoryOf(XMPPacket const& packet, Generation const& generat
     return items;
 }
 
+/// The same entry with its fields in a struct "Container:Item".
+void nest(XMPPacket& packet, Item const& item, std::string const& prefix, int32_t count) {
+    std::vector<std::pair<std::string, std::string>> fields;
+    bool isSimple = true;
+    packet.visitLeaves(item.containerNS, item.structPath, [&](std::string const&, std::string const& path) {
+        auto const name = path.substr(std::min(path.size(), item.structPath.size() + 1));
+        isSimple = isSimple && !name.empty() && name.find_first_of("[/") == std::string::npos;
+        fields.emplace_back(name, packet.get(item.containerNS, path).value_or(""));
+    });
+    if (!isSimple || fields.empty())
+        return;
+    auto const directory = prefix + "Directory";
+    packet.removeEntry(item.containerNS, directory, item.place);
+    if (item.place < count)
+        packet.insertStruct(item.containerNS, directory, item.place);
+    else
+        packet.appendStruct(item.containerNS, directory);
+    for (auto const& [name, value] : fields)
+        packet.set(item.containerNS, item.structPath + "/" + prefix + "Item/" + name, value);
+}
+
 } // namespace
 
 Item const* Claims::video() const {
@@ -137,6 +158,16 @@ Claims read(XMPPacket const& packet) {
             found.items = directoryOf(packet, generation);
     }
     return found;
+}
+
+void nestTypedNodes(XMPPacket& packet) {
+    for (auto const& generation : GENERATIONS) {
+        auto const items = directoryOf(packet, generation);
+        for (auto const& item : items) {
+            if (item.isTypedNode && !item.semantic.empty())
+                nest(packet, item, prefixOf(generation.containerNS), static_cast<int32_t>(items.size()));
+        }
+    }
 }
 
 uint32_t remove(XMPPacket& packet) {

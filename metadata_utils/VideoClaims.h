@@ -61,6 +61,10 @@ struct Claims {
 
 Claims read(XMPPacket const& packet);
 
+/// Gives entries that are typed nodes the form that views read and that the toolkit writes as it was read; their places
+/// and fields stay. An entry with more than simple fields stays as it is.
+void nestTypedNodes(XMPPacket& packet);
+
 /// Takes out every property and directory entry that speaks of a video; returns how many it took. Other entries and
 /// their order stay. Whoever holds an index of the packet renews it.
 uint32_t remove(XMPPacket& packet);

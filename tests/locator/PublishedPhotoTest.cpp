@@ -51,6 +51,13 @@ std::vector<Form> forms(std::string const& movie) {
         {"older", JpegBuilder().exif().xmp(packetOf(older)).build("scan", movie)},
         {"padding", published(itemOf("Primary", "image/jpeg", "Item:Padding=\"4\"") + video, "\1\2\3\4" + movie), 4},
         {"gain map", published(PRIMARY + gainMapItem() + video, GAIN_MAP + movie)},
+        {"typed nodes",
+         JpegBuilder()
+             .xmp(packetOf(CLAIMED, directoryOf("<rdf:li><Container:Item Item:Semantic=\"Primary\" "
+                                                "Item:Mime=\"image/jpeg\"/></rdf:li><rdf:li><Container:Item "
+                                                "Item:Semantic=\"MotionPhoto\" Item:Mime=\"video/mp4\" Item:Length=\"" +
+                                                std::to_string(movie.size()) + "\"/></rdf:li>")))
+             .build("scan", movie)},
         {"item behind", published(PRIMARY + video + gainMapItem(), movie + GAIN_MAP), 0, false},
         {"box", heic(movie, false, true)},
         {"wide box", heic(movie, true, true)},
@@ -112,6 +119,9 @@ TEST(PublishedPhoto, RemoveTakesTheVideoAndEveryClaimAndLeavesTheRest) {
             expected.erase(type - 4, photo.compare(type + 8, 4, "ftyp") == 0 ? 8 : 16);
         }
         EXPECT_TRUE(withoutXMP(still) == withoutXMP(expected)) << name;
+        if (photo.find("Primary") != std::string::npos) {
+            EXPECT_EQ(XMPInfo::parse(TempFile(still).open("r"))->getItemNameAt(1), "Primary") << name;
+        }
         if (photo.find("GainMap") != std::string::npos) {
             EXPECT_TRUE(still.ends_with(GAIN_MAP)) << name;
             EXPECT_NE(still.find("GainMap"), std::string::npos) << name;
@@ -131,6 +141,7 @@ TEST(PublishedPhoto, ConvertsToATrailerThatTheViewsRecogniseAndBackToTheSameVide
                 EXPECT_TRUE(view->isValid()) << name;
                 EXPECT_TRUE(textOf(locate(converted)).starts_with("trailer sound")) << name;
                 EXPECT_EQ(locate(converted).momentUs, locate(photo).momentUs) << name;
+                EXPECT_EQ(view->getXMPInfo()->getItemNameAt(1), "Primary") << name;
                 EXPECT_EQ(view->getXMPInfo()->getItemField("MotionPhoto", "Length"),
                           std::to_string(converted.size() - view->getVideoPosition()))
                     << name;
