@@ -40,6 +40,10 @@ struct Arguments {
     std::string value;
     std::string data; ///< a file, "-" for standard input or output
     int32_t type = 0;
+    std::string form; ///< of convert: "trailer" or "published"
+    bool keepBrand = false;
+    bool dropRecords = false;
+    bool dropOrphans = false;
     bool json = false;
     bool list = false;
 };

@@ -61,9 +61,10 @@ void anyOutput(App& app, Arguments& args) {
                  "Replace the still when the result is whole; --in-place=bytes edits the file's own bytes");
 }
 
-void moment(App& app, Arguments& args) {
-    auto* const at =
-        app.add_option("--at", args.at, "The still's moment in the video: 1.2s, 1200ms, 1200000us")->type_name("TIME");
+void moment(App& app, Arguments& args, char const* further = "") {
+    auto* const at = app.add_option("--at", args.at,
+                                    std::string("The still's moment in the video: 1.2s, 1200ms, 1200000us") + further)
+                         ->type_name("TIME");
     app.add_option_function<std::string>(
            "--timestamp-us", [&args](std::string const& us) { args.at = us + "us"; }, "The same in microseconds")
         ->type_name("N")
@@ -84,7 +85,8 @@ std::vector<Command> videoCommands() {
          [](App& app, Arguments& args) {
              oneStill(app, args);
              clip(app, args);
-             moment(app, args);
+             moment(app, args, " or auto, as the clip names it");
+             app.add_flag("--keep-brand", args.keepBrand, "Refuse a clip whose brand would have to change");
              anyOutput(app, args);
              run(app, args);
          },
@@ -95,7 +97,8 @@ std::vector<Command> videoCommands() {
          [](App& app, Arguments& args) {
              oneStill(app, args);
              clip(app, args);
-             moment(app, args);
+             moment(app, args, " or auto, as the clip names it");
+             app.add_flag("--keep-brand", args.keepBrand, "Refuse a clip whose brand would have to change");
              anyOutput(app, args);
              run(app, args);
          },
@@ -165,6 +168,132 @@ std::vector<Command> videoCommands() {
     };
 }
 
+std::vector<Command> formatCommands() {
+    return {
+        {"check",
+         "Say which rules photos keep and break (docs/rules.md); 0 sound, 1 no video, 3 damaged",
+         [](App& app, Arguments& args) {
+             stills(app, args);
+             selection(app, args);
+             app.add_flag("--json", args.json, "An object a line (docs/json.md)");
+             run(app, args);
+         },
+         check,
+         {"check photo.jpg", "check -r Camera/ --json"}},
+        {"convert",
+         "Between the form with a trailer and the published form that ends with the video",
+         [](App& app, Arguments& args) {
+             stills(app, args);
+             app.add_option("--to", args.form, "trailer or published")->required()->type_name("FORM");
+             app.add_flag("--drop-records", args.dropRecords, "To published: drop the trailer's other records");
+             editing(app, args);
+         },
+         convert,
+         {"convert photo.jpg --to published -o shared.jpg", "convert -r Camera/ --to trailer -d Converted/"}},
+        {"repair",
+         "Make what a photo says of its video agree with the video there is",
+         [](App& app, Arguments& args) {
+             stills(app, args);
+             app.add_flag("--drop-orphans", args.dropOrphans,
+                          "Take a movie out that nothing claims, instead of claiming it");
+             editing(app, args);
+         },
+         repair,
+         {"repair photo.jpg -o repaired.jpg", "repair -r Camera/ --in-place"}},
+    };
+}
+
+/// A command that prints, or with -o writes, one thing of each still.
+auto reading(char const* key) {
+    return [key](App& app, Arguments& args) {
+        if (key != nullptr)
+            app.add_option(key, args.key)->required();
+        stills(app, args);
+        selection(app, args);
+        app.add_option("-o,--output", args.out, "Into a file instead of standard output")->type_name("OUT");
+        app.add_flag("--force", args.force, "Replace an output that is there");
+        run(app, args);
+    };
+}
+
+/// A command that changes one thing of each still.
+auto changing(char const* key, std::function<void(App&, Arguments&)> const& more = nullptr) {
+    return [key, more](App& app, Arguments& args) {
+        if (key != nullptr)
+            app.add_option(key, args.key)->required();
+        if (more)
+            more(app, args);
+        stills(app, args);
+        editing(app, args);
+    };
+}
+
+void dataOption(App& app, Arguments& args) {
+    app.add_option("--data", args.data, "File with the data; - is standard input")->type_name("FILE")->required();
+}
+
+void recordData(App& app, Arguments& args) {
+    auto* const data =
+        app.add_option("--data", args.data, "File with the data; - is standard input")->type_name("FILE");
+    app.add_option("--text", args.value, "The data itself")->type_name("TEXT")->excludes(data);
+    app.add_option("--type", args.type, "The record's type; of one that is there it is known")
+        ->type_name("N")
+        ->check(CLI::Range(1, 0xFFFF));
+}
+
+std::vector<Command> recordCommands() {
+    auto const value = [](App& app, Arguments& args) { app.add_option("VALUE", args.value)->required(); };
+    return {
+        {"trailer list",
+         "The trailer's records: file, type, name, position, size",
+         reading(nullptr),
+         trailerList,
+         {"trailer list photo.jpg"}},
+        {"trailer get",
+         "The data of a record",
+         reading("RECORD"),
+         trailerGet,
+         {"trailer get MotionPhoto_Version photo.jpg"}},
+        {"trailer put",
+         "Add a record or replace its data",
+         changing("RECORD", recordData),
+         trailerPut,
+         {"trailer put Note --type 4000 --text 'by the sea' photo.jpg --in-place"}},
+        {"trailer remove",
+         "Take a record out",
+         changing("RECORD"),
+         trailerRemove,
+         {"trailer remove Note photo.jpg --in-place"}},
+        {"xmp get", "The value of a property", reading("PROPERTY"), xmpGet, {"xmp get xmp:Rating photo.jpg"}},
+        {"xmp set",
+         "Set a simple property",
+         changing("PROPERTY", value),
+         xmpSet,
+         {"xmp set xmp:Rating 5 photo.jpg --in-place"}},
+        {"xmp remove",
+         "Take a property out",
+         changing("PROPERTY"),
+         xmpRemove,
+         {"xmp remove xmp:Rating photo.jpg --in-place"}},
+        {"xmp dump", "The packet", reading(nullptr), xmpDump, {"xmp dump photo.jpg | xmllint --format -"}},
+        {"debug-info get",
+         "The camera's debug info",
+         reading(nullptr),
+         debugInfoGet,
+         {"debug-info get photo.jpg -o info.bin"}},
+        {"debug-info put",
+         "Add or replace the camera's debug info",
+         changing(nullptr, dataOption),
+         debugInfoPut,
+         {"debug-info put photo.jpg --data info.bin --in-place"}},
+        {"debug-info remove",
+         "Take the camera's debug info out",
+         changing(nullptr),
+         debugInfoRemove,
+         {"debug-info remove -r Camera/ --in-place"}},
+    };
+}
+
 std::vector<Command> infoCommands() {
     return {
         {"info",
@@ -186,7 +315,7 @@ std::vector<Command> infoCommands() {
 std::vector<Command> const& commands() {
     static std::vector<Command> const all = [] {
         std::vector<Command> result;
-        for (auto family : {infoCommands, videoCommands}) {
+        for (auto family : {infoCommands, videoCommands, formatCommands, recordCommands}) {
             for (auto& command : family())
                 result.push_back(std::move(command));
         }

@@ -20,4 +20,22 @@ ExitCode extract(Arguments const& args);
 ExitCode split(Arguments const& args);
 ExitCode carry(Arguments const& args);
 
+// FormatCommands.cpp
+ExitCode check(Arguments const& args);
+ExitCode convert(Arguments const& args);
+ExitCode repair(Arguments const& args);
+
+// RecordCommands.cpp
+ExitCode trailerList(Arguments const& args);
+ExitCode trailerGet(Arguments const& args);
+ExitCode trailerPut(Arguments const& args);
+ExitCode trailerRemove(Arguments const& args);
+ExitCode xmpGet(Arguments const& args);
+ExitCode xmpSet(Arguments const& args);
+ExitCode xmpRemove(Arguments const& args);
+ExitCode xmpDump(Arguments const& args);
+ExitCode debugInfoGet(Arguments const& args);
+ExitCode debugInfoPut(Arguments const& args);
+ExitCode debugInfoRemove(Arguments const& args);
+
 } // namespace motionphoto

@@ -3,8 +3,10 @@
 #include "Signals.h"
 #include "Text.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <unordered_set>
 
@@ -48,7 +50,10 @@ Destination::Destination(Arguments const& arguments, Input const& input, std::st
     if (isSameFile(out, input.path))
         throw Failure(ExitCode::USAGE, out, "is both input and output, use --in-place to edit it");
     std::error_code ignored; // what cannot be asked is told when it is written
-    skipped = args.skipExisting && fs::exists(out, ignored);
+    bool const there = fs::exists(out, ignored);
+    skipped = args.skipExisting && there;
+    if (there && !skipped && !args.force && fs::is_regular_file(out, ignored))
+        throw Failure(ExitCode::WRITE_FAILED, out, SafeOutput::THERE_ALREADY);
     if (!skipped && !args.folder.empty() && !isFirstToTake(out))
         throw Failure(ExitCode::WRITE_FAILED, out, "was made from another file of this run already");
 }
@@ -69,9 +74,13 @@ Outcome Destination::skippedOutcome() const {
     return {Outcome::Kind::SKIPPED, ExitCode::DONE, "", ""};
 }
 
-Outcome Destination::write(Photo const& still, std::function<void(SafeOutput&)> const& fill) const {
+Outcome Destination::edit(Photo const& photo, Edit const& edit) const {
     if (args.dryRun)
-        return {Outcome::Kind::DONE, ExitCode::DONE, "would write " + escaped(out) + "\n", ""};
+        return rehearse(photo, edit);
+    if (isInBytes()) {
+        editBytes(photo, edit);
+        return {};
+    }
     if (!args.folder.empty()) {
         std::error_code error;
         fs::create_directories(fs::path(out).parent_path(), error);
@@ -79,39 +88,36 @@ Outcome Destination::write(Photo const& still, std::function<void(SafeOutput&)> 
             throw Failure(ExitCode::WRITE_FAILED, out, "its folder cannot be made: " + error.message());
     }
     bool const replace = args.force || args.isInPlace();
-    SafeOutput safe(out, still.file->getFd(), replace ? SafeOutput::Existing::REPLACE : SafeOutput::Existing::REFUSE,
+    SafeOutput safe(out, photo.file->getFd(), replace ? SafeOutput::Existing::REPLACE : SafeOutput::Existing::REFUSE,
                     args.preserve);
-    fill(safe);
-    safe.publish();
+    if (guarded(photo.path(), out, [&] { return edit(safe.file()); }))
+        safe.publish();
     return {};
 }
 
-Outcome Destination::commit(Photo const& photo, MotionPhotoEdit& edit) const {
-    if (!isInBytes() || args.dryRun)
-        return write(photo, [&](SafeOutput& safe) { guarded(photo.path(), out, [&] { edit.commit(safe.file()); }); });
-    commitInBytes(photo, edit);
-    return {};
+Outcome Destination::rehearse(Photo const& photo, Edit const& edit) const {
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> const scratch(std::tmpfile(), std::fclose);
+    if (scratch == nullptr)
+        throw systemFailure(ExitCode::WRITE_FAILED, "", "fail to make a file for the rehearsal");
+    bool const edited = guarded(photo.path(), [&] { return edit(std::make_shared<MediaFile>(fileno(scratch.get()))); });
+    return {Outcome::Kind::DONE, ExitCode::DONE,
+            (edited ? "would write " : "would leave as it is: ") + escaped(out) + "\n", ""};
 }
 
-void Destination::commitInBytes(Photo const& photo, MotionPhotoEdit& edit) const {
+void Destination::editBytes(Photo const& photo, Edit const& edit) const {
     SignalsHeld const held;
-    struct stat before {
-    }, after{};
+    struct stat before {};
     fstat(photo.file->getFd(), &before);
-    auto const fail = [&](Failure const& failure) {
-        fstat(photo.file->getFd(), &after);
-        bool const untouched = before.st_size == after.st_size && before.st_mtim.tv_sec == after.st_mtim.tv_sec &&
-                               before.st_mtim.tv_nsec == after.st_mtim.tv_nsec;
-        throw Failure(failure.exitCode(), failure.subject(),
-                      failure.what() + std::string(untouched ? "" : "; it may be partly written"));
-    };
+    auto const changes = photo.file->changes();
     try {
-        guarded(photo.path(), [&] { edit.commit(); });
+        guarded(photo.path(), [&] { return edit(nullptr); });
         // A disk may report late what it could not store.
         if (fsync(photo.file->getFd()) != 0)
             throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to bring it to disk");
     } catch (Failure const& failure) {
-        fail(failure);
+        bool const changed = photo.file->changes() != changes;
+        throw Failure(failure.exitCode(), failure.subject(),
+                      failure.what() + std::string(changed ? "; " + photo.path() + " may be partly written" : ""));
     }
     if (args.preserve) {
         timespec const times[] = {before.st_atim, before.st_mtim};
@@ -128,8 +134,7 @@ ExitCode editEach(Arguments const& args, Stage const& stage) {
             if (destination.isSkipped())
                 return destination.skippedOutcome();
             Photo const photo(input.path, destination.access());
-            auto const edit = guarded(input.path, [&] { return stage(photo); });
-            return destination.commit(photo, *edit);
+            return destination.edit(photo, [&](auto const& output) { return stage(photo, output); });
         },
         Summary::YES);
 }

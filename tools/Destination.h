@@ -20,26 +20,28 @@ public:
 
     bool isSkipped() const { return skipped; }
     bool isInBytes() const { return args.isInBytes(); }
-    Access access() const { return isInBytes() ? Access::READ_WRITE : Access::READ; }
+    Access access() const { return isInBytes() && !args.dryRun ? Access::READ_WRITE : Access::READ; }
     std::string const& path() const { return out; }
     /// What came of an input that was skipped, or done unless this is a dry run, which says what would have been.
     Outcome skippedOutcome() const;
-    /// Writes a new file with what the function puts into the descriptor's file; `still` is whose rights bound it.
-    Outcome write(Photo const& still, std::function<void(SafeOutput&)> const& fill) const;
-    /// Commits the edit of the photo here.
-    Outcome commit(Photo const& photo, android::lumo::MotionPhotoEdit& edit) const;
+    /// Whether an edit has a result: false leaves everything as it is.
+    using Edit = std::function<bool(std::shared_ptr<android::lumo::MediaFile> const& output)>;
+    /// Runs the edit with a new, empty file for its result, which then takes its name; or with a null pointer when the
+    /// photo's own bytes are to be edited.
+    Outcome edit(Photo const& photo, Edit const& edit) const;
 
 private:
     void refuseLinks() const;
-    void commitInBytes(Photo const& photo, android::lumo::MotionPhotoEdit& edit) const;
+    Outcome rehearse(Photo const& photo, Edit const& edit) const;
+    void editBytes(Photo const& photo, Edit const& edit) const;
 
     Arguments const& args;
     std::string out;
     bool skipped = false;
 };
 
-/// Edits each input: `stage` gives the editor with what is to be changed, or throws.
-using Stage = std::function<std::shared_ptr<android::lumo::MotionPhotoEdit>(Photo const&)>;
+/// Edits each input.
+using Stage = std::function<bool(Photo const&, std::shared_ptr<android::lumo::MediaFile> const& output)>;
 ExitCode editEach(Arguments const& args, Stage const& stage);
 
 } // namespace motionphoto

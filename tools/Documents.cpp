@@ -27,8 +27,10 @@ std::vector<CLI::Option const*> optionsOf(App const& app) {
         all.push_back(option);
     for (auto const* group : app.get_subcommands(nullptr)) {
         if (group->get_name().empty())
-            for (auto const* option : optionsOf(*group))
-                all.push_back(option);
+            for (auto const* option : optionsOf(*group)) {
+                if (option != group->get_help_ptr()) // every group has one of its own
+                    all.push_back(option);
+            }
     }
     return all;
 }
@@ -62,7 +64,8 @@ std::string roff(std::string text) {
 /// "-o OUT, --output OUT".
 std::string spellings(CLI::Option const& option) {
     std::string text;
-    std::string const value = option.get_items_expected_max() > 0 ? " " + option.get_type_name() : "";
+    std::string const type = option.get_type_name();
+    std::string const value = option.get_items_expected_max() > 0 ? " " + type.substr(0, type.find(':')) : "";
     for (auto const& name : option.get_snames())
         text += (text.empty() ? "-" : ", -") + name + value;
     for (auto const& name : option.get_lnames())
@@ -142,13 +145,15 @@ void printBash(App const& app) {
 
 void printZsh(App const& app) {
     std::cout << "#compdef motionphoto\nlocal -a commands\ncommands=(\n";
+    for (auto const* sub : app.get_subcommands(nullptr)) {
+        if (isShown(sub))
+            std::cout << "    '" << sub->get_name() << ":" << quotedFor(sub->get_description(), '\'', "") << "'\n";
+    }
+    std::cout << ")\nif (( CURRENT == 2 )); then\n    _describe command commands\n    return\nfi\n"
+              << "case \"$words[2] $words[3]\" in\n";
     forEachCommand(app, [](std::string const& name, App const& sub) {
-        std::cout << "    '" << name << ":" << quotedFor(sub.get_description(), '\'', "") << "'\n";
-    });
-    std::cout
-        << ")\nif (( CURRENT == 2 )); then\n    _describe command commands\n    return\nfi\ncase \"$words[2]\" in\n";
-    forEachCommand(app, [](std::string const& name, App const& sub) {
-        std::cout << "(" << name.substr(0, name.find(' ')) << ") _arguments";
+        bool const isOfFamily = name.find(' ') != std::string::npos;
+        std::cout << "'" << name << (isOfFamily ? "'" : " '*") << ") _arguments";
         for (auto const* option : optionsOf(sub)) {
             for (auto const& spelling : option->get_lnames())
                 std::cout << " '--" << spelling << "["
@@ -156,6 +161,10 @@ void printZsh(App const& app) {
         }
         std::cout << " '*:file:_files' ;;\n";
     });
+    for (auto const* sub : app.get_subcommands(nullptr)) {
+        if (isShown(sub) && sub->get_require_subcommand_min() > 0)
+            std::cout << "'" << sub->get_name() << " '*) compadd " << namesBelow(*sub) << ";;\n";
+    }
     std::cout << "esac\n";
 }
 
@@ -165,11 +174,20 @@ void printFish(App const& app) {
             std::cout << "complete -c motionphoto -n __fish_use_subcommand -a " << sub->get_name() << " -d '"
                       << quotedFor(sub->get_description(), '\'', "\\'") << "'\n";
     }
+    for (auto const* sub : app.get_subcommands(nullptr)) {
+        if (isShown(sub) && sub->get_require_subcommand_min() > 0)
+            std::cout << "complete -c motionphoto -n '__fish_seen_subcommand_from " << sub->get_name() << "' -a '"
+                      << namesBelow(*sub) << "'\n";
+    }
     forEachCommand(app, [](std::string const& name, App const& sub) {
         for (auto const* option : optionsOf(sub)) {
             if (option->get_positional())
                 continue;
-            std::cout << "complete -c motionphoto -n '__fish_seen_subcommand_from " << name << "'";
+            auto const space = name.find(' ');
+            std::cout << "complete -c motionphoto -n '__fish_seen_subcommand_from " << name.substr(0, space);
+            if (space != std::string::npos)
+                std::cout << "; and __fish_seen_subcommand_from " << name.substr(space + 1);
+            std::cout << "'";
             for (auto const& spelling : option->get_snames())
                 std::cout << " -s " << spelling;
             for (auto const& spelling : option->get_lnames())

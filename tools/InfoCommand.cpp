@@ -14,7 +14,7 @@ namespace {
 
 InfoReport reportOn(std::string const& path) {
     Photo const photo(path, Access::READ);
-    return guarded(path, [&] { return gather(photo.file, *photo.view); });
+    return guarded(path, [&] { return gather(photo); });
 }
 
 void print(Arguments const& args, InfoReport const& report, std::ostream& out) {

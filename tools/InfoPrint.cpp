@@ -71,13 +71,15 @@ size_t widthOf(Entries const& entries, Text text) {
 
 void printMotionPhoto(Rows& row, InfoReport::MotionPhoto const& motion) {
     auto const& video = motion.video;
-    row("motion photo", std::string(motion.valid ? "yes" : "damaged: no video where one should be") + ", format " +
-                            (motion.format.empty() ? "unknown" : motion.format) +
+    row("motion photo", (motion.valid ? "yes" : "damaged: " + escaped(motion.reason)) + ", by its " + motion.source +
+                            (motion.format.empty() ? "" : ", format " + motion.format) +
                             (motion.xmpVersion ? ", XMP version " + std::to_string(motion.xmpVersion) : ""));
     row("video", bytes(video.size) + " at " + grouped(video.position) + ", " + video.mimeType.value_or("type unknown") +
                      ", " + (video.durationUs ? seconds(*video.durationUs) : "duration unknown"));
-    row("padding", bytes(video.padding) + " between image and video");
-    row("still moment", seconds(motion.presentationTimestampUs) + " into the video");
+    if (video.padding > 0)
+        row("padding", bytes(video.padding) + " between image and video");
+    if (motion.presentationTimestampUs)
+        row("still moment", seconds(*motion.presentationTimestampUs) + " into the video");
 }
 
 void printTrailer(Rows& row, InfoReport::Trailer const& trailer) {
@@ -134,9 +136,11 @@ Json toJson(InfoReport::MotionPhoto const& motion) {
     auto const& video = motion.video;
     return {
         {"valid", motion.valid},
+        {"source", motion.source},
+        {"reason", motion.valid ? Json(nullptr) : Json(motion.reason)},
         {"format", motion.format},
         {"xmpVersion", motion.xmpVersion},
-        {"presentationTimestampUs", motion.presentationTimestampUs},
+        {"presentationTimestampUs", orNull(motion.presentationTimestampUs)},
         {"video",
          {
              {"position", video.position},
@@ -212,7 +216,7 @@ void printLine(InfoReport const& report, std::ostream& out) {
         out << "damaged motion photo\n";
     else
         out << bytes(report.motionPhoto->video.size) << " of " << report.motionPhoto->video.mimeType.value_or("video")
-            << " at " << grouped(report.motionPhoto->video.position) << '\n';
+            << " at " << grouped(report.motionPhoto->video.position) << " (" << report.motionPhoto->source << ")\n";
 }
 
 void printJson(InfoReport const& report, std::ostream& out) {

@@ -14,46 +14,34 @@ namespace {
 /// A directory has a handful of items; this many places are looked at when some of them are not indexed.
 constexpr int32_t MAX_DIRECTORY_PLACES = 10'000;
 
-std::optional<std::string> videoTypeAt(std::shared_ptr<MediaFile> const& file, uint64_t position) {
-    struct Container {
-        bool (*test)(std::shared_ptr<MediaFile> const&);
-        MediaDefs::MimeType type;
-    };
-    static constexpr Container CONTAINERS[] = {
-        {MediaFile::isMP4Video, MediaDefs::MimeType::VIDEO_MP4},
-        {MediaFile::isMOVVideo, MediaDefs::MimeType::VIDEO_QUICKTIME},
-    };
-    auto const start = static_cast<uint32_t>(position);
-    for (auto const& container : CONTAINERS) {
-        if (file->position(start) == start && container.test(file))
-            return MediaDefs::mimeString(container.type);
-    }
-    return std::nullopt;
-}
-
-std::optional<int64_t> durationOf(MotionPhotoInfo const& photo) {
+std::optional<int64_t> durationOf(MotionPhotoInfo const& view) {
     try {
-        return photo.getVideoDurationUs();
+        return view.getVideoDurationUs();
     } catch (std::exception const&) {
         return std::nullopt;
     }
 }
 
-InfoReport::MotionPhoto motionPhotoOf(std::shared_ptr<MediaFile> const& file, MotionPhotoInfo const& photo) {
+InfoReport::MotionPhoto motionPhotoOf(Photo const& photo, MotionPhotoInfo const& view) {
+    auto const& located = photo.video;
     InfoReport::MotionPhoto motion;
-    motion.valid = photo.isValid();
-    motion.format = MediaDefs::motionphotoFormatString(photo.getQRTMotionPhotoVersion());
-    motion.xmpVersion = photo.getXMPMotionPhotoVersion();
-    motion.presentationTimestampUs = photo.getCaptureTimestampUs();
-    auto& video = motion.video;
-    video.position = photo.getVideoPosition();
-    video.size = photo.getVideoSize();
-    video.mimeType = videoTypeAt(file, video.position);
-    if (video.mimeType)
-        video.durationUs = durationOf(photo);
+    motion.valid = located.isSound();
+    motion.source = MotionVideo::nameOf(located.source);
+    motion.reason = located.reason;
+    motion.xmpVersion = view.getXMPMotionPhotoVersion();
+    motion.presentationTimestampUs = located.momentUs;
+    motion.video.position = located.position;
+    motion.video.size = located.size;
+    if (motion.valid)
+        motion.video.mimeType = MediaDefs::mimeString(located.mimeType());
+    if (located.source != MotionVideo::Source::TRAILER)
+        return motion;
+    motion.format = MediaDefs::motionphotoFormatString(view.getQRTMotionPhotoVersion());
+    if (motion.valid)
+        motion.video.durationUs = durationOf(view);
     // The view's own answer wraps around when a damaged record points into the image.
-    auto const padding = photo.getImageVideoPadding();
-    video.padding = padding <= photo.getFileSize() ? padding : 0;
+    auto const padding = view.getImageVideoPadding();
+    motion.video.padding = padding <= view.getFileSize() ? padding : 0;
     return motion;
 }
 
@@ -94,22 +82,23 @@ std::optional<InfoReport::Block> debugInfoOf(std::shared_ptr<MediaFile> const& f
 
 } // namespace
 
-InfoReport gather(std::shared_ptr<MediaFile> const& file, MotionPhotoInfo const& photo) {
+InfoReport gather(Photo const& photo) {
+    auto const view = photo.view();
     InfoReport report;
-    report.file = file->getPath();
-    report.mimeType = MediaDefs::mimeString(photo.getImageMimeType());
-    report.fileSize = photo.getFileSize();
-    report.imageSize = photo.getImageSize();
-    auto const trailer = photo.getQRTInfo();
+    report.file = photo.path();
+    report.mimeType = MediaDefs::mimeString(view->getImageMimeType());
+    report.fileSize = view->getFileSize();
+    report.imageSize = view->getImageSize();
+    auto const trailer = view->getQRTInfo();
     if (trailer->getSize() > 0)
         report.trailer = trailerOf(*trailer);
-    if (trailer->containsType(qrt::TYPE_MOTION_PHOTO_DATA))
-        report.motionPhoto = motionPhotoOf(file, photo);
-    auto const xmp = photo.getXMPInfo();
+    if (photo.hasClaim())
+        report.motionPhoto = motionPhotoOf(photo, *view);
+    auto const xmp = view->getXMPInfo();
     for (auto const& [schema, path] : xmp->getProperties())
         report.properties.push_back({schema, path, xmp->getProperty(schema, path)});
     report.items = itemsOf(*xmp);
-    report.debugInfo = debugInfoOf(file);
+    report.debugInfo = debugInfoOf(photo.file);
     return report;
 }
 

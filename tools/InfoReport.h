@@ -1,8 +1,6 @@
 #pragma once
 
-#include "Failure.h"
-
-#include "MotionPhotoInfo.h"
+#include "Photo.h"
 
 #include <cstdint>
 #include <memory>
@@ -26,9 +24,11 @@ struct InfoReport {
     };
     struct MotionPhoto {
         bool valid = false;
-        std::string format;
+        std::string source; ///< what says that there is a video: trailer, box, directory, micro-video
+        std::string reason; ///< why it is not valid
+        std::string format; ///< of the trailer, empty without one
         int32_t xmpVersion = 0;
-        int64_t presentationTimestampUs = 0;
+        std::optional<int64_t> presentationTimestampUs;
         Video video;
     };
     struct Record {
@@ -66,7 +66,7 @@ struct InfoReport {
 };
 
 /// Reads headers and the XMP packet, of the video no more than its description. Throws what the library throws.
-InfoReport gather(std::shared_ptr<android::lumo::MediaFile> const& file, android::lumo::MotionPhotoInfo const& photo);
+InfoReport gather(Photo const& photo);
 
 void printText(InfoReport const& report, std::ostream& out);
 /// One line: file, kind, and where the video is.

@@ -1,7 +1,5 @@
 #include "Photo.h"
 
-#include "Text.h"
-
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -15,13 +13,6 @@ namespace motionphoto {
 using namespace android::lumo;
 
 namespace {
-
-/// A video of up to this many bytes cannot be told from a pointer to a video when it is a record of a JPEG's trailer.
-constexpr uint64_t MAX_POINTER_SIZE = 125'000;
-/// Offsets in a file are 32-bit.
-constexpr uint64_t MAX_FILE_SIZE = 0xFFFFFFFF;
-/// What a video brings along at most: an XMP segment, records of a few bytes, the trailer's tail.
-constexpr uint64_t MAX_OVERHEAD = 128 * 1024;
 
 /// What a file that is no still is, in a person's words; empty where that is not known.
 std::string kindOf(std::string_view start) {
@@ -84,18 +75,6 @@ void requireStill(std::shared_ptr<MediaFile> const& file) {
                           "neither a JPEG nor a HEIC still");
 }
 
-bool isRecognisedVideo(std::shared_ptr<MediaFile> const& file) {
-    return guarded(file->getPath(), [&] {
-        auto const startsWith = [&](bool (*test)(std::shared_ptr<MediaFile> const&)) {
-            file->position(0);
-            return test(file);
-        };
-        bool const recognised = startsWith(MediaFile::isMP4Video) || startsWith(MediaFile::isMOVVideo);
-        file->position(0);
-        return recognised;
-    });
-}
-
 } // namespace
 
 std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
@@ -114,43 +93,31 @@ std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
 }
 
 Photo::Photo(std::string const& path, Access access)
-    : file(openFile(path, access)), view(guarded(path, [&] {
+    : file(openFile(path, access)), video(guarded(path, [&] {
           requireStill(file);
-          return MotionPhotoInfo::parse(file);
+          return MotionVideo::locate(file);
       })) {}
 
-bool Photo::claimsVideo() const {
-    return guarded(path(), [&] { return view->getQRTInfo()->containsType(qrt::TYPE_MOTION_PHOTO_DATA); });
+std::shared_ptr<MotionPhotoInfo> Photo::view() const {
+    return guarded(path(), [&] { return MotionPhotoInfo::parse(file); });
 }
 
-void Photo::requireMotionPhoto() const {
-    if (!guarded(path(), [&] { return view->isValid() && view->getVideoSize() > 0; }))
+void Photo::requireVideo() const {
+    if (!hasClaim())
         throw Failure(ExitCode::NO_MOTION_PHOTO, path(), "is no motion photo");
+    if (!video.isSound())
+        throw Failure(ExitCode::BAD_INPUT, path(), "its video is damaged: " + video.reason);
+}
+
+char const* Photo::clipEnding() const {
+    return video.mimeType() == MediaDefs::MimeType::VIDEO_QUICKTIME ? "mov" : "mp4";
 }
 
 std::shared_ptr<MediaFile> openVideo(std::string const& path, Photo const& photo) {
     auto const video = openFile(path, Access::READ);
     if (MediaFile::isFdsDup(photo.file->getFd(), video->getFd()))
         throw Failure(ExitCode::USAGE, path, "is given both as the still and as the video");
-    if (!isRecognisedVideo(video))
-        throw Failure(ExitCode::BAD_INPUT, path,
-                      "does not begin as an MP4 of brand mp42 or a QuickTime movie, remux it with: "
-                      "ffmpeg -i IN -c copy -brand mp42 OUT.mp4");
-    uint64_t const size = std::filesystem::file_size(path);
-    if (photo.isJpeg() && size <= MAX_POINTER_SIZE)
-        throw Failure(ExitCode::BAD_INPUT, path,
-                      "has " + grouped(size) + " bytes, but in a JPEG a video needs more than " +
-                          grouped(MAX_POINTER_SIZE) + ", or it is read as a pointer to one");
-    uint64_t const fileSize = photo.view->getFileSize();
-    if (fileSize - std::min(fileSize, photo.videoSize()) + size + MAX_OVERHEAD > MAX_FILE_SIZE)
-        throw Failure(ExitCode::BAD_INPUT, path, "is too big, the result would be over 4 GiB");
     return video;
-}
-
-char const* endingOfMovieAt(std::shared_ptr<MediaFile> const& file, uint64_t position) {
-    char brand[12] = {};
-    bool const read = pread(file->getFd(), brand, sizeof brand, static_cast<off_t>(position)) == sizeof brand;
-    return read && std::string_view(brand + 4, 8) == "ftypqt  " ? "mov" : "mp4";
 }
 
 bool isSameFile(std::string const& a, std::string const& b) {

@@ -3,6 +3,7 @@
 #include "Failure.h"
 
 #include "MotionPhotoEdit.h"
+#include "MotionVideo.h"
 
 #include <cstdint>
 #include <memory>
@@ -16,29 +17,27 @@ enum class Access { READ, READ_WRITE };
 /// opened so.
 std::shared_ptr<android::lumo::MediaFile> openFile(std::string const& path, Access access);
 
-/// A still: the open file and the view of it.
+/// A still: the open file and what its video is, whoever wrote it.
 struct Photo {
     std::shared_ptr<android::lumo::MediaFile> file;
-    std::shared_ptr<android::lumo::MotionPhotoInfo> view;
+    android::lumo::MotionVideo video;
 
     /// Throws a Failure that names what the file is when it is no JPEG and no HEIC.
     Photo(std::string const& path, Access access);
 
     std::string const& path() const { return file->getPath(); }
-    bool isJpeg() const { return view->getImageMimeType() == android::lumo::MediaDefs::MimeType::IMAGE_JPEG; }
-    uint64_t videoSize() const {
-        return guarded(path(), [&]() -> uint64_t { return view->getVideoSize(); });
-    }
-    /// A record claims a video, be it damaged.
-    bool claimsVideo() const;
-    void requireMotionPhoto() const;
+    uint64_t size() const { return file->size(); }
+    bool hasClaim() const { return video.status != android::lumo::MotionVideo::Status::NONE; }
+    /// The view of the library's own trailer, XMP and all.
+    std::shared_ptr<android::lumo::MotionPhotoInfo> view() const;
+    /// A Failure unless something speaks of a video (NO_MOTION_PHOTO) and it is whole (BAD_INPUT).
+    void requireVideo() const;
+    /// The ending of a file of its own for the video.
+    char const* clipEnding() const;
 };
 
-/// A clip that may go into the photo; throws a Failure that says why another may not.
+/// A clip for the photo; throws a Failure for one that is also something else here.
 std::shared_ptr<android::lumo::MediaFile> openVideo(std::string const& path, Photo const& photo);
-
-/// "mp4" or "mov", by the brand of the movie that begins at the position.
-char const* endingOfMovieAt(std::shared_ptr<android::lumo::MediaFile> const& file, uint64_t position);
 
 bool isSameFile(std::string const& a, std::string const& b);
 

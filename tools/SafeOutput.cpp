@@ -52,7 +52,7 @@ SafeOutput::~SafeOutput() {
 }
 
 void SafeOutput::refuseExisting() const {
-    throw Failure(ExitCode::WRITE_FAILED, out, "is there already; --force replaces it, --skip-existing leaves it");
+    throw Failure(ExitCode::WRITE_FAILED, out, THERE_ALREADY);
 }
 
 void SafeOutput::examineTarget() {

@@ -19,6 +19,7 @@ namespace motionphoto {
 class SafeOutput {
 public:
     enum class Existing { REFUSE, REPLACE };
+    static constexpr char THERE_ALREADY[] = "is there already; --force replaces it, --skip-existing leaves it";
 
     /// `photo` is an open descriptor of the photo that the output is made from: its rights bound the output's. A
     /// symbolic link is followed, so that the file it names is replaced and not the link. Throws a Failure

@@ -5,6 +5,12 @@
 #include "Destination.h"
 #include "Text.h"
 
+#include "MotionClip.h"
+#include "PublishedPhoto.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <optional>
 
@@ -17,50 +23,70 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using FilePtr = std::shared_ptr<MediaFile>;
+
 constexpr char STANDARD_OUTPUT[] = "-";
 constexpr char PRIMARY[] = "Primary";
+constexpr char AUTOMATIC[] = "auto";
 
-void refuseVideoAsOutput(Arguments const& args) {
-    if (!args.out.empty() && isSameFile(args.out, args.video))
-        throw Failure(ExitCode::USAGE, args.out, "is both input and output");
+void note(Arguments const& args, std::string const& path, std::string const& text) {
+    if (!args.quiet)
+        std::fprintf(stderr, "motionphoto: %s: %s\n", escaped(path).c_str(), text.c_str());
 }
 
-std::optional<int64_t> moment(Arguments const& args) {
+// Into the photo.
+// ------------------------------------------------------------------------------------------------------
+
+/// The moment that --at names in the clip, nothing without it.
+std::optional<int64_t> momentFor(Arguments const& args, FilePtr const& clip) {
     if (args.at.empty())
         return std::nullopt;
-    return microseconds(args.at);
+    return args.at == AUTOMATIC ? stillMomentOf(clip) : microseconds(args.at);
 }
 
-void requireInside(std::string const& path, int64_t momentUs, int64_t durationUs) {
-    if (momentUs > durationUs)
-        throw Failure(ExitCode::USAGE, path,
-                      "its video ends after " + std::to_string(durationUs) + " µs, in front of the moment asked for, " +
-                          std::to_string(momentUs) + " µs");
+/// What a clip lost or got on its way, in one line.
+std::string changesOf(MotionClip const& clip) {
+    std::string text;
+    if (clip.isBrandChanged)
+        text = "its brand '" + clip.brand + "' becomes 'mp42' in the photo";
+    if (clip.filler > 0)
+        text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(clip.filler) + " bytes stands behind it");
+    return text;
 }
 
-/// Takes the video out, also one that is damaged.
-std::shared_ptr<MotionPhotoEdit> withoutVideo(Photo const& photo) {
-    auto edit = photo.view->edit();
-    edit->removeVideo(photo.file);
-    return edit;
+/// The photo with the clip, by the motion-photo editor where the photo has its trailer or is a plain still: that keeps
+/// the moment that is there.
+MotionClip putClip(Arguments const& args, Photo const& photo, FilePtr const& output) {
+    auto const source = openVideo(args.video, photo);
+    published::AddOptions options;
+    options.momentUs = momentFor(args, source);
+    options.clip.keepBrand = args.keepBrand;
+    if (options.momentUs || (photo.hasClaim() && photo.video.source != MotionVideo::Source::TRAILER))
+        return published::addVideo(photo.file, source, options, output);
+    auto clip = guarded(args.video, [&] { return MotionClip::prepare(source, photo.file->mimeType(), options.clip); });
+    auto const edit = photo.view()->edit();
+    edit->addVideo(clip.file);
+    output != nullptr ? edit->commit(output) : edit->commit();
+    return clip;
 }
 
 ExitCode addOrReplace(Arguments const& args, bool replaces) {
     Destination::check(args);
-    refuseVideoAsOutput(args);
-    auto const at = moment(args);
-    return editEach(args, [&](Photo const& photo) {
+    if (!args.out.empty() && isSameFile(args.out, args.video))
+        throw Failure(ExitCode::USAGE, args.out, "is both input and output");
+    if (!args.at.empty() && args.at != AUTOMATIC)
+        microseconds(args.at); // refuses what is no time
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         if (replaces)
-            photo.requireMotionPhoto();
-        auto const video = openVideo(args.video, photo);
-        auto edit = photo.view->edit();
-        // It replaces a video that is there, too, and reads the new one where it lies.
-        edit->addVideo(video);
-        if (at)
-            edit->setPhotoPresentationTimestampUs(static_cast<long>(*at));
-        return edit;
+            photo.requireVideo();
+        if (auto const changes = changesOf(putClip(args, photo, output)); !changes.empty())
+            note(args, args.video, changes);
+        return true;
     });
 }
+
+// Out of the photo.
+// ----------------------------------------------------------------------------------------------------
 
 /// "{stem}.{ext}" filled in.
 std::string clipName(Arguments const& args, Input const& input, char const* ending) {
@@ -75,35 +101,25 @@ std::string clipName(Arguments const& args, Input const& input, char const* endi
     return (relative.parent_path() / name).string();
 }
 
-void requireWholeVideo(Photo const& photo) {
-    photo.requireMotionPhoto();
-    guarded(photo.path(), [&] {
-        if (uint64_t{photo.view->getVideoPosition()} + photo.view->getVideoSize() > photo.view->getFileSize())
-            throw Failure(ExitCode::BAD_INPUT, photo.path(), "its video ends behind the end of the file");
-    });
-}
-
-char const* clipEnding(Photo const& photo) {
-    return guarded(photo.path(), [&] { return endingOfMovieAt(photo.file, photo.view->getVideoPosition()); });
-}
-
 Outcome writeClip(Photo const& photo, Destination const& destination) {
-    return destination.write(photo, [&](SafeOutput& safe) {
-        guarded(photo.path(), destination.path(), [&] { photo.view->getVideo(safe.descriptor()); });
+    return destination.edit(photo, [&](FilePtr const& output) {
+        photo.video.copyTo(photo.file, output);
+        return true;
     });
 }
 
 Outcome streamClip(Photo const& photo) {
-    constexpr uint32_t CHUNK = 1 << 20;
+    constexpr uint64_t CHUNK = 1 << 20;
     std::string buffer(CHUNK, '\0');
-    uint64_t at = photo.view->getVideoPosition();
-    for (uint64_t left = photo.videoSize(); left > 0;) {
-        auto const got =
-            pread(photo.file->getFd(), buffer.data(), std::min<uint64_t>(left, CHUNK), static_cast<off_t>(at));
+    uint64_t at = photo.video.position;
+    for (uint64_t left = photo.video.size; left > 0;) {
+        auto const got = pread(photo.file->getFd(), buffer.data(), std::min(left, CHUNK), static_cast<off_t>(at));
         if (got <= 0)
             throw systemFailure(ExitCode::BAD_INPUT, photo.path(), "cannot be read");
         for (ssize_t done = 0; done < got;) {
             auto const put = ::write(STDOUT_FILENO, buffer.data() + done, static_cast<size_t>(got - done));
+            if (put < 0 && errno == EPIPE)
+                dieOf(SIGPIPE); // whoever reads has enough
             if (put < 0)
                 throw systemFailure(ExitCode::WRITE_FAILED, "", "fail to write to standard output");
             done += put;
@@ -117,31 +133,15 @@ Outcome streamClip(Photo const& photo) {
 /// Looks at the photo before its destination is known, since the clip's kind is part of the name.
 Outcome extractOne(Arguments const& args, Input const& input) {
     Photo const photo(input.path, Access::READ);
-    requireWholeVideo(photo);
+    photo.requireVideo();
     if (args.out == STANDARD_OUTPUT)
         return streamClip(photo);
-    Destination const destination(args, input, clipName(args, input, clipEnding(photo)));
+    Destination const destination(args, input, clipName(args, input, photo.clipEnding()));
     return destination.isSkipped() ? destination.skippedOutcome() : writeClip(photo, destination);
 }
 
-Outcome splitOne(Arguments const& args, Input const& input) {
-    Photo const photo(input.path, Access::READ);
-    requireWholeVideo(photo);
-    Destination const clip(args, input, clipName(args, input, clipEnding(photo)));
-    Destination const image(args, input, input.relative);
-    Outcome outcome = clip.isSkipped() ? clip.skippedOutcome() : writeClip(photo, clip);
-    if (!image.isSkipped()) {
-        auto const edit = guarded(input.path, [&] { return withoutVideo(photo); });
-        auto const second = image.commit(photo, *edit);
-        outcome.kind = Outcome::Kind::DONE;
-        outcome.text += second.text;
-    }
-    return outcome;
-}
-
-/// Of the XMP that came with the video, what only an image without one is left with: a directory of the image alone,
-/// and a packet of nothing else.
-void dropEmptyDirectory(std::shared_ptr<MediaFile> const& file) {
+/// A directory that names the image alone came with the video and says nothing without it.
+void dropEmptyDirectory(FilePtr const& file) {
     auto const edit = XMPInfo::parse(file)->edit();
     if (auto const names = edit->getItemNames(); names.size() != 1 || names.front() != PRIMARY)
         return;
@@ -149,29 +149,29 @@ void dropEmptyDirectory(std::shared_ptr<MediaFile> const& file) {
     edit->commit();
 }
 
-Outcome stillOne(Arguments const& args, Input const& input) {
-    Destination const destination(args, input, input.relative);
-    if (destination.isSkipped())
-        return destination.skippedOutcome();
-    Photo const photo(input.path, destination.access());
-    bool const moves = photo.claimsVideo();
-    if (!moves && destination.isInBytes())
-        return {};
-    auto const edit = guarded(input.path, [&] { return moves ? withoutVideo(photo) : nullptr; });
-    if (destination.isInBytes())
-        return destination.commit(photo, *edit);
-    return destination.write(photo, [&](SafeOutput& safe) {
-        guarded(input.path, destination.path(), [&] {
-            auto const file = safe.file();
-            if (edit == nullptr) {
-                if (photo.file->transferTo(file, 0, 0) != static_cast<int64_t>(photo.view->getFileSize()))
-                    throw systemFailure(ExitCode::WRITE_FAILED, destination.path(), "fail to copy");
-                return;
-            }
-            edit->commit(file);
-            dropEmptyDirectory(file);
-        });
-    });
+bool stillAlone(Photo const& photo, FilePtr const& output) {
+    if (photo.hasClaim()) {
+        published::removeVideo(photo.file, output);
+        dropEmptyDirectory(output != nullptr ? output : photo.file);
+        return true;
+    }
+    if (output != nullptr && photo.file->transferTo(output, 0, 0) != static_cast<int64_t>(photo.size()))
+        throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to copy");
+    return output != nullptr;
+}
+
+Outcome splitOne(Arguments const& args, Input const& input) {
+    Photo const photo(input.path, Access::READ);
+    photo.requireVideo();
+    Destination const clip(args, input, clipName(args, input, photo.clipEnding()));
+    Destination const image(args, input, input.relative);
+    Outcome outcome = clip.isSkipped() ? clip.skippedOutcome() : writeClip(photo, clip);
+    if (!image.isSkipped()) {
+        auto const second = image.edit(photo, [&](FilePtr const& output) { return stillAlone(photo, output); });
+        outcome.kind = Outcome::Kind::DONE;
+        outcome.text += second.text;
+    }
+    return outcome;
 }
 
 } // namespace
@@ -185,32 +185,33 @@ ExitCode replace(Arguments const& args) {
 }
 
 ExitCode remove(Arguments const& args) {
-    return editEach(args, [](Photo const& photo) {
-        if (!photo.claimsVideo())
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        if (!photo.hasClaim())
             throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "is no motion photo");
-        return withoutVideo(photo);
+        published::removeVideo(photo.file, output);
+        if (auto const orphan = MotionVideo::scan(output != nullptr ? output : photo.file); orphan.isSound())
+            note(args, photo.path(),
+                 "a movie of " + grouped(orphan.size) + " bytes at " + grouped(orphan.position) +
+                     " that nothing claims stays; motionphoto repair --drop-orphans takes it out");
+        return true;
     });
 }
 
 ExitCode still(Arguments const& args) {
-    Destination::check(args);
-    return forEachInput(
-        args, [&](Input const& input) { return stillOne(args, input); }, Summary::YES);
+    return editEach(args, stillAlone);
 }
 
 ExitCode set(Arguments const& args) {
     auto const at = microseconds(args.at);
-    return editEach(args, [&](Photo const& photo) {
-        photo.requireMotionPhoto();
-        requireInside(photo.path(), at, photo.view->getVideoDurationUs());
-        auto edit = photo.view->edit();
-        edit->setPhotoPresentationTimestampUs(static_cast<long>(at));
-        return edit;
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        photo.requireVideo();
+        published::setMoment(photo.file, at, output);
+        return true;
     });
 }
 
 ExitCode extract(Arguments const& args) {
-    if (args.isInPlace() || (args.out.empty() == args.folder.empty()))
+    if (args.out.empty() == args.folder.empty())
         throw Failure(ExitCode::USAGE, "",
                       "give -o OUT for one photo, -o - for standard output, or -d DIR for several");
     Destination::check(args);
@@ -226,16 +227,18 @@ ExitCode split(Arguments const& args) {
 }
 
 ExitCode carry(Arguments const& args) {
-    if (args.isInPlace())
-        throw Failure(ExitCode::USAGE, "", "the result goes into a file of its own: -o OUT or -d DIR");
     if (!args.out.empty() && isSameFile(args.out, args.edited))
         throw Failure(ExitCode::USAGE, args.out, "is both input and output");
-    return editEach(args, [&](Photo const& photo) {
-        photo.requireMotionPhoto();
-        auto const edited = openFile(args.edited, Access::READ);
-        auto edit = photo.view->edit();
-        edit->setOutputSource(edited);
-        return edit;
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        photo.requireVideo();
+        if (photo.video.source != MotionVideo::Source::TRAILER)
+            throw Failure(
+                ExitCode::BAD_INPUT, photo.path(),
+                "has its video in the published form; motionphoto convert --to trailer makes one to carry from");
+        auto const edit = photo.view()->edit();
+        edit->setOutputSource(openFile(args.edited, Access::READ));
+        edit->commit(output);
+        return true;
     });
 }
 

@@ -145,14 +145,15 @@ class ToolTest(unittest.TestCase):
             (2, "--timestamp-us", [*add, "clip.mp4", "--in-place", "--timestamp-us", "-1"]),
             (2, "is no time", [*add, "clip.mp4", "--in-place", "--timestamp-us", "99999999999999999999"]),
             (2, "is no time", [*add, "clip.mp4", "--in-place", "--at", "1.2 h"]),
-            (2, "its video ends after", ["set", "photo.jpg", "--at", "2.6s", "-o", "new.jpg"]),
+            (3, "outside the video", ["set", "photo.jpg", "--at", "2.6s", "-o", "new.jpg"]),
             (2, "--in-place", [*add, "clip.mp4", "-o", "./still.jpg"]),
             (2, "both input and output", [*add, "clip.mp4", "-o", "clip.mp4"]),
             (2, "both input and output", ["extract", "photo.jpg", "-o", "photo.jpg"]),
             (2, "both as the still and as the video", [*add, "still.jpg", "--in-place"]),
-            (3, "ffmpeg -i IN -c copy -brand mp42 OUT.mp4", [*add, "isom.mp4", "--in-place"]),
-            (3, "125,000", [*add, "short.mp4", "--in-place"]),
-            (3, "125,000", ["replace", "photo.jpg", "short.mp4", "-o", "new.jpg"]),
+            (3, "outside the video", [*add, "clip.mp4", "--in-place", "--at", "2.6s"]),
+            (3, "isom", [*add, "isom.mp4", "--in-place", "--keep-brand"]),
+            (3, "ffmpeg -i IN", [*add, "short.mp4", "--in-place"]),
+            (3, "ffmpeg -i IN", ["replace", "photo.jpg", "short.mp4", "-o", "new.jpg"]),
             (3, "4 GiB", [*add, "huge.mp4", "--in-place"]),
             (3, "No such file", [*add, "absent.mp4", "-o", "new.jpg"]),
             (3, "No such file", ["info", "absent.jpg"]),
@@ -269,6 +270,62 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(self.info("again.jpg")["motionPhoto"]["presentationTimestampUs"], 1_500_000)
         self.assertEqual(subprocess.run([*TOOL, "extract", "again.jpg", "-o", "-"], cwd=self.folder, stdout=-1).stdout, CLIP)
 
+    def test_both_forms_carry_the_same_video(self):
+        self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
+        result = self.tool("add", "still.jpg", "isom.mp4", "--at", "1s", "-o", "photo.jpg")
+        self.assertEqual((result.returncode, result.stderr.count("'isom' becomes 'mp42'")), (0, 1))
+        self.done("trailer", "put", "Note", "--type", "4000", "--text", "by the sea", "photo.jpg", "--in-place")
+        self.refused(3, "Note", "convert", "photo.jpg", "--to", "published", "-o", "published.jpg")
+        self.tool("convert", "photo.jpg", "--to", "published", "--drop-records", "-o", "published.jpg")
+        self.assertIsNone(self.info("published.jpg")["trailer"])
+        self.done("convert", "published.jpg", "--to", "trailer", "-o", "back.jpg")
+        for name, source in (("photo.jpg", "trailer"), ("published.jpg", "directory"), ("back.jpg", "trailer")):
+            with self.subTest(name=name):
+                motion = self.info(name)["motionPhoto"]
+                self.assertEqual((motion["source"], motion["presentationTimestampUs"]), (source, 1_000_000))
+                self.assertEqual(json.loads(self.done("check", "--json", name))["verdict"], "sound")
+                self.done("extract", name, "-o", name + ".mp4")
+                self.assertEqual(self.read(name + ".mp4"), CLIP)
+                self.done("set", name, "--at", "0.5s", "--in-place")
+                self.done("replace", name, "clip.mp4", "--at", "700ms", "-o", "replaced.jpg", "--force")
+                self.assertEqual(self.info("replaced.jpg")["motionPhoto"]["presentationTimestampUs"], 700_000)
+                self.done("remove", name, "-o", "bare.jpg", "--force")
+                self.assertEqual(self.read("bare.jpg").count(b"ftyp"), 0)
+                self.assertNotIn("MotionPhoto", json.dumps(self.info("bare.jpg")["xmp"]))
+                self.assertEqual(self.tool("check", "bare.jpg").returncode, 1)
+        self.write("orphan.jpg", STILL + CLIP)
+        self.assertIn("orphan-movie", self.tool("check", "orphan.jpg").stdout)
+        self.tool("repair", "orphan.jpg", "-o", "claimed.jpg")
+        self.assertEqual(self.info("claimed.jpg")["motionPhoto"]["video"]["size"], len(CLIP))
+        self.tool("repair", "orphan.jpg", "--drop-orphans", "--in-place")
+        self.assertEqual(self.read("orphan.jpg"), STILL)
+
+    def test_records_and_properties_go_in_and_out(self):
+        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
+        self.write("data.bin", bytes(range(256)))
+        for name in ("still.jpg", "photo.jpg"):
+            for way in ("--in-place", "--in-place=bytes"):
+                self.done("trailer", "put", "Note", "--type", "4000", "--data", "data.bin", name, way)
+                self.done("trailer", "get", "Note", name, "-o", "again.bin", "--force")
+                self.assertEqual(self.read("again.bin"), self.read("data.bin"))
+                self.done("xmp", "set", "xmp:Rating", "5", name, way)
+                self.assertEqual(self.done("xmp", "get", "xmp:Rating", name), "5\n")
+                self.assertEqual(self.info(name)["motionPhoto"] is not None, name == "photo.jpg")
+                self.done("xmp", "remove", "xmp:Rating", name, way)
+                self.done("trailer", "remove", "Note", name, way)
+                self.assertEqual(self.done("trailer", "list", name).count("\n"), name == "photo.jpg")
+        for code, reason, args in (
+            (2, "needs its type", ["trailer", "put", "New", "--text", "x", "photo.jpg", "--in-place"]),
+            (2, "motionphoto remove", ["trailer", "remove", "MotionPhoto_Data", "photo.jpg", "--in-place"]),
+            (1, "has no record 'New'", ["trailer", "get", "New", "photo.jpg"]),
+            (2, "is no property", ["xmp", "get", "Rating", "photo.jpg"]),
+            (2, "prefix 'nix'", ["xmp", "set", "nix:Rating", "5", "photo.jpg", "--in-place"]),
+            (1, "has no property", ["xmp", "remove", "xmp:Rating", "photo.jpg", "--in-place"]),
+            (3, "--force", ["debug-info", "put", "--data", "data.bin", "photo.jpg", "--in-place"]),
+        ):
+            with self.subTest(args=args):
+                self.refused(code, reason, *args)
+
     def test_info_goes_on_behind_a_file_that_fails(self):
         self.write("named.jpg", STILL + trailer((1, b"\xff\x1b[31m", b"abc"), (2608, b"MotionPhoto_Data", b"mpv2" + bytes(8))))
         self.write("text.txt", b"text")
@@ -285,7 +342,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(result.returncode, 3)
         self.assertIn("motion photo  damaged", result.stdout)
         self.assertNotIn("\x1b", result.stdout)
-        self.refused(1, "no motion photo", "extract", "named.jpg", "-o", "out.mp4")
+        self.refused(3, "its video is damaged", "extract", "named.jpg", "-o", "out.mp4")
         self.done("remove", "named.jpg", "--in-place")
         self.assertEqual([record["type"] for record in self.info("named.jpg")["trailer"]["records"]], [1])
 

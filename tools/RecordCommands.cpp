@@ -1,0 +1,301 @@
+// The commands about what a still carries beside its video: trailer records, XMP properties, the camera's debug info.
+
+#include "Commands.h"
+
+#include "Destination.h"
+#include "Text.h"
+
+#include "QRTDataInfo.h"
+#include "io/ImageMetaReader.h"
+#include "io/ImageMetaWriter.h"
+
+#include <array>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <string_view>
+
+#include <unistd.h>
+
+namespace motionphoto {
+
+using namespace android::lumo;
+
+namespace {
+
+using FilePtr = std::shared_ptr<MediaFile>;
+
+constexpr char STANDARD_STREAM[] = "-";
+
+// Data in and out.
+// -----------------------------------------------------------------------------------------------------
+
+/// What --data names, or the text itself.
+std::vector<unsigned char> dataOf(Arguments const& args) {
+    if (args.data.empty())
+        return {args.value.begin(), args.value.end()};
+    std::ifstream file;
+    if (args.data != STANDARD_STREAM) {
+        openFile(args.data, Access::READ); // says why it cannot be
+        file.open(args.data, std::ios::binary);
+    }
+    auto& stream = args.data == STANDARD_STREAM ? std::cin : file;
+    std::vector<unsigned char> data{std::istreambuf_iterator<char>(stream), {}};
+    if (stream.bad())
+        throw Failure(ExitCode::BAD_INPUT, args.data, "cannot be read");
+    return data;
+}
+
+/// Into -o, or to standard output where there is none.
+Outcome give(Arguments const& args, Input const& input, Photo const& photo, std::string_view data) {
+    if (args.out.empty() || args.out == STANDARD_STREAM)
+        return {Outcome::Kind::DONE, ExitCode::DONE, std::string(data), ""};
+    return Destination(args, input, input.relative).edit(photo, [&](FilePtr const& output) {
+        if (output->write(std::string(data)) != static_cast<ssize_t>(data.size()))
+            throw systemFailure(ExitCode::WRITE_FAILED, args.out, "fail to write");
+        return true;
+    });
+}
+
+ExitCode giveEach(Arguments const& args, std::function<std::string(Photo const&)> const& dataOfPhoto) {
+    return forEachInput(
+        args,
+        [&](Input const& input) {
+            Photo const photo(input.path, Access::READ);
+            return give(args, input, photo, guarded(input.path, [&] { return dataOfPhoto(photo); }));
+        },
+        Summary::NO);
+}
+
+/// The photo's copy, or the photo itself, for editors that work in place.
+FilePtr copied(Photo const& photo, FilePtr const& output) {
+    if (output == nullptr)
+        return photo.file;
+    if (photo.file->transferTo(output, 0, 0) != static_cast<int64_t>(photo.size()))
+        throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to copy");
+    return output;
+}
+
+std::string asText(ByteBuffer const& data) {
+    return {reinterpret_cast<char const*>(data.data()), data.size()};
+}
+
+// Trailer.
+// -------------------------------------------------------------------------------------------------------------
+
+[[noreturn]] void failNoRecord(Arguments const& args, Photo const& photo) {
+    throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(),
+                  "has no record '" + args.key + "'; motionphoto trailer list shows those it has");
+}
+
+/// Runs the change on the trailer's editor and commits it: the photo's own one where there is a video, whose XMP counts
+/// the trailer's bytes.
+bool editTrailer(Photo const& photo, FilePtr const& output, std::function<void(QRTEdit&)> const& change) {
+    if (photo.hasClaim()) {
+        auto const edit = photo.view()->edit();
+        change(edit->getQRTEdit());
+        edit->getQRTEdit().makeDirty();
+        output != nullptr ? edit->commit(output) : edit->commit();
+        return true;
+    }
+    auto const edit = QRTInfo::parse(copied(photo, output))->edit();
+    change(*edit);
+    edit->makeDirty();
+    edit->commit();
+    return true;
+}
+
+/// The trailer editor writes no trailer without records: the last one goes with the trailer, and in a HEIC with its
+/// box.
+void cutTrailer(FilePtr const& file) {
+    constexpr uint32_t BOX_HEADER = 8;
+    uint64_t size = MotionPhotoInfo::parse(file)->getImageSize();
+    char type[4] = {};
+    if (size >= BOX_HEADER &&
+        pread(file->getFd(), type, sizeof type, static_cast<off_t>(size - sizeof type)) == sizeof type &&
+        std::string_view(type, sizeof type) == "qrtd")
+        size -= BOX_HEADER;
+    if (file->truncate(static_cast<uint32_t>(size)) != 0)
+        throw systemFailure(ExitCode::WRITE_FAILED, file->getPath(), "fail to cut the trailer");
+}
+
+std::optional<QRTDataInfo> recordOf(Arguments const& args, QRTInfo const& trailer) {
+    for (auto const& record : trailer.getRecords()) {
+        if (record.name == args.key && (args.type == 0 || record.type == args.type))
+            return record;
+    }
+    return std::nullopt;
+}
+
+// XMP.
+// -----------------------------------------------------------------------------------------------------------------
+
+struct Name {
+    std::string schema; ///< the namespace's URI
+    std::string path;   ///< without the prefix
+};
+
+/// "dc:title" taken apart; the prefix is the packet's, one of the published formats', or a common one.
+Name nameOf(Arguments const& args, XMPInfo const& xmp) {
+    static constexpr std::array<std::pair<std::string_view, std::string_view>, 12> COMMON = {{
+        {"GCamera", xmp_ns::CAMERA},
+        {"Container", xmp_ns::CONTAINER},
+        {"Item", xmp_ns::ITEM},
+        {"hdrgm", xmp_ns::HDR_GAIN_MAP},
+        {"dc", "http://purl.org/dc/elements/1.1/"},
+        {"xmp", "http://ns.adobe.com/xap/1.0/"},
+        {"xmpMM", "http://ns.adobe.com/xap/1.0/mm/"},
+        {"xmpRights", "http://ns.adobe.com/xap/1.0/rights/"},
+        {"photoshop", "http://ns.adobe.com/photoshop/1.0/"},
+        {"tiff", "http://ns.adobe.com/tiff/1.0/"},
+        {"exif", "http://ns.adobe.com/exif/1.0/"},
+        {"aux", "http://ns.adobe.com/exif/1.0/aux/"},
+    }};
+    auto const colon = args.key.find(':');
+    if (colon == std::string::npos || colon == 0 || colon + 1 == args.key.size())
+        throw Failure(ExitCode::USAGE, "",
+                      "'" + escaped(args.key) + "' is no property; write it with its prefix, as xmp:Rating");
+    std::string const prefix = args.key.substr(0, colon), path = args.key.substr(colon + 1);
+    for (auto const& [schema, name] : xmp.getProperties()) {
+        if (name.starts_with(prefix + ":"))
+            return {schema, path};
+    }
+    for (auto const& [common, schema] : COMMON) {
+        if (common == prefix)
+            return {std::string(schema), path};
+    }
+    throw Failure(ExitCode::USAGE, "", "the prefix '" + escaped(prefix) + "' is not known and not used in the packet");
+}
+
+bool editXmp(Photo const& photo, FilePtr const& output, std::function<void(XMPEdit&)> const& change) {
+    auto const edit = XMPInfo::parse(copied(photo, output))->edit();
+    change(*edit);
+    edit->commit();
+    return true;
+}
+
+} // namespace
+
+ExitCode trailerList(Arguments const& args) {
+    return giveEach(args, [&](Photo const& photo) {
+        std::string text;
+        for (auto const& record : QRTInfo::parse(photo.file)->getRecords())
+            text += escaped(photo.path()) + "\t" + std::to_string(record.type) + "\t" + escaped(record.name) + "\t" +
+                    std::to_string(record.dataPosition) + "\t" + std::to_string(record.dataPayload) + "\n";
+        return text;
+    });
+}
+
+ExitCode trailerGet(Arguments const& args) {
+    return giveEach(args, [&](Photo const& photo) {
+        auto const trailer = QRTInfo::parse(photo.file);
+        auto const record = recordOf(args, *trailer);
+        if (!record)
+            failNoRecord(args, photo);
+        return asText(trailer->getData(record->type, record->name));
+    });
+}
+
+ExitCode trailerPut(Arguments const& args) {
+    auto const data = dataOf(args);
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        return editTrailer(photo, output, [&](QRTEdit& edit) {
+            auto const record = recordOf(args, edit);
+            int const type = args.type != 0 ? args.type : record ? record->type : 0;
+            if (type == 0)
+                throw Failure(ExitCode::USAGE, "", "a new record needs its type: --type N");
+            if (type == qrt::TYPE_MOTION_PHOTO_DATA)
+                throw Failure(ExitCode::USAGE, "", "that record is the video; motionphoto add puts one in");
+            edit.putData(type, args.key, ByteBuffer(data));
+        });
+    });
+}
+
+ExitCode trailerRemove(Arguments const& args) {
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        auto const trailer = QRTInfo::parse(photo.file);
+        if (trailer->getDataCount() == 1 && recordOf(args, *trailer) && !photo.hasClaim()) {
+            cutTrailer(copied(photo, output));
+            return true;
+        }
+        return editTrailer(photo, output, [&](QRTEdit& edit) {
+            auto const record = recordOf(args, edit);
+            if (!record)
+                failNoRecord(args, photo);
+            if (record->type == qrt::TYPE_MOTION_PHOTO_DATA)
+                throw Failure(ExitCode::USAGE, "", "that record is the video; motionphoto remove takes it out");
+            edit.removeData(record->type, record->name);
+        });
+    });
+}
+
+ExitCode xmpGet(Arguments const& args) {
+    return giveEach(args, [&](Photo const& photo) {
+        auto const xmp = XMPInfo::parse(photo.file);
+        auto const name = nameOf(args, *xmp);
+        auto const value = xmp->getProperty(name.schema, name.path);
+        if (value.empty())
+            throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "has no property " + args.key);
+        return value + "\n";
+    });
+}
+
+ExitCode xmpSet(Arguments const& args) {
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        return editXmp(photo, output, [&](XMPEdit& edit) {
+            auto const name = nameOf(args, edit);
+            edit.setProperty(name.schema, name.path, args.value);
+        });
+    });
+}
+
+ExitCode xmpRemove(Arguments const& args) {
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        return editXmp(photo, output, [&](XMPEdit& edit) {
+            auto const name = nameOf(args, edit);
+            if (edit.getProperty(name.schema, name.path).empty())
+                throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "has no property " + args.key);
+            edit.removeProperty(name.schema, name.path);
+        });
+    });
+}
+
+ExitCode xmpDump(Arguments const& args) {
+    return giveEach(args, [&](Photo const& photo) {
+        auto const packet = XMPInfo::parse(photo.file)->serializeToBuffer();
+        return std::string(packet.begin(), packet.end()) + "\n";
+    });
+}
+
+ExitCode debugInfoGet(Arguments const& args) {
+    return giveEach(args, [&](Photo const& photo) {
+        auto const block = ImageMetaReader::of(photo.file, ParseMode::LAZY)->getCameraDebugInfo();
+        if (block.type == MediaDefs::MetaType::NONE)
+            throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "has no debug info");
+        return block.toTypedData<std::string>();
+    });
+}
+
+ExitCode debugInfoPut(Arguments const& args) {
+    auto const data = dataOf(args);
+    if (data.empty())
+        throw Failure(ExitCode::USAGE, args.data, "is empty, and no debug info");
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        if (photo.file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG && !args.force)
+            throw Failure(ExitCode::BAD_INPUT, photo.path(),
+                          "is a JPEG, behind whose debug info this library finds neither XMP nor a video any more; "
+                          "--force writes it all the same");
+        ImageMetaWriter::of(copied(photo, output))->writeCameraDebugInfo(data);
+        return true;
+    });
+}
+
+ExitCode debugInfoRemove(Arguments const& args) {
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) {
+        ImageMetaWriter::of(copied(photo, output))->removeCameraDebugInfo();
+        return true;
+    });
+}
+
+} // namespace motionphoto
