@@ -43,10 +43,12 @@ bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
     try {
         writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, size));
         return true;
-    } catch (std::runtime_error const&) {
+    } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         if (layout.claims.any())
-            throw;
+            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
+                "the HEIC's XMP has no room for %zu bytes, and only an image of several tiles can be given more: %s",
+                size_t{size}, reasonOf(error).c_str());
         return false;
     }
 }

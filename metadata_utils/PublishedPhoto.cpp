@@ -162,6 +162,11 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
     }
     if (options.momentUs)
         requireInside(*options.momentUs, durationOf(*clip.file, 0, clip.file->size()));
+    // About the fields the editor will write; it refuses the rest itself, but only when the old video may be gone.
+    if (layout.isHEIC && !takesFields(layout, {clip.file->size(), 0, 8, 0}))
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
+            "%s holds a single image and has no room for the XMP that a motion photo needs",
+            layout.file->getPath().c_str());
     uint32_t const needed = checked::sizeOf(uint64_t{layout.fileSize} + clip.file->size() + OVERHEAD);
     if (output == nullptr)
         checked::requireSpace(*layout.file, needed - std::min(needed, layout.locate().size));

@@ -25,7 +25,7 @@ std::string heicPhoto() {
 
 /// Whatever read fails, the answer is never "none".
 TEST(LocatorFaults, AReadThatFailsIsNoAnswer) {
-    for (auto const& photo : {heicPhoto()}) {
+    for (auto const& photo : {publishedPhoto(), heicPhoto()}) {
         TempFile const file(photo);
         std::string const expected = textOf(MotionVideo::locate(file.open("r")));
         for (auto* const ask : {&MotionVideo::locate, &MotionVideo::scan}) {
