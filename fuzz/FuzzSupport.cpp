@@ -44,8 +44,7 @@ int __android_log_print(int, char const*, char const* format, ...) {
 namespace android::lumo::fuzz {
 
 void fail(char const* expected, char const* file, int line) {
-    std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, expected);
-    std::abort();
+    throw std::logic_error(std::string(file) + ':' + std::to_string(line) + ": does not hold: " + expected);
 }
 
 MemoryFile::MemoryFile(std::string_view content) : fd(memfd_create("fuzz", MFD_CLOEXEC)) {

@@ -13,7 +13,7 @@
 /// What the fuzz targets share: a file in memory, the errors that are a right answer, and checks that stop the run.
 namespace android::lumo::fuzz {
 
-/// Prints what broke and aborts, so that the input is kept.
+/// Throws std::logic_error, which nothing catches but a test: under a fuzzer it ends the run, and the input is kept.
 [[noreturn]] void fail(char const* expected, char const* file, int line);
 #define FUZZ_REQUIRE(condition)                                                                                        \
     do {                                                                                                               \
@@ -62,6 +62,9 @@ private:
     std::string bytes;
     HBOX_MEMORY_STREAM stream{};
 };
+
+/// Every question that readers and views answer about a file; sizes and places lie in it.
+void askEverything(MemoryFile const& file);
 
 /// Makes the still a motion photo, or takes its video out: into another file and in place, which must give the same. A
 /// refusal must have left the file alone; otherwise a fresh view must read the video, or none.

@@ -11,16 +11,6 @@ using test::segmentsOf;
 
 namespace {
 
-void readAll(MemoryFile const& file, size_t size) {
-    for (auto const mode : {ParseMode::EAGER, ParseMode::LAZY}) {
-        refusal([&] {
-            JPEGMetaReader reader(file.open(), mode);
-            for (auto const& block : {reader.getXMP(), reader.getExif(), reader.getCameraDebugInfo()})
-                FUZZ_REQUIRE(block.toTypedData<std::string>().size() <= size);
-        });
-    }
-}
-
 /// Everything but XMP and blanked rooms for it, and but a segment that holds a trailer: its pointer follows what moves.
 std::vector<test::JpegSegment> others(std::string const& file) {
     auto segments = segmentsOf(file);
@@ -84,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         return 0;
     std::string const original = std::string(text(data, size - 1));
     size_t const amount = size_t{data[size - 1]} * 7;
-    readAll(MemoryFile(original), size);
+    askEverything(MemoryFile(original));
     std::string const packet(amount, 'x');
     write(
         original,

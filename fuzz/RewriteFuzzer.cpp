@@ -18,35 +18,6 @@ namespace {
 
 constexpr uint32_t MAX_ITEM = 24;
 
-void askReader(std::string const& bytes) {
-    MemoryFile const file(bytes);
-    refusal([&] { HEIFMetaReader(file.open(), ParseMode::EAGER); });
-    HEIFMetaReader reader(file.open(), ParseMode::LAZY);
-    for (auto const get : {&HEIFMetaReader::getXMP, &HEIFMetaReader::getExif, &HEIFMetaReader::getCameraDebugInfo}) {
-        refusal([&] {
-            Metadata const block = (reader.*get)();
-            FUZZ_REQUIRE(block.toTypedData<std::string>().size() <= bytes.size());
-        });
-    }
-    refusal([&] {
-        for (auto const& box : reader.findBox({"ftyp", "meta", "mdat", "free", "mpvd", "qrtd"}))
-            FUZZ_REQUIRE(uint64_t{box.position} + box.size <= bytes.size());
-    });
-    refusal([&] { FUZZ_REQUIRE(reader.getEndOfImagePosition(true) <= bytes.size()); });
-    refusal([&] {
-        auto const item = reader.getXMPItem();
-        FUZZ_REQUIRE(!item || uint64_t{item->position} + item->length <= bytes.size());
-    });
-    refusal([&] { reader.getImageInfo(reader.getCoverImageId()); });
-    refusal([&] { reader.getGridInfo(reader.getCoverImageId()); });
-    refusal([&] { reader.getThumbnailImageInfo(reader.getCoverImageId()); });
-    std::vector<uint8_t> frame;
-    refusal([&] {
-        for (auto const id : reader.getItemIds(reader.getCoverImageId(), 16))
-            reader.getImageFrame(static_cast<int>(id), frame, 1 << 20);
-    });
-}
-
 void askDemuxer(std::string const& bytes) {
     Demuxer const source(bytes);
     for (uint32_t id = 0; source.handle != nullptr && id < MAX_ITEM; ++id) {
@@ -176,7 +147,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     if (size < 2)
         return 0;
     std::string const bytes(text(data, size - 2));
-    askReader(bytes);
+    askEverything(MemoryFile(bytes));
     askDemuxer(bytes);
     Still still(bytes);
     still.run(data[size - 1] % 8, data[size - 2]);
