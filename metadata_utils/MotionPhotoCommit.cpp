@@ -3,129 +3,105 @@
 #include "ErrorAt.h"
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
+#include "MotionPhotoMediator.h"
+#include "MotionPhotoTarget.h"
+#include "VideoBox.h"
+#include "io/HEIFMetaWriter.h"
 #include "io/ImageMetaReader.h"
-#include "io/JPEGSegments.h"
 
 #include <algorithm>
-#include <exception>
-#include <sys/mman.h>
 
 namespace android::lumo {
 
 namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
-constexpr char PRIMARY_ITEM[] = "Primary";
-constexpr char MOTION_PHOTO_ITEM[] = "MotionPhoto";
-constexpr char MOTION_PHOTO_PROPERTY[] = "MotionPhoto";
 /// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
 constexpr size_t XMP_OVERHEAD = 256;
-constexpr size_t MIN_XMP_ROOM = 1280;
-constexpr char TIMESTAMP_PROPERTY[] = "MotionPhotoPresentationTimestampUs";
-
-/// A file in memory for the extractor to read a video that is not on disk. Throws where the system has none.
-std::shared_ptr<MediaFile> memoryFile(ByteBuffer const& bytes) {
-    int const fd = memfd_create("video", MFD_CLOEXEC);
-    if (fd <= 0)
-        throw photoEditError()("no memory file for the video");
-    auto const file = std::make_shared<MediaFile>(fd); // has a descriptor of its own
-    close(fd);
-    checked::write(*file, bytes);
-    return file;
-}
+constexpr uint32_t MIN_XMP_ROOM = 1280;
+constexpr uint32_t XMP_ROOM_STEP = 64;
+/// The fields of a motion photo take no more, in XMP that has none of them.
+constexpr uint32_t EXPECTED_FIELDS = 2048;
 
 } // namespace
 
-/// Makes the output what the whole commit works on (invariant 4), and gives the view its own file back (invariant 5).
-class MotionPhotoEditImpl::OutputSession {
+/// The packet as the caller staged it, for a commit that fails: the next one starts over.
+class MotionPhotoEditImpl::PacketKeeper {
 public:
-    OutputSession(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& output) : editor(owner) {
-        editor.outputFile = output;
-    }
-
-    void attach() {
-        isAttached = true;
-        staged = records();
-        wasTrailerDirty = editor.qrtEdit->isDirty();
-        editor.impl->attach(editor.outputFile);
-        editor.qrtEdit->impl().attach(editor.outputFile);
-    }
-
-    /// The commit is done: what was staged is written, and the view reads its file again. After a commit into another
-    /// file the editor starts over from the source.
-    void settle() {
-        bool const wasAttached = isAttached;
-        detach();
-        editor.impl->getTrailer()->load();
-        if (wasAttached) {
-            editor.impl->getPacket()->load();
-            records() = QRTEditImpl(editor.impl->getTrailer()).getRecordList();
-        }
-        isSettled = true;
-    }
-
-    ~OutputSession() {
-        if (isSettled)
+    explicit PacketKeeper(MotionPhotoEditImpl& owner)
+        : editor(owner), packet(owner.impl->getPacket()->getMeta()->clone()), wasDirty(owner.xmpEdit->isDirty()) {}
+    ~PacketKeeper() {
+        if (isDone)
             return;
-        if (isAttached)
-            restage();
-        detach();
         try {
-            editor.impl->getTrailer()->load();
-        } catch (std::exception const& e) {
-            LOGE("fail to load the trailer after a failed commit: %s", e.what());
+            editor.impl->getPacket()->adopt(packet);
+            if (wasDirty)
+                editor.xmpEdit->makeDirty();
+        } catch (...) {
+            LOGE("fail to give the packet back after a failed commit");
         }
     }
-
-    OutputSession(OutputSession const&) = delete;
-    OutputSession& operator=(OutputSession const&) = delete;
+    PacketKeeper(PacketKeeper const&) = delete;
+    PacketKeeper& operator=(PacketKeeper const&) = delete;
+    void release() { isDone = true; }
 
 private:
-    std::vector<QRTDataInfo>& records() { return editor.qrtEdit->impl().getRecordList(); }
-    /// What went into an output that was not finished is still to be written.
-    void restage() {
-        records() = std::move(staged);
-        if (wasTrailerDirty)
-            editor.qrtEdit->makeDirty();
-        editor.xmpEdit->makeDirty();
-    }
-    void detach() {
-        if (isAttached) {
-            editor.impl->attach(editor.sourceFile);
-            editor.qrtEdit->impl().attach(editor.sourceFile);
-            editor.xmpEdit->renew(editor.view->getXMPInfo()->edit());
-        }
-        isAttached = false;
-        editor.outputFile = editor.sourceFile;
-    }
-
     MotionPhotoEditImpl& editor;
-    std::vector<QRTDataInfo> staged; ///< as they were before the output was attached
-    bool wasTrailerDirty = false;
-    bool isAttached = false;
-    bool isSettled = false;
+    std::shared_ptr<XMPPacket> packet;
+    bool wasDirty;
+    bool isDone = false;
 };
 
-void MotionPhotoEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
-    if (target == nullptr)
-        throw photoEditError()("no target given");
-    bool const isSource = MediaFile::isFdsDup(target->getFd(), sourceFile->getFd());
-    outputFile = isSource ? sourceFile : target;
+void MotionPhotoEditImpl::commit(std::shared_ptr<MediaFile> const& file) {
+    if (file == nullptr)
+        throw ErrorAt()("no target given");
+    if (isSource(*file)) {
+        outputFile = file;
+        otherFile = nullptr;
+        return commit();
+    }
+    auto known = std::find_if(targets.begin(), targets.end(), [&](auto const& each) { return each->isFile(*file); });
+    if (known == targets.end()) {
+        if (file->size() > 0)
+            throw ErrorAt()("the target is not empty, and not one this editor wrote: %s", file->toString().c_str());
+        known = targets.insert(known, std::make_shared<MotionPhotoTarget>(file));
+    }
+    otherFile = *known;
     commit();
 }
 
 void MotionPhotoEditImpl::commit() {
+    if (otherFile == nullptr)
+        return commitInPlace();
     LOGI("commit: %p", static_cast<void*>(this));
-    OutputSession session(*this, outputFile);
+    otherFile->commit(*this, outputSource);
+    isXMPSetAside = isXMPStaged();
+    isTrailerSetAside = isTrailerSetAside || qrtEdit->isDirty();
+    xmpEdit->setAside();
+    qrtEdit->cleanDirty();
+}
+
+void MotionPhotoEditImpl::commitInPlace() {
+    LOGI("commit: %p", static_cast<void*>(this));
+    if (outputSource != nullptr)
+        throw ErrorAt()("a prepared still needs another file to be written to, not the source");
     size_t const orgFileSize = getFileSize();
-    requireCommittable();
-    if (outputFile != sourceFile) {
-        prepareOutputFile();
-        session.attach();
-        if (outputSource != nullptr)
-            impl->getTrailer()->load();
-    }
+    if (isXMPSetAside)
+        xmpEdit->makeDirty();
+    if (isTrailerSetAside || stagedVideo)
+        qrtEdit->makeDirty();
+    requireCommittable(*outputFile);
+    PacketKeeper packet(*this);
     mediator->reset();
+    if (isVideoRemovalWithoutXMP()) {
+        for (auto const& extra : extras)
+            extra.second(outputFile);
+        if (qrtEdit->isDirty())
+            qrtEdit->commit(outputFile);
+        packet.release();
+        xmpEdit->setAside();
+        return finish();
+    }
     prepareCommit();
     checked::SpaceKeeper const space(outputFile, expectedFileSize());
     prepareImageType();
@@ -137,7 +113,7 @@ void MotionPhotoEditImpl::commit() {
     if (qrtEdit->isDirty())
         qrtEdit->commit(outputFile);
     completeCommit(orgFileSize);
-    session.settle();
+    packet.release();
     finish();
 }
 
@@ -147,108 +123,85 @@ void MotionPhotoEditImpl::prepareCommit() {
     stageExpectedFields();
 }
 
-/// About the size the output will have, so that a full disk is found before its first byte moves. A size that needs no
-/// new space is not asked for, however little is left.
-uint32_t MotionPhotoEditImpl::expectedFileSize() const {
-    uint64_t const trailerSize = impl->getTrailer()->getTrailerSize();
-    uint64_t size = uint64_t{outputFile->size()} - std::min<uint64_t>(outputFile->size(), trailerSize);
-    if (qrtEdit->isDirty()) {
-        auto const layout = qrtEdit->impl().plannedLayout();
-        size += layout.empty() ? 0 : layout.front().offsetFromTail + trailer::tailSize(layout.size());
-    } else {
-        size += trailerSize;
-    }
-    if (xmpEdit->isDirty()) {
-        auto const room = ImageMetaReader::of(outputFile, ParseMode::LAZY)->getXMP();
-        size_t const needed = std::max(xmpEdit->serializeToBuffer().size() + room.offset, MIN_XMP_ROOM);
-        size += room.payload < needed ? needed + XMP_OVERHEAD : 0;
-    }
-    if (isHEIC() && !extras.empty() && impl->hasVideo())
-        size -= std::min<uint64_t>(size, getVideoSize());
-    return checked::sizeOf(size + (stagedBox ? stagedBox->size() : 0));
-}
-
 /// Invariant 1. What only the container knows (a packet that fits no segment, a layout that cannot be written again) is
 /// refused by the first container step, which checks before it moves anything.
-void MotionPhotoEditImpl::requireCommittable() {
-    checked::requireAddressable(*sourceFile);
-    if (outputSource != nullptr && outputFile == sourceFile)
-        throw photoEditError()("a prepared still needs another file to be written to, not the source");
-    if (outputFile != sourceFile && outputSource != nullptr &&
-        MediaFile::isFdsDup(outputFile->getFd(), outputSource->getFd()))
-        throw photoEditError()("the prepared still is the output itself: %s", outputSource->toString().c_str());
+void MotionPhotoEditImpl::requireCommittable(MediaFile const& output) {
+    checked::requireEditable(output);
     if (!qrtEdit->isDirty() && !xmpEdit->isDirty() && extras.empty())
         return;
+    if (stagedVideo)
+        stagedVideo->requireReadable(output, "the video");
+    if (qrtEdit->isDirty() || !extras.empty())
+        static_cast<void>(qrtEdit->staging().plan());
+    if (isHEIC() && !extras.empty())
+        video_box::requireMovable(outputFile, qrtEdit->staging().plan().getGround().image);
+    impl->getPacket()->requireUnchanged();
+    requireTimestamp();
+    checked::sizeOf(uint64_t{expectedFileSize()} + XMP_OVERHEAD + MIN_XMP_ROOM);
+}
+
+/// A moment behind the new video's end: one that the file had becomes the video's end, one that was set for this edit
+/// is a mistake.
+void MotionPhotoEditImpl::requireTimestamp() const {
+    if (!isVideoReplaced)
+        return;
+    std::string const staged = VideoFields(*xmpEdit).timestamp();
+    bool const isRead = staged == takenTimestamp ||
+                        staged == XMPInfoImpl(sourceFile).getProperty(xmp_ns::CAMERA, VideoFields::TIMESTAMP);
+    if (staged.empty() || (isRead && !isTimestampSet))
+        return;
+    auto const duration = stagedVideo->durationUs();
+    if (duration && getCaptureTimestampUs() > *duration)
+        throw ErrorAt()("the presentation timestamp %s lies behind the video's end at %lld us", staged.c_str(),
+                        static_cast<long long>(*duration));
+}
+
+/// The most bytes the output will have on the way, so that a full disk is found before its first byte moves. A size
+/// that needs no new space is not asked for, however little is left.
+uint32_t MotionPhotoEditImpl::expectedFileSize() {
+    uint64_t size = outputFile->size();
+    uint64_t most = size;
+    if (xmpEdit->isDirty()) {
+        auto const room = ImageMetaReader::of(outputFile, ParseMode::LAZY)->getXMP();
+        size_t const needed = std::max<size_t>(xmpEdit->serializeToBuffer().size() + room.offset, MIN_XMP_ROOM);
+        size += room.payload < needed ? needed + XMP_OVERHEAD : 0;
+    }
+    most = std::max(most, size);
+    if (isHEIC() && !extras.empty()) {
+        size -= std::min(size, video_box::totalSize(outputFile));
+        size += stagedVideo ? video_box::sizeFor(*stagedVideo) : 0;
+        most = std::max(most, size);
+    }
     if (qrtEdit->isDirty()) {
-        qrtEdit->impl().requireWritable(outputFile);
-        qrtEdit->impl().loadRecords(); // a trailer that has changed since it was read is found while XMP is as it was
+        auto const plan = qrtEdit->staging().plan();
+        most = std::max(most, size + plan.workSize() - std::min(plan.getGround().fileSize, plan.workSize()));
     }
-
-    uint64_t size = uint64_t{getFileSize()} + jpeg::MAX_SEGMENT_LENGTH + jpeg::MARKER_SIZE;
-    for (auto const& record : qrtEdit->impl().plannedLayout())
-        size += record.payload;
-    if (stagedBox) {
-        requireBoxVideo();
-        size += stagedBox->size();
-    }
-    checked::sizeOf(size - std::min<uint64_t>(size, impl->getTrailer()->getTrailerSize()));
-}
-
-/// What will become the video box is looked at while old box and trailer still stand.
-void MotionPhotoEditImpl::requireBoxVideo() const {
-    auto const& file = stagedBox->file;
-    if (file != nullptr && MediaFile::isFdsDup(file->getFd(), outputFile->getFd()))
-        throw photoEditError()("the video is the file to write: %s", file->toString().c_str());
-    if (file != nullptr)
-        checked::requireAddressable(*file);
-    uint32_t const held = file != nullptr ? file->size() : stagedBox->bytes->size();
-    if (held < stagedBox->size() || (file == nullptr && held != stagedBox->size()))
-        throw photoEditError()("the video has %zu bytes, expected %zu", size_t{held}, size_t{stagedBox->size()});
-    if (file != nullptr)
-        checked::readAt(*file, stagedBox->size() - 1, 1); // it can be read
-}
-
-/// The target gets the source's bytes once; every later step edits that copy. What it held before is replaced.
-void MotionPhotoEditImpl::prepareOutputFile() {
-    if (outputSource != nullptr)
-        return composeFromOutputSource();
-    uint32_t const size = sourceFile->size();
-    checked::seek(*outputFile, 0);
-    checked::reserve(*outputFile, size);
-    checked::copy(sourceFile, outputFile, 0, size);
-    checked::truncate(*outputFile, size);
+    return checked::sizeOf(most);
 }
 
 // XMP. ----------------------------------------------------------------------------------------------------------------
 
-bool MotionPhotoEditImpl::containsMotionPhotoPropInXMP() const {
-    return xmpEdit->containsProperty("GCamera:MotionPhoto", false);
-}
-
-void MotionPhotoEditImpl::fillMotionPhotoPropInXMP() {
-    xmpEdit->setProperty(xmp_ns::CAMERA, MOTION_PHOTO_PROPERTY, "1");
-    xmpEdit->setProperty(xmp_ns::CAMERA, "MotionPhotoVersion", "1");
-}
-
-bool MotionPhotoEditImpl::containsImageDataInXMP() const {
-    return xmpEdit->containsItem(PRIMARY_ITEM, false);
-}
-
-void MotionPhotoEditImpl::fillImageDataInXMP() {
-    xmpEdit->setItem(PRIMARY_ITEM, getImageMimeType());
-    xmpEdit->setItemField(PRIMARY_ITEM, "Padding", "0");
+/// Nothing is left to be said of a video, and nothing else is asked for: a HEIC without XMP stays without, and needs no
+/// room for any.
+bool MotionPhotoEditImpl::isVideoRemovalWithoutXMP() {
+    if (!isHEIC() || !isMotionPhotoXMPRemoved || !xmpEdit->isEmpty())
+        return false;
+    auto const& staged = qrtEdit->staging().getStaged();
+    bool const onlyRemoves =
+        std::all_of(staged.begin(), staged.end(), [](auto const& each) { return each.isInFile(); });
+    return onlyRemoves && !HEIFMetaWriter::isTrailerHidden(*outputFile) &&
+           ImageMetaReader::of(outputFile, ParseMode::LAZY)->getXMP().type == MediaDefs::MetaType::NONE;
 }
 
 void MotionPhotoEditImpl::prepareXMP() {
-    if (!isImageDataXMPRemoved && !containsImageDataInXMP())
-        fillImageDataInXMP();
+    VideoFields fields(*xmpEdit);
+    if (!isImageDataXMPRemoved && !fields.containsPrimary())
+        fields.fillPrimary(getImageMimeType());
     if (isMotionPhotoXMPRemoved)
         return;
-    bool const isDenied =
-        isVideoStaged && xmpEdit->getProperty(xmp_ns::CAMERA, MOTION_PHOTO_PROPERTY) != "1"; // "0": it had no video
-    if (!containsMotionPhotoPropInXMP() || isDenied) {
-        fillMotionPhotoPropInXMP();
-        xmpEdit->setItem(MOTION_PHOTO_ITEM, MediaDefs::MimeType::VIDEO_MP4);
+    if (!fields.contains() || (stagedVideo && !fields.isClaimed())) { // "0": it had no video
+        fields.claim();
+        fields.addItem();
     }
 }
 
@@ -256,74 +209,62 @@ void MotionPhotoEditImpl::prepareXMP() {
 void MotionPhotoEditImpl::stageExpectedFields() {
     if (isMotionPhotoXMPRemoved || (!qrtEdit->isDirty() && !xmpEdit->isDirty()))
         return;
+    VideoFields fields(*xmpEdit);
     auto const expected = expectedVideo();
-    if (!expected)
+    if (!expected) {
+        auto const length = VideoFields::lengthOf(*xmpEdit); // of a video that XMP alone tells of
+        if (!length || !qrtEdit->isDirty() || !VideoFields::standsAt(*outputFile, *length))
+            return;
+        auto const plan = qrtEdit->staging().plan();
+        uint32_t const behind = plan.getGround().fileSize - plan.getGround().image;
+        if (*length >= behind)
+            fields.setLength(*length - behind + plan.behindImage());
         return;
+    }
     // A change of XMP alone leaves the video's moment as it is.
-    if (qrtEdit->isDirty() && xmpEdit->getProperty(xmp_ns::CAMERA, TIMESTAMP_PROPERTY).empty())
-        setTimestampFromDuration(expected->durationUs());
-    setVideoFields(expected->length, expected->padding);
-}
-
-void MotionPhotoEditImpl::setVideoFields(uint32_t length, uint32_t padding) {
-    auto const set = [this](char const* item, char const* field, std::string const& value) {
-        if (xmpEdit->getItemField(item, field) != value)
-            xmpEdit->replaceItemField(item, field, value);
-    };
-    set(PRIMARY_ITEM, "Padding", std::to_string(padding));
-    xmpEdit->setItem(MOTION_PHOTO_ITEM, MediaDefs::MimeType::VIDEO_MP4);
-    set(MOTION_PHOTO_ITEM, "Length", std::to_string(length));
-    set(MOTION_PHOTO_ITEM, "Padding", "0");
-}
-
-void MotionPhotoEditImpl::setTimestampFromDuration(std::optional<int64_t> const& durationUs) {
-    if (!durationUs)
-        return;
-    LOGI("set presentation timestampUs= %lld", static_cast<long long>(*durationUs));
-    xmpEdit->setProperty(xmp_ns::CAMERA, TIMESTAMP_PROPERTY, std::to_string(*durationUs));
-    fillMotionPhotoPropInXMP();
+    bool const isMissing = qrtEdit->isDirty() && fields.timestamp().empty();
+    if (isMissing || (isVideoReplaced && !fields.timestamp().empty())) {
+        auto const duration = expected->durationUs();
+        if (duration && (isMissing || getCaptureTimestampUs() > *duration)) {
+            LOGI("set presentation timestampUs= %lld", static_cast<long long>(*duration));
+            fields.setTimestamp(*duration);
+            fields.claim();
+        }
+    }
+    fields.setPlace(expected->length, expected->padding);
 }
 
 /// Where the video will lie, from the trailer alone: neither number depends on the image in front of it.
 std::optional<MotionPhotoEditImpl::ExpectedVideo> MotionPhotoEditImpl::expectedVideo() {
-    auto const layout = qrtEdit->impl().plannedLayout();
-    auto const video = std::find_if(layout.begin(), layout.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
-    if (video == layout.end())
-        return std::nullopt;
-    if (video->dataPayload <= MAX_POINTER_RECORD_SIZE)
-        return isHEIC() ? expectedBoxVideo(layout) : std::nullopt;
     ExpectedVideo expected;
+    expected.durationUs = [this]() -> std::optional<int64_t> {
+        auto const held =
+            VideoSource(sourceFile, static_cast<uint32_t>(getVideoPosition()), static_cast<uint32_t>(getVideoSize()));
+        return stagedVideo ? stagedVideo->durationUs() : held.durationUs();
+    };
     if (!qrtEdit->isDirty()) { // the trailer stays as it was written, in that order or another
+        if (!impl->hasVideo() || (!isHEIC() && hasPointedVideo()))
+            return std::nullopt;
         expected.length = outputFile->size() - static_cast<uint32_t>(getVideoPosition());
         expected.padding = static_cast<uint32_t>(getImageVideoPadding());
         return expected;
     }
-    uint32_t const recordHead = video->payload - video->dataPayload;
-    uint32_t const inFront = layout.front().offsetFromTail - video->offsetFromTail;
-    expected.length = video->offsetFromTail - recordHead + trailer::tailSize(layout.size());
-    expected.padding = isHEIC() ? static_cast<uint32_t>(getImageVideoPadding()) : inFront + recordHead;
-    expected.durationUs = [this, record = *video] { return expectedDuration(record); };
-    return expected;
-}
-
-/// A duration that cannot be read leaves the timestamp out.
-std::optional<int64_t> MotionPhotoEditImpl::expectedDuration(QRTDataInfo const& record) {
-    return tryDuration([&] {
-        if (record.dataFile != nullptr)
-            return videoDurationUs(*record.dataFile, 0, record.dataPayload);
-        if (!record.data.empty())
-            return videoDurationUs(*memoryFile(record.data), 0, record.dataPayload);
-        return getVideoDurationUs();
-    });
-}
-
-std::optional<int64_t> MotionPhotoEditImpl::tryDuration(std::function<int64_t()> const& duration) const {
-    try {
-        return duration();
-    } catch (std::exception const& e) {
-        LOGW("fail to get the video's duration: %s", e.what());
+    auto const plan = qrtEdit->staging().plan();
+    auto const* place = plan.find(qrt::TYPE_MOTION_PHOTO_DATA);
+    if (place == nullptr)
         return std::nullopt;
+    if (place->record->dataSize > MAX_POINTER_RECORD_SIZE) {
+        expected.length = plan.lengthFrom(*place);
+        expected.padding = isHEIC() ? static_cast<uint32_t>(getImageVideoPadding()) : plan.paddingOf(*place);
+        return expected;
     }
+    if (!isHEIC() || (!stagedVideo && !impl->hasVideo()))
+        return std::nullopt;
+    uint32_t const inFront =
+        stagedVideo ? stagedVideo->size() : plan.getGround().image - static_cast<uint32_t>(getVideoPosition());
+    expected.length = inFront + plan.behindImage();
+    expected.padding = video_box::HEADER_SIZE;
+    return expected;
 }
 
 /// The values are read off the finished file; nothing here may fail for a reason that could be foreseen.
@@ -336,24 +277,74 @@ void MotionPhotoEditImpl::completeCommit(size_t orgFileSize) {
     LOGI("size is changed %zu > %zu, update xmp mp info", orgFileSize, fileSize);
     if (!impl->hasVideo())
         return;
-    if (xmpEdit->getProperty(xmp_ns::CAMERA, TIMESTAMP_PROPERTY).empty())
-        setTimestampFromDuration(tryDuration([this] { return getVideoDurationUs(); }));
-    setVideoFields(static_cast<uint32_t>(fileSize - getVideoPosition()), videoPadding());
+    VideoFields fields(*xmpEdit);
+    if (fields.timestamp().empty()) {
+        VideoSource const video(sourceFile, static_cast<uint32_t>(getVideoPosition()),
+                                static_cast<uint32_t>(getVideoSize()));
+        if (auto const duration = video.durationUs()) {
+            LOGI("set presentation timestampUs= %lld", static_cast<long long>(*duration));
+            fields.setTimestamp(*duration);
+            fields.claim();
+        }
+    }
+    // A pointer of a JPEG may lead to a video in front of the image's end; no bytes lie between them then.
+    size_t const padding = getImageVideoPadding();
+    fields.setPlace(static_cast<uint32_t>(fileSize - getVideoPosition()),
+                    padding <= fileSize ? static_cast<uint32_t>(padding) : 0);
     xmpEdit->commit(outputFile);
 }
 
-/// A pointer of a JPEG may lead to a video in front of the image's end; no bytes lie between them then.
-uint32_t MotionPhotoEditImpl::videoPadding() const {
-    size_t const padding = getImageVideoPadding();
-    return padding <= getFileSize() ? static_cast<uint32_t>(padding) : 0;
-}
-
+/// Without a video no claim is made, by this commit or a later one.
 void MotionPhotoEditImpl::finish() {
     extras.clear();
-    stagedBox.reset();
-    isMotionPhotoXMPRemoved = false;
-    isVideoStaged = false;
-    qrtEdit->cutWhenEmpty(false);
+    stagedVideo.reset();
+    videoEdit.reset();
+    isVideoReplaced = false;
+    isTimestampSet = false;
+    takenTimestamp.clear();
+    isXMPSetAside = false;
+    isTrailerSetAside = false;
+    targets.clear();
+}
+
+// A HEIC's container. -------------------------------------------------------------------------------------------------
+
+/// An image part that cannot be written again is found before the trailer moves; what the XMP will need exactly is
+/// known only afterwards.
+void MotionPhotoEditImpl::requireRoomForFields() const {
+    uint32_t const need = static_cast<uint32_t>(xmpEdit->serializeToBuffer().size()) + EXPECTED_FIELDS;
+    HEIFMetaWriter writer(outputFile);
+    if (writer.xmpRoom() < need)
+        writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, need));
+}
+
+/// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they
+/// are taken in now, in front of what is staged, except those that the staged changes replace or remove.
+void MotionPhotoEditImpl::restoreTrailer() {
+    if (!isHEIC() || !HEIFMetaWriter::isTrailerHidden(*outputFile))
+        return;
+    requireRoomForFields();
+    HEIFMetaWriter::restoreTrailerOrder(outputFile);
+    mediator->notify(this, Event::CONTAINER_RESTRUCTURED, outputFile);
+    qrtEdit->staging().takeUpFound(
+        [this](auto const& record) { return isMotionPhotoXMPRemoved && belongsToVideo(record); });
+}
+
+/// A HEIC's XMP has a room of fixed size. What is staged must fit, so the image is written again with a larger room
+/// when it does not; the trailer then stands elsewhere and is read again.
+void MotionPhotoEditImpl::prepareImageType() {
+    if (!isHEIC() || (!xmpEdit->isDirty() && !qrtEdit->isDirty() && extras.empty()))
+        return;
+    uint32_t const need = static_cast<uint32_t>(xmpEdit->serializeToBuffer().size());
+    HEIFMetaWriter writer(outputFile);
+    uint32_t const room = writer.xmpRoom();
+    if (room >= std::max(need, 1U))
+        return;
+    uint32_t const rounded = (need + XMP_ROOM_STEP - 1) / XMP_ROOM_STEP * XMP_ROOM_STEP;
+    impl->getPacket()->requireUnchanged();
+    writer.reserveXMP(std::max(MIN_XMP_ROOM, rounded));
+    impl->getPacket()->roomOpened();
+    mediator->notify(this, Event::CONTAINER_RESTRUCTURED, outputFile);
 }
 
 } // namespace android::lumo

@@ -4,6 +4,10 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
+#include "MotionPhotoCopy.h"
+#include "MotionPhotoMediator.h"
+#include "MotionPhotoTarget.h"
+#include "VideoBox.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -13,8 +17,7 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
-constexpr char MOTION_PHOTO_ITEM[] = "MotionPhoto";
-/// Records that go with the video, in the order they are removed.
+/// Records that go with the video.
 constexpr char const* VIDEO_RECORDS[] = {qrt::NAME_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_VERSION,
                                          qrt::NAME_MOTION_PHOTO_INFO, qrt::NAME_MOTION_PHOTO_AUTO_PLAY,
                                          qrt::NAME_LONG_EXPOSURE_INFO};
@@ -38,7 +41,7 @@ MotionPhotoEditImpl::~MotionPhotoEditImpl() = default;
 MPQRTEdit& MotionPhotoEditImpl::getQRTEdit() {
     if (qrtEdit == nullptr)
         qrtEdit = std::make_unique<MPQRTEdit>(view->getQRTInfo()->edit(), [relay = mediator](MPQRTEdit* sender) {
-            relay->notify(sender, Event::TRAILER_WRITTEN);
+            relay->notify(sender, Event::TRAILER_WRITTEN, sender->staging().getOutput());
         });
     return *qrtEdit;
 }
@@ -46,87 +49,138 @@ MPQRTEdit& MotionPhotoEditImpl::getQRTEdit() {
 MPXMPEdit& MotionPhotoEditImpl::getXMPEdit() {
     if (xmpEdit == nullptr)
         xmpEdit = std::make_unique<MPXMPEdit>(view->getXMPInfo()->edit(), [relay = mediator](MPXMPEdit* sender) {
-            relay->notify(sender, Event::XMP_WRITTEN);
+            relay->notify(sender, Event::XMP_WRITTEN, sender->getOutput());
         });
     return *xmpEdit;
 }
 
-bool MotionPhotoEditImpl::isHEIC() const {
-    return getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC;
+/// The file a caller names as the one being edited.
+bool MotionPhotoEditImpl::isSource(MediaFile const& file) const {
+    return MediaFile::isFdsDup(file.getFd(), sourceFile->getFd());
+}
+
+bool MotionPhotoEditImpl::belongsToVideo(StagedRecord const& record) {
+    return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
+           std::find(std::begin(VIDEO_RECORDS), std::end(VIDEO_RECORDS), record.name) != std::end(VIDEO_RECORDS);
+}
+
+/// What is staged counts: a video staged for removal is not there any more.
+bool MotionPhotoEditImpl::hasVideoAfterwards() const {
+    return stagedVideo || (!isMotionPhotoXMPRemoved && getVideoSize() > 0);
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::setPhotoPresentationTimestampUs(long timestampUs) {
-    if (!containsMotionPhotoPropInXMP())
-        fillMotionPhotoPropInXMP();
-    xmpEdit->setProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs", std::to_string(timestampUs));
+    VideoFields fields(*xmpEdit);
+    if (!fields.contains())
+        fields.claim();
+    fields.setTimestamp(timestampUs);
+    isTimestampSet = true;
     return *this;
 }
 
 // Records. ------------------------------------------------------------------------------------------------------------
 
 MotionPhotoEdit& MotionPhotoEditImpl::addQRTData(int type, std::string const& key, ByteBuffer const& data) {
-    if (type == qrt::TYPE_MOTION_PHOTO_DATA && isHEIC()) {
-        stageVideo({nullptr, std::make_shared<ByteBuffer>(data)});
-        qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_VERSION, qrt::NAME_MOTION_PHOTO_VERSION,
-                         MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3));
-    } else {
-        qrtEdit->putData(type, key, data);
-        if (type == qrt::TYPE_MOTION_PHOTO_DATA)
-            noteStagedVideo();
-    }
-    qrtEdit->makeDirty();
+    stageRecord(type, key, ByteSource(std::make_shared<ByteBuffer const>(data)));
     return *this;
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addQRTData(int type, std::string const& key,
                                                  std::shared_ptr<MediaFile> const& file) {
+    if (file == nullptr)
+        throw ErrorAt()("no data file for record %s", key.c_str());
+    stageRecord(type, key, ByteSource(file));
+    return *this;
+}
+
+/// A video goes where the still has its place for one.
+void MotionPhotoEditImpl::stageRecord(int type, std::string const& key, ByteSource const& data) {
     if (type == qrt::TYPE_MOTION_PHOTO_DATA && isHEIC()) {
-        stageVideo({file, nullptr});
+        stageVideo(VideoSource(data));
         qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_VERSION, qrt::NAME_MOTION_PHOTO_VERSION,
                          MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3));
     } else {
-        qrtEdit->putData(type, key, file);
+        qrtEdit->staging().stage(type, key, data);
         if (type == qrt::TYPE_MOTION_PHOTO_DATA)
-            noteStagedVideo();
+            noteVideoEdit(VideoSource(data));
     }
     qrtEdit->makeDirty();
-    return *this;
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const& info) {
     if (info == nullptr)
         throw ErrorAt()("no trailer given");
     auto const other = QRTInfoImpl::of(*info);
-    other->loadAllData();
-    // By index and up to the count it has now: it may be this view's own list that grows.
-    for (size_t i = 0, count = other->getRecordList().size(); i < count; ++i) {
-        auto record = other->getRecordList()[i];
-        // A pointer names bytes of the file it stands in: what it points to comes along, not the pointer.
-        auto const pointer = VideoPointer::mayStandIn(record.type, record.data.size())
-                                 ? VideoPointer::decode(record.data)
-                                 : std::nullopt;
-        if (pointer) {
-            record.data = checked::readAt(*other->getFile(), pointer->position, pointer->length);
-            record.dataPayload = record.data.size();
-        }
-        if (record.type == qrt::TYPE_MOTION_PHOTO_DATA && isHEIC()) {
-            addQRTData(record.type, record.name, record.data);
+    auto const records = other->getRecordList(); // a copy: it may be this view's own list that grows
+    for (auto const& record : records) {
+        auto const pointed = pointedVideo(*other, record);
+        bool const isVideo = record.type == qrt::TYPE_MOTION_PHOTO_DATA;
+        if (isVideo && isHEIC()) {
+            stageRecord(record.type, record.name, pointed ? *pointed : qrtEdit->staging().dataOf(*other, record));
             continue;
         }
-        if (record.type == qrt::TYPE_MOTION_PHOTO_DATA)
-            noteStagedVideo();
-        // In the staged form: the other file's positions mean nothing here.
-        impl->getTrailer()->getRecordList().push_back(qrtEdit->impl().appendRecord(record));
+        auto shown = qrtEdit->staging().append(*other, record, pointed);
+        if (isVideo)
+            noteVideoEdit(shown.dataFile != nullptr ? VideoSource(shown.dataFile, shown.dataPosition, shown.dataPayload)
+                                                    : VideoSource(std::make_shared<ByteBuffer const>(shown.data)));
+        impl->getTrailer()->append(std::move(shown));
     }
     qrtEdit->makeDirty();
     return *this;
+}
+
+/// A pointer names bytes of the file it stands in: what it points to comes along, not the pointer. A view of a HEIC
+/// has resolved it already.
+std::optional<ByteSource> MotionPhotoEditImpl::pointedVideo(QRTInfoImpl const& trailer,
+                                                            QRTDataInfo const& record) const {
+    auto const& file = trailer.getFile();
+    bool const isStored = record.offsetFromTail > 0 && record.payload > 0;
+    if (record.type != qrt::TYPE_MOTION_PHOTO_DATA || !isStored)
+        return std::nullopt;
+    auto const stored = trailer::storedData(record, trailer.getTailPosition());
+    if (!VideoPointer::mayStandIn(record.type, stored.size))
+        return std::nullopt;
+    auto const pointer = VideoPointer::decode(checked::readAt(*file, stored.position, VideoPointer::SIZE));
+    if (!pointer)
+        return std::nullopt;
+    ByteSource const data(file, pointer->position, pointer->length);
+    return isSource(*file) ? ByteSource(std::make_shared<ByteBuffer const>(data.load())) : data;
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addXMPInfo(std::shared_ptr<XMPInfo> const& info) {
     if (info == nullptr)
         throw ErrorAt()("no XMP given");
     info->copyTo(*xmpEdit);
+    takenTimestamp = VideoFields(*xmpEdit).timestamp();
     xmpEdit->makeDirty();
+    return *this;
+}
+
+MotionPhotoEdit& MotionPhotoEditImpl::addAll(std::shared_ptr<MotionPhotoInfo> const& source,
+                                             std::filesystem::copy_options const& options) {
+    if (source == nullptr)
+        throw ErrorAt()("no motion photo given");
+    bool const skipsExisting =
+        (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
+    bool const videoComesAlong = source->getVideoSize() > 0 && !(skipsExisting && hasVideoAfterwards());
+    VideoSource video;
+    if (videoComesAlong) {
+        auto const& from = MotionPhotoInfoImpl::of(*source);
+        video = VideoSource(from.getFile(), static_cast<uint32_t>(source->getVideoPosition()),
+                            static_cast<uint32_t>(source->getVideoSize()));
+        if (isSource(*from.getFile()))
+            video = VideoSource(std::make_shared<ByteBuffer const>(video.load()));
+        else
+            video.requireReadable(*outputFile, "the video");
+    }
+    MotionPhotoCopy copy(*source, *impl, *qrtEdit, *xmpEdit);
+    copy.records(options);
+    copy.packet(options, videoComesAlong, getImageMimeType());
+    takenTimestamp = VideoFields(*xmpEdit).timestamp();
+    if (videoComesAlong)
+        stageVideo(video);
+    else if (!hasVideoAfterwards())
+        isMotionPhotoXMPRemoved = true;
     return *this;
 }
 
@@ -136,55 +190,59 @@ MotionPhotoEdit& MotionPhotoEditImpl::addXMPInfo(std::shared_ptr<XMPInfo> const&
 void MotionPhotoEditImpl::requireStillWithVideo() const {
     auto const type = getImageMimeType();
     if (type != MediaDefs::MimeType::IMAGE_JPEG && type != MediaDefs::MimeType::IMAGE_HEIC)
-        throw ErrorAt(476)("not implemented yet");
+        throw ErrorAt(476).as(Error::Code::UNSUPPORTED)("not implemented yet");
 }
 
-void MotionPhotoEditImpl::stageVideo(StagedVideo video) {
+/// One record 2608 holds the video or points to it; another of that type under a different name would make it
+/// ambiguous.
+void MotionPhotoEditImpl::stageVideo(VideoSource const& video) {
     requireStillWithVideo();
-    if (video.file == nullptr && video.bytes == nullptr)
+    if (video.getFile() == nullptr && video.getBuffer() == nullptr)
         throw ErrorAt()("no video given");
-    video.length = video.file != nullptr ? video.file->size() : video.bytes->size();
     if (video.size() == 0)
         throw ErrorAt()("the video is empty");
-    if (video.file != nullptr && MediaFile::isFdsDup(video.file->getFd(), sourceFile->getFd()))
-        throw ErrorAt()("the video is the still itself: %s", video.file->toString().c_str());
-    if (isHEIC())
-        stageVideoBox(video);
-    else
-        stageTrailerVideo(video);
-    noteStagedVideo();
+    if (video.getFile() != nullptr && isSource(*video.getFile()))
+        throw ErrorAt()("the video is the still itself: %s", video.getFile()->toString().c_str());
+    qrtEdit->staging().removeWhere([](auto const& record) {
+        return record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.name != qrt::NAME_MOTION_PHOTO_DATA;
+    });
+    if (isHEIC()) { // until the box is written, the pointer to the old one keeps the record's place
+        bool const hasBox = impl->hasVideo() && video_box::totalSize(outputFile) > 0;
+        replaceMPDataByMPVDBox(hasBox ? static_cast<uint32_t>(getVideoPosition()) : 0,
+                               hasBox ? static_cast<uint32_t>(getVideoSize()) : 0, true);
+    } else {
+        if (video.size() <= MAX_POINTER_RECORD_SIZE)
+            LOGW("a video of %zu bytes will be read as a pointer, %zu is the largest such record", size_t{video.size()},
+                 size_t{MAX_POINTER_RECORD_SIZE});
+        qrtEdit->staging().stage(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, video);
+    }
+    noteVideoEdit(video);
     qrtEdit->makeDirty();
 }
 
-/// Whatever was removed before, there will be a video, and its XMP with it.
-void MotionPhotoEditImpl::noteStagedVideo() {
-    isVideoStaged = true;
-    isMotionPhotoXMPRemoved = false;
-    qrtEdit->cutWhenEmpty(false);
-}
-
-/// One record 2608 holds the video; another of that type under a different name would make it ambiguous.
-void MotionPhotoEditImpl::stageTrailerVideo(StagedVideo const& video) {
-    if (video.size() <= MAX_POINTER_RECORD_SIZE)
-        LOGW("a video of %zu bytes will be read as a pointer, %zu is the largest such record",
-             static_cast<size_t>(video.size()), static_cast<size_t>(MAX_POINTER_RECORD_SIZE));
-    auto& records = qrtEdit->impl().getRecordList();
-    std::erase_if(records, [](auto const& record) {
-        return record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.name != qrt::NAME_MOTION_PHOTO_DATA;
-    });
-    if (video.file != nullptr)
-        qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, video.file);
+/// What is staged last about the video wins. With one there will be its XMP, whatever was removed before.
+void MotionPhotoEditImpl::noteVideoEdit(std::optional<VideoSource> const& video) {
+    extras.clear();
+    stagedVideo = video;
+    isMotionPhotoXMPRemoved = !video;
+    isVideoReplaced = false;
+    qrtEdit->staging().cutWhenEmpty(!video);
+    if (isHEIC() && video)
+        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this, video](auto const& file) { addMPVDBox(file, *video); };
+    else if (isHEIC())
+        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& file) { removeMPVDBox(file); };
     else
-        qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, *video.bytes);
+        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& file) { removePointedVideo(file); };
+    videoEdit = std::make_shared<Extra const>(extras[ExtraType::MOTION_PHOTO_VIDEO_BOX]);
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addVideo(std::shared_ptr<MediaFile> const& video) {
-    stageVideo({video, nullptr});
+    stageVideo(VideoSource(video));
     return *this;
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addVideo(std::shared_ptr<ByteBuffer> const& video) {
-    stageVideo({nullptr, video});
+    stageVideo(VideoSource(std::shared_ptr<ByteBuffer const>(video)));
     return *this;
 }
 
@@ -192,93 +250,40 @@ MotionPhotoEdit& MotionPhotoEditImpl::replaceVideo(std::shared_ptr<MediaFile> co
     requireStillWithVideo();
     if (video == nullptr)
         throw ErrorAt()("no video given");
-    if (MediaFile::isFdsDup(video->getFd(), sourceFile->getFd()))
+    if (isSource(*video))
         throw ErrorAt()("the video is the still itself: %s", video->toString().c_str());
-    auto const bytes = std::make_shared<ByteBuffer>(video->readAllBytes());
-    stageVideo({nullptr, bytes});
-    xmpEdit->replaceItemField(MOTION_PHOTO_ITEM, "Length", std::to_string(bytes->size()));
+    auto const bytes = std::make_shared<ByteBuffer const>(video->readAllBytes());
+    stageVideo(VideoSource(bytes));
+    isVideoReplaced = true;
+    xmpEdit->replaceItemField(VideoFields::ITEM, "Length", std::to_string(bytes->size()));
     return *this;
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::removeVideo(std::shared_ptr<MediaFile> const& file) {
-    if (file != nullptr && !isOutputSource(file))
+    bool const isEdited = file == nullptr || isSource(*file) || (otherFile != nullptr && otherFile->isFile(*file));
+    if (!isEdited)
         throw ErrorAt()("not the file being edited: %s", file->toString().c_str());
-    extras.clear();
-    stagedBox.reset();
-    if (isHEIC())
-        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& output) { removeMPVDBox(output); };
-
-    for (auto const* name : VIDEO_RECORDS) {
-        auto& records = qrtEdit->impl().getRecordList();
-        auto const named = [&](auto const& record) { return record.name == name; };
-        while (std::any_of(records.begin(), records.end(), named))
-            qrtEdit->removeData(name);
-    }
-    qrtEdit->removeData(qrt::TYPE_MOTION_PHOTO_DATA);
-    qrtEdit->removeData(qrt::TYPE_MOTION_PHOTO_VERSION);
-    qrtEdit->cutWhenEmpty(true);
+    qrtEdit->staging().removeWhere(belongsToVideo);
     qrtEdit->makeDirty();
-
-    for (auto const* property : {"MotionPhoto", "MotionPhotoVersion", "MotionPhotoPresentationTimestampUs"})
-        xmpEdit->removeProperty(xmp_ns::CAMERA, property);
-    while (xmpEdit->containsItemField(MOTION_PHOTO_ITEM, "Semantic")) // a damaged directory may name it twice
-        xmpEdit->removeItem(MOTION_PHOTO_ITEM);
-    xmpEdit->replaceItemField("Primary", "Padding", "0");
-    isMotionPhotoXMPRemoved = true;
-    isVideoStaged = false;
+    VideoFields(*xmpEdit).clear();
+    noteVideoEdit(std::nullopt);
     return *this;
 }
 
-bool MotionPhotoEditImpl::belongsToVideo(QRTDataInfo const& record) {
-    return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
-           std::find(std::begin(VIDEO_RECORDS), std::end(VIDEO_RECORDS), record.name) != std::end(VIDEO_RECORDS);
-}
+// For the editor of another file. -------------------------------------------------------------------------------------
 
-/// The file a caller names as the one being edited: the source, or the output a commit already goes to.
-bool MotionPhotoEditImpl::isOutputSource(std::shared_ptr<MediaFile> const& other) const {
-    return MediaFile::isFdsDup(other->getFd(), sourceFile->getFd()) ||
-           MediaFile::isFdsDup(other->getFd(), outputFile->getFd());
-}
-
-// The relay. ----------------------------------------------------------------------------------------------------------
-
-void MotionPhotoEditImpl::Mediator::notify(void const* sender, Event event) {
-    size_t const size = editor.outputFile->size();
-    LOGI("notify: sender=%p, event=%d, lastSize=%zu, newSize=%zu", sender, static_cast<int>(event), lastSize, size);
-    auto const& trailer = editor.impl->getTrailer();
-    switch (event) {
-    case Event::TRAILER_WRITTEN:
-        return onTrailerWritten(size);
-    case Event::XMP_WRITTEN:
-        return onXMPWritten(size);
-    case Event::BEFORE_VIDEO_BOX:
-        editor.qrtEdit->impl().loadRecords();
-        trailer->setSize(0);
-        return;
-    case Event::CONTAINER_RESTRUCTURED:
-        trailer->load();
-        return;
+void MotionPhotoEditImpl::adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo) {
+    bool const isStaged = other.qrtEdit->isDirty() || other.isTrailerSetAside;
+    if (qrtEdit->staging().adopt(other.qrtEdit->staging()) || (isFirst && isStaged))
+        qrtEdit->makeDirty();
+    if (isNewVideo && other.videoEdit != nullptr) {
+        noteVideoEdit(other.stagedVideo);
+        isVideoReplaced = other.isVideoReplaced;
     }
-}
-
-/// The "Length" may be wrong although the size is as before: a record in front of the video gave its bytes to one
-/// behind it.
-void MotionPhotoEditImpl::Mediator::onTrailerWritten(size_t size) {
-    size_t const position = editor.getVideoPosition();
-    bool const hasItem = editor.xmpEdit->containsItem(MOTION_PHOTO_ITEM, false);
-    bool const isStale = hasItem && position > 0 && position <= size &&
-                         editor.xmpEdit->getItemField(MOTION_PHOTO_ITEM, "Length") != std::to_string(size - position);
-    if (size == lastSize && !isStale)
-        return;
-    lastSize = size;
-    editor.xmpEdit->updateMotionPhotoInfo(editor.outputFile, size, position);
-}
-
-void MotionPhotoEditImpl::Mediator::onXMPWritten(size_t size) {
-    if (size == lastSize)
-        return;
-    lastSize = size;
-    editor.impl->getTrailer()->adjustPosition(static_cast<uint32_t>(size));
+    isMotionPhotoXMPRemoved = other.isMotionPhotoXMPRemoved;
+    isImageDataXMPRemoved = other.isImageDataXMPRemoved;
+    isTimestampSet = other.isTimestampSet;
+    takenTimestamp = other.takenTimestamp;
 }
 
 } // namespace android::lumo

@@ -1,37 +1,33 @@
 #pragma once
 
-#include "ErrorAt.h"
 #include "MPQRTEdit.h"
 #include "MPXMPEdit.h"
 #include "MotionPhotoEdit.h"
 #include "MotionPhotoInfoImpl.h"
+#include "VideoFields.h"
+#include "VideoSource.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <set>
 #include <unordered_map>
+#include <vector>
 
 namespace android::lumo {
 
-/// The editor's error for all files it is written in: whoever reads the message looks for the class.
-inline ErrorAt photoEditError(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/MotionPhotoEditImpl");
-}
+class MotionPhotoTarget;
 
 /// The motion-photo editor.
 ///
 /// What a commit upholds:
-///  1. Everything foreseeable is refused before the first byte moves: an input that cannot be written, a result past 4
-///  GiB.
+///  1. Everything foreseeable is refused before the first byte moves: a file that has changed since it was read, an
+///  input that cannot be written, a disk without room, a result past 4 GiB.
 ///  2. The order is XMP, video box, trailer, XMP fix-up: what stands in front moves what stands behind, never the
 ///  reverse.
 ///  3. The XMP committed first already holds the fix-up's values, so the fix-up changes no sizes behind the video.
-///  4. All of it works on one file, the output. For commit(target) that file gets the source's bytes first and the view
-///  is
-///     attached to it until the end, so both kinds of commit run the same steps on the same bytes. The source is not
-///     written.
-///  5. Afterwards the view describes its own file again, whatever happened.
+///  4. What was staged stays staged until a commit into the editor's own file has returned: one that throws leaves
+///  packet and records as they were, and the next one starts over. A commit into another file edits a copy through an
+///  editor of its own; see MotionPhotoTarget.
 class MotionPhotoEditImpl : public MotionPhotoEdit {
 public:
     enum class ExtraType : int32_t { MOTION_PHOTO_VIDEO_BOX = 0 };
@@ -48,38 +44,41 @@ public:
     explicit MotionPhotoEditImpl(std::shared_ptr<MotionPhotoInfo> const& info);
     ~MotionPhotoEditImpl() override;
 
-    bool isValid() const override;
-    MediaDefs::MotionPhotoFormat getQRTMotionPhotoVersion() const override;
-    int32_t getXMPMotionPhotoVersion() const override;
-    MediaDefs::MimeType getImageMimeType() const override;
-    size_t getFileSize() const override;
-    size_t getImageSize() const override;
-    int32_t getImageWidth() const override;
-    int32_t getImageHeight() const override;
-    int32_t getImageRotation() const override;
-    std::string getDateTimeTaken() const override;
-    long getCaptureTimestampUs() const override;
-    MediaDefs::MimeType getVideoMimeType() const override;
-    int32_t getNumTracksOfVideo() const override;
-    int64_t getVideoDurationUs() const override;
-    int32_t getVideoBitrate() const override;
-    size_t getVideoPosition() const override;
-    size_t getVideoSize() const override;
-    int32_t getAutoPlayVideoBitrate() const override;
-    size_t getAutoPlayVideoPosition() const override;
-    size_t getAutoPlayVideoSize() const override;
-    std::vector<int64_t> getTrackDurationsOfVideo() const override;
-    std::string getExtraInfo() const override;
-    size_t getImageVideoPadding() const override;
-    std::shared_ptr<XMPInfo> getXMPInfo() const override;
-    std::shared_ptr<QRTInfo> getQRTInfo() const override;
-    std::shared_ptr<ExifInfo> getExifInfo() const override;
+    // Every query is answered by the view.
+    bool isValid() const override { return view->isValid(); }
+    MediaDefs::MotionPhotoFormat getQRTMotionPhotoVersion() const override { return view->getQRTMotionPhotoVersion(); }
+    int32_t getXMPMotionPhotoVersion() const override { return view->getXMPMotionPhotoVersion(); }
+    MediaDefs::MimeType getImageMimeType() const override { return view->getImageMimeType(); }
+    size_t getFileSize() const override { return view->getFileSize(); }
+    size_t getImageSize() const override { return view->getImageSize(); }
+    int32_t getImageWidth() const override { return view->getImageWidth(); }
+    int32_t getImageHeight() const override { return view->getImageHeight(); }
+    int32_t getImageRotation() const override { return view->getImageRotation(); }
+    std::string getDateTimeTaken() const override { return view->getDateTimeTaken(); }
+    long getCaptureTimestampUs() const override { return view->getCaptureTimestampUs(); }
+    MediaDefs::MimeType getVideoMimeType() const override { return view->getVideoMimeType(); }
+    int32_t getNumTracksOfVideo() const override { return view->getNumTracksOfVideo(); }
+    int64_t getVideoDurationUs() const override { return view->getVideoDurationUs(); }
+    int32_t getVideoBitrate() const override { return view->getVideoBitrate(); }
+    size_t getVideoPosition() const override { return view->getVideoPosition(); }
+    size_t getVideoSize() const override { return view->getVideoSize(); }
+    int32_t getAutoPlayVideoBitrate() const override { return view->getAutoPlayVideoBitrate(); }
+    size_t getAutoPlayVideoPosition() const override { return view->getAutoPlayVideoPosition(); }
+    size_t getAutoPlayVideoSize() const override { return view->getAutoPlayVideoSize(); }
+    std::vector<int64_t> getTrackDurationsOfVideo() const override { return view->getTrackDurationsOfVideo(); }
+    std::string getExtraInfo() const override { return view->getExtraInfo(); }
+    size_t getImageVideoPadding() const override { return view->getImageVideoPadding(); }
+    std::shared_ptr<XMPInfo> getXMPInfo() const override { return view->getXMPInfo(); }
+    std::shared_ptr<QRTInfo> getQRTInfo() const override { return view->getQRTInfo(); }
+    std::shared_ptr<ExifInfo> getExifInfo() const override { return view->getExifInfo(); }
     using MotionPhotoInfo::getVideo;
-    size_t getVideo(int fd) const override;
-    size_t getVideo(std::string const& path) const override;
-    CropRect getCropRect() const override;
-    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options const& options) override;
-    std::shared_ptr<MotionPhotoEdit> edit() override;
+    size_t getVideo(int fd) const override { return view->getVideo(fd); }
+    size_t getVideo(std::string const& path) const override { return view->getVideo(path); }
+    CropRect getCropRect() const override { return view->getCropRect(); }
+    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options const& options) override {
+        view->transferTo(target, options);
+    }
+    std::shared_ptr<MotionPhotoEdit> edit() override { return view->edit(); }
 
     MotionPhotoEdit& setPhotoPresentationTimestampUs(long timestampUs) override;
     MotionPhotoEdit& addQRTData(int type, std::string const& key, ByteBuffer const& data) override;
@@ -99,79 +98,64 @@ public:
 
     std::shared_ptr<MotionPhotoInfoImpl> const& getView() const { return impl; }
 
-private:
-    class OutputSession;
+    // For a commit into another file. ---------------------------------------------------------------------------------
 
-    /// Where a staged video's bytes come from, and how many they were when it was staged.
-    struct StagedVideo {
-        std::shared_ptr<MediaFile> file;
-        std::shared_ptr<ByteBuffer> bytes;
-        uint32_t length = 0;
-        uint32_t size() const { return length; }
-    };
+    /// What was last staged about the video; another address is another video.
+    using VideoEdit = std::shared_ptr<Extra const>;
+    VideoEdit const& getVideoEdit() const { return videoEdit; }
+    /// Throws what a commit into `output` would refuse of what is staged.
+    void requireCommittable(MediaFile const& output);
+    /// Stages what `other` has staged, whose file this one's is a copy of; the packet is the caller's affair. After the
+    /// first time only what is new counts.
+    void adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo);
+    /// Whether the packet has changes that the photo's own file has not got yet.
+    bool isXMPStaged() const { return xmpEdit->isDirty() || isXMPSetAside; }
+
+private:
     /// What the fix-up will find once the trailer is written.
     struct ExpectedVideo {
         uint32_t length = 0;                                ///< from the video's first byte to the file's end
         uint32_t padding = 0;                               ///< from the image's end to the video's first byte
         std::function<std::optional<int64_t>()> durationUs; ///< asked only when there is no timestamp
     };
+    class PacketKeeper;
 
-    // Staging (MotionPhotoEditImpl.cpp).
-    void stageVideo(StagedVideo video);
-    void noteStagedVideo();
-    void stageTrailerVideo(StagedVideo const& video);
-    bool isHEIC() const;
-    static bool belongsToVideo(QRTDataInfo const& record);
+    // Staging.
+    void stageRecord(int type, std::string const& key, ByteSource const& data);
+    void stageVideo(VideoSource const& video);
+    void noteVideoEdit(std::optional<VideoSource> const& video);
+    std::optional<ByteSource> pointedVideo(QRTInfoImpl const& trailer, QRTDataInfo const& record) const;
+    static bool belongsToVideo(StagedRecord const& record);
+    bool isHEIC() const { return getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC; }
     void requireStillWithVideo() const;
-    bool isOutputSource(std::shared_ptr<MediaFile> const& other) const;
+    bool isSource(MediaFile const& file) const;
+    bool hasVideoAfterwards() const;
 
-    // The steps of a commit (MotionPhotoCommit.cpp).
+    // The steps of a commit.
+    void commitInPlace();
     void prepareCommit();
-    void requireCommittable();
-    void requireBoxVideo() const;
-    uint32_t expectedFileSize() const;
-    void requireRoomForFields() const;
+    void requireTimestamp() const;
+    uint32_t expectedFileSize();
+    bool isVideoRemovalWithoutXMP();
     void restoreTrailer();
+    void requireRoomForFields() const;
     void prepareImageType();
     void prepareXMP();
-    void prepareOutputFile();
-    void completeCommit(size_t orgFileSize);
     void stageExpectedFields();
     std::optional<ExpectedVideo> expectedVideo();
-    std::optional<int64_t> expectedDuration(QRTDataInfo const& record);
-    void setVideoFields(uint32_t length, uint32_t padding);
-    void setTimestampFromDuration(std::optional<int64_t> const& durationUs);
-    std::optional<int64_t> tryDuration(std::function<int64_t()> const& duration) const;
-    uint32_t videoPadding() const;
+    void completeCommit(size_t orgFileSize);
     void finish();
-    bool containsMotionPhotoPropInXMP() const;
-    void fillMotionPhotoPropInXMP();
-    bool containsImageDataInXMP() const;
-    void fillImageDataInXMP();
 
-    // The HEIC video box (MotionPhotoBox.cpp).
-    void stageVideoBox(StagedVideo const& video);
-    void addMPVDBox(std::shared_ptr<MediaFile> const& target, StagedVideo const& video);
-    void requireSpaceForBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize, uint32_t videoSize);
-    uint32_t replaceMPVDBox(std::shared_ptr<MediaFile> const& target, uint32_t imageSize, StagedVideo const& video);
-    uint32_t dropVideoBoxes(std::shared_ptr<MediaFile> const& target, uint32_t imageSize);
-    void removeMPVDBox(std::shared_ptr<MediaFile> const& file);
-    void writeVideoBox(std::shared_ptr<MediaFile> const& target, uint32_t position, StagedVideo const& video);
-    void replaceMPDataByMPVDBox(uint32_t position, uint32_t length);
+    // The video that stands outside the trailer.
+    void addMPVDBox(std::shared_ptr<MediaFile> const& target, VideoSource const& video);
+    void removeMPVDBox(std::shared_ptr<MediaFile> const& target);
+    void removePointedVideo(std::shared_ptr<MediaFile> const& target);
+    bool hasPointedVideo() const;
+    void replaceMPDataByMPVDBox(uint32_t position, uint32_t length, bool isNew);
     void promoteVersionRecord();
-    std::optional<ExpectedVideo> expectedBoxVideo(std::vector<QRTDataInfo> const& layout);
-
-    // Taking over other photos' content (MotionPhotoTransfer.cpp).
-    void copyRecords(MotionPhotoInfo const& source, std::filesystem::copy_options options);
-    void copyPacket(MotionPhotoInfo const& source, std::filesystem::copy_options options, bool videoComesAlong);
-    void resetXMPOfGainmap();
-    void removeGainMapProperties();
-    void restoreGainMap(XMPPacket const& own, std::set<std::string> const& names);
-    void composeFromOutputSource();
-    void adoptPacket(XMPInfoImpl const& prepared);
 
     std::shared_ptr<MediaFile> sourceFile;
-    std::shared_ptr<MediaFile> outputFile;
+    std::shared_ptr<MediaFile> outputFile; ///< the same file, perhaps through another descriptor
     std::shared_ptr<MotionPhotoInfo> view;
     std::shared_ptr<MotionPhotoInfoImpl> impl; ///< the same view
     std::unique_ptr<MPQRTEdit> qrtEdit;
@@ -179,27 +163,16 @@ private:
     std::shared_ptr<Mediator> mediator;
     bool isMotionPhotoXMPRemoved = false;
     bool isImageDataXMPRemoved = false;
-    bool isVideoStaged = false;
-    std::optional<StagedVideo> stagedBox; ///< what an action under `extras` will write as the video box
+    bool isVideoReplaced = false;
+    bool isTimestampSet = false;
+    std::string takenTimestamp; ///< from another photo
+    bool isXMPSetAside = false; ///< written into targets only
+    bool isTrailerSetAside = false;
+    std::optional<VideoSource> stagedVideo;
+    VideoEdit videoEdit;
     std::unordered_map<ExtraType, Extra> extras;
-};
-
-/// The relay between the editor and its sub-editors: whoever changed the file tells it, and it brings the others up to
-/// date.
-class MotionPhotoEditImpl::Mediator {
-public:
-    explicit Mediator(MotionPhotoEditImpl& owner) : editor(owner) {}
-
-    void notify(void const* sender, Event event);
-    /// A commit begins, perhaps on another file: the next size is news.
-    void reset() { lastSize = 0; }
-
-private:
-    void onTrailerWritten(size_t size);
-    void onXMPWritten(size_t size);
-
-    size_t lastSize = 0; ///< the output's size when it last acted
-    MotionPhotoEditImpl& editor;
+    std::vector<std::shared_ptr<MotionPhotoTarget>> targets;
+    std::shared_ptr<MotionPhotoTarget> otherFile; ///< the one that commits go to; null: the source
 };
 
 } // namespace android::lumo

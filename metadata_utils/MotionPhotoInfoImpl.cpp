@@ -28,8 +28,9 @@ QRTDataInfo* findType(std::vector<QRTDataInfo>& records, int32_t type) {
 std::string readTag(MediaFile const& file, uint32_t position, int line) {
     if (file.position(position) != position)
         throw ErrorAt(line)("Failed to set file position to %ld", static_cast<long>(position));
-    auto const bytes = file.read<char>(TAG_SIZE);
-    return std::string(bytes.begin(), bytes.end());
+    uint32_t const size = file.size();
+    auto const bytes = checked::readAt(file, position, std::min(TAG_SIZE, size - std::min(size, position)));
+    return bytes.toTypedData<std::string>([](unsigned char c) { return c; });
 }
 
 Format formatOf(std::string const& tag) {
@@ -52,9 +53,16 @@ std::shared_ptr<MotionPhotoInfo> MotionPhotoInfo::parse(std::shared_ptr<MediaFil
 }
 
 std::shared_ptr<ByteBuffer> MotionPhotoInfo::getVideo() const {
-    if (auto const* edit = dynamic_cast<MotionPhotoEditImpl const*>(this))
-        return edit->getView()->loadVideo();
-    return dynamic_cast<MotionPhotoInfoImpl const&>(*this).loadVideo();
+    return MotionPhotoInfoImpl::of(*this).loadVideo();
+}
+
+MotionPhotoInfoImpl const& MotionPhotoInfoImpl::of(MotionPhotoInfo const& info) {
+    if (auto const* edit = dynamic_cast<MotionPhotoEditImpl const*>(&info))
+        return *edit->getView();
+    auto const* view = dynamic_cast<MotionPhotoInfoImpl const*>(&info);
+    if (view == nullptr)
+        throw ErrorAt()("a motion photo of another library");
+    return *view;
 }
 
 MotionPhotoInfoImpl::MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still) : file(still) {
@@ -222,11 +230,6 @@ void MotionPhotoInfoImpl::transferTo(std::shared_ptr<MediaFile> const& target,
 
 std::shared_ptr<MotionPhotoEdit> MotionPhotoInfoImpl::edit() {
     return std::make_shared<MotionPhotoEditImpl>(shared_from_this());
-}
-
-void MotionPhotoInfoImpl::attach(std::shared_ptr<MediaFile> const& other) {
-    file = other;
-    qrtInfo->attach(other);
 }
 
 } // namespace android::lumo

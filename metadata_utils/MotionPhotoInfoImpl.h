@@ -20,6 +20,9 @@ class MotionPhotoInfoImpl : public MotionPhotoInfo, public std::enable_shared_fr
 public:
     explicit MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still);
 
+    /// The view behind any MotionPhotoInfo: itself, or the one an editor works on.
+    static MotionPhotoInfoImpl const& of(MotionPhotoInfo const& info);
+
     bool isValid() const override;
     MediaDefs::MotionPhotoFormat getQRTMotionPhotoVersion() const override;
     int32_t getXMPMotionPhotoVersion() const override;
@@ -61,8 +64,6 @@ public:
     std::shared_ptr<XMPInfoImpl> const& getPacket() const { return xmpInfo; }
     /// Whether a video stands at getVideoPosition() for getVideoSize() bytes, as far as the file's length tells.
     bool hasVideo() const;
-    /// Answers from now on for another file that carries the same trailer at its end; nothing is read.
-    void attach(std::shared_ptr<MediaFile> const& other);
 
 private:
     static MediaDefs::MotionPhotoFormat parseExtraOfMotionPhotoFromQRT(MediaFile const& viewed,

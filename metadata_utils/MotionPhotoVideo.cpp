@@ -33,7 +33,7 @@ bool isResolved(QRTDataInfo const& record, uint32_t tailPosition) {
 }
 
 Place placeOf(QRTInfoImpl& trailer) {
-    auto& records = trailer.getRecordList();
+    auto const& records = trailer.getRecordList();
     auto const record = std::find_if(records.begin(), records.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
     if (record == records.end())
         return {};
@@ -41,7 +41,7 @@ Place placeOf(QRTInfoImpl& trailer) {
     bool const isVideo = record->dataPayload > MAX_POINTER_RECORD_SIZE;
     if (isVideo || (trailer.boxHeaderSize() > 0 && isResolved(*record, trailer.getTailPosition())))
         return {record->dataPosition, record->dataPayload};
-    auto const data = trailer.getData(*record);
+    auto const data = trailer.getData(qrt::TYPE_MOTION_PHOTO_DATA, record->name);
     if (data.size() < VideoPointer::SIZE)
         return {};
     return {__builtin_bswap32(data.get<uint32_t, uint32_t>(4)), __builtin_bswap32(data.get<uint32_t, uint32_t>(8))};

@@ -91,10 +91,10 @@ struct NewTrailer {
     /// All that stands behind the video's data.
     ByteBuffer rest() {
         ByteBuffer bytes;
-        std::vector<QRTDataInfo*> records{&video};
+        std::vector<QRTDataInfo> records{trailer::withoutBytes(video)};
         if (hasNote) {
             trailer::appendRecord(bytes, note);
-            records.push_back(&note);
+            records.push_back(trailer::withoutBytes(note));
         }
         return bytes.put(trailer::serializeTail(0, records));
     }

@@ -1,63 +1,56 @@
 #pragma once
 
-#include "ErrorAt.h"
 #include "QRTEdit.h"
 #include "QRTInfoImpl.h"
+#include "StagedRecord.h"
+#include "TrailerPlan.h"
 
 #include <atomic>
 #include <functional>
 #include <list>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace android::lumo {
 
-/// The editor's error for all files it is written in: whoever reads the message looks for the class.
-inline ErrorAt trailerEditError(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/QRTEditImpl");
-}
-
-/// The trailer editor.
+/// The trailer editor: what is staged, and the file a commit writes. TrailerPlan works out the result, TrailerWriter
+/// writes it.
 ///
-/// A staged record's layout values say where its bytes are, so that copies stay right while other editors move the
-/// trailer:
-///
-///     offsetFromTail  payload  data, dataFile  the record
-///     > 0             > 0      neither         stands in the file; its data is loaded at commit
-///     > 0             > 0      data            stands in the file and is loaded
-///     0               0        one of them     is new, or a put replaced its data
-///     0               > 0      data or neither came whole from elsewhere; without data its length is 0
-///
-/// What a commit upholds:
-///  1. Before the first write every record's bytes are in hand (memory, or a data file of the length it was staged
-///  with),
-///     and the file's final size is reserved.
-///  2. Nothing in front of the image's end is written, but for the size of a HEIC's last box that had none.
-///  3. Old records are read from where the view says they lie now, by position; a record a load callback resolved to
-///     other bytes keeps its stored form.
-///  4. The tail's last bytes "QRTT" are written last.
+/// What was staged stays staged until a commit into the editor's own file has returned. Where a commit was cut short,
+/// the editor remembers how much of the file's end is its own unfinished work; the next one starts over from there, or
+/// throws when a record it needs was among the bytes that were on the move.
 class QRTEditImpl : public QRTEdit, public QRTViewHolder, public std::enable_shared_from_this<QRTEditImpl> {
 public:
     explicit QRTEditImpl(std::shared_ptr<QRTInfoImpl> const& view);
 
-    int getVersion() const override;
-    int getDataCount() const override;
-    int getSize() const override;
-    std::list<std::string> getKeys() const override;
-    std::list<std::pair<std::string, int>> getKeysWithType() const override;
-    bool containsKey(std::string const& name, bool ignoreCase) const override;
-    bool containsType(int type) const override;
-    ByteBuffer getData(int type) override;
-    ByteBuffer getData(std::string const& name) override;
-    ByteBuffer getData(int type, std::string const& name) override;
-    std::list<ByteBuffer> getAllData(int type) override;
-    int getPrimaryType() const override;
-    std::pair<uint32_t, uint32_t> getDataPositionLength(int type) const override;
-    std::pair<uint32_t, uint32_t> getDataPositionLength(std::string const& name) const override;
-    std::pair<uint32_t, uint32_t> getDataPositionLength(int type, std::string const& name) const override;
-    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options const& options) override;
-    std::shared_ptr<QRTEdit> edit() override;
+    // Queries describe the trailer as last loaded or committed.
+    int getVersion() const override { return info->getVersion(); }
+    int getDataCount() const override { return info->getDataCount(); }
+    int getSize() const override { return info->getSize(); }
+    std::list<std::string> getKeys() const override { return info->getKeys(); }
+    std::list<std::pair<std::string, int>> getKeysWithType() const override { return info->getKeysWithType(); }
+    bool containsKey(std::string const& name, bool anyCase) const override { return info->containsKey(name, anyCase); }
+    bool containsType(int type) const override { return info->containsType(type); }
+    ByteBuffer getData(int type) override { return info->getData(type); }
+    ByteBuffer getData(std::string const& name) override { return info->getData(name); }
+    ByteBuffer getData(int type, std::string const& name) override { return info->getData(type, name); }
+    std::list<ByteBuffer> getAllData(int type) override { return info->getAllData(type); }
+    int getPrimaryType() const override { return order.primaryType != 0 ? order.primaryType : info->getPrimaryType(); }
+    std::pair<uint32_t, uint32_t> getDataPositionLength(int type) const override {
+        return info->getDataPositionLength(type);
+    }
+    std::pair<uint32_t, uint32_t> getDataPositionLength(std::string const& name) const override {
+        return info->getDataPositionLength(name);
+    }
+    std::pair<uint32_t, uint32_t> getDataPositionLength(int type, std::string const& name) const override {
+        return info->getDataPositionLength(type, name);
+    }
+    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options const& options) override {
+        info->transferTo(target, options);
+    }
+    std::shared_ptr<QRTEdit> edit() override { return shared_from_this(); }
 
     QRTEdit& setOption(Option option) override;
     QRTEdit& setPrimaryType(int type) override;
@@ -79,83 +72,73 @@ public:
     void commit() override;
     void commit(std::shared_ptr<MediaFile> const& target) override;
 
-    std::shared_ptr<QRTInfoImpl> const& getView() const { return info; }
     std::shared_ptr<QRTInfoImpl> qrtView() const override { return info; }
 
     // For the motion-photo editor. ------------------------------------------------------------------------------------
 
-    /// What is staged, in the editor's order. A record a load callback resolved stands here in its stored form.
-    std::vector<QRTDataInfo>& getRecordList() { return records; }
-    /// Stages a record of another trailer, whole: its data and sub-info are in memory, no data is a length of 0.
-    /// Returns the staged form.
-    QRTDataInfo const& appendRecord(QRTDataInfo record);
-    /// Loads the stored data and sub-info of every staged record that is only in the file (invariants 1 and 3). Settles
-    /// first where the view's records lie; throws when the file's trailer is not the one the view has read.
-    void loadRecords();
-    /// Reads old records from, and writes to, another file that holds the source's trailer at its end.
-    void attach(std::shared_ptr<MediaFile> const& file);
-    /// Throws what a commit into `output` would refuse of the staged records; old ones need not be loaded yet.
-    void requireWritable(std::shared_ptr<MediaFile> const& output) const;
-    /// The records in the order the chosen option writes them, laid out (offsetFromTail, payload) but not written.
-    std::vector<QRTDataInfo> plannedLayout() const;
-    /// Cuts the file where the image ends: the trailer of a file from which the last record was removed. Staged records
-    /// stay staged; those that stood in the file must have been loaded.
-    void cutTrailer();
+    std::vector<StagedRecord> const& getStaged() const { return records.all(); }
+    /// The file that commits write.
+    std::shared_ptr<MediaFile> const& getOutput() const { return output().file; }
+    /// Data in the record that matches both, or in a new one; `mayBeEmpty` when that is how another trailer has it.
+    void stage(int type, std::string const& name, ByteSource const& data, bool mayBeEmpty = false);
+    /// The same without saying that anything new was staged: bytes that could be known only now.
+    void settle(int type, std::string const& name, ByteBuffer const& data);
+    /// Takes one record of a view in behind all others, whole and however many there are of its name, and returns what
+    /// a view is to show of it. A pointer is replaced by what it points to, `pointed`.
+    QRTDataInfo append(QRTInfoImpl const& view, QRTDataInfo const& record, std::optional<ByteSource> const& pointed);
+    /// Puts a copy of a view's record, without its sub-info.
+    void copy(QRTInfoImpl const& view, QRTDataInfo const& record);
+    /// The data of a view's record, to be written later or elsewhere.
+    ByteSource dataOf(QRTInfoImpl const& view, QRTDataInfo const& record);
+    /// The data of a staged record, in memory.
+    ByteBuffer load(StagedRecord const& record) const;
+    void removeWhere(std::function<bool(StagedRecord const&)> const& matches) { records.removeAll(matches); }
+    /// From now on a commit that finds no record left cuts the trailer off the file instead of leaving it.
+    void cutWhenEmpty(bool cut) { isCutWhenEmpty = cut; }
+    /// Whoever owns this editor corrects the XMP that counts bytes from the file's end.
+    void leaveFieldsToOwner() { ownerKeepsFields = true; }
+    /// What a commit would write now. Throws what a commit would refuse.
+    TrailerPlan plan() { return plan(output()); }
+    /// The view has found other records than it had when this editor was made: those that are neither staged nor
+    /// `dropped` go in front of what is staged.
+    void takeUpFound(std::function<bool(StagedRecord const&)> const& dropped);
+    /// Stages what another editor has staged, whose file this editor's is a copy of; what came from there earlier and
+    /// was committed here stays as it is. False when there was nothing new.
+    bool adopt(QRTEditImpl const& other);
 
 private:
-    /// Records in some order, without moving them.
-    using Order = std::vector<QRTDataInfo*>;
-    /// Bytes to write and, behind them, a record's data file.
-    struct Piece {
-        ByteBuffer bytes;
-        QRTDataInfo const* fileBacked = nullptr;
-    };
-    /// What a commit settles before its first write.
-    struct Plan {
-        Order directory;
-        uint32_t recordsAndTail = 0;
-        uint32_t tailSize = 0;
-        uint32_t finalSize = 0;         ///< of the file
-        QRTDataInfo* pointer = nullptr; ///< a video pointer into the data of another record
-        QRTDataInfo const* pointedTo = nullptr;
-        uint32_t pointedOffset = 0; ///< in that record's data
-        bool written = false;
+    /// A file to write, and what this editor knows of it.
+    struct Output {
+        std::shared_ptr<MediaFile> file;
+        std::shared_ptr<trailer::Stored const> trailer; ///< null: not made yet
+        RecordPlaces places;                            ///< of staged records that stand there
+        std::optional<uint32_t> unfinished;             ///< bytes behind the image that a failed commit left
     };
 
-    QRTEdit& stage(int type, std::string const& name, std::function<void(QRTDataInfo&)> const& fill);
-    void replaceData(QRTDataInfo& record, ByteBuffer&& data);
-
-    // The steps of a commit, in their order: what QRTEditPrepare.cpp settles, then what QRTEditCommit.cpp writes.
-    std::optional<trailer::Tail> settle();
-    void requireDescribed(std::optional<trailer::Tail> const& tail) const;
-    void loadStored(QRTDataInfo& record, std::optional<trailer::Tail> const& tail) const;
-    bool standsIn(trailer::Tail const& tail, QRTDataInfo const& record) const;
-    Plan makePlan();
-    void findPointerIntoTrailer(Plan& plan);
-    void writeInOrder(Plan& plan);
-    void writeFast(Plan& plan);
-    Order layOut(Plan& plan);
-    Order diskOrder(Order& directory) const;
-    void movePrimaryTypeToLast(Order& directory) const;
-    void updateAllQRTData(Order const& layout);
-    /// The batch's bytes, in a buffer with room for `more` behind them.
-    ByteBuffer getQRTDataBuffer(std::vector<QRTDataInfo const*> const& batch, uint32_t more = 0) const;
-    long writePieces(std::vector<Piece> const& pieces, Plan& plan);
-    void prepareOutput(Plan const& plan);
-    bool isInPlace() const;
-    void copySource();
-    void takeOver(Plan const& plan);
-    uint32_t updateEachDataPosition(uint32_t qrtTailSize);
-    void dropLoaded();
+    Output const& output() const { return elsewhere ? *elsewhere : source; }
+    Output& output() { return elsewhere ? *elsewhere : source; }
+    QRTEdit& put(StagedRecord* record, ByteBuffer data, int line = __builtin_LINE());
+    StagedRecord stagedForm(QRTInfoImpl const& view, QRTDataInfo const& record);
+    void takeViewsRecords();
+    bool isSource(MediaFile const& file) const;
+    TrailerPlan plan(Output const& into);
+    TrailerPlan::Ground survey(Output const& into) const;
+    bool isUnfinished(Output const& into) const;
+    void followPointer(TrailerPlan& plan, MediaFile const& file) const;
+    void write(TrailerPlan const& plan);
+    void takeOver(TrailerPlan const& plan);
+    void showStaged();
 
     std::atomic<bool> dirty{false};
     std::shared_ptr<QRTInfoImpl> info;
-    std::shared_ptr<MediaFile> sourceFile;
-    std::shared_ptr<MediaFile> outputFile;
-    std::vector<QRTDataInfo> records;
-    int primaryType = 0;
-    Option option = Option::WRITE_IN_ORDER;
+    Output source;                   ///< the view's file
+    std::optional<Output> elsewhere; ///< another file, the last one committed into
+    StagedRecords records;
+    TrailerPlan::Order order;
     std::list<std::string> unsupportedKeys{qrt::NAME_3D_PHOTO_INFO};
+    std::set<StagedRecord::Identity> adopted;
+    bool isCutWhenEmpty = false;
+    bool ownerKeepsFields = false;
 };
 
 } // namespace android::lumo

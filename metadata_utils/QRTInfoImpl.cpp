@@ -57,8 +57,12 @@ void QRTInfoImpl::load() {
     uint32_t const fileSize = file->size();
     checked::seek(*file, 0);
     auto const tail = trailer::readTail(*file);
-    if (!tail)
-        return clear(fileSize);
+    if (!tail) {
+        records.clear();
+        imageSize = fileSize;
+        stored = std::make_shared<trailer::Stored>();
+        return;
+    }
 
     uint32_t const start = trailer::startOf(*tail);
     uint32_t const farthest = tail->position - start;
@@ -73,15 +77,14 @@ void QRTInfoImpl::load() {
     found.reserve(tail->entries.size());
     for (auto const& entry : tail->entries)
         found.push_back(trailer::readRecord(*file, *tail, entry));
+    auto const now = std::make_shared<trailer::Stored const>(
+        trailer::Stored{tail->version, farthest + tail->size, tail->size, found});
     for (auto const& listener : listeners)
         listener(file, found);
 
     records = std::move(found);
     imageSize = image;
-    qrtSize = farthest + tail->size;
-    version = static_cast<int32_t>(tail->version);
-    tailSize = tail->size;
-    detached = false;
+    stored = now;
     LOGI("load X");
 }
 
@@ -90,44 +93,30 @@ void QRTInfoImpl::loadAllData() {
     for (auto& record : records) {
         if (record.data.empty() && record.dataFile == nullptr)
             getData(record);
-        if (record.hasSubInfo && record.subInfo.empty() && qrtSize > 0)
-            loadSubInfo(record);
+        if (record.hasSubInfo && record.subInfo.empty() && record.offsetFromTail > 0) {
+            auto const range = trailer::storedSubInfo(record, getTailPosition());
+            record.subInfo = checked::readAt(*file, range.position, range.size);
+        }
     }
-}
-
-void QRTInfoImpl::loadSubInfo(QRTDataInfo& record) const {
-    auto const range = trailer::storedSubInfo(record, getTailPosition());
-    record.subInfo = checked::readAt(*file, range.position, range.size);
 }
 
 ByteBuffer QRTInfoImpl::getData(QRTDataInfo& record) {
     LOGI("getData[%d]", BY_RECORD);
     if (record.data.empty()) {
         LOGI("dataInfo: %s", record.toString().c_str());
-        checked::seek(*file, record.dataPosition);
+        MediaFile const& held = record.dataFile != nullptr ? *record.dataFile : *file;
+        checked::seek(held, record.dataPosition);
         // A callback may have pointed the record outside the file: as many bytes as there are, like any short read.
-        uint32_t const fileSize = file->size();
-        uint32_t const held = std::min(record.dataPayload, fileSize - std::min(fileSize, record.dataPosition));
-        if (held < record.dataPayload)
-            LOGI("fail to read bytes: %zd, expected %zu", static_cast<ssize_t>(held), size_t{record.dataPayload});
-        record.data = checked::readAt(*file, record.dataPosition, held);
+        uint32_t const fileSize = held.size();
+        uint32_t const size = std::min(record.dataPayload, fileSize - std::min(fileSize, record.dataPosition));
+        if (size < record.dataPayload)
+            LOGI("fail to read bytes: %zd, expected %zu", static_cast<ssize_t>(size), size_t{record.dataPayload});
+        record.data = checked::readAt(held, record.dataPosition, size);
     }
     return record.data;
 }
 
 // Queries. ------------------------------------------------------------------------------------------------------------
-
-int QRTInfoImpl::getVersion() const {
-    return version;
-}
-
-int QRTInfoImpl::getDataCount() const {
-    return static_cast<int>(records.size());
-}
-
-int QRTInfoImpl::getSize() const {
-    return static_cast<int>(qrtSize);
-}
 
 std::list<std::string> QRTInfoImpl::getKeys() const {
     std::list<std::string> keys;
@@ -150,10 +139,6 @@ bool QRTInfoImpl::containsKey(std::string const& name, bool ignoreCase) const {
     return findFirst([key = lowered(name)](auto const& record) {
                return record.name.size() == key.size() && lowered(record.name) == key;
            }) != nullptr;
-}
-
-bool QRTInfoImpl::containsType(int type) const {
-    return findFirst(ofType(type)) != nullptr;
 }
 
 ByteBuffer QRTInfoImpl::getData(int type) {
@@ -182,10 +167,6 @@ std::list<ByteBuffer> QRTInfoImpl::getAllData(int type) {
             all.push_back(getData(record));
     }
     return all;
-}
-
-int QRTInfoImpl::getPrimaryType() const {
-    return records.empty() ? 0 : records.back().type;
 }
 
 std::pair<uint32_t, uint32_t> QRTInfoImpl::getDataPositionLength(int type) const {
@@ -242,57 +223,55 @@ uint32_t QRTInfoImpl::boxHeaderSize() const {
     try {
         return file->mimeType() == MediaDefs::MimeType::IMAGE_HEIC ? trailer::BOX_HEADER_SIZE : 0;
     } catch (std::runtime_error const& e) {
+        rethrowUnlessDamage();
         LOGD("trailer without a box: %s", e.what());
         return 0;
     }
 }
 
 uint32_t QRTInfoImpl::getTailPosition() const {
-    return qrtSize > 0 ? imageSize + boxHeaderSize() + qrtSize - tailSize : imageSize;
+    return stored->size > 0 ? imageSize + boxHeaderSize() + stored->recordsSize() : imageSize;
 }
 
 void QRTInfoImpl::adjustPosition(uint32_t fileSize) {
     if (fileSize == 0)
         throw ErrorAt()("%s", "");
     uint32_t const old = imageSize;
-    imageSize = qrtSize > 0 ? fileSize - qrtSize - boxHeaderSize() : fileSize;
+    imageSize = stored->size > 0 ? fileSize - stored->size - boxHeaderSize() : fileSize;
     uint32_t const delta = imageSize - old;
     if (delta == 0)
         return;
     LOGI("adjustPosition: image-size changed from %zu to %zu, update each data position w/ %zu", size_t{old},
          size_t{imageSize}, size_t{delta});
     for (auto& record : records) {
+        if (record.dataFile != nullptr)
+            continue; // stands in another file
         record.dataPosition += delta;
-        uint32_t const stored = record.payload > 0 ? trailer::storedData(record, 0).size : 0;
-        bool const isPointer = VideoPointer::mayStandIn(record.type, stored) && record.data.size() == stored;
-        if (isPointer && qrtSize > 0)
+        bool const isStored = record.offsetFromTail > 0 && record.payload > 0;
+        uint32_t const size = isStored ? trailer::storedData(record, 0).size : 0;
+        if (VideoPointer::mayStandIn(record.type, size) && record.data.size() == size)
             record.data.clear();
     }
 }
 
-/// The bytes are written: a callback that fails leaves its records as they stand in the file.
-void QRTInfoImpl::setTrailer(std::vector<QRTDataInfo> const& written, uint32_t recordsAndTail, uint32_t newTailSize) {
-    records = written;
-    qrtSize = recordsAndTail;
-    tailSize = newTailSize;
-    detached = false;
+void QRTInfoImpl::takeOver(std::shared_ptr<trailer::Stored const> written, uint32_t image) {
+    stored = std::move(written);
+    imageSize = image;
+    records = stored->records;
+    uint32_t const tail = getTailPosition();
+    for (auto& record : records) {
+        record.dataPosition = trailer::storedData(record, tail).position;
+        record.subInfoPosition = record.hasSubInfo ? trailer::storedSubInfo(record, tail).position : 0;
+    }
     try {
-        auto seen = written;
+        auto seen = records;
         for (auto const& listener : listeners)
             listener(file, seen);
         records = std::move(seen);
     } catch (std::exception const& e) {
+        rethrowUnlessDamage();
         LOGE("fail to look at the new records: %s", e.what());
     }
-}
-
-void QRTInfoImpl::clear(uint32_t fileSize) {
-    records.clear();
-    imageSize = fileSize;
-    qrtSize = 0;
-    version = 0;
-    tailSize = 0;
-    detached = false;
 }
 
 } // namespace android::lumo

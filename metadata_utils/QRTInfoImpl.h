@@ -45,18 +45,18 @@ public:
     /// The view behind any QRTInfo: itself, or the one an editor works on.
     static std::shared_ptr<QRTInfoImpl> of(QRTInfo const& info);
 
-    int getVersion() const override;
-    int getDataCount() const override;
-    int getSize() const override;
+    int getVersion() const override { return static_cast<int>(stored->version); }
+    int getDataCount() const override { return static_cast<int>(records.size()); }
+    int getSize() const override { return static_cast<int>(stored->size); }
     std::list<std::string> getKeys() const override;
     std::list<std::pair<std::string, int>> getKeysWithType() const override;
     bool containsKey(std::string const& name, bool ignoreCase) const override;
-    bool containsType(int type) const override;
+    bool containsType(int type) const override { return findFirst(ofType(type)) != nullptr; }
     ByteBuffer getData(int type) override;
     ByteBuffer getData(std::string const& name) override;
     ByteBuffer getData(int type, std::string const& name) override;
     std::list<ByteBuffer> getAllData(int type) override;
-    int getPrimaryType() const override;
+    int getPrimaryType() const override { return records.empty() ? 0 : records.back().type; }
     std::pair<uint32_t, uint32_t> getDataPositionLength(int type) const override;
     std::pair<uint32_t, uint32_t> getDataPositionLength(std::string const& name) const override;
     std::pair<uint32_t, uint32_t> getDataPositionLength(int type, std::string const& name) const override;
@@ -81,40 +81,30 @@ public:
     uint32_t getImageSize() const { return imageSize; }
     /// File position of "QRTH" as the view knows it; the image's end without a trailer.
     uint32_t getTailPosition() const;
-    uint32_t getTailSize() const { return tailSize; }
     /// Records and tail; other than getSize() it tells trailers of 2 GiB and more from an absent one.
-    uint32_t getTrailerSize() const { return qrtSize; }
-    std::vector<QRTDataInfo>& getRecordList() { return records; }
+    uint32_t getTrailerSize() const { return stored->size; }
+    /// What the queries answer from: the file's records, and behind them those that addQRTInfo() appended.
     std::vector<QRTDataInfo> const& getRecordList() const { return records; }
-
-    /// A size of 0 says that the trailer is about to be overwritten: its records are only in memory, and the image ends
-    /// where the file does.
-    void setSize(uint32_t recordsAndTail) {
-        qrtSize = recordsAndTail;
-        detached = recordsAndTail == 0;
-    }
-    bool isDetached() const { return detached; }
-    /// For the trailer editor, after it has written: what the file now holds.
-    void setTrailer(std::vector<QRTDataInfo> const& written, uint32_t recordsAndTail, uint32_t newTailSize);
-    /// For the trailer editor, after it has cut the trailer off.
-    void clear(uint32_t fileSize);
-    /// Continues on another file that holds the same trailer at its end; nothing is read.
-    void attach(std::shared_ptr<MediaFile> const& other) { file = other; }
+    /// What the file held when it was last read or written through this view.
+    std::shared_ptr<trailer::Stored const> const& getStored() const { return stored; }
+    /// Shows one more record, one that only an editor has yet. A data file's bytes begin at dataPosition.
+    void append(QRTDataInfo record) { records.push_back(std::move(record)); }
+    /// For the trailer editor, after it has written: what the file now holds behind `image` bytes. What a callback
+    /// throws passes through when all is taken over; damage it finds is only logged.
+    void takeOver(std::shared_ptr<trailer::Stored const> written, uint32_t image);
+    /// For an editor whose option wrote nothing.
+    void show(std::vector<QRTDataInfo> staged) { records = std::move(staged); }
     /// 8 when the trailer stands, or would stand, in a HEIC's 'qrtd' box, else 0.
     uint32_t boxHeaderSize() const;
 
 private:
     QRTDataInfo* findSingle(std::function<bool(QRTDataInfo const&)> const& matches);
     QRTDataInfo const* findFirst(std::function<bool(QRTDataInfo const&)> const& matches) const;
-    void loadSubInfo(QRTDataInfo& record) const;
 
     std::shared_ptr<MediaFile> file;
     uint32_t imageSize = 0;
-    uint32_t qrtSize = 0;
-    int32_t version = 0;
-    uint32_t tailSize = 0;
+    std::shared_ptr<trailer::Stored const> stored = std::make_shared<trailer::Stored>();
     std::vector<QRTDataInfo> records;
-    bool detached = false;
     std::list<Listener> listeners;
 };
 

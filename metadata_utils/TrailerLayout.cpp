@@ -3,6 +3,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
+#include "io/HEIFBoxScan.h"
 
 #include <algorithm>
 #include <string_view>
@@ -164,9 +165,12 @@ QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry c
     return record;
 }
 
+uint32_t headSize(size_t nameSize, bool hasSubInfo, uint32_t subInfoSize) {
+    return fixedSize(hasSubInfo) + static_cast<uint32_t>(nameSize) + (hasSubInfo ? subInfoSize : 0);
+}
+
 uint32_t headSize(QRTDataInfo const& record) {
-    return fixedSize(record.hasSubInfo) + static_cast<uint32_t>(record.name.size()) +
-           (record.hasSubInfo ? record.subInfoPayload : 0);
+    return headSize(record.name.size(), record.hasSubInfo, record.subInfoPayload);
 }
 
 Range storedData(QRTDataInfo const& record, uint32_t tailPosition) {
@@ -213,16 +217,67 @@ void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record) {
     bytes.put(record.data);
 }
 
-ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo*> const& records) {
+ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records) {
     uint32_t const size = tailSize(records.size());
     ByteBuffer bytes(size);
     bytes.put(std::string(START_MAGIC)).put(version).put(static_cast<uint32_t>(records.size()));
-    for (auto const* record : records) {
-        LOGI("write item on %s", record->name.c_str());
-        bytes.put(record->getDataHeader()).put(record->offsetFromTail).put(record->payload);
+    for (auto const& record : records) {
+        LOGI("write item on %s", record.name.c_str());
+        bytes.put(record.getDataHeader()).put(record.offsetFromTail).put(record.payload);
     }
     bytes.put(size - TAIL_END_SIZE).put(std::string(END_MAGIC));
     return bytes;
+}
+
+// What was known of a file. -------------------------------------------------------------------------------------------
+
+bool Stored::holdsSameAs(Stored const& other) const {
+    auto const isSame = [](QRTDataInfo const& a, QRTDataInfo const& b) {
+        return a.type == b.type && a.offsetFromTail == b.offsetFromTail && a.payload == b.payload && a.name == b.name;
+    };
+    return version == other.version && size == other.size && tailSize == other.tailSize &&
+           std::equal(records.begin(), records.end(), other.records.begin(), other.records.end(), isSame);
+}
+
+namespace {
+
+/// A record that was written with sub-info reads back under another name.
+bool isStill(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry, QRTDataInfo const& record) {
+    return typeOfHeader(entry.header) == record.type && entry.offsetFromTail == record.offsetFromTail &&
+           entry.payload == record.payload && (record.hasSubInfo || readRecord(file, tail, entry).name == record.name);
+}
+
+/// A trailer inside another box, one that runs to the file's end, would be cut out of it.
+void requireOwnBox(MediaFile const& file, uint32_t start) {
+    uint32_t const position = start - std::min(start, BOX_HEADER_SIZE);
+    auto const header = checked::readAt(file, position, BOX_HEADER_SIZE);
+    if (!holds(header, MAGIC_SIZE, BOX_TYPE))
+        throw ErrorAt().as(Error::Code::DAMAGED)("no box of type %s in front of the trailer", BOX_TYPE);
+    auto const boxes = heif::scanWhole(file).boxes;
+    if (boxes.empty() || boxes.back().position != position)
+        throw ErrorAt().as(Error::Code::DAMAGED)("the trailer stands inside another box");
+}
+
+} // namespace
+
+uint32_t Stored::requireIn(MediaFile const& file, bool box) const {
+    auto const tail = readTail(file);
+    if (!tail && size == 0)
+        return file.size();
+    bool isKnown = tail && size > 0 && tail->size == tailSize && tail->position - startOf(*tail) == recordsSize() &&
+                   tail->version == version && tail->entries.size() == records.size();
+    for (size_t i = 0; isKnown && i < records.size(); ++i)
+        isKnown = isStill(file, *tail, tail->entries[i], records[i]);
+    if (!isKnown)
+        throw ErrorAt().as(Error::Code::CHANGED)(
+            "the trailer has changed since it was read: %zu records in %zu bytes were there", records.size(),
+            size_t{size});
+    uint32_t const start = startOf(*tail);
+    if (start <= (box ? BOX_HEADER_SIZE : 0))
+        throw ErrorAt()("invalid image size: %zu", size_t{0});
+    if (box)
+        requireOwnBox(file, start);
+    return start;
 }
 
 ///     offset  width  field

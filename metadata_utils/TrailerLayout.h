@@ -82,7 +82,8 @@ struct Range {
 Range storedData(QRTDataInfo const& record, uint32_t tailPosition);
 Range storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition);
 
-/// Bytes of the record in front of its data: fixed fields, name, sub-info.
+/// Bytes of a record in front of its data: fixed fields, name, sub-info.
+uint32_t headSize(size_t nameSize, bool hasSubInfo, uint32_t subInfoSize);
 uint32_t headSize(QRTDataInfo const& record);
 
 /// A copy without data, sub-info and data file.
@@ -92,7 +93,21 @@ QRTDataInfo withoutBytes(QRTDataInfo const& record);
 void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record);
 
 /// The tail's bytes, in the order of `records`, from their offsetFromTail and payload.
-ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo*> const& records);
+ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records);
+
+/// What a file holds behind its image, as somebody last read or wrote it.
+struct Stored {
+    uint32_t version = 0;
+    uint32_t size = 0; ///< records and tail, without a box header; 0: no trailer
+    uint32_t tailSize = 0;
+    std::vector<QRTDataInfo> records; ///< in directory order, without their bytes
+
+    uint32_t recordsSize() const { return size - tailSize; }
+    bool holdsSameAs(Stored const& other) const;
+    /// Throws CHANGED unless the file ends in exactly this trailer; returns where its records begin, the file's end
+    /// without one. In a HEIC (`box`) the trailer must be the last box.
+    uint32_t requireIn(MediaFile const& file, bool box) const;
+};
 
 /// The box header in front of the first record of a HEIC's trailer.
 std::string serializeBoxHeader(uint32_t recordsAndTail);

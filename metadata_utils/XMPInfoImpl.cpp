@@ -62,8 +62,8 @@ std::shared_ptr<XMPPacket> XMPInfoImpl::packetInFile() const {
 // The index of the directory.
 // ------------------------------------------------------------------------------------------
 
-void XMPInfoImpl::adopt(XMPInfoImpl const& other) {
-    meta = other.meta->clone();
+void XMPInfoImpl::adopt(std::shared_ptr<XMPPacket> const& packet) {
+    meta = packet;
     reindex();
 }
 

@@ -141,8 +141,8 @@ public:
     void itemForgotten(std::string const& name) { items.erase(name); }
     /// Starts over from the packet.
     void reindex();
-    /// Goes on with a copy of another view's packet, in memory only.
-    void adopt(XMPInfoImpl const& other);
+    /// Goes on with another packet, in memory only.
+    void adopt(std::shared_ptr<XMPPacket> const& packet);
 
 private:
     std::optional<std::string> itemNameAt(int32_t place) const;

@@ -199,6 +199,10 @@ struct Material {
     std::string const heic = buildHeic();
     std::string const roomy = buildHeic({.xmp = heicXmp("roomy", 3000)});
     std::string const heicMotion = edited(roomy, script("c", addSmall));
+    std::string const records = JpegBuilder(exif).xmp(heicXmp("tight")).build(scan) +
+                                trailerBytes({{2817, "Other", pattern(70)}, {2816, "Large", pattern(126'000)}});
+    std::string const heicRecords =
+        roomy + qrtdBox(trailerBytes({{2816, "Large", pattern(3000)}, {2817, "Other", "o"}}));
     std::string const heicVideo = edited(roomy, script("c", replace));
     std::string const hidden = HeicParts{roomy}.build("ITV");
     std::string const toEnd = buildHeic({.xmp = heicXmp("roomy", 3000), .mdat = HeicOptions::Mdat::ToEnd});
@@ -251,11 +255,11 @@ void addTrailerEdits(Material const& m, std::vector<Scenario>& all) {
                            committed<QRTInfo, QRTEdit>(intoTarget, stage)});
         };
         using enum QRTEdit::Option;
-        add("trailer of a JPEG in order", m.motion, WRITE_IN_ORDER, false);
-        add("trailer of a JPEG fast", m.motion, WRITE_FAST, false);
-        add("trailer of a JPEG shorter", m.motion, WRITE_FAST, true);
-        add("trailer of a HEIC in order", m.heicMotion, WRITE_IN_ORDER, false);
-        add("trailer of a HEIC shorter", m.heicMotion, WRITE_FAST, true);
+        add("trailer of a JPEG in order", m.records, WRITE_IN_ORDER, false);
+        add("trailer of a JPEG fast", m.records, WRITE_FAST, false);
+        add("trailer of a JPEG shorter", m.records, WRITE_FAST, true);
+        add("trailer of a HEIC in order", m.heicRecords, WRITE_IN_ORDER, false);
+        add("trailer of a HEIC shorter", m.heicRecords, WRITE_FAST, true);
         add("trailer behind an open last box", m.toEnd, WRITE_IN_ORDER, false);
     }
 }

@@ -50,7 +50,13 @@ TEST(HeicMotionPhoto, CommitsOfXmpOrTrailerAloneKeepTheVideo) {
     TempFile const file(buildHeic({.xmp = heicXmp("s", 3000)})), videoFile(video);
     commit(file, [&](auto& e) { e.addVideo(videoFile.open("r")); });
     XMPInfo::parse(file.open())->edit()->setProperty(TIFF, "Make", "M").commit();
-    parsePhoto(file.path())->getQRTInfo()->edit()->putData(2902, "Bare", std::string("bare")).commit();
+    auto const put = [](QRTEdit& e) { e.putData(2902, "Bare", std::string("bare")).commit(); };
+    std::string const before = file.bytes();
+    EXPECT_TRUE(failsWith("would be wrong", [&] { put(*parsePhoto(file.path())->getQRTInfo()->edit()); }));
+    EXPECT_EQ(file.bytes(), before);
+    auto const editor = parsePhoto(file.path())->edit();
+    put(editor->getQRTEdit());
+    expectConsistent(file.path());
     EXPECT_TRUE(boxesOf(file.bytes()).ends_with("mpvd qrtd "));
     EXPECT_EQ(trailerOf(file.bytes()), "2608 MotionPhoto_Data 12;2902 Bare 4;");
     auto const photo = parsePhoto(file.path());

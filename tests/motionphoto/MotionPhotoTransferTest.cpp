@@ -78,7 +78,7 @@ TEST(MotionPhotoTransfer, AppendsRecordsOfAnotherTrailerAndKeepsDuplicates) {
 TEST(MotionPhotoTransfer, AnEditedStillKeepsItsMotion) {
     std::string const source = richPhoto(), packet = packetWith(R"(tiff:Make="Editor" tiff:Model="M")");
     std::string const image = JpegBuilder().exif("II*edited").xmp(packet).build("another scan");
-    TempFile const photo(source), target(pattern(500)), prepared(image);
+    TempFile const photo(source), target, prepared(image);
     auto const edit = parsePhoto(photo.path())->edit();
     edit->setOutputSource(prepared.open("r"));
     edit->getXMPEdit().setProperty(TIFF, "Model", "Changed");

@@ -32,19 +32,19 @@ TEST(TrailerCommit, RefusesBeforeTheFirstWrite) {
         {"record count 16385 is above 16384",
          [](auto& f) {
              for (int i = 2; i < 16'385; ++i)
-                 f.editor->appendRecord(QRTDataInfo());
+                 f.editor->putData(i, "x", std::string("x"));
          }},
         {"type 40000 of record New", [](auto& f) { f.editor->putData(40000, "New", std::string("x")); }},
-        {"not the one that was read",
+        {"the trailer has changed since it was read",
          [](auto& f) {
              f.overwrite(f.still.with({A, B, A}));
          }},
-        {"not the one that was read", [](auto& f) { f.overwrite(f.still.image.substr(0, 20)); }},
-        {"record A no longer stands in the file's trailer",
+        {"the trailer has changed since it was read", [](auto& f) { f.overwrite(f.still.image.substr(0, 20)); }},
+        {"the trailer has changed since it was read",
          [](auto& f) {
              f.overwrite(f.still.with({{1, "A", "firs"}, {2, "B", pattern(3001)}}));
          }},
-        {"record A no longer stands in the file's trailer",
+        {"the trailer has changed since it was read",
          [](auto& f) { f.view->edit()->removeData("B").putData(1, buffer("x")).commit(); }},
         {"fail to reserve", [](auto& f) { f.addVideo(); }},
     };
@@ -55,7 +55,6 @@ TEST(TrailerCommit, RefusesBeforeTheFirstWrite) {
             std::string const before = files.file.bytes();
             auto const fault = Fault::failing(Call::ALLOCATE, ENOSPC);
             std::string const message = messageOf([&] { files.editor->commit(); });
-            EXPECT_TRUE(message.starts_with("[metadata_utils/QRTEditImpl:")) << message;
             EXPECT_NE(message.find(refusal.message), std::string::npos) << message;
             EXPECT_EQ(files.file.bytes(), before) << refusal.message;
         }
@@ -68,7 +67,8 @@ TEST(TrailerCommit, RefusesWhatItDidNotRead) {
     EXPECT_EQ(unboxed.bytes(), HEIC_IMAGE + trailerBytes({A, B}));
     auto const editor = viewOf(file)->edit();
     viewOf(file)->edit()->putData(1, "A", A.data).commit();
-    EXPECT_TRUE(failsWith("has got a trailer", [&] { editor->putData(2, "B", B.data).commit(); }));
+    EXPECT_TRUE(
+        failsWith("the trailer has changed since it was read", [&] { editor->putData(2, "B", B.data).commit(); }));
     EXPECT_EQ(file.bytes(), STILLS[0].with({A}));
 }
 

@@ -1,0 +1,82 @@
+#include "MotionPhotoMediator.h"
+
+#include "Log.h"
+#include "VideoFields.h"
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
+
+} // namespace
+
+void MPXMPEdit::updateMotionPhotoInfo(std::shared_ptr<MediaFile> const& file, size_t size, size_t position) {
+    if (position == 0 || position > size || !containsItem(VideoFields::ITEM, false))
+        return;
+    LOGI("update MotionPhoto::Length to %zu, size=%zu, pos=%zu", size - position, size, position);
+    VideoFields(*this).setLength(static_cast<uint32_t>(size - position));
+    commit(file);
+}
+
+MotionPhotoEditImpl::Mediator::Mediator(MotionPhotoEditImpl& owner) : editor(owner) {
+    lastBehind = behindImage();
+}
+
+uint32_t MotionPhotoEditImpl::Mediator::behindImage() const {
+    auto const& trailer = *editor.impl->getTrailer();
+    return trailer.getTrailerSize() > 0 ? trailer.getTrailerSize() + trailer.boxHeaderSize() : 0;
+}
+
+bool MotionPhotoEditImpl::Mediator::isOutput(MediaFile const& file) const {
+    return MediaFile::isFdsDup(file.getFd(), editor.outputFile->getFd());
+}
+
+void MotionPhotoEditImpl::Mediator::notify(void const* sender, Event event, std::shared_ptr<MediaFile> const& file) {
+    size_t const size = file->size();
+    LOGI("notify: sender=%p, event=%d, lastSize=%zu, newSize=%zu", sender, static_cast<int>(event), lastSize, size);
+    switch (event) {
+    case Event::TRAILER_WRITTEN:
+        return onTrailerWritten(file, size);
+    case Event::XMP_WRITTEN:
+        return isOutput(*file) ? onXMPWritten(size) : void();
+    case Event::BEFORE_VIDEO_BOX: // what has to make way is moved inside the file; nothing is taken into memory
+        static_cast<void>(editor.qrtEdit->staging().plan());
+        return;
+    case Event::CONTAINER_RESTRUCTURED:
+        editor.impl->getTrailer()->load();
+        return;
+    }
+}
+
+/// Lengths that count from the file's end follow. They may be wrong although the size is as before: a record in front
+/// of the video gave its bytes to one behind it. A trailer that a sub-editor wrote into another file is described
+/// there; what is staged for this one stays staged.
+void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> const& file, size_t size) {
+    if (!isOutput(*file)) {
+        auto const copy = std::make_shared<MotionPhotoEditImpl>(MotionPhotoInfo::parse(file));
+        copy->mediator->lastBehind = lastBehind;
+        return copy->mediator->onTrailerWritten(file, size);
+    }
+    size_t const position = editor.getVideoPosition();
+    auto const length = VideoFields::lengthOf(*editor.xmpEdit);
+    bool const isOwn = position > 0 && position <= size;
+    bool const isStale = length && (isOwn ? *length != size - position : !VideoFields::standsAt(*file, *length));
+    bool const isNews = size != lastSize;
+    uint32_t const grownBy = behindImage() - lastBehind;
+    lastSize = size;
+    lastBehind = behindImage();
+    if (isOwn && (isNews || isStale))
+        editor.xmpEdit->updateMotionPhotoInfo(file, size, position);
+    else if (isStale && VideoFields::standsAt(*file, *length + grownBy)) // a video that XMP alone tells of
+        editor.xmpEdit->updateMotionPhotoInfo(file, size, size - (*length + grownBy));
+}
+
+void MotionPhotoEditImpl::Mediator::onXMPWritten(size_t size) {
+    if (size == lastSize)
+        return;
+    lastSize = size;
+    editor.impl->getTrailer()->adjustPosition(static_cast<uint32_t>(size));
+}
+
+} // namespace android::lumo

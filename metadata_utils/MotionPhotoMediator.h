@@ -1,0 +1,29 @@
+#pragma once
+
+#include "MotionPhotoEditImpl.h"
+
+namespace android::lumo {
+
+/// The relay between the editor and its sub-editors: whoever changed the file tells it, and it brings the others up to
+/// date.
+class MotionPhotoEditImpl::Mediator {
+public:
+    explicit Mediator(MotionPhotoEditImpl& owner);
+
+    /// `file` is the one the sender has changed, or is about to change: the editor's output or another.
+    void notify(void const* sender, Event event, std::shared_ptr<MediaFile> const& file);
+    /// A commit begins: the next size is news.
+    void reset() { lastSize = 0; }
+
+private:
+    void onTrailerWritten(std::shared_ptr<MediaFile> const& file, size_t size);
+    void onXMPWritten(size_t size);
+    bool isOutput(MediaFile const& file) const;
+    uint32_t behindImage() const;
+
+    size_t lastSize = 0;     ///< the output's size when it last acted
+    uint32_t lastBehind = 0; ///< bytes of the trailer then
+    MotionPhotoEditImpl& editor;
+};
+
+} // namespace android::lumo

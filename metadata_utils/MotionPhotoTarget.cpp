@@ -1,0 +1,105 @@
+#include "MotionPhotoTarget.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "PacketMerge.h"
+#include "io/HEIFMetaReader.h"
+#include "io/HEIFMetaWriter.h"
+#include "io/VideoPointer.h"
+
+namespace android::lumo {
+
+namespace {
+
+/// Bytes of a still that are the image: everything in front of its video box and trailer.
+uint32_t imageLength(std::shared_ptr<MediaFile> const& still) {
+    if (still->mimeType() == MediaDefs::MimeType::IMAGE_HEIC)
+        return HEIFMetaReader(still, ParseMode::LAZY).getEndOfImagePosition(true);
+    return QRTInfoImpl(still, {}).getImageSize();
+}
+
+} // namespace
+
+void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& prepared) {
+    owner.requireCommittable(*file);
+    bool const isFirst = editor == nullptr || prepared != still;
+    if (isFirst) {
+        editor = nullptr;
+        still = prepared;
+        if (still != nullptr)
+            composePhoto(owner);
+        else
+            copyPhoto(owner);
+        editor = std::make_shared<MotionPhotoEditImpl>(MotionPhotoInfo::parse(file));
+    }
+    try {
+        handOver(owner, isFirst);
+        editor->commit();
+    } catch (...) {
+        if (isFirst)
+            editor = nullptr;
+        throw;
+    }
+}
+
+void MotionPhotoTarget::copyPhoto(MotionPhotoEditImpl const& owner) {
+    auto const& photo = owner.getView()->getFile();
+    uint32_t const size = photo->size();
+    checked::requireSpace(*file, size);
+    checked::seek(*file, 0);
+    checked::copy(photo, file, 0, size);
+    checked::truncate(*file, size);
+}
+
+void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
+    auto const& photo = owner.getView()->getFile();
+    if (MediaFile::isFdsDup(file->getFd(), still->getFd()))
+        throw ErrorAt()("the prepared still is the output itself: %s", still->toString().c_str());
+    if (still->mimeType() != photo->mimeType())
+        throw ErrorAt()("the prepared still is of another type: %s, expected %s",
+                        MediaDefs::mimeString(still->mimeType()).c_str(),
+                        MediaDefs::mimeString(photo->mimeType()).c_str());
+    XMPInfoImpl const readable(still); // it may be refused for its packet
+    uint32_t const imageSize = imageLength(still);
+    uint32_t const from = imageLength(photo);
+    uint32_t const appended = photo->size() - from;
+    uint32_t const total = checked::sizeOf(uint64_t{imageSize} + appended);
+
+    checked::requireSpace(*file, total);
+    checked::seek(*file, 0);
+    checked::copy(still, file, 0, imageSize);
+    checked::truncate(*file, imageSize);
+    if (photo->mimeType() == MediaDefs::MimeType::IMAGE_HEIC)
+        HEIFMetaWriter::closeLastBox(file);
+    checked::seek(*file, imageSize);
+    checked::copy(photo, file, from, appended);
+    VideoPointerKeeper(file).moved(from, int64_t{imageSize} - int64_t{from});
+}
+
+/// The packet of a plain copy becomes the owner's. Into a prepared still's own packet go the motion and what was
+/// edited, into one that was committed here before only what was edited since.
+void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst) {
+    auto const& packet = owner.getView()->getPacket();
+    auto& xmpEdit = editor->getXMPEdit();
+    if (isFirst && still == nullptr) {
+        editor->getView()->getPacket()->adopt(packet->getMeta()->clone());
+        if (owner.isXMPStaged())
+            xmpEdit.makeDirty();
+    } else if (isFirst) {
+        VideoFields fields(xmpEdit);
+        if (!fields.containsPrimary())
+            fields.fillPrimary(owner.getImageMimeType()); // the directory begins with the image
+        auto const before = std::make_shared<XMPInfoImpl>(owner.getView()->getFile());
+        packets::merge(*before, *packet, xmpEdit, true);
+        xmpEdit.makeDirty();
+    } else if (handedPacket->serializeToBuffer() != packet->serializeToBuffer()) {
+        packets::merge(*handedPacket, *packet, xmpEdit, false);
+        xmpEdit.makeDirty();
+    }
+    editor->adopt(owner, isFirst, isFirst || owner.getVideoEdit() != handedVideo);
+    handedPacket = std::make_shared<XMPInfoImpl>(owner.getView()->getFile());
+    handedPacket->adopt(packet->getMeta()->clone());
+    handedVideo = owner.getVideoEdit();
+}
+
+} // namespace android::lumo

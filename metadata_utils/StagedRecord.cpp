@@ -1,0 +1,103 @@
+#include "StagedRecord.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "TrailerLayout.h"
+
+namespace android::lumo {
+
+StagedRecord StagedRecord::inFile(QRTDataInfo const& stored) {
+    StagedRecord record;
+    record.type = stored.type;
+    record.name = stored.name;
+    record.hasSubInfo = stored.hasSubInfo;
+    record.subInfoSize = stored.subInfoPayload;
+    record.dataSize = trailer::storedData(stored, 0).size;
+    return record;
+}
+
+bool StagedRecord::isFileBacked() const {
+    auto const* file = std::get_if<DataFile>(&source);
+    return file != nullptr && file->isWholeFile;
+}
+
+uint32_t StagedRecord::headSize() const {
+    return trailer::headSize(name.size(), hasSubInfo, subInfoSize);
+}
+
+void StagedRecord::replaceData(std::variant<InFile, InMemory, DataFile> bytes) {
+    source = std::move(bytes);
+    dataSize = data().size();
+    identity = std::make_shared<char>();
+}
+
+ByteSource const& StagedRecord::data() const {
+    if (auto const* memory = std::get_if<InMemory>(&source))
+        return memory->data;
+    return std::get<DataFile>(source).data;
+}
+
+void StagedRecord::requireWritable(MediaFile const& output) const {
+    if (type != static_cast<int16_t>(type))
+        throw ErrorAt()("type %d of record %s does not fit the 16 bits a header has for it", type, name.c_str());
+    if (isInFile())
+        return;
+    if (hasSubInfo && subInfo.size() != subInfoSize)
+        throw ErrorAt()("record %s has %zu bytes of sub-info, expected %zu", name.c_str(), size_t{subInfo.size()},
+                        size_t{subInfoSize});
+    auto const* memory = std::get_if<InMemory>(&source);
+    if (memory != nullptr && dataSize == 0 && !memory->mayBeEmpty)
+        throw ErrorAt(__LINE__, "metadata_utils/QRTInfoImpl")("no data: empty=%d, file=%p", 1,
+                                                              static_cast<void const*>(nullptr));
+    data().requireReadable(output, (memory != nullptr ? "record " : "the data file of record ") + name);
+}
+
+QRTDataInfo StagedRecord::described() const {
+    QRTDataInfo info;
+    info.type = type;
+    info.name = name;
+    info.hasSubInfo = hasSubInfo;
+    info.subInfoPayload = subInfoSize;
+    info.dataPayload = dataSize;
+    if (isFileBacked())
+        info.dataFile = data().getFile();
+    return info;
+}
+
+ByteBuffer StagedRecord::head() const {
+    QRTDataInfo info = described();
+    info.subInfo = subInfo;
+    ByteBuffer bytes(headSize());
+    trailer::appendRecord(bytes, info);
+    return bytes;
+}
+
+// The list. -----------------------------------------------------------------------------------------------------------
+
+void StagedRecords::index() {
+    firsts.clear();
+    for (size_t i = 0; i < records.size(); ++i)
+        firsts.emplace(std::pair(records[i].type, records[i].name), i);
+    isIndexed = true;
+}
+
+StagedRecord* StagedRecords::find(int32_t type, std::string const& name) {
+    if (!isIndexed)
+        index();
+    auto const found = firsts.find({type, name});
+    return found != firsts.end() ? &records[found->second] : nullptr;
+}
+
+StagedRecord& StagedRecords::append(StagedRecord record) {
+    if (isIndexed)
+        firsts.emplace(std::pair(record.type, record.name), records.size());
+    records.push_back(std::move(record));
+    return records.back();
+}
+
+void StagedRecords::assign(std::vector<StagedRecord> all) {
+    records = std::move(all);
+    isIndexed = false;
+}
+
+} // namespace android::lumo

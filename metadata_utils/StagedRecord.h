@@ -1,0 +1,98 @@
+#pragma once
+
+#include "ByteSource.h"
+#include "QRTDataInfo.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace android::lumo {
+
+/// One record that an editor wants in the trailer: what it is called, and where its bytes come from.
+struct StagedRecord {
+    /// Stands whole in the trailer that the editor was made from, and is not read before it has to move.
+    struct InFile {};
+    struct InMemory {
+        ByteSource data;
+        bool mayBeEmpty = false; ///< it came without data from another trailer
+    };
+    struct DataFile {
+        ByteSource data;
+        bool isWholeFile = true; ///< put as a file: such records go first in the fast order
+    };
+    /// What it is that was staged, however often the record is copied; a put makes a new one.
+    using Identity = std::shared_ptr<char const>;
+
+    int32_t type = 0;
+    std::string name;
+    bool hasSubInfo = false;
+    uint32_t subInfoSize = 0;
+    ByteBuffer subInfo; ///< of records in memory
+    uint32_t dataSize = 0;
+    std::variant<InFile, InMemory, DataFile> source;
+    Identity identity = std::make_shared<char>();
+
+    /// The record a view found in its file; `record` as it is stored, not where a callback pointed it.
+    static StagedRecord inFile(QRTDataInfo const& record);
+
+    bool isInFile() const { return std::holds_alternative<InFile>(source); }
+    bool isFileBacked() const;
+    uint32_t headSize() const;
+    uint64_t size() const { return uint64_t{headSize()} + dataSize; }
+    void replaceData(std::variant<InFile, InMemory, DataFile> bytes);
+    /// Throws when its bytes are not there or would be written over.
+    void requireWritable(MediaFile const& output) const;
+    /// The record without bytes of data or sub-info, as views show it; its place is the caller's to fill in.
+    QRTDataInfo described() const;
+    /// All bytes in front of the data.
+    ByteBuffer head() const;
+    /// The data of a record that is not in the file.
+    ByteSource const& data() const;
+};
+
+/// Where staged records stand in a file already: bytes from the trailer's first byte to the record's.
+using RecordPlaces = std::map<StagedRecord::Identity, uint32_t>;
+
+/// An editor's records in their order, found by type and name without a walk over all of them.
+class StagedRecords {
+public:
+    std::vector<StagedRecord> const& all() const { return records; }
+    bool empty() const { return records.empty(); }
+    /// The first that matches, null without one.
+    StagedRecord* find(int32_t type, std::string const& name);
+    StagedRecord& append(StagedRecord record);
+    void assign(std::vector<StagedRecord> all);
+    /// Removes every record, or only the first, that matches.
+    template<class Matches>
+    void removeAll(Matches const& matches) {
+        if (std::erase_if(records, matches) > 0)
+            isIndexed = false;
+    }
+    template<class Matches>
+    void removeFirst(Matches const& matches) {
+        auto const found = std::find_if(records.begin(), records.end(), matches);
+        if (found != records.end())
+            records.erase(found);
+        isIndexed = false;
+    }
+    template<class Matches>
+    StagedRecord* findFirst(Matches const& matches) {
+        auto const found = std::find_if(records.begin(), records.end(), matches);
+        return found != records.end() ? &*found : nullptr;
+    }
+
+private:
+    void index();
+
+    std::vector<StagedRecord> records;
+    std::map<std::pair<int32_t, std::string>, size_t> firsts; ///< by type and name
+    bool isIndexed = false;
+};
+
+} // namespace android::lumo

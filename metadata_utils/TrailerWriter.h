@@ -1,0 +1,49 @@
+#pragma once
+
+#include "MediaFile.h"
+#include "TrailerPlan.h"
+
+#include <memory>
+#include <optional>
+
+namespace android::lumo {
+
+/// Writes a planned trailer behind the image of a file.
+///
+/// What it upholds:
+///  1. Before the first change every byte that will be needed has been had or read once, and the disk has the room.
+///  2. Nothing in front of the image's end is written, but for the size of a HEIC's last box that had none.
+///  3. The old trailer loses its end mark before any of its bytes change, and the new one gets its own last.
+///  4. The boxes of a HEIC add up to the file at every step: on the way the trailer's box runs to the file's end.
+///  5. What the file holds already is not written.
+class TrailerWriter {
+public:
+    TrailerWriter(std::shared_ptr<MediaFile> const& output, TrailerPlan const& what) : file(output), plan(what) {}
+
+    void write();
+
+    /// Whether a byte may have changed.
+    bool hasBegun() const { return step != Step::NOTHING; }
+    /// After a failure: which staged records can still be found in the file, and where.
+    RecordPlaces whatStands() const;
+
+private:
+    enum class Step { NOTHING, IN_PLACE, MOVING, MOVED };
+
+    bool isWritten() const;
+    void requireReadable() const;
+    void openTrailer();
+    void move(TrailerPlan::Move const& move);
+    void writeRecords();
+    void writeTail();
+    ByteBuffer pendingBytes(size_t first, size_t end) const;
+    ByteBuffer tail() const;
+
+    std::shared_ptr<MediaFile> file;
+    TrailerPlan const& plan;
+    Step step = Step::NOTHING;
+    ByteBuffer lastBatch; ///< in the fast order: goes out with the tail
+    uint32_t lastBatchStart = 0;
+};
+
+} // namespace android::lumo

@@ -1,0 +1,78 @@
+#include "VideoBox.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "Log.h"
+#include "io/MoveTail.h"
+#include "io/TrailingBoxes.h"
+
+#include <algorithm>
+
+namespace android::lumo::video_box {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
+constexpr char BOX_TYPE[] = "mpvd";
+
+ByteBuffer header(uint32_t videoSize) {
+    ByteBuffer bytes(HEADER_SIZE);
+    bytes.put<uint32_t>(__builtin_bswap32(checked::sizeOf(uint64_t{videoSize} + HEADER_SIZE)));
+    return bytes.put(std::string(BOX_TYPE));
+}
+
+} // namespace
+
+uint64_t sizeFor(VideoSource const& video) {
+    return uint64_t{HEADER_SIZE} + video.size();
+}
+
+uint64_t totalSize(std::shared_ptr<MediaFile> const& file) {
+    uint64_t total = 0;
+    for (auto const& box : heif::TrailingBoxes(file).videos())
+        total += box.size;
+    return total;
+}
+
+bool takeOut(std::shared_ptr<MediaFile> const& file) {
+    heif::TrailingBoxes trailing(file);
+    auto const boxes = trailing.videos();
+    for (auto box = boxes.rbegin(); box != boxes.rend(); ++box)
+        trailing.takeOut(*box);
+    return !boxes.empty();
+}
+
+void requireMovable(std::shared_ptr<MediaFile> const& file, uint32_t trailerStart) {
+    heif::TrailingBoxes const trailing(file);
+    auto const boxes = trailing.videos();
+    trailing.requireNoItemBehind(boxes.empty() ? trailerStart : std::min(trailerStart, boxes.front().position));
+}
+
+/// The room comes first, so that the boxes add up to the file at every step.
+uint32_t write(std::shared_ptr<MediaFile> const& file, uint32_t position, VideoSource const& video) {
+    heif::TrailingBoxes trailing(file);
+    trailing.requireNoItemBehind(position);
+    trailing.closeLast();
+    uint32_t const size = checked::sizeOf(sizeFor(video));
+    uint32_t const end = checked::sizeOf(uint64_t{position} + size);
+    if (position == file->size())
+        checked::reserve(*file, end);
+    else
+        moveTail(file, position, size);
+    try {
+        checked::seek(*file, position, ErrorAt(661, "metadata_utils/MotionPhotoEditImpl"));
+        checked::write(*file, header(video.size()));
+        video.copyTo(file);
+    } catch (...) {
+        try {
+            moveTail(file, end, -int64_t{size});
+        } catch (std::exception const& e) {
+            LOGE("fail to take an unfinished video box out: %s", e.what());
+        }
+        throw;
+    }
+    LOGI("write video on %zu for %zu", size_t{position + HEADER_SIZE}, size_t{video.size()});
+    return position + HEADER_SIZE;
+}
+
+} // namespace android::lumo::video_box

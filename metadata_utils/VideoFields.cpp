@@ -1,0 +1,151 @@
+#include "VideoFields.h"
+
+#include "CheckedFile.h"
+#include "ErrorAt.h"
+#include "Log.h"
+#include "XMPInfoImpl.h"
+
+#include <charconv>
+#include <cstring>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
+constexpr char CLAIM[] = "MotionPhoto";
+constexpr char CLAIM_VERSION[] = "MotionPhotoVersion";
+constexpr char OFFSET[] = "MicroVideoOffset";
+constexpr char const* FIRST_GENERATION[] = {"MicroVideo", "MicroVideoVersion", OFFSET,
+                                            "MicroVideoPresentationTimestampUs"};
+constexpr char const* SECOND_GENERATION[] = {CLAIM, CLAIM_VERSION, VideoFields::TIMESTAMP};
+
+std::optional<uint32_t> numberOf(std::string const& text) {
+    uint32_t value = 0;
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    bool const isNumber = error == std::errc() && end == text.data() + text.size() && value > 0;
+    return isNumber ? std::optional(value) : std::nullopt;
+}
+
+} // namespace
+
+bool VideoFields::isClaimed() const {
+    return packet.getProperty(xmp_ns::CAMERA, CLAIM) == "1";
+}
+
+void VideoFields::claim() {
+    packet.setProperty(xmp_ns::CAMERA, CLAIM, "1");
+    packet.setProperty(xmp_ns::CAMERA, CLAIM_VERSION, "1");
+}
+
+void VideoFields::addItem() {
+    packet.setItem(ITEM, MediaDefs::MimeType::VIDEO_MP4);
+}
+
+std::string VideoFields::timestamp() const {
+    return packet.getProperty(xmp_ns::CAMERA, TIMESTAMP);
+}
+
+void VideoFields::setTimestamp(int64_t us) {
+    packet.setProperty(xmp_ns::CAMERA, TIMESTAMP, std::to_string(us));
+}
+
+void VideoFields::setPlace(uint32_t length, uint32_t padding) {
+    auto const set = [this](char const* item, std::string const& value) {
+        if (packet.getItemField(item, "Padding") != value)
+            packet.replaceItemField(item, "Padding", value);
+    };
+    set(PRIMARY_ITEM, std::to_string(padding));
+    addItem();
+    setLength(length);
+    set(ITEM, "0");
+}
+
+void VideoFields::setLength(uint32_t length) {
+    std::string const value = std::to_string(length);
+    if (packet.getItemField(ITEM, "Length") != value)
+        packet.replaceItemField(ITEM, "Length", value);
+    std::string const offset = packet.getProperty(xmp_ns::CAMERA, OFFSET);
+    if (!offset.empty() && offset != value)
+        packet.setProperty(xmp_ns::CAMERA, OFFSET, value);
+}
+
+void VideoFields::clear() {
+    for (auto const* name : SECOND_GENERATION)
+        packet.removeProperty(xmp_ns::CAMERA, name);
+    for (auto const* name : FIRST_GENERATION) {
+        if (!packet.getProperty(xmp_ns::CAMERA, name).empty())
+            packet.removeProperty(xmp_ns::CAMERA, name);
+    }
+    while (packet.containsItemField(ITEM, "Semantic")) // a damaged directory may name it twice
+        packet.removeItem(ITEM);
+    packet.replaceItemField(PRIMARY_ITEM, "Padding", "0");
+}
+
+void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
+    packet.setItem(PRIMARY_ITEM, mime);
+    packet.setItemField(PRIMARY_ITEM, "Padding", "0");
+}
+
+VideoFields::Claim VideoFields::getClaim() const {
+    Claim claim;
+    auto const take = [&](char const* name) {
+        if (packet.containsProperty(std::string("GCamera:") + name, false))
+            claim[name] = packet.getProperty(xmp_ns::CAMERA, name);
+    };
+    for (auto const* name : SECOND_GENERATION)
+        take(name);
+    for (auto const* name : FIRST_GENERATION)
+        take(name);
+    return claim;
+}
+
+void VideoFields::setClaim(Claim const& claim) {
+    for (auto const& [name, value] : getClaim()) {
+        if (!claim.contains(name))
+            packet.removeProperty(xmp_ns::CAMERA, name);
+    }
+    for (auto const& [name, value] : claim)
+        packet.setProperty(xmp_ns::CAMERA, name, value);
+}
+
+std::optional<uint32_t> VideoFields::lengthOf(XMPInfo const& info) {
+    if (auto const length = numberOf(info.getItemField(ITEM, "Length")))
+        return length;
+    return numberOf(info.getProperty(xmp_ns::CAMERA, OFFSET));
+}
+
+bool VideoFields::standsAt(MediaFile const& file, uint32_t length) {
+    constexpr char VIDEO_START[] = "ftyp"; // behind the box's size
+    constexpr uint32_t TYPE_OFFSET = 4;
+    uint32_t const size = file.size();
+    if (length < 2 * TYPE_OFFSET || length > size)
+        return false;
+    auto const bytes = checked::readAt(file, size - length + TYPE_OFFSET, TYPE_OFFSET);
+    return std::memcmp(bytes.data(), VIDEO_START, TYPE_OFFSET) == 0;
+}
+
+void VideoFields::requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned) {
+    std::optional<uint32_t> length;
+    try {
+        length = lengthOf(XMPInfoImpl(file));
+    } catch (...) {
+        rethrowUnlessDamage();
+        LOGD("no XMP that could say where a video is");
+    }
+    if (!length || !standsAt(*file, *length))
+        return;
+    uint32_t const position = file->size() - *length;
+    std::optional<uint32_t> now = position;
+    if (position >= planned.getGround().image) {
+        now = planned.newPlaceOf(position - planned.start());
+        if (now)
+            *now += planned.start();
+    }
+    if (!now || planned.finalSize() - *now != *length)
+        throw ErrorAt()("the XMP finds the video %zu bytes in front of the file's end and would be wrong: edit the "
+                        "trailer through the motion photo",
+                        size_t{*length});
+}
+
+} // namespace android::lumo

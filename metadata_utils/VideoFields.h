@@ -1,0 +1,70 @@
+#pragma once
+
+#include "MediaDefs.h"
+#include "MediaFile.h"
+#include "TrailerPlan.h"
+#include "XMPEdit.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace android::lumo {
+
+/// What XMP says of a photo's video, in both generations of the published format.
+///
+///     GCamera:MotionPhoto, MotionPhotoVersion            "1" where there is a video
+///     GCamera:MotionPhotoPresentationTimestampUs         the still's moment in it
+///     GCamera:MicroVideo, MicroVideoVersion,             the same in the first generation; the offset counts
+///       MicroVideoOffset, ...PresentationTimestampUs     from the file's end to the video's first byte
+///     item "MotionPhoto": Mime, Semantic, Length,        "Length" counts from the video's first byte to the
+///       Padding                                          file's end
+///     item "Primary": Padding                            bytes between the image and the video
+///
+/// A value is set only where it differs, so that a packet that is right stays as it is.
+class VideoFields {
+public:
+    static constexpr char ITEM[] = "MotionPhoto";
+    static constexpr char PRIMARY_ITEM[] = "Primary";
+    static constexpr char TIMESTAMP[] = "MotionPhotoPresentationTimestampUs";
+
+    /// The packet must outlive this.
+    explicit VideoFields(XMPEdit& edited) : packet(edited) {}
+
+    /// Whether it says anything of being a motion photo, be it "0".
+    bool contains() const { return packet.containsProperty("GCamera:MotionPhoto", false); }
+    bool isClaimed() const;
+    /// "MotionPhoto" and "MotionPhotoVersion".
+    void claim();
+    void addItem();
+    std::string timestamp() const;
+    void setTimestamp(int64_t us);
+    /// Where the video will lie: bytes from its first one to the file's end, and between image and video.
+    void setPlace(uint32_t length, uint32_t padding);
+    /// What counts from the file's end, where it is there.
+    void setLength(uint32_t length);
+    /// Takes back everything that is said of a video.
+    void clear();
+
+    bool containsPrimary() const { return packet.containsItem(PRIMARY_ITEM, false); }
+    void fillPrimary(MediaDefs::MimeType mime);
+
+    /// What the top-level properties say, to be said again.
+    using Claim = std::map<std::string, std::string>;
+    Claim getClaim() const;
+    void setClaim(Claim const& claim);
+
+    /// Bytes from the video to the file's end, as a packet tells it; nothing where it does not.
+    static std::optional<uint32_t> lengthOf(XMPInfo const& packet);
+    /// Whether a video begins that many bytes in front of the file's end.
+    static bool standsAt(MediaFile const& file, uint32_t length);
+    /// Throws when the planned trailer would make a length wrong that the file's own XMP has right.
+    static void requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned);
+
+private:
+    XMPEdit& packet;
+};
+
+} // namespace android::lumo
