@@ -96,23 +96,17 @@ bool keepSpace(MediaFile& file, uint32_t size, ErrorAt at) {
     refuseSpace(file, size, std::strerror(failure), writeFailure(failure), at);
 }
 
-/// Why a copy ended `copied` bytes from `offset`: the kernel's one errno value stands for both files, so the source is
-/// asked for the next bytes once more.
-[[noreturn]] void refuseCopy(MediaFile const& source, MediaFile const& target, uint64_t offset, uint32_t copied,
+/// Why a copy ended `copied` bytes from `offset`: the kernel's one errno value stands for both files, so what is left
+/// of the source is read once more.
+[[noreturn]] void refuseCopy(MediaFile const& source, MediaFile const& target, uint32_t offset, uint32_t copied,
                              uint32_t size, ErrorAt at) {
-    auto code = writeFailure(errno);
-    MediaFile const* culprit = &target;
-    std::vector<uint8_t> next(std::min(size - copied, BLOCK));
+    ErrorAt failure = at.as(writeFailure(errno), target);
     try {
-        if (readUpTo(source, offset + copied, next.data(), next.size(), at) < next.size()) {
-            code = Error::Code::CHANGED; // it held them all when the copy began
-            culprit = &source;
-        }
+        requireReadable(source, offset + copied, size - copied, BLOCK, at);
     } catch (Error const& error) {
-        code = error.code();
-        culprit = &source;
+        failure = at.as(error.code(), source);
     }
-    throw at.as(code, *culprit)("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(copied), size_t{size});
+    throw failure("fail to copy bytes: %zd, expected %zu", static_cast<ssize_t>(copied), size_t{size});
 }
 
 } // namespace

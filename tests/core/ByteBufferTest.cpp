@@ -1,5 +1,4 @@
 #include "ByteBuffer.h"
-#include "MediaDefs.h"
 #include "support/TempFile.h"
 
 #include <gmock/gmock.h>
@@ -53,14 +52,6 @@ TEST(ByteBuffer, ReadsOnlyInsideTheContent) {
     EXPECT_TRUE(ten.slice(10, 0).empty());
     EXPECT_THROW(ten.slice(8, 3), std::runtime_error);
     EXPECT_THROW(ten.slice(1, 1000), std::runtime_error);
-}
-
-TEST(MediaDefs, NamesItsTypesAndRefusesOthers) {
-    EXPECT_EQ(MediaDefs::mimeTypeOf("image/jpe"), MediaDefs::MimeType::NONE);
-    EXPECT_THAT(messageOf([] { MediaDefs::mimeString(static_cast<MediaDefs::MimeType>(9)); }),
-                testing::EndsWith("] unknown mime type: 9"));
-    EXPECT_EQ(messageOf([] { MediaDefs::motionphotoFormatString(static_cast<MediaDefs::MotionPhotoFormat>(-1)); }),
-              "[metadata_utils/include/MediaDefs:223] unknown motionPhotoFormat: -1");
 }
 
 } // namespace

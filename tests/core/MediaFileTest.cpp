@@ -1,4 +1,6 @@
 #include "MediaFile.h"
+#include "Error.h"
+#include "support/Faults.h"
 #include "support/TempFile.h"
 
 #include <gmock/gmock.h>
@@ -30,28 +32,25 @@ TEST(MediaFile, OpensByModeAndSharesThePositionOfADuplicate) {
     EXPECT_EQ(duplicate.position(), 7U);
     EXPECT_THROW(file->skipNBytes(UINT32_MAX), std::runtime_error);
     EXPECT_TRUE(MediaFile::isFdsDup(file->getFd(), temp.open("r")->getFd()));
-    EXPECT_FALSE(MediaFile::isFdsDup(file->getFd(), TempFile().open()->getFd()));
-    EXPECT_FALSE(MediaFile::isFdsDup(file->getFd(), -1));
+    for (int other : {TempFile().open()->getFd(), -1})
+        EXPECT_FALSE(MediaFile::isFdsDup(file->getFd(), other));
 }
 
-TEST(MediaFile, ReadsIntegersWholeOrNotAtAll) {
-    auto const file = TempFile(std::string_view("\x01\x02\x03\x04\x05\x06\x07\x08\xFE\xFF\xFF\xFF\x09", 13)).open();
+TEST(MediaFile, ReadsWholeIntegersAndNoMoreThanTheFileHolds) {
+    TempFile const temp("\x01\x02\x03\x04\x05\x06\x07\x08\xFE\xFF\xFF\xFF" + pattern(9'988));
+    auto const file = temp.open();
     EXPECT_EQ((file->read<uint64_t, uint64_t>()), 0x0807060504030201U);
     EXPECT_EQ((file->read<int32_t, int32_t>()), -2);
-    EXPECT_THAT(
-        messageOf([&] { file->read<uint32_t, uint32_t>(); }),
-        AllOf(StartsWith("[metadata_utils/include/MediaFile:"), EndsWith("] fail to read bytes: 1, expected 4")));
-}
-
-TEST(MediaFile, ReadsNoMoreThanTheFileHolds) {
-    TempFile const temp(pattern(10'000));
-    auto const file = temp.open();
     file->position(4'000);
     auto const bytes = file->read<char>(UINT32_MAX);
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), temp.bytes().substr(4'000));
     EXPECT_LT(bytes.capacity(), 10'000U);
     file->position(9'990);
     EXPECT_EQ(file->read<int32_t>(UINT32_MAX).size(), 2U);
+    file->position(9'999);
+    EXPECT_THAT(
+        messageOf([&] { file->read<uint32_t, uint32_t>(); }),
+        AllOf(StartsWith("[metadata_utils/include/MediaFile:"), EndsWith("] fail to read bytes: 1, expected 4")));
     file->position(5);
     EXPECT_EQ(file->readAllBytes().size(), 10'000U);
     EXPECT_EQ(file->position(), 5U);
@@ -71,8 +70,14 @@ TEST(MediaFile, DetectsTheTypeByTheFirstBytesAndKeepsThePosition) {
             TempFile const temp(bytes);
             auto const file = temp.open("r");
             file->position(1);
+            try {
+                Fault const fault = Fault::failing(Call::READ, EIO);
+                ADD_FAILURE() << static_cast<int>(file->mimeType());
+            } catch (Error const& error) {
+                EXPECT_EQ(error.code(), Error::Code::READ_FAILED);
+            }
             if (type == NONE) {
-                EXPECT_THAT(messageOf([&] { file->mimeType(); }), EndsWith("] not supported or broken file type"));
+                EXPECT_TRUE(failsWith("] not supported or broken file type", [&] { file->mimeType(); })) << bytes;
             } else {
                 EXPECT_EQ(file->mimeType(), type) << bytes;
                 writeBytes(temp.path(), "text");

@@ -1,10 +1,11 @@
+#include "Error.h"
 #include "MediaFile.h"
+#include "io/MoveTail.h"
 #include "support/Faults.h"
 #include "support/TempFile.h"
 
-#include <gmock/gmock.h>
-
 #include <cerrno>
+#include <cstdlib>
 
 namespace android::lumo::test {
 namespace {
@@ -27,7 +28,7 @@ constexpr ShiftCase SHIFT_CASES[] = {{5'000, 100, 10, 0},      {10'000, 4'000, 1
                                      {2'000, 975, 50, 0},      {2'000, 1'999, 50, 4'096},   {2'000, 2'000, 50, 0},
                                      {2'000, 700, 0, 0},       {2'000, 100, 50, UINT32_MAX}};
 
-TEST(Shift, MovesTheTailRightAndBackAgain) {
+TEST(Shift, MovesTheTailRightAndBackAgainThroughShortAndInterruptedReads) {
     for (auto const& [size, position, shift, buffer] : SHIFT_CASES) {
         SCOPED_TRACE(std::to_string(size) + " at " + std::to_string(position) + " by " + std::to_string(shift) +
                      " buffer " + std::to_string(buffer));
@@ -36,7 +37,10 @@ TEST(Shift, MovesTheTailRightAndBackAgain) {
         auto const file = temp.open();
         auto const distance = static_cast<uint32_t>(shift);
         file->position(position);
-        file->shiftRightSafely(shift, buffer);
+        {
+            Fault const fault = Fault::shortened(Call::READ, 700);
+            file->shiftRightSafely(shift, buffer);
+        }
         std::string const shifted = temp.bytes();
         ASSERT_EQ(shifted.size(), size + distance);
         EXPECT_EQ(shifted.substr(position + distance), original.substr(position));
@@ -45,48 +49,32 @@ TEST(Shift, MovesTheTailRightAndBackAgain) {
         for (bool cut : {false, true}) {
             writeBytes(temp.path(), shifted);
             file->position(position + distance);
+            Fault const fault = Fault::failing(Call::READ, EINTR, 0, 1);
             file->shiftLeftSafely(shift, buffer, cut);
             EXPECT_EQ(temp.bytes(), cut ? original : original + shifted.substr(size));
         }
     }
 }
 
-TEST(Shift, RefusesDistancesThatLeaveTheFile) {
+TEST(Shift, RefusesDistancesThatLeaveTheFileAndSmallBuffersWithoutTheSafeForms) {
     TempFile const temp(pattern(3'000));
     auto const file = temp.open();
     using Case = std::tuple<uint32_t, int, bool>;
     for (auto const& [position, shift, right] :
          {Case{10, -1, true}, {10, -1, false}, {10, 11, false}, {3'001, 5, true}, {3'001, 5, false}}) {
         file->position(position);
-        EXPECT_THROW(shiftSafely(*file, right, shift, 0), std::runtime_error);
-        EXPECT_EQ(temp.bytes(), pattern(3'000)) << position << " by " << shift;
+        EXPECT_THROW(shiftSafely(*file, right, shift, 0), Error) << position << " by " << shift;
     }
-}
-
-TEST(Shift, RefusesSmallBuffersWithoutTheSafeForms) {
-    TempFile const temp(pattern(5'000));
-    auto const file = temp.open();
     MediaFile::ShiftStrategy const inPlace{[] { return 0U; }, [](uint32_t read) { return read; },
                                            [](uint32_t written) { return written + 2'000; }};
     uint32_t buffer = 1'024;
-    EXPECT_TRUE(failsWith("[metadata_utils/MediaFile:", [&] { file->doShift(inPlace, buffer); }));
+    file->position(0);
     EXPECT_TRUE(failsWith("fail to shift: buffer-size 1024 is less than minimum value 1024 byte",
                           [&] { file->doShift(inPlace, buffer); }));
     buffer = 0;
     file->doShift(inPlace, buffer);
-    EXPECT_EQ(buffer, 5'000U);
-    EXPECT_EQ(temp.bytes(), pattern(5'000));
-}
-
-TEST(Shift, GoesOnAfterShortAndInterruptedReads) {
-    TempFile const temp(pattern(5'000));
-    auto const file = temp.open();
-    for (bool right : {true, false}) {
-        Fault const fault = right ? Fault::shortened(Call::READ, 700) : Fault::failing(Call::READ, EINTR, 1, 1);
-        file->position(right ? 1'000 : 1'100);
-        shiftSafely(*file, right, 100, 1'500);
-    }
-    EXPECT_EQ(temp.bytes(), pattern(5'000));
+    EXPECT_EQ(buffer, 3'000U);
+    EXPECT_EQ(temp.bytes(), pattern(3'000));
 }
 
 TEST(Shift, RetriesWithHalfTheBufferOnlyWhileNothingMoved) {
@@ -105,30 +93,48 @@ TEST(Shift, RetriesWithHalfTheBufferOnlyWhileNothingMoved) {
     };
     for (bool right : {true, false}) {
         for (auto const& [call, first, times, buffer, calls] : cases) {
-            SCOPED_TRACE(std::to_string(right) + " from " + std::to_string(first) + " times " + std::to_string(times));
             writeBytes(temp.path(), pattern(9'000));
             file->position(1'000);
-            {
-                Fault const fault = Fault::failing(call, EIO, first, times);
-                auto const shift = [&, size = buffer] { shiftSafely(*file, right, 10, size, false); };
-                if (times == Fault::ALWAYS)
-                    EXPECT_THROW(shift(), std::runtime_error);
-                else
-                    shift();
-                EXPECT_EQ(fault.calls(), calls);
+            Fault const fault = Fault::failing(call, EIO, first, times);
+            bool throws = false;
+            try {
+                shiftSafely(*file, right, 10, buffer, false);
+            } catch (Error const&) {
+                throws = true;
             }
-            EXPECT_TRUE(first > 0 || (temp.bytes() == pattern(9'000)) == (times == Fault::ALWAYS));
+            EXPECT_EQ(throws, times == Fault::ALWAYS);
+            EXPECT_EQ(fault.calls(), calls);
+            EXPECT_TRUE(first > 0 || (temp.bytes() == pattern(9'000)) == throws);
         }
     }
 }
 
-TEST(Shift, LeavesTheFileAsItWasWhileOnlyItsNewEndWasWritten) {
-    TempFile const temp(pattern(9'000));
+TEST(Shift, LeavesTheFileAsItWas) {
+    constexpr uint32_t SIZE = 2'500'000, WHOLE = 0;
+    TempFile const temp(pattern(SIZE));
     auto const file = temp.open();
-    Fault const fault = Fault::failing(Call::WRITE, ENOSPC, 2);
-    file->position(1'000);
-    EXPECT_THROW(file->shiftRightSafely(20'000, 2'000), std::runtime_error);
-    EXPECT_EQ(temp.bytes(), pattern(9'000));
+    struct {
+        Fault (*make)();
+        uint32_t buffer;
+    } const cases[] = {
+        {[] { return Fault::badSector(1'500); }, WHOLE},
+        {[] { return Fault::badSector(1'200'000); }, WHOLE},
+        {[] { return Fault::badSector(SIZE - 1); }, WHOLE},
+        {[] { return Fault::shortened(Call::READ, 0); }, 5'000},
+        {[] { return Fault::failing(Call::WRITE, ENOSPC, 2); }, 5'000}, // in the file's new end
+    };
+    for (auto const& [make, buffer] : cases)
+        for (int const distance : {20'000, -900}) {
+            Fault const fault = make();
+            file->position(1'000);
+            if (distance > 0 || buffer == WHOLE) {
+                EXPECT_THROW(shiftSafely(*file, distance > 0, std::abs(distance), buffer), Error);
+            }
+            if (buffer == WHOLE) {
+                EXPECT_THROW(moveTail(file, 1'000, distance), Error);
+            }
+            EXPECT_TRUE(temp.bytes() == pattern(SIZE)) << &make - &cases->make << " by " << distance;
+        }
 }
 
 } // namespace

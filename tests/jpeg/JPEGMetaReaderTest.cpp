@@ -1,4 +1,5 @@
 #include "io/JPEGMetaReader.h"
+#include "support/Faults.h"
 #include "support/JpegBuilder.h"
 #include "support/TempFile.h"
 
@@ -8,11 +9,12 @@ namespace android::lumo::test {
 namespace {
 
 using enum MediaDefs::MetaType;
+using enum ParseMode;
 
 TEST(JPEGMetaReader, LocatesEachBlockAndLoadsItsData) {
     TempFile const file(
         JpegBuilder().segment(0xE0, "JFIF").exif("exif data").xmp("<packet/>").segment(0xE4, "debug").build());
-    auto const reader = ImageMetaReader::of(file.open("r"), ParseMode::EAGER);
+    auto const reader = ImageMetaReader::of(file.open("r"), EAGER);
     EXPECT_EQ(reader->getExif().toString(), "type=exif, position=14, payload=15, offset=0");
     EXPECT_EQ(reader->getExif().toTypedData<std::string>(), EXIF_ID + "exif data");
     EXPECT_EQ(reader->getXMP().toString(), "type=xmp, position=33, payload=38, offset=29");
@@ -45,7 +47,7 @@ TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
     };
     for (auto const& [what, bytes, type, data] : cases) {
         TempFile const file(bytes);
-        JPEGMetaReader reader(file.open("r"), ParseMode::EAGER);
+        JPEGMetaReader reader(file.open("r"), EAGER);
         EXPECT_EQ(reader.getXMP().type, type) << what;
         EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), data) << what;
         EXPECT_EQ(reader.findXMPApp1Marker().type, type) << what;
@@ -56,28 +58,44 @@ TEST(JPEGMetaReader, LazyReaderReadsOnFirstRequestAndAgainWhileNothingIsFound) {
     TempFile const file(JpegBuilder().build());
     auto const media = file.open("r");
     media->position(7);
-    JPEGMetaReader reader(media, ParseMode::LAZY);
+    JPEGMetaReader reader(media, LAZY);
     EXPECT_EQ(media->position(), 7U);
     EXPECT_EQ(reader.getXMP().type, NONE);
     EXPECT_EQ(media->position(), 0U);
     writeBytes(file.path(), JpegBuilder().xmp("<first/>").exif().xmp("<second/>").build());
     EXPECT_EQ(reader.getXMP().toTypedData<std::string>(), "<second/>"); // of two the record is the last
     EXPECT_EQ(reader.findXMPApp1Marker().toTypedData<std::string>(), "<first/>");
+    EXPECT_EQ(reader.findAllXMP().size(), 2U);
 }
 
-TEST(JPEGMetaReader, RefusesWhatItCannotRead) {
-    TempFile const video(std::string("\0\0\0\x18", 4) + "ftypmp42");
-    std::string message = messageOf([&] { ImageMetaReader::of(video.open("r"), ParseMode::LAZY); });
-    EXPECT_TRUE(message.starts_with("[metadata_utils/io/ImageMetaReader:")) << message;
-    EXPECT_TRUE(message.ends_with("] unsupported type: 7")) << message;
+TEST(JPEGMetaReader, ReadFailureIsNoAbsence) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    auto const stream = std::make_shared<MediaFile>(ends[0]);
-    message = messageOf([&] { JPEGMetaReader(stream, ParseMode::EAGER); });
-    EXPECT_TRUE(message.starts_with("[metadata_utils/io/JPEGMetaReader:")) << message;
-    EXPECT_TRUE(message.ends_with("] fail to parse")) << message;
-    close(ends[0]);
-    close(ends[1]);
+    EXPECT_TRUE(failsWith("] fail to parse", [&] { JPEGMetaReader(std::make_shared<MediaFile>(ends[0]), EAGER); }));
+    for (int end : ends)
+        close(end);
+    TempFile const file(JpegBuilder().segment(0xE0, pattern(9'000)).xmp("<x/>").build());
+    auto const media = file.open("r");
+    JPEGMetaReader reader(media, LAZY);
+    for (size_t call : {0U, 1U}) {
+        Fault const fault = Fault::failing(Call::READ, EIO, call);
+        EXPECT_TRUE(failsWith("] fail to parse", [&] { JPEGMetaReader(media, EAGER); })) << call;
+        EXPECT_TRUE(failsWith("] fail to read bytes", [&] { reader.findAllXMP(); })) << call;
+        EXPECT_FALSE(reader.parseMetadata());
+        EXPECT_EQ(reader.getXMP().type, NONE);
+        media->position(2);
+        EXPECT_EQ(reader.findNextAppNMarker({1}), (std::pair<int32_t, int32_t>{-1, -1}));
+    }
+}
+
+TEST(JPEGMetaReader, ReadsEachByteOnceHoweverShortTheSegments) {
+    std::string bytes = JpegBuilder().open();
+    for (int i = 0; i < 50'000; ++i)
+        bytes += std::string("\xFF\xE1\0\2", 4);
+    TempFile const file(bytes);
+    Fault const reads = Fault::failing(Call::READ, EIO, Fault::ALWAYS);
+    JPEGMetaReader const reader(file.open("r"), EAGER);
+    EXPECT_LT(reads.calls(), 55U);
 }
 
 } // namespace

@@ -27,12 +27,15 @@ void writeBytesOf(TempFile const& file, std::string const& packet) {
     ImageMetaWriter::of(file.open())->writeXMP(std::vector<unsigned char>(packet.begin(), packet.end()));
 }
 
-TEST(JPEGMetaWriter, PutsPacketBehindStartOfImageWhenThereIsNoExif) {
-    for (std::string const& packet : {std::string(1, 'p'), std::string(1251, 'p')}) {
-        TempFile const file(JpegBuilder().segment(0xDB, "q").build());
-        writeBytesOf(file, packet);
-        EXPECT_EQ(file.bytes(), JpegBuilder().xmp(packet, 1280).segment(0xDB, "q").build());
-    }
+/// What an existing debug info's payload is taken for, whatever it is.
+constexpr size_t ASSUMED_PAYLOAD = 0xFFE4 - 2;
+
+void writeDebugInfo(TempFile const& file, std::string const& data) {
+    JPEGMetaWriter(file.open()).writeCameraDebugInfo({data.begin(), data.end()});
+}
+
+void removeDebugInfo(TempFile const& file, std::string const&) {
+    JPEGMetaWriter(file.open()).removeCameraDebugInfo();
 }
 
 TEST(JPEGMetaWriter, PutsPacketWhereExifAndOldPacketsTellAndKeepsTheRest) {
@@ -42,6 +45,7 @@ TEST(JPEGMetaWriter, PutsPacketWhereExifAndOldPacketsTellAndKeepsTheRest) {
         size_t packet;
         char const* tree;
     } const cases[] = {
+        {"no Exif", JpegBuilder().segment(0xDB, "q"), 1251, "E1 1280 http://ns.ad\nDB 1 q\n"},
         {"old packet too small", JpegBuilder().exif().xmp("<old/>").segment(0xE2, "ICC"), 10,
          "E1 9 Exif..II*\nE1 1280 http://ns.ad\nE2 3 ICC\n"},
         {"old packet in front of Exif", JpegBuilder().xmp("<old/>").segment(0xE0, "JFIF").exif(), 10,
@@ -80,6 +84,7 @@ TEST(JPEGMetaWriter, PutsPacketWhereExifAndOldPacketsTellAndKeepsTheRest) {
 
 TEST(JPEGMetaWriter, RefusalsLeaveTheFileAsItWas) {
     JpegBuilder const plain = JpegBuilder().exif();
+    std::string const withOld = JpegBuilder().segment(0xE4, "old").build(pattern(3000));
     JpegBuilder manyExif;
     for (int i = 0; i < 65; ++i)
         manyExif.exif();
@@ -101,12 +106,107 @@ TEST(JPEGMetaWriter, RefusalsLeaveTheFileAsItWas) {
         {"room cut off", JpegBuilder().xmp("", 2000).open().substr(0, 1500), writeView, 10, "past the image's end"},
         {"Exif cut off", JpegBuilder().exif(pattern(99)).open().substr(0, 50), writeView, 10, "past the image's end"},
         {"too many Exif", manyExif.build(), writeView, 10, "65 XMP and Exif segments are too many"},
+        {"no segment holds debug info", plain.build(), writeDebugInfo, 65'534, "65534 bytes does not fit a segment"},
+        {"no debug info", plain.build(), writeDebugInfo, 0, "empty debug info"},
+        {"assumed size past the file's end", withOld, writeDebugInfo, ASSUMED_PAYLOAD, "past the image's end"},
+        {"assumed size does not fit in front", withOld, writeDebugInfo, 10, "fail to shift"},
+        {"nor when it is to be removed", withOld, removeDebugInfo, 0, "fail to shift"},
     };
     for (auto const& [what, bytes, write, size, message] : cases) {
         TempFile const file(bytes);
         EXPECT_TRUE(failsWith(message, [&, act = write, n = size] { act(file, std::string(n, 'p')); })) << what;
         EXPECT_TRUE(file.bytes() == bytes) << what;
     }
+}
+
+// Camera debug info. --------------------------------------------------------------------------------------------------
+
+TEST(JPEGMetaWriter, DebugInfoStandsWhereAskedAndIsTakenForItsAssumedSize) {
+    JpegBuilder const front = JpegBuilder().exif().segment(0xE0, "JFIF").xmp("<x/>");
+    std::string const still = front.build(pattern(4000)), data = pattern(0x0201, 9);
+    std::string const segment = "\xE4\xFF\x03\x02" + data;
+    std::string const old = JpegBuilder().segment(0xE0, "JFIF").segment(0xE4, "old").build(pattern(70'000));
+    std::string const whole = pattern(ASSUMED_PAYLOAD, 9);
+    std::string const far =
+        JpegBuilder().segment(0xE0, pattern(50'000)).segment(0xE0, pattern(50'000, 2)).segment(0xE4, "").build();
+    size_t const farAt = 2 + 2 * 50'004, cut = ASSUMED_PAYLOAD + 4;
+    std::string const shorter = far.substr(0, farAt - cut) + far.substr(farAt);
+    auto const placeBehindApp1 = [](TempFile const& file, std::string const& bytes) {
+        auto const media = file.open();
+        media->position(2);
+        JPEGMetaWriter(media).writeApp4({bytes.begin(), bytes.end()}, 4711);
+    };
+    struct {
+        char const* what;
+        std::string const& before;
+        void (*act)(TempFile const&, std::string const&);
+        std::string data, after;
+    } const cases[] = {
+        {"new, little-endian header", still, writeDebugInfo, data, std::string(still).insert(2, segment)},
+        {"new, place given", still, placeBehindApp1, data, std::string(still).insert(front.open().size(), segment)},
+        {"as long as the old is taken for", old, writeDebugInfo, whole,
+         std::string(old).replace(14, ASSUMED_PAYLOAD, whole)},
+        {"replaced", far, writeDebugInfo, data, std::string(shorter).insert(2, segment)},
+        {"removed", far, removeDebugInfo, "", shorter},
+        {"nothing to remove", shorter, removeDebugInfo, "", shorter},
+    };
+    for (auto const& [what, before, act, bytes, after] : cases) {
+        TempFile const file(before);
+        act(file, bytes);
+        EXPECT_TRUE(file.bytes() == after) << what;
+    }
+    TempFile const file(old);
+    JPEGMetaWriter writer(file.open());
+    writer.removeXMP(); // does nothing
+    EXPECT_EQ(writer.findAppSegment(0xFFE4), (std::pair<int64_t, int64_t>{10, ASSUMED_PAYLOAD}));
+    EXPECT_TRUE(file.bytes() == old);
+}
+
+// The MPF index. ------------------------------------------------------------------------------------------------------
+
+/// A picture with another behind it and an index of both; `own` is what the index says of the first one's size.
+std::string twoPictures(bool big, JpegBuilder const& front, uint32_t own, uint32_t table = 26) {
+    auto const withIndex = [&](uint32_t offset) {
+        std::string index = big ? std::string("MM\0*", 4) : std::string("II*\0", 4);
+        for (auto const& [value, width] : std::initializer_list<std::pair<uint32_t, size_t>>{{8, 4},
+                                                                                             {1, 2},
+                                                                                             {0xB002, 2},
+                                                                                             {7, 2},
+                                                                                             {32, 4},
+                                                                                             {table, 4},
+                                                                                             {0, 4},
+                                                                                             {0x30000, 4},
+                                                                                             {own, 4},
+                                                                                             {0, 4},
+                                                                                             {0, 4},
+                                                                                             {0, 4},
+                                                                                             {50, 4},
+                                                                                             {offset, 4},
+                                                                                             {0, 4}})
+            for (size_t i = 0; i < width; ++i)
+                index += static_cast<char>(value >> 8 * (big ? width - 1 - i : i));
+        return JpegBuilder(front).mpf(index).build(pattern(3000));
+    };
+    size_t const base = front.open().size() + 8;
+    return withIndex(static_cast<uint32_t>(withIndex(0).size() - base)) + JpegBuilder().build();
+}
+
+TEST(JPEGMetaWriter, MpfIndexNamesTheSizeOfTheGrownPicture) {
+    JpegBuilder const front = JpegBuilder().exif();
+    auto const first = static_cast<uint32_t>(twoPictures(true, front, 0).size() - JpegBuilder().build().size());
+    struct {
+        uint32_t own, table, after;
+    } const cases[] = {
+        {first, 26, first + 1284}, {first - 97, 26, first + 1284}, {UINT32_MAX, 26, first + 1284},
+        {1, 26, first + 1284},     {first, 5000, first},           {first, UINT32_MAX - 8, first},
+    };
+    for (bool big : {true, false})
+        for (auto const& [own, table, after] : cases) {
+            TempFile const file(twoPictures(big, front, own, table));
+            writeView(file, "<x/>");
+            EXPECT_TRUE(file.bytes() == twoPictures(big, JpegBuilder(front).xmp("<x/>", 1280), after, table))
+                << big << ' ' << own << ' ' << table;
+        }
 }
 
 // The pointer to a video. ---------------------------------------------------------------------------------------------
