@@ -199,6 +199,8 @@ void XMPEditImpl::commit() {
         targetXMP = std::make_unique<XMPInFile>(file); // its own XMP is what the caller wants replaced
     auto& known = isSource ? info->getInFile() : *targetXMP;
     known.requireUnchanged();
+    info->getInFile().requireKeepable();
+    info->mergePackets();
     auto const writer = ImageMetaWriter::of(file);
     known.write(*file, [&] {
         writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));

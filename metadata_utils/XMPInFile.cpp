@@ -1,6 +1,8 @@
 #include "XMPInFile.h"
 
 #include "CheckedFile.h"
+#include "XMPKept.h"
+#include "XMPPacketLoad.h"
 #include "io/ImageMetaReader.h"
 
 #include <algorithm>
@@ -48,7 +50,58 @@ void XMPInFile::requireUnchanged(ErrorAt at) {
 }
 
 void XMPInFile::roomOpened() {
+    forget();
     blocks = readBlocks();
+}
+
+/// What was found out about packets that are no longer there.
+void XMPInFile::forget() {
+    last.reset();
+    inFront.clear();
+    isKeepable = false;
+}
+
+std::shared_ptr<XMPPacket> const& XMPInFile::parsed() {
+    if (last == nullptr)
+        last = parseXMPPacket(packet());
+    return last;
+}
+
+void XMPInFile::requireKeepable(ErrorAt at) {
+    if (isKeepable || blocks.empty())
+        return;
+    if (auto const lost = lostByParsing(blocks.back().text, *parsed()); !lost.empty())
+        throw at.as(Error::Code::UNSUPPORTED, *file)("an edit would lose %s from the XMP", lost.c_str());
+    inFront.clear();
+    for (size_t i = 0; i + 1 < blocks.size(); ++i) {
+        auto const other = parseXMPPacket(blocks[i].text);
+        if (auto const lost = lostByParsing(blocks[i].text, *other); !lost.empty())
+            throw at.as(Error::Code::UNSUPPORTED, *file)("an edit would lose %s from XMP packet %zu", lost.c_str(), i);
+        requireMergeable(*other, at);
+        inFront.push_back(other);
+    }
+    isKeepable = true;
+}
+
+void XMPInFile::requireMergeable(XMPPacket const& other, ErrorAt at) {
+    auto known = inFront;
+    known.push_back(parsed());
+    for (auto const& [schema, name] : other.properties()) {
+        for (auto const& each : known) {
+            if (each->has(schema, name) && each->textOf(schema, name) != other.textOf(schema, name))
+                throw at.as(Error::Code::UNSUPPORTED, *file)("%zu XMP packets that differ in %s", blocks.size(),
+                                                             name.c_str());
+        }
+    }
+}
+
+void XMPInFile::mergeInto(XMPPacket& packet) {
+    for (auto const& other : inFront) {
+        for (auto const& [schema, name] : other->properties()) {
+            if (!parsed()->has(schema, name) && !packet.has(schema, name))
+                packet.copy(*other, schema, name);
+        }
+    }
 }
 
 bool XMPInFile::isWhole(std::vector<Block> const& found) const {
@@ -71,6 +124,8 @@ void XMPInFile::write(MediaFile const& handle, std::function<std::string()> cons
         throw;
     }
     isInterrupted = false;
+    forget();
+    isKeepable = true; // written by the toolkit, read by the toolkit
     blocks = {{0, 0, withoutBlanksBehind(text)}};
 }
 

@@ -2,6 +2,7 @@
 
 #include "ErrorAt.h"
 #include "MediaFile.h"
+#include "XMPPacket.h"
 
 #include <cstdint>
 #include <functional>
@@ -28,6 +29,13 @@ public:
     /// Throws "changed since it was read" (CHANGED) when the file's packets are not those last seen, or when a commit
     /// that failed left the file in a state that the next one cannot mend.
     void requireUnchanged(ErrorAt at = ErrorAt());
+    /// Throws (UNSUPPORTED) when an edit would lose something that the file's packets hold: what the toolkit has not
+    /// taken over from the last one, or a property in which two packets differ.
+    void requireKeepable(ErrorAt at = ErrorAt());
+    /// Puts what only packets in front of the last one hold into the packet that will take the place of all of them.
+    void mergeInto(XMPPacket& packet);
+    /// The last packet, parsed; not to be changed.
+    std::shared_ptr<XMPPacket> const& parsed();
     /// Runs `commit`, which writes the packet through `handle` and answers it. What a commit that throws had changed is
     /// remembered: only a packet half written over its predecessor can be written again.
     void write(MediaFile const& handle, std::function<std::string()> const& commit);
@@ -41,10 +49,15 @@ private:
         std::string text;
     };
     std::vector<Block> readBlocks() const;
+    void forget();
     bool isWhole(std::vector<Block> const& found) const;
+    void requireMergeable(XMPPacket const& other, ErrorAt at);
 
     std::shared_ptr<MediaFile> file;
     std::vector<Block> blocks;
+    std::shared_ptr<XMPPacket> last;                 ///< parsed when it is first asked for
+    std::vector<std::shared_ptr<XMPPacket>> inFront; ///< the packets in front of it, once they are found mergeable
+    bool isKeepable = false;
     bool isInterrupted = false; ///< a commit began to write and failed
     uint32_t sizeBefore = 0;    ///< of the file, when that commit began
 };

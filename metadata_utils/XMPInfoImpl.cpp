@@ -16,6 +16,7 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "XMPInfoImpl";
+constexpr char DIRECTORY[] = "Container:Directory";
 
 /// Whether the name is one of the list; with `ignoreCase` all of them are lowered first.
 bool holds(std::list<std::string> const& names, std::string const& name, bool ignoreCase) {
@@ -55,8 +56,16 @@ void XMPInfoImpl::load() {
     LOGI("load X");
 }
 
-std::shared_ptr<XMPPacket> XMPInfoImpl::packetInFile() const {
-    return parseXMPPacket(inFile->packet());
+void XMPInfoImpl::requireUnchanged(ErrorAt at) {
+    inFile->requireUnchanged(at);
+    inFile->requireKeepable(at);
+}
+
+void XMPInfoImpl::mergePackets() {
+    auto const count = meta->count(xmp_ns::CONTAINER, DIRECTORY);
+    inFile->mergeInto(*meta);
+    if (meta->count(xmp_ns::CONTAINER, DIRECTORY) != count)
+        reindex();
 }
 
 // The index of the directory.
@@ -106,7 +115,7 @@ void XMPInfoImpl::indexEntry(int32_t place, std::set<std::string>& seen) {
 }
 
 int32_t XMPInfoImpl::countDirectory() const {
-    return meta->count(xmp_ns::CONTAINER, "Container:Directory");
+    return meta->count(xmp_ns::CONTAINER, DIRECTORY);
 }
 
 /// The "Item:Semantic" of the entry that stands at a place now.
@@ -183,8 +192,18 @@ void XMPInfoImpl::itemRemoved(std::string const& name) {
 
 void XMPInfoImpl::itemRenamed(std::string const& oldName, std::string const& newName) {
     auto node = items.extract(oldName);
-    if (node)
+    if (node && !items.contains(newName)) {
         items.insert_or_assign(newName, std::move(node.mapped()));
+        return;
+    }
+    // Of two entries of a name the later one counts.
+    hasDuplicates = true;
+    for (auto place = countDirectory(); place > 0; --place) {
+        if (itemNameAt(place) == newName) {
+            items.insert_or_assign(newName, XMPItemInfo(meta, place));
+            return;
+        }
+    }
 }
 
 // Queries.

@@ -106,11 +106,14 @@ public:
     void updateXMPItems();
     /// Reads the file's packet again and drops what is in memory. A failure leaves the view as it was.
     void load();
-    /// Throws "changed since it was read" when the packet in the file is not the one last parsed, or written through an
-    /// editor of this view.
-    void requireUnchanged(ErrorAt at = ErrorAt()) { inFile->requireUnchanged(at); }
-    /// The packet as the file held it then, without what is staged.
-    std::shared_ptr<XMPPacket> packetInFile() const;
+    /// Asked before an edit moves a byte. Throws "changed since it was read" when the packet in the file is not the one
+    /// last parsed, or written through an editor of this view, and when an edit would lose something that the file's
+    /// XMP holds.
+    void requireUnchanged(ErrorAt at = ErrorAt());
+    /// The packet as the file held it then, without what is staged; not to be changed.
+    std::shared_ptr<XMPPacket> packetInFile() const { return inFile->parsed(); }
+    /// Takes in what the file's other packets hold; before a commit writes one packet over all of them.
+    void mergePackets();
     /// Whoever asked requireUnchanged() has opened room where the packet stood; what is in memory goes there.
     void roomOpened() { inFile->roomOpened(); }
 

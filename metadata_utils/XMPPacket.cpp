@@ -17,13 +17,14 @@ XMP_Status appendText(void* text, XMP_StringPtr buffer, XMP_StringLen size) {
     return 0;
 }
 
-void visitAll(SXMPIterator& leaves, XMPPacket::Visit const& visit) {
+void visitAll(SXMPIterator& nodes, XMPPacket::Visit const& visit) {
     std::string schema, path;
-    while (toolkit([&] { return leaves.Next(&schema, &path); }))
+    while (toolkit([&] { return nodes.Next(&schema, &path); }))
         visit(schema, path);
 }
 
 constexpr XMP_OptionBits LEAVES = kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers;
+constexpr XMP_OptionBits CHILDREN = kXMP_IterJustChildren | kXMP_IterOmitQualifiers;
 constexpr char const* NO_VALUE = nullptr;
 
 } // namespace
@@ -108,6 +109,33 @@ void XMPPacket::removeEntry(std::string const& schema, std::string const& array,
     toolkit([&] { meta.DeleteArrayItem(schema.c_str(), array.c_str(), place); });
 }
 
+std::vector<std::pair<std::string, std::string>> XMPPacket::properties() const {
+    std::vector<std::pair<std::string, std::string>> found;
+    visitLeaves([&](std::string const& schema, std::string const& path) {
+        auto name = path.substr(0, path.find_first_of("[/"));
+        if (!name.empty() && (found.empty() || found.back().second != name))
+            found.emplace_back(schema, std::move(name));
+    });
+    return found;
+}
+
+std::string XMPPacket::textOf(std::string const& schema, std::string const& name) const {
+    XMPPacket alone;
+    alone.copy(*this, schema, name);
+    return alone.serialize();
+}
+
+void XMPPacket::setStruct(std::string const& schema, std::string const& path) {
+    toolkit([&] { meta.SetProperty(schema.c_str(), path.c_str(), NO_VALUE, kXMP_PropValueIsStruct); });
+}
+
+void XMPPacket::visitValues(std::function<void(std::string const& value)> const& visit) const {
+    auto nodes = toolkit([&] { return SXMPIterator(meta); });
+    std::string value;
+    while (toolkit([&] { return nodes.Next(nullptr, nullptr, &value); }))
+        visit(value);
+}
+
 void XMPPacket::visitLeaves(Visit const& visit) const {
     auto leaves = toolkit([&] { return SXMPIterator(meta, LEAVES); });
     visitAll(leaves, visit);
@@ -116,6 +144,11 @@ void XMPPacket::visitLeaves(Visit const& visit) const {
 void XMPPacket::visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const {
     auto leaves = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), LEAVES); });
     visitAll(leaves, visit);
+}
+
+void XMPPacket::visitChildren(std::string const& schema, std::string const& path, Visit const& visit) const {
+    auto children = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), CHILDREN); });
+    visitAll(children, visit);
 }
 
 } // namespace android::lumo

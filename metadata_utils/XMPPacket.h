@@ -8,6 +8,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace android::lumo {
 
@@ -52,11 +54,22 @@ public:
     void appendStruct(std::string const& schema, std::string const& array);
     void removeEntry(std::string const& schema, std::string const& array, int32_t place);
 
+    /// Namespace and prefixed name of every top-level property, each once.
+    std::vector<std::pair<std::string, std::string>> properties() const;
+    /// A text that two packets have in common where they hold the same at a property.
+    std::string textOf(std::string const& schema, std::string const& name) const;
+    /// Makes an empty struct at a path.
+    void setStruct(std::string const& schema, std::string const& path);
+
+    /// Every value there is, of properties, array items, fields and qualifiers.
+    void visitValues(std::function<void(std::string const& value)> const& visit) const;
     /// Calls `visit(schema, path)` for every simple value, qualifiers left out, of the whole packet or of the property
     /// at a path.
     using Visit = std::function<void(std::string const& schema, std::string const& path)>;
     void visitLeaves(Visit const& visit) const;
     void visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const;
+    /// The fields of a struct, or the entries of an array.
+    void visitChildren(std::string const& schema, std::string const& path, Visit const& visit) const;
 
 private:
     SXMPMeta meta;

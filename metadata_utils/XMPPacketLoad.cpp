@@ -24,6 +24,31 @@ constexpr Namespace NAMESPACES[] = {
 /// Built when the library is loaded.
 [[maybe_unused]] auto const& namespacesAtLoad = xmpNamespaces();
 
+/// A directory's entry written as a typed node, <rdf:li><Container:Item .../></rdf:li>, is read as the item itself with
+/// a type. It gets the ordinary form, in which the item is a field of the entry: as it is, no item would be seen, and a
+/// commit would write a form that no reader of the format knows.
+void nestTypedEntries(XMPPacket& packet) {
+    static std::string const directory = "Container:Directory", itemType = std::string(xmp_ns::CONTAINER) + "Item";
+    XMP_OptionBits form = 0;
+    if (!packet.get(xmp_ns::CONTAINER, directory, &form) || !XMP_PropIsArray(form))
+        return;
+    auto const count = packet.count(xmp_ns::CONTAINER, directory);
+    for (int32_t place = 1; place <= count; ++place) {
+        auto const entry = [&](int32_t number) { return directory + "[" + std::to_string(number) + "]"; };
+        if (packet.get(xmp_ns::CONTAINER, entry(place) + "/?rdf:type") != itemType)
+            continue;
+        packet.insertStruct(xmp_ns::CONTAINER, directory, place);
+        auto const item = entry(place) + "/Container:Item", typed = entry(place + 1);
+        packet.setStruct(xmp_ns::CONTAINER, item);
+        std::vector<std::string> fields;
+        packet.visitChildren(xmp_ns::CONTAINER, typed,
+                             [&](std::string const&, std::string const& path) { fields.push_back(path); });
+        for (auto const& field : fields)
+            packet.copy(packet, xmp_ns::CONTAINER, field, item + field.substr(typed.size()));
+        packet.removeEntry(xmp_ns::CONTAINER, directory, place + 1);
+    }
+}
+
 bool isReady = false; ///< under the lock of prepareXMPToolkit()
 
 } // namespace
@@ -51,6 +76,9 @@ void prepareXMPToolkit() {
             if (std::string registered; !SXMPMeta::RegisterNamespace(entry.uri, entry.prefix, &registered))
                 throw XMP_Error(kXMPErr_BadSchema, "a namespace is registered under another prefix already");
         }
+#ifdef METADATA_UTILS_XMP_SHIM
+        xmpForgetAliases();
+#endif
     });
     isReady = true;
 }
@@ -62,6 +90,7 @@ std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text) {
         return packet;
     refuseHostilePacket(text);
     packet->parse(text);
+    nestTypedEntries(*packet);
     return packet;
 }
 

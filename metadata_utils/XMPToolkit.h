@@ -9,6 +9,10 @@
 #include <XMP.hpp>
 #pragma GCC visibility pop
 
+#ifdef METADATA_UTILS_XMP_SHIM
+void xmpForgetAliases(); // cmake/XMPCoreShim.cpp
+#endif
+
 #include "ErrorAt.h"
 
 namespace android::lumo {
