@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
-"""Puts the library beside libexiv2, libexempi and cat in one run, and prints the numbers as a Markdown table.
+"""Puts the library beside its peers or its limits in one run, and prints the numbers as Markdown tables.
 
-compare.py BUILD_FOLDER [--rounds N]: the folder is the one that the preset "benchmark" builds. Everything that is compared
-takes turns, round by round, so that a busy machine is as busy for all; the numbers are medians over the rounds.
+compare.py BUILD_FOLDER [--rounds N] [--only SECTION...]: the folder is the one that the preset "benchmark" builds. What is
+compared takes turns, round by round, so that a busy machine is as busy for all; the numbers are medians over the rounds.
 """
 
 import argparse
 import json
 import os
 import re
+import shutil
 import statistics
 import struct
 import subprocess
@@ -21,10 +22,7 @@ ROOT = Path(__file__).resolve().parent.parent
 SAMPLES = ROOT / "samples"
 SHARED = ROOT.parent / "shared" / "data"
 MB = 1_000_000
-
-
-def geometric_mean(numbers):
-    return statistics.geometric_mean(numbers)
+MIB = 1024  # in KiB, as the peaks are
 
 
 def make_video(path, size):
@@ -39,18 +37,288 @@ def make_video(path, size):
     return path
 
 
+def make_still(path, size):
+    """The project's still with that many bytes of scan data."""
+    still = (SAMPLES / "still.jpg").read_bytes()
+    block = os.urandom(1 << 16).replace(b"\xff", b"\x7f")
+    path.write_bytes(still[:-2] + (block * (size // len(block) + 1))[: size - len(still)] + still[-2:])
+    return path
+
+
 class Table:
     def __init__(self):
         self.missed = []
-        print("| Measured | metadata_utils | Beside it | Ratio | Aim |\n|---|---:|---|---:|---|")
+
+    def section(self, title):
+        print(f"\n### {title}\n\n| Measured | metadata_utils | Beside it | Ratio | Aim |\n|---|---:|---|---:|---|", flush=True)
 
     def row(self, what, ours, beside="", ratio=None, aim="", met=True):
-        print(f"| {what} | {ours} | {beside} | {'' if ratio is None else f'{ratio:.2f}'} | {aim}{'' if met else ', missed'} |")
+        shown = "" if ratio is None else f"{ratio:.2f}"
+        print(f"| {what} | {ours} | {beside} | {shown} | {aim}{'' if met else ', **missed**'} |", flush=True)
         if not met:
-            self.missed.append(what)
+            self.missed.append(f"{what} ({shown or ours})")
 
 
-# Parsing. ---------------------------------------------------------------------------------------------------------------
+class Setting:
+    """The programs that are run, the folder they work in, and how often."""
+
+    def __init__(self, build, folder, rounds):
+        self.tool = str(build / "tools" / "motionphoto")
+        self.parsers = [str(build / "benchmarks" / f"benchmark_{name}") for name in ("metadata_utils", "exiv2", "exempi")]
+        self.operations = str(build / "benchmarks" / "operations")
+        self.folder, self.rounds = folder, rounds
+        self.still = SAMPLES / "still.jpg"
+
+    def path(self, name):
+        return self.folder / name
+
+    def video(self, megabytes):
+        path = self.path(f"video{megabytes}.mp4")
+        return path if path.exists() else make_video(path, megabytes * MB)
+
+    def heic(self, side, tile):
+        path = self.path(f"still{side}x{tile}.heic")
+        if not path.exists():
+            self.run("make-heic", side, tile, path)
+        return path
+
+    def photo(self, still, megabytes):
+        path = self.path(f"photo{megabytes}{still.stem}{still.suffix}")
+        if not path.exists():
+            self.run("add", still, self.video(megabytes), path)
+        return path
+
+    def run(self, *operation, count=1):
+        """One dictionary a run: wall, cpu, peak."""
+        command = [self.operations, str(count), *map(str, operation)]
+        done = subprocess.run(command, capture_output=True, text=True)
+        if done.returncode != 0:
+            raise RuntimeError(f"{' '.join(command)}: {done.stderr.strip()}")
+        return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def turns(self, contenders, rounds=None):
+        """{name: median CPU time} of operations that take turns."""
+        runs = {name: [] for name in contenders}
+        for i in range(rounds or self.rounds):
+            for name in list(contenders) if i % 2 == 0 else reversed(list(contenders)):
+                runs[name].append(self.run(*contenders[name])[0]["cpu"])
+        return {name: statistics.median(times) for name, times in runs.items()}
+
+
+def refused(table, what, error):
+    table.row(what, f"refused: {str(error).rsplit('] ', 1)[-1]}", met=False)
+
+
+# Whole commands. --------------------------------------------------------------------------------------------------------
+
+
+def run_command(command):
+    """Wall time."""
+    start = time.monotonic()
+    actions = [(os.POSIX_SPAWN_OPEN, fd, "/dev/null", os.O_WRONLY, 0) for fd in (1, 2)]
+    child = os.posix_spawnp(command[0], command, os.environ, file_actions=actions)
+    _, status, _ = os.wait4(child, 0)
+    if status != 0:
+        sys.exit(f"failed: {' '.join(command)}")
+    return time.monotonic() - start
+
+
+def take_turns(commands, rounds, before=lambda: None):
+    runs = {name: [] for name in commands}
+    for i in range(rounds):
+        for name in list(commands) if i % 2 == 0 else reversed(list(commands)):
+            before()
+            runs[name].append(run_command(commands[name]))
+    return {name: statistics.median(times) for name, times in runs.items()}
+
+
+def milliseconds(seconds):
+    return f"{seconds * 1e3:.2f} ms"
+
+
+def against(table, what, median, ours, limits):
+    for peer, limit in limits.items():
+        ratio = median[ours] / median[peer]
+        table.row(what, milliseconds(median[ours]), f"`{peer}` {milliseconds(median[peer])}", ratio, f"≤ {limit}", ratio <= limit)
+
+
+def commands(table, s):
+    table.section("Whole commands")
+    out = s.path("out.jpg")
+    for size in 12, 60:
+        still, video = s.still, s.video(size)
+        median = take_turns({
+            "add": [s.tool, "add", str(still), str(video), "-o", str(out)],
+            "cat": ["sh", "-c", f"exec cat '{still}' '{video}' > '{out}'"],
+            "cat + sync": ["sh", "-c", f"cat '{still}' '{video}' > '{out}' && exec sync '{out}'"],
+        }, s.rounds, lambda: out.unlink(missing_ok=True))
+        against(table, f"`motionphoto add`, {size} MB", median, "add", {"cat + sync": 1.1, "cat": 1.6})
+    median = take_turns({"start": [s.tool, "--version"], "true": ["true"]}, 5 * s.rounds)
+    against(table, "start of the tool", median, "start", {"true": 4})
+
+    trace = s.path("trace")
+    for still, name in (s.still, "JPEG"), (s.heic(7, 20000), "HEIC, 49 tiles"):
+        photo = s.photo(still, 12)
+        subprocess.run(["strace", "-f", "-y", "-o", trace, s.tool, "info", photo], check=True, stdout=subprocess.DEVNULL)
+        lines = [line for line in trace.read_text(errors="replace").splitlines() if re.match(r"\d+ +\w+\(", line)]
+        own = next(i for i, line in enumerate(lines) if i > 0 and str(photo) in line)
+        reads = re.compile(rf"^\d+ +p?read(?:v|64)?\(\d+<{re.escape(str(photo))}>.* = (\d+)$")
+        read = sum(int(match[1]) for match in map(reads.match, lines) if match)
+        note = f"{len(lines) - own} from the first touch of the photo on, which read {read:,} bytes of it"
+        table.row(f"`info`, 12 MB, {name}: system calls", len(lines), note, None, "< 250", len(lines) < 250)
+
+    folder = s.path("thousand")
+    folder.mkdir()
+    s.run("add", s.still, SAMPLES / "clip.mp4", folder / "0.jpg")
+    for i in range(1, 1000):
+        shutil.copy(folder / "0.jpg", folder / f"{i}.jpg")
+    files = sorted(map(str, folder.iterdir()))
+    median = take_turns({"info": [s.tool, "info", *files], "exiv2 -px": ["exiv2", "-px", *files]}, s.rounds)
+    against(table, "1,000 motion photos by one `info`", median, "info", {"exiv2 -px": 0.6})
+    shutil.rmtree(folder)
+
+
+# The library in a running process. ------------------------------------------------------------------------------------
+
+
+def copying(table, s):
+    table.section("In a running process, CPU time, beside a copy of what it reads")
+    still = make_still(s.path("still4.jpg"), 4 * MB)
+    video, out, peer = s.video(8), s.path("out"), s.path("peer")
+    heic = s.heic(7, 80_000)
+    moving = s.photo(heic, 8)
+    cases = [
+        ("JPEG: add 8 MB to 4 MB", ["add", still, video, out], ["copy", still, video, peer], 1.1),
+        ("HEIC of 4 MB, 49 tiles: add 8 MB, making room for XMP", ["add", heic, video, out], ["copy", heic, video, peer], 1.3),
+        ("HEIC of 4 MB: written again for XMP, in place", ["room", heic, out], ["copy", heic, peer], 1.3),
+        ("the same with a video of 8 MB behind it", ["room", moving, out], ["copy", moving, peer], 1.3),
+    ]
+    for what, ours, beside, limit in cases:
+        try:
+            median = s.turns({"ours": ours, "copy": beside})
+        except RuntimeError as error:
+            refused(table, what, error)
+            continue
+        against(table, what, median, "ours", {"copy": limit})
+
+
+def growth(table, s):
+    table.section("Growth, CPU time")
+    out, peer = s.path("out"), s.path("peer")
+    for size in 1, 10, 100, 1000:
+        contenders = {"ours": ["add", s.still, s.video(size), out], "copy": ["copy", s.still, s.video(size), peer]}
+        median = s.turns(contenders, rounds=3 if size == 1000 else s.rounds)
+        against(table, f"JPEG: add {size:,} MB", median, "ours", {"copy": 1.1})
+        photo = s.photo(s.still, size)
+        if size == 1:
+            first = s.turns({"parse": ["parse", photo]})["parse"]
+        parse = s.turns({"parse": ["parse", photo]})["parse"]
+        table.row(f"JPEG: parse, {size:,} MB", milliseconds(parse), f"1 MB {milliseconds(first)}", parse / first, "≤ 2", parse / first <= 2)
+        for path in out, peer, photo, *([s.video(size)] if size == 1000 else []):
+            path.unlink()
+    for side in 7, 22, 45:
+        heic = s.heic(side, 2000)
+        try:
+            median = s.turns({"ours": ["room", heic, out], "copy": ["copy", heic, peer]})
+        except RuntimeError as error:
+            refused(table, f"HEIC: written again, {side * side:,} tiles", error)
+            continue
+        against(table, f"HEIC: written again, {side * side:,} tiles of 2 KB", median, "ours", {"copy": 1.3})
+
+
+def records(table, s):
+    table.section("Records in a trailer, CPU time")
+    made = {}
+    for count in 1, 10, 100, 1000, 10_000:
+        photo, out = s.path(f"records{count}.jpg"), s.path("out")
+        photo.unlink(missing_ok=True)
+        s.run("records-make", s.still, count, photo)
+        made[count] = s.turns({
+            "put all": ["records-put", s.still, count, out],
+            "get all": ["records-get", s.still, count, photo],
+            "put one and commit": ["records-one", photo, out],
+        })
+    for what in made[1]:
+        values = ", ".join(f"{count:,}: {milliseconds(times[what])}" for count, times in made.items())
+        ratio = made[10_000][what] / made[1000][what]
+        table.row(what, milliseconds(made[10_000][what]), values, ratio, "10,000 to 1,000 ≤ 11", ratio <= 11)
+
+
+# Bytes and memory. ----------------------------------------------------------------------------------------------------
+
+
+def bytes_written(command, trace):
+    """Of regular files, from strace's record."""
+    names = "write,pwrite64,writev,pwritev,copy_file_range,sendfile"
+    done = subprocess.run(["strace", "-f", "-y", "-e", f"trace={names}", "-o", trace, *map(str, command)], capture_output=True, text=True)
+    if done.returncode != 0:
+        raise RuntimeError(f"{command}: {done.stderr.strip()}")
+    total = 0
+    for line in trace.read_text(errors="replace").splitlines():
+        call = re.match(r"\d+ +(\w+)\((.*) = (\d+)$", line)
+        if call:
+            files = re.findall(r"\d+<([^>]*)>", call[2])
+            target = files[-1] if call[1] == "copy_file_range" else files[0]
+            total += int(call[3]) if target.startswith("/") and not target.startswith(("/dev", "/proc")) else 0
+    return total
+
+
+def written(table, s):
+    table.section("Bytes written, beside the bytes that had to be")
+    out = s.path("out.jpg")
+    for size in 12, 60:
+        photo = s.photo(s.still, size)
+        for name, arguments in {"remove": ["remove", photo], "replace": ["replace", photo, SAMPLES / "clip.mp4"]}.items():
+            out.unlink(missing_ok=True)
+            count = bytes_written([s.tool, *arguments, "-o", out], s.path("trace"))
+            need = out.stat().st_size
+            table.row(f"`{name} -o`, {size} MB", f"{count:,}", f"{need:,}", count / need, "≤ 1.05", count <= 1.05 * need)
+        out.unlink()
+        count = bytes_written([s.operations, 1, "record-in-place", photo, out], s.path("trace"))
+        count -= bytes_written([s.operations, 1, "copy", photo, s.path("peer.jpg")], s.path("trace"))
+        before, after = photo.read_bytes(), out.read_bytes()
+        same = next((i for i in range(len(before) - 4096, len(before)) if before[i] != after[i]), len(before))
+        assert before[: same] == after[: same]
+        need = len(after) - same
+        table.row(f"a record of 4 bytes in place, JPEG with {size} MB", f"{count:,}", f"{need:,}", count / need, "≤ 2", count <= 2 * need)
+
+
+def memory(table, s):
+    table.section("Peak memory above what the process had before, with a video of 12 and of 120 MB")
+    heic, out = s.heic(7, 20_000), s.path("out")
+    for what, form in {
+        "JPEG: add": lambda size: ["add", s.still, s.video(size), out],
+        "JPEG: replace": lambda size: ["replace", s.photo(s.still, size), s.video(size), out],
+        "JPEG: replace in place": lambda size: ["replace-in-place", s.photo(s.still, size), s.video(size), out],
+        "JPEG: remove": lambda size: ["remove", s.photo(s.still, size), out],
+        "JPEG: a record in place": lambda size: ["record-in-place", s.photo(s.still, size), out],
+        "HEIC: add": lambda size: ["add", heic, s.video(size), out],
+        "HEIC: replace": lambda size: ["replace", s.photo(heic, size), s.video(size), out],
+        "HEIC: replace in place": lambda size: ["replace-in-place", s.photo(heic, size), s.video(size), out],
+        "HEIC: written again for XMP with a video behind": lambda size: ["room", s.photo(heic, size), out],
+    }.items():
+        try:
+            small, large = (s.run(*form(size))[0]["peak"] for size in (12, 120))
+        except RuntimeError as error:
+            refused(table, what, error)
+            continue
+        met = large <= 40 * MIB and large - small <= 2 * MIB
+        table.row(what, f"{small / MIB:.1f} / {large / MIB:.1f} MiB", aim="constant, ≤ 40 MiB", met=met)
+
+
+def instructions(table, s):
+    table.section("Work in user space")
+    clip, out = SAMPLES / "clip.mp4", s.path("out")
+    counted = []
+    for count in 1, 3:
+        command = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", s.operations, count, "add", s.still, clip, out]
+        done = subprocess.run(list(map(str, command)), check=True, capture_output=True, text=True)
+        counted.append(int(re.search(r"Collected : (\d+)", done.stderr)[1]))
+    each = (counted[1] - counted[0]) / 2 / 1e6
+    table.row("JPEG: add, million instructions", f"{each:.2f}", aim="≤ 1.3", met=each <= 1.3)
+
+
+# Parsing. -------------------------------------------------------------------------------------------------------------
 
 
 def run_benchmark(program, arguments, min_time):
@@ -66,138 +334,55 @@ def run_benchmark(program, arguments, min_time):
     return times
 
 
-def compare_parsing(table, programs, groups, rounds):
+def parsing(table, s):
+    table.section("Parse and query, CPU time, geometric means")
+    groups = {f"the sample with a video of {size} MB": [s.photo(s.still, size)] for size in (1, 12)}
+    for name in "jpeg", "ultrahdr", "motionphoto":
+        found = sorted(file for file in SHARED.glob(f"{name}/**/*") if file.suffix.lower() in (".jpg", ".jpeg", ".mpo"))
+        if found:
+            groups[f"shared {name}"] = found
     files = [file for group in groups.values() for file in group]
     runs = {}
-    for _ in range(rounds):
-        for program in programs:
+    for _ in range(s.rounds):
+        for program in s.parsers:
             for key, (seconds, answers) in run_benchmark(program, files, 0.01).items():
                 runs.setdefault(key, ([], answers))[0].append(seconds)
     median = {key: statistics.median(seconds) for key, (seconds, _) in runs.items()}
+    slow = []
     libraries = "motionphoto", "xmp", "exiv2", "exempi"
-    for what, text in ("motionphoto", "parse and query a motion photo"), ("xmp", "parse and query its XMP alone"):
+    for what, text in ("motionphoto", "motion photo"), ("xmp", "XMP alone"):
         for group, members in groups.items():
             taken = [str(file) for file in members if all((library, str(file)) in median for library in libraries)]
-            mean = {library: geometric_mean([median[library, file] for file in taken]) for library in libraries}
-            best = min(mean["exiv2"], mean["exempi"])
-            worst = max(median[what, file] / min(median["exiv2", file], median["exempi", file]) for file in taken)
-            note = f" ({len(taken)} files, worst ratio {worst:.2f})" if len(taken) > 1 else ""
+            mean = {library: statistics.geometric_mean([median[library, file] for file in taken]) for library in libraries}
+            ratios = {file: median[what, file] / min(median["exiv2", file], median["exempi", file]) for file in taken}
+            slow += [f"{Path(file).name} {ratio:.2f} ({text})" for file, ratio in ratios.items() if ratio > 0.7]
+            note = f", {len(taken)} files, worst {max(ratios.values()):.2f}" if len(taken) > 1 else ""
             beside = ", ".join(f"lib{peer} {mean[peer] * 1e6:.0f} µs" for peer in ("exiv2", "exempi"))
-            ratio = mean[what] / best
-            table.row(f"{text}: {group}{note}", f"{mean[what] * 1e6:.0f} µs", beside, ratio, "≤ 1", ratio <= 1)
+            ratio = mean[what] / min(mean["exiv2"], mean["exempi"])
+            table.row(f"{text}: {group}{note}", f"{mean[what] * 1e6:.0f} µs", beside, ratio, "≤ 0.7", max(ratios.values()) <= 0.7)
+    if slow:
+        print(f"\nAbove 0.7 of the faster peer: {'; '.join(slow)}")
     for file in map(str, files):
         answers = {library: runs[library, file][1] if (library, file) in runs else "refused" for library in libraries}
         if len(set(answers.values())) > 1:
             print(f"differs on {file}: {answers}", file=sys.stderr)
 
 
-# Whole commands. --------------------------------------------------------------------------------------------------------
-
-
-def run_command(command):
-    """Wall time, CPU time of the command and its children."""
-    start = time.monotonic()
-    child = os.posix_spawnp(command[0], command, os.environ, file_actions=[(os.POSIX_SPAWN_OPEN, 1, "/dev/null", os.O_WRONLY, 0)])
-    _, status, usage = os.wait4(child, 0)
-    if status != 0:
-        sys.exit(f"failed: {' '.join(command)}")
-    return time.monotonic() - start, usage.ru_utime + usage.ru_stime
-
-
-def shown(times):
-    return f"{times[0] * 1e3:.1f} ms ({times[1] * 1e3:.1f} CPU)"
-
-
-def compare_adding(table, tool, program, still, video, size, folder, rounds):
-    out = str(folder / "out.jpg")
-    commands = {
-        "start": [tool, "--version"],
-        "add": [tool, "add", str(still), str(video), "-o", out],
-        "cat": ["sh", "-c", f"exec cat '{still}' '{video}' > '{out}'"],
-        "cat + sync": ["sh", "-c", f"cat '{still}' '{video}' > '{out}' && exec sync '{out}'"],
-    }
-    runs = {name: [] for name in commands}
-    inside = {"add": [], "concatenate": []}
-    for i in range(rounds):
-        order = list(commands.items())
-        for name, command in order if i % 2 == 0 else reversed(order):
-            Path(out).unlink(missing_ok=True)
-            runs[name].append(run_command(command))
-        for (what, _), (seconds, _) in run_benchmark(program, ["--add", still, video, out], 0.05).items():
-            inside[what].append(seconds)
-    median = {name: tuple(map(statistics.median, zip(*times))) for name, times in runs.items()}
-    for peer in "cat", "cat + sync":
-        ratio = median["add"][0] / median[peer][0]
-        table.row(f"`add`, {size} MB video, beside `{peer}`", shown(median["add"]), shown(median[peer]), ratio, "≤ 1.25", ratio <= 1.25)
-    add, copy = (statistics.median(inside[what]) for what in ("add", "concatenate"))
-    table.row("the same in a running process, CPU time", f"{add * 1e3:.2f} ms", f"plain copy {copy * 1e3:.2f} ms", add / copy, "≤ 1.25", add / copy <= 1.25)
-    return median["start"]
-
-
-def peak_memory(command, scratch):
-    """In KiB. GNU time starts the command from a small process: a child's peak includes that of the one it was forked from."""
-    subprocess.run(["time", "-f", "%M", "-o", scratch, *command], check=True, stdout=subprocess.DEVNULL)
-    return int(scratch.read_text())
-
-
-def compare_memory(table, tool, still, videos, folder):
-    peaks = {"add": [], "info": []}
-    out = folder / "memory.jpg"
-    for video in videos.values():
-        peaks["add"].append(peak_memory([tool, "add", still, video, "-o", out], folder / "peak"))
-        peaks["info"].append(peak_memory([tool, "info", out], folder / "peak"))
-    out.unlink()
-    sizes = " / ".join(map(str, videos))
-    for name, peak in peaks.items():
-        grown = peak[-1] - peak[0]
-        table.row(f"peak memory of `{name}`, {sizes} MB video", " / ".join(f"{each / 1024:.1f}" for each in peak) + " MiB",
-                  "", max(peak) / min(peak), "the same for all", grown < 1024)
-
-
-def count_calls(table, tool, photo, folder):
-    """From strace's record of `info`: all calls, those from the first touch of the photo on, and the bytes read of it."""
-    trace = folder / "trace"
-    subprocess.run(["strace", "-f", "-y", "-o", trace, tool, "info", photo], check=True, stdout=subprocess.DEVNULL)
-    lines = trace.read_text(errors="replace").splitlines()
-    calls = [line for line in lines if re.match(r"\d+ +\w+\(", line)]
-    own = next(i for i, line in enumerate(calls) if i > 0 and str(photo) in line)
-    reads = re.compile(rf"^\d+ +p?read(?:v|64)?\(\d+<{re.escape(str(photo))}>.* = (\d+)$")
-    read = sum(int(match[1]) for match in map(reads.match, calls) if match)
-    mapped = sum(1 for line in calls if f"<{photo}>" in line and "mmap(" in line)
-    table.row("`info`, 12 MB video: system calls", len(calls), "", None, "< 300", len(calls) < 300)
-    table.row("of these behind the start of the process", len(calls) - own, "", None, "< 300", len(calls) - own < 300)
-    table.row("bytes it reads of the photo", f"{read:,}", "", None, "headers and packet only", read < 256 * 1024 and not mapped)
+SECTIONS = {each.__name__: each for each in (commands, copying, growth, records, written, memory, instructions, parsing)}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build", type=Path)
     parser.add_argument("--rounds", type=int, default=9)
+    parser.add_argument("--only", nargs="+", choices=SECTIONS, default=list(SECTIONS))
     arguments = parser.parse_args()
-    build = arguments.build.resolve()
-    tool = str(build / "tools" / "motionphoto")
-    programs = [str(build / "benchmarks" / f"benchmark_{name}") for name in ("metadata_utils", "exiv2", "exempi")]
-    still = SAMPLES / "still.jpg"
+    table = Table()
     with tempfile.TemporaryDirectory() as temporary:
-        folder = Path(temporary)
-        videos = {size: make_video(folder / f"video{size}.mp4", size * MB) for size in (1, 12, 60, 120)}
-        photos = {size: folder / f"photo{size}.jpg" for size in (1, 12)}
-        for size, photo in photos.items():
-            run_command([tool, "add", str(still), str(videos[size]), "-o", str(photo)])
-        groups = {f"the sample with a video of {size} MB": [photo] for size, photo in photos.items()}
-        for name in "jpeg", "ultrahdr", "motionphoto":
-            found = sorted(file for file in SHARED.glob(f"{name}/**/*") if file.suffix.lower() in (".jpg", ".jpeg", ".mpo"))
-            if found:
-                groups[f"shared {name}"] = found
-        table = Table()
-        compare_parsing(table, programs, groups, arguments.rounds)
-        for size in 12, 60:
-            start = compare_adding(table, tool, programs[0], still, videos[size], size, folder, arguments.rounds)
-        table.row("starting the process, in each command", shown(start))
-        compare_memory(table, tool, still, {size: videos[size] for size in (1, 12, 120)}, folder)
-        count_calls(table, tool, photos[12], folder)
-    if table.missed:
-        print("\nMissed: " + "; ".join(table.missed))
+        setting = Setting(arguments.build.resolve(), Path(temporary), arguments.rounds)
+        for name in arguments.only:
+            SECTIONS[name](table, setting)
+    print("\nMissed: " + ("; ".join(table.missed) or "nothing"))
 
 
 if __name__ == "__main__":

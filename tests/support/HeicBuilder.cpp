@@ -95,8 +95,12 @@ uint32_t Builder::add(Item item) {
 
 void Builder::addPicture() {
     std::vector<Property> const coded{DECODER, TILE_SIZE, PIXELS, COLOUR};
+    std::string filler;
+    if (options.filler > 0)
+        filler =
+            bigEndian(options.filler + 3, 4) + fromHex("4c01") + std::string(options.filler, '\xFF') + fromHex("80");
     for (unsigned i = 0; i < options.rows * options.columns; ++i)
-        tiles.push_back(add({0, "hvc1", tileSlice(i), coded, {}, options.grid ? 1U : 0U}));
+        tiles.push_back(add({0, "hvc1", tileSlice(i) + filler, coded, {}, options.grid ? 1U : 0U}));
     file.primaryId = tiles.front();
     if (options.grid) {
         std::string const grid = bigEndian(0, 2) + bigEndian(options.rows - 1, 1) + bigEndian(options.columns - 1, 1) +

@@ -19,6 +19,8 @@ struct HeicOptions {
     unsigned columns = 2;
     bool grid = true; ///< false: the primary is the first tile
 
+    size_t filler = 0; ///< bytes of a filler unit behind each tile's slice, which decoders skip
+
     // Items besides the picture.
     bool thumbnail = false;
     bool exif = true;
