@@ -49,7 +49,7 @@ CLI::App* find(CLI::App& app, std::string const& name) {
 
 } // namespace
 
-CommandLine::CommandLine()
+CommandLine::CommandLine(char const* word)
     : app(std::make_unique<CLI::App>("Looks at motion photos, stills that carry a video, and makes and unmakes them.",
                                      "motionphoto")) {
     app->footer(FOOTER);
@@ -57,9 +57,14 @@ CommandLine::CommandLine()
     app->fallthrough();
     app->add_flag("-v,--verbose", args.verbose, "Show the library's log");
     app->set_version_flag("--version", android::lumo::metadata_utils::getVersionString());
-    for (auto const& command : commands())
-        define(command);
-    defineDocuments(*app);
+    auto const isMeant = [word](Command const& command) { return word != nullptr && firstWord(command.name) == word; };
+    bool const all = std::ranges::none_of(commands(), isMeant);
+    for (auto const& command : commands()) {
+        if (all || isMeant(command))
+            define(command);
+    }
+    if (all)
+        defineDocuments(*app);
 }
 
 CommandLine::~CommandLine() = default;

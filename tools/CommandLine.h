@@ -29,7 +29,9 @@ std::vector<Command> const& commands();
 /// The tool's command line.
 class CommandLine {
 public:
-    CommandLine();
+    /// Where the first word is a command, the tool knows that one alone: to define all of them takes as long as the
+    /// rest of the start.
+    explicit CommandLine(char const* firstWord);
     ~CommandLine();
 
     /// Runs what the arguments ask for and returns the exit code. Throws a Failure.

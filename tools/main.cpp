@@ -29,7 +29,7 @@ int main(int argc, char** argv) {
     // A write past the file size limit fails like any other instead of ending the process.
     std::signal(SIGXFSZ, SIG_IGN);
     takeChargeOfSignals();
-    CommandLine line;
+    CommandLine line(argc > 1 ? argv[1] : nullptr);
     try {
         return line.run(argc, argv);
     } catch (Failure const& failure) {
