@@ -126,6 +126,24 @@ std::vector<std::string> sequences() {
     return seeds;
 }
 
+/// The headers of one track, a picture or QuickTime's sound, with a length in the movie's fragments or without.
+std::vector<std::string> movies() {
+    std::string const zeros(80, '\0');
+    std::string const timing = zeros.substr(0, 12) + bigEndian(1000, 4) + bigEndian(2000, 4) + zeros.substr(0, 4);
+    auto const movie = [&](std::string const& handler, std::string const& entry, std::string const& more) {
+        std::string const table = heicFullBox("stsd", 0, 0, bigEndian(1, 4) + entry);
+        std::string const kind = heicFullBox("hdlr", 0, 0, zeros.substr(0, 4) + handler + zeros.substr(0, 13));
+        std::string const media = heicBox("mdhd", timing) + kind + heicBox("minf", heicBox("stbl", table));
+        return heicBox("ftyp", "mp42") +
+               heicBox("moov", heicBox("mvhd", timing) + heicBox("trak", heicBox("mdia", media)) + more);
+    };
+    std::string const stream = heicBox("esds", zeros.substr(0, 4) + "\x03\x10" + zeros.substr(0, 3) + "\x04\x0D\x6B");
+    return {movie("vide", heicBox("avc1", zeros.substr(0, 78)), {}),
+            movie("soun", heicBox("mp4a", zeros.substr(0, 28) + stream), heicBox("free", {})),
+            movie("meta", heicBox("mebx", zeros.substr(0, 8)),
+                  heicBox("mvex", heicFullBox("mehd", 1, 0, bigEndian(9000, 8))))};
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -139,6 +157,7 @@ int main(int argc, char** argv) {
         writeAll(folder / "trailer", trailers());
         writeAll(folder / "xmp", packets());
         writeAll(folder / "edit", sequences());
+        writeAll(folder / "extractor", movies());
     } catch (std::exception const& error) {
         std::fprintf(stderr, "make_seeds: %s\n", error.what());
         return 1;

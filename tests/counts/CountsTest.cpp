@@ -1,0 +1,145 @@
+// What each operation asks of the system, as upper bounds: calls, bytes read, bytes written. The bounds are what was
+// measured and a little more, so that work done twice fails here long before anybody feels it.
+#include "MotionPhotoEdit.h"
+#include "support/HeicBuilder.h"
+#include "support/TempFile.h"
+
+#include <android/log.h>
+
+#include <array>
+
+#include <sys/stat.h>
+
+namespace {
+size_t others = 0; ///< calls that neither read nor write
+}
+
+// The names the linker's --wrap gives to a call and to the C library's own.
+extern "C" {
+off64_t __real_lseek64(int fd, off64_t distance, int whence);
+int __real_fstat64(int fd, struct stat64* status);
+
+off64_t __wrap_lseek64(int fd, off64_t distance, int whence) {
+    ++others;
+    return __real_lseek64(fd, distance, whence);
+}
+
+int __wrap_fstat64(int fd, struct stat64* status) {
+    ++others;
+    return __real_fstat64(fd, status);
+}
+}
+
+namespace android::lumo::test {
+namespace {
+
+struct Cost {
+    size_t calls, read, written;
+};
+
+/// Reads and writes of all kinds as the system counts them, whichever call makes them.
+Cost soFar() {
+    std::ifstream io("/proc/self/io");
+    std::string name;
+    std::array<size_t, 4> values{}; // bytes read, bytes written, calls that read, calls that write
+    for (size_t& value : values)
+        io >> name >> value;
+    return {values[2] + values[3] + others, values[0], values[1]};
+}
+
+constexpr size_t MB = 1'000'000;
+
+/// The sample with a 'free' box behind it that takes no room on the disk.
+std::string clipOf(TempDir const& folder, size_t size) {
+    std::string const path = folder.file(std::to_string(size) + ".mp4"), clip = bytesOf(SAMPLES_DIR "/clip.mp4");
+    writeBytes(path, clip + bigEndian(size - clip.size(), 4) + "free");
+    std::filesystem::resize_file(path, size);
+    return path;
+}
+
+using Action = std::function<void(std::string const& in, std::string const& video, std::string const& out)>;
+
+std::shared_ptr<MotionPhotoEdit> editOf(std::string const& path, bool inPlace) {
+    return MotionPhotoInfo::parse(open(path, inPlace ? "rw" : "r"))->edit();
+}
+
+void finish(MotionPhotoEdit& edit, std::string const& out, bool inPlace) {
+    inPlace ? edit.commit() : edit.commit(open(out));
+}
+
+void parse(std::string const& in) {
+    auto const photo = MotionPhotoInfo::parse(open(in, "r"));
+    EXPECT_TRUE(photo->isValid() && photo->getXMPMotionPhotoVersion() > 0 && photo->getVideoSize() > 0);
+}
+
+Action adding(bool inPlace) {
+    return [=](std::string const& in, std::string const& video, std::string const& out) {
+        auto const edit = editOf(in, inPlace);
+        edit->addVideo(open(video, "r"));
+        finish(*edit, out, inPlace);
+    };
+}
+
+Action removing(bool inPlace) {
+    return [=](std::string const& in, std::string const&, std::string const& out) {
+        auto const edit = editOf(in, inPlace);
+        edit->removeVideo(nullptr);
+        finish(*edit, out, inPlace);
+    };
+}
+
+void putRecord(std::string const& in) {
+    auto const edit = QRTInfo::parse(open(in))->edit();
+    edit->putData(4001, "Counts", std::string("four"));
+    edit->commit();
+}
+
+/// Works on a still, or on one with the video in it; the video's bytes come on top of the bounds for bytes.
+struct Operation {
+    char const* name;
+    bool onPhoto;
+    Action run;
+    Cost jpeg, heic;
+    size_t videoRead, videoWritten; ///< how many times
+};
+
+TEST(Counts, StayWithinTheirBoundsWhateverTheVideosSize) {
+    constexpr bool STILL = false, PHOTO = true;
+    Operation const operations[] = {
+        {"parse", PHOTO, std::bind(parse, std::placeholders::_1), {35, 7'000, 0}, {42, 7'000, 0}, 0, 0},
+        {"add to another file", STILL, adding(false), {220, 115'000, 47'000}, {330, 165'000, 14'000}, 1, 1},
+        {"add", STILL, adding(true), {210, 85'000, 23'000}, {325, 160'000, 9'000}, 1, 1},
+        {"replace to another file", PHOTO, adding(false), {160, 60'000, 28'000}, {280, 130'000, 9'000}, 2, 2},
+        {"replace", PHOTO, adding(true), {135, 20'000, 2'000}, {250, 110'000, 2'000}, 1, 1},
+        {"remove to another file", PHOTO, removing(false), {125, 65'000, 28'000}, {235, 135'000, 9'000}, 1, 1},
+        {"remove", PHOTO, removing(true), {90, 25'000, 2'000}, {190, 115'000, 2'000}, 0, 0},
+        {"a record", PHOTO, std::bind(putRecord, std::placeholders::_1), {50, 2'000, 200}, {60, 10'000, 200}, 1, 1},
+    };
+    __android_log_set_minimum_priority(ANDROID_LOG_SILENT); // lines of the log are no work on a file
+    TempDir const folder;
+    std::string const stills[] = {bytesOf(SAMPLES_DIR "/still.jpg"), buildHeic({.rows = 7, .columns = 7})};
+    for (bool const isHeic : {false, true}) {
+        for (size_t const size : {MB, 60 * MB}) {
+            std::string const video = clipOf(folder, size), photo = folder.file("photo");
+            writeBytes(photo, stills[isHeic]);
+            adding(true)(photo, video, {});
+            for (auto const& [name, onPhoto, run, jpeg, heic, videoRead, videoWritten] : operations) {
+                std::string const in = folder.file("in"), out = folder.file("out");
+                onPhoto ? void(std::filesystem::copy_file(photo, in, std::filesystem::copy_options::overwrite_existing))
+                        : writeBytes(in, stills[isHeic]);
+                writeBytes(out, {});
+                Cost const before = soFar();
+                run(in, video, out);
+                Cost const after = soFar();
+                auto const& bound = isHeic ? heic : jpeg;
+                SCOPED_TRACE(std::string(name) + (isHeic ? ", HEIC, " : ", JPEG, ") + std::to_string(size));
+                EXPECT_LE(after.calls - before.calls, bound.calls + size / MB);
+                EXPECT_LE(after.read - before.read, bound.read + videoRead * size);
+                EXPECT_LE(after.written - before.written, bound.written + videoWritten * size);
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace android::lumo::test
