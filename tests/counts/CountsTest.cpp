@@ -106,14 +106,14 @@ struct Operation {
 TEST(Counts, StayWithinTheirBoundsWhateverTheVideosSize) {
     constexpr bool STILL = false, PHOTO = true;
     Operation const operations[] = {
-        {"parse", PHOTO, std::bind(parse, std::placeholders::_1), {35, 7'000, 0}, {42, 7'000, 0}, 0, 0},
-        {"add to another file", STILL, adding(false), {220, 115'000, 47'000}, {330, 165'000, 14'000}, 1, 1},
-        {"add", STILL, adding(true), {210, 85'000, 23'000}, {325, 160'000, 9'000}, 1, 1},
-        {"replace to another file", PHOTO, adding(false), {160, 60'000, 28'000}, {280, 130'000, 9'000}, 2, 2},
-        {"replace", PHOTO, adding(true), {135, 20'000, 2'000}, {250, 110'000, 2'000}, 1, 1},
-        {"remove to another file", PHOTO, removing(false), {125, 65'000, 28'000}, {235, 135'000, 9'000}, 1, 1},
-        {"remove", PHOTO, removing(true), {90, 25'000, 2'000}, {190, 115'000, 2'000}, 0, 0},
-        {"a record", PHOTO, std::bind(putRecord, std::placeholders::_1), {50, 2'000, 200}, {60, 10'000, 200}, 1, 1},
+        {"parse", PHOTO, std::bind(parse, std::placeholders::_1), {40, 8'000, 0}, {50, 8'000, 0}, 0, 0},
+        {"add to another file", STILL, adding(false), {380, 130'000, 50'000}, {390, 180'000, 15'000}, 1, 1},
+        {"add", STILL, adding(true), {300, 100'000, 25'000}, {385, 175'000, 10'000}, 1, 1},
+        {"replace to another file", PHOTO, adding(false), {330, 75'000, 28'000}, {330, 145'000, 10'000}, 2, 2},
+        {"replace", PHOTO, adding(true), {230, 30'000, 3'000}, {290, 125'000, 3'000}, 1, 1},
+        {"remove to another file", PHOTO, removing(false), {240, 85'000, 28'000}, {275, 150'000, 10'000}, 1, 1},
+        {"remove", PHOTO, removing(true), {160, 40'000, 3'000}, {225, 130'000, 3'000}, 0, 0},
+        {"a record", PHOTO, std::bind(putRecord, std::placeholders::_1), {60, 3'000, 300}, {70, 12'000, 300}, 1, 1},
     };
     __android_log_set_minimum_priority(ANDROID_LOG_SILENT); // lines of the log are no work on a file
     TempDir const folder;
