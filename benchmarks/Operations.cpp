@@ -136,8 +136,8 @@ std::map<std::string, Operation> const OPERATIONS = {
      }}},
     {"record-in-place", {[](Arguments const& a) {
          return onCopy(a, [](std::string const& path) {
-             auto const edit = QRTInfo::parse(writing(path))->edit();
-             edit->putData(4001, "Benchmark", std::string("four"));
+             auto const edit = MotionPhotoInfo::parse(writing(path))->edit();
+             edit->addQRTData(4001, "Benchmark", ByteBuffer(std::vector<uint8_t>(4)));
              edit->commit();
          });
      }}},

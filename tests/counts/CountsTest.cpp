@@ -89,8 +89,8 @@ Action removing(bool inPlace) {
 }
 
 void putRecord(std::string const& in) {
-    auto const edit = QRTInfo::parse(open(in))->edit();
-    edit->putData(4001, "Counts", std::string("four"));
+    auto const edit = editOf(in, true);
+    edit->addQRTData(4001, "Counts", ByteBuffer(std::vector<uint8_t>(4)));
     edit->commit();
 }
 
@@ -107,13 +107,19 @@ TEST(Counts, StayWithinTheirBoundsWhateverTheVideosSize) {
     constexpr bool STILL = false, PHOTO = true;
     Operation const operations[] = {
         {"parse", PHOTO, std::bind(parse, std::placeholders::_1), {40, 8'000, 0}, {50, 8'000, 0}, 0, 0},
-        {"add to another file", STILL, adding(false), {380, 130'000, 50'000}, {390, 180'000, 15'000}, 1, 1},
-        {"add", STILL, adding(true), {300, 100'000, 25'000}, {385, 175'000, 10'000}, 1, 1},
-        {"replace to another file", PHOTO, adding(false), {330, 75'000, 28'000}, {330, 145'000, 10'000}, 2, 2},
-        {"replace", PHOTO, adding(true), {230, 30'000, 3'000}, {290, 125'000, 3'000}, 1, 1},
-        {"remove to another file", PHOTO, removing(false), {240, 85'000, 28'000}, {275, 150'000, 10'000}, 1, 1},
-        {"remove", PHOTO, removing(true), {160, 40'000, 3'000}, {225, 130'000, 3'000}, 0, 0},
-        {"a record", PHOTO, std::bind(putRecord, std::placeholders::_1), {60, 3'000, 300}, {70, 12'000, 300}, 1, 1},
+        {"add to another file", STILL, adding(false), {380, 130'000, 50'000}, {480, 220'000, 15'000}, 1, 1},
+        {"add", STILL, adding(true), {300, 100'000, 25'000}, {450, 200'000, 10'000}, 1, 1},
+        {"replace to another file", PHOTO, adding(false), {330, 75'000, 28'000}, {600, 280'000, 10'000}, 2, 2},
+        {"replace", PHOTO, adding(true), {230, 30'000, 3'000}, {450, 200'000, 3'000}, 1, 1},
+        {"remove to another file", PHOTO, removing(false), {240, 85'000, 28'000}, {500, 250'000, 10'000}, 1, 1},
+        {"remove", PHOTO, removing(true), {160, 40'000, 3'000}, {345, 170'000, 3'000}, 0, 0},
+        {"a record",
+         PHOTO,
+         std::bind(putRecord, std::placeholders::_1),
+         {225, 60'000, 9'000},
+         {365, 200'000, 9'000},
+         1,
+         1},
     };
     __android_log_set_minimum_priority(ANDROID_LOG_SILENT); // lines of the log are no work on a file
     TempDir const folder;
