@@ -17,6 +17,7 @@ namespace android::lumo::checked {
 namespace {
 
 constexpr uint32_t BLOCK = 64 * 1024;
+constexpr uint32_t SMALL_READ = 4096;
 /// One kernel copy's result must fit the 32-bit target's ssize_t.
 constexpr uint32_t MAX_TRANSFER = 0x40000000;
 
@@ -247,13 +248,12 @@ void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint3
 }
 
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at) {
-    uint64_t const held = sizeOnDisk(file, at);
+    // What is small is read without asking for the file's size; what is not is not allocated before it is known to fit.
+    uint64_t const held = n > SMALL_READ ? sizeOnDisk(file, at) : UINT64_MAX;
     uint64_t const left = held - std::min<uint64_t>(position, held);
-    if (n > left)
-        throw at.as(Error::Code::DAMAGED)("fail to read bytes: %zu, expected %zu", static_cast<size_t>(left),
-                                          size_t{n});
-    std::vector<uint8_t> bytes(n);
-    if (size_t const count = readUpTo(file, position, bytes.data(), n, at); count != n)
+    std::vector<uint8_t> bytes(n <= left ? n : 0);
+    size_t const count = n <= left ? readUpTo(file, position, bytes.data(), n, at) : static_cast<size_t>(left);
+    if (count != n)
         throw at.as(Error::Code::DAMAGED)("fail to read bytes: %zu, expected %zu", count, size_t{n});
     return ByteBuffer(std::move(bytes));
 }

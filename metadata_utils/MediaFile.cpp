@@ -49,7 +49,8 @@ off64_t sizeKeepingPosition(int fd) {
     off64_t const here = lseek64(fd, 0, SEEK_CUR);
     off64_t const end = lseek64(fd, 0, SEEK_END);
     if (lseek64(fd, here, SEEK_SET) != here)
-        throw ErrorAt()("Failed to restore file position to %zu", static_cast<size_t>(here));
+        throw ErrorAt().as(Error::Code::READ_FAILED)("Failed to restore file position to %zu",
+                                                     static_cast<size_t>(here));
     return end;
 }
 
@@ -149,7 +150,8 @@ uint32_t MediaFile::size() const {
 void MediaFile::skipNBytes(uint32_t n) const {
     uint64_t const target = uint64_t{position()} + n;
     if (target > UINT32_MAX || position(static_cast<uint32_t>(target)) != target)
-        throw ErrorAt()("Failed to skip %zu bytes to position %zu", size_t{n}, static_cast<size_t>(target));
+        throw ErrorAt().as(Error::Code::DAMAGED, *this)("Failed to skip %zu bytes to position %zu", size_t{n},
+                                                        static_cast<size_t>(target));
 }
 
 // Reading. ------------------------------------------------------------------------------------------------------------
@@ -164,8 +166,9 @@ R MediaFile::read() const {
     ssize_t const n = ::read(fd, &value, sizeof value);
     if (n != ssize_t{sizeof value}) {
         auto const count = static_cast<size_t>(std::max<ssize_t>(n, 0));
-        throw ErrorAt(__LINE__, "metadata_utils/include/MediaFile")("fail to read bytes: %zu, expected %zu", count,
-                                                                    sizeof value);
+        throw ErrorAt(__LINE__, "metadata_utils/include/MediaFile")
+            .as(n < 0 ? Error::Code::READ_FAILED : Error::Code::DAMAGED, *this)("fail to read bytes: %zu, expected %zu",
+                                                                                count, sizeof value);
     }
     return static_cast<R>(value);
 }
@@ -197,7 +200,7 @@ ByteBuffer MediaFile::readAllBytes() const {
     std::vector<uint8_t> bytes(expected);
     uint32_t const start = position();
     if (lseek64(fd, 0, SEEK_SET) != 0)
-        throw ErrorAt()("Failed to reset file position to 0");
+        throw ErrorAt().as(Error::Code::READ_FAILED, *this)("Failed to reset file position to 0");
     size_t count = 0;
     ssize_t last = 1;
     while (count < bytes.size() && last > 0) {
@@ -207,9 +210,10 @@ ByteBuffer MediaFile::readAllBytes() const {
     if (count < bytes.size())
         LOGE("fail to read bytes: read %zd, expected %zu", static_cast<ssize_t>(count), bytes.size());
     if (start != 0 && position(start) != start)
-        throw ErrorAt()("Failed to restore file position to %zu", size_t{start});
+        throw ErrorAt().as(Error::Code::READ_FAILED, *this)("Failed to restore file position to %zu", size_t{start});
     if (count != expected)
-        throw ErrorAt()("readBytes not matched size: %zu - %zu", count, size_t{expected});
+        throw ErrorAt().as(last < 0 ? Error::Code::READ_FAILED : Error::Code::CHANGED,
+                           *this)("readBytes not matched size: %zu - %zu", count, size_t{expected});
     return ByteBuffer(std::move(bytes));
 }
 

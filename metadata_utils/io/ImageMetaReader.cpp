@@ -23,7 +23,7 @@ std::unique_ptr<ImageMetaReader> ImageMetaReader::of(std::shared_ptr<MediaFile> 
     case MediaDefs::MimeType::IMAGE_HEIC:
         return std::make_unique<HEIFMetaReader>(file, mode);
     default:
-        throw ErrorAt()("unsupported type: %d", static_cast<int>(type));
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *file)("unsupported type: %d", static_cast<int>(type));
     }
 }
 

@@ -19,7 +19,7 @@ std::unique_ptr<ImageMetaWriter> ImageMetaWriter::of(std::shared_ptr<MediaFile> 
     case MediaDefs::MimeType::IMAGE_HEIC:
         return std::make_unique<HEIFMetaWriter>(file);
     default:
-        throw ErrorAt()("unsupported type: %d", static_cast<int>(type));
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *file)("unsupported type: %d", static_cast<int>(type));
     }
 }
 

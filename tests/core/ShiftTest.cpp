@@ -77,6 +77,12 @@ TEST(Shift, RefusesDistancesThatLeaveTheFileAndSmallBuffersWithoutTheSafeForms) 
     EXPECT_EQ(temp.bytes(), pattern(3'000));
 }
 
+TEST(Shift, OpensAGapForASegment) {
+    TempFile const temp(pattern(3'000));
+    EXPECT_EQ(perform_file_shift_and_write(temp.open(), 20, 100, 0xFFE1, 0x0102), 2);
+    EXPECT_EQ(temp.bytes(), pattern(3'000).insert(100, "\xFF\xE1\1\2" + pattern(120).substr(104)));
+}
+
 TEST(Shift, RetriesWithHalfTheBufferOnlyWhileNothingMoved) {
     TempFile const temp;
     auto const file = temp.open();

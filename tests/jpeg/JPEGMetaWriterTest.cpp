@@ -119,6 +119,14 @@ TEST(JPEGMetaWriter, RefusalsLeaveTheFileAsItWas) {
     }
 }
 
+TEST(JPEGMetaWriter, RefusesToGrowPastWhatCanBeAddressed) {
+    TempFile const file(JpegBuilder().build());
+    file.open()->truncate(UINT32_MAX - 1000);
+    for (auto const write : {writeView, writeDebugInfo})
+        EXPECT_TRUE(failsWith("file would grow past 4 GiB", [&] { write(file, std::string(1000, 'x')); }));
+    EXPECT_EQ(file.open()->size(), UINT32_MAX - 1000);
+}
+
 // Camera debug info. --------------------------------------------------------------------------------------------------
 
 TEST(JPEGMetaWriter, DebugInfoStandsWhereAskedAndIsTakenForItsAssumedSize) {
