@@ -34,6 +34,7 @@ struct Arguments {
     // Commands' own.
     std::string edited;
     std::string video;
+    static constexpr char AUTOMATIC[] = "auto";
     std::string at; ///< "auto", a time with its unit, or empty
     std::string nameTemplate = "{stem}.{ext}";
     std::string key;

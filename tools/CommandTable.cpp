@@ -141,6 +141,16 @@ std::vector<Command> videoCommands() {
          },
          extract,
          {"extract photo.jpg -o clip.mp4", "extract -r Camera/ -d Clips/", "extract photo.jpg -o - | ffprobe -"}},
+        {"join",
+         "Make motion photos of stills and clips that belong together, by content identifier or name",
+         [](App& app, Arguments& args) {
+             app.add_option("PATH", args.paths, "Stills and clips, with -r folders of them");
+             selection(app, args);
+             newFile(app, args);
+             run(app, args);
+         },
+         join,
+         {"join IMG_1.HEIC IMG_1.MOV -d Joined/", "join -r Export/ -d Joined/ --skip-existing"}},
         {"split",
          "Still and clip of motion photos as files of their own",
          [](App& app, Arguments& args) {

@@ -20,6 +20,9 @@ ExitCode extract(Arguments const& args);
 ExitCode split(Arguments const& args);
 ExitCode carry(Arguments const& args);
 
+// JoinCommand.cpp
+ExitCode join(Arguments const& args);
+
 // FormatCommands.cpp
 ExitCode check(Arguments const& args);
 ExitCode convert(Arguments const& args);

@@ -3,10 +3,8 @@
 #include "Signals.h"
 #include "Text.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <unordered_set>
 
@@ -96,10 +94,7 @@ Outcome Destination::edit(Photo const& photo, Edit const& edit) const {
 }
 
 Outcome Destination::rehearse(Photo const& photo, Edit const& edit) const {
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> const scratch(std::tmpfile(), std::fclose);
-    if (scratch == nullptr)
-        throw systemFailure(ExitCode::WRITE_FAILED, "", "fail to make a file for the rehearsal");
-    bool const edited = guarded(photo.path(), [&] { return edit(std::make_shared<MediaFile>(fileno(scratch.get()))); });
+    bool const edited = guarded(photo.path(), [&] { return edit(Scratch().file()); });
     return {Outcome::Kind::DONE, ExitCode::DONE,
             (edited ? "would write " : "would leave as it is: ") + escaped(out) + "\n", ""};
 }

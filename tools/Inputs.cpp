@@ -16,12 +16,14 @@ namespace {
 
 constexpr char STANDARD_INPUT[] = "-";
 
-bool isStillName(fs::path const& path) {
-    static constexpr std::array<char const*, 4> ENDINGS = {".jpg", ".jpeg", ".heic", ".heif"};
+bool isNamed(fs::path const& path, Inputs::Kind kind) {
+    static constexpr std::array<char const*, 9> ENDINGS = {".jpg", ".jpeg", ".heic", ".heif", ".mov",
+                                                           ".mp4", ".m4v",  ".mp",   ".mp~2"};
+    static constexpr size_t STILLS = 4;
     std::string ending = path.extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
-    return path.filename().string().front() != '.' &&
-           std::find(ENDINGS.begin(), ENDINGS.end(), ending) != ENDINGS.end();
+    auto const end = kind == Inputs::Kind::STILLS ? ENDINGS.begin() + STILLS : ENDINGS.end();
+    return path.filename().string().front() != '.' && std::find(ENDINGS.begin(), end, ending) != end;
 }
 
 bool isFolder(std::string const& path) {
@@ -47,8 +49,9 @@ struct Inputs::Listing {
     }
 };
 
-Inputs::Inputs(Arguments const& args)
-    : recursive(args.recursive), many(args.paths.size() > 1 || args.recursive || !args.filesFrom.empty()),
+Inputs::Inputs(Arguments const& args, Kind kindOfFiles)
+    : kind(kindOfFiles), recursive(args.recursive),
+      many(args.paths.size() > 1 || args.recursive || !args.filesFrom.empty()),
       given(args.paths.begin(), args.paths.end()) {
     if (!args.filesFrom.empty())
         listing = std::make_unique<Listing>(args.filesFrom, args.zeroSeparated);
@@ -81,7 +84,7 @@ void Inputs::open(Input const& folder) {
         bool const isLink = entry->is_symlink(error);
         error.clear(); // an entry that cannot be asked is told when it is opened
         auto const name = entry->path().filename();
-        if ((isFolder(entry->path().string()) && !isLink && name.string().front() != '.') || isStillName(name))
+        if ((isFolder(entry->path().string()) && !isLink && name.string().front() != '.') || isNamed(name, kind))
             entries.push_back({entry->path().string(), (fs::path(folder.relative) / name).string()});
     }
     if (error)

@@ -20,7 +20,8 @@ struct Input {
 /// folders. A folder's names are read when it is reached, so that results written into it are no inputs of this run.
 class Inputs {
 public:
-    explicit Inputs(Arguments const& args);
+    enum class Kind { STILLS, STILLS_AND_CLIPS };
+    explicit Inputs(Arguments const& args, Kind kindOfFiles = Kind::STILLS);
     ~Inputs();
 
     /// False behind the last one. A folder that cannot be read throws a Failure, and the next call goes on behind it.
@@ -35,6 +36,7 @@ private:
     void open(Input const& folder);
     bool nextName(Input& input);
 
+    Kind kind; ///< what is taken of folders
     bool recursive;
     bool many;
     std::deque<std::string> given;

@@ -151,4 +151,12 @@ void SafeOutput::publish() {
     }
 }
 
+std::shared_ptr<android::lumo::MediaFile> Scratch::file() {
+    if (stream == nullptr)
+        stream.reset(std::tmpfile());
+    if (stream == nullptr)
+        throw systemFailure(ExitCode::WRITE_FAILED, "", "fail to make a temporary file");
+    return std::make_shared<android::lumo::MediaFile>(fileno(stream.get()));
+}
+
 } // namespace motionphoto

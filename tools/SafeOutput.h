@@ -5,6 +5,7 @@
 
 #include "MediaFile.h"
 
+#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -51,6 +52,15 @@ private:
     RightsWanted rights;
     int fd = -1;
     TemporaryName temporary; ///< empty while the file has no name
+};
+
+/// A file without a name, for what is not to stay.
+class Scratch {
+public:
+    std::shared_ptr<android::lumo::MediaFile> file();
+
+private:
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream{nullptr, std::fclose};
 };
 
 } // namespace motionphoto

@@ -3,9 +3,9 @@
 #include "Commands.h"
 
 #include "Destination.h"
+#include "PutClip.h"
 #include "Text.h"
 
-#include "MotionClip.h"
 #include "PublishedPhoto.h"
 
 #include <algorithm>
@@ -27,60 +27,20 @@ using FilePtr = std::shared_ptr<MediaFile>;
 
 constexpr char STANDARD_OUTPUT[] = "-";
 constexpr char PRIMARY[] = "Primary";
-constexpr char AUTOMATIC[] = "auto";
-
-void note(Arguments const& args, std::string const& path, std::string const& text) {
-    if (!args.quiet)
-        std::fprintf(stderr, "motionphoto: %s: %s\n", escaped(path).c_str(), text.c_str());
-}
 
 // Into the photo.
 // ------------------------------------------------------------------------------------------------------
-
-/// The moment that --at names in the clip, nothing without it.
-std::optional<int64_t> momentFor(Arguments const& args, FilePtr const& clip) {
-    if (args.at.empty())
-        return std::nullopt;
-    return args.at == AUTOMATIC ? stillMomentOf(clip) : microseconds(args.at);
-}
-
-/// What a clip lost or got on its way, in one line.
-std::string changesOf(MotionClip const& clip) {
-    std::string text;
-    if (clip.isBrandChanged)
-        text = "its brand '" + clip.brand + "' becomes 'mp42' in the photo";
-    if (clip.filler > 0)
-        text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(clip.filler) + " bytes stands behind it");
-    return text;
-}
-
-/// The photo with the clip, by the motion-photo editor where the photo has its trailer or is a plain still: that keeps
-/// the moment that is there.
-MotionClip putClip(Arguments const& args, Photo const& photo, FilePtr const& output) {
-    auto const source = openVideo(args.video, photo);
-    published::AddOptions options;
-    options.momentUs = momentFor(args, source);
-    options.clip.keepBrand = args.keepBrand;
-    if (options.momentUs || (photo.hasClaim() && photo.video.source != MotionVideo::Source::TRAILER))
-        return published::addVideo(photo.file, source, options, output);
-    auto clip = guarded(args.video, [&] { return MotionClip::prepare(source, photo.file->mimeType(), options.clip); });
-    auto const edit = photo.view()->edit();
-    edit->addVideo(clip.file);
-    output != nullptr ? edit->commit(output) : edit->commit();
-    return clip;
-}
 
 ExitCode addOrReplace(Arguments const& args, bool replaces) {
     Destination::check(args);
     if (!args.out.empty() && isSameFile(args.out, args.video))
         throw Failure(ExitCode::USAGE, args.out, "is both input and output");
-    if (!args.at.empty() && args.at != AUTOMATIC)
+    if (!args.at.empty() && args.at != Arguments::AUTOMATIC)
         microseconds(args.at); // refuses what is no time
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         if (replaces)
             photo.requireVideo();
-        if (auto const changes = changesOf(putClip(args, photo, output)); !changes.empty())
-            note(args, args.video, changes);
+        putClip(args, args.video, photo, output);
         return true;
     });
 }
@@ -231,11 +191,14 @@ ExitCode carry(Arguments const& args) {
         throw Failure(ExitCode::USAGE, args.out, "is both input and output");
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         photo.requireVideo();
-        if (photo.video.source != MotionVideo::Source::TRAILER)
-            throw Failure(
-                ExitCode::BAD_INPUT, photo.path(),
-                "has its video in the published form; motionphoto convert --to trailer makes one to carry from");
-        auto const edit = photo.view()->edit();
+        // The editor carries from the form with a trailer.
+        auto source = photo.file;
+        Scratch scratch;
+        if (photo.video.source != MotionVideo::Source::TRAILER) {
+            source = scratch.file();
+            published::toTrailer(photo.file, source);
+        }
+        auto const edit = MotionPhotoInfo::parse(source)->edit();
         edit->setOutputSource(openFile(args.edited, Access::READ));
         edit->commit(output);
         return true;

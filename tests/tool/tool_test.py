@@ -28,6 +28,27 @@ def trailer(*records):
     return b"".join(stored) + tail + struct.pack("<I", len(tail)) + b"QRTT"
 
 
+def box(kind, content):
+    return struct.pack(">I4s", 8 + len(content), kind) + content
+
+
+def identified(still, clip, identifier):
+    """Both as the camera of a live pair leaves them: the identifier in the maker note, and in the movie's metadata."""
+    value = identifier + b"\0"
+    maker = b"Apple iOS\0\0\1MM" + struct.pack(">HHHII", 1, 0x11, 2, len(value), 28) + value
+    directory = struct.pack(">HHHIII", 1, 0x8769, 4, 1, 26, 0) + struct.pack(">HHHIII", 1, 0x927C, 7, len(maker), 44, 0)
+    exif = b"Exif\0\0MM\0*" + struct.pack(">I", 8) + directory + maker
+    segment = b"\xff\xe1" + struct.pack(">H", 2 + len(exif)) + exif
+    key = b"com.apple.quicktime.content.identifier"
+    keys = box(b"keys", struct.pack(">III4s", 0, 1, 8 + len(key), b"mdta") + key)
+    meta = box(b"meta", keys + box(b"ilst", box(b"\0\0\0\1", box(b"data", struct.pack(">II", 1, 0) + identifier))))
+    moov = clip.rindex(b"moov") - 4
+    size = struct.unpack_from(">I", clip, moov)[0] + len(meta)
+    old = still.index(b"\xff\xe1")
+    end = old + 2 + struct.unpack_from(">H", still, old + 2)[0]
+    return still[:old] + segment + still[end:], clip[:moov] + struct.pack(">I", size) + clip[moov + 4 :] + meta
+
+
 class ToolTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -269,6 +290,29 @@ class ToolTest(unittest.TestCase):
         self.done("carry", "photo.jpg", "--into", "alone.jpg", "-o", "again.jpg")
         self.assertEqual(self.info("again.jpg")["motionPhoto"]["presentationTimestampUs"], 1_500_000)
         self.assertEqual(subprocess.run([*TOOL, "extract", "again.jpg", "-o", "-"], cwd=self.folder, stdout=-1).stdout, CLIP)
+
+    def test_stills_and_clips_that_belong_together_are_joined(self):
+        still, clip = identified(STILL, CLIP, b"0A1B-2C3D")
+        for folder in ("in", "in/deep"):
+            (self.folder / folder).mkdir()
+        pairs = {
+            "in/IMG_1.JPG": ("in/other name.mov", still, clip),
+            "in/IMG_2(1).JPG": ("in/IMG_2(1).MP4", STILL, CLIP),
+            "in/deep/PXL_3.MP.jpg": ("in/deep/PXL_3.MP", STILL, CLIP),
+            "in/alone.jpg": ("in/IMG_2.MP4", STILL, CLIP),
+        }
+        for name, (twin, image, movie) in pairs.items():
+            self.write(name, image)
+            self.write(twin, movie)
+        result = self.tool("join", "-r", "in", "-d", "out")
+        self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (0, "3 done"), result.stderr)
+        self.assertIn("1 without a clip", result.stderr)
+        self.assertFalse((self.folder / "out/alone.jpg").exists())
+        for name, (_, _, movie) in [*pairs.items()][:3]:
+            self.assertEqual(self.read(name.replace("in", "out", 1)).count(movie), 1, name)
+        self.write("in/IMG_2(1).MOV", CLIP)
+        self.refused(3, "has 2 clips", "join", "-q", "in/IMG_2(1).JPG", "in/IMG_2(1).MOV", "in/IMG_2(1).MP4", "-d", "more")
+        self.refused(1, "no still has a clip", "join", "-q", "still.jpg", "-d", "more")
 
     def test_both_forms_carry_the_same_video(self):
         self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))

@@ -1,0 +1,171 @@
+#include "ContentIdentifier.h"
+
+#include "io/ImageMetaReader.h"
+
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <optional>
+#include <string_view>
+
+#include <unistd.h>
+
+namespace motionphoto {
+
+using namespace android::lumo;
+
+namespace {
+
+/// A run of bytes that is never read past its end: what lies outside reads as empty or 0.
+struct Bytes {
+    std::string_view text;
+    bool isLittle = false;
+
+    Bytes from(uint64_t offset, uint64_t size = UINT64_MAX) const {
+        return {offset <= text.size() ? text.substr(offset, size) : std::string_view(), isLittle};
+    }
+    uint32_t number(uint64_t offset, unsigned width) const {
+        if (offset > text.size() || text.size() - offset < width)
+            return 0;
+        uint32_t value = 0;
+        for (unsigned i = 0; i < width; ++i) {
+            auto const byte = static_cast<unsigned char>(text[offset + (isLittle ? width - 1 - i : i)]);
+            value = value << 8 | byte;
+        }
+        return value;
+    }
+};
+
+std::string untilZero(std::string_view text) {
+    return std::string(text.substr(0, text.find('\0')));
+}
+
+// Still: TIFF directories. A directory at an offset is a 2-byte count and entries of 12 bytes: tag 2, type 2, count 4,
+// value or its offset 4.
+
+constexpr uint32_t EXIF_DIRECTORY = 0x8769, MAKER_NOTE = 0x927C, IDENTIFIER = 0x0011;
+constexpr std::string_view EXIF_START{"Exif\0\0", 6};
+constexpr std::string_view MAKER{"Apple iOS\0\0\1", 12};
+constexpr uint32_t MAKER_DIRECTORY = 14; ///< behind the maker's name and the byte order
+
+struct Entry {
+    uint32_t count = 0;
+    uint32_t value = 0;
+};
+
+std::optional<Entry> find(Bytes const& tiff, uint32_t directory, uint32_t tag) {
+    uint32_t const count = tiff.number(directory, 2);
+    for (uint32_t i = 0; i < count; ++i) {
+        uint64_t const at = uint64_t{directory} + 2 + uint64_t{i} * 12;
+        if (tiff.number(at, 2) == tag)
+            return Entry{tiff.number(at + 4, 4), tiff.number(at + 8, 4)};
+    }
+    return std::nullopt;
+}
+
+std::string identifierInExif(std::string_view block) {
+    // A HEIC's block begins with the offset of the TIFF header, a JPEG's with "Exif".
+    auto const start = block.find(EXIF_START);
+    Bytes tiff{start < 16 ? block.substr(start + EXIF_START.size()) : block.size() > 4 ? block.substr(4) : block};
+    tiff.isLittle = tiff.text.starts_with("II");
+    auto const exif = find(tiff, tiff.number(4, 4), EXIF_DIRECTORY);
+    auto const note = exif ? find(tiff, exif->value, MAKER_NOTE) : std::nullopt;
+    if (!note)
+        return "";
+    Bytes maker = tiff.from(note->value, note->count);
+    if (!maker.text.starts_with(MAKER))
+        return "";
+    maker.isLittle = maker.text.substr(MAKER.size()).starts_with("II");
+    auto const entry = find(maker, MAKER_DIRECTORY, IDENTIFIER);
+    return entry ? untilZero(maker.from(entry->value, entry->count).text) : "";
+}
+
+// Clip: boxes of size 4, type 4, content.
+// ------------------------------------------------------------------------------
+
+constexpr std::string_view KEY = "com.apple.quicktime.content.identifier";
+constexpr uint64_t MAX_METADATA = 1 << 20;
+constexpr uint32_t BOX_HEADER = 8;
+
+/// The content of the first box of that type.
+Bytes box(Bytes const& parent, std::string_view type) {
+    for (uint64_t at = 0; at + BOX_HEADER <= parent.text.size();) {
+        uint32_t const size = parent.number(at, 4);
+        if (size < BOX_HEADER)
+            break;
+        if (parent.text.substr(at + 4, 4) == type)
+            return parent.from(at + BOX_HEADER, size - BOX_HEADER);
+        at += size;
+    }
+    return {};
+}
+
+std::string identifierInMetadata(Bytes const& meta) {
+    // 'keys': version and flags 4, count 4, then keys: size 4, namespace 4, name.
+    Bytes const keys = box(meta, "keys");
+    uint64_t at = 8;
+    for (uint32_t index = 1; index <= keys.number(4, 4); ++index) {
+        uint32_t const size = keys.number(at, 4);
+        if (size < BOX_HEADER)
+            break;
+        if (keys.from(at + BOX_HEADER, size - BOX_HEADER).text == KEY) {
+            char const type[4] = {static_cast<char>(index >> 24), static_cast<char>(index >> 16),
+                                  static_cast<char>(index >> 8), static_cast<char>(index)};
+            // 'data': type 4, locale 4, value.
+            return std::string(box(box(box(meta, "ilst"), {type, 4}), "data").from(8).text);
+        }
+        at += size;
+    }
+    return "";
+}
+
+/// The content of a box of the file's run [from, end), by its place.
+std::optional<std::pair<uint64_t, uint64_t>> find(int fd, uint64_t from, uint64_t end, std::string_view type) {
+    while (from + BOX_HEADER <= end) {
+        char header[16] = {};
+        if (pread(fd, header, sizeof header, static_cast<off_t>(from)) < ssize_t{BOX_HEADER})
+            return std::nullopt;
+        Bytes const bytes{{header, sizeof header}};
+        uint64_t size = bytes.number(0, 4), head = BOX_HEADER;
+        if (size == 1) {
+            size = uint64_t{bytes.number(8, 4)} << 32 | bytes.number(12, 4);
+            head = 16;
+        } else if (size == 0) {
+            size = end - from;
+        }
+        if (size < head || size > end - from)
+            return std::nullopt;
+        if (bytes.text.substr(4, 4) == type)
+            return std::pair(from + head, from + size);
+        from += size;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::string contentIdentifierOfStill(std::shared_ptr<MediaFile> const& still) {
+    try {
+        auto const block = ImageMetaReader::of(still, ParseMode::LAZY)->getExif();
+        return identifierInExif(block.toTypedData<std::string>());
+    } catch (std::exception const&) {
+        return ""; // its other commands say what is wrong with it
+    }
+}
+
+std::string contentIdentifierOfClip(std::shared_ptr<MediaFile> const& clip) {
+    int const fd = clip->getFd();
+    auto const movie = find(fd, 0, clip->size(), "moov");
+    auto const meta = movie ? find(fd, movie->first, movie->second, "meta") : std::nullopt;
+    if (!meta || meta->second - meta->first > MAX_METADATA)
+        return "";
+    std::string content(meta->second - meta->first, '\0');
+    if (pread(fd, content.data(), content.size(), static_cast<off_t>(meta->first)) !=
+        static_cast<ssize_t>(content.size()))
+        return "";
+    // QuickTime's metadata box begins with boxes, that of ISO base media files with version and flags.
+    Bytes const all{content};
+    return identifierInMetadata(all.number(0, 4) == 0 ? all.from(4) : all);
+}
+
+} // namespace motionphoto

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "MediaFile.h"
+
+#include <memory>
+#include <string>
+
+namespace motionphoto {
+
+/// The identifier by which a camera says that a still and a clip are one moment; empty where there is none.
+///
+/// In a still: tag 0x0011 of the maker note "Apple iOS" in the Exif block (TIFF 6.0, Exif 2.3). In a QuickTime movie:
+/// the item "com.apple.quicktime.content.identifier" of moov's metadata (QuickTime File Format, metadata atoms 'keys'
+/// and 'ilst'). Damage is no identifier; what the system refuses to read neither.
+std::string contentIdentifierOfStill(std::shared_ptr<android::lumo::MediaFile> const& still);
+std::string contentIdentifierOfClip(std::shared_ptr<android::lumo::MediaFile> const& clip);
+
+} // namespace motionphoto

@@ -1,0 +1,170 @@
+// Stills and clips that belong together, as exports of phones and photo services leave them, become motion photos.
+
+#include "Commands.h"
+
+#include "ContentIdentifier.h"
+#include "Destination.h"
+#include "PutClip.h"
+#include "Text.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace motionphoto {
+
+using namespace android::lumo;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::array<std::string_view, 4> STILL_ENDINGS = {".jpg", ".jpeg", ".heic", ".heif"};
+constexpr std::array<std::string_view, 5> CLIP_ENDINGS = {".mov", ".mp4", ".m4v", ".mp", ".mp~2"};
+
+std::string lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+template<size_t N>
+bool cutEnding(std::string& name, std::array<std::string_view, N> const& endings) {
+    for (auto const ending : endings) {
+        if (name.size() > ending.size() && name.ends_with(ending)) {
+            name.resize(name.size() - ending.size());
+            return true;
+        }
+    }
+    return false;
+}
+
+/// A file of the run: what it is, and the name it shares with its twin.
+struct Part {
+    std::string path;
+    std::string relative;
+    std::string key; ///< folder and name without endings, a copy's "(1)" at its end
+};
+
+struct Parts {
+    std::vector<Part> stills, clips;
+};
+
+/// "IMG_1(1).JPG" and "IMG_1.MOV(1)"-like names of copies, "PXL_1.MP.jpg" and "PXL_1.MP" of one moment meet in one key.
+void sort(Part part, Parts& parts) {
+    static std::regex const COPY(R"(\((\d+)\))");
+    std::string name = lowered(fs::path(part.path).filename().string());
+    std::string copy;
+    if (std::smatch match; std::regex_search(name, match, COPY)) {
+        copy = match.str();
+        name = match.prefix().str() + match.suffix().str();
+    }
+    bool const isStill = cutEnding(name, STILL_ENDINGS);
+    bool const isClip = !isStill && cutEnding(name, CLIP_ENDINGS);
+    cutEnding(name, STILL_ENDINGS); // of a clip named after its still
+    cutEnding(name, CLIP_ENDINGS);
+    part.key = (fs::path(part.path).parent_path() / (name + copy)).string();
+    if (isStill || isClip)
+        (isStill ? parts.stills : parts.clips).push_back(std::move(part));
+}
+
+Parts gather(Arguments const& args) {
+    Parts parts;
+    Inputs inputs(args, Inputs::Kind::STILLS_AND_CLIPS);
+    for (Input input; inputs.next(input);)
+        sort({input.path, input.relative, ""}, parts);
+    return parts;
+}
+
+std::string identifierOf(std::string const& path, std::string (*read)(std::shared_ptr<MediaFile> const&)) {
+    try {
+        return read(openFile(path, Access::READ));
+    } catch (Failure const&) {
+        return ""; // told when it comes to be joined
+    }
+}
+
+/// The clip of each still: by the identifier both carry, else by name.
+class Pairs {
+public:
+    explicit Pairs(Parts const& parts) {
+        std::map<std::string, std::vector<Part const*>> byIdentifier, byName;
+        for (auto const& clip : parts.clips) {
+            byName[clip.key].push_back(&clip);
+            if (auto const id = identifierOf(clip.path, contentIdentifierOfClip); !id.empty())
+                byIdentifier[id].push_back(&clip);
+        }
+        for (auto const& still : parts.stills) {
+            auto const id = identifierOf(still.path, contentIdentifierOfStill);
+            auto const match = id.empty() ? byIdentifier.end() : byIdentifier.find(id);
+            if (match != byIdentifier.end())
+                take(still, match->second);
+            else if (auto const twin = byName.find(still.key); twin != byName.end())
+                take(still, twin->second);
+            else
+                ++alone;
+        }
+    }
+
+    struct Pair {
+        std::string relative;
+        std::vector<std::string> clips; ///< more than one where it cannot be told which
+    };
+    std::map<std::string, Pair> const& all() const { return pairs; }
+    size_t withoutClip() const { return alone; }
+
+private:
+    void take(Part const& still, std::vector<Part const*> const& clips) {
+        auto& pair = pairs[still.path];
+        pair.relative = still.relative;
+        for (auto const* clip : clips)
+            pair.clips.push_back(clip->path);
+    }
+
+    std::map<std::string, Pair> pairs;
+    size_t alone = 0;
+};
+
+Outcome joinOne(Arguments const& args, std::string const& path, Pairs::Pair const& pair) {
+    if (pair.clips.size() > 1)
+        throw Failure(ExitCode::BAD_INPUT, path,
+                      "has " + std::to_string(pair.clips.size()) + " clips, " + pair.clips[0] + " and " +
+                          pair.clips[1] + "; motionphoto add takes one of them");
+    Destination const destination(args, {path, pair.relative}, pair.relative);
+    if (destination.isSkipped())
+        return destination.skippedOutcome();
+    Photo const photo(path, Access::READ);
+    if (photo.hasClaim())
+        throw Failure(ExitCode::BAD_INPUT, path, "has a video already");
+    return destination.edit(photo, [&](auto const& output) {
+        putClip(args, pair.clips.front(), photo, output);
+        return true;
+    });
+}
+
+} // namespace
+
+ExitCode join(Arguments const& args) {
+    if (args.folder.empty())
+        throw Failure(ExitCode::USAGE, "", "give the folder for the joined photos: -d DIR");
+    auto const pairs = guarded("", [&] { return Pairs(gather(args)); });
+    Arguments joined = args;
+    joined.recursive = false;
+    joined.filesFrom.clear();
+    joined.paths.clear();
+    joined.at = Arguments::AUTOMATIC;
+    for (auto const& [path, pair] : pairs.all())
+        joined.paths.push_back(path);
+    if (pairs.withoutClip() > 0 && !args.quiet)
+        std::fprintf(stderr, "motionphoto: %zu without a clip left out\n", pairs.withoutClip());
+    if (joined.paths.empty())
+        throw Failure(ExitCode::NO_MOTION_PHOTO, "", "no still has a clip that belongs to it");
+    return forEachInput(
+        joined, [&](Input const& input) { return joinOne(joined, input.path, pairs.all().at(input.path)); },
+        Summary::YES);
+}
+
+} // namespace motionphoto

@@ -1,0 +1,62 @@
+#include "PutClip.h"
+
+#include "Text.h"
+
+#include "MotionClip.h"
+#include "PublishedPhoto.h"
+
+#include <cstdio>
+
+namespace motionphoto {
+
+using namespace android::lumo;
+
+namespace {
+
+/// The moment that --at names in the clip, nothing without it.
+std::optional<int64_t> momentFor(Arguments const& args, std::shared_ptr<MediaFile> const& clip) {
+    if (args.at.empty())
+        return std::nullopt;
+    return args.at == Arguments::AUTOMATIC ? stillMomentOf(clip) : microseconds(args.at);
+}
+
+/// What a clip lost or got on its way, in one line.
+std::string changesOf(MotionClip const& clip) {
+    std::string text;
+    if (clip.isBrandChanged)
+        text = "its brand '" + clip.brand + "' becomes 'mp42' in the photo";
+    if (clip.filler > 0)
+        text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(clip.filler) + " bytes stands behind it");
+    return text;
+}
+
+/// Where the photo has the editor's own trailer or is a plain still, the editor keeps the moment that is there.
+MotionClip put(Arguments const& args, std::string const& path, Photo const& photo,
+               std::shared_ptr<MediaFile> const& output) {
+    auto const source = openVideo(path, photo);
+    published::AddOptions options;
+    options.momentUs = momentFor(args, source);
+    options.clip.keepBrand = args.keepBrand;
+    if (options.momentUs || (photo.hasClaim() && photo.video.source != MotionVideo::Source::TRAILER))
+        return published::addVideo(photo.file, source, options, output);
+    auto clip = guarded(path, [&] { return MotionClip::prepare(source, photo.file->mimeType(), options.clip); });
+    auto const edit = photo.view()->edit();
+    edit->addVideo(clip.file);
+    output != nullptr ? edit->commit(output) : edit->commit();
+    return clip;
+}
+
+} // namespace
+
+void note(Arguments const& args, std::string const& path, std::string const& text) {
+    if (!args.quiet)
+        std::fprintf(stderr, "motionphoto: %s: %s\n", escaped(path).c_str(), text.c_str());
+}
+
+void putClip(Arguments const& args, std::string const& clip, Photo const& photo,
+             std::shared_ptr<MediaFile> const& output) {
+    if (auto const changes = changesOf(put(args, clip, photo, output)); !changes.empty())
+        note(args, clip, changes);
+}
+
+} // namespace motionphoto

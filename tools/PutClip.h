@@ -1,0 +1,18 @@
+#pragma once
+
+#include "Arguments.h"
+#include "Photo.h"
+
+#include <memory>
+#include <string>
+
+namespace motionphoto {
+
+/// A line for people on standard error, unless they want none.
+void note(Arguments const& args, std::string const& path, std::string const& text);
+
+/// Puts the clip into the photo, or into the output, at the moment that --at names; says when the clip has to change.
+void putClip(Arguments const& args, std::string const& clip, Photo const& photo,
+             std::shared_ptr<android::lumo::MediaFile> const& output);
+
+} // namespace motionphoto
