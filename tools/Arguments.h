@@ -45,6 +45,8 @@ struct Arguments {
     bool keepBrand = false;
     bool dropRecords = false;
     bool dropOrphans = false;
+    std::string svg;
+    std::string html;
     bool json = false;
     bool list = false;
 };

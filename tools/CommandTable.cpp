@@ -317,6 +317,16 @@ std::vector<Command> infoCommands() {
          },
          info,
          {"info photo.jpg", "info --json -r Camera/ | jq -r 'select(.motionPhoto) | .file'"}},
+        {"map",
+         "Draw a photo's bytes to scale",
+         [](App& app, Arguments& args) {
+             oneStill(app, args, "PHOTO");
+             app.add_option("--svg", args.svg, "As a drawing")->type_name("OUT");
+             app.add_option("--html", args.html, "As a page with still and video")->type_name("OUT");
+             app.add_flag("--force", args.force, "Replace an output that is there");
+         },
+         map,
+         {"map photo.jpg", "map photo.jpg --html photo.html"}},
     };
 }
 

@@ -10,6 +10,9 @@ namespace motionphoto {
 // InfoCommand.cpp
 ExitCode info(Arguments const& args);
 
+// MapCommand.cpp
+ExitCode map(Arguments const& args);
+
 // VideoCommands.cpp
 ExitCode add(Arguments const& args);
 ExitCode replace(Arguments const& args);

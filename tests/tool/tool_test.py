@@ -2,8 +2,10 @@
 bytes. Run as: tool_test.py TOOL SAMPLES [unittest arguments]; TOOL may be "EMULATOR;ITS ARGUMENT;...;TOOL". Shares no
 code with the library."""
 
+import base64
 import json
 import os
+import re
 import resource
 import stat
 import struct
@@ -12,6 +14,7 @@ import sys
 import tempfile
 import unittest
 from pathlib import Path
+from xml.etree import ElementTree
 
 TOOL, SAMPLES = list(filter(None, sys.argv[1].split(";"))), Path(sys.argv[2])
 STILL = (SAMPLES / "still.jpg").read_bytes()
@@ -313,6 +316,20 @@ class ToolTest(unittest.TestCase):
         self.write("in/IMG_2(1).MOV", CLIP)
         self.refused(3, "has 2 clips", "join", "-q", "in/IMG_2(1).JPG", "in/IMG_2(1).MOV", "in/IMG_2(1).MP4", "-d", "more")
         self.refused(1, "no still has a clip", "join", "-q", "still.jpg", "-d", "more")
+
+    def test_map_accounts_for_every_byte(self):
+        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
+        rows = re.findall(r"^ +([\d,]+) +([\d,]+)  . (.+)$", self.done("map", "photo.jpg"), re.M)
+        places = [(int(at.replace(",", "")), int(size.replace(",", "")), name) for at, size, name in rows]
+        self.assertEqual([at for at, _, _ in places[1:]], [at + size for at, size, _ in places[:-1]])
+        self.assertEqual((places[0][0], sum(size for _, size, _ in places)), (0, len(self.read("photo.jpg"))))
+        video = self.info("photo.jpg")["motionPhoto"]["video"]
+        self.assertIn((video["position"], video["size"], "video (trailer)"), places)
+        self.done("map", "photo.jpg", "--html", "page.html")
+        data = re.findall(rb"base64,([A-Za-z0-9+/=]+)", self.read("page.html"))
+        self.assertEqual([base64.b64decode(each) for each in data], [self.read("photo.jpg")[: video["position"]], CLIP])
+        self.done("map", "photo.jpg", "--svg", "page.svg")
+        self.assertEqual(len(ElementTree.fromstring(self.read("page.svg"))), 5 * len(places))
 
     def test_both_forms_carry_the_same_video(self):
         self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
