@@ -2,6 +2,7 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "MotionPhotoInfoImpl.h"
 #include "MovieBoxes.h"
 #include "PhotoLayout.h"
 #include "StillEnd.h"
@@ -125,6 +126,17 @@ void MotionVideo::copyTo(std::shared_ptr<MediaFile> const& photo, std::shared_pt
         throw ErrorAt().as(Error::Code::CHANGED, *photo)("the photo has changed since it was read: no video at %zu",
                                                          size_t{position});
     checked::copy(photo, target, position, size);
+}
+
+std::optional<int64_t> MotionVideo::durationUs(std::shared_ptr<MediaFile> const& photo) const {
+    if (!isSound())
+        return std::nullopt;
+    try {
+        return videoDurationUs(*photo, position, size);
+    } catch (std::runtime_error const&) {
+        rethrowUnlessDamage();
+        return std::nullopt;
+    }
 }
 
 char const* MotionVideo::nameOf(Source source) {

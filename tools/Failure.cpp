@@ -15,15 +15,6 @@ using android::lumo::Error;
 
 namespace {
 
-/// The library's message without the "[source:line] " in front of it.
-std::string_view withoutSource(std::string_view text) {
-    if (auto const end = text.find("] "); text.starts_with('[') && end != std::string_view::npos) {
-        if (auto const colon = text.substr(0, end).rfind(':'); colon != std::string_view::npos)
-            return text.substr(end + 2);
-    }
-    return text;
-}
-
 /// What a file handle over a bare descriptor calls its file; of the tool's only outputs are.
 constexpr char NAMELESS[] = "unknown";
 
@@ -44,6 +35,14 @@ bool isFailedWrite(Error const& error, bool inOutput) {
 }
 
 } // namespace
+
+std::string_view withoutSource(std::string_view text) {
+    if (auto const end = text.find("] "); text.starts_with('[') && end != std::string_view::npos) {
+        if (auto const colon = text.substr(0, end).rfind(':'); colon != std::string_view::npos)
+            return text.substr(end + 2);
+    }
+    return text;
+}
 
 Failure::Failure(ExitCode exitCode, std::string const& subject, std::string const& text)
     : std::runtime_error(text), code(exitCode), about(subject) {}

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace motionphoto {
@@ -23,6 +24,9 @@ private:
     ExitCode code;
     std::string about;
 };
+
+/// The library's message without the "[source:line] " in front of it.
+std::string_view withoutSource(std::string_view text);
 
 /// A failed system call: what could not be done, and errno's text.
 Failure systemFailure(ExitCode code, std::string const& subject, std::string const& what);

@@ -3,7 +3,6 @@
 #include "io/ImageMetaReader.h"
 
 #include <algorithm>
-#include <exception>
 
 namespace motionphoto {
 
@@ -13,14 +12,6 @@ namespace {
 
 /// A directory has a handful of items; this many places are looked at when some of them are not indexed.
 constexpr int32_t MAX_DIRECTORY_PLACES = 10'000;
-
-std::optional<int64_t> durationOf(MotionPhotoInfo const& view) {
-    try {
-        return view.getVideoDurationUs();
-    } catch (std::exception const&) {
-        return std::nullopt;
-    }
-}
 
 InfoReport::MotionPhoto motionPhotoOf(Photo const& photo, MotionPhotoInfo const& view) {
     auto const& located = photo.video;
@@ -32,13 +23,12 @@ InfoReport::MotionPhoto motionPhotoOf(Photo const& photo, MotionPhotoInfo const&
     motion.presentationTimestampUs = located.momentUs;
     motion.video.position = located.position;
     motion.video.size = located.size;
+    motion.video.durationUs = located.durationUs(photo.file);
     if (motion.valid)
         motion.video.mimeType = MediaDefs::mimeString(located.mimeType());
     if (located.source != MotionVideo::Source::TRAILER)
         return motion;
     motion.format = MediaDefs::motionphotoFormatString(view.getQRTMotionPhotoVersion());
-    if (motion.valid)
-        motion.video.durationUs = durationOf(view);
     // The view's own answer wraps around when a damaged record points into the image.
     auto const padding = view.getImageVideoPadding();
     motion.video.padding = padding <= view.getFileSize() ? padding : 0;

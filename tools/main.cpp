@@ -14,11 +14,12 @@ using namespace motionphoto;
 
 namespace {
 
-/// A file that is opened later must not become descriptor 0, 1 or 2: messages would go into a photo.
+/// A file that is opened later must not become descriptor 0, 1 or 2: messages would go into a photo. What stands there
+/// instead fails as a closed one does, so that a report that nobody gets is no success.
 void occupyStandardDescriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (fcntl(fd, F_GETFD) == -1)
-            (void)!open("/dev/null", O_RDWR);
+            (void)!open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
 }
 

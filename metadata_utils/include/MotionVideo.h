@@ -64,6 +64,9 @@ struct METADATA_UTILS_EXPORT MotionVideo {
     /// Throws REFUSED unless it is sound, CHANGED when the photo no longer holds it there.
     void copyTo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& target) const;
 
+    /// Microseconds that its first video track lasts; nothing where the movie does not tell, or there is none.
+    std::optional<int64_t> durationUs(std::shared_ptr<MediaFile> const& photo) const;
+
     /// "trailer", "box", "directory", "micro-video", "scan", "none".
     static char const* nameOf(Source source);
     /// "sound", "damaged", "none".

@@ -218,6 +218,8 @@ class ToolTest(unittest.TestCase):
                         (self.folder / "out").unlink(missing_ok=True)
         with open("/dev/full", "w") as full:
             self.assertEqual(self.tool("info", "still.jpg", stdout=full).returncode, 4)
+        closed = subprocess.run(["sh", "-c", '"$@" >&-', "-", *TOOL, "info", "still.jpg"], cwd=self.folder, stderr=-1)
+        self.assertEqual((closed.returncode, closed.stderr.count(b"fail to write")), (4, 1))
 
     def mode(self, name):
         return stat.S_IMODE((self.folder / name).stat().st_mode)
@@ -344,6 +346,7 @@ class ToolTest(unittest.TestCase):
             with self.subTest(name=name):
                 motion = self.info(name)["motionPhoto"]
                 self.assertEqual((motion["source"], motion["presentationTimestampUs"]), (source, 1_000_000))
+                self.assertAlmostEqual(motion["video"]["durationUs"], 2_500_000, delta=50_000)
                 self.assertEqual(json.loads(self.done("check", "--json", name))["verdict"], "sound")
                 self.done("extract", name, "-o", name + ".mp4")
                 self.assertEqual(self.read(name + ".mp4"), CLIP)
