@@ -3,9 +3,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
-#include "TrailerWriter.h"
 #include "VideoFields.h"
-#include "io/VideoPointer.h"
 
 #include <algorithm>
 
@@ -31,12 +29,11 @@ QRTEdit& QRTEdit::putData(int type, std::string const& name, std::string const& 
 }
 
 QRTEditImpl::QRTEditImpl(std::shared_ptr<QRTInfoImpl> const& view) : info(view) {
-    source.file = view->getFile();
     takeViewsRecords();
 }
 
 void QRTEditImpl::takeViewsRecords() {
-    source.trailer = info->getStored();
+    source = TrailerFile(source.getFile() != nullptr ? source.getFile() : info->getFile(), info->getStored());
     std::vector<StagedRecord> all;
     for (auto const& record : info->getRecordList())
         all.push_back(stagedForm(*info, record));
@@ -49,7 +46,7 @@ StagedRecord QRTEditImpl::stagedForm(QRTInfoImpl const& view, QRTDataInfo const&
     bool const isStored = record.offsetFromTail > 0 && record.payload > 0;
     if (isStored && &view == info.get()) {
         auto staged = StagedRecord::inFile(record);
-        source.places[staged.identity] = info->getStored()->recordsSize() - record.offsetFromTail;
+        source.places()[staged.identity] = info->getStored()->recordsSize() - record.offsetFromTail;
         return staged;
     }
     StagedRecord staged;
@@ -140,11 +137,8 @@ void QRTEditImpl::stage(int type, std::string const& name, ByteSource const& dat
         bytes = StagedRecord::DataFile{data, data.getPosition() == 0 && data.size() == data.getFile()->size()};
     if (auto* found = records.find(type, name)) {
         if (found->hasSubInfo && found->isInFile()) {
-            auto const ground = survey(output());
-            uint32_t const head = found->headSize() - found->subInfoSize;
-            found->subInfo = checked::readAt(*output().file,
-                                             ground.image + ground.boxHeader + ground.places.at(found->identity) + head,
-                                             found->subInfoSize);
+            found->subInfo = output().read(*found, info->boxHeaderSize(), found->headSize() - found->subInfoSize,
+                                           found->subInfoSize);
         }
         found->replaceData(std::move(bytes));
         LOGI("update data: %s", found->described().toString().c_str());
@@ -162,7 +156,7 @@ void QRTEditImpl::settle(int type, std::string const& name, ByteBuffer const& da
     auto const* before = records.find(type, name);
     auto const identity = before != nullptr ? before->identity : nullptr;
     if (identity != nullptr)
-        output().places.erase(identity);
+        output().places().erase(identity);
     stage(type, name, ByteSource(std::make_shared<ByteBuffer const>(data)));
     if (identity != nullptr)
         records.find(type, name)->identity = identity;
@@ -208,13 +202,7 @@ void QRTEditImpl::copy(QRTInfoImpl const& view, QRTDataInfo const& record) {
 ByteBuffer QRTEditImpl::load(StagedRecord const& record) const {
     if (!record.isInFile())
         return record.data().load();
-    auto const ground = survey(output());
-    auto const place = ground.places.find(record.identity);
-    if (place == ground.places.end())
-        throw ErrorAt().as(Error::Code::CHANGED)("record %s no longer stands in the file's trailer",
-                                                 record.name.c_str());
-    return checked::readAt(*output().file, ground.image + ground.boxHeader + place->second + record.headSize(),
-                           record.dataSize);
+    return output().read(record, info->boxHeaderSize(), record.headSize(), record.dataSize);
 }
 
 QRTEdit& QRTEditImpl::putAll(std::shared_ptr<QRTInfo> const& from, std::filesystem::copy_options const& options) {
@@ -287,9 +275,9 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other) {
         bool const isKnown = known != mine.end() && adopted.contains(record.identity);
         isNew = isNew || !isKnown;
         all.push_back(isKnown ? known->second : record);
-        auto const place = other.source.places.find(record.identity);
-        if (!isKnown && record.isInFile() && place != other.source.places.end())
-            source.places[record.identity] = place->second;
+        auto const place = other.source.places().find(record.identity);
+        if (!isKnown && record.isInFile() && place != other.source.places().end())
+            source.places()[record.identity] = place->second;
         adopted.insert(record.identity);
     }
     isNew = isNew || all.size() != before;
@@ -300,7 +288,7 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other) {
 // Commit. -------------------------------------------------------------------------------------------------------------
 
 bool QRTEditImpl::isSource(MediaFile const& file) const {
-    return MediaFile::isFdsDup(file.getFd(), source.file->getFd());
+    return MediaFile::isFdsDup(file.getFd(), source.getFile()->getFd());
 }
 
 void QRTEditImpl::commit(std::shared_ptr<MediaFile> const& file) {
@@ -308,24 +296,19 @@ void QRTEditImpl::commit(std::shared_ptr<MediaFile> const& file) {
         throw ErrorAt()("no file to write to");
     if (isSource(*file)) {
         elsewhere.reset();
-        source.file = file;
-    } else {
-        checked::requireEditable(*file);
-        Output copy = source;
-        copy.file = file;
-        uint32_t space = source.file->size();
-        if (!records.empty())
-            space = std::max(space, plan(copy).workSize());
-        checked::requireAddressable(*source.file);
-        checked::requireSpace(*file, space);
-        elsewhere = copy;
-        elsewhere->trailer = nullptr;
-        uint32_t const size = source.file->size();
-        checked::seek(*file, 0);
-        checked::copy(source.file, file, 0, size);
-        checked::truncate(*file, size);
-        elsewhere->trailer = source.trailer;
+        source.useHandle(file);
+        return commit();
     }
+    checked::requireEditable(*file);
+    auto const& photo = source.getFile();
+    checked::requireAddressable(*photo);
+    uint32_t const size = photo->size();
+    checked::requireSpace(*file, records.empty() ? size : std::max(size, plan(source, *file).workSize()));
+    elsewhere = source.copiedTo(file);
+    checked::seek(*file, 0);
+    checked::copy(photo, file, 0, size);
+    checked::truncate(*file, size);
+    elsewhere->setMade(true);
     commit();
 }
 
@@ -336,13 +319,15 @@ void QRTEditImpl::commit() {
         LOGI("commit X: no data, skip to commit");
         return;
     }
-    checked::requireEditable(*output().file);
-    auto const planned = plan(output());
-    bool const isWriteInOrder = order.option == Option::WRITE_IN_ORDER;
-    if (records.empty() || isWriteInOrder || order.option == Option::WRITE_FAST) {
-        LOGI("%s E: qrtTailSize=%zu", isWriteInOrder ? "writeInOrder" : "writeFast", size_t{planned.tailSize()});
-        write(planned);
-        LOGI("%s X", isWriteInOrder ? "writeInOrder" : "writeFast");
+    checked::requireEditable(*output().getFile());
+    auto const planned = plan();
+    bool const isInOrder = order.option == Option::WRITE_IN_ORDER;
+    if (records.empty() || isInOrder || order.option == Option::WRITE_FAST) {
+        LOGI("%s E: qrtTailSize=%zu", isInOrder ? "writeInOrder" : "writeFast", size_t{planned.tailSize()});
+        output().write(planned);
+        LOGI("%s X", isInOrder ? "writeInOrder" : "writeFast");
+        if (!elsewhere)
+            takeOver(planned);
     } else if (!elsewhere) {
         showStaged();
     }
@@ -350,121 +335,30 @@ void QRTEditImpl::commit() {
     LOGI("commit X");
 }
 
-TrailerPlan QRTEditImpl::plan(Output const& into) {
-    // A target that is about to become the source's copy is looked at there.
-    bool const isThere = &into == &output();
-    MediaFile const& file = isThere ? *into.file : *source.file;
-    auto const ground = survey(isThere ? into : source);
-    if (isThere && !elsewhere && !into.unfinished)
-        info->adjustPosition(file.size());
+/// What is to stand behind the image of `from`, which goes into that file or a copy of it.
+TrailerPlan QRTEditImpl::plan(TrailerFile const& from, MediaFile const& into) {
+    auto const& seen = *info->getStored();
+    auto const ground = from.survey(info->boxHeaderSize());
+    if (&from == &source && !seen.holdsSameAs(*source.getStored()))
+        throw ErrorAt().as(Error::Code::CHANGED)("the trailer has changed since it was read: its view has others now");
+    if (&from == &source && !source.isUnfinished()) {
+        if (!ground.hasTrailer && ground.image < info->getImageSize())
+            throw ErrorAt().as(Error::Code::CHANGED)("the file of %zu bytes has changed since it was read",
+                                                     size_t{ground.image});
+        info->adjustPosition(ground.fileSize);
+    }
     TrailerPlan planned(records.all(), order, ground);
-    for (auto const& record : records.all()) {
-        record.requireWritable(*into.file);
-        if (record.isInFile() && !ground.places.contains(record.identity))
-            throw ErrorAt().as(Error::Code::CHANGED)("record %s no longer stands in the file's trailer",
-                                                     record.name.c_str());
-    }
-    followPointer(planned, file);
-    if (!ownerKeepsFields && &file == source.file.get()) // a copy was asked about before it was made
-        VideoFields::requireKept(source.file, planned);
+    for (auto const& record : records.all())
+        record.requireWritable(into);
+    from.requireKept(records.all(), ground);
+    from.followPointer(planned);
+    if (!ownerKeepsFields && &from == &source) // a copy was asked about before it was made
+        VideoFields::requireKept(source.getFile(), planned);
     return planned;
-}
-
-/// Where the image ends now, and which records stand behind it. Nothing is written behind an image's end that only a
-/// stale view believes in.
-TrailerPlan::Ground QRTEditImpl::survey(Output const& into) const {
-    checked::requireAddressable(*into.file);
-    if (into.trailer == nullptr)
-        throw ErrorAt()("the copy that this editor was to write is not complete");
-    bool const isOwn = &into == &source;
-    if (isOwn && info->getStored() != into.trailer && !info->getStored()->holdsSameAs(*into.trailer))
-        throw ErrorAt().as(Error::Code::CHANGED)("the trailer has changed since it was read: the view has others "
-                                                 "records now");
-    TrailerPlan::Ground ground;
-    ground.boxHeader = info->boxHeaderSize();
-    ground.fileSize = into.file->size();
-    ground.version = into.trailer->version;
-    ground.places = into.places;
-    if (into.unfinished && isUnfinished(into)) {
-        if (ground.fileSize <= *into.unfinished)
-            throw ErrorAt().as(Error::Code::CHANGED)("the file has changed since a commit failed");
-        ground.image = ground.fileSize - *into.unfinished;
-        return ground;
-    }
-    uint32_t const start = into.trailer->requireIn(*into.file, ground.boxHeader > 0);
-    ground.hasTrailer = into.trailer->size > 0;
-    ground.image = start - (ground.hasTrailer ? ground.boxHeader : 0);
-    if (ground.image == 0 || (isOwn && !ground.hasTrailer && ground.image < info->getImageSize()))
-        throw ErrorAt().as(Error::Code::CHANGED)("the file has %zu bytes and has changed since it was read",
-                                                 size_t{ground.image});
-    return ground;
-}
-
-/// The file ends in what a failed commit left, not in the trailer that stood there before.
-bool QRTEditImpl::isUnfinished(Output const& into) const {
-    try {
-        if (into.trailer->size == 0)
-            return !trailer::readTail(*into.file);
-        into.trailer->requireIn(*into.file, info->boxHeaderSize() > 0);
-        return false;
-    } catch (std::exception const&) {
-        rethrowUnlessDamage();
-        return true;
-    }
-}
-
-/// A video pointer into the data of another record follows it. Only what records hold is kept: a video that stands
-/// between them would go.
-void QRTEditImpl::followPointer(TrailerPlan& planned, MediaFile const& file) const {
-    auto const* place = planned.find(qrt::TYPE_MOTION_PHOTO_DATA);
-    bool const mayPoint =
-        place != nullptr && place->was && VideoPointer::mayStandIn(place->record->type, place->record->dataSize);
-    if (!mayPoint || !planned.getGround().hasTrailer)
-        return;
-    uint32_t const data = planned.start() + *place->was + place->record->headSize();
-    auto pointer = VideoPointer::decode(checked::readAt(file, data, VideoPointer::SIZE));
-    auto const& stored = *output().trailer;
-    if (!pointer || pointer->length == 0 || pointer->position < planned.start() ||
-        pointer->position - planned.start() >= stored.recordsSize())
-        return;
-    uint32_t const from = pointer->position - planned.start();
-    if (std::none_of(stored.records.begin(), stored.records.end(), [&](auto const& record) {
-            uint32_t const start = stored.recordsSize() - record.offsetFromTail;
-            return from >= start && from - start < record.payload;
-        }))
-        throw ErrorAt().as(Error::Code::UNSUPPORTED)("the video at %zu stands in no record of the trailer",
-                                                     size_t{pointer->position});
-    auto const now = planned.newPlaceOf(from);
-    if (!now || *now == from)
-        return;
-    pointer->position = planned.start() + *now;
-    planned.patch(*place, pointer->encode());
-}
-
-void QRTEditImpl::write(TrailerPlan const& planned) {
-    auto& into = output();
-    TrailerWriter writer(into.file, planned);
-    try {
-        writer.write();
-    } catch (...) {
-        if (writer.hasBegun()) {
-            into.places = writer.whatStands();
-            uint32_t const size = into.file->size();
-            into.unfinished = size - std::min(size, planned.getGround().image);
-        }
-        throw;
-    }
-    takeOver(planned);
 }
 
 /// In the editor's own file every record now stands; its bytes are no longer kept in memory.
 void QRTEditImpl::takeOver(TrailerPlan const& planned) {
-    auto& into = output();
-    into.places = planned.newPlaces();
-    into.trailer = std::make_shared<trailer::Stored const>(planned.stored());
-    into.unfinished.reset();
-    if (elsewhere)
-        return;
     std::vector<StagedRecord> all;
     for (auto const* entry : planned.inDirectoryOrder()) {
         auto record = StagedRecord(*entry);
@@ -474,7 +368,7 @@ void QRTEditImpl::takeOver(TrailerPlan const& planned) {
     }
     uint32_t const image = planned.getGround().image;
     records.assign(std::move(all)); // the plan's records are gone
-    info->takeOver(into.trailer, image);
+    info->takeOver(source.getStored(), image);
 }
 
 /// An option that writes nothing shows what is staged all the same.
@@ -483,8 +377,8 @@ void QRTEditImpl::showStaged() {
     auto const& stored = info->getStored();
     for (auto const& record : records.all()) {
         QRTDataInfo form = record.described();
-        auto const place = source.places.find(record.identity);
-        if (place != source.places.end()) {
+        auto const place = source.places().find(record.identity);
+        if (place != source.places().end()) {
             form.payload = form.size();
             form.offsetFromTail = stored->recordsSize() - place->second;
         } else if (auto const* memory = std::get_if<StagedRecord::InMemory>(&record.source)) {

@@ -3,6 +3,7 @@
 #include "QRTEdit.h"
 #include "QRTInfoImpl.h"
 #include "StagedRecord.h"
+#include "TrailerFile.h"
 #include "TrailerPlan.h"
 
 #include <atomic>
@@ -78,7 +79,7 @@ public:
 
     std::vector<StagedRecord> const& getStaged() const { return records.all(); }
     /// The file that commits write.
-    std::shared_ptr<MediaFile> const& getOutput() const { return output().file; }
+    std::shared_ptr<MediaFile> const& getOutput() const { return output().getFile(); }
     /// Data in the record that matches both, or in a new one; `mayBeEmpty` when that is how another trailer has it.
     void stage(int type, std::string const& name, ByteSource const& data, bool mayBeEmpty = false);
     /// The same without saying that anything new was staged: bytes that could be known only now.
@@ -98,7 +99,7 @@ public:
     /// Whoever owns this editor corrects the XMP that counts bytes from the file's end.
     void leaveFieldsToOwner() { ownerKeepsFields = true; }
     /// What a commit would write now. Throws what a commit would refuse.
-    TrailerPlan plan() { return plan(output()); }
+    TrailerPlan plan() { return plan(output(), *output().getFile()); }
     /// The view has found other records than it had when this editor was made: those that are neither staged nor
     /// `dropped` go in front of what is staged.
     void takeUpFound(std::function<bool(StagedRecord const&)> const& dropped);
@@ -107,32 +108,20 @@ public:
     bool adopt(QRTEditImpl const& other);
 
 private:
-    /// A file to write, and what this editor knows of it.
-    struct Output {
-        std::shared_ptr<MediaFile> file;
-        std::shared_ptr<trailer::Stored const> trailer; ///< null: not made yet
-        RecordPlaces places;                            ///< of staged records that stand there
-        std::optional<uint32_t> unfinished;             ///< bytes behind the image that a failed commit left
-    };
-
-    Output const& output() const { return elsewhere ? *elsewhere : source; }
-    Output& output() { return elsewhere ? *elsewhere : source; }
+    TrailerFile const& output() const { return elsewhere ? *elsewhere : source; }
+    TrailerFile& output() { return elsewhere ? *elsewhere : source; }
     QRTEdit& put(StagedRecord* record, ByteBuffer data, int line = __builtin_LINE());
     StagedRecord stagedForm(QRTInfoImpl const& view, QRTDataInfo const& record);
     void takeViewsRecords();
     bool isSource(MediaFile const& file) const;
-    TrailerPlan plan(Output const& into);
-    TrailerPlan::Ground survey(Output const& into) const;
-    bool isUnfinished(Output const& into) const;
-    void followPointer(TrailerPlan& plan, MediaFile const& file) const;
-    void write(TrailerPlan const& plan);
+    TrailerPlan plan(TrailerFile const& from, MediaFile const& into);
     void takeOver(TrailerPlan const& plan);
     void showStaged();
 
     std::atomic<bool> dirty{false};
     std::shared_ptr<QRTInfoImpl> info;
-    Output source;                   ///< the view's file
-    std::optional<Output> elsewhere; ///< another file, the last one committed into
+    TrailerFile source;                   ///< the view's file
+    std::optional<TrailerFile> elsewhere; ///< another file, the last one committed into
     StagedRecords records;
     TrailerPlan::Order order;
     std::list<std::string> unsupportedKeys{qrt::NAME_3D_PHOTO_INFO};
