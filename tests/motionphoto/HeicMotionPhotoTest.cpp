@@ -64,5 +64,16 @@ TEST(HeicMotionPhoto, CommitsOfXmpOrTrailerAloneKeepTheVideo) {
     EXPECT_TRUE(photo->getVideo()->toTypedData<std::string>([](unsigned char c) { return c; }) == video);
 }
 
+TEST(HeicMotionPhoto, ASingleImageWithoutXmpLosesItsVideoAndGetsNone) {
+    std::string const still = buildHeic({.grid = false}), video = fakeVideo(4000, 8);
+    std::string const trailer = trailerBytes({videoRecord(pointerTo(still.size() + 8, video.size()))});
+    TempFile const file(still + heicBox("mpvd", video) + qrtdBox(trailer));
+    auto const editor = parsePhoto(file.path())->edit();
+    editor->removeVideo(nullptr).commit();
+    EXPECT_EQ(file.bytes(), still);
+    editor->commit();
+    EXPECT_EQ(file.bytes(), still);
+}
+
 } // namespace
 } // namespace android::lumo::test

@@ -1,7 +1,9 @@
 #include "PhotoFixture.h"
 #include "support/HeicPicture.h"
 
+#include <fcntl.h>
 #include <map>
+#include <unistd.h>
 
 namespace android::lumo::test {
 namespace {
@@ -151,6 +153,103 @@ TEST(MotionPhotoEditor, AChangeOfXmpAloneDescribesTheTrailerInTheOrderItWasWritt
         commit(photo, operations().at(name));
         expectConsistent(photo.path());
     }
+}
+
+TEST(MotionPhotoEditor, WithoutAVideoNothingIsClaimed) {
+    TempFile const motion(stills().at("exif motion")), plain(stills().at("exif")), video(fakeVideo(130000));
+    auto const claims = [](TempFile const& file) {
+        return parsePhoto(file.path())->getXMPInfo()->getProperty(xmp_ns::CAMERA, "MotionPhoto");
+    };
+    auto const editor = parsePhoto(motion.path())->edit();
+    editor->removeVideo(nullptr).commit();
+    EXPECT_EQ(editor->getQRTMotionPhotoVersion(), MediaDefs::MotionPhotoFormat::NONE);
+    editor->commit();
+    editor->addQRTData(2900, "Note", filler(3, 'n')).commit();
+    EXPECT_EQ(claims(motion), "");
+    parsePhoto(motion.path())->transferTo(plain.open(), std::filesystem::copy_options::none);
+    EXPECT_EQ(claims(plain), "");
+    editor->addVideo(video.open("r")).commit();
+    EXPECT_EQ(claims(motion), "1");
+    expectConsistent(motion.path());
+
+    // One that is staged to go is not there: skip_existing takes the other photo's.
+    TempFile const taker(stills().at("exif motion"));
+    commit(taker, [&](auto& e) {
+        e.removeVideo(nullptr).addAll(parsePhoto(motion.path()), std::filesystem::copy_options::skip_existing);
+    });
+    EXPECT_EQ(parsePhoto(taker.path())->getVideoSize(), 130000U);
+}
+
+TEST(MotionPhotoEditor, AMomentBehindANewVideosEndBecomesItsEndAndIsRefusedWhenItWasAskedFor) {
+    TempFile const clip(sample("clip.mp4")), photo(stills().at("exif"));
+    commit(photo, [&](auto& e) { e.addVideo(clip.open("r")).setPhotoPresentationTimestampUs(99'000'000); });
+    std::string const before = photo.bytes();
+    EXPECT_TRUE(failsWith("lies behind the video's end", [&] {
+        commit(photo, [&](auto& e) { e.replaceVideo(clip.open("r")).setPhotoPresentationTimestampUs(98'000'000); });
+    }));
+    EXPECT_EQ(photo.bytes(), before);
+    commit(photo, [&](auto& e) { e.replaceVideo(clip.open("r")); });
+    auto const view = parsePhoto(photo.path());
+    EXPECT_EQ(view->getCaptureTimestampUs(), view->getVideoDurationUs());
+}
+
+TEST(MotionPhotoEditor, AVideoThatAPointerOfAJpegLeadsToGoesWithIt) {
+    std::string const image = stills().at("roomy xmp"), old = fakeVideo(5000);
+    TempFile const video(fakeVideo(130000, 2));
+    for (auto const& [edit, trailer] :
+         {std::pair<Edit, char const*>([](auto& e) { e.removeVideo(nullptr); }, "none"),
+          {[&](auto& e) { e.replaceVideo(video.open("r")); }, "2608 MotionPhoto_Data 130000;"}}) {
+        TempFile const photo(image + old + trailerBytes({videoRecord(pointerTo(image.size(), old.size()))}));
+        commit(photo, edit);
+        EXPECT_EQ(trailerOf(photo.bytes()), trailer);
+        EXPECT_EQ(photo.bytes().find(old), std::string::npos);
+        EXPECT_EQ(parsePhoto(photo.path())->getImageSize(), image.size());
+        expectConsistent(photo.path());
+    }
+}
+
+TEST(MotionPhotoEditor, LengthsOfAVideoThatXmpAloneTellsOfFollowTheTrailer) {
+    std::string const video = fakeVideo(4000);
+    auto const length = [&](TempFile const& photo) {
+        auto const text = parsePhoto(photo.path())->getXMPInfo()->getItemField("MotionPhoto", "Length");
+        return photo.bytes().substr(photo.bytes().size() - std::stoul(text), video.size());
+    };
+    auto const items = itemOf("Primary", "image/jpeg") + itemOf("MotionPhoto", "video/mp4", R"(Item:Length="4000")");
+    std::string const still =
+        JpegBuilder().xmp(packetOf("Camera:MotionPhoto='1'", directoryOf(items)), 3000).build() + video;
+    auto const add = [](QRTEdit& e) { e.putData(2900, "Note", std::string(50, 'n')); };
+    TempFile const photo(still), bySubEditor(still), bare(still), target;
+    commit(photo, operations().at("record"));
+    EXPECT_TRUE(length(photo) == video);
+    auto const editor = parsePhoto(bySubEditor.path())->edit();
+    add(editor->getQRTEdit());
+    editor->getXMPEdit().setProperty(TIFF, "Make", "staged");
+    editor->getQRTEdit().commit(target.open());
+    EXPECT_TRUE(length(target) == video);
+    EXPECT_EQ(bySubEditor.bytes(), still);
+    editor->getQRTEdit().commit(bySubEditor.open());
+    EXPECT_TRUE(length(bySubEditor) == video);
+    auto const alone = QRTInfo::parse(bare.open())->edit();
+    add(*alone);
+    EXPECT_TRUE(failsWith("would be wrong", [&] { alone->commit(); }));
+    EXPECT_EQ(bare.bytes(), still);
+}
+
+TEST(MotionPhotoEditor, ASecondEditorOrTargetOfAnotherIsRefused) {
+    TempFile const photo(stills().at("exif motion")), video(fakeVideo(150000)), full("something");
+    auto const view = parsePhoto(photo.path()), stale = parsePhoto(photo.path());
+    auto const first = view->edit(), second = view->edit(), third = stale->edit();
+    first->addQRTData(2900, "First", filler(9, 'f')).commit();
+    std::string const after = photo.bytes();
+    for (auto const& editor : {second, third})
+        EXPECT_TRUE(failsWith("changed since it was read", [&] { editor->removeVideo(nullptr).commit(); }));
+    EXPECT_TRUE(failsWith("the target is not empty", [&] { first->commit(full.open()); }));
+    EXPECT_EQ(full.bytes(), "something");
+    int const appending = ::open(photo.path().c_str(), O_RDWR | O_APPEND);
+    auto const fourth = MotionPhotoInfo::parse(std::make_shared<MediaFile>(appending))->edit();
+    ::close(appending);
+    EXPECT_TRUE(failsWith("append", [&] { fourth->addVideo(video.open("r")).commit(); }));
+    EXPECT_EQ(photo.bytes(), after);
 }
 
 TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
