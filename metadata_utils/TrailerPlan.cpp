@@ -197,11 +197,23 @@ RecordPlaces TrailerPlan::newPlaces() const {
     return found;
 }
 
-RecordPlaces TrailerPlan::keptPlaces(bool areMoved) const {
+RecordPlaces TrailerPlan::keptPlaces(size_t movesDone, bool isNextCutShort) const {
     RecordPlaces found;
     for (auto const& place : places) {
-        if (place.was && (areMoved || *place.was == place.start))
-            found[place.record->identity] = place.start;
+        if (!place.was)
+            continue;
+        uint32_t at = start() + *place.was;
+        auto const isIn = [&](Move const& move) { return at >= move.from && at - move.from < move.size; };
+        for (size_t i = 0; i < movesDone; ++i) {
+            if (isIn(moves[i]))
+                at = moves[i].to + (at - moves[i].from);
+        }
+        if (isNextCutShort && isIn(moves[movesDone])) {
+            auto const& [from, to, size] = moves[movesDone];
+            if (std::max(from, to) - std::min(from, to) < size)
+                continue; // it moved over itself
+        }
+        found[place.record->identity] = at - start();
     }
     return found;
 }

@@ -88,8 +88,9 @@ public:
     trailer::Stored stored() const;
     /// Where each staged record will stand.
     RecordPlaces newPlaces() const;
-    /// Where those stand that the file held before: when the moves are done, or before those that do not move.
-    RecordPlaces keptPlaces(bool areMoved) const;
+    /// Where those stand that the file held before, when so many moves are done and perhaps a next one was cut short. A
+    /// record that such a move may have written over is left out.
+    RecordPlaces keptPlaces(size_t movesDone, bool isNextCutShort) const;
 
     /// A record that the file holds is to have other bytes at its data's start.
     void patch(Place const& place, ByteBuffer bytes);

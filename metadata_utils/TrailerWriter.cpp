@@ -25,20 +25,13 @@ void TrailerWriter::write() {
     checked::SpaceKeeper const space(file, plan.workSize());
     checked::requireSpace(*file, plan.workSize()); // 1
     openTrailer();                                 // 2, 3, 4
-    if (!plan.getMoves().empty()) {
-        step = Step::MOVING;
-        for (auto const& each : plan.getMoves())
-            move(each);
-        step = Step::MOVED;
+    isMoving = !plan.getMoves().empty();
+    for (auto const& each : plan.getMoves()) {
+        move(each);
+        isMoving = ++movesDone < plan.getMoves().size();
     }
     writeRecords();
     writeTail(); // 3, 4
-}
-
-RecordPlaces TrailerWriter::whatStands() const {
-    if (step == Step::MOVING)
-        return {};
-    return step == Step::NOTHING ? plan.getGround().places : plan.keptPlaces(step == Step::MOVED);
 }
 
 bool TrailerWriter::isWritten() const {
@@ -64,7 +57,7 @@ void TrailerWriter::openTrailer() {
     auto const& ground = plan.getGround();
     if (ground.boxHeader > 0 && !ground.hasTrailer && ground.fileSize == ground.image)
         HEIFMetaWriter::closeLastBox(file);
-    step = Step::IN_PLACE;
+    isBegun = true;
     if (ground.boxHeader > 0 && ground.hasTrailer) {
         checked::seek(*file, ground.image);
         checked::write(*file, OPEN_BOX, sizeof(OPEN_BOX));

@@ -23,13 +23,11 @@ public:
     void write();
 
     /// Whether a byte may have changed.
-    bool hasBegun() const { return step != Step::NOTHING; }
+    bool hasBegun() const { return isBegun; }
     /// After a failure: which staged records can still be found in the file, and where.
-    RecordPlaces whatStands() const;
+    RecordPlaces whatStands() const { return plan.keptPlaces(movesDone, isMoving); }
 
 private:
-    enum class Step { NOTHING, IN_PLACE, MOVING, MOVED };
-
     bool isWritten() const;
     void requireReadable() const;
     void openTrailer();
@@ -41,7 +39,9 @@ private:
 
     std::shared_ptr<MediaFile> file;
     TrailerPlan const& plan;
-    Step step = Step::NOTHING;
+    bool isBegun = false;
+    size_t movesDone = 0;
+    bool isMoving = false;
     ByteBuffer lastBatch; ///< in the fast order: goes out with the tail
     uint32_t lastBatchStart = 0;
 };
