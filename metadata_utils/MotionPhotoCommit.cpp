@@ -132,7 +132,7 @@ void MotionPhotoEditImpl::requireCommittable(MediaFile const& output) {
     if (stagedVideo)
         stagedVideo->requireReadable(output, "the video");
     if (qrtEdit->isDirty() || !extras.empty())
-        static_cast<void>(qrtEdit->staging().plan());
+        static_cast<void>(qrtEdit->staging().plan()); // a file that is no longer the one that was read, before all else
     if (isHEIC() && !extras.empty())
         video_box::requireMovable(outputFile, qrtEdit->staging().plan().getGround().image);
     impl->getPacket()->requireUnchanged();
@@ -291,7 +291,8 @@ void MotionPhotoEditImpl::completeCommit(size_t orgFileSize) {
     size_t const padding = getImageVideoPadding();
     fields.setPlace(static_cast<uint32_t>(fileSize - getVideoPosition()),
                     padding <= fileSize ? static_cast<uint32_t>(padding) : 0);
-    xmpEdit->commit(outputFile);
+    if (xmpEdit->isDirty())
+        xmpEdit->commit(outputFile);
 }
 
 /// Without a video no claim is made, by this commit or a later one.

@@ -62,7 +62,7 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
     auto const length = VideoFields::lengthOf(*editor.xmpEdit);
     bool const isOwn = position > 0 && position <= size;
     bool const isStale = length && (isOwn ? *length != size - position : !VideoFields::standsAt(*file, *length));
-    bool const isNews = size != lastSize;
+    bool const isNews = size != lastSize && (!length || editor.xmpEdit->isDirty());
     uint32_t const grownBy = behindImage() - lastBehind;
     lastSize = size;
     lastBehind = behindImage();

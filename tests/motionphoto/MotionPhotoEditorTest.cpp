@@ -119,20 +119,6 @@ TEST(MotionPhotoEditor, InPlaceAndIntoATargetGiveTheSameFileForEveryOperation) {
     }
 }
 
-TEST(MotionPhotoEditor, OtherRecordsSurviveEveryVideoOperation) {
-    for (auto const& [name, trailer] : {std::pair("add", "2608 MotionPhoto_Data 219772;2817 Other 70;"),
-                                        {"replace", "2608 MotionPhoto_Data 190000;2817 Other 70;"},
-                                        {"add twice", "2608 MotionPhoto_Data 219772;2817 Other 70;"},
-                                        {"remove", "2817 Other 70;"},
-                                        {"remove then add", "2817 Other 70;2608 MotionPhoto_Data 219772;"}}) {
-        TempFile const photo(stills().at("exif motion"));
-        commit(photo, operations().at(name));
-        EXPECT_EQ(trailerOf(photo.bytes()), trailer) << name;
-        auto const view = parsePhoto(photo.path());
-        EXPECT_EQ(view->getXMPInfo()->getItemField("Primary", "Padding") == "0", !view->isValid()) << name;
-    }
-}
-
 TEST(MotionPhotoEditor, PacketsAroundTheRoomsSizeStayConsistent) {
     // The fields of the finished file may make a packet outgrow the room that the first commit opened.
     for (size_t size = 300; size < 420; ++size) {

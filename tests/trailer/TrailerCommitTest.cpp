@@ -87,5 +87,24 @@ TEST(TrailerCommit, TakesNoKeyFormOrOptionThatIsNotThere) {
     EXPECT_EQ(view->getKeys(), (std::list<std::string>{"A", "B"}));
 }
 
+TEST(TrailerCommit, ARecordThatStaysIsNotReadAndOneThatMovesIsReadBeforeAnythingChanges) {
+    TrailerRecord const large{9, "Large", pattern(300'000)};
+    for (auto const& still : STILLS) {
+        TempFile const file(still.with({A, large}));
+        std::string const before = file.bytes();
+        auto const bad = static_cast<off64_t>(before.find(large.data) + 150'000);
+        {
+            Fault const fault = Fault::badSector(bad);
+            EXPECT_TRUE(failsWith("fail to read", [&] { viewOf(file)->edit()->removeData("A").commit(); }));
+            EXPECT_EQ(file.bytes(), before);
+            viewOf(file)->edit()->putData(2, "B", B.data).removeData("None").commit();
+        }
+        EXPECT_EQ(file.bytes(), still.with({A, large, B}));
+        auto const editor = viewOf(file)->edit(); // two that change places, one of them over the other
+        editor->setPrimaryType(1).removeData("B").commit();
+        EXPECT_EQ(file.bytes(), still.with({large, A}));
+    }
+}
+
 } // namespace
 } // namespace android::lumo::test
