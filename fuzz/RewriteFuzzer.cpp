@@ -25,7 +25,7 @@ void askDemuxer(std::string const& bytes) {
         uint32_t thumbnail = 0;
         hboxd_get_info_image(source.handle, id, &info);
         hboxd_get_image_id(source.handle, HBOXD_IMAGE_THUMBNAIL, id, &thumbnail);
-        for (auto const kind : {HBOXD_ITEM_CODEC_SPECIFIC, HBOXD_ITEM_GRID, HBOXD_ITEM_LOCATION, HBOXD_ITEM_MIME}) {
+        for (auto const kind : {HBOXD_ITEM_CODEC_SPECIFIC, HBOXD_ITEM_GRID, HBOXD_ITEM_LOCATION}) {
             uint32_t size = 0;
             if (hboxd_get_info_item(source.handle, id, kind, nullptr, &size) != HBOX_OK)
                 continue;
@@ -57,12 +57,12 @@ std::map<uint32_t, std::string> itemsOf(std::string const& bytes) {
     };
     Demuxer const source(bytes);
     for (uint32_t id = 0; source.handle != nullptr && id < MAX_ITEM; ++id) {
-        char mime[64] = {};
-        uint32_t size = sizeof mime;
+        HBOXD_IMAGE_INFO info{};
+        bool const isMime =
+            hboxd_get_info_image(source.handle, id, &info) == HBOX_OK && info.type == HBOX_FOURCC('m', 'i', 'm', 'e');
         uint32_t placeSize = sizeof(HBOXD_LOCATION);
         HBOXD_LOCATION place{};
-        if (hboxd_get_info_item(source.handle, id, HBOXD_ITEM_MIME, mime, &size) != HBOX_OK &&
-            hboxd_get_info_item(source.handle, id, HBOXD_ITEM_LOCATION, &place, &placeSize) == HBOX_OK &&
+        if (!isMime && hboxd_get_info_item(source.handle, id, HBOXD_ITEM_LOCATION, &place, &placeSize) == HBOX_OK &&
             place.extent_count == 1 && isStored(place)) {
             if (auto const frame = source.frame(id))
                 items[id] = *frame;

@@ -198,4 +198,19 @@ std::string Items::refusalToWrite(ItemLocation const& location, TopLevel const& 
     return std::any_of(locations.begin(), locations.end(), shares) ? "its bytes belong to another item as well" : "";
 }
 
+void requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_t size) {
+    ByteWindow window(image);
+    TopLevel const topLevel = scanWhole(window);
+    auto const* meta = topLevel.find(boxType("meta"));
+    Items items;
+    if (meta != nullptr)
+        items.parse(window, *meta);
+    auto const place = items.findDescribing(items.mimeIds);
+    if (!place || place->base + place->offset != offset || place->length < size)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)(
+            "room for XMP would not be found in the image: another item comes first");
+    if (std::string const refusal = items.refusalToWrite(*place, topLevel); !refusal.empty())
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("room for XMP could not be used: %s", refusal.c_str());
+}
+
 } // namespace android::lumo::heif

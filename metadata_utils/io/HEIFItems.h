@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,5 +51,9 @@ private:
     std::vector<ItemLocation> inItemData;                  ///< method 1: relative to 'idat', which may follow 'iloc'
     std::optional<std::pair<uint32_t, uint32_t>> itemData; ///< position and size of the content of 'idat'
 };
+
+/// Throws when XMP in an image held in memory would not be found at `offset`, with room for `size` bytes, or could not
+/// be written there: no file is restructured for that.
+void requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_t size);
 
 } // namespace android::lumo::heif

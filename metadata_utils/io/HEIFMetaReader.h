@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,7 @@ class Items;
 /// item in several extents or in another item (method 2) is not found; a data reference is not followed: the item is
 /// looked for in this file. Files of 4 GiB and more are refused.
 ///
-/// XMP, Exif and debug info are found with small reads. The demuxer works on the whole file in memory, so a copy is
+/// XMP, Exif and debug info are found with small reads. The demuxer works on the image part in memory, so a copy is
 /// made when the first image question is asked (or at once when EAGER), never for the metadata alone. A file that the
 /// demuxer refuses still answers for its metadata. A last box that is longer than the file is its last box. Boxes
 /// behind the first damaged one are not seen: the metadata in front of it is found all the same, while the questions
@@ -115,11 +116,13 @@ public:
     std::vector<uint32_t> getItemIds(int id, int maxCount);
     /// The item's coded bytes; more than `maxSize` of them is an error.
     void getImageFrame(int id, std::vector<uint8_t>& frame, int maxSize);
+    /// The same where it stands in getBuffer(), which keeps it; empty for an item in several pieces.
+    std::span<uint8_t const> viewImageFrame(int id);
     int getThumbnailImageId(int coverId);
     HBOXD_IMAGE_INFO getThumbnailImageInfo(int coverId);
 
     uint32_t getFileSize() const;
-    /// The whole file, read on first use.
+    /// The image part of the file, read on first use: what stands behind it may be of any size.
     ByteBuffer const& getBuffer();
     /// The demuxer over getBuffer(), opened on first use; lives as long as the reader.
     hboxd_context* getDemuxer();

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,8 @@ public:
     ~HEIFMetaWriter() override;
 
     /// Writes the image part again with room for `size` bytes of XMP (128 at least, and never less than the packet the
-    /// image has, which the room begins with). Needs memory for the file and the new image part. Returns the room.
+    /// image has, which the room begins with). Needs memory for the image part twice, whatever stands behind it.
+    /// Returns the room.
     Metadata reserveXMP(unsigned int size) override;
     /// Throws what reserveXMP(size) would refuse the image for; changes nothing.
     void requireRoomCanBeMade(unsigned int size);
@@ -69,21 +71,29 @@ public:
     static uint32_t getClockWiseRotation(int heifCcwRotation);
 
 private:
-    void init(uint32_t imageLength);
+    /// A new image part.
+    struct Image {
+        std::unique_ptr<uint8_t[]> bytes;
+        uint32_t size = 0;
+
+        std::span<uint8_t const> span() const { return {bytes.get(), size}; }
+    };
+
+    void init();
     void deinit();
     void rescan();
     void requireReplaceableXMP();
-    std::vector<uint8_t> imageWithRoom(unsigned int size);
+    Image imageWithRoom(unsigned int size);
     void copyCover(uint32_t xmpSize);
     void copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& tiles, uint32_t xmpSize);
     void copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& ids);
     void copyThumbnail(int coverId);
     static uint32_t getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo);
     void stop();
-    std::vector<uint8_t> dumpImage();
+    Image dumpImage();
     uint32_t getMetadataOffset();
-    void replaceImagePart(uint32_t imageLength, std::vector<uint8_t> const& image);
-    void write(std::vector<uint8_t> const& image);
+    void replaceImagePart(uint32_t imageLength, std::span<uint8_t const> image);
+    void write(std::span<uint8_t const> image);
 
     void cutOut(heif::TrailingBoxes& boxes, heif::TopLevelBox const& box);
 

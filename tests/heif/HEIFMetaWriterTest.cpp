@@ -60,7 +60,7 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         {{.xmp = XMP, .mdat = Mdat::ToEnd}, "", ""},
         {{.xmp = XMP, .freeBoxes = true, .unknownBoxes = true, .behindMdat = heicBox("free", "x")}, "VPT", "VPT"},
         {{.exif = false, .xmp = heicXmp(std::string(2000, 'x'))}, "V", "V"}, // more than the room asked for
-        {{.rows = 16, .columns = 32, .fieldWidth = 8}, "VT", "VT"}, // narrower locations: the image gets shorter
+        {{.rows = 23, .columns = 23, .fieldWidth = 8}, "VT", "VT"}, // narrower locations: the image gets shorter
         {{.xmp = XMP}, "TVD", "VDT"},                               // a hidden trailer comes last
     };
     int row = 0;
@@ -180,7 +180,6 @@ TEST(HEIFMetaWriter, RefusalsLeaveTheFileAsItWas) {
         {buildHeic({.tileDataReference = 1}), reserve, "item 1: data reference 1"},
         {buildHeic({.tileShift = 1 << 20}), reserve, "item 1"},
         {buildHeic({.tileShift = 140, .tail = heicBox("mpvd", std::string(64, 'v'))}), reserve, "outside the image"},
-        {buildHeic({.rows = 23, .columns = 23}), reserve, "fail to get item ids: err=-7"},
         {buildHeic({.xmp = XMP, .mimeFirst = "text"}), reserve, "not plain application/rdf+xml"},
         {buildHeic({.xmp = XMP, .xmpEncoding = "deflate"}), reserve, "not plain application/rdf+xml"},
         {buildHeic({.tail = "abc"}), reserve, "fail to get file payload"},

@@ -66,6 +66,7 @@ int32_t hboxm_set_cover_image(HBOXM_HANDLE handle, uint32_t id);
 /* For the cover this is also where a source that cannot be written again is refused (HBOX_ERR_UNSUPPORTED, or
  * HBOX_ERR_FORMAT for a damaged one; hbox_last_error tells what). */
 int32_t hboxm_set_image_info(HBOXM_HANDLE handle, HBOXM_IMAGE_INFO const* info);
+/* `data` may be the frame's place in the source's own memory (HBOX_MEMORY_STREAM): nothing is compared then. */
 int32_t hboxm_put_frm(HBOXM_HANDLE handle, uint32_t id, void const* data, uint32_t size);
 int32_t hboxm_stop_muxing(HBOXM_HANDLE handle);
 

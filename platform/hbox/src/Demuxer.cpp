@@ -4,7 +4,6 @@
 #include <cstring>
 #include <memory>
 #include <span>
-#include <string>
 #include <vector>
 
 #include "Failure.h"
@@ -63,13 +62,6 @@ void answerItemInfo(Source const& source, uint32_t id, HBOXD_ITEM_INFO kind, voi
         return answerRecord(source.gridInfo(id), buffer, size);
     case HBOXD_ITEM_LOCATION:
         return answerRecord(location(source, id), buffer, size);
-    case HBOXD_ITEM_MIME: {
-        ItemInfo const item = source.item(id);
-        if (item.type != boxType("mime"))
-            throw failure(HBOX_ERR_NOT_FOUND, "item %u is no 'mime' item", static_cast<unsigned>(id));
-        std::string const type(item.contentType);
-        return answer({reinterpret_cast<uint8_t const*>(type.c_str()), type.size() + 1}, buffer, size);
-    }
     }
     throw failure(HBOX_ERR_PARAMETER, "unknown item info kind %d", static_cast<int>(kind));
 }

@@ -106,7 +106,11 @@ void setCoverInfo(hboxm_context& muxer, HBOXM_IMAGE_INFO const& info) {
 
 void requireSameBytes(Source const& source, uint32_t id, std::span<uint8_t const> given) {
     std::array<uint8_t, 16384> stored;
-    for (FileRange range : source.ranges(id)) {
+    auto const ranges = source.ranges(id);
+    if (ranges.size() == 1 && ranges.front().length == given.size() &&
+        source.stream().isOwn(ranges.front().position, given))
+        return;
+    for (FileRange range : ranges) {
         while (range.length > 0) {
             auto const part =
                 std::span(stored).first(static_cast<size_t>(std::min<uint64_t>(range.length, stored.size())));
