@@ -18,7 +18,7 @@ namespace {
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 /// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
 constexpr size_t XMP_OVERHEAD = 256;
-constexpr uint32_t MIN_XMP_ROOM = 1280;
+constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
 constexpr uint32_t XMP_ROOM_STEP = 64;
 /// The fields of a motion photo take no more, in XMP that has none of them.
 constexpr uint32_t EXPECTED_FIELDS = 2048;

@@ -33,7 +33,7 @@ PhotoLayout::PhotoLayout(std::shared_ptr<MediaFile> const& photo) : file(photo) 
     if (isHEIC) {
         heif::ByteWindow window(*file);
         topLevel = heif::scanTopLevel(window);
-        if (auto const* box = topLevel.find(boxType("mpvd")))
+        if (auto const* box = topLevel.find(VIDEO_BOX))
             videoBox = *box;
     }
     readTrailer();

@@ -14,7 +14,7 @@ namespace android::lumo::published {
 
 namespace {
 
-constexpr uint32_t MIN_XMP_ROOM = 1280;
+constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
 constexpr char PRIMARY[] = "Primary";
 constexpr char MOTION_PHOTO[] = "MotionPhoto";
 

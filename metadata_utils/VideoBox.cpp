@@ -3,6 +3,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
+#include "boxes/BoxWriter.h"
 #include "io/MoveTail.h"
 #include "io/TrailingBoxes.h"
 
@@ -13,12 +14,12 @@ namespace android::lumo::video_box {
 namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
-constexpr char BOX_TYPE[] = "mpvd";
 
-ByteBuffer header(uint32_t videoSize) {
-    ByteBuffer bytes(HEADER_SIZE);
-    bytes.put<uint32_t>(__builtin_bswap32(checked::sizeOf(uint64_t{videoSize} + HEADER_SIZE)));
-    return bytes.put(std::string(BOX_TYPE));
+std::vector<uint8_t> header(uint32_t videoSize) {
+    boxes::BoxWriter bytes;
+    bytes.number(checked::sizeOf(uint64_t{videoSize} + HEADER_SIZE), 4);
+    bytes.number(VIDEO_BOX, 4);
+    return bytes.finish();
 }
 
 } // namespace
@@ -61,7 +62,7 @@ uint32_t write(std::shared_ptr<MediaFile> const& file, uint32_t position, VideoS
         moveTail(file, position, size);
     try {
         checked::seek(*file, position, ErrorAt(661, "metadata_utils/MotionPhotoEditImpl"));
-        checked::write(*file, header(video.size()));
+        checked::write(*file, header(video.size()).data(), HEADER_SIZE);
         video.copyTo(file);
     } catch (...) {
         try {

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <unistd.h>
+
 namespace android::lumo::heif {
 
 namespace {
@@ -86,11 +88,10 @@ std::span<uint8_t const> ByteWindow::upTo(uint32_t position, uint32_t n) {
 void ByteWindow::refill(uint32_t position, uint32_t n) {
     held = {};
     buffer.resize(std::min(std::max(n, WINDOW), total - position));
-    if (file->position(position) != position)
-        throw readerError().as(Error::Code::READ_FAILED, *file)("Failed to set file position to %zu", size_t{position});
     size_t count = 0;
     while (count < n) {
-        ssize_t const got = file->read(buffer.data() + count, static_cast<uint32_t>(buffer.size() - count));
+        ssize_t const got = pread64(file->getFd(), buffer.data() + count, buffer.size() - count,
+                                    static_cast<off64_t>(position + count));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)

@@ -19,7 +19,6 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "HEIFMetaWriter";
-constexpr uint32_t DEFAULT_XMP_ROOM = 1280;
 constexpr uint8_t BLANK = 0x20;
 constexpr uint32_t MAX_FRM_SIZE = 0x20000000;
 constexpr std::array<uint32_t, 2> BRANDS = {HBOX_FOURCC('h', 'e', 'i', 'c'), HBOX_FOURCC('m', 'i', 'f', '1')};
@@ -72,8 +71,8 @@ void HEIFMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
     rescan();
     auto item = reader->getXMPItem();
     if (!item || (item->length == 0 && item->isPacket)) {
-        requireFits(packet.size(), DEFAULT_XMP_ROOM);
-        reserveXMP(DEFAULT_XMP_ROOM);
+        requireFits(packet.size(), MIN_XMP_ROOM);
+        reserveXMP(MIN_XMP_ROOM);
         item = reader->getXMPItem();
     }
     if (!item || !item->refusal.empty())
@@ -122,7 +121,7 @@ Metadata HEIFMetaWriter::reserveXMP(unsigned int size) {
     checked::requireEditable(*file);
     rescan();
     uint32_t const inputSize = reader->getFileSize();
-    if (reader->getExternalMetadataPosition({"qrtd", "free", "mpvd"}) == 0)
+    if (reader->getExternalMetadataPosition({boxTypeText(TRAILER_BOX), "free", boxTypeText(VIDEO_BOX)}) == 0)
         LOGD("no external metadata box given");
     uint32_t const imageLength = reader->getEndOfImagePosition(true);
     Image const image = imageWithRoom(size);

@@ -17,6 +17,9 @@ namespace android::lumo {
 /// pointer to it.
 class METADATA_UTILS_EXPORT ImageMetaWriter {
 public:
+    /// What XMP gets at least where room is made for it.
+    static constexpr uint32_t MIN_XMP_ROOM = 1280;
+
     virtual ~ImageMetaWriter();
 
     /// A writer for a JPEG or HEIC; another type throws "unsupported type: %d".

@@ -20,8 +20,7 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "JPEGMetaWriter";
-
-constexpr uint32_t MIN_XMP_ROOM = 1280;
+constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
 
 /// Rounds the number of 64-byte blocks down to a multiple of 64, not the number of bytes, so that the least room is
 /// asked for up to 85,952 bytes. Kept, because callers count on the room being the same for every packet they write.

@@ -20,14 +20,6 @@ constexpr char LOG_TAG[] = "HEIFMetaWriter";
 constexpr char WRITER[] = "metadata_utils/io/HEIFMetaWriter";
 /// Only damage gives a file more than one; each costs a move of all that follows.
 constexpr size_t MAX_DEBUG_INFOS = 16;
-constexpr uint32_t READ_BLOCK = 1024 * 1024;
-
-std::vector<uint8_t> boxHeader(uint64_t size, BoxType type) {
-    boxes::BoxWriter header;
-    header.number(checked::sizeOf(size), 4);
-    header.number(type, 4);
-    return header.finish();
-}
 
 /// Whether an item's bytes lie in [from, to); those of an item without a length lie where it begins.
 bool reachesInto(FileRange item, uint32_t from, uint32_t to) {
@@ -125,21 +117,17 @@ void TrailingBoxes::requireNoItemIn(uint32_t from, uint32_t to) const {
     }
 }
 
-/// What will be read while nothing can be taken back is read once before.
-void TrailingBoxes::requireReadable(uint32_t from, uint32_t to) const {
-    for (; from < to; from += std::min(READ_BLOCK, to - from))
-        checked::readAt(*file, from, std::min(READ_BLOCK, to - from));
-}
-
 // Order. --------------------------------------------------------------------------------------------------------------
 
 void TrailingBoxes::closeLast() {
     if (topLevel().boxes.empty() || !topLevel().boxes.back().toEnd)
         return;
     auto& box = known->boxes.back();
-    auto const header = boxHeader(box.size, box.type);
+    boxes::BoxWriter size;
+    size.number(box.size, 4);
+    auto const bytes = size.finish();
     checked::seek(*file, box.position);
-    checked::write(*file, header.data(), header.size() - sizeof box.type);
+    checked::write(*file, bytes.data(), bytes.size());
     box.toEnd = false;
 }
 
@@ -180,50 +168,6 @@ void TrailingBoxes::blankOut(TopLevelBox const& box) {
     checked::seek(*file, box.content());
     checked::fill(*file, 0, box.size - box.headerSize);
     known.reset();
-}
-
-// The video. ----------------------------------------------------------------------------------------------------------
-
-uint32_t TrailingBoxes::endWithoutVideos(uint32_t trailerStart) const {
-    uint32_t end = trailerStart;
-    for (auto const& box : videos())
-        end -= box.end() <= trailerStart ? box.size : 0;
-    return end;
-}
-
-uint32_t TrailingBoxes::dropVideos(uint32_t trailerStart) {
-    auto boxes = videos();
-    std::erase_if(boxes, [&](auto const& box) { return box.end() > trailerStart; });
-    requireNoItemBehind(boxes.empty() ? trailerStart : boxes.front().position);
-    if (!boxes.empty())
-        requireReadable(boxes.back().end(), trailerStart);
-    checked::truncate(*file, trailerStart);
-    for (auto box = boxes.rbegin(); box != boxes.rend(); ++box)
-        moveTail(file, box->end(), -int64_t{box->size});
-    known.reset();
-    return file->size();
-}
-
-uint32_t TrailingBoxes::addVideo(uint32_t size, std::function<void()> const& write, ErrorAt seekFailure) {
-    closeLast();
-    uint32_t const position = fileSize();
-    uint32_t const content = checked::sizeOf(uint64_t{position} + VIDEO_HEADER_SIZE);
-    uint32_t const end = checked::sizeOf(uint64_t{content} + size);
-    checked::reserve(*file, end);
-    try {
-        checked::seek(*file, position, seekFailure);
-        auto const header = boxHeader(uint64_t{size} + VIDEO_HEADER_SIZE, VIDEO_BOX);
-        checked::write(*file, header.data(), header.size());
-        write();
-        if (file->position() != end)
-            throw ErrorAt().as(Error::Code::CHANGED)("video of %zu bytes, expected %zu: it changed since it was read",
-                                                     size_t{file->position() - content}, size_t{size});
-    } catch (...) {
-        file->truncate(position);
-        throw;
-    }
-    known.reset();
-    return content;
 }
 
 // The debug info. -----------------------------------------------------------------------------------------------------

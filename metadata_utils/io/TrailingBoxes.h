@@ -5,7 +5,6 @@
 #include "MediaFile.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -39,7 +38,6 @@ namespace android::lumo::heif {
 /// 3. Memory is bounded, and the boxes add up to the file again when an operation has returned.
 class TrailingBoxes {
 public:
-    static constexpr uint32_t VIDEO_HEADER_SIZE = 8;
     static constexpr uint32_t DEBUG_INFO_HEADER_SIZE = 12;
 
     explicit TrailingBoxes(std::shared_ptr<MediaFile> const& file);
@@ -63,17 +61,6 @@ public:
     /// first box moved leaves the file as it was.
     bool bringTrailerToEnd();
 
-    /// Where the file will end after dropVideos(): a new video box stands there.
-    uint32_t endWithoutVideos(uint32_t trailerStart) const;
-    /// Cuts the file at `trailerStart` (its size where there is no trailer), for a trailer that is kept in memory and
-    /// written again, and takes out every video box; other boxes move up. The trailer goes first: it names a video
-    /// that is about to be written over. Returns the file's new end.
-    uint32_t dropVideos(uint32_t trailerStart);
-    /// Writes a video box at the file's end. Its room comes first, so that a full disk is found there; `write` puts
-    /// exactly `size` bytes at the file's position. A box that cannot be finished is taken off again. Returns the
-    /// position of the video's first byte.
-    uint32_t addVideo(uint32_t size, std::function<void()> const& write, ErrorAt seekFailure = ErrorAt());
-
     /// Takes out a box behind the image; what follows moves up.
     void takeOut(TopLevelBox const& box);
     /// In front of the image's last box nothing can move: the content becomes zeros.
@@ -93,7 +80,6 @@ private:
     TopLevelBox const* hiddenTrailer() const;
     bool hasTrailer() const;
     TopLevelBox const* firstInFrontOfTrailer() const;
-    void requireReadable(uint32_t from, uint32_t to) const;
     void appendDebugInfo(std::span<uint8_t const> data);
     void writeDebugInfo(std::span<uint8_t const> data, uint32_t position);
 

@@ -12,9 +12,10 @@ using testing::HasSubstr;
 
 // The item boxes of a 'meta' whose primary item is 1 and whose item 2 is a packet that describes it. ------------------
 
-std::string infe(unsigned version, uint32_t id, std::string const& type) {
+std::string infe(unsigned version, uint32_t id, std::string const& type, unsigned protection = 0,
+                 std::string const& content = "application/rdf+xml\0"s) {
     return heicFullBox("infe", version, 0,
-                       bigEndian(id, version == 3 ? 4 : 2) + bigEndian(0, 2) + type + "\0application/rdf+xml\0"s);
+                       bigEndian(id, version == 3 ? 4 : 2) + bigEndian(protection, 2) + type + '\0' + content);
 }
 std::string iinf(std::string const& entries, uint32_t count = 1) {
     return heicFullBox("iinf", 0, 0, bigEndian(count, 2) + entries);
@@ -83,18 +84,21 @@ TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
     }
 }
 
-TEST(HEIFItems, LocationsReadOffTheirPlaceAreNotWrittenTo) {
-    std::pair<std::string, bool> const cases[] = {
-        {ILOC, true},
-        {iloc(0, "4400", "\0\2\0\1\0\1\0\0\0\x09\0\0\0\5"s), false},         // in another file
-        {iloc(0, "8400", "\0\2\0\0\0\1\0\0\0\1\0\0\0\x09\0\0\0\5"s), false}, // behind 4 GiB
-        {iloc(1, "4404", "\0\2\0\0\0\0\0\1\0\0\0\7\0\0\0\5\0\0\0\6"s), true},
-        {iloc(1, "4408", "\0\2\0\0\0\0\0\1\0\0\0\0\0\0\0\7\0\0\0\5\0\0\0\6"s), false}, // index of 8 bytes
+TEST(HEIFItems, OnlyAPlainPacketThatLiesWhereItIsSaidIsWrittenTo) {
+    std::pair<std::string, char const*> const cases[] = {
+        {IINF + ILOC, "neither in 'mdat' nor in 'idat'"}, // the file has no such box: else it could be written
+        {IINF + iloc(1, "4404", "\0\2\0\0\0\0\0\1\0\0\0\7\0\0\0\5\0\0\0\6"s), "neither in"},
+        {IINF + iloc(0, "4400", "\0\2\0\1\0\1\0\0\0\x09\0\0\0\5"s), "32-bit offset"},         // another file
+        {IINF + iloc(0, "8400", "\0\2\0\0\0\1\0\0\0\1\0\0\0\x09\0\0\0\5"s), "32-bit offset"}, // past 4 GiB
+        {IINF + iloc(1, "4408", "\0\2\0\0\0\0\0\1\0\0\0\0\0\0\0\7\0\0\0\5\0\0\0\6"s), "32-bit offset"},
+        {iinf(infe(2, 2, "mime", 1)) + ILOC, "not plain"}, // protected
+        {iinf(infe(2, 2, "mime", 0, "application/rdf+xml\0gzip\0"s)) + ILOC, "not plain"},
+        {iinf(infe(2, 2, "mime", 0, "text/plain\0"s)) + ILOC, "not plain"},
     };
-    for (auto const& [locations, isExact] : cases) {
+    for (auto const& [boxes, refusal] : cases) {
         heif::Items items;
-        EXPECT_EQ(parse(PITM + IINF + IREF + locations, items), "");
-        EXPECT_EQ(items.locations.at(0).isExact, isExact);
+        EXPECT_EQ(parse(PITM + IREF + boxes, items), "");
+        EXPECT_THAT(items.refusalToWrite(items.locations.at(0), {}), HasSubstr(refusal));
     }
 }
 

@@ -26,9 +26,9 @@ typedef enum HBOXD_IMAGE {
 
 typedef enum HBOXD_ITEM_INFO {
     HBOXD_ITEM_CODEC_SPECIFIC =
-        0,                   /* VPS, SPS, PPS of 'hvcC', each behind 00 00 00 01; for a grid those of its first tile */
-    HBOXD_ITEM_GRID = 1,     /* HBOXM_GRID_INFO */
-    HBOXD_ITEM_LOCATION = 2  /* HBOXD_LOCATION */
+        0,                  /* VPS, SPS, PPS of 'hvcC', each behind 00 00 00 01; for a grid those of its first tile */
+    HBOXD_ITEM_GRID = 1,    /* HBOXM_GRID_INFO */
+    HBOXD_ITEM_LOCATION = 2 /* HBOXD_LOCATION */
 } HBOXD_ITEM_INFO;
 
 typedef struct HBOXD_IMAGE_INFO {
