@@ -190,7 +190,7 @@ bool MotionPhotoEditImpl::isVideoRemovalWithoutXMP() {
     bool const onlyRemoves =
         std::all_of(staged.begin(), staged.end(), [](auto const& each) { return each.isInFile(); });
     return onlyRemoves && !HEIFMetaWriter::isTrailerHidden(*outputFile) &&
-           ImageMetaReader::of(outputFile, ParseMode::LAZY)->getXMP().type == MediaDefs::MetaType::NONE;
+           ImageMetaReader::of(outputFile, ParseMode::LAZY)->findAllXMP().empty();
 }
 
 void MotionPhotoEditImpl::prepareXMP() {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "BoxBounds.h"
 #include "Error.h"
 #include "MediaFile.h"
+#include "boxes/BoxBounds.h"
 
 #include <cstdint>
 #include <functional>

@@ -73,20 +73,3 @@ TEST(Demuxer, AnswersWhatItCanWhenThePrimaryIsNoGridOrOddlyStored) {
     for (HeicOptions const& outside : {HeicOptions{.tileShift = 1 << 20}, HeicOptions{.tileMethod = 1}})
         EXPECT_EQ(hboxd_get_image_frm(Demuxer(buildHeic(outside)).handle, 1, nullptr, 0, &size), HBOX_ERR_FORMAT);
 }
-
-TEST(Demuxer, ReportsTheNeededSizeWhenTheCapacityIsTooSmall) {
-    Demuxer const source(buildHeic());
-    char buffer[31] = {'?'};
-    uint32_t size = 0;
-    EXPECT_EQ(hboxd_get_image_frm(source.handle, 1, buffer, sizeof buffer, &size), HBOX_ERR_BUFFER);
-    EXPECT_EQ(size, 32U);
-    size = sizeof buffer;
-    EXPECT_EQ(hboxd_get_info_item(source.handle, 1, HBOXD_ITEM_CODEC_SPECIFIC, buffer, &size), HBOX_ERR_BUFFER);
-    EXPECT_GT(size, 70U);
-    EXPECT_EQ(buffer[0], '?');
-    uint32_t ids[3];
-    uint32_t count = 3;
-    EXPECT_EQ(hboxd_get_list_referenceto(source.handle, 5, HBOX_FOURCC('d', 'i', 'm', 'g'), ids, &count),
-              HBOX_ERR_BUFFER);
-    EXPECT_EQ(count, 4U);
-}

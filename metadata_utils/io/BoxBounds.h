@@ -1,3 +1,0 @@
-#pragma once
-
-#include "boxes/BoxBounds.h"
