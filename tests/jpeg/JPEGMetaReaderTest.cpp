@@ -39,7 +39,7 @@ TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
         {"packet cut off by the file's end", JpegBuilder().xmp("<cut/>xxx").open().substr(0, 41), XMP, "<cut/>"},
         {"extended packet", JpegBuilder().segment(0xE1, EXTENDED_XMP_ID + "more").build(), NONE, ""},
         {"no marker in front", xmp(JpegBuilder().raw(std::string("\0\xFF", 2))).build(), NONE, ""},
-        {"length 1 in front", xmp(JpegBuilder().raw(std::string("\xFF\xE0\0\1", 4))).build(), NONE, ""},
+        {"length 1", JpegBuilder().raw(std::string("\xFF\xE1\0\1", 4) + XMP_ID).build(), NONE, ""},
         {"end of image in front", xmp(JpegBuilder().segment(0xD9, "")).build(), NONE, ""},
         {"start of scan in front", xmp(JpegBuilder().segment(0xDA, "")).build(), NONE, ""},
         {"segment past the file's end in front", JpegBuilder().raw("\xFF\xE0\xFF\xFF").xmp("<x/>").open(), NONE, ""},
