@@ -77,11 +77,14 @@ void XMPCopy::property(std::string const& schema, std::string const& path, std::
 void XMPCopy::items() {
     if (source.getMeta() == target->getMeta())
         return;
+    std::unordered_set<std::string> existing;
+    for (auto const& entry : target->getItems())
+        existing.insert(lowered(entry.first));
     for (auto const& name : source.getItemNamesInOrder()) {
         auto* item = source.findItem(name);
         if (!item)
             continue;
-        if (skipExisting && editor.containsItem(name, true)) {
+        if (skipExisting && !existing.insert(lowered(name)).second) {
             LOGI("skip already exist item: %s", name.c_str());
             continue;
         }

@@ -166,7 +166,7 @@ XMPEdit& XMPEditImpl::removeAll() {
         auto const prefix = path.substr(0, colon);
         auto const name = path.substr(colon + 1, path.find('[') - colon - 1); // of an array, the whole
         if (removed.insert(prefix + ":" + name).second)
-            removeProperty(xmpNamespaces()[prefix], name);
+            removeProperty(namespaceOfPrefix(prefix), name);
     }
     LOGI("removeAll X");
     return *this;

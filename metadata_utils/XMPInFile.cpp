@@ -61,6 +61,11 @@ void XMPInFile::forget() {
     isKeepable = false;
 }
 
+std::string const& XMPInFile::packet() const {
+    static std::string const none;
+    return blocks.empty() ? none : blocks.back().text;
+}
+
 std::shared_ptr<XMPPacket> const& XMPInFile::parsed() {
     if (last == nullptr)
         last = parseXMPPacket(packet());

@@ -23,7 +23,7 @@ public:
     explicit XMPInFile(std::shared_ptr<MediaFile> const& source);
 
     /// The packet that the file's view answers from, the last one; empty when there is none.
-    std::string packet() const { return blocks.empty() ? std::string() : blocks.back().text; }
+    std::string const& packet() const;
     bool isThisFile(MediaFile const& other) const { return MediaFile::isFdsDup(file->getFd(), other.getFd()); }
 
     /// Throws "changed since it was read" (CHANGED) when the file's packets are not those last seen, or when a commit

@@ -48,7 +48,7 @@ std::shared_ptr<XMPInfoImpl> XMPInfoImpl::xmpView() const {
 void XMPInfoImpl::load() {
     LOGI("load E");
     auto found = std::make_unique<XMPInFile>(file);
-    auto const text = found->packet();
+    auto const& text = found->packet();
     LOGI("xmp: %s", text.c_str());
     meta = parseXMPPacket(text);
     inFile = std::move(found);
@@ -322,14 +322,16 @@ std::string XMPInfoImpl::getLastItem() const {
 /// The toolkit writes namespaces without escaping them, and nests deeper than it is let read. Every writer gets its
 /// packet here: one that nobody could read again is refused before a byte of a file changes.
 std::vector<uint8_t> XMPInfoImpl::serializeToBuffer() const {
-    auto const text = meta->serialize();
+    auto text = meta->serialize();
+    if (text == serialized)
+        return {text.begin(), text.end()};
     try {
         parseXMPPacket(text);
     } catch (Error const& error) {
         throw ErrorAt().as(Error::Code::XMP)("XMP that could not be read again: %s", messageOf(error));
     }
-    serialized = text;
-    return {text.begin(), text.end()};
+    serialized = std::move(text);
+    return {serialized.begin(), serialized.end()};
 }
 
 std::string XMPInfoImpl::dump() const {

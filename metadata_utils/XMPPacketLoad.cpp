@@ -1,8 +1,11 @@
 #include "XMPPacketLoad.h"
 
 #include "XMPInfoImpl.h"
+#include "XMPLimits.h"
 #include "XMPPacketScan.h"
 
+#include <algorithm>
+#include <atomic>
 #include <mutex>
 
 namespace android::lumo {
@@ -49,6 +52,15 @@ void nestTypedEntries(XMPPacket& packet) {
     }
 }
 
+std::atomic<size_t> namespacesBrought{0}; ///< by packets, since the process began
+
+/// Those among a packet's namespaces that the toolkit has not seen.
+size_t countNew(std::vector<std::string> const& namespaces) {
+    return static_cast<size_t>(std::count_if(namespaces.begin(), namespaces.end(), [](auto const& uri) {
+        return !uri.empty() && XMPPacket::prefixOf(uri).empty();
+    }));
+}
+
 bool isReady = false; ///< under the lock of prepareXMPToolkit()
 
 } // namespace
@@ -61,6 +73,12 @@ std::map<std::string, std::string>& xmpNamespaces() {
         return built;
     }();
     return table;
+}
+
+std::string namespaceOfPrefix(std::string const& prefix) {
+    static std::mutex lookUp;
+    std::lock_guard const lock(lookUp);
+    return xmpNamespaces()[prefix];
 }
 
 void prepareXMPToolkit() {
@@ -88,7 +106,12 @@ std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text) {
     auto packet = std::make_shared<XMPPacket>();
     if (text.find_first_not_of(BLANKS) == std::string::npos)
         return packet;
-    refuseHostilePacket(text);
+    auto const namespaces = refuseHostilePacket(text);
+    auto const brought = countNew(namespaces);
+    if (brought != 0 && namespacesBrought + brought > xmp_limits::MAX_NEW_NAMESPACES)
+        throw ErrorAt().as(Error::Code::TOO_BIG)("XMP brings namespaces, and this process has seen %zu already",
+                                                 namespacesBrought.load());
+    namespacesBrought += brought;
     packet->parse(text);
     nestTypedEntries(*packet);
     return packet;

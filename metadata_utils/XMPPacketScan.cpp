@@ -1,18 +1,19 @@
 #include "XMPPacketScan.h"
 
 #include "ErrorAt.h"
+#include "XMPLimits.h"
 
+#include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace android::lumo {
 
-namespace {
+using namespace xmp_limits;
 
-/// Packets of up to this many bytes cost the toolkit less than a second whatever they hold, if its stack suffices.
-constexpr size_t SMALL_PACKET = 64 * 1024;
-constexpr size_t MAX_DEPTH_SMALL = 1000; ///< about 100 KB of stack
-constexpr size_t MAX_DEPTH = 100;
-constexpr size_t MAX_NAMES = 20000; ///< elements that are no array items, and attributes
+namespace {
 
 /// The packet as code units: bytes, or 16-bit numbers of either byte order.
 class Units {
@@ -25,6 +26,7 @@ public:
         wide = bigEndian || (first < 0x80 && second == 0) || (first == 0xFF && second == 0xFE);
     }
 
+    bool isWide() const { return wide; }
     size_t size() const { return wide ? text.size() / 2 : text.size(); }
     unsigned at(size_t i) const {
         if (!wide)
@@ -40,6 +42,15 @@ public:
                 return false;
         }
         return true;
+    }
+    /// Bytes of the UTF-8 sequence here, as loosely as the toolkit looks at one; 1 for what is none.
+    size_t sequenceAt(size_t i) const {
+        auto const length = static_cast<size_t>(std::countl_one(static_cast<uint8_t>(at(i))));
+        for (size_t k = 1; k < length; ++k) {
+            if (i + k >= size() || (at(i + k) & 0xC0) != 0x80)
+                return 1;
+        }
+        return std::max<size_t>(length, 1);
     }
     /// The first `c` from `i` on, or size().
     size_t find(unsigned c, size_t i) const {
@@ -68,84 +79,182 @@ private:
     bool bigEndian = false;
 };
 
+void refuse(char const* what) {
+    throw ErrorAt().as(Error::Code::TOO_BIG)("XMP is too big: %s", what);
+}
+
 class PacketScan {
 public:
     explicit PacketScan(std::string_view packet)
-        : units(packet), small(packet.size() <= SMALL_PACKET), maxDepth(small ? MAX_DEPTH_SMALL : MAX_DEPTH) {}
+        : units(packet), size(packet.size()), maxDepth(size <= SMALL_PACKET ? MAX_DEPTH_SMALL : MAX_DEPTH) {
+        if (size > MAX_PACKET)
+            refuse("bytes");
+    }
 
-    void run() {
+    std::vector<std::string> run() {
+        if (!units.isWide())
+            countRepairs();
         auto const end = units.size();
-        // An element takes three units at least; in a packet too short to be nested too deep only the prolog matters.
-        auto const prologOnly = small && end / 3 <= maxDepth;
-        for (size_t i = units.find('<', 0); i + 1 < end; i = units.find('<', i)) {
+        for (size_t i = text(0); i + 1 < end; i = text(i)) {
             auto const c = units.at(i + 1);
             if (c == '!')
                 i = declaration(i);
             else if (c == '?')
                 i = units.behind("?>", i + 2);
-            else if (prologOnly)
-                return;
             else if (c == '/')
                 i = endTag(i + 2);
             else
                 i = startTag(i + 1);
         }
+        return std::move(namespaces);
     }
 
 private:
-    size_t declaration(size_t i) const {
+    /// Counts what stands in front of the next tag, and returns where that begins.
+    size_t text(size_t i) {
+        auto const begin = i;
+        for (; i < units.size(); ++i) {
+            auto const c = units.at(i);
+            if (c == '<')
+                break;
+            if (c == '\n' || c == '\r' || c == '&')
+                spend(COST_OF_TEXT_PIECE);
+        }
+        if (i > begin)
+            spend(COST_OF_TEXT_PIECE);
+        return i;
+    }
+
+    /// What the toolkit replaces before the parser sees it, wherever it stands: controls, bytes that are no UTF-8,
+    /// escapes of characters.
+    void countRepairs() {
+        uint64_t repairs = 0;
+        for (size_t i = 0; i < units.size(); i += units.sequenceAt(i)) {
+            auto const c = units.at(i);
+            if (c >= ' ' && c < 0x7F && c != '&')
+                continue;
+            bool const isControl = (c < ' ' && c != '\t' && c != '\n' && c != '\r') || c == 0x7F;
+            bool const isEscape = c == '&' && units.startsWith(i, "&#");
+            if (!isControl && !isEscape && (c < 0x80 || units.sequenceAt(i) > 1))
+                continue;
+            spend(COST_OF_TEXT_PIECE);
+            if (++repairs * size > MAX_REPAIRS_TIMES_SIZE)
+                refuse("bytes that are no text");
+        }
+    }
+
+    size_t declaration(size_t i) {
         if (units.startsWith(i, "<!--"))
             return units.behind("-->", i + 4);
-        if (units.startsWith(i, "<![CDATA["))
-            return units.behind("]]>", i + 9);
+        if (units.startsWith(i, "<![CDATA[")) {
+            auto const end = units.behind("]]>", i + 9);
+            for (; i < end; ++i) {
+                if (units.at(i) == '\n' || units.at(i) == '\r')
+                    spend(COST_OF_TEXT_PIECE);
+            }
+            return end;
+        }
         throw ErrorAt().as(Error::Code::XMP)("DOCTYPE is not allowed");
     }
 
     size_t endTag(size_t i) {
         if (depth > 0)
             --depth;
-        return units.find('>', i);
+        return std::min(units.find('>', i) + 1, units.size());
     }
 
     size_t startTag(size_t nameStart) {
         auto const end = units.size();
-        auto i = nameStart;
-        while (i < end && units.at(i) > ' ' && units.at(i) != '>' && units.at(i) != '/')
-            ++i;
-        if (i < nameStart + 3 || !units.startsWith(i - 3, ":li"))
-            count();
-        for (; i < end && units.at(i) != '>'; ++i) {
-            auto const c = units.at(i);
-            if (c != '"' && c != '\'')
-                continue;
-            count();
-            i = units.find(c, i + 1);
+        auto i = behindName(nameStart);
+        bool const isItem = i >= nameStart + 3 && units.startsWith(i - 3, ":li");
+        name(depth, i - nameStart, isItem);
+        if (depth + 1 > COMMON_DEPTH && depth + 1 < siblings.size())
+            siblings[depth + 1] = 0; // an element of its own
+        while (i < end && units.at(i) != '>') {
+            if (isNameStart(units.at(i)))
+                i = attribute(i);
+            else
+                ++i;
         }
         if (i >= end)
             return end;
         if (depth >= maxDepth)
-            throw ErrorAt().as(Error::Code::TOO_BIG)("elements are nested too deep");
+            refuse("elements inside each other");
         if (units.at(i - 1) != '/')
             ++depth;
+        return i + 1;
+    }
+
+    /// A name, and the value in quotes behind it; returns the place behind both.
+    size_t attribute(size_t nameStart) {
+        auto const nameEnd = behindName(nameStart);
+        auto i = nameEnd;
+        while (i < units.size() && units.at(i) != '>' && units.at(i) != '"' && units.at(i) != '\'')
+            ++i;
+        if (i >= units.size() || units.at(i) == '>')
+            return i;
+        auto const end = units.find(units.at(i), i + 1);
+        if (units.startsWith(nameStart, "xmlns"))
+            declare(i + 1, end);
+        else
+            name(depth + 1, nameEnd - nameStart, false);
+        return std::min(end + 1, units.size());
+    }
+
+    void declare(size_t begin, size_t end) {
+        std::string uri;
+        for (auto i = begin; i < end && uri.size() <= MAX_NAMESPACE_LENGTH; ++i)
+            uri += static_cast<char>(units.at(i));
+        if (namespaces.size() >= MAX_NAMESPACES || uri.size() > MAX_NAMESPACE_LENGTH)
+            refuse("namespaces");
+        spend(COST_OF_NAME);
+        namespaces.push_back(std::move(uri));
+    }
+
+    /// Counts a name among those of its parent, which is open at `level`.
+    void name(size_t level, size_t length, bool isItem) {
+        if (length > MAX_NAME_LENGTH)
+            refuse("a name");
+        spend(COST_OF_NAME + COST_OF_NAME_BYTE * length);
+        if (isItem)
+            return;
+        // The outermost parents are one each to the toolkit, in however many elements they are written.
+        auto const parent = std::max(level, COMMON_DEPTH);
+        if (siblings.size() <= parent)
+            siblings.resize(parent + 1);
+        if (++siblings[parent] > MAX_SIBLINGS)
+            refuse("properties");
+    }
+
+    void spend(uint64_t cost) {
+        spent += cost;
+        if (spent > MEMORY + size)
+            refuse("what it is made of");
+    }
+
+    size_t behindName(size_t i) const {
+        while (i < units.size() && isNameUnit(units.at(i)))
+            ++i;
         return i;
     }
+    static bool isNameUnit(unsigned c) { return c > ' ' && c != '>' && c != '/' && c != '='; }
+    static bool isNameStart(unsigned c) { return isNameUnit(c) && c != '"' && c != '\''; }
 
-    void count() {
-        if (++names > MAX_NAMES && !small)
-            throw ErrorAt().as(Error::Code::TOO_BIG)("too many properties");
-    }
+    static constexpr size_t COMMON_DEPTH = 4; ///< x:xmpmeta, rdf:RDF, rdf:Description, property
 
     Units units;
-    bool small;
+    uint64_t size;
     size_t maxDepth;
     size_t depth = 0;
-    size_t names = 0;
+    uint64_t spent = 0;
+    std::vector<size_t> siblings; ///< names of the element open at each depth
+    std::vector<std::string> namespaces;
 };
 
 } // namespace
 
-void refuseHostilePacket(std::string_view packet) {
-    PacketScan(packet).run();
+std::vector<std::string> refuseHostilePacket(std::string_view packet) {
+    return PacketScan(packet).run();
 }
 
 } // namespace android::lumo
