@@ -73,13 +73,14 @@ std::shared_ptr<XMPInfoImpl> openXMP(std::shared_ptr<MediaFile> const& file) {
 
 } // namespace
 
-std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
+std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
+                                 uint32_t leftOut) {
     if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd())) {
         checked::requireEditable(*photo);
         return photo;
     }
     checked::requireEditable(*output);
-    uint32_t const size = photo->size();
+    uint32_t const size = photo->size() - leftOut;
     checked::seek(*output, 0);
     checked::reserve(*output, size);
     checked::copy(photo, output, 0, size);

@@ -12,8 +12,10 @@
 /// Steps that the edits of published photos share.
 namespace android::lumo::published {
 
-/// The file the edit works on: the photo itself, or the output, which gets all of the photo's bytes.
-std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output);
+/// The file the edit works on: the photo itself, or the output, which gets the photo's bytes but for the last
+/// `leftOut`.
+std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
+                                 uint32_t leftOut = 0);
 
 /// What the XMP says about a video in the end.
 struct Fields {

@@ -8,7 +8,7 @@
 #include "MotionPhotoInfoImpl.h"
 #include "PublishedEdit.h"
 #include "XMPEditImpl.h"
-#include "io/HEIFItems.h"
+#include "io/TrailingBoxes.h"
 
 #include <algorithm>
 
@@ -26,8 +26,8 @@ struct Cut {
     uint32_t size = 0;
     uint32_t behind = 0; ///< bytes of the file behind it
     bool takesPrimaryPadding = false;
-    bool isBlanked =
-        false; ///< a box among those of the image: nothing may move there, it becomes a 'free' box of zeros
+    bool isBox = false;     ///< a HEIC's video box behind the image
+    bool isBlanked = false; ///< one among the boxes of the image: nothing may move there, it becomes 'free', of zeros
 };
 
 /// Whether the padding that the primary claims lies between the picture's last two bytes and the video.
@@ -41,28 +41,13 @@ bool isPaddingOfPrimary(PhotoLayout const& layout, claims::Item const& video, ui
     return bytes.data()[0] == 0xFF && bytes.data()[1] == 0xD9;
 }
 
-/// Behind the image nothing may be named by its position but by the trailer.
-void requireNoItemBehind(PhotoLayout const& layout, uint32_t position) {
-    auto const* meta = layout.topLevel.find(boxType("meta"));
-    if (meta == nullptr)
-        return;
-    heif::ByteWindow window(*layout.file);
-    heif::Items items;
-    items.parse(window, *meta);
-    for (auto const& each : items.locations) {
-        if (uint64_t{each.base} + each.offset >= position)
-            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
-                "item %zu of the image stands behind the video box at %zu", size_t{each.id}, size_t{position});
-    }
-}
-
 /// The box with its header, whatever it holds.
 Cut planBoxCut(PhotoLayout const& layout) {
     auto const& box = *layout.videoBox;
     bool const isBehind = box.position >= layout.topLevel.endOfImage();
     if (isBehind)
-        requireNoItemBehind(layout, box.position);
-    return {box.size, layout.fileSize - box.end(), false, !isBehind};
+        heif::TrailingBoxes(layout.file).requireNoItemBehind(box.position);
+    return {box.size, layout.fileSize - box.end(), false, isBehind, !isBehind};
 }
 
 Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
@@ -87,6 +72,12 @@ Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
     return cut;
 }
 
+void takeBoxesOut(std::shared_ptr<MediaFile> const& file) {
+    heif::TrailingBoxes boxes(file);
+    auto const videos = boxes.videos();
+    std::for_each(videos.rbegin(), videos.rend(), [&](auto const& box) { boxes.takeOut(box); });
+}
+
 void blank(MediaFile& file, uint32_t position, uint32_t size) {
     writeAt(file, position + sizeof(uint32_t), "free");
     checked::fill(file, 0, size - static_cast<uint32_t>(2 * sizeof(uint32_t)));
@@ -106,6 +97,8 @@ void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFil
     }
     if (cut.size == 0)
         return;
+    if (cut.isBox)
+        return takeBoxesOut(file);
     uint32_t const end = file->size() - cut.behind;
     if (cut.isBlanked)
         blank(*file, end - cut.size, cut.size);
@@ -129,12 +122,29 @@ void dropClaims(MotionPhotoEdit& edit) {
     edit.getXMPEdit().removeProperty(xmp_ns::CAMERA, "MotionPhoto"); // so that the editor knows of the change
 }
 
-void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const& file) {
-    auto const edit = MotionPhotoInfo::parse(file)->edit();
-    edit->removeVideo(file);
+/// A video that ends the file need not come along into another one: what is copied is the photo without it.
+std::shared_ptr<MediaFile> beginWithout(Cut& cut, std::shared_ptr<MediaFile> const& photo,
+                                        std::shared_ptr<MediaFile> const& output) {
+    bool const isLeftOut = cut.behind == 0 && !cut.isBlanked;
+    auto const file = begin(photo, output, isLeftOut ? cut.size : 0);
+    if (isLeftOut && file != photo)
+        cut.size = 0;
+    return file;
+}
+
+void commit(MotionPhotoEdit& edit, std::shared_ptr<MediaFile> const& output) {
+    if (output != nullptr)
+        edit.commit(output);
+    else
+        edit.commit();
+}
+
+void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const& output) {
+    auto const edit = MotionPhotoInfo::parse(layout.file)->edit();
+    edit->removeVideo(layout.file);
     if (layout.claims.any())
         dropClaims(*edit);
-    edit->commit();
+    commit(*edit, output);
 }
 
 std::optional<int64_t> durationOf(MediaFile const& file, uint32_t position, uint32_t size) {
@@ -179,13 +189,13 @@ MotionVideo removeVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr
     auto const video = layout.locate();
     if (video.status == MotionVideo::Status::NONE && !layout.claims.any())
         throw ErrorAt()("nothing in %s speaks of a video", photo->getPath().c_str());
-    bool const byEditor = isForEditor(layout);
-    auto const cut = byEditor ? Cut() : planCut(layout, video);
-    auto const file = begin(photo, output);
-    if (byEditor)
-        removeByEditor(layout, file);
-    else
-        takeOut(layout, cut, file);
+    if (isForEditor(layout)) {
+        removeByEditor(layout, output);
+        return video;
+    }
+    auto cut = planCut(layout, video);
+    auto const file = beginWithout(cut, photo, output);
+    takeOut(layout, cut, file);
     return video;
 }
 
@@ -196,8 +206,8 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
     requireAddable(layout, prepared, options, clip, output);
     // The editor takes a HEIC's box out itself, in the commit that writes the new one.
     bool const byEditor = isForEditor(layout) || layout.videoBox.has_value();
-    auto const cut = byEditor ? Cut() : planCut(layout, layout.locate());
-    auto const file = begin(photo, output);
+    auto cut = byEditor ? Cut() : planCut(layout, layout.locate());
+    auto const file = byEditor ? photo : beginWithout(cut, photo, output);
     if (!byEditor)
         takeOut(layout, cut, file);
     auto const edit = MotionPhotoInfo::parse(file)->edit();
@@ -206,7 +216,7 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
     edit->addVideo(prepared.file);
     if (options.momentUs)
         edit->setPhotoPresentationTimestampUs(static_cast<long>(*options.momentUs));
-    edit->commit();
+    commit(*edit, byEditor ? output : nullptr);
     return prepared;
 }
 
