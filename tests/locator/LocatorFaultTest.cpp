@@ -7,25 +7,19 @@ namespace android::lumo::test {
 
 namespace {
 
-std::string publishedPhoto() {
-    std::string const movie = clip(6000);
-    return published(PRIMARY + videoItem(movie.size()), movie);
-}
+std::string const MOVIE = clip(6000);
 
-std::string heicPhoto() {
-    HeicOptions options;
-    options.tail = heicBox("mpvd", clip(6000));
-    options.xmp = packetOf(CLAIMED, directoryOf(itemOf("Primary", "image/heic", "Item:Padding=\"8\"") +
-                                                videoItem(clip(6000).size()))) +
-                  std::string(700, ' ');
-    return buildHeic(options);
+std::vector<std::string> photos() {
+    auto const video = videoItem(MOVIE.size());
+    return {published(PRIMARY + video, MOVIE),
+            heicWith(videoBox(MOVIE), itemOf("Primary", "image/heic", paddingOf(8)) + video)};
 }
 
 } // namespace
 
 /// Whatever read fails, the answer is never "none".
 TEST(LocatorFaults, AReadThatFailsIsNoAnswer) {
-    for (auto const& photo : {publishedPhoto(), heicPhoto()}) {
+    for (auto const& photo : photos()) {
         TempFile const file(photo);
         std::string const expected = textOf(MotionVideo::locate(file.open("r")));
         for (auto* const ask : {&MotionVideo::locate, &MotionVideo::scan}) {
@@ -50,9 +44,8 @@ TEST(LocatorFaults, AReadThatFailsIsNoAnswer) {
 /// Whatever change fails, the edit says so, and the photo is as it was, or its movie stands whole where a claim or a
 /// scan finds it, unless bytes were being moved.
 TEST(LocatorFaults, AnEditThatFailsLeavesTheMovieWithinReach) {
-    std::string const movie = clip(6000);
     using Edit = void (*)(std::shared_ptr<MediaFile> const&);
-    for (auto const& photo : {publishedPhoto(), heicPhoto()}) {
+    for (auto const& photo : photos()) {
         for (Edit const edit : {Edit([](auto const& file) { published::removeVideo(file); }),
                                 Edit([](auto const& file) { published::toTrailer(file); })}) {
             size_t torn = 0;
@@ -72,7 +65,7 @@ TEST(LocatorFaults, AnEditThatFailsLeavesTheMovieWithinReach) {
                 }
                 if (isDone && calls <= n)
                     break;
-                bool const isWhole = file.bytes().find(movie.substr(12)) != std::string::npos;
+                bool const isWhole = file.bytes().find(MOVIE.substr(12)) != std::string::npos;
                 torn += isWhole ? 0 : 1;
                 if (isWhole && !isDone) {
                     auto const now = file.open("r");

@@ -24,6 +24,54 @@ inline std::string const PRIMARY = itemOf("Primary", "image/jpeg");
 inline std::string const CLAIMED = R"(Camera:MotionPhoto="1" Camera:MotionPhotoVersion="1" )"
                                    R"(Camera:MotionPhotoPresentationTimestampUs="500000" )";
 
+inline std::string paddingOf(size_t bytes) {
+    return "Item:Padding=\"" + std::to_string(bytes) + "\"";
+}
+
+/// The properties of the older format.
+inline std::string microVideo(std::string const& offset, char const* flag = "1") {
+    return std::string("Camera:MicroVideo=\"") + flag + "\" Camera:MicroVideoOffset=\"" + offset +
+           "\" Camera:MicroVideoPresentationTimestampUs=\"250\" ";
+}
+
+/// An entry as a typed node: the item itself is the entry.
+inline std::string typedNode(std::string const& fields) {
+    return "<rdf:li><Container:Item " + fields + "/></rdf:li>";
+}
+
+inline std::string typedNodes(size_t length) {
+    return typedNode(R"(Item:Semantic="Primary" Item:Mime="image/jpeg")") +
+           typedNode(R"(Item:Semantic="MotionPhoto" Item:Mime="video/mp4" Item:Length=")" + std::to_string(length) +
+                     '"');
+}
+
+inline std::string const GAIN_MAP = JpegBuilder().build("gain map");
+
+inline std::string gainMapItem(std::string const& more = {}) {
+    return itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(GAIN_MAP.size()) + "\" " + more);
+}
+
+/// An MPF index of two pictures, the second `offset` bytes behind the index.
+inline std::string mpfTo(size_t offset) {
+    return std::string("MM\0*", 4) + bigEndian(8, 4) + bigEndian(1, 2) + bigEndian(0xB002, 2) + bigEndian(7, 2) +
+           bigEndian(32, 4) + bigEndian(26, 4) + bigEndian(0, 4) + bigEndian(0x30000, 4) + bigEndian(99, 4) +
+           bigEndian(0, 8) + bigEndian(0, 4) + bigEndian(GAIN_MAP.size(), 4) + bigEndian(offset, 4) + bigEndian(0, 4);
+}
+
+/// The box of a video, with a header of 8 or 16 bytes.
+inline std::string videoBox(std::string const& movie, bool wide = false) {
+    return wide ? bigEndian(1, 4) + "mpvd" + bigEndian(movie.size() + 16, 8) + movie : heicBox("mpvd", movie);
+}
+
+/// A HEIC with these boxes behind its image, and XMP of these items in a large room.
+inline std::string heicWith(std::string const& tail, std::string const& items = {}) {
+    HeicOptions options;
+    options.tail = tail;
+    if (!items.empty())
+        options.xmp = packetOf(CLAIMED, directoryOf(items)) + std::string(700, ' ');
+    return buildHeic(options);
+}
+
 /// A JPEG with these directory entries; `behind` stands behind its picture.
 inline std::string published(std::string const& items, std::string const& behind,
                              std::string const& attributes = CLAIMED) {

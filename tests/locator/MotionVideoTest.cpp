@@ -4,16 +4,6 @@ namespace android::lumo::test {
 
 namespace {
 
-std::string microVideo(size_t offset, char const* flag = "1") {
-    return std::string("Camera:MicroVideo=\"") + flag + "\" Camera:MicroVideoOffset=\"" + std::to_string(offset) +
-           "\" Camera:MicroVideoPresentationTimestampUs=\"250\" ";
-}
-
-/// An entry as a typed node: the item itself is the entry.
-std::string typedNode(std::string const& fields) {
-    return "<rdf:li><Container:Item " + fields + "/></rdf:li>";
-}
-
 /// Other prefixes and the namespaces of the other format.
 std::string inOtherSpelling(std::string packet) {
     for (auto const& [from, to] : {std::pair{"Container:", "GContainer:"},
@@ -32,19 +22,9 @@ std::string inOtherSpelling(std::string packet) {
 TEST(MotionVideo, FindsTheMovieWhereAClaimHoldsAndSaysWhyOneDoesNot) {
     std::string const movie = clip();
     std::string const size = std::to_string(movie.size());
-    std::string const gainMap = JpegBuilder().build("gain map");
-    std::string const gainMapItem =
-        itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(gainMap.size()) + "\" Item:Padding=\"3\" ");
-    std::string const typed =
-        typedNode("Item:Semantic=\"Primary\" Item:Mime=\"image/jpeg\"") +
-        typedNode("Item:Semantic=\"MotionPhoto\" Item:Mime=\"video/mp4\" Item:Length=\"" + size + "\"");
     std::string const openEnd =
         heicBox("ftyp", "isom" + bigEndian(0, 4)) + heicBox("moov", "") + bigEndian(0, 4) + "mdat" + pattern(20);
     TrailerRecord const record{2608, "MotionPhoto_Data", clip(125'000)};
-    HeicOptions heic;
-    heic.tail = bigEndian(movie.size() + 8, 4) + "mpvd" + movie;
-    HeicOptions wide;
-    wide.tail = bigEndian(1, 4) + "mpvd" + bigEndian(movie.size() + 16, 8) + movie;
     struct Case {
         char const* name;
         std::string photo;
@@ -55,12 +35,13 @@ TEST(MotionVideo, FindsTheMovieWhereAClaimHoldsAndSaysWhyOneDoesNot) {
     for (auto const& [name, photo, source, behind, length] : std::vector<Case>{
              {"directory", published(PRIMARY + videoItem(movie.size()), movie), "directory sound", 0, movie.size()},
              {"gain map and paddings",
-              published(PRIMARY + gainMapItem + videoItem(movie.size(), "Item:Padding=\"5\""),
-                        gainMap + "pad" + movie + "12345"),
+              published(PRIMARY + gainMapItem(paddingOf(3)) + videoItem(movie.size(), paddingOf(5)),
+                        GAIN_MAP + "pad" + movie + "12345"),
               "directory sound", 5, movie.size()},
-             {"an item behind", published(PRIMARY + videoItem(movie.size()) + gainMapItem, movie + gainMap + "pad"),
-              "directory sound", gainMap.size() + 3, movie.size()},
-             {"typed nodes", published(typed, movie), "directory sound", 0, movie.size()},
+             {"an item behind",
+              published(PRIMARY + videoItem(movie.size()) + gainMapItem(paddingOf(3)), movie + GAIN_MAP + "pad"),
+              "directory sound", GAIN_MAP.size() + 3, movie.size()},
+             {"typed nodes", published(typedNodes(movie.size()), movie), "directory sound", 0, movie.size()},
              {"other namespaces",
               JpegBuilder()
                   .xmp(inOtherSpelling(packetOf(CLAIMED, directoryOf(PRIMARY + videoItem(movie.size())))))
@@ -68,14 +49,13 @@ TEST(MotionVideo, FindsTheMovieWhereAClaimHoldsAndSaysWhyOneDoesNot) {
               "directory sound", 0, movie.size()},
              {"a last box of size 0", published(PRIMARY + videoItem(openEnd.size()), openEnd), "directory sound", 0,
               openEnd.size()},
-             {"older offset", published(PRIMARY, movie, microVideo(movie.size())), "micro-video sound", 0,
-              movie.size()},
+             {"older offset", published(PRIMARY, movie, microVideo(size)), "micro-video sound", 0, movie.size()},
              {"older offset where the directory is wrong",
-              published(PRIMARY + videoItem(movie.size() - 1), movie, CLAIMED + microVideo(movie.size())),
-              "micro-video sound", 0, movie.size()},
+              published(PRIMARY + videoItem(movie.size() - 1), movie, CLAIMED + microVideo(size)), "micro-video sound",
+              0, movie.size()},
              {"trailer", JpegBuilder().build("scan", trailerBytes({record})), "trailer sound", 32, record.data.size()},
-             {"box", buildHeic(heic), "box sound", 0, movie.size()},
-             {"wide box", buildHeic(wide), "box sound", 0, movie.size()},
+             {"box", heicWith(videoBox(movie)), "box sound", 0, movie.size()},
+             {"wide box", heicWith(videoBox(movie, true)), "box sound", 0, movie.size()},
          }) {
         auto const found = locate(photo);
         EXPECT_EQ(textOf(found),
@@ -84,16 +64,17 @@ TEST(MotionVideo, FindsTheMovieWhereAClaimHoldsAndSaysWhyOneDoesNot) {
         EXPECT_EQ(photo.substr(found.position + 4, 4), "ftyp") << name;
     }
     EXPECT_EQ(locate(published(PRIMARY + videoItem(movie.size()), movie)).momentUs, 500'000);
-    EXPECT_EQ(locate(published(PRIMARY, movie, microVideo(movie.size()))).momentUs, 250);
+    EXPECT_EQ(locate(published(PRIMARY, movie, microVideo(size))).momentUs, 250);
 }
 
 TEST(MotionVideo, SaysWhyAClaimDoesNotHold) {
     std::string const movie = clip();
+    std::string const size = std::to_string(movie.size());
     std::string const noMovie = heicBox("ftyp", "mp42" + bigEndian(0, 4)) + heicBox("mdat", "1234");
     for (auto const& [photo, expected] : std::vector<std::pair<std::string, std::string>>{
              {published(PRIMARY, ""), "none none"},
              {published(PRIMARY + videoItem(movie.size()), movie, "Camera:MotionPhoto=\"0\" "), "none none"},
-             {published(PRIMARY, movie, microVideo(movie.size(), "0")), "none none"},
+             {published(PRIMARY, movie, microVideo(size, "0")), "none none"},
              {published(PRIMARY + videoItem(99'999), movie), "directory damaged: a video 99999 bytes from the end"},
              {published(PRIMARY + itemOf("MotionPhoto", "video/mp4"), movie),
               "directory damaged: the item MotionPhoto"},
@@ -111,11 +92,9 @@ TEST(MotionVideo, SaysWhyAClaimDoesNotHold) {
 
 TEST(MotionVideo, ScanFindsAMovieThatNothingClaims) {
     std::string const movie = clip();
-    HeicOptions appended;
-    appended.tail = movie;
     std::string const stale = published(PRIMARY + videoItem(movie.size() + 7), "1234" + movie + "behind it");
     std::string const thumbnail = JpegBuilder().exif("II*" + movie).build("scan \xFF\xD0 more");
-    for (auto const& photo : {JpegBuilder().build("scan", movie), stale, buildHeic(appended)}) {
+    for (auto const& photo : {JpegBuilder().build("scan", movie), stale, heicWith(movie)}) {
         auto const found = MotionVideo::scan(TempFile(photo).open("r"));
         EXPECT_EQ(textOf(found),
                   "scan sound " + std::to_string(photo.rfind("ftyp") - 4) + "+" + std::to_string(movie.size()));

@@ -20,21 +20,14 @@ std::string idsOf(PhotoCheck const& check) {
     return text;
 }
 
-std::string padding(size_t bytes) {
-    return "Item:Padding=\"" + std::to_string(bytes) + "\"";
-}
-
 /// A HEIC with a video box, claims for it, and a trailer whose pointer is `shift` off.
 std::string heic(std::string const& movie, int shift, std::string const& behind = {}) {
     auto const build = [&](size_t position) {
         std::string const pointer = "mpv2" + bigEndian(position, 4) + bigEndian(movie.size(), 4);
         std::string const trailer = qrtdBox(trailerBytes({{2608, "MotionPhoto_Data", pointer}}));
-        HeicOptions options;
-        options.tail = heicBox("mpvd", movie) + trailer + behind;
-        options.xmp = packetOf(CLAIMED, directoryOf(itemOf("Primary", "image/heic", padding(8)) +
-                                                    videoItem(movie.size() + trailer.size() + behind.size()))) +
-                      std::string(700, ' ');
-        return buildHeic(options);
+        return heicWith(videoBox(movie) + trailer + behind,
+                        itemOf("Primary", "image/heic", paddingOf(8)) +
+                            videoItem(movie.size() + trailer.size() + behind.size()));
     };
     return build(build(0).find("mpvd") + 4 + static_cast<size_t>(shift));
 }
@@ -42,24 +35,14 @@ std::string heic(std::string const& movie, int shift, std::string const& behind 
 /// A JPEG with a trailer and the XMP this library writes for it.
 std::string withTrailer(std::string const& movie, std::string const& items = PRIMARY, std::string const& inFront = {}) {
     std::string const trailer = trailerBytes({{2608, "MotionPhoto_Data", movie}});
-    return published(itemOf("Primary", "image/jpeg", padding(24)) + items + videoItem(trailer.size() - 24),
+    return published(itemOf("Primary", "image/jpeg", paddingOf(24)) + items + videoItem(trailer.size() - 24),
                      inFront + trailer);
-}
-
-std::string mpfTo(size_t offset) {
-    return std::string("MM\0*", 4) + bigEndian(8, 4) + bigEndian(1, 2) + bigEndian(0xB002, 2) + bigEndian(7, 2) +
-           bigEndian(16, 4) + bigEndian(26, 4) + bigEndian(0, 4) + bigEndian(0, 4) + bigEndian(99, 4) +
-           bigEndian(offset, 4) + bigEndian(0, 4);
 }
 
 std::vector<Sample> samples() {
     std::string const movie = clip(), big = clip(126'000), isom = clip(126'000, "isom");
     std::string const video = videoItem(movie.size());
     std::string const played = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4"); // 2.5 s
-    std::string const gainMap = JpegBuilder().build("gain map");
-    std::string const gainMapItem =
-        itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(gainMap.size()) + "\"");
-    std::string const micro = "Camera:MicroVideo=\"1\" Camera:MicroVideoOffset=\"";
     std::string cut = published(PRIMARY, "", "");
     cut.resize(cut.size() - 4);
     HeicOptions bare, broken, open;
@@ -107,16 +90,16 @@ std::vector<Sample> samples() {
         {buildHeic(broken), "movie-boxes", "="},
         {buildHeic(bare), "xmp-claim", ""},
         {published(PRIMARY + video, ""), "stale-claim", ""},
-        {published(PRIMARY, "", micro + "77\" "), "stale-claim", ""},
-        {published(PRIMARY + video, movie, CLAIMED + micro + "77\" "), "micro-video", ""},
+        {published(PRIMARY, "", microVideo("77")), "stale-claim", ""},
+        {published(PRIMARY + video, movie, CLAIMED + microVideo("77")), "micro-video", ""},
         {published(PRIMARY + video, movie, otherMoment), "moment-number", ""},
         {published(entryOf("Item:Semantic=\"Primary\"") + video, movie), "directory-fields", "="},
         {published(video + PRIMARY, movie), "directory-order directory-order", "="},
-        {published(PRIMARY, movie, CLAIMED + micro + std::to_string(movie.size()) + "\" "), "directory-video", ""},
-        {published(itemOf("Primary", "image/jpeg", padding(5)) + video, movie), "primary-padding", "="},
+        {published(PRIMARY, movie, CLAIMED + microVideo(std::to_string(movie.size()))), "directory-video", ""},
+        {published(itemOf("Primary", "image/jpeg", paddingOf(5)) + video, movie), "primary-padding", "="},
         {JpegBuilder().mpf(mpfTo(60)).build(), "mpf-image", "="},
-        {published(PRIMARY + gainMapItem, "no picture here, only as many bytes", ""), "gain-map", "="},
-        {withTrailer(big, gainMapItem, gainMap), "gain-map-padding", "="},
+        {published(PRIMARY + gainMapItem(), "no picture here, only as many bytes", ""), "gain-map", "="},
+        {withTrailer(big, gainMapItem(), GAIN_MAP), "gain-map-padding", "="},
         {JpegBuilder().build("scan", movie), "orphan-movie", ""},
     };
 }

@@ -6,31 +6,10 @@ namespace android::lumo::test {
 
 namespace {
 
-std::string const GAIN_MAP = JpegBuilder().build("gain map");
-
-std::string gainMapItem(std::string const& more = {}) {
-    return itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(GAIN_MAP.size()) + "\" " + more);
-}
-
-/// Two pictures, the second `offset` bytes behind the index.
-std::string indexTo(size_t offset) {
-    std::string const entries = bigEndian(0x30000, 4) + bigEndian(99, 4) + bigEndian(0, 8) + bigEndian(0, 4) +
-                                bigEndian(GAIN_MAP.size(), 4) + bigEndian(offset, 4) + bigEndian(0, 4);
-    return std::string("MM\0*", 4) + bigEndian(8, 4) + bigEndian(1, 2) + bigEndian(0xB002, 2) + bigEndian(7, 2) +
-           bigEndian(32, 4) + bigEndian(26, 4) + bigEndian(0, 4) + entries;
-}
-
 std::string heic(std::string const& movie, bool wide, bool xmp) {
-    HeicOptions options;
-    options.tail =
-        (wide ? bigEndian(1, 4) + "mpvd" + bigEndian(movie.size() + 16, 8) + movie : heicBox("mpvd", movie)) +
-        heicBox("free", "cdif debug info");
-    std::string const padding = "Item:Padding=\"" + std::to_string(wide ? 16 : 8) + "\"";
-    if (xmp)
-        options.xmp = packetOf(CLAIMED, directoryOf(itemOf("Primary", "image/heic", padding) +
-                                                    videoItem(movie.size(), "Item:Padding=\"23\""))) +
-                      std::string(700, ' ');
-    return buildHeic(options);
+    auto const items =
+        itemOf("Primary", "image/heic", paddingOf(wide ? 16 : 8)) + videoItem(movie.size(), paddingOf(23));
+    return heicWith(videoBox(movie, wide) + heicBox("free", "cdif debug info"), xmp ? items : "");
 }
 
 struct Form {
@@ -42,22 +21,15 @@ struct Form {
 
 /// Photos of every origin around one movie.
 std::vector<Form> forms(std::string const& movie) {
-    auto const older = "Camera:MicroVideo=\"1\" Camera:MicroVideoVersion=\"1\" Camera:MicroVideoOffset=\"" +
-                       std::to_string(movie.size()) + "\" Camera:MicroVideoPresentationTimestampUs=\"500000\" ";
+    auto const older = microVideo(std::to_string(movie.size()));
     auto const video = videoItem(movie.size());
     return {
         {"directory", published(PRIMARY + video, movie)},
         {"both generations", published(PRIMARY + video, movie, CLAIMED + older)},
         {"older", JpegBuilder().exif().xmp(packetOf(older)).build("scan", movie)},
-        {"padding", published(itemOf("Primary", "image/jpeg", "Item:Padding=\"4\"") + video, "\1\2\3\4" + movie), 4},
+        {"padding", published(itemOf("Primary", "image/jpeg", paddingOf(4)) + video, "\1\2\3\4" + movie), 4},
         {"gain map", published(PRIMARY + gainMapItem() + video, GAIN_MAP + movie)},
-        {"typed nodes",
-         JpegBuilder()
-             .xmp(packetOf(CLAIMED, directoryOf("<rdf:li><Container:Item Item:Semantic=\"Primary\" "
-                                                "Item:Mime=\"image/jpeg\"/></rdf:li><rdf:li><Container:Item "
-                                                "Item:Semantic=\"MotionPhoto\" Item:Mime=\"video/mp4\" Item:Length=\"" +
-                                                std::to_string(movie.size()) + "\"/></rdf:li>")))
-             .build("scan", movie)},
+        {"typed nodes", published(typedNodes(movie.size()), movie)},
         {"item behind", published(PRIMARY + video + gainMapItem(), movie + GAIN_MAP), 0, false},
         {"box", heic(movie, false, true)},
         {"wide box", heic(movie, true, true)},
@@ -184,7 +156,7 @@ TEST(PublishedPhoto, PicturesOfTheIndexAreFoundWhenWhatStandsInFrontOfThemGoes) 
     auto const photo = [&](size_t offset) {
         return JpegBuilder()
             .xmp(packetOf(CLAIMED, directoryOf(PRIMARY + videoItem(movie.size()) + gainMapItem())), 1500)
-            .mpf(indexTo(offset))
+            .mpf(mpfTo(offset))
             .build("scan", movie + GAIN_MAP);
     };
     size_t const base = photo(0).find("MPF") + 4;
@@ -260,18 +232,12 @@ TEST(MotionClip, BecomesWhatTheViewsRecogniseAndIsNoPointer) {
 
 TEST(MotionClip, NamesTheMomentOfItsStill) {
     auto const track = [](std::string const& key, uint32_t delay) {
-        std::string const edits = bigEndian(2, 4) + bigEndian(delay, 4) + bigEndian(UINT32_MAX, 4) +
-                                  bigEndian(0x10000, 4) + bigEndian(20, 4) + bigEndian(0, 4) + bigEndian(0x10000, 4);
-        std::string const keys = heicBox("keys", heicBox("keyd", "mdta" + key));
-        return heicBox(
-            "trak",
-            heicBox("edts", heicFullBox("elst", 0, 0, edits)) +
-                heicBox("mdia",
-                        heicFullBox("hdlr", 0, 0, bigEndian(0, 4) + "meta" + std::string(12, '\0')) +
-                            heicBox("minf",
-                                    heicBox("stbl", heicFullBox("stsd", 0, 0,
-                                                                bigEndian(1, 4) +
-                                                                    heicBox("mebx", std::string(8, '\0') + keys))))));
+        std::string const edits = bigEndian(1, 4) + bigEndian(delay, 4) + bigEndian(UINT32_MAX, 4) + bigEndian(0, 4);
+        std::string const keys = heicBox("mebx", std::string(8, '\0') + heicBox("keys", heicBox("keyd", "mdta" + key)));
+        std::string const table = heicBox("stbl", heicFullBox("stsd", 0, 0, bigEndian(1, 4) + keys));
+        std::string const handler = heicFullBox("hdlr", 0, 0, bigEndian(0, 4) + "meta");
+        return heicBox("trak", heicBox("edts", heicFullBox("elst", 0, 0, edits)) +
+                                   heicBox("mdia", handler + heicBox("minf", table)));
     };
     auto const movie = [](std::string const& tracks) {
         std::string const header = heicFullBox("mvhd", 0, 0, bigEndian(0, 8) + bigEndian(600, 4) + bigEndian(1200, 4));

@@ -25,6 +25,15 @@ void* operator new(size_t size) {
     return block + HEAD;
 }
 
+/// A sanitizer's own form would hand out what the form below cannot take back.
+void* operator new(size_t size, std::nothrow_t const&) noexcept {
+    try {
+        return operator new(size);
+    } catch (std::bad_alloc const&) {
+        return nullptr;
+    }
+}
+
 void operator delete(void* pointer) noexcept {
     if (pointer == nullptr)
         return;
