@@ -94,7 +94,8 @@ MotionVideo MotionVideo::locate(std::shared_ptr<MediaFile> const& photo) {
 MotionVideo MotionVideo::scan(std::shared_ptr<MediaFile> const& photo) {
     PhotoLayout const layout(photo);
     auto const claimed = layout.locate();
-    uint32_t const limit = layout.tail ? layout.tail->position : layout.fileSize;
+    // A movie in a trailer's record is the record's, of whatever type.
+    uint32_t const limit = layout.tail ? trailer::startOf(*layout.tail) : layout.fileSize;
     std::optional<uint32_t> const from =
         layout.isHEIC ? std::optional(appendedMovie(layout.topLevel)) : findStillEnd(*photo);
     if (!from)

@@ -132,11 +132,13 @@ std::shared_ptr<MediaFile> beginWithout(Cut& cut, std::shared_ptr<MediaFile> con
     return file;
 }
 
-void commit(MotionPhotoEdit& edit, std::shared_ptr<MediaFile> const& output) {
-    if (output != nullptr)
-        edit.commit(output);
-    else
-        edit.commit();
+/// What an output held goes; the editor itself takes only an empty one.
+void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
+    if (output == nullptr || MediaFile::isFdsDup(photo.getFd(), output->getFd()))
+        return edit.commit();
+    checked::requireEditable(*output);
+    checked::truncate(*output, 0);
+    edit.commit(output);
 }
 
 void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const& output) {
@@ -144,7 +146,7 @@ void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const&
     edit->removeVideo(layout.file);
     if (layout.claims.any())
         dropClaims(*edit);
-    commit(*edit, output);
+    commit(*edit, *layout.file, output);
 }
 
 std::optional<int64_t> durationOf(MediaFile const& file, uint32_t position, uint32_t size) {
@@ -216,7 +218,7 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
     edit->addVideo(prepared.file);
     if (options.momentUs)
         edit->setPhotoPresentationTimestampUs(static_cast<long>(*options.momentUs));
-    commit(*edit, byEditor ? output : nullptr);
+    commit(*edit, *file, byEditor ? output : nullptr);
     return prepared;
 }
 

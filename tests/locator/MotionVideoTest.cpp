@@ -99,7 +99,9 @@ TEST(MotionVideo, ScanFindsAMovieThatNothingClaims) {
         EXPECT_EQ(textOf(found),
                   "scan sound " + std::to_string(photo.rfind("ftyp") - 4) + "+" + std::to_string(movie.size()));
     }
-    EXPECT_EQ(textOf(MotionVideo::scan(TempFile(thumbnail).open("r"))), "none none");
+    std::string const autoPlay = JpegBuilder().build("scan", trailerBytes({{2611, "MotionPhoto_AutoPlay", movie}}));
+    for (auto const& claimed : {thumbnail, autoPlay})
+        EXPECT_EQ(textOf(MotionVideo::scan(TempFile(claimed).open("r"))), "none none");
     std::string const both = published(PRIMARY + videoItem(movie.size()), clip(9) + movie);
     EXPECT_EQ(MotionVideo::scan(TempFile(both).open("r")).size, clip(9).size());
     std::string const far = JpegBuilder().build("scan", pattern(1'048'570) + movie); // across two windows
