@@ -100,7 +100,8 @@ MediaFile::MediaFile(int descriptor) : fd(dup(descriptor)), path("unknown") {
 }
 
 MediaFile::MediaFile(std::string const& name, std::string const& mode)
-    : fd(::open(name.c_str(), flagsOf(mode) | O_LARGEFILE | O_CLOEXEC, 0777)), path(name) {
+    : fd(-1), path(name) { // no descriptor is held while memory can run out
+    fd = ::open(name.c_str(), flagsOf(mode) | O_LARGEFILE | O_CLOEXEC, 0777);
     if (fd > 0)
         return;
     if (fd == 0)

@@ -240,10 +240,12 @@ private:
 
     /// Without a fault: each step completes or is refused, and then leaves the files as they are.
     void runOn(Desk& desk, std::vector<Step> const& steps, size_t from, std::string const& what) {
+        bool isBehind = false; // a step in front was refused: what is refused otherwise may have its turn
         for (size_t i = from; i < steps.size(); ++i) {
             Files const before = desk.files();
             bool const isDone = returns(steps[i]);
-            if (isDone && scenario.remembers)
+            isBehind = isBehind || !isDone;
+            if (isDone && scenario.remembers && (wanted[i + 1].isDone || !isBehind))
                 requireFiles(desk, i, what);
             else if (!isDone)
                 require(desk.files() == before, cause, what + ": changed by a refusal");

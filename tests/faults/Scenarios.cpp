@@ -74,7 +74,8 @@ public:
         case 'X':
             return edit->getXMPEdit().commit(desk.target);
         case 'l':
-            return then(*edit); // stages something later
+            then(*edit); // stages more, and commits it
+            return edit->commit();
         case 'd':               // a second editor of the same view
         case 'v':
             return other->commit(); // an editor of a second view
@@ -384,8 +385,8 @@ void addSeveralEditors(Material const& m, std::vector<Scenario>& all) {
         add((name + std::string(", emptied meanwhile")).c_str(), before, "ec", m.replace, {}, leaves({{"still", ""}}));
     }
     for (auto const& [name, before] : {std::pair("JPEG", m.motion), std::pair("HEIC", m.heicMotion)}) {
-        add((name + std::string(", record after a removal")).c_str(), before, "clc", m.remove, m.record, claimsNoVideo);
-        add((name + std::string(", XMP after a removal")).c_str(), before, "clc", m.remove, m.property, claimsNoVideo);
+        add((name + std::string(", record after a removal")).c_str(), before, "cl", m.remove, m.record, claimsNoVideo);
+        add((name + std::string(", XMP after a removal")).c_str(), before, "cl", m.remove, m.property, claimsNoVideo);
     }
     Stage const withXmp = [&](auto& e) {
         m.record(e);
