@@ -2,7 +2,7 @@
 # <prefix>/lib/<architecture>/android, which no linker or loader searches on its own. Also finds it in a sysroot given by
 # CMAKE_SYSROOT or CMAKE_FIND_ROOT_PATH.
 #
-# Defines AndroidLibs_FOUND and the target
+# Defines AndroidLibs_FOUND, AndroidLibs_RUNTIME_DIR (where the loader finds the libraries) and the target
 #   Android::log    __android_log_print and its family
 
 include(FindPackageHandleStandardArgs)
@@ -30,13 +30,15 @@ function(_AndroidLibs_runtime_dir library result)
     set(${result} "${dir}" PARENT_SCOPE)
 endfunction()
 
+if(AndroidLibs_FOUND)
+    _AndroidLibs_runtime_dir("${AndroidLibs_LOG_LIBRARY}" AndroidLibs_RUNTIME_DIR)
+endif()
 if(AndroidLibs_FOUND AND NOT TARGET Android::log)
     get_filename_component(_android_link_dir "${AndroidLibs_LOG_LIBRARY}" DIRECTORY)
-    _AndroidLibs_runtime_dir("${AndroidLibs_LOG_LIBRARY}" _android_runtime_dir)
     add_library(Android::log SHARED IMPORTED)
     # rpath-link: the library may need further ones of the same folder, which the linker wants to see.
     set_target_properties(Android::log PROPERTIES
         IMPORTED_LOCATION "${AndroidLibs_LOG_LIBRARY}"
         INTERFACE_INCLUDE_DIRECTORIES "${AndroidLibs_INCLUDE_DIR}"
-        INTERFACE_LINK_OPTIONS "LINKER:-rpath,${_android_runtime_dir};LINKER:-rpath-link,${_android_link_dir}")
+        INTERFACE_LINK_OPTIONS "LINKER:-rpath,${AndroidLibs_RUNTIME_DIR};LINKER:-rpath-link,${_android_link_dir}")
 endif()
