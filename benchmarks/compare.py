@@ -113,14 +113,14 @@ def refused(table, what, error):
 
 
 def run_command(command):
-    """Wall time."""
+    """Wall time, CPU time."""
     start = time.monotonic()
     actions = [(os.POSIX_SPAWN_OPEN, fd, "/dev/null", os.O_WRONLY, 0) for fd in (1, 2)]
     child = os.posix_spawnp(command[0], command, os.environ, file_actions=actions)
-    _, status, _ = os.wait4(child, 0)
-    if status != 0:
+    _, status, usage = os.wait4(child, 0)
+    if os.waitstatus_to_exitcode(status) > 1:  # 1 is an answer: no motion photo
         sys.exit(f"failed: {' '.join(command)}")
-    return time.monotonic() - start
+    return time.monotonic() - start, usage.ru_utime + usage.ru_stime
 
 
 def take_turns(commands, rounds, before=lambda: None):
@@ -129,7 +129,7 @@ def take_turns(commands, rounds, before=lambda: None):
         for name in list(commands) if i % 2 == 0 else reversed(list(commands)):
             before()
             runs[name].append(run_command(commands[name]))
-    return {name: statistics.median(times) for name, times in runs.items()}
+    return [{name: statistics.median(each[i] for each in times) for name, times in runs.items()} for i in (0, 1)]
 
 
 def milliseconds(seconds):
@@ -147,14 +147,17 @@ def commands(table, s):
     out = s.path("out.jpg")
     for size in 12, 60:
         still, video = s.still, s.video(size)
-        median = take_turns({
+        wall, cpu = take_turns({
             "add": [s.tool, "add", str(still), str(video), "-o", str(out)],
             "cat": ["sh", "-c", f"exec cat '{still}' '{video}' > '{out}'"],
             "cat + sync": ["sh", "-c", f"cat '{still}' '{video}' > '{out}' && exec sync '{out}'"],
         }, s.rounds, lambda: out.unlink(missing_ok=True))
-        against(table, f"`motionphoto add`, {size} MB", median, "add", {"cat + sync": 1.1, "cat": 1.6})
-    median = take_turns({"start": [s.tool, "--version"], "true": ["true"]}, 5 * s.rounds)
-    against(table, "start of the tool", median, "start", {"true": 4})
+        against(table, f"`motionphoto add`, {size} MB", wall, "add", {"cat + sync": 1.1, "cat": 1.6})
+        against(table, f"`motionphoto add`, {size} MB, CPU time", cpu, "add", {"cat + sync": 1.1, "cat": 1.6})
+    plain = SAMPLES / "still.jpg"
+    wall, cpu = take_turns({"start": [s.tool, "info", str(plain)], "true": ["true"]}, 5 * s.rounds)
+    against(table, "`info` of a plain still", wall, "start", {"true": 4})
+    against(table, "`info` of a plain still, CPU time", cpu, "start", {"true": 4})
 
     trace = s.path("trace")
     for still, name in (s.still, "JPEG"), (s.heic(7, 20000), "HEIC, 49 tiles"):
@@ -173,8 +176,9 @@ def commands(table, s):
     for i in range(1, 1000):
         shutil.copy(folder / "0.jpg", folder / f"{i}.jpg")
     files = sorted(map(str, folder.iterdir()))
-    median = take_turns({"info": [s.tool, "info", *files], "exiv2 -px": ["exiv2", "-px", *files]}, s.rounds)
-    against(table, "1,000 motion photos by one `info`", median, "info", {"exiv2 -px": 0.6})
+    wall, cpu = take_turns({"info": [s.tool, "info", *files], "exiv2 -px": ["exiv2", "-px", *files]}, s.rounds)
+    against(table, "1,000 motion photos by one `info`", wall, "info", {"exiv2 -px": 0.6})
+    against(table, "1,000 motion photos by one `info`, CPU time", cpu, "info", {"exiv2 -px": 0.6})
     shutil.rmtree(folder)
 
 
@@ -263,6 +267,14 @@ def bytes_written(command, trace):
     return total
 
 
+def changed_bytes(before, after, head=1 << 16):
+    """From the first to the last byte that differs in the image, and all from the first one on behind the video."""
+    places = [i for i in range(head) if before[i] != after[i]]
+    same = next((i for i in range(len(before) - 4096, len(before)) if before[i] != after[i]), len(before))
+    assert before[head:same] == after[head:same], "the video changed"
+    return (places[-1] - places[0] + 1 if places else 0) + len(after) - same
+
+
 def written(table, s):
     table.section("Bytes written, beside the bytes that had to be")
     out = s.path("out.jpg")
@@ -276,10 +288,7 @@ def written(table, s):
         out.unlink()
         count = bytes_written([s.operations, 1, "record-in-place", photo, out], s.path("trace"))
         count -= bytes_written([s.operations, 1, "copy", photo, s.path("peer.jpg")], s.path("trace"))
-        before, after = photo.read_bytes(), out.read_bytes()
-        same = next((i for i in range(len(before) - 4096, len(before)) if before[i] != after[i]), len(before))
-        assert before[: same] == after[: same]
-        need = len(after) - same
+        need = changed_bytes(photo.read_bytes(), out.read_bytes())
         table.row(f"a record of 4 bytes in place, JPEG with {size} MB", f"{count:,}", f"{need:,}", count / need, "≤ 2", count <= 2 * need)
 
 
