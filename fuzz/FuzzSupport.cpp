@@ -109,7 +109,7 @@ void editVideo(MemoryFile const& file, VideoEdit way) {
     static std::string const bytes = std::string("\0\0\0\x0C", 4) + "ftypmp42" + std::string(125100, 'V');
     static MemoryFile const video(bytes);
     std::string const before = file.bytes();
-    MemoryFile const target("what the target held");
+    MemoryFile const target("");
     auto const run = [&](std::function<void(MotionPhotoEdit&)> const& commit) {
         return goesThrough([&] {
             auto const edit = MotionPhotoInfo::parse(file.open())->edit();

@@ -76,7 +76,7 @@ public:
         case 'l':
             then(*edit); // stages more, and commits it
             return edit->commit();
-        case 'd':               // a second editor of the same view
+        case 'd': // a second editor of the same view
         case 'v':
             return other->commit(); // an editor of a second view
         case 'o':
