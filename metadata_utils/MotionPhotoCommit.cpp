@@ -135,6 +135,8 @@ void MotionPhotoEditImpl::requireCommittable(MediaFile const& output) {
         static_cast<void>(qrtEdit->staging().plan()); // a file that is no longer the one that was read, before all else
     if (isHEIC() && !extras.empty())
         video_box::requireMovable(outputFile, qrtEdit->staging().plan().getGround().image);
+    if (!isHEIC() && !extras.empty())
+        requirePointedVideoLast();
     impl->getPacket()->requireUnchanged();
     requireTimestamp();
     checked::sizeOf(uint64_t{expectedFileSize()} + XMP_OVERHEAD + MIN_XMP_ROOM);

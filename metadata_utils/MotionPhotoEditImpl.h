@@ -151,6 +151,7 @@ private:
     void removeMPVDBox(std::shared_ptr<MediaFile> const& target);
     void removePointedVideo(std::shared_ptr<MediaFile> const& target);
     bool hasPointedVideo() const;
+    void requirePointedVideoLast() const;
     void replaceMPDataByMPVDBox(uint32_t position, uint32_t length, bool isNew);
     void promoteVersionRecord();
 

@@ -50,16 +50,20 @@ bool MotionPhotoEditImpl::hasPointedVideo() const {
 }
 
 /// A video that a JPEG's pointer leads to goes with the pointer, when nothing but the trailer stands behind it.
+void MotionPhotoEditImpl::requirePointedVideoLast() const {
+    size_t const end = getVideoPosition() + getVideoSize();
+    if (hasPointedVideo() && end != getImageSize())
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("other bytes stand between the video that ends at %zu and the "
+                                                     "trailer",
+                                                     end);
+}
+
 void MotionPhotoEditImpl::removePointedVideo(std::shared_ptr<MediaFile> const& file) {
+    requirePointedVideoLast();
     if (!hasPointedVideo())
         return;
     auto const size = static_cast<uint32_t>(getVideoSize());
-    auto const end = static_cast<uint32_t>(getVideoPosition()) + size;
-    if (end != impl->getTrailer()->getImageSize())
-        throw ErrorAt().as(Error::Code::UNSUPPORTED)("other bytes stand between the video that ends at %zu and the "
-                                                     "trailer",
-                                                     size_t{end});
-    moveTail(file, end, -int64_t{size});
+    moveTail(file, static_cast<uint32_t>(getVideoPosition()) + size, -int64_t{size});
     impl->getTrailer()->adjustPosition(file->size());
     qrtEdit->makeDirty();
 }
