@@ -82,7 +82,7 @@ class KillTest(unittest.TestCase):
                     ended += pool.map(lambda number: one_run(number, how), range(first, first + 4))
                     if not all(ended[-4:]) and (signals == ["KILL"] or first > 24):
                         break
-                self.assertTrue(ended[1], "no call was ended")
+                self.assertTrue(any(ended), "no call was ended")
 
     def test_killed_output_is_whole_or_absent(self):
         for command, (output, named) in zip(
