@@ -199,6 +199,7 @@ void XMPEditImpl::commit() {
         targetXMP = std::make_unique<XMPInFile>(file); // its own XMP is what the caller wants replaced
     auto& known = isSource ? info->getInFile() : *targetXMP;
     known.requireUnchanged();
+    known.requireRoomToRetry([&] { return info->serializeToBuffer().size(); });
     info->getInFile().requireKeepable();
     info->mergePackets();
     auto const writer = ImageMetaWriter::of(file);

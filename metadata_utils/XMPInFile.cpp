@@ -37,7 +37,7 @@ std::vector<XMPInFile::Block> XMPInFile::readBlocks() const {
     for (auto const& block : ImageMetaReader::of(file, ParseMode::LAZY)->findAllXMP()) {
         auto text = textOf(*file, block);
         if (!text.empty())
-            found.push_back({block.position, block.payload, std::move(text)});
+            found.push_back({block.position, block.payload - block.offset, std::move(text)});
     }
     return found;
 }
@@ -47,6 +47,12 @@ void XMPInFile::requireUnchanged(ErrorAt at) {
     if (!isWhole(found))
         throw at.as(Error::Code::CHANGED, *file)("XMP changed since it was read");
     blocks = std::move(found); // the same packets, where they stand now
+}
+
+void XMPInFile::requireRoomToRetry(std::function<size_t()> const& size, ErrorAt at) const {
+    if (isInterrupted && (blocks.empty() || size() > blocks.back().size))
+        throw at.as(Error::Code::CHANGED,
+                    *file)("XMP changed since it was read: a commit that needs room for it failed");
 }
 
 void XMPInFile::roomOpened() {

@@ -29,6 +29,9 @@ public:
     /// Throws "changed since it was read" (CHANGED) when the file's packets are not those last seen, or when a commit
     /// that failed left the file in a state that the next one cannot mend.
     void requireUnchanged(ErrorAt at = ErrorAt());
+    /// Throws CHANGED when a commit failed and a packet of `size` bytes does not fit where the last one stands: what is
+    /// behind it may have moved in part, which no size tells.
+    void requireRoomToRetry(std::function<size_t()> const& size, ErrorAt at = ErrorAt()) const;
     /// Throws (UNSUPPORTED) when an edit would lose something that the file's packets hold: what the toolkit has not
     /// taken over from the last one, or a property in which two packets differ.
     void requireKeepable(ErrorAt at = ErrorAt());
@@ -45,7 +48,7 @@ public:
 private:
     struct Block {
         uint32_t position;
-        uint32_t size;
+        uint32_t size; ///< of the room it stands in
         std::string text;
     };
     std::vector<Block> readBlocks() const;
