@@ -1,5 +1,6 @@
 #include "XMPFixture.h"
 #include "XMPInfoImpl.h"
+#include "XmlReader.h"
 
 using namespace android::lumo;
 using namespace android::lumo::test;
@@ -28,25 +29,11 @@ TEST(XMPCopy, PutAllTakesArraysWholeAndItemsInOrder) {
     editor->putAll(source.view(), copy_options::none);
     EXPECT_TRUE(editor->isDirty());
     editor->commit();
-
-    auto const view = target.view();
-    for (auto const& [schema, path] : source.view()->getProperties()) {
-        auto const expected = path == "xmpNote:HasExtendedXMP" ? "" : source.view()->getProperty(schema, path);
-        EXPECT_EQ(view->getProperty(schema, path), expected) << path;
-    }
-    EXPECT_FALSE(view->containsProperty("dc:creator[4]", false));
-    auto const text = textOf(*view);
-    for (char const* kept :
-         {"rdf:resource=\"urn:x\"", "xml:lang=\"fr\"", "xml:lang=\"de\"", "<rdf:Alt>", "t:own=\"1\""})
-        EXPECT_NE(text.find(kept), std::string::npos) << kept << " in " << text;
-    EXPECT_EQ(text.find("a struct"), std::string::npos);
-    auto const content = contentOf(*view);
-    EXPECT_NE(content.find("Primary: Mime=image/jpeg Semantic=Primary\n"
-                           "GainMap: Length=5 Mime=image/png Semantic=GainMap\n" // empty fields are not written
-                           "Odd: Mime=a/b Semantic=Odd "),
-              std::string::npos)
-        << content;
-    EXPECT_EQ(view->getItemNameAt(4), "MotionPhoto");
+    auto expected = statementsOf(sourcePacket());
+    std::erase_if(expected, [](std::string const& each) { // what is of the source's own file, and empty fields
+        return each.find("HasExtendedXMP") != std::string::npos || each.ends_with("Label = ");
+    });
+    EXPECT_EQ(statementsOf(textOf(*target.view())), expected);
 }
 
 TEST(XMPCopy, TransferSkipsWhatIsThereInAnyLetterCase) {

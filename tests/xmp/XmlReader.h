@@ -26,24 +26,17 @@ inline std::string const RDF = "http://www.w3.org/1999/02/22-rdf-syntax-ns#";
 inline std::unique_ptr<XmlNode> parseXml(std::string const& text) {
     auto root = std::make_unique<XmlNode>();
     auto* open = root.get();
-    std::unique_ptr<XML_ParserStruct, void (*)(XML_Parser)> const parser(XML_ParserCreateNS(nullptr, ' '),
+    std::unique_ptr<XML_ParserStruct, void (*)(XML_Parser)> const parser(XML_ParserCreateNS(nullptr, 0),
                                                                          XML_ParserFree);
-    auto const clean = [](std::string name) {
-        std::erase(name, ' ');
-        return name;
-    };
-    static auto const plain = clean;
     XML_SetUserData(parser.get(), &open);
     XML_SetElementHandler(
         parser.get(),
         [](void* data, char const* name, char const** attributes) {
             auto*& node = *static_cast<XmlNode**>(data);
-            node->children.push_back(std::make_unique<XmlNode>());
-            node->children.back()->parent = node;
+            node->children.push_back(std::make_unique<XmlNode>(XmlNode{name, {}, {}, {}, node}));
             node = node->children.back().get();
-            node->name = plain(name);
             for (; *attributes != nullptr; attributes += 2)
-                node->attributes[plain(attributes[0])] = attributes[1];
+                node->attributes[attributes[0]] = attributes[1];
         },
         [](void* data, char const*) {
             auto*& node = *static_cast<XmlNode**>(data);
@@ -90,21 +83,18 @@ inline void gather(XmlNode const& node, std::string const& path, std::set<std::s
         found.insert(path + " = " + (isBlank ? "" : node.text));
 }
 
+/// What the nodes say that are, or hold, an rdf:Description.
+inline void gatherBelow(XmlNode const& node, std::set<std::string>& found) {
+    if (node.name == RDF + "Description")
+        return gather(node, "", found);
+    for (auto const& child : node.children)
+        gatherBelow(*child, found);
+}
+
 /// What the packet says; an item written as a typed node counts as the field of an entry that it usually is.
 inline std::set<std::string> statementsOf(std::string const& packet) {
     std::set<std::string> found;
-    std::vector<XmlNode const*> open;
-    auto const root = parseXml(packet);
-    open.push_back(root.get());
-    while (!open.empty()) {
-        auto const* node = open.back();
-        open.pop_back();
-        if (node->name == RDF + "Description")
-            gather(*node, "", found);
-        else
-            for (auto const& child : node->children)
-                open.push_back(child.get());
-    }
+    gatherBelow(*parseXml(packet), found);
     return found;
 }
 
