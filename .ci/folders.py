@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """folders.py TOOL SAMPLES: what the tool promises for folders of thousands of photos."""
 
 import os

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libexempi's XMPFiles on the same files. It brings the Exif data into the XMP; asking for the XMP alone changes
 // neither its answers nor its times.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libexiv2 on the same files. Reading its metadata includes the Exif data, which cannot be left out.
 
 #include "Workload.h"

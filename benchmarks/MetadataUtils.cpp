@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library, through its shared object as clients use it. Arguments: JPEGs to parse.
 
 #include "Workload.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One operation of the library at a time, through its shared object as clients use it: operations COUNT NAME FILE...
 // Prints a line of JSON for each of COUNT runs: seconds of wall and of CPU time that the operation itself took, without
 // what brought its files into place, and KiB by which it raised the process's peak memory.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Puts the library beside its peers or its limits in one run, and prints the numbers as Markdown tables.
 
 compare.py BUILD_FOLDER [--rounds N] [--only SECTION...]: the folder is the one that the preset "benchmark" builds. What is

@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ItemBoxes.h"
 
 namespace android::lumo::boxes {
 
-// --- 'iinf' and 'infe'
-// -------------------------------------------------------------------------------------------------
+// --- 'iinf' and 'infe' -----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -52,8 +52,7 @@ std::optional<ItemInfo> ItemInfoReader::next() {
     return std::nullopt;
 }
 
-// --- 'iloc'
-// ------------------------------------------------------------------------------------------------------------
+// --- 'iloc' ----------------------------------------------------------------------------------------------------------
 
 LocationReader::LocationReader(BoxView const& iloc, Widths allowed) : cursor(iloc.payload()) {
     boxVersion = readFullBoxHeader(cursor).version;
@@ -107,8 +106,7 @@ FileRange ItemLocation::nextExtent() {
     return {base + offset, length};
 }
 
-// --- 'iref' and 'pitm'
-// -------------------------------------------------------------------------------------------------
+// --- 'iref' and 'pitm' -----------------------------------------------------------------------------------------------
 
 ReferenceReader::ReferenceReader(BoxView const& iref) : cursor(iref.payload()) {
     uint8_t const version = readFullBoxHeader(cursor).version;

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The platform's log as Debian packages it (android-liblog-dev): headers below <prefix>/include/android, the library in
 # <prefix>/lib/<architecture>/android, which no linker or loader searches on its own. Also finds it in a sysroot given by
 # CMAKE_SYSROOT or CMAKE_FIND_ROOT_PATH.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Finds the XMP Toolkit SDK's sources and makes its core one static, position-independent target, XMPToolkit::XMPCore.
 #
 # The small shim beside this file is compiled with it; METADATA_UTILS_XMP_SHIM says so. A build over another SDK goes

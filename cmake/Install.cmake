@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What `cmake --install` gives: the shared and the static library, the public headers below one prefix
 # (<metadata_utils/MotionPhotoEdit.h>), a CMake package, a pkg-config file, licences and documents.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Compiled with the toolkit's core: what its interface does not let a client ask for.
 #include "public/include/XMP_Environment.h"
 

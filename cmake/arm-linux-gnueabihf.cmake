@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Builds for 32-bit ARM with Debian's cross compiler and the sysroot of cmake/get-arm-sysroot.sh; programs that the build
 # or ctest starts run in qemu's user mode.
 set(CMAKE_SYSTEM_NAME Linux)

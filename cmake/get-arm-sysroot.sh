@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes .deps/arm-sysroot: the libraries this project and its tests need, for 32-bit ARM, from Debian's main archive with
 # all they depend on. Does nothing when it is there for the same packages. Ends with 3 when the packages cannot be had.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Fetches the XMP Toolkit SDK (as Debian's source package exempi carries it, with its Linux port) below .deps/, unless it
 # is there.
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by the scripts that fetch from Debian's archive below .deps/. apt works on a private state in the folder $work,
 # which goes when the script ends: the machine's own sources, lists and packages stay as they are. All of the script that
 # fails because something cannot be had ends it with code 3.

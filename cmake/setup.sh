@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by ./run, ./test and .ci/run: brings a fresh machine to the point where the project builds. Quick and quiet when
 # everything is there already.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // add STILL CLIP OUT: a motion photo in a new file; the still is only read.
 #include <metadata_utils/Error.h>
 #include <metadata_utils/PublishedPhoto.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // edit_trailer PHOTO TYPE NAME TEXT: puts a record into a photo's trailer, in place.
 #include <metadata_utils/Error.h>
 #include <metadata_utils/MotionPhotoEdit.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // edit_xmp PHOTO NAMESPACE PATH VALUE: sets an XMP property, in place.
 #include <metadata_utils/Error.h>
 #include <metadata_utils/XMPEdit.h>

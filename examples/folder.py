@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Motion photos from Python, without a compiler: the library's C interface by ctypes.
 
 folder.py info FOLDER             what each photo carries

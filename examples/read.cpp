@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // read PHOTO: what a photo carries, asked of the three views.
 #include <metadata_utils/Error.h>
 #include <metadata_utils/MotionVideo.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* video_of PHOTO [OUT]: says where a photo's video is, and copies it into OUT. */
 #include <metadata_utils/metadata_utils.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A sequence of commits decoded from the input, on a small still, made in place on one file and into fresh targets on a
 // second chain. After each, both give the same bytes or both refuse, and a refusal leaves the file alone. What a file
 // must hold is kept by a model and compared by a reader of its own: image, order and data of records, properties,

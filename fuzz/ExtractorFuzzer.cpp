@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A hostile movie, alone and as a window of a file: the extractor answers with tracks or a status, the same for both,
 // and as a photo's video it gives a length or an error.
 #include "FuzzSupport.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file of hostile segments: what the JPEG reader finds in it, and that the writer changes its XMP and nothing else.
 // The last byte says how much XMP, and whether a video is added and taken out again.
 #include "FuzzSupport.h"

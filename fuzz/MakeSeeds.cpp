@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes the structural seeds: make_seeds FOLDER fills FOLDER/<target>/ from the test builders.
 #include "support/HeicBuilder.h"
 #include "support/JpegBuilder.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a fuzz target without a fuzzer and with any compiler, on the files of a folder (what was once found stays
 // mended) or on a number of inputs made from their numbers: for targets that take any bytes for choices.
 //     replay_TARGET FOLDER [COUNT [FIRST]]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A HEIC of hostile boxes: every question that the reader and the demuxer answer; then it is written again. The XMP,
 // the debug info and the video are read back, every other item is as it was, and a refusal leaves the file alone. The
 // last two bytes choose the steps.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A hostile trailer behind a JPEG or (odd first byte) in a HEIC's last box, which bit 2 puts into another box: what the
 // view answers, and that a commit of one more record, or (bits 3 and 4) of a video or without one, keeps the others,
 // the image and the order of boxes; with bit 5 another still takes all of it over first.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A hostile XMP packet in a JPEG: what the view answers, and that what an editor changes and what it copies from
 // another packet is read back from the file, with everything else as it was.
 #include "FuzzSupport.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # fuzz/run.sh [SECONDS [TARGET...]]  builds the fuzz targets and runs each (jpeg rewrite trailer xmp edit extractor) for SECONDS
 # (60), two at a time, on fresh structural seeds, on fuzz/corpus/TARGET/ and on what earlier runs here found. What breaks a
 # target stays in build/fuzz/findings/TARGET/ and makes the run fail; the inputs that reached new code stay in

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interface for other languages: handles over the views and editors, errors as codes.
 #include "metadata_utils.h"
 

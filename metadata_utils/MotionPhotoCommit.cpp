@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commit of a motion photo, step by step; MotionPhotoEditImpl.h numbers what it upholds.
 #include "CheckedFile.h"
 #include "ErrorAt.h"

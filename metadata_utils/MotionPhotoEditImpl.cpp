@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Staging: what the caller wants changed, kept in the sub-editors until commit.
 #include "MotionPhotoEditImpl.h"
 

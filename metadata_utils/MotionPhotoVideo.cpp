@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The video of a motion photo: where it lies, how long it plays, and its way into memory or another file.
 #include "CheckedFile.h"
 #include "ErrorAt.h"

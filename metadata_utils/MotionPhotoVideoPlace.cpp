@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A video that stands outside the trailer, in a HEIC's box or where a JPEG's pointer leads: in, out, and the pointer.
 #include "ErrorAt.h"
 #include "Log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A photo from one form to the other: with a trailer, for this library's views, or ending with its video.
 //
 //     JPEG published    image, padding, gain map ...                       video

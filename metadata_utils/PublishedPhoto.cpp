@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The video of a photo out, and a clip in.
 #include "PublishedPhoto.h"
 

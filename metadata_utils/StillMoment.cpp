@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The moment a clip of a live pair names for its still: a track of timed metadata with one sample.
 //
 //     moov / mvhd            time scale of the movie

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "VideoBox.h"
 
 #include "CheckedFile.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "XMPEditImpl.h"
 
 #include "CheckedFile.h"
@@ -28,8 +29,7 @@ void requireSameType(MediaFile const& target, MediaFile const& source, ErrorAt a
 XMPEditImpl::XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view)
     : file(view->getFile()), info(view), sourceFile(view->getFile()) {}
 
-// Properties.
-// -------------------------------------------------------------------------------------------------------------
+// Properties. ---------------------------------------------------------------------------------------------------------
 
 XMPEdit& XMPEditImpl::setProperty(std::string const& schemaNS, std::string const& path, std::string const& value) {
     xmp_text::requireName(schemaNS);
@@ -54,8 +54,7 @@ XMPEdit& XMPEditImpl::removeProperty(std::string const& schemaNS, std::string co
     return *this;
 }
 
-// Items.
-// --------------------------------------------------------------------------------------------------------------------
+// Items. --------------------------------------------------------------------------------------------------------------
 
 XMPEdit& XMPEditImpl::setItem(std::string const& itemName, MediaDefs::MimeType mime) {
     if (info->getItems().contains(itemName)) {
@@ -146,8 +145,7 @@ XMPEdit& XMPEditImpl::removeItem(std::string const& itemName) {
     return *this;
 }
 
-// Everything at once.
-// -----------------------------------------------------------------------------------------------------
+// Everything at once. -------------------------------------------------------------------------------------------------
 
 XMPEdit& XMPEditImpl::removeAll() {
     LOGI("removeAll E");
@@ -185,8 +183,7 @@ XMPEdit& XMPEditImpl::putAll(std::shared_ptr<XMPInfo> const& source, std::filesy
     return *this;
 }
 
-// Into the file.
-// ------------------------------------------------------------------------------------------------------------
+// Into the file. ------------------------------------------------------------------------------------------------------
 
 void XMPEditImpl::commit() {
     LOGI("commit E");

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The editor's answers are its view's.
 #include "XMPEditImpl.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "XMPInfoImpl.h"
 
 #include "CheckedFile.h"
@@ -68,8 +69,7 @@ void XMPInfoImpl::mergePackets() {
         reindex();
 }
 
-// The index of the directory.
-// ------------------------------------------------------------------------------------------
+// The index of the directory. -----------------------------------------------------------------------------------------
 
 void XMPInfoImpl::adopt(std::shared_ptr<XMPPacket> const& packet) {
     meta = packet;
@@ -206,8 +206,7 @@ void XMPInfoImpl::itemRenamed(std::string const& oldName, std::string const& new
     }
 }
 
-// Queries.
-// --------------------------------------------------------------------------------------------------------------
+// Queries. ------------------------------------------------------------------------------------------------------------
 
 bool XMPInfoImpl::isEmpty() const {
     return getPropertyNames().empty() && getItemNames().empty();
@@ -338,8 +337,7 @@ std::string XMPInfoImpl::dump() const {
     return meta->dump();
 }
 
-// Into other views.
-// -------------------------------------------------------------------------------------------------------
+// Into other views. ---------------------------------------------------------------------------------------------------
 
 std::unique_ptr<XMPEdit> XMPInfoImpl::edit() {
     return std::make_unique<XMPEditImpl>(shared_from_this());

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one instantiation of the toolkit's client templates.
 #include "XMPToolkit.h"
 

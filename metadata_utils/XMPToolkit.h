@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// The XMP Toolkit's client interface over std::string. Its exception type crosses the library's border, so its type

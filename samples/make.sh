@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes still.jpg and clip.mp4 anew. Needs the programs ffmpeg and exiv2; README.md tells what comes out.
 set -euo pipefail
 cd "$(dirname "$0")"

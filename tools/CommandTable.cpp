@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands, in the order of the help.
 
 #include "CommandLine.h"

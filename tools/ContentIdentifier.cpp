@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ContentIdentifier.h"
 
 #include "io/ImageMetaReader.h"
@@ -80,8 +81,7 @@ std::string identifierInExif(std::string_view block) {
     return entry ? untilZero(maker.from(entry->value, entry->count).text) : "";
 }
 
-// Clip: boxes of size 4, type 4, content.
-// ------------------------------------------------------------------------------
+// Clip: boxes of size 4, type 4, content. -----------------------------------------------------------------------------
 
 constexpr std::string_view KEY = "com.apple.quicktime.content.identifier";
 constexpr uint64_t MAX_METADATA = 1 << 20;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands about a photo's form: which rules it keeps, from one form to the other, and back to where it agrees with
 // itself.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What files are and carry, as text, as a line each, or as JSON.
 
 #include "Commands.h"

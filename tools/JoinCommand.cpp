@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Stills and clips that belong together, as exports of phones and photo services leave them, become motion photos.
 
 #include "Commands.h"

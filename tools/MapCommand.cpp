@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bytes of a photo to scale: in the terminal, as a drawing, or as a page that also shows still and video.
 
 #include "Commands.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands about what a still carries beside its video: trailer records, XMP properties, the camera's debug info.
 
 #include "Commands.h"
@@ -28,8 +29,7 @@ using FilePtr = std::shared_ptr<MediaFile>;
 
 constexpr char STANDARD_STREAM[] = "-";
 
-// Data in and out.
-// -----------------------------------------------------------------------------------------------------
+// Data in and out. ----------------------------------------------------------------------------------------------------
 
 /// What --data names, or the text itself.
 std::vector<unsigned char> dataOf(Arguments const& args) {
@@ -81,8 +81,7 @@ std::string asText(ByteBuffer const& data) {
     return {reinterpret_cast<char const*>(data.data()), data.size()};
 }
 
-// Trailer.
-// -------------------------------------------------------------------------------------------------------------
+// Trailer. ------------------------------------------------------------------------------------------------------------
 
 [[noreturn]] void failNoRecord(Arguments const& args, Photo const& photo) {
     throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(),
@@ -128,8 +127,7 @@ std::optional<QRTDataInfo> recordOf(Arguments const& args, QRTInfo const& traile
     return std::nullopt;
 }
 
-// XMP.
-// -----------------------------------------------------------------------------------------------------------------
+// XMP. ----------------------------------------------------------------------------------------------------------------
 
 struct Name {
     std::string schema; ///< the namespace's URI

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands about a photo's video: into it, out of it, from one still to another.
 
 #include "Commands.h"
@@ -28,8 +29,7 @@ using FilePtr = std::shared_ptr<MediaFile>;
 constexpr char STANDARD_OUTPUT[] = "-";
 constexpr char PRIMARY[] = "Primary";
 
-// Into the photo.
-// ------------------------------------------------------------------------------------------------------
+// Into the photo. -----------------------------------------------------------------------------------------------------
 
 ExitCode addOrReplace(Arguments const& args, bool replaces) {
     Destination::check(args);
@@ -45,8 +45,7 @@ ExitCode addOrReplace(Arguments const& args, bool replaces) {
     });
 }
 
-// Out of the photo.
-// ----------------------------------------------------------------------------------------------------
+// Out of the photo. ---------------------------------------------------------------------------------------------------
 
 /// "{stem}.{ext}" filled in.
 std::string clipName(Arguments const& args, Input const& input, char const* ending) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tool: runs its command line and turns what came of it into an exit code.
 
 #include "CommandLine.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Entry points of the library as a whole, and its interface for other languages. */
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "ByteBuffer.h"
@@ -104,8 +105,7 @@ public:
     uint32_t getEndOfImagePosition(bool rescan);
     std::optional<XMPItem> getXMPItem();
 
-    // The images, asked of the demuxer. Each failure throws with the demuxer's error code.
-    // ------------------------------
+    // The images, asked of the demuxer. Each failure throws with the demuxer's error code. ----------------------------
 
     int getCoverImageId();
     HBOXD_IMAGE_INFO getImageInfo(int id);

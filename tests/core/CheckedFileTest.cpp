@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "CheckedFile.h"
 #include "io/MoveTail.h"
 #include "support/Faults.h"

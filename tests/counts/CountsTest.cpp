@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each operation asks of the system, as upper bounds: calls, bytes read, bytes written. The bounds are what was
 // measured and a little more, so that work done twice fails here long before anybody feels it.
 #include "MotionPhotoEdit.h"

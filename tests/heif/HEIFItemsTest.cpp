@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "io/HEIFItems.h"
 #include "HeicParts.h"
 #include "io/HEIFCodecInfo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "HeicParts.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"

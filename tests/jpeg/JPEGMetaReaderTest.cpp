@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "io/JPEGMetaReader.h"
 #include "support/Faults.h"
 #include "support/JpegBuilder.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "io/JPEGMetaWriter.h"
 #include "XMPInfoImpl.h"
 #include "io/MoveTail.h"

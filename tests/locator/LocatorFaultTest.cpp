@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "Error.h"
 #include "LocatorFixture.h"
 #include "PublishedPhoto.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/NuMediaExtractor.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Preloaded into the tool: ends the process by KILL_SIGNAL at its call number KILL_AT (from 0) that changes a file, KILL_HOW
  * "before" it, "after" it, or when "half" of its bytes are written; with KILL_NAMED there are no files without a name.
  * Without KILL_AT nothing happens. */

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tool ended before, in the middle of and after each call that changes a file: what it writes is whole or absent, and
 of what it was writing nothing stays, whatever signal it was.
 

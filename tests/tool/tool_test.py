@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tool promises on the command line: exit codes, outputs that are whole or absent, reports that agree with the
 bytes. Run as: tool_test.py TOOL SAMPLES [unittest arguments]; TOOL may be "EMULATOR;ITS ARGUMENT;...;TOOL". Shares no
 code with the library."""

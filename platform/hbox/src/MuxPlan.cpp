@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "MuxPlan.h"
 
 #include <algorithm>
@@ -59,8 +60,7 @@ private:
     bool packetInPayload = false; ///< the old packet stands inside an 'mdat' or 'idat'
 };
 
-// --- the source's boxes
-// ------------------------------------------------------------------------------------------------
+// --- the source's boxes ----------------------------------------------------------------------------------------------
 
 void Planner::layOutTopLevel() {
     if (imageLength > source.stream().size())
@@ -109,8 +109,7 @@ void Planner::notePayload(FileRange payload) {
         packetInPayload = true;
 }
 
-// --- 'meta'
-// ------------------------------------------------------------------------------------------------------------
+// --- 'meta' ----------------------------------------------------------------------------------------------------------
 
 void Planner::layOutMeta() {
     BoxView const& meta = source.meta();
@@ -155,8 +154,7 @@ void Planner::layOutMetaChild(BoxView const& child) {
     }
 }
 
-// --- the room
-// ----------------------------------------------------------------------------------------------------------
+// --- the room --------------------------------------------------------------------------------------------------------
 
 /// What the room begins with: the packet the image has, so that making room loses no metadata, else an empty one.
 std::vector<uint8_t> Planner::roomPacket() const {
@@ -187,8 +185,7 @@ void Planner::layOutRoom(uint32_t xmpSize) {
     result.layout.addBlanks(roomSize - packetSize);
 }
 
-// --- offsets
-// -----------------------------------------------------------------------------------------------------------
+// --- offsets ---------------------------------------------------------------------------------------------------------
 
 /// 'iloc' with all places set, or with zeros: the widths are fixed, so its length is known before the places are.
 std::vector<uint8_t> Planner::locations(bool placed) const {
@@ -219,8 +216,7 @@ uint32_t Planner::movedTo(ItemLocation const& location, FileRange range) const {
     return static_cast<uint32_t>(*position);
 }
 
-// --- the old packet
-// ----------------------------------------------------------------------------------------------------
+// --- the old packet --------------------------------------------------------------------------------------------------
 
 /// Whether another item uses bytes of the range.
 bool Planner::sharesBytes(FileRange range) const {

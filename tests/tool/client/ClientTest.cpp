@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client that was built apart from the library, and without the toolkit's headers.
 
 #include "MotionPhotoInfo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client with a copy of the toolkit of its own, in which the library's namespaces go by other prefixes. A program
 // without a test framework, so that it can be built with any standard library.
 

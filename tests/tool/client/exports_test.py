@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the shared library exports: its own namespace, its C functions and the type of the toolkit's exception."""
 import re
 import subprocess
