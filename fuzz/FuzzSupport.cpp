@@ -32,13 +32,9 @@ int LLVMFuzzerInitialize(int*, char***) {
 int __android_log_is_loggable(int, char const*, int) {
     return 1;
 }
-int __android_log_print(int, char const*, char const* format, ...) {
+int __android_log_vprint(int, char const*, char const* format, va_list arguments) {
     char line[512];
-    va_list arguments;
-    va_start(arguments, format);
-    int const length = std::vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    return length;
+    return std::vsnprintf(line, sizeof line, format, arguments);
 }
 }
 

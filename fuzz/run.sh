@@ -4,13 +4,19 @@
 # (60), two at a time, on fresh structural seeds, on fuzz/corpus/TARGET/ and on what earlier runs here found. What breaks a
 # target stays in build/fuzz/findings/TARGET/ and makes the run fail; the inputs that reached new code stay in
 # build/fuzz/corpus/TARGET/.
+# fuzz/run.sh --check [TARGET...]  a fixed number of runs from a fixed seed, so that the same code passes or fails every time;
+# searching is what the other form is for.
 # fuzz/run.sh --merge   makes fuzz/corpus/ anew: of all of these, the smallest inputs that together reach the same code.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../cmake/setup.sh"
 all=(jpeg rewrite trailer xmp edit extractor)
 task=run seconds=60 targets=("${all[@]}")
+declare -A runs=([jpeg]=10000 [rewrite]=3000 [trailer]=10000 [xmp]=5000 [edit]=400 [extractor]=20000)
 if [ "${1:-}" = --merge ]; then
     task=merge
+elif [ "${1:-}" = --check ]; then
+    task=check
+    [ $# -eq 1 ] || targets=("${@:2}")
 elif [ $# -gt 0 ]; then
     seconds=$1
     [ $# -eq 1 ] || targets=("${@:2}")
@@ -26,12 +32,18 @@ limits=(-max_len=8192 -timeout=20 -rss_limit_mb=1024 -malloc_limit_mb=64)
 
 # One target; its last line tells what it did, and what broke when something did.
 run_target() {
-    local target=$1 dict=$mu_root/fuzz/dict/$1.dict log=$out/fuzz-$1.log status=0
+    local target=$1 dict=$mu_root/fuzz/dict/$1.dict log=$out/fuzz-$1.log status=0 known=$out/corpus/$1
+    local extent=(-max_total_time="$seconds")
+    if [ $task = check ]; then
+        extent=(-runs="${runs[$target]}" -seed=1)
+        known=$out/check/$target # what earlier runs here found would change the order
+        rm -rf "$known"
+    fi
     [ -f "$dict" ] || dict=$mu_root/fuzz/dict/heif.dict
-    mkdir -p "$out/corpus/$target" "$out/findings/$target"
-    "$out/fuzz/fuzz_$target" "${limits[@]}" -max_total_time="$seconds" -dict="$dict" -print_final_stats=1 \
+    mkdir -p "$known" "$out/findings/$target"
+    "$out/fuzz/fuzz_$target" "${limits[@]}" "${extent[@]}" -dict="$dict" -print_final_stats=1 \
         -artifact_prefix="$out/findings/$target/" \
-        "$out/corpus/$target" "$mu_root/fuzz/corpus/$target" "$out/seeds/$target" >"$log" 2>&1 || status=$?
+        "$known" "$mu_root/fuzz/corpus/$target" "$out/seeds/$target" >"$log" 2>&1 || status=$?
     printf '%-8s %s executions, %s edges, %s features, %s\n' "$target" \
         "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" \
         "$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)" \
