@@ -334,16 +334,19 @@ bool MediaFile::checkFileType(std::function<bool()> const& test, long offset) co
 /// system refuses throws.
 std::string MediaFile::typeBytes() const {
     std::string bytes(TYPE_BYTES, '\0');
-    ssize_t count = 0;
-    do
-        count = pread64(fd, bytes.data(), bytes.size(), 0);
-    while (count < 0 && errno == EINTR);
-    if (count < 0 && errno != ESPIPE)
-        throw ErrorAt().as(Error::Code::READ_FAILED, *this)("fail to read bytes: 0, expected %zu: %s", bytes.size(),
-                                                            std::strerror(errno));
-    if (count < ssize_t{sizeof JPEG_START})
-        LOGE("fail to read mime type: %zd bytes", count);
-    bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    size_t count = 0;
+    for (ssize_t last = 1; count < bytes.size() && last != 0;) { // a short read is not the file's end
+        last = pread64(fd, bytes.data() + count, bytes.size() - count, static_cast<off64_t>(count));
+        if (last < 0 && errno == ESPIPE)
+            break;
+        if (last < 0 && errno != EINTR)
+            throw ErrorAt().as(Error::Code::READ_FAILED, *this)("fail to read bytes: %zu, expected %zu: %s", count,
+                                                                bytes.size(), std::strerror(errno));
+        count += static_cast<size_t>(std::max<ssize_t>(last, 0));
+    }
+    if (count < sizeof JPEG_START)
+        LOGE("fail to read mime type: %zu bytes", count);
+    bytes.resize(count);
     return bytes;
 }
 

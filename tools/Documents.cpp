@@ -15,8 +15,6 @@ namespace {
 
 using App = CLI::App;
 
-constexpr char NAME[] = "motionphoto";
-
 bool isShown(App const* app) {
     return !app->get_name().empty() && app->get_name() != "generate";
 }
