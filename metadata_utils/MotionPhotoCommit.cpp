@@ -11,6 +11,7 @@
 #include "io/ImageMetaReader.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace android::lumo {
 
@@ -86,7 +87,6 @@ void MotionPhotoEditImpl::commitInPlace() {
     LOGI("commit: %p", static_cast<void*>(this));
     if (outputSource != nullptr)
         throw ErrorAt()("a prepared still needs another file to be written to, not the source");
-    size_t const orgFileSize = getFileSize();
     if (isXMPSetAside)
         xmpEdit->makeDirty();
     if (isTrailerSetAside || stagedVideo)
@@ -94,28 +94,52 @@ void MotionPhotoEditImpl::commitInPlace() {
     requireCommittable(*outputFile);
     PacketKeeper packet(*this);
     mediator->reset();
-    if (isVideoRemovalWithoutXMP()) {
-        for (auto const& extra : extras)
-            extra.second(outputFile);
-        if (qrtEdit->isDirty())
-            qrtEdit->commit(outputFile);
-        packet.release();
-        xmpEdit->setAside();
-        return finish();
+    try {
+        writeInPlace();
+    } catch (...) {
+        noteGrowth();
+        throw;
     }
-    prepareCommit();
-    checked::SpaceKeeper const space(outputFile, expectedFileSize());
-    prepareImageType();
-    LOGI("xmp-isDirty: %d, qrt-isDirty: %d", xmpEdit->isDirty(), qrtEdit->isDirty());
-    if (xmpEdit->isDirty())
-        xmpEdit->commit(outputFile);
+    packet.release();
+    finish();
+}
+
+void MotionPhotoEditImpl::writeInPlace() {
+    size_t const orgFileSize = getFileSize();
+    bool const isWithoutXMP = isVideoRemovalWithoutXMP();
+    std::optional<checked::SpaceKeeper> space;
+    if (!isWithoutXMP) {
+        prepareCommit();
+        space.emplace(outputFile, expectedFileSize());
+        prepareImageType();
+        LOGI("xmp-isDirty: %d, qrt-isDirty: %d", xmpEdit->isDirty(), qrtEdit->isDirty());
+        if (xmpEdit->isDirty())
+            xmpEdit->commit(outputFile);
+    }
     for (auto const& extra : extras)
         extra.second(outputFile);
     if (qrtEdit->isDirty())
         qrtEdit->commit(outputFile);
-    completeCommit(orgFileSize);
-    packet.release();
-    finish();
+    if (isWithoutXMP)
+        xmpEdit->setAside();
+    else
+        completeCommit(orgFileSize);
+}
+
+/// Room for a box or for XMP that was opened and could not be given back is nobody's: a second commit would take it for
+/// a part of the image. What the trailer's editor has left it knows itself.
+void MotionPhotoEditImpl::noteGrowth() noexcept {
+    try {
+        auto const& trailer = *impl->getTrailer();
+        uint64_t known = trailer.getImageSize();
+        if (trailer.getTrailerSize() > 0)
+            known += uint64_t{trailer.boxHeaderSize()} + trailer.getTrailerSize();
+        uint32_t const size = outputFile->size();
+        if (isHEIC() && !qrtEdit->staging().isUnfinished() && size > known)
+            sizeWithGrowth = size;
+    } catch (std::exception const& e) {
+        LOGE("fail to look at what a failed commit has left: %s", e.what());
+    }
 }
 
 void MotionPhotoEditImpl::prepareCommit() {
@@ -128,6 +152,10 @@ void MotionPhotoEditImpl::prepareCommit() {
 /// refused by the first container step, which checks before it moves anything.
 void MotionPhotoEditImpl::requireCommittable(MediaFile const& output) {
     checked::requireEditable(output);
+    if (sizeWithGrowth != 0 && outputFile->size() == sizeWithGrowth)
+        throw ErrorAt().as(Error::Code::CHANGED)(
+            "the file has changed since it was read: a commit that failed has left "
+            "unused bytes in it");
     if (!qrtEdit->isDirty() && !xmpEdit->isDirty() && extras.empty())
         return;
     if (stagedVideo)

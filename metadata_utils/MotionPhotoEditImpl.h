@@ -134,6 +134,8 @@ private:
 
     // The steps of a commit.
     void commitInPlace();
+    void writeInPlace();
+    void noteGrowth() noexcept;
     void prepareCommit();
     void requireTimestamp() const;
     uint32_t expectedFileSize();
@@ -170,6 +172,7 @@ private:
     std::string takenTimestamp; ///< from another photo
     bool isXMPSetAside = false; ///< written into targets only
     bool isTrailerSetAside = false;
+    uint32_t sizeWithGrowth = 0; ///< of the file that a failed commit has left longer than anything in it; else 0
     std::optional<VideoSource> stagedVideo;
     VideoEdit videoEdit;
     std::unordered_map<ExtraType, Extra> extras;

@@ -81,6 +81,8 @@ public:
     std::vector<StagedRecord> const& getStaged() const { return records.all(); }
     /// The file that commits write.
     std::shared_ptr<MediaFile> const& getOutput() const { return output().getFile(); }
+    /// A commit was cut short, and the next one will write over what it left.
+    bool isUnfinished() const { return output().isUnfinished(); }
     /// Data in the record that matches both, or in a new one; `mayBeEmpty` when that is how another trailer has it.
     void stage(int type, std::string const& name, ByteSource const& data, bool mayBeEmpty = false);
     /// The same without saying that anything new was staged: bytes that could be known only now.
