@@ -351,15 +351,21 @@ void MotionPhotoEditImpl::requireRoomForFields() const {
 }
 
 /// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they
-/// are taken in now, in front of what is staged, except those that the staged changes replace or remove.
+/// are taken in now, in front of what is staged, except those that the staged changes replace or remove. A commit that
+/// fails in between leaves that to the next one.
 void MotionPhotoEditImpl::restoreTrailer() {
-    if (!isHEIC() || !HEIFMetaWriter::isTrailerHidden(*outputFile))
+    if (isHEIC() && HEIFMetaWriter::isTrailerHidden(*outputFile)) {
+        requireRoomForFields();
+        isTrailerFound = true;
+        HEIFMetaWriter::restoreTrailerOrder(outputFile);
+    }
+    if (!isTrailerFound)
         return;
-    requireRoomForFields();
-    HEIFMetaWriter::restoreTrailerOrder(outputFile);
     mediator->notify(this, Event::CONTAINER_RESTRUCTURED, outputFile);
     qrtEdit->staging().takeUpFound(
         [this](auto const& record) { return isMotionPhotoXMPRemoved && belongsToVideo(record); });
+    qrtEdit->makeDirty();
+    isTrailerFound = false;
 }
 
 /// A HEIC's XMP has a room of fixed size. What is staged must fit, so the image is written again with a larger room

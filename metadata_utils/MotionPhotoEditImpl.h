@@ -172,6 +172,7 @@ private:
     std::string takenTimestamp; ///< from another photo
     bool isXMPSetAside = false; ///< written into targets only
     bool isTrailerSetAside = false;
+    bool isTrailerFound = false; ///< one that boxes hid, whose records are not staged yet
     uint32_t sizeWithGrowth = 0; ///< of the file that a failed commit has left longer than anything in it; else 0
     std::optional<VideoSource> stagedVideo;
     VideoEdit videoEdit;

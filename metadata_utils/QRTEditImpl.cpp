@@ -267,7 +267,7 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other) {
     std::vector<StagedRecord> all;
     for (auto const& record : records.all()) {
         mine.emplace(record.identity, record);
-        if (!adopted.empty() && !adopted.contains(record.identity))
+        if (hasAdopted && !adopted.contains(record.identity))
             all.push_back(record); // found here only
     }
     size_t const before = records.all().size();
@@ -282,6 +282,7 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other) {
         adopted.insert(record.identity);
     }
     isNew = isNew || all.size() != before;
+    hasAdopted = true;
     records.assign(std::move(all));
     return isNew;
 }

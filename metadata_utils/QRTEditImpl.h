@@ -129,6 +129,7 @@ private:
     TrailerPlan::Order order;
     std::list<std::string> unsupportedKeys{qrt::NAME_3D_PHOTO_INFO};
     std::set<StagedRecord::Identity> adopted;
+    bool hasAdopted = false; ///< perhaps nothing: the other may have had no record
     bool isCutWhenEmpty = false;
     bool ownerKeepsFields = false;
 };

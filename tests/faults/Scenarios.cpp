@@ -331,7 +331,7 @@ void addSecondCommits(Material const& m, std::vector<Scenario>& all) {
         std::string const& before;
         Stage const& stage;
     };
-    for (auto const& [name, before, stage] : std::initializer_list<Row>{
+    for (Row const& row : std::initializer_list<Row>{
              {"JPEG, video added", m.tight, m.add},
              {"JPEG, video removed", m.motion, m.remove},
              {"HEIC, video added", m.roomy, m.addSmall},
@@ -340,15 +340,15 @@ void addSecondCommits(Material const& m, std::vector<Scenario>& all) {
              {"HEIC, video removed", m.heicMotion, m.remove},
              {"HEIC, hidden trailer, video removed", m.hidden, m.remove},
          }) {
-        std::string const after = edited(before, script("c", stage));
+        std::string const after = edited(row.before, script("c", row.stage));
         auto const add = [&](char const* what, char const* letters, Files const& wanted) {
-            all.push_back({name + std::string(what), "", before, script(letters, stage), leaves(wanted)});
+            all.push_back({row.name + std::string(what), "", row.before, script(letters, row.stage), leaves(wanted)});
         };
         add(" and committed again", "cc", {{"still", after}});
         add(" and the trailer committed first", "qc", {{"still", after}});
         add(" and the XMP committed first", "xc", {{"still", after}});
-        add(" into a target and again", "tc", {{"still", before}, {"target", after}});
-        add(" into two targets", "ts", {{"still", before}, {"target", after}, {"second", after}});
+        add(" into a target and again", "tc", {{"still", row.before}, {"target", after}});
+        add(" into two targets", "ts", {{"still", row.before}, {"target", after}, {"second", after}});
         add(" in place, then into a target", "ct", {{"still", after}, {"target", after}});
     }
 }
