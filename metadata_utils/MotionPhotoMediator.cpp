@@ -4,6 +4,9 @@
 #include "Log.h"
 #include "VideoFields.h"
 
+#include <tuple>
+#include <utility>
+
 namespace android::lumo {
 
 namespace {
@@ -65,12 +68,18 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
     bool const isStale = length && (isOwn ? *length != size - position : !VideoFields::standsAt(*file, *length));
     bool const isNews = size != lastSize && (!length || editor.xmpEdit->isDirty());
     uint32_t const grownBy = behindImage() - lastBehind;
+    auto const before = std::pair(lastSize, lastBehind);
     lastSize = size;
     lastBehind = behindImage();
-    if (isOwn && (isNews || isStale))
-        editor.xmpEdit->updateMotionPhotoInfo(file, size, position);
-    else if (isStale && VideoFields::standsAt(*file, *length + grownBy)) // a video that XMP alone tells of
-        editor.xmpEdit->updateMotionPhotoInfo(file, size, size - (*length + grownBy));
+    try {
+        if (isOwn && (isNews || isStale))
+            editor.xmpEdit->updateMotionPhotoInfo(file, size, position);
+        else if (isStale && VideoFields::standsAt(*file, *length + grownBy)) // a video that XMP alone tells of
+            editor.xmpEdit->updateMotionPhotoInfo(file, size, size - (*length + grownBy));
+    } catch (...) {
+        std::tie(lastSize, lastBehind) = before; // the next commit is news again
+        throw;
+    }
 }
 
 void MotionPhotoEditImpl::Mediator::onXMPWritten(size_t size) {

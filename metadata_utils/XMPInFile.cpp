@@ -132,7 +132,8 @@ void XMPInFile::write(MediaFile const& handle, std::function<std::string()> cons
     try {
         text = commit();
     } catch (...) {
-        isInterrupted |= handle.changes() != changesBefore;
+        // A reservation that failed may have grown the file in part, and nobody may have cut it back.
+        isInterrupted |= handle.changes() != changesBefore || handle.size() != sizeBefore;
         throw;
     }
     isInterrupted = false;

@@ -12,7 +12,6 @@
 #include <array>
 #include <filesystem>
 #include <map>
-#include <regex>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -54,15 +53,24 @@ struct Parts {
     std::vector<Part> stills, clips;
 };
 
+/// Takes the first number in parentheses, "(12)", out of a name and returns it; "" where there is none.
+std::string takeCopyNumber(std::string& name) {
+    constexpr char DIGITS[] = "0123456789";
+    for (size_t open = name.find('('); open != std::string::npos; open = name.find('(', open + 1)) {
+        size_t const close = name.find_first_not_of(DIGITS, open + 1);
+        if (close == std::string::npos || close == open + 1 || name[close] != ')')
+            continue;
+        std::string const number = name.substr(open, close + 1 - open);
+        name.erase(open, number.size());
+        return number;
+    }
+    return {};
+}
+
 /// "IMG_1(1).JPG" and "IMG_1.MOV(1)"-like names of copies, "PXL_1.MP.jpg" and "PXL_1.MP" of one moment meet in one key.
 void sort(Part part, Parts& parts) {
-    static std::regex const COPY(R"(\((\d+)\))");
     std::string name = lowered(fs::path(part.path).filename().string());
-    std::string copy;
-    if (std::smatch match; std::regex_search(name, match, COPY)) {
-        copy = match.str();
-        name = match.prefix().str() + match.suffix().str();
-    }
+    std::string const copy = takeCopyNumber(name);
     bool const isStill = cutEnding(name, STILL_ENDINGS);
     bool const isClip = !isStill && cutEnding(name, CLIP_ENDINGS);
     cutEnding(name, STILL_ENDINGS); // of a clip named after its still
