@@ -3,6 +3,7 @@
 
 #include "io/ImageMetaReader.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -23,14 +24,18 @@ struct Bytes {
     bool isLittle = false;
 
     Bytes from(uint64_t offset, uint64_t size = UINT64_MAX) const {
-        return {offset <= text.size() ? text.substr(offset, size) : std::string_view(), isLittle};
+        if (offset > text.size())
+            return {{}, isLittle};
+        uint64_t const left = std::min<uint64_t>(size, text.size() - offset);
+        return {text.substr(static_cast<size_t>(offset), static_cast<size_t>(left)), isLittle};
     }
     uint32_t number(uint64_t offset, unsigned width) const {
         if (offset > text.size() || text.size() - offset < width)
             return 0;
         uint32_t value = 0;
         for (unsigned i = 0; i < width; ++i) {
-            auto const byte = static_cast<unsigned char>(text[offset + (isLittle ? width - 1 - i : i)]);
+            auto const byte =
+                static_cast<unsigned char>(text[static_cast<size_t>(offset) + (isLittle ? width - 1 - i : i)]);
             value = value << 8 | byte;
         }
         return value;
@@ -89,9 +94,9 @@ constexpr uint32_t BOX_HEADER = 8;
 
 /// The content of the first box of that type.
 Bytes box(Bytes const& parent, std::string_view type) {
-    for (uint64_t at = 0; at + BOX_HEADER <= parent.text.size();) {
+    for (size_t at = 0; parent.text.size() - at >= BOX_HEADER;) {
         uint32_t const size = parent.number(at, 4);
-        if (size < BOX_HEADER)
+        if (size < BOX_HEADER || size > parent.text.size() - at)
             break;
         if (parent.text.substr(at + 4, 4) == type)
             return parent.from(at + BOX_HEADER, size - BOX_HEADER);
@@ -159,7 +164,7 @@ std::string contentIdentifierOfClip(std::shared_ptr<MediaFile> const& clip) {
     auto const meta = movie ? find(fd, movie->first, movie->second, "meta") : std::nullopt;
     if (!meta || meta->second - meta->first > MAX_METADATA)
         return "";
-    std::string content(meta->second - meta->first, '\0');
+    std::string content(static_cast<size_t>(meta->second - meta->first), '\0');
     if (pread(fd, content.data(), content.size(), static_cast<off_t>(meta->first)) !=
         static_cast<ssize_t>(content.size()))
         return "";
