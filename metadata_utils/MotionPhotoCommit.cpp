@@ -31,17 +31,13 @@ constexpr uint32_t EXPECTED_FIELDS = 2048;
 class MotionPhotoEditImpl::PacketKeeper {
 public:
     explicit PacketKeeper(MotionPhotoEditImpl& owner)
-        : editor(owner), packet(owner.impl->getPacket()->getMeta()->clone()), wasDirty(owner.xmpEdit->isDirty()) {}
+        : editor(owner), contents(owner.impl->getPacket()->copyContents()), wasDirty(owner.xmpEdit->isDirty()) {}
     ~PacketKeeper() {
         if (isDone)
             return;
-        try {
-            editor.impl->getPacket()->adopt(packet);
-            if (wasDirty)
-                editor.xmpEdit->makeDirty();
-        } catch (...) {
-            LOGE("fail to give the packet back after a failed commit");
-        }
+        editor.impl->getPacket()->exchange(std::move(contents));
+        if (wasDirty)
+            editor.xmpEdit->makeDirty();
     }
     PacketKeeper(PacketKeeper const&) = delete;
     PacketKeeper& operator=(PacketKeeper const&) = delete;
@@ -49,7 +45,7 @@ public:
 
 private:
     MotionPhotoEditImpl& editor;
-    std::shared_ptr<XMPPacket> packet;
+    XMPInfoImpl::Contents contents;
     bool wasDirty;
     bool isDone = false;
 };

@@ -198,12 +198,18 @@ void XMPEditImpl::commit() {
     known.requireUnchanged();
     known.requireRoomToRetry([&] { return info->serializeToBuffer().size(); });
     info->getInFile().requireKeepable();
-    info->mergePackets();
     auto const writer = ImageMetaWriter::of(file);
-    known.write(*file, [&] {
-        writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
-        return info->getSerialized();
-    });
+    auto before = info->mergePackets();
+    try {
+        known.write(*file, [&] {
+            writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
+            return info->getSerialized();
+        });
+    } catch (...) {
+        if (before)
+            info->exchange(std::move(*before));
+        throw;
+    }
     mustCopy = false;
     dirty = false;
     LOGI("commit X");

@@ -36,6 +36,8 @@ public:
     /// Throws (UNSUPPORTED) when an edit would lose something that the file's packets hold: what the toolkit has not
     /// taken over from the last one, or a property in which two packets differ.
     void requireKeepable(ErrorAt at = ErrorAt());
+    /// Whether packets in front of the last one were found mergeable.
+    bool hasOthers() const { return !inFront.empty(); }
     /// Puts what only packets in front of the last one hold into the packet that will take the place of all of them.
     void mergeInto(XMPPacket& packet);
     /// The last packet, parsed; not to be changed.

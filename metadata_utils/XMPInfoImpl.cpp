@@ -30,7 +30,6 @@ bool holds(std::list<std::string> const& names, std::string const& name, bool ig
 } // namespace
 
 XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed) : file(viewed) {
-    items.max_load_factor(1.0F);
     prepareXMPToolkit();
     load();
 }
@@ -51,9 +50,8 @@ void XMPInfoImpl::load() {
     auto found = std::make_unique<XMPInFile>(file);
     auto const& text = found->packet();
     LOGI("xmp: %s", text.c_str());
-    meta = parseXMPPacket(text);
+    adopt(parseXMPPacket(text));
     inFile = std::move(found);
-    reindex();
     LOGI("load X");
 }
 
@@ -62,56 +60,71 @@ void XMPInfoImpl::requireUnchanged(ErrorAt at) {
     inFile->requireKeepable(at);
 }
 
-void XMPInfoImpl::mergePackets() {
-    auto const count = meta->count(xmp_ns::CONTAINER, DIRECTORY);
-    inFile->mergeInto(*meta);
-    if (meta->count(xmp_ns::CONTAINER, DIRECTORY) != count)
-        reindex();
+std::optional<XMPInfoImpl::Contents> XMPInfoImpl::mergePackets() {
+    if (!inFile->hasOthers())
+        return std::nullopt;
+    auto merged = copyContents();
+    auto const count = countDirectory();
+    inFile->mergeInto(*merged.packet);
+    if (merged.packet->count(xmp_ns::CONTAINER, DIRECTORY) != count)
+        merged.directory = readDirectory(merged.packet, {});
+    return exchange(std::move(merged));
+}
+
+XMPInfoImpl::Contents XMPInfoImpl::copyContents() const {
+    Contents copied{meta->clone(), directory};
+    for (auto& entry : copied.directory.items)
+        entry.second.moveInto(copied.packet);
+    return copied;
+}
+
+XMPInfoImpl::Contents XMPInfoImpl::exchange(Contents contents) noexcept {
+    std::swap(meta, contents.packet);
+    std::swap(directory, contents.directory);
+    return contents;
 }
 
 // The index of the directory. -----------------------------------------------------------------------------------------
 
 void XMPInfoImpl::adopt(std::shared_ptr<XMPPacket> const& packet) {
-    meta = packet;
-    reindex();
+    exchange({packet, readDirectory(packet, {})});
 }
 
 void XMPInfoImpl::reindex() {
-    items.clear();
-    updateXMPItems();
+    directory = readDirectory(meta, {});
 }
 
 void XMPInfoImpl::updateXMPItems() {
+    directory = readDirectory(meta, directory.items);
+}
+
+/// Puts each entry under its name, over what is known; stops at one that lacks a field every item has.
+XMPInfoImpl::Directory XMPInfoImpl::readDirectory(std::shared_ptr<XMPPacket> const& packet, Items const& known) {
     LOGI("updateXMPItems E");
-    firstUnread = 0;
-    hasDuplicates = false;
+    Directory read{known, 0, false};
     try {
-        auto const count = countDirectory();
+        auto const count = packet->count(xmp_ns::CONTAINER, DIRECTORY);
         LOGI("arrSize=%d", count);
         std::set<std::string> seen;
         for (int32_t place = 1; place <= count; ++place) {
-            firstUnread = place;
-            indexEntry(place, seen);
-            firstUnread = 0;
+            read.firstUnread = place;
+            XMPItemInfo item(packet, place);
+            auto const name = packet->get(xmp_ns::CONTAINER, item.getStructPath() + "/Item:Semantic");
+            if (!name)
+                throw ErrorAt().as(Error::Code::XMP)("fail to get item field");
+            read.hasDuplicates |= !seen.insert(*name).second;
+            read.items.insert_or_assign(*name, item);
+            LOGI("fieldValue=%s, struct path: %s", name->c_str(), item.getStructPath().c_str());
+            if (!item.contains("Mime"))
+                throw ErrorAt().as(Error::Code::XMP)("Mime should be given");
+            read.firstUnread = 0;
         }
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
         LOGI("fail to parse xmp items: %s", messageOf(e));
     }
     LOGI("updateXMPItems X");
-}
-
-/// Puts the directory's entry under its name; throws when it lacks a field every item has.
-void XMPInfoImpl::indexEntry(int32_t place, std::set<std::string>& seen) {
-    XMPItemInfo item(meta, place);
-    auto const name = meta->get(xmp_ns::CONTAINER, item.getStructPath() + "/Item:Semantic");
-    if (!name)
-        throw ErrorAt().as(Error::Code::XMP)("fail to get item field");
-    hasDuplicates |= !seen.insert(*name).second;
-    items.insert_or_assign(*name, item);
-    LOGI("fieldValue=%s, struct path: %s", name->c_str(), item.getStructPath().c_str());
-    if (!item.contains("Mime"))
-        throw ErrorAt().as(Error::Code::XMP)("Mime should be given");
+    return read;
 }
 
 int32_t XMPInfoImpl::countDirectory() const {
@@ -128,8 +141,8 @@ std::optional<std::string> XMPInfoImpl::itemNameAt(int32_t place) const {
 }
 
 XMPInfoImpl::XMPItemInfo* XMPInfoImpl::findItem(std::string const& name) const {
-    auto const found = items.find(name);
-    if (found == items.end())
+    auto const found = directory.items.find(name);
+    if (found == directory.items.end())
         return nullptr;
     auto& item = found->second;
     auto const recorded = item.getPlace();
@@ -152,55 +165,55 @@ XMPInfoImpl::XMPItemInfo* XMPInfoImpl::findItem(std::string const& name) const {
 }
 
 std::list<std::string> XMPInfoImpl::getItemNamesInOrder() const {
-    for (auto const& entry : items)
+    for (auto const& entry : directory.items)
         findItem(entry.first); // corrects the place
-    return MediaDefs::getKeys(items,
+    return MediaDefs::getKeys(directory.items,
                               [](auto const& a, auto const& b) { return a.second.getPlace() < b.second.getPlace(); });
 }
 
 void XMPInfoImpl::itemInserted(std::string const& name, int32_t place) {
-    if (firstUnread != 0) {
-        ++firstUnread;
-        for (auto& entry : items)
+    if (directory.firstUnread != 0) {
+        ++directory.firstUnread;
+        for (auto& entry : directory.items)
             entry.second.makeWayAt(place);
     }
-    items.insert_or_assign(name, XMPItemInfo(meta, place));
+    directory.items.insert_or_assign(name, XMPItemInfo(meta, place));
 }
 
 void XMPInfoImpl::itemRemoved(std::string const& name) {
-    auto const found = items.find(name);
-    if (found == items.end())
+    auto const found = directory.items.find(name);
+    if (found == directory.items.end())
         return;
     auto const place = found->second.getPlace();
-    if (place == firstUnread) {
-        items.erase(found);
+    if (place == directory.firstUnread) {
+        directory.items.erase(found);
         updateXMPItems(); // what stood behind it can be read now
         return;
     }
-    if (place < firstUnread)
-        --firstUnread;
-    if (hasDuplicates) {
-        for (auto i = firstUnread != 0 ? firstUnread - 1 : countDirectory(); i > 0; --i) {
+    if (place < directory.firstUnread)
+        --directory.firstUnread;
+    if (directory.hasDuplicates) {
+        for (auto i = directory.firstUnread != 0 ? directory.firstUnread - 1 : countDirectory(); i > 0; --i) {
             if (itemNameAt(i) == name) {
                 found->second = XMPItemInfo(meta, i);
                 return;
             }
         }
     }
-    items.erase(found);
+    directory.items.erase(found);
 }
 
 void XMPInfoImpl::itemRenamed(std::string const& oldName, std::string const& newName) {
-    auto node = items.extract(oldName);
-    if (node && !items.contains(newName)) {
-        items.insert_or_assign(newName, std::move(node.mapped()));
+    auto node = directory.items.extract(oldName);
+    if (node && !directory.items.contains(newName)) {
+        directory.items.insert_or_assign(newName, std::move(node.mapped()));
         return;
     }
     // Of two entries of a name the later one counts.
-    hasDuplicates = true;
+    directory.hasDuplicates = true;
     for (auto place = countDirectory(); place > 0; --place) {
         if (itemNameAt(place) == newName) {
-            items.insert_or_assign(newName, XMPItemInfo(meta, place));
+            directory.items.insert_or_assign(newName, XMPItemInfo(meta, place));
             return;
         }
     }
@@ -263,9 +276,9 @@ std::list<std::string> XMPInfoImpl::getPropertyNames() const {
 }
 
 std::list<std::string> XMPInfoImpl::getItemNames() const {
-    LOGI("getItemNames E: %zu", items.size());
+    LOGI("getItemNames E: %zu", directory.items.size());
     std::list<std::string> names;
-    for (auto const& entry : items)
+    for (auto const& entry : directory.items)
         names.push_back(entry.first);
     LOGI("getItemNames X: %zu", names.size());
     return names;
@@ -298,7 +311,7 @@ std::set<std::string> XMPInfoImpl::getItemFieldNames(std::string const& itemName
 }
 
 std::string XMPInfoImpl::getItemNameAt(int32_t index) const {
-    for (auto const& entry : items) {
+    for (auto const& entry : directory.items) {
         if (entry.second.getIndex() != index)
             continue;
         auto const* item = findItem(entry.first);
@@ -315,7 +328,7 @@ std::string XMPInfoImpl::getLastItem() const {
         return name;
     // A removal in front has left the recorded positions behind: the packet says which item is the last.
     auto const last = itemNameAt(count);
-    return last && items.contains(*last) ? *last : std::string{};
+    return last && directory.items.contains(*last) ? *last : std::string{};
 }
 
 /// The toolkit writes namespaces without escaping them, and nests deeper than it is let read. Every writer gets its

@@ -64,6 +64,7 @@ public:
         /// Where the packet has it now.
         int32_t getPlace() const { return place; }
         void moveTo(int32_t newPlace);
+        void moveInto(std::shared_ptr<XMPPacket> const& packet) { meta = packet; }
         std::string const& getStructPath() const { return structPath; }
 
     private:
@@ -77,6 +78,19 @@ public:
     };
 
     using Items = std::unordered_map<std::string, XMPItemInfo>;
+
+    /// The index of a packet's directory.
+    struct Directory {
+        Items items;
+        int32_t firstUnread = 0;    ///< place of the first entry that could not be read, 0 when all could
+        bool hasDuplicates = false; ///< some name stands in the directory more than once
+    };
+
+    /// All that a view answers from.
+    struct Contents {
+        std::shared_ptr<XMPPacket> packet;
+        Directory directory;
+    };
 
     explicit XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed);
 
@@ -115,8 +129,13 @@ public:
     void requireUnchanged(ErrorAt at = ErrorAt());
     /// The packet as the file held it then, without what is staged; not to be changed.
     std::shared_ptr<XMPPacket> packetInFile() const { return inFile->parsed(); }
-    /// Takes in what the file's other packets hold; before a commit writes one packet over all of them.
-    void mergePackets();
+    /// Takes in what the file's other packets hold; before a commit writes one packet over all of them. Answers what
+    /// the view held, for a commit that fails; nothing when there are no other packets.
+    std::optional<Contents> mergePackets();
+    /// A copy that shares nothing with the view.
+    Contents copyContents() const;
+    /// Goes on with other contents and answers those it had.
+    Contents exchange(Contents contents) noexcept;
     /// Whoever asked requireUnchanged() has opened room where the packet stood; what is in memory goes there.
     void roomOpened() { inFile->roomOpened(); }
 
@@ -125,7 +144,7 @@ public:
     XMPInFile& getInFile() const { return *inFile; }
     /// What serializeToBuffer() answered last: the packet a writer has written.
     std::string const& getSerialized() const { return serialized; }
-    Items const& getItems() const { return items; }
+    Items const& getItems() const { return directory.items; }
     /// Item names in directory order.
     std::list<std::string> getItemNamesInOrder() const;
     /// The item, its place checked against the packet's "Item:Semantic" and corrected when a removal in front of it has
@@ -138,29 +157,27 @@ public:
 
     /// The place of the first entry the index could not read, 0 when it has read all. A new item goes in front of it:
     /// behind it no view would find the item again.
-    int32_t getFirstUnread() const { return firstUnread; }
+    int32_t getFirstUnread() const { return directory.firstUnread; }
     void itemInserted(std::string const& name, int32_t place);
     /// An item of the name that still is in the packet (a duplicate) takes the removed one's entry.
     void itemRemoved(std::string const& name);
     void itemRenamed(std::string const& oldName, std::string const& newName);
     /// Drops the entry of an item that lost its name.
-    void itemForgotten(std::string const& name) { items.erase(name); }
-    /// Starts over from the packet.
+    void itemForgotten(std::string const& name) { directory.items.erase(name); }
+    /// Starts over from the packet. A failure leaves the index as it was.
     void reindex();
     /// Goes on with another packet, in memory only.
     void adopt(std::shared_ptr<XMPPacket> const& packet);
 
 private:
     std::optional<std::string> itemNameAt(int32_t place) const;
-    void indexEntry(int32_t place, std::set<std::string>& seen);
+    static Directory readDirectory(std::shared_ptr<XMPPacket> const& packet, Items const& known);
 
     std::shared_ptr<MediaFile> file;
     std::unique_ptr<XMPInFile> inFile;
     mutable std::string serialized;
     std::shared_ptr<XMPPacket> meta;
-    mutable Items items; ///< mutable: a query may correct an item's place
-    int32_t firstUnread = 0;
-    bool hasDuplicates = false; ///< some name stands in the directory more than once
+    mutable Directory directory; ///< mutable: a query may correct an item's place
 };
 
 } // namespace android::lumo

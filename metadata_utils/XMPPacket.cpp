@@ -30,6 +30,11 @@ constexpr char const* NO_VALUE = nullptr;
 
 } // namespace
 
+XMPPacket::XMPPacket() try : meta() {
+} catch (XMP_Error const& error) {
+    rethrowToolkitError(error, ErrorAt());
+}
+
 std::string XMPPacket::prefixOf(std::string const& uri) {
     std::string prefix;
     return toolkit([&] { return SXMPMeta::GetNamespacePrefix(uri.c_str(), &prefix); }) ? prefix : std::string();

@@ -20,7 +20,7 @@ namespace android::lumo {
 /// Paths are the toolkit's, with registered prefixes; `schema` is the namespace URI of the top-level property.
 class XMPPacket {
 public:
-    XMPPacket() = default;
+    XMPPacket();
     XMPPacket(XMPPacket const&) = delete;
     XMPPacket& operator=(XMPPacket const&) = delete;
 

@@ -346,6 +346,12 @@ TEST(XMPEdit, JoinsTwoPacketsOrRefusesWhatAnEditWouldLose) {
         auto const editor = XMPInfo::parse(file.open())->edit();
         editor->setProperty(TEST_NS, "t:new", "1");
         if (lost.empty()) {
+            auto const staged = contentOf(*editor);
+            EXPECT_TRUE(failsWith("Input/output error", [&] {
+                auto const fault = Fault::failing(Call::CHANGE, EIO, 0, 1);
+                editor->commit();
+            }));
+            EXPECT_EQ(contentOf(*editor), staged);
             editor->commit();
             EXPECT_EQ(contentOf(*XMPInfo::parse(file.open())), expected);
             continue;

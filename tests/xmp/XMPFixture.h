@@ -3,6 +3,7 @@
 
 #include "XMPEdit.h"
 #include "XMPInfo.h"
+#include "support/Faults.h"
 #include "support/JpegBuilder.h"
 #include "support/TempFile.h"
 
