@@ -5,7 +5,9 @@
 #include "ErrorAt.h"
 #include "boxes/BoxBounds.h"
 #include "io/JPEGSegments.h"
+#include "io/MoveTail.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -110,16 +112,32 @@ std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index) {
     return std::nullopt;
 }
 
-void resized(MediaFile& file, Index const& index, uint32_t size, int64_t distance) {
-    write(file, index, static_cast<uint32_t>(int64_t{index.images[0].offsetField} - FIELD + distance),
-          static_cast<uint32_t>(int64_t{size} + distance));
+void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize, uint32_t from, int64_t distance) {
+    int64_t const goneFrom = int64_t{from} + std::min<int64_t>(distance, 0);
+    auto const isGone = [&](uint32_t position) { return position >= goneFrom && position < from; };
+    auto const placeOf = [&](uint32_t position) { return int64_t{position} + (position >= from ? distance : 0); };
+    if (isGone(index.base))
+        return;
+    int64_t const indexMoved = placeOf(index.base) - index.base;
+    auto const put = [&](uint32_t field, int64_t value) {
+        write(file, index, static_cast<uint32_t>(field + indexMoved), static_cast<uint32_t>(value));
+    };
+    bool const isResized = ownSize && (distance > 0 ? from < *ownSize : from <= *ownSize);
+    if (isResized && distance != 0)
+        put(index.images[0].offsetField - FIELD, int64_t{*ownSize} + distance);
+    for (auto const& image : index.images) {
+        if (image.position != 0 && !isGone(image.position) && placeOf(image.position) - image.position != indexMoved)
+            put(image.offsetField, placeOf(image.position) - index.base - indexMoved);
+    }
 }
 
-void moved(MediaFile& file, Index const& index, uint32_t from, int64_t distance) {
-    for (auto const& image : index.images)
-        if (image.position != 0 && image.position >= from)
-            write(file, index, image.offsetField,
-                  static_cast<uint32_t>(int64_t{image.position} + distance - int64_t{index.base}));
+void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance) {
+    if (distance == 0)
+        return;
+    auto const index = file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? read(*file) : Index();
+    auto const own = ownSize(*file, index);
+    moveTail(file, from, distance);
+    moved(*file, index, own, from, distance);
 }
 
 } // namespace android::lumo::image_index

@@ -4,6 +4,7 @@
 #include "MediaFile.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -28,7 +29,8 @@ struct Index {
     bool isBigEndian = false;
 };
 
-/// The first index in front of the scan; empty without one, or where it is damaged.
+/// The first index in front of the scan, behind a debug info at the image's start too; empty without one, or where it
+/// is damaged.
 Index read(MediaFile const& file);
 
 /// The same for an index whose segment has been found: its marker's place and its length field.
@@ -38,11 +40,13 @@ Index read(MediaFile const& file, uint32_t position, uint32_t length);
 /// where one ends there. Nothing without an index, or where neither holds.
 std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index);
 
-/// Segments in front of the index have changed, so that it moved by `distance`: its first entry gets the new size of
-/// the JPEG's own picture, which was `size`.
-void resized(MediaFile& file, Index const& index, uint32_t size, int64_t distance);
+/// Bytes of the file from `from` on have moved by `distance`, over those in front of them where it is negative: the
+/// index, read before, is corrected where it stands now. What is wrong of another picture's offset is written, and the
+/// size of the JPEG's own where it is known; a picture that was cut into or is gone keeps what the index says of it.
+void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize, uint32_t from, int64_t distance);
 
-/// Pictures from `from` on have moved: their offsets are written anew.
-void moved(MediaFile& file, Index const& index, uint32_t from, int64_t distance);
+/// Moves the bytes from `from` on and corrects what points to them: the trailer's pointer to a video (moveTail), and
+/// the index of a JPEG.
+void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance);
 
 } // namespace android::lumo::image_index

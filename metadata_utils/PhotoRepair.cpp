@@ -3,6 +3,7 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "ImageIndex.h"
 #include "PublishedEdit.h"
 #include "XMPEditImpl.h"
 #include "io/HEIFMetaWriter.h"
@@ -102,7 +103,7 @@ void Mender::dropOrphan(MotionVideo const& orphan) {
     if (isLast)
         checked::truncate(*file, orphan.position);
     else
-        published::moveBytes(file, end, -int64_t{orphan.size});
+        image_index::moveBytes(file, end, -int64_t{orphan.size});
     done.push_back("movie taken out: " + range(orphan));
 }
 

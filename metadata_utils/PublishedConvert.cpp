@@ -9,6 +9,7 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "ImageIndex.h"
 #include "MovieBoxes.h"
 #include "PublishedEdit.h"
 #include "StillEnd.h"
@@ -310,7 +311,7 @@ Conversion toTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Me
         uint32_t const position = file->size() - (layout.fileSize - video.position);
         if (position + video.size < file->size())
             checked::truncate(*file, position + video.size); // padding behind the video
-        moveBytes(file, position, planned.headSize());
+        image_index::moveBytes(file, position, planned.headSize());
         putTrailerIntoJPEG(*file, position, video.size, change, planned);
     }
     done.isChanged = true;
@@ -348,7 +349,7 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
     checked::truncate(*file, size - back.cut);
     if (note)
         writeAt(*file, position + BRAND_OFFSET, note->brand);
-    moveBytes(file, position, int64_t{back.start} - int64_t{video.position});
+    image_index::moveBytes(file, position, int64_t{back.start} - int64_t{video.position});
     done.isChanged = true;
     done.brand = note && note->brand != video.brand ? video.brand : "";
     done.filler = video.size - back.length;

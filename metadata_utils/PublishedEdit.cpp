@@ -3,11 +3,9 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "ImageIndex.h"
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
-#include "io/MoveTail.h"
 
 #include <algorithm>
 
@@ -158,15 +156,6 @@ void writeXMP(std::shared_ptr<MediaFile> const& file,
         }
     }
     XMPEditImpl(view).commit();
-}
-
-void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance) {
-    if (distance == 0)
-        return;
-    auto const index =
-        file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? image_index::read(*file) : image_index::Index();
-    moveTail(file, from, distance);
-    image_index::moved(*file, index, from, distance);
 }
 
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes) {

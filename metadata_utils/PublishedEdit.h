@@ -42,10 +42,6 @@ bool takesFields(PhotoLayout const& layout, Fields const& fields);
 void writeXMP(std::shared_ptr<MediaFile> const& file,
               std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change);
 
-/// Moves the bytes from `from` on and corrects what points to them: the trailer's pointer to a video, and the MPF index
-/// of a JPEG.
-void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance);
-
 /// Writes at a position.
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes);
 

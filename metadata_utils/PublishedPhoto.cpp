@@ -4,6 +4,7 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "ImageIndex.h"
 #include "Log.h"
 #include "MotionPhotoEdit.h"
 #include "MotionPhotoInfoImpl.h"
@@ -106,7 +107,7 @@ void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFil
     else if (cut.behind == 0)
         checked::truncate(*file, end - cut.size);
     else
-        moveBytes(file, end, -int64_t{cut.size});
+        image_index::moveBytes(file, end, -int64_t{cut.size});
 }
 
 /// A trailer is the motion-photo editor's own; what it holds of the video goes with it.

@@ -14,7 +14,7 @@
 // 1. Whatever can be foreseen to fail is refused before the first byte moves (planRoom, requireApp4Fits, moveTail).
 // 2. Room that is opened becomes a whole segment at once, so that the segments behind it are found again after every
 // step.
-// 3. A video that moved has its pointer corrected before the next move (moveTail).
+// 3. A video that moved has its pointer corrected before the next move (moveTail), an MPF index with the last one.
 
 namespace android::lumo {
 
@@ -92,8 +92,8 @@ Metadata JPEGMetaWriter::reserveXMP(unsigned int required) {
         moved += change.growth();
     }
     LOGI("reserveXMP main loop finished after %d iterations.", iterations);
-    if (ownSize && moved != 0)
-        image_index::resized(*file, index, *ownSize, moved);
+    if (moved != 0) // all of it in front of the index, or there is none
+        image_index::moved(*file, index, ownSize, jpeg::MARKER_SIZE, moved);
     if (segments.count(MediaDefs::MetaType::EXIF) == 0) {
         LOGI("No existing XMP/Exif found, inserting new XMP segment.");
         room.type = MediaDefs::MetaType::XMP;
@@ -249,7 +249,7 @@ void JPEGMetaWriter::removeCameraDebugInfo() {
 /// the move itself, before a byte moves. Returns the bytes removed, and leaves the position at the file's end.
 int64_t JPEGMetaWriter::removeApp4(int64_t position, int64_t payload) {
     int64_t const size = payload + jpeg::HEADER_SIZE;
-    moveTail(file, static_cast<uint32_t>(position), -size);
+    image_index::moveBytes(file, static_cast<uint32_t>(position), -size);
     checked::seek(*file, file->size());
     return size;
 }
@@ -265,7 +265,7 @@ void JPEGMetaWriter::writeApp4(std::vector<unsigned char> const& data, uint64_t 
     jpeg::requireInImage(*file, position, 0);
     // The gap opens where the segment is written, so that it covers nothing. Its header is in little-endian order.
     auto const size = static_cast<uint32_t>(data.size()) + jpeg::HEADER_SIZE;
-    moveTail(file, position, size);
+    image_index::moveBytes(file, position, size);
     checked::seek(*file, position);
     checked::write(*file,
                    littleEndian(jpeg::APP4) + littleEndian(static_cast<uint32_t>(data.size()) + jpeg::LENGTH_SIZE));

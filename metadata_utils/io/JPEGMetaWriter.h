@@ -22,7 +22,9 @@ struct Change;
 /// and the length of an existing segment is taken from its marker. Other JPEG readers do not accept such a segment; a
 /// caller that needs a standard APP4 must not use them. Nor does this library: its search for segments ends at such a
 /// header, so that Exif and XMP behind a debug info that was written are found no more, and a later packet is put in
-/// front of it. An existing APP4 whose size so taken does not fit in front of it throws before anything changes.
+/// front of it. An existing APP4 whose size so taken does not fit in front of it throws before anything changes; one
+/// that fits takes as many bytes in front of it along, and an MPF index or a picture among them is lost. Any other MPF
+/// index is right afterwards.
 class METADATA_UTILS_EXPORT JPEGMetaWriter : public ImageMetaWriter {
 public:
     explicit JPEGMetaWriter(std::shared_ptr<MediaFile> const& file);

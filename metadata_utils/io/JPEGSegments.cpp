@@ -70,6 +70,30 @@ std::vector<Change> changesFor(SegmentMap const& segments, uint32_t room) {
     return changes;
 }
 
+/// A debug info that was written at the image's start begins with FF E4 in little-endian order, so that no reader takes
+/// it for a segment; nothing behind it is found, but an index there has to stay right.
+std::optional<Segment> findIndexBehindDebugInfo(MediaFile const& file) {
+    auto const littleEndian = [](uint8_t const* bytes) { return static_cast<uint16_t>(bytes[1] << 8 | bytes[0]); };
+    uint32_t position = MARKER_SIZE;
+    std::array<uint8_t, HEADER_SIZE> header{};
+    for (size_t i = 0; i < MAX_BLOCKS; ++i) {
+        bool const isThere = checked::readUpTo(file, position, header.data(), header.size()) == header.size() &&
+                             littleEndian(header.data()) == APP4;
+        uint32_t const length = littleEndian(header.data() + MARKER_SIZE);
+        if (!isThere || length < LENGTH_SIZE)
+            break;
+        position += MARKER_SIZE + length;
+    }
+    if (position == MARKER_SIZE)
+        return std::nullopt;
+    SegmentScanner scanner(file, position);
+    while (auto const segment = scanner.nextApp({2})) {
+        if (isImageIndex(scanner.payloadStart(*segment)))
+            return segment;
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 // The search. ---------------------------------------------------------------------------------------------------------
@@ -163,6 +187,8 @@ SegmentMap mapSegments(MediaFile const& file) {
             segments.blocks.push_back({type, *segment});
         }
     }
+    if (segments.blocks.empty() && !segments.imageIndex)
+        segments.imageIndex = findIndexBehindDebugInfo(file);
     return segments;
 }
 

@@ -227,6 +227,11 @@ TEST(JPEGMetaWriter, MpfIndexNamesTheSizeOfTheGrownPicture) {
             EXPECT_TRUE(file.bytes() == twoPictures(big, JpegBuilder(front).xmp("<x/>", 1280), after, table))
                 << big << ' ' << own << ' ' << table;
         }
+    TempFile const file(twoPictures(true, front, first));
+    writeDebugInfo(file, "abc");
+    writeDebugInfo(file, "defgh"); // hidden behind the first, the index is found all the same
+    EXPECT_EQ(file.bytes(),
+              twoPictures(true, front, first + 16).insert(2, std::string("\xE4\xFF\x07\0defgh\xE4\xFF\x05\0abc", 16)));
 }
 
 // The pointer to a video. ---------------------------------------------------------------------------------------------
