@@ -2,6 +2,7 @@
 #include "XMPKept.h"
 
 #include "Text.h"
+#include "XMPInfo.h"
 
 #include <expat.h>
 
@@ -84,7 +85,10 @@ private:
             return;
         if (depth == rootDepth + 2)
             names.emplace_back(space, local);
-        for (; *attributes != nullptr; attributes += 2)
+        // What a directory's entry is becomes the name of the item (nestTypedEntries).
+        bool const isItemType = space == RDF && local == "type" && attributes[0] != nullptr &&
+                                std::string(xmp_ns::CONTAINER) + "Item" == attributes[1];
+        for (; *attributes != nullptr && !isItemType; attributes += 2)
             attribute(attributes[0], attributes[1]);
     }
 

@@ -312,8 +312,14 @@ TEST(XMPEdit, KeepsWhatOthersWroteInFormsOfTheirOwn) {
         auto const before = statementsOf(packetIn(photo.file));
         EXPECT_EQ(statementsAfterAnEdit(photo.file), refused ? std::set<std::string>() : before);
     }
-    Photo const photo(packetOf("", directoryOf(typed("Item:Mime='c/d' Item:Semantic='X'"))));
-    EXPECT_EQ(photo.view()->getItemField("X", "Mime"), "c/d");
+    std::string const rewritten = "<rdf:li rdf:parseType='Resource'><rdf:value Item:Mime='c/d' Item:Semantic='X'/>"
+                                  "<rdf:type rdf:resource='http://ns.google.com/photos/1.0/container/Item'/></rdf:li>";
+    for (auto const& entry :
+         {typed("Item:Mime='c/d' Item:Semantic='X'"), rewritten}) { // the toolkit's form of the same
+        Photo const photo(packetOf("", directoryOf(entry)));
+        EXPECT_EQ(photo.view()->getItemField("X", "Mime"), "c/d");
+        EXPECT_EQ(statementsAfterAnEdit(photo.file).empty(), false);
+    }
 }
 
 TEST(XMPEdit, JoinsTwoPacketsOrRefusesWhatAnEditWouldLose) {
