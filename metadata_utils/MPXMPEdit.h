@@ -87,8 +87,8 @@ public:
     }
     /// What is staged went into another file: it counts as new again when something is added to it.
     void setAside() { isSetAside = true; }
-    /// Sets the MotionPhoto item's "Length" to what stands between the video and the file's end, and commits at once.
-    /// Without a video or item nothing happens.
+    /// Sets the MotionPhoto item's "Length" to what stands between the video and the file's end, and commits a change
+    /// at once. Without a video or item nothing happens.
     void updateMotionPhotoInfo(std::shared_ptr<MediaFile> const& file, size_t size, size_t position);
 
 private:

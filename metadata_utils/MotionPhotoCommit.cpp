@@ -102,16 +102,17 @@ void MotionPhotoEditImpl::commitInPlace() {
 
 void MotionPhotoEditImpl::writeInPlace() {
     size_t const orgFileSize = getFileSize();
+    isMomentTaken = false;
     bool const isWithoutXMP = isVideoRemovalWithoutXMP();
     std::optional<checked::SpaceKeeper> space;
     if (!isWithoutXMP) {
         prepareCommit();
         space.emplace(outputFile, expectedFileSize());
         prepareImageType();
-        LOGI("xmp-isDirty: %d, qrt-isDirty: %d", xmpEdit->isDirty(), qrtEdit->isDirty());
-        if (xmpEdit->isDirty())
-            xmpEdit->commit(outputFile);
     }
+    LOGI("xmp-isDirty: %d, qrt-isDirty: %d", xmpEdit->isDirty(), qrtEdit->isDirty());
+    if (xmpEdit->isDirty() && !isWithoutXMP)
+        xmpEdit->commit(outputFile);
     for (auto const& extra : extras)
         extra.second(outputFile);
     if (qrtEdit->isDirty())
@@ -253,9 +254,9 @@ void MotionPhotoEditImpl::stageExpectedFields() {
     if (isMissing || (isVideoReplaced && !fields.timestamp().empty())) {
         auto const duration = expected->durationUs();
         if (duration && (isMissing || getCaptureTimestampUs() > *duration)) {
-            LOGI("set presentation timestampUs= %lld", static_cast<long long>(*duration));
             fields.setTimestamp(*duration);
             fields.claim();
+            isMomentTaken = true;
         }
     }
     fields.setPlace(expected->length, expected->padding);
@@ -309,11 +310,13 @@ void MotionPhotoEditImpl::completeCommit(size_t orgFileSize) {
         VideoSource const video(sourceFile, static_cast<uint32_t>(getVideoPosition()),
                                 static_cast<uint32_t>(getVideoSize()));
         if (auto const duration = video.durationUs()) {
-            LOGI("set presentation timestampUs= %lld", static_cast<long long>(*duration));
             fields.setTimestamp(*duration);
             fields.claim();
+            isMomentTaken = true;
         }
     }
+    if (isMomentTaken)
+        LOGI("set presentation timestampUs= %ld", getCaptureTimestampUs());
     // A pointer of a JPEG may lead to a video in front of the image's end; no bytes lie between them then.
     size_t const padding = getImageVideoPadding();
     fields.setPlace(static_cast<uint32_t>(fileSize - getVideoPosition()),

@@ -209,8 +209,9 @@ void MotionPhotoEditImpl::stageVideo(VideoSource const& video) {
     });
     if (isHEIC()) { // until the box is written, the pointer to the old one keeps the record's place
         bool const hasBox = impl->hasVideo() && video_box::totalSize(outputFile) > 0;
-        replaceMPDataByMPVDBox(hasBox ? static_cast<uint32_t>(getVideoPosition()) : 0,
-                               hasBox ? static_cast<uint32_t>(getVideoSize()) : 0, true);
+        VideoPointer const old{VideoPointer::TAG, hasBox ? static_cast<uint32_t>(getVideoPosition()) : 0,
+                               hasBox ? static_cast<uint32_t>(getVideoSize()) : 0};
+        qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, old.encode());
     } else {
         if (video.size() <= MAX_POINTER_RECORD_SIZE)
             LOGW("a video of %zu bytes will be read as a pointer, %zu is the largest such record", size_t{video.size()},

@@ -155,7 +155,7 @@ private:
     void removePointedVideo(std::shared_ptr<MediaFile> const& target);
     bool hasPointedVideo() const;
     void requirePointedVideoLast() const;
-    void replaceMPDataByMPVDBox(uint32_t position, uint32_t length, bool isNew);
+    void replaceMPDataByMPVDBox(uint32_t position, uint32_t length);
     void promoteVersionRecord();
 
     std::shared_ptr<MediaFile> sourceFile;
@@ -169,6 +169,7 @@ private:
     bool isImageDataXMPRemoved = false;
     bool isVideoReplaced = false;
     bool isTimestampSet = false;
+    bool isMomentTaken = false; ///< by this commit, from the video's length
     std::string takenTimestamp; ///< from another photo
     bool isXMPSetAside = false; ///< written into targets only
     bool isTrailerSetAside = false;

@@ -92,10 +92,9 @@ Format MotionPhotoInfoImpl::parseExtraOfMotionPhotoFromQRT(MediaFile const& view
             format = tag == MediaDefs::motionphotoFormatString(Format::MPV2) ? Format::MPV2 : Format::MPV1;
         bool const pointed = viewed.mimeType() == MediaDefs::MimeType::IMAGE_HEIC && format != Format::MPV1;
         if (pointed && video->dataPayload >= VideoPointer::SIZE) {
-            video->dataPayload =
-                __builtin_bswap32(checked::readAt(viewed, video->dataPosition + 8, 4).get<uint32_t, uint32_t>(0));
-            video->dataPosition =
-                __builtin_bswap32(checked::readAt(viewed, video->dataPosition + 4, 4).get<uint32_t, uint32_t>(0));
+            auto const pointer = VideoPointer::read(checked::readAt(viewed, video->dataPosition, VideoPointer::SIZE));
+            video->dataPosition = pointer.position;
+            video->dataPayload = pointer.length;
         }
     }
     LOGI("version=%s", MediaDefs::motionphotoFormatString(format).c_str());

@@ -20,7 +20,8 @@ void MPXMPEdit::updateMotionPhotoInfo(std::shared_ptr<MediaFile> const& file, si
         return;
     LOGI("update MotionPhoto::Length to %zu, size=%zu, pos=%zu", size - position, size, position);
     VideoFields(*this).setLength(static_cast<uint32_t>(size - position));
-    commit(file);
+    if (isDirty())
+        commit(file);
 }
 
 MotionPhotoEditImpl::Mediator::Mediator(MotionPhotoEditImpl& owner) : editor(owner) {
@@ -66,7 +67,7 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
     auto const length = VideoFields::lengthOf(*editor.xmpEdit);
     bool const isOwn = position > 0 && position <= size;
     bool const isStale = length && (isOwn ? *length != size - position : !VideoFields::standsAt(*file, *length));
-    bool const isNews = size != lastSize && (!length || editor.xmpEdit->isDirty());
+    bool const isNews = size != lastSize;
     uint32_t const grownBy = behindImage() - lastBehind;
     auto const before = std::pair(lastSize, lastBehind);
     lastSize = size;

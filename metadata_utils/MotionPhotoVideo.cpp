@@ -45,7 +45,8 @@ Place placeOf(QRTInfoImpl& trailer) {
     auto const data = trailer.getData(qrt::TYPE_MOTION_PHOTO_DATA, record->name);
     if (data.size() < VideoPointer::SIZE)
         return {};
-    return {__builtin_bswap32(data.get<uint32_t, uint32_t>(4)), __builtin_bswap32(data.get<uint32_t, uint32_t>(8))};
+    auto const pointer = VideoPointer::read(data);
+    return {pointer.position, pointer.length};
 }
 
 bool liesIn(Place const& place, uint32_t fileSize) {

@@ -15,7 +15,6 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
-constexpr char POINTER_TAG[] = "mpv2";
 
 } // namespace
 
@@ -27,7 +26,7 @@ void MotionPhotoEditImpl::addMPVDBox(std::shared_ptr<MediaFile> const& file, Vid
     uint32_t const position = qrtEdit->staging().plan().getGround().image;
     uint32_t const begin = video_box::write(file, position, video);
     impl->getTrailer()->adjustPosition(file->size());
-    replaceMPDataByMPVDBox(begin, video.size(), false);
+    replaceMPDataByMPVDBox(begin, video.size());
     promoteVersionRecord();
     qrtEdit->makeDirty();
 }
@@ -69,13 +68,10 @@ void MotionPhotoEditImpl::removePointedVideo(std::shared_ptr<MediaFile> const& f
     qrtEdit->makeDirty();
 }
 
-void MotionPhotoEditImpl::replaceMPDataByMPVDBox(uint32_t position, uint32_t length, bool isNew) {
+void MotionPhotoEditImpl::replaceMPDataByMPVDBox(uint32_t position, uint32_t length) {
     LOGI("replaceMPDataByMPVDBox");
-    auto const pointer = VideoPointer{POINTER_TAG, position, length}.encode();
-    if (isNew)
-        qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, pointer);
-    else
-        qrtEdit->staging().settle(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, pointer);
+    qrtEdit->staging().settle(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA,
+                              VideoPointer{VideoPointer::TAG, position, length}.encode());
 }
 
 /// The pointer of a photo whose version record reads "mpv1" would never be resolved.

@@ -19,7 +19,6 @@ using Source = MotionVideo::Source;
 
 /// Findings that new values in the XMP take away.
 constexpr char const* XMP_RULES[] = {"xmp-claim", "micro-video", "directory-video", "moment-number"};
-constexpr char POINTER_TAG[] = "mpv2";
 
 std::string range(MotionVideo const& video) {
     return std::to_string(video.size) + " bytes at " + std::to_string(video.position);
@@ -71,7 +70,7 @@ void Mender::setPointer() {
     auto const stored = trailer::storedData(*layout.videoRecord(), layout.tail->position);
     if (!VideoPointer::mayStandIn(qrt::TYPE_MOTION_PHOTO_DATA, stored.size))
         return;
-    auto const pointer = VideoPointer{POINTER_TAG, box.position, box.size}.encode();
+    auto const pointer = VideoPointer{VideoPointer::TAG, box.position, box.size}.encode();
     checked::seek(*file, stored.position);
     checked::write(*file, pointer);
     done.push_back("trailer's pointer set to the video box: " + range(box));

@@ -33,7 +33,6 @@ constexpr uint32_t BRAND_OFFSET = 8;
 constexpr uint32_t BRAND_SIZE = 4;
 constexpr uint32_t BOX_HEADER_SIZE = 8;
 constexpr uint32_t MAX_NOTE = 1024;
-constexpr char POINTER_TAG[] = "mpv2";
 
 std::string bigEndian(uint32_t value) {
     uint32_t const stored = __builtin_bswap32(value);
@@ -87,7 +86,7 @@ struct NewTrailer {
     /// The video's record in front of a movie that stands in the file already.
     ByteBuffer head() const {
         ByteBuffer bytes;
-        trailer::appendRecord(bytes, video);
+        trailer::appendRecord(bytes, video, video.data);
         return bytes;
     }
     /// All that stands behind the video's data.
@@ -95,7 +94,7 @@ struct NewTrailer {
         ByteBuffer bytes;
         std::vector<QRTDataInfo> records{trailer::withoutBytes(video)};
         if (hasNote) {
-            trailer::appendRecord(bytes, note);
+            trailer::appendRecord(bytes, note, note.data);
             records.push_back(trailer::withoutBytes(note));
         }
         return bytes.put(trailer::serializeTail(0, records));
@@ -219,7 +218,7 @@ void putTrailerIntoHEIC(std::shared_ptr<MediaFile> const& file, Change const& ch
     HEIFMetaWriter::closeLastBox(file);
     PhotoLayout const now(file); // room for the XMP may have moved the box
     uint32_t const position = now.videoBox->content();
-    planned.video.data = VideoPointer{POINTER_TAG, position, now.videoBox->end() - position}.encode();
+    planned.video.data = VideoPointer{VideoPointer::TAG, position, now.videoBox->end() - position}.encode();
     if (change.brand)
         writeAt(*file, position + BRAND_OFFSET, RECOGNISED_BRAND);
     writeAt(*file, now.fileSize,

@@ -2,14 +2,11 @@
 #include "QRTDataInfo.h"
 
 #include "ErrorAt.h"
-#include "Log.h"
 #include "TrailerLayout.h"
 
 namespace android::lumo {
 
 namespace {
-
-constexpr char LOG_TAG[] = "QRTInfo";
 
 std::string described(ByteBuffer const& bytes) {
     return bytes.empty() ? "empty" : "[data-size=" + std::to_string(bytes.size()) + "]";
@@ -39,8 +36,7 @@ ByteBuffer QRTDataInfo::toBuffer() const {
         throw ErrorAt(__LINE__, "metadata_utils/QRTInfoImpl")("no data: empty=%d, file=%p", data.empty() ? 1 : 0,
                                                               static_cast<void const*>(dataFile.get()));
     ByteBuffer bytes(trailer::headSize(*this) + data.size());
-    trailer::appendRecord(bytes, *this);
-    LOGI("toBuffer[%s]: %s", bytes.toString().c_str(), bytes.toHexString('0').c_str());
+    trailer::appendRecord(bytes, *this, data);
     return bytes;
 }
 

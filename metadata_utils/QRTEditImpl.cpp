@@ -195,9 +195,11 @@ ByteSource QRTEditImpl::dataOf(QRTInfoImpl const& view, QRTDataInfo const& recor
 }
 
 void QRTEditImpl::copy(QRTInfoImpl const& view, QRTDataInfo const& record) {
+    ByteSource const data = dataOf(view, record);
     LOGI("add qrt on key=%s, type=%d, data=%lu", record.name.c_str(), record.type,
-         static_cast<unsigned long>(record.dataPayload));
-    stage(record.type, record.name, dataOf(view, record), true);
+         static_cast<unsigned long>(data.size()));
+    LOGI("putData[%d]: %zu", COPIED, size_t{data.size()});
+    stage(record.type, record.name, data, true);
 }
 
 ByteBuffer QRTEditImpl::load(StagedRecord const& record) const {
@@ -210,24 +212,24 @@ QRTEdit& QRTEditImpl::putAll(std::shared_ptr<QRTInfo> const& from, std::filesyst
     bool const skipsExisting =
         (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
     auto const view = QRTInfoImpl::of(*from);
+    auto const isUnsupported = [this](QRTDataInfo const& record) {
+        return std::find(unsupportedKeys.begin(), unsupportedKeys.end(), record.name) != unsupportedKeys.end();
+    };
+    auto const isSkipped = [&](QRTDataInfo const& record) { return skipsExisting && containsKey(record.name, true); };
     std::set<std::pair<std::string, int>> wanted;
-    std::vector<QRTDataInfo const*> found; // in the view, which an editor of another file does not change
     for (auto const& record : view->getRecordList()) {
-        if (std::find(unsupportedKeys.begin(), unsupportedKeys.end(), record.name) != unsupportedKeys.end()) {
-            LOGI("skip unsupported qrt on key=%s, type=%d", record.name.c_str(), record.type);
-            continue;
-        }
-        if (skipsExisting && containsKey(record.name, true)) {
-            LOGI("skip for key=%s since it already exists!", record.name.c_str());
-            continue;
-        }
         // By both, because two records may share a name. Two that share both cannot be told apart here.
-        if (!wanted.emplace(record.name, record.type).second)
+        if (!isUnsupported(record) && !isSkipped(record) && !wanted.emplace(record.name, record.type).second)
             throw ErrorAt()("two records of type %d have the name %s", record.type, record.name.c_str());
-        found.push_back(&record);
     }
-    for (auto const* record : found)
-        copy(*view, *record);
+    for (auto const& record : view->getRecordList()) { // staging leaves every view's list alone
+        if (isUnsupported(record))
+            LOGI("skip unsupported qrt on key=%s, type=%d", record.name.c_str(), record.type);
+        else if (isSkipped(record))
+            LOGI("skip for key=%s since it already exists!", record.name.c_str());
+        else
+            copy(*view, record);
+    }
     return *this;
 }
 
@@ -323,11 +325,8 @@ void QRTEditImpl::commit() {
     }
     checked::requireEditable(*output().getFile());
     auto const planned = plan();
-    bool const isInOrder = order.option == Option::WRITE_IN_ORDER;
-    if (records.empty() || isInOrder || order.option == Option::WRITE_FAST) {
-        LOGI("%s E: qrtTailSize=%zu", isInOrder ? "writeInOrder" : "writeFast", size_t{planned.tailSize()});
+    if (records.empty() || order.option == Option::WRITE_IN_ORDER || order.option == Option::WRITE_FAST) {
         output().write(planned);
-        LOGI("%s X", isInOrder ? "writeInOrder" : "writeFast");
         if (!elsewhere)
             takeOver(planned);
     } else if (!elsewhere) {

@@ -65,12 +65,12 @@ QRTDataInfo StagedRecord::described() const {
     return info;
 }
 
-ByteBuffer StagedRecord::head() const {
+void StagedRecord::appendTo(ByteBuffer& bytes) const {
     QRTDataInfo info = described();
     info.subInfo = subInfo;
-    ByteBuffer bytes(headSize());
-    trailer::appendRecord(bytes, info);
-    return bytes;
+    static ByteBuffer const NOTHING;
+    auto const* memory = std::get_if<InMemory>(&source);
+    trailer::appendRecord(bytes, info, memory != nullptr ? *memory->data.getBuffer() : NOTHING);
 }
 
 // The list. -----------------------------------------------------------------------------------------------------------

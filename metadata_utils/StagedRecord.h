@@ -51,8 +51,8 @@ struct StagedRecord {
     void requireWritable(MediaFile const& output) const;
     /// The record without bytes of data or sub-info, as views show it; its place is the caller's to fill in.
     QRTDataInfo described() const;
-    /// All bytes in front of the data.
-    ByteBuffer head() const;
+    /// Appends all of a record in memory, of another what stands in front of its data.
+    void appendTo(ByteBuffer& bytes) const;
     /// The data of a record that is not in the file.
     ByteSource const& data() const;
 };

@@ -106,7 +106,7 @@ void TrailerFile::write(TrailerPlan const& planned) {
         throw;
     }
     standing = planned.newPlaces();
-    stored = std::make_shared<trailer::Stored const>(planned.stored());
+    stored = std::make_shared<trailer::Stored const>(writer.getStored());
     unfinished.reset();
 }
 

@@ -199,7 +199,8 @@ QRTDataInfo withoutBytes(QRTDataInfo const& record) {
 }
 
 /// The layout is QRTDataInfo's.
-void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record) {
+void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record, ByteBuffer const& data) {
+    uint32_t const start = bytes.size();
     LOGI("add header");
     bytes.put(record.getDataHeader());
     LOGI("add name size");
@@ -215,7 +216,9 @@ void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record) {
         bytes.put(record.subInfo);
     }
     LOGI("add data");
-    bytes.put(record.data);
+    bytes.put(data);
+    auto const own = [&] { return bytes.slice(start, bytes.size() - start); }; // copied only for a log that is read
+    LOGI("toBuffer[%s]: %s", own().toString().c_str(), own().toHexString('0').c_str());
 }
 
 ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records) {
@@ -223,7 +226,6 @@ ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& recor
     ByteBuffer bytes(size);
     bytes.put(std::string(START_MAGIC)).put(version).put(static_cast<uint32_t>(records.size()));
     for (auto const& record : records) {
-        LOGI("write item on %s", record.name.c_str());
         bytes.put(record.getDataHeader()).put(record.offsetFromTail).put(record.payload);
     }
     bytes.put(size - TAIL_END_SIZE).put(std::string(END_MAGIC));
@@ -275,7 +277,7 @@ uint32_t Stored::requireIn(MediaFile const& file, bool box) const {
             size_t{size});
     uint32_t const start = startOf(*tail);
     if (start <= (box ? BOX_HEADER_SIZE : 0))
-        throw ErrorAt()("invalid image size: %zu", size_t{0});
+        throw error()("invalid image size: %zu", size_t{0});
     if (box)
         requireOwnBox(file, start);
     return start;

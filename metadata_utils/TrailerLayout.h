@@ -90,8 +90,8 @@ uint32_t headSize(QRTDataInfo const& record);
 /// A copy without data, sub-info and data file.
 QRTDataInfo withoutBytes(QRTDataInfo const& record);
 
-/// Appends the record's bytes except a data file's content.
-void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record);
+/// Appends the record's head and the given data, which is empty for one whose data another file holds.
+void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record, ByteBuffer const& data);
 
 /// The tail's bytes, in the order of `records`, from their offsetFromTail and payload.
 ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records);

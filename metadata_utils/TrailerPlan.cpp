@@ -3,7 +3,6 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "Log.h"
 
 #include <algorithm>
 #include <limits>
@@ -13,7 +12,6 @@ namespace android::lumo {
 
 namespace {
 
-constexpr char LOG_TAG[] = "QRTEdit";
 constexpr uint64_t MAX_BUFFER_SIZE = std::numeric_limits<int32_t>::max();
 
 /// Moves of neighbours by the same distance become one.
@@ -82,14 +80,12 @@ void TrailerPlan::requireWithinLimits(std::vector<StagedRecord> const& records) 
 
 /// Back to back, the first farthest from the tail.
 void TrailerPlan::layOut(std::vector<StagedRecord> const& records) {
-    LOGI("updateAllQRTData E");
     std::vector<StagedRecord const*> wanted;
     for (auto const& record : records)
         wanted.push_back(&record);
     auto const toLast = [this](auto& list) {
         if (order.primaryType < 1)
             return;
-        LOGI("move primary type %d to last", order.primaryType);
         auto const found = std::find_if(list.begin(), list.end(),
                                         [this](auto const* record) { return record->type == order.primaryType; });
         if (found != list.end())
@@ -111,12 +107,10 @@ void TrailerPlan::layOut(std::vector<StagedRecord> const& records) {
         places.push_back(place);
         total += place.payload;
     }
-    LOGI("position=%zu", size_t{total});
     for (auto& place : places)
         place.offsetFromTail = total - place.start;
     for (auto const* record : wanted)
         directory.push_back(indexOf[record]);
-    LOGI("updateAllQRTData X");
 }
 
 void TrailerPlan::planMoves() {
@@ -154,6 +148,17 @@ void TrailerPlan::planMoves() {
 bool TrailerPlan::allStand() const {
     return moves.empty() &&
            std::all_of(places.begin(), places.end(), [](auto const& place) { return place.was.has_value(); });
+}
+
+TrailerPlan::Parts TrailerPlan::parts() const {
+    Parts found;
+    for (auto const& place : places) {
+        if (place.record->isFileBacked()) {
+            found.inFiles += place.payload;
+            ++found.fileCount;
+        }
+    }
+    return found;
 }
 
 std::vector<StagedRecord const*> TrailerPlan::inDirectoryOrder() const {

@@ -65,6 +65,12 @@ public:
     std::vector<Patch> const& getPatches() const { return patches; }
     uint32_t tailSize() const { return trailer::tailSize(places.size()); }
     uint32_t recordsSize() const { return total; }
+    /// What of it comes from data files.
+    struct Parts {
+        size_t inFiles = 0; ///< bytes
+        size_t fileCount = 0;
+    };
+    Parts parts() const;
     /// Records and tail; 0 when no record is left.
     uint32_t trailerSize() const { return places.empty() ? 0 : total + tailSize(); }
     /// The first record's file position.

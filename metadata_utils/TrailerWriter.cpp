@@ -19,27 +19,83 @@ constexpr char OPEN_BOX[] = {0, 0, 0, 0};
 
 } // namespace
 
+TrailerWriter::TrailerWriter(std::shared_ptr<MediaFile> const& output, TrailerPlan const& what)
+    : file(output), plan(what), stored(what.stored()), tail(trailer::serializeTail(stored.version, stored.records)) {}
+
 void TrailerWriter::write() {
-    if (isWritten())
-        return;
-    requireReadable(); // 1
-    checked::SpaceKeeper const space(file, plan.workSize());
-    checked::requireSpace(*file, plan.workSize()); // 1
-    openTrailer();                                 // 2, 3, 4
+    plan.getOrder().option == QRTEdit::Option::WRITE_FAST ? writeFast() : writeInOrder();
+}
+
+/// The records, then the tail.
+void TrailerWriter::writeInOrder() {
+    LOGI("writeInOrder E: qrtTailSize=%zu", size_t{plan.tailSize()});
+    logPrimary();
+    logLayout();
+    size_t written = 0;
+    if (!isWritten()) {
+        requireReadable();                                       // 1
+        checked::SpaceKeeper const space(file, plan.workSize()); // 1
+        makeRoom();
+        writeRecords(plan.onDisk().size());
+        for (auto const* record : plan.inDirectoryOrder())
+            LOGI("write item on %s", record->name.c_str());
+        seekTo(plan.start() + plan.recordsSize());
+        writeEnd(tail);
+        written = tail.size();
+    }
+    LOGI("writeInOrder X: qrt-tail-written-size=%ld", static_cast<long>(written));
+}
+
+/// The last records in memory go out with the tail.
+void TrailerWriter::writeFast() {
+    LOGI("writeFast E: qrtTailSize=%zu", size_t{plan.tailSize()});
+    logLayout();
+    auto const& places = plan.onDisk();
+    auto const parts = plan.parts();
+    LOGI("fileWriteSize=%zu[%zu], memoryWriteSize=%zu[%zu]", parts.inFiles, parts.fileCount,
+         size_t{plan.recordsSize()} - parts.inFiles, places.size() - parts.fileCount);
+    size_t written = 0;
+    if (!isWritten()) {
+        size_t first = places.size();
+        while (first > 0 && isPending(first - 1))
+            --first;
+        ByteBuffer bytes = pendingBytes(first, places.size(), tail.size());
+        LOGI("write start header E");
+        LOGI("write start header X: ver=%d, size=%zu", static_cast<int>(stored.version), places.size());
+        logPrimary();
+        bytes.put(tail);
+        LOGI("write tail header X: %zu", size_t{plan.getGround().image});
+        requireReadable();                                       // 1
+        checked::SpaceKeeper const space(file, plan.workSize()); // 1
+        makeRoom();
+        writeRecords(first);
+        seekTo(plan.start() + (first < places.size() ? places[first].start : plan.recordsSize()));
+        writeEnd(bytes);
+        written = bytes.size();
+    }
+    LOGI("writeFast X: qrt-tail-written-size=%ld", static_cast<long>(written));
+}
+
+/// What the file holds already comes to its place, and the rest can follow.
+void TrailerWriter::makeRoom() {
+    openTrailer(); // 2, 3, 4
     isMoving = !plan.getMoves().empty();
     for (auto const& each : plan.getMoves()) {
         move(each);
         isMoving = ++movesDone < plan.getMoves().size();
     }
-    writeRecords();
-    writeTail(); // 3, 4
+    if (plan.getGround().boxHeader == 0)
+        return;
+    if (file->size() > plan.finalSize())
+        checked::truncate(*file, plan.finalSize()); // 4
+    seekTo(plan.getGround().image);
+    checked::write(*file, trailer::serializeBoxHeader(plan.trailerSize()));
 }
 
 bool TrailerWriter::isWritten() const {
     if (!plan.getGround().hasTrailer || !plan.allStand() || plan.finalSize() != plan.getGround().fileSize)
         return false;
-    ByteBuffer const bytes = tail();
-    return checked::holds(*file, plan.start() + plan.recordsSize(), bytes.data(), bytes.size()) &&
+    return checked::holds(*file, plan.start() + plan.recordsSize(), tail.data(), tail.size()) &&
            std::all_of(plan.getPatches().begin(), plan.getPatches().end(), [this](auto const& patch) {
                return checked::holds(*file, patch.position, patch.bytes.data(), patch.bytes.size());
            });
@@ -60,7 +116,7 @@ void TrailerWriter::openTrailer() {
         HEIFMetaWriter::closeLastBox(file);
     isBegun = true;
     if (ground.boxHeader > 0 && ground.hasTrailer) {
-        checked::seek(*file, ground.image);
+        seekTo(ground.image);
         checked::write(*file, OPEN_BOX, sizeof(OPEN_BOX));
     }
     if (ground.hasTrailer)
@@ -75,71 +131,58 @@ void TrailerWriter::move(TrailerPlan::Move const& move) {
         uint32_t const n = std::min(BLOCK, move.size - done);
         uint32_t const at = goesLeft ? done : move.size - done - n;
         ByteBuffer const block = checked::readAt(*file, move.from + at, n);
-        checked::seek(*file, move.to + at);
+        seekTo(move.to + at);
         checked::write(*file, block);
         done += n;
     }
 }
 
-/// The batch's bytes that the file does not hold yet.
-ByteBuffer TrailerWriter::pendingBytes(size_t first, size_t end) const {
+void TrailerWriter::seekTo(uint32_t position) const {
+    if (file->position(position) != position)
+        throw ErrorAt(__LINE__, "metadata_utils/QRTEditImpl")
+            .as(Error::Code::READ_FAILED, *file)("Failed to set outputFile position to %zu", size_t{position});
+}
+
+/// It is in memory, and the file does not hold it yet.
+bool TrailerWriter::isPending(size_t index) const {
+    auto const& place = plan.onDisk()[index];
+    return !place.was && std::holds_alternative<StagedRecord::InMemory>(place.record->source);
+}
+
+/// Records in memory as one piece, with `room` behind them.
+ByteBuffer TrailerWriter::pendingBytes(size_t first, size_t end, uint32_t room) const {
     uint32_t size = 0;
     for (size_t i = first; i < end; ++i)
         size += plan.onDisk()[i].payload;
     LOGI("getQRTDataBuffer: memoryWriteSize=%zu", size_t{size});
-    bool const isLast = plan.getOrder().option == QRTEdit::Option::WRITE_FAST && end == plan.onDisk().size();
-    ByteBuffer bytes(size + (isLast ? plan.tailSize() : 0));
+    ByteBuffer bytes(size + room);
     for (size_t i = first; i < end; ++i) {
         auto const& record = *plan.onDisk()[i].record;
         LOGI("put %s[%zu] on %s", record.name.c_str(), static_cast<size_t>(record.size()), bytes.toString().c_str());
-        bytes.put(record.head()).put(*record.data().getBuffer());
+        record.appendTo(bytes);
         LOGI("acc: %s", bytes.toString().c_str());
     }
     return bytes;
 }
 
-void TrailerWriter::writeRecords() {
-    auto const& ground = plan.getGround();
-    if (ground.boxHeader > 0) {
-        if (file->size() > plan.finalSize())
-            checked::truncate(*file, plan.finalSize()); // 4
-        checked::seek(*file, ground.image);
-        checked::write(*file, trailer::serializeBoxHeader(plan.trailerSize()));
-    }
+/// Those in front of `end` that the file does not hold, each behind the last: neighbours in memory in one write.
+void TrailerWriter::writeRecords(size_t end) {
     auto const& places = plan.onDisk();
-    auto const isInMemory = [](auto const& place) {
-        return !place.was && std::holds_alternative<StagedRecord::InMemory>(place.record->source);
-    };
-    auto const seekTo = [this](uint32_t position) {
-        if (file->position(position) != position)
-            throw ErrorAt(__LINE__, "metadata_utils/QRTEditImpl")
-                .as(Error::Code::READ_FAILED, *file)("Failed to set outputFile position to %zu", size_t{position});
-    };
-    for (size_t i = 0; i < places.size();) {
-        auto const& place = places[i];
-        uint32_t const position = plan.start() + place.start;
-        if (place.was) {
-            ++i;
+    for (size_t i = 0; i < end;) {
+        size_t const first = i++;
+        if (places[first].was)
             continue;
-        }
-        seekTo(position);
-        if (!isInMemory(place)) {
-            checked::write(*file, place.record->head());
-            place.record->data().copyTo(file);
-            ++i;
-            continue;
-        }
-        size_t end = i;
-        while (end < places.size() && isInMemory(places[end]))
-            ++end;
-        ByteBuffer bytes = pendingBytes(i, end);
-        if (plan.getOrder().option == QRTEdit::Option::WRITE_FAST && end == places.size()) {
-            lastBatchStart = position;
-            lastBatch = std::move(bytes);
+        seekTo(plan.start() + places[first].start);
+        if (isPending(first)) {
+            while (i < end && isPending(i))
+                ++i;
+            checked::write(*file, pendingBytes(first, i, 0));
         } else {
-            checked::write(*file, bytes);
+            ByteBuffer head(places[first].record->headSize());
+            places[first].record->appendTo(head);
+            checked::write(*file, head);
+            places[first].record->data().copyTo(file);
         }
-        i = end;
     }
     for (auto const& patch : plan.getPatches()) {
         if (checked::holds(*file, patch.position, patch.bytes.data(), patch.bytes.size()))
@@ -149,21 +192,24 @@ void TrailerWriter::writeRecords() {
     }
 }
 
-ByteBuffer TrailerWriter::tail() const {
-    auto const stored = plan.stored();
-    return trailer::serializeTail(stored.version, stored.records);
-}
-
-void TrailerWriter::writeTail() {
-    ByteBuffer const bytes = tail();
-    bool const hasBatch = !lastBatch.empty();
-    checked::seek(*file, hasBatch ? lastBatchStart : plan.start() + plan.recordsSize());
-    if (hasBatch)
-        lastBatch.put(bytes);
-    checked::write(*file, hasBatch ? lastBatch : bytes);
-    LOGI("qrt-tail-written-size=%ld", static_cast<long>(hasBatch ? lastBatch.size() : bytes.size()));
+/// At the file's position; the tail stands last in it.
+void TrailerWriter::writeEnd(ByteBuffer const& bytes) {
+    checked::write(*file, bytes); // 3, 4
     if (file->size() != plan.finalSize())
         checked::truncate(*file, plan.finalSize());
+}
+
+// The log. ------------------------------------------------------------------------------------------------------------
+
+void TrailerWriter::logLayout() const {
+    LOGI("updateAllQRTData E");
+    LOGI("position=%zu", size_t{plan.recordsSize()});
+    LOGI("updateAllQRTData X");
+}
+
+void TrailerWriter::logPrimary() const {
+    if (plan.getOrder().primaryType >= 1)
+        LOGI("move primary type %d to last", plan.getOrder().primaryType);
 }
 
 } // namespace android::lumo

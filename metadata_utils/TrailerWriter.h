@@ -4,8 +4,8 @@
 #include "MediaFile.h"
 #include "TrailerPlan.h"
 
+#include <cstddef>
 #include <memory>
-#include <optional>
 
 namespace android::lumo {
 
@@ -19,9 +19,11 @@ namespace android::lumo {
 ///  5. What the file holds already is not written.
 class TrailerWriter {
 public:
-    TrailerWriter(std::shared_ptr<MediaFile> const& output, TrailerPlan const& what) : file(output), plan(what) {}
+    TrailerWriter(std::shared_ptr<MediaFile> const& output, TrailerPlan const& what);
 
     void write();
+    /// What the file holds once it is written.
+    trailer::Stored const& getStored() const { return stored; }
 
     /// Whether a byte may have changed.
     bool hasBegun() const { return isBegun; }
@@ -29,22 +31,29 @@ public:
     RecordPlaces whatStands() const { return plan.keptPlaces(movesDone, isMoving); }
 
 private:
+    void writeInOrder();
+    void writeFast();
+    void makeRoom();
+    void writeRecords(size_t end);
+    void writeEnd(ByteBuffer const& bytes);
+
     bool isWritten() const;
     void requireReadable() const;
     void openTrailer();
     void move(TrailerPlan::Move const& move);
-    void writeRecords();
-    void writeTail();
-    ByteBuffer pendingBytes(size_t first, size_t end) const;
-    ByteBuffer tail() const;
+    void seekTo(uint32_t position) const;
+    bool isPending(size_t index) const;
+    ByteBuffer pendingBytes(size_t first, size_t end, uint32_t room) const;
+    void logLayout() const;
+    void logPrimary() const;
 
     std::shared_ptr<MediaFile> file;
     TrailerPlan const& plan;
+    trailer::Stored const stored;
+    ByteBuffer const tail;
     bool isBegun = false;
     size_t movesDone = 0;
     bool isMoving = false;
-    ByteBuffer lastBatch; ///< in the fast order: goes out with the tail
-    uint32_t lastBatchStart = 0;
 };
 
 } // namespace android::lumo

@@ -24,15 +24,17 @@ uint32_t swapToBigEndian(uint32_t value) {
 
 } // namespace
 
+VideoPointer VideoPointer::read(ByteBuffer const& bytes) {
+    return {std::string(bytes.data(), bytes.data() + TAG_SIZE),
+            swapToBigEndian(bytes.get<uint32_t, uint32_t>(TAG_SIZE)),
+            swapToBigEndian(bytes.get<uint32_t, uint32_t>(LENGTH_OFFSET))};
+}
+
 std::optional<VideoPointer> VideoPointer::decode(ByteBuffer const& bytes) {
     if (bytes.size() < SIZE)
         return std::nullopt;
-    VideoPointer pointer{std::string(bytes.data(), bytes.data() + TAG_SIZE), 0, 0};
-    if (!pointer.tag.starts_with(TAG_START))
-        return std::nullopt;
-    pointer.position = swapToBigEndian(bytes.get<uint32_t, uint32_t>(TAG_SIZE));
-    pointer.length = swapToBigEndian(bytes.get<uint32_t, uint32_t>(LENGTH_OFFSET));
-    return pointer;
+    auto const pointer = read(bytes);
+    return pointer.tag.starts_with(TAG_START) ? std::optional(pointer) : std::nullopt;
 }
 
 ByteBuffer VideoPointer::encode() const {

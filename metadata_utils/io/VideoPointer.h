@@ -20,6 +20,7 @@ namespace android::lumo {
 ///
 /// Bytes behind it, which others may have written, are kept.
 struct VideoPointer {
+    static constexpr char TAG[] = "mpv2";
     static constexpr uint32_t SIZE = 12;
     static constexpr uint32_t MAX_RECORD_SIZE = 125000; ///< a larger record is the video itself
 
@@ -32,6 +33,8 @@ struct VideoPointer {
     uint32_t position = 0;
     uint32_t length = 0;
 
+    /// What the first 12 of `bytes` say, whatever their tag.
+    static VideoPointer read(ByteBuffer const& bytes);
     /// Nothing unless `bytes` begins with 12 bytes whose tag starts "mpv".
     static std::optional<VideoPointer> decode(ByteBuffer const& bytes);
     ByteBuffer encode() const;
