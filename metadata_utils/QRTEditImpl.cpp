@@ -35,7 +35,7 @@ QRTEditImpl::QRTEditImpl(std::shared_ptr<QRTInfoImpl> const& view) : info(view) 
 
 void QRTEditImpl::takeViewsRecords() {
     source = TrailerFile(source.getFile() != nullptr ? source.getFile() : info->getFile(), info->getStored());
-    std::vector<StagedRecord> all;
+    StagedRecords::List all;
     for (auto const& record : info->getRecordList())
         all.push_back(stagedForm(*info, record));
     records.assign(std::move(all));
@@ -86,15 +86,15 @@ QRTEdit& QRTEditImpl::setPrimaryType(int type) {
 }
 
 QRTEdit& QRTEditImpl::putData(int type, ByteBuffer const& data) {
-    return put(records.findFirst([=](auto const& record) { return record.type == type; }), data);
+    return put(records.find(type), data);
 }
 
 QRTEdit& QRTEditImpl::putData(int type, ByteBuffer&& data) {
-    return put(records.findFirst([=](auto const& record) { return record.type == type; }), std::move(data));
+    return put(records.find(type), std::move(data));
 }
 
 QRTEdit& QRTEditImpl::putData(std::string const& name, ByteBuffer&& data) {
-    return put(records.findFirst([&](auto const& record) { return record.name == name; }), std::move(data));
+    return put(records.find(name), std::move(data));
 }
 
 QRTEdit& QRTEditImpl::putData(std::string const&, ByteBuffer const&) {
@@ -239,17 +239,17 @@ QRTEdit& QRTEditImpl::removeData(int type) {
 }
 
 QRTEdit& QRTEditImpl::removeData(std::string const& name) {
-    records.removeFirst([&](auto const& record) { return record.name == name; });
+    records.remove(records.find(name));
     return *this;
 }
 
 QRTEdit& QRTEditImpl::removeData(int type, std::string const& name) {
-    records.removeFirst([&](auto const& record) { return record.type == type && record.name == name; });
+    records.remove(records.find(type, name));
     return *this;
 }
 
 void QRTEditImpl::takeUpFound(std::function<bool(StagedRecord const&)> const& dropped) {
-    std::vector<StagedRecord> const staged = records.all();
+    StagedRecords::List const staged = records.all();
     takeViewsRecords();
     records.removeAll([&](auto const& found) {
         return dropped(found) || std::any_of(staged.begin(), staged.end(), [&](auto const& other) {
@@ -266,7 +266,7 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other) {
     order = other.order;
     isCutWhenEmpty = other.isCutWhenEmpty;
     std::map<StagedRecord::Identity, StagedRecord> mine;
-    std::vector<StagedRecord> all;
+    StagedRecords::List all;
     for (auto const& record : records.all()) {
         mine.emplace(record.identity, record);
         if (hasAdopted && !adopted.contains(record.identity))
@@ -348,10 +348,10 @@ TrailerPlan QRTEditImpl::plan(TrailerFile const& from, MediaFile const& into) {
                                                      size_t{ground.image});
         info->adjustPosition(ground.fileSize);
     }
-    TrailerPlan planned(records.all(), order, ground);
+    TrailerPlan planned(records.all(), from.places(), order, ground);
     for (auto const& record : records.all())
         record.requireWritable(into);
-    from.requireKept(records.all(), ground);
+    from.requireKept(records.all());
     from.followPointer(planned);
     if (!ownerKeepsFields && &from == &source) // a copy was asked about before it was made
         VideoFields::requireKept(source.getFile(), planned);
@@ -360,7 +360,7 @@ TrailerPlan QRTEditImpl::plan(TrailerFile const& from, MediaFile const& into) {
 
 /// In the editor's own file every record now stands; its bytes are no longer kept in memory.
 void QRTEditImpl::takeOver(TrailerPlan const& planned) {
-    std::vector<StagedRecord> all;
+    StagedRecords::List all;
     for (auto const* entry : planned.inDirectoryOrder()) {
         auto record = StagedRecord(*entry);
         record.source = StagedRecord::InFile();

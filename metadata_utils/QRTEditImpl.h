@@ -78,7 +78,7 @@ public:
 
     // For the motion-photo editor. ------------------------------------------------------------------------------------
 
-    std::vector<StagedRecord> const& getStaged() const { return records.all(); }
+    StagedRecords::List const& getStaged() const { return records.all(); }
     /// The file that commits write.
     std::shared_ptr<MediaFile> const& getOutput() const { return output().getFile(); }
     /// A commit was cut short, and the next one will write over what it left.

@@ -19,10 +19,6 @@ constexpr char LOG_TAG[] = "QRTInfo";
 /// Tell the queries apart in the log.
 enum CallSite : int { BY_RECORD, BY_TYPE, BY_NAME, BY_TYPE_AND_NAME, ALL_OF_TYPE };
 
-std::pair<uint32_t, uint32_t> placeOf(QRTDataInfo const* record) {
-    return record != nullptr ? std::pair(record->dataPosition, record->dataPayload) : std::pair(0U, 0U);
-}
-
 } // namespace
 
 QRTInfo::~QRTInfo() = default;
@@ -59,7 +55,7 @@ void QRTInfoImpl::load() {
     checked::seek(*file, 0);
     auto const tail = trailer::readTail(*file);
     if (!tail) {
-        records.clear();
+        show({});
         imageSize = fileSize;
         stored = std::make_shared<trailer::Stored>();
         return;
@@ -83,7 +79,7 @@ void QRTInfoImpl::load() {
     for (auto const& listener : listeners)
         listener(file, found);
 
-    records = std::move(found);
+    show(std::move(found));
     imageSize = image;
     stored = now;
     LOGI("load X");
@@ -134,30 +130,29 @@ std::list<std::pair<std::string, int>> QRTInfoImpl::getKeysWithType() const {
 }
 
 bool QRTInfoImpl::containsKey(std::string const& name, bool ignoreCase) const {
-    if (!ignoreCase)
-        return findFirst(named(name)) != nullptr;
-    // A name may be as long as the file: it is lowered only where it can match.
-    return findFirst([key = lowered(name)](auto const& record) {
-               return record.name.size() == key.size() && lowered(record.name) == key;
-           }) != nullptr;
+    return (ignoreCase ? index.namedInAnyCase(records, name) : index.named(records, name)).count > 0;
 }
 
 ByteBuffer QRTInfoImpl::getData(int type) {
     LOGI("getData[%d]", BY_TYPE);
-    auto* record = findSingle(ofType(type));
-    return record != nullptr ? getData(*record) : ByteBuffer();
+    return getSingle(index.ofType(records, type));
 }
 
 ByteBuffer QRTInfoImpl::getData(std::string const& name) {
     LOGI("getData[%d]", BY_NAME);
-    auto* record = findSingle(named(name));
-    return record != nullptr ? getData(*record) : ByteBuffer();
+    return getSingle(index.named(records, name));
 }
 
 ByteBuffer QRTInfoImpl::getData(int type, std::string const& name) {
     LOGI("getData[%d]: type=%d, name=%s", BY_TYPE_AND_NAME, type, name.c_str());
-    auto const record = std::find_if(records.begin(), records.end(), matching(type, name));
-    return record != records.end() ? getData(*record) : ByteBuffer();
+    auto const found = index.matching(records, type, name);
+    return found.count > 0 ? getData(records[found.first]) : ByteBuffer();
+}
+
+ByteBuffer QRTInfoImpl::getSingle(RecordIndex::Found found) {
+    if (found.count > 1)
+        throw ErrorAt()("%s", "");
+    return found.count > 0 ? getData(records[found.first]) : ByteBuffer();
 }
 
 std::list<ByteBuffer> QRTInfoImpl::getAllData(int type) {
@@ -170,16 +165,22 @@ std::list<ByteBuffer> QRTInfoImpl::getAllData(int type) {
     return all;
 }
 
+std::pair<uint32_t, uint32_t> QRTInfoImpl::placeOf(RecordIndex::Found found) const {
+    if (found.count == 0)
+        return {0, 0};
+    return {records[found.first].dataPosition, records[found.first].dataPayload};
+}
+
 std::pair<uint32_t, uint32_t> QRTInfoImpl::getDataPositionLength(int type) const {
-    return placeOf(findFirst(ofType(type)));
+    return placeOf(index.ofType(records, type));
 }
 
 std::pair<uint32_t, uint32_t> QRTInfoImpl::getDataPositionLength(std::string const& name) const {
-    return placeOf(findFirst(named(name)));
+    return placeOf(index.named(records, name));
 }
 
 std::pair<uint32_t, uint32_t> QRTInfoImpl::getDataPositionLength(int type, std::string const& name) const {
-    return placeOf(findFirst(matching(type, name)));
+    return placeOf(index.matching(records, type, name));
 }
 
 int QRTInfoImpl::getTypeFromHeader(int header) {
@@ -188,20 +189,6 @@ int QRTInfoImpl::getTypeFromHeader(int header) {
 
 bool QRTInfoImpl::hasSubInfoOnHeader(int header) {
     return trailer::subInfoOfHeader(static_cast<uint32_t>(header));
-}
-
-QRTDataInfo* QRTInfoImpl::findSingle(std::function<bool(QRTDataInfo const&)> const& matches) {
-    auto const first = std::find_if(records.begin(), records.end(), matches);
-    if (first == records.end())
-        return nullptr;
-    if (std::find_if(first + 1, records.end(), matches) != records.end())
-        throw ErrorAt()("%s", "");
-    return &*first;
-}
-
-QRTDataInfo const* QRTInfoImpl::findFirst(std::function<bool(QRTDataInfo const&)> const& matches) const {
-    auto const first = std::find_if(records.begin(), records.end(), matches);
-    return first != records.end() ? &*first : nullptr;
 }
 
 // Into other files. ---------------------------------------------------------------------------------------------------
@@ -258,21 +245,32 @@ void QRTInfoImpl::adjustPosition(uint32_t fileSize) {
 void QRTInfoImpl::takeOver(std::shared_ptr<trailer::Stored const> written, uint32_t image) {
     stored = std::move(written);
     imageSize = image;
-    records = stored->records;
+    auto now = stored->records;
     uint32_t const tail = getTailPosition();
-    for (auto& record : records) {
+    for (auto& record : now) {
         record.dataPosition = trailer::storedData(record, tail).position;
         record.subInfoPosition = record.hasSubInfo ? trailer::storedSubInfo(record, tail).position : 0;
     }
+    show(now);
     try {
-        auto seen = records;
+        auto seen = std::move(now);
         for (auto const& listener : listeners)
             listener(file, seen);
-        records = std::move(seen);
+        show(std::move(seen));
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
         LOGE("fail to look at the new records: %s", e.what());
     }
+}
+
+void QRTInfoImpl::show(std::vector<QRTDataInfo> shown) {
+    index.forget();
+    records = std::move(shown);
+}
+
+void QRTInfoImpl::append(QRTDataInfo record) {
+    index.forget(); // the others may move
+    records.push_back(std::move(record));
 }
 
 } // namespace android::lumo

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "QRTInfo.h"
+#include "RecordIndex.h"
 #include "TrailerLayout.h"
 
 #include <functional>
@@ -52,7 +53,7 @@ public:
     std::list<std::string> getKeys() const override;
     std::list<std::pair<std::string, int>> getKeysWithType() const override;
     bool containsKey(std::string const& name, bool ignoreCase) const override;
-    bool containsType(int type) const override { return findFirst(ofType(type)) != nullptr; }
+    bool containsType(int type) const override { return index.ofType(records, type).count > 0; }
     ByteBuffer getData(int type) override;
     ByteBuffer getData(std::string const& name) override;
     ByteBuffer getData(int type, std::string const& name) override;
@@ -89,23 +90,24 @@ public:
     /// What the file held when it was last read or written through this view.
     std::shared_ptr<trailer::Stored const> const& getStored() const { return stored; }
     /// Shows one more record, one that only an editor has yet. A data file's bytes begin at dataPosition.
-    void append(QRTDataInfo record) { records.push_back(std::move(record)); }
+    void append(QRTDataInfo record);
     /// For the trailer editor, after it has written: what the file now holds behind `image` bytes. What a callback
     /// throws passes through when all is taken over; damage it finds is only logged.
     void takeOver(std::shared_ptr<trailer::Stored const> written, uint32_t image);
     /// For an editor whose option wrote nothing.
-    void show(std::vector<QRTDataInfo> staged) { records = std::move(staged); }
+    void show(std::vector<QRTDataInfo> staged);
     /// 8 when the trailer stands, or would stand, in a HEIC's 'qrtd' box, else 0.
     uint32_t boxHeaderSize() const;
 
 private:
-    QRTDataInfo* findSingle(std::function<bool(QRTDataInfo const&)> const& matches);
-    QRTDataInfo const* findFirst(std::function<bool(QRTDataInfo const&)> const& matches) const;
+    ByteBuffer getSingle(RecordIndex::Found found);
+    std::pair<uint32_t, uint32_t> placeOf(RecordIndex::Found found) const;
 
     std::shared_ptr<MediaFile> file;
     uint32_t imageSize = 0;
     std::shared_ptr<trailer::Stored const> stored = std::make_shared<trailer::Stored>();
     std::vector<QRTDataInfo> records;
+    mutable RecordIndex index;
     std::list<Listener> listeners;
 };
 

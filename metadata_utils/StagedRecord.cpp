@@ -5,6 +5,8 @@
 #include "ErrorAt.h"
 #include "TrailerLayout.h"
 
+#include <algorithm>
+
 namespace android::lumo {
 
 StagedRecord StagedRecord::inFile(QRTDataInfo const& stored) {
@@ -75,30 +77,17 @@ void StagedRecord::appendTo(ByteBuffer& bytes) const {
 
 // The list. -----------------------------------------------------------------------------------------------------------
 
-void StagedRecords::index() {
-    firsts.clear();
-    for (size_t i = 0; i < records.size(); ++i)
-        firsts.emplace(std::pair(records[i].type, records[i].name), i);
-    isIndexed = true;
-}
-
-StagedRecord* StagedRecords::find(int32_t type, std::string const& name) {
-    if (!isIndexed)
-        index();
-    auto const found = firsts.find({type, name});
-    return found != firsts.end() ? &records[found->second] : nullptr;
-}
-
-StagedRecord& StagedRecords::append(StagedRecord record) {
-    if (isIndexed)
-        firsts.emplace(std::pair(record.type, record.name), records.size());
-    records.push_back(std::move(record));
-    return records.back();
-}
-
-void StagedRecords::assign(std::vector<StagedRecord> all) {
+void StagedRecords::assign(List all) {
+    index.forget();
     records = std::move(all);
-    isIndexed = false;
+}
+
+void StagedRecords::remove(StagedRecord const* found) {
+    auto const place = std::find_if(records.begin(), records.end(), [=](auto const& each) { return &each == found; });
+    if (place == records.end())
+        return;
+    index.forget();
+    records.erase(place);
 }
 
 } // namespace android::lumo

@@ -3,15 +3,15 @@
 
 #include "ByteSource.h"
 #include "QRTDataInfo.h"
+#include "RecordIndex.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <map>
+#include <deque>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <variant>
-#include <vector>
 
 namespace android::lumo {
 
@@ -58,42 +58,38 @@ struct StagedRecord {
 };
 
 /// Where staged records stand in a file already: bytes from the trailer's first byte to the record's.
-using RecordPlaces = std::map<StagedRecord::Identity, uint32_t>;
+using RecordPlaces = std::unordered_map<StagedRecord::Identity, uint32_t>;
 
 /// An editor's records in their order, found by type and name without a walk over all of them.
 class StagedRecords {
 public:
-    std::vector<StagedRecord> const& all() const { return records; }
+    using List = std::deque<StagedRecord>; ///< one that is appended leaves the others where they are
+
+    StagedRecords() = default;
+    StagedRecords(StagedRecords const&) = delete;
+    StagedRecords& operator=(StagedRecords const&) = delete;
+
+    List const& all() const { return records; }
     bool empty() const { return records.empty(); }
     /// The first that matches, null without one.
-    StagedRecord* find(int32_t type, std::string const& name);
-    StagedRecord& append(StagedRecord record);
-    void assign(std::vector<StagedRecord> all);
-    /// Removes every record, or only the first, that matches.
+    StagedRecord* find(int32_t type) { return at(index.ofType(records, type)); }
+    StagedRecord* find(std::string const& name) { return at(index.named(records, name)); }
+    StagedRecord* find(int32_t type, std::string const& name) { return at(index.matching(records, type, name)); }
+    void append(StagedRecord record) { records.push_back(std::move(record)); }
+    void assign(List all);
+    /// Removes one that find() has found.
+    void remove(StagedRecord const* found);
     template<class Matches>
     void removeAll(Matches const& matches) {
         if (std::erase_if(records, matches) > 0)
-            isIndexed = false;
-    }
-    template<class Matches>
-    void removeFirst(Matches const& matches) {
-        auto const found = std::find_if(records.begin(), records.end(), matches);
-        if (found != records.end())
-            records.erase(found);
-        isIndexed = false;
-    }
-    template<class Matches>
-    StagedRecord* findFirst(Matches const& matches) {
-        auto const found = std::find_if(records.begin(), records.end(), matches);
-        return found != records.end() ? &*found : nullptr;
+            index.forget();
     }
 
 private:
-    void index();
+    StagedRecord* at(RecordIndex::Found found) { return found.count > 0 ? &records[found.first] : nullptr; }
 
-    std::vector<StagedRecord> records;
-    std::map<std::pair<int32_t, std::string>, size_t> firsts; ///< by type and name
-    bool isIndexed = false;
+    List records;
+    RecordIndex index;
 };
 
 } // namespace android::lumo

@@ -6,10 +6,13 @@
 
 namespace android::lumo {
 
-/// The text with the ASCII letters 'A' to 'Z' lowered, whatever the locale.
+/// The ASCII letters 'A' to 'Z' lowered, whatever the locale.
+constexpr char lowered(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 inline std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    std::transform(text.begin(), text.end(), text.begin(), [](char c) { return lowered(c); });
     return text;
 }
 

@@ -25,7 +25,6 @@ TrailerPlan::Ground TrailerFile::survey(uint32_t boxHeader) const {
     ground.boxHeader = boxHeader;
     ground.fileSize = file->size();
     ground.version = stored->version;
-    ground.places = standing;
     if (unfinished && endsUnfinished(boxHeader > 0)) {
         if (ground.fileSize <= *unfinished)
             throw ErrorAt().as(Error::Code::CHANGED)("the file has changed since it was read: %zu bytes are left",
@@ -79,18 +78,24 @@ void TrailerFile::followPointer(TrailerPlan& planned) const {
     planned.patch(*place, pointer->encode());
 }
 
-void TrailerFile::requireKept(std::vector<StagedRecord> const& records, TrailerPlan::Ground const& ground) const {
+void TrailerFile::requireKept(StagedRecords::List const& records) const {
     for (auto const& record : records) {
-        if (record.isInFile() && !ground.places.contains(record.identity))
-            throw ErrorAt().as(Error::Code::CHANGED)("record %s no longer stands in the file's trailer",
-                                                     record.name.c_str());
+        if (record.isInFile())
+            static_cast<void>(placeOf(record));
     }
+}
+
+uint32_t TrailerFile::placeOf(StagedRecord const& record) const {
+    auto const found = standing.find(record.identity);
+    if (found == standing.end())
+        throw ErrorAt().as(Error::Code::CHANGED)("record %s no longer stands in the file's trailer",
+                                                 record.name.c_str());
+    return found->second;
 }
 
 ByteBuffer TrailerFile::read(StagedRecord const& record, uint32_t boxHeader, uint32_t offset, uint32_t n) const {
     auto const ground = survey(boxHeader);
-    requireKept({record}, ground);
-    return checked::readAt(*file, ground.image + boxHeader + ground.places.at(record.identity) + offset, n);
+    return checked::readAt(*file, ground.image + boxHeader + placeOf(record) + offset, n);
 }
 
 void TrailerFile::write(TrailerPlan const& planned) {

@@ -38,7 +38,7 @@ public:
     /// stands between them would go, and throws.
     void followPointer(TrailerPlan& planned) const;
     /// Throws when a record is to stay whose bytes are no longer there.
-    void requireKept(std::vector<StagedRecord> const& records, TrailerPlan::Ground const& ground) const;
+    void requireKept(StagedRecords::List const& records) const;
     /// `n` bytes of a record that stands here, `offset` behind its first.
     ByteBuffer read(StagedRecord const& record, uint32_t boxHeader, uint32_t offset, uint32_t n) const;
 
@@ -48,6 +48,7 @@ public:
 
 private:
     bool endsUnfinished(bool box) const;
+    uint32_t placeOf(StagedRecord const& record) const;
 
     std::shared_ptr<MediaFile> file;
     std::shared_ptr<trailer::Stored const> stored;

@@ -27,10 +27,16 @@ void appendMove(std::vector<TrailerPlan::Move>& moves, TrailerPlan::Move const& 
 /// that share no bytes. The largest are asked first, so that what is out of order is small.
 std::vector<size_t> inOrder(std::vector<TrailerPlan::Place> const& places) {
     std::vector<size_t> bySize;
+    bool areInOrder = true;
     for (size_t i = 0; i < places.size(); ++i) {
-        if (places[i].was)
-            bySize.push_back(i);
+        if (!places[i].was)
+            continue;
+        areInOrder = areInOrder &&
+                     (bySize.empty() || *places[bySize.back()].was + places[bySize.back()].payload <= *places[i].was);
+        bySize.push_back(i);
     }
+    if (areInOrder)
+        return bySize;
     auto const stands = [&](size_t i) { return *places[i].was == places[i].start; };
     std::stable_sort(bySize.begin(), bySize.end(), [&](size_t a, size_t b) {
         return std::pair(stands(a), places[a].payload) > std::pair(stands(b), places[b].payload);
@@ -55,14 +61,15 @@ std::vector<size_t> inOrder(std::vector<TrailerPlan::Place> const& places) {
 
 } // namespace
 
-TrailerPlan::TrailerPlan(std::vector<StagedRecord> const& records, Order const& wanted, Ground const& file)
+TrailerPlan::TrailerPlan(StagedRecords::List const& records, RecordPlaces const& standing, Order const& wanted,
+                         Ground const& file)
     : order(wanted), ground(file) {
     requireWithinLimits(records);
-    layOut(records);
+    layOut(records, standing);
     planMoves();
 }
 
-void TrailerPlan::requireWithinLimits(std::vector<StagedRecord> const& records) const {
+void TrailerPlan::requireWithinLimits(StagedRecords::List const& records) const {
     if (records.size() > trailer::MAX_RECORDS)
         throw ErrorAt().as(Error::Code::TOO_BIG)("record count %zu is above %zu", records.size(),
                                                  size_t{trailer::MAX_RECORDS});
@@ -79,38 +86,37 @@ void TrailerPlan::requireWithinLimits(std::vector<StagedRecord> const& records) 
 }
 
 /// Back to back, the first farthest from the tail.
-void TrailerPlan::layOut(std::vector<StagedRecord> const& records) {
-    std::vector<StagedRecord const*> wanted;
-    for (auto const& record : records)
-        wanted.push_back(&record);
-    auto const toLast = [this](auto& list) {
-        if (order.primaryType < 1)
-            return;
-        auto const found = std::find_if(list.begin(), list.end(),
-                                        [this](auto const* record) { return record->type == order.primaryType; });
-        if (found != list.end())
-            std::rotate(found, found + 1, list.end());
-    };
+void TrailerPlan::layOut(StagedRecords::List const& records, RecordPlaces const& standing) {
+    std::vector<size_t> wanted(records.size()); ///< indices of `records`, in directory order
+    std::iota(wanted.begin(), wanted.end(), size_t{0});
     auto disk = wanted;
-    toLast(wanted);
+    if (order.primaryType >= 1) {
+        auto const found =
+            std::find_if(wanted.begin(), wanted.end(), [&](size_t i) { return records[i].type == order.primaryType; });
+        if (found != wanted.end())
+            std::rotate(found, found + 1, wanted.end());
+    }
     if (order.option == QRTEdit::Option::WRITE_FAST)
-        std::stable_partition(disk.begin(), disk.end(), [](auto const* record) { return record->isFileBacked(); });
+        std::stable_partition(disk.begin(), disk.end(), [&](size_t i) { return records[i].isFileBacked(); });
     else
         disk = wanted;
 
-    std::map<StagedRecord const*, size_t> indexOf;
-    for (auto const* record : disk) {
-        Place place{record, 0, static_cast<uint32_t>(record->size()), std::nullopt, total};
-        if (auto const found = ground.places.find(record->identity); found != ground.places.end())
+    std::vector<size_t> placeOf(records.size());
+    places.reserve(records.size());
+    for (size_t const i : disk) {
+        auto const& record = records[i];
+        Place place{&record, 0, static_cast<uint32_t>(record.size()), std::nullopt, total};
+        if (auto const found = standing.find(record.identity); found != standing.end())
             place.was = found->second;
-        indexOf[record] = places.size();
+        placeOf[i] = places.size();
         places.push_back(place);
         total += place.payload;
     }
     for (auto& place : places)
         place.offsetFromTail = total - place.start;
-    for (auto const* record : wanted)
-        directory.push_back(indexOf[record]);
+    directory.reserve(records.size());
+    for (size_t const i : wanted)
+        directory.push_back(placeOf[i]);
 }
 
 void TrailerPlan::planMoves() {

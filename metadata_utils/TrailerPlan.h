@@ -26,8 +26,7 @@ public:
         uint32_t boxHeader = 0;
         uint32_t fileSize = 0;
         uint32_t version = 0;
-        bool hasTrailer = false;  ///< a whole one
-        RecordPlaces places = {}; ///< of the records that stand there
+        bool hasTrailer = false; ///< a whole one
     };
     struct Order {
         QRTEdit::Option option = QRTEdit::Option::WRITE_IN_ORDER;
@@ -53,8 +52,10 @@ public:
         ByteBuffer bytes;
     };
 
-    /// Refuses what no trailer can hold. The records must outlive the plan.
-    TrailerPlan(std::vector<StagedRecord> const& records, Order const& order, Ground const& ground);
+    /// Refuses what no trailer can hold. `standing` are the places of those the file holds already; the records must
+    /// outlive the plan.
+    TrailerPlan(StagedRecords::List const& records, RecordPlaces const& standing, Order const& order,
+                Ground const& ground);
 
     Ground const& getGround() const { return ground; }
     Order const& getOrder() const { return order; }
@@ -103,9 +104,9 @@ public:
     void patch(Place const& place, ByteBuffer bytes);
 
 private:
-    void layOut(std::vector<StagedRecord> const& records);
+    void layOut(StagedRecords::List const& records, RecordPlaces const& standing);
     void planMoves();
-    void requireWithinLimits(std::vector<StagedRecord> const& records) const;
+    void requireWithinLimits(StagedRecords::List const& records) const;
 
     Order order;
     Ground ground;
