@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-# The platform's log as Debian packages it (android-liblog-dev): headers below <prefix>/include/android, the library in
-# <prefix>/lib/<architecture>/android, which no linker or loader searches on its own. Also finds it in a sysroot given by
-# CMAKE_SYSROOT or CMAKE_FIND_ROOT_PATH.
+# The platform's log, on Android or as Debian packages it (android-liblog-dev): headers below <prefix>/include/android, the
+# library in <prefix>/lib/<architecture>/android, which no linker or loader searches on its own. Also finds it in a sysroot
+# given by CMAKE_SYSROOT or CMAKE_FIND_ROOT_PATH.
 #
 # Defines AndroidLibs_FOUND, AndroidLibs_RUNTIME_DIR (where the loader finds the libraries) and the target
 #   Android::log    __android_log_print and its family
@@ -40,6 +40,10 @@ if(AndroidLibs_FOUND AND NOT TARGET Android::log)
     # rpath-link: the library may need further ones of the same folder, which the linker wants to see.
     set_target_properties(Android::log PROPERTIES
         IMPORTED_LOCATION "${AndroidLibs_LOG_LIBRARY}"
-        INTERFACE_INCLUDE_DIRECTORIES "${AndroidLibs_INCLUDE_DIR}"
-        INTERFACE_LINK_OPTIONS "LINKER:-rpath,${AndroidLibs_RUNTIME_DIR};LINKER:-rpath-link,${_android_link_dir}")
+        INTERFACE_INCLUDE_DIRECTORIES "${AndroidLibs_INCLUDE_DIR}")
+    # On Android itself the library stands where every loader looks.
+    if(AndroidLibs_RUNTIME_DIR MATCHES "/android$")
+        set_target_properties(Android::log PROPERTIES
+            INTERFACE_LINK_OPTIONS "LINKER:-rpath,${AndroidLibs_RUNTIME_DIR};LINKER:-rpath-link,${_android_link_dir}")
+    endif()
 endif()

@@ -9,13 +9,19 @@ set(_generated ${PROJECT_BINARY_DIR}/install)
 
 # Everything a program needs besides the system's libraries, in one archive.
 add_library(metadata_utils_archive STATIC
-    $<TARGET_OBJECTS:metadata_utils_objects> $<TARGET_OBJECTS:boxes> $<TARGET_OBJECTS:hbox>
-    $<TARGET_OBJECTS:media_extractor> $<TARGET_OBJECTS:xmp_core>)
+    $<TARGET_OBJECTS:metadata_utils_objects> $<TARGET_OBJECTS:boxes> $<TARGET_OBJECTS:xmp_core>)
+foreach(part hbox media_extractor)
+    get_target_property(_type ${part} TYPE)
+    get_target_property(_libraries ${part} INTERFACE_LINK_LIBRARIES)
+    if(_type STREQUAL "STATIC_LIBRARY") # on a device it is the platform's own
+        target_sources(metadata_utils_archive PRIVATE $<TARGET_OBJECTS:${part}>)
+    endif()
+    list(FILTER _libraries INCLUDE REGEX "^/") # the platform's, none of ours
+    target_link_libraries(metadata_utils_archive INTERFACE ${_libraries})
+endforeach()
 set_target_properties(metadata_utils_archive PROPERTIES OUTPUT_NAME metadata_utils EXPORT_NAME metadata_utils_static)
 target_include_directories(metadata_utils_archive INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(metadata_utils_archive INTERFACE EXPAT::EXPAT Android::log)
-add_library(metadata_utils::metadata_utils ALIAS metadata_utils)
-add_library(metadata_utils::metadata_utils_static ALIAS metadata_utils_static)
 
 install(TARGETS metadata_utils metadata_utils_archive EXPORT metadata_utils
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
@@ -49,7 +55,11 @@ install(FILES ${_generated}/metadata_utilsConfig.cmake ${_generated}/metadata_ut
     cmake/FindAndroidLibs.cmake DESTINATION ${_package})
 install(EXPORT metadata_utils NAMESPACE metadata_utils:: DESTINATION ${_package} FILE metadata_utilsTargets.cmake)
 
-configure_file(cmake/metadata_utils.pc.in ${_generated}/metadata_utils.pc @ONLY)
+# The prefix is known for sure when something is installed: it may be given there.
+set(prefix @prefix@)
+configure_file(cmake/metadata_utils.pc.in ${_generated}/metadata_utils.pc.in @ONLY)
+install(CODE "set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
+configure_file(\"${_generated}/metadata_utils.pc.in\" \"${_generated}/metadata_utils.pc\" @ONLY)")
 install(FILES ${_generated}/metadata_utils.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(FILES LICENSE NOTICE README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
