@@ -17,23 +17,33 @@ namespace android::lumo {
 /// fields. A moved-from buffer is empty (size 0, capacity 0). Not synchronised.
 class METADATA_UTILS_EXPORT ByteBuffer {
 public:
+    /// Empty, without storage.
     ByteBuffer() noexcept = default;
     /// An empty buffer with room for `capacity` bytes; 0 reserves nothing.
     explicit ByteBuffer(uint32_t capacity);
+    /// A copy has storage of its own.
     ByteBuffer(ByteBuffer const& other) = default;
+    /// Takes the storage over.
     ByteBuffer(ByteBuffer&& other) noexcept;
+    /// The bytes of a vector, copied.
     explicit ByteBuffer(std::vector<uint8_t> const& bytes);
+    /// The bytes of a vector, taken over.
     explicit ByteBuffer(std::vector<uint8_t>&& bytes) noexcept;
+    /// As the copy.
     ByteBuffer& operator=(ByteBuffer const& other) = default;
+    /// Gives its own storage back, then takes over that of `other`.
     ByteBuffer& operator=(ByteBuffer&& other) noexcept;
     ~ByteBuffer() = default;
 
+    /// The first byte; valid until the buffer grows, is assigned to or goes.
     uint8_t const* data() const noexcept { return bytes.data(); }
+    /// The same, for writing below size().
     uint8_t* data() noexcept { return bytes.data(); }
     /// Bytes in use.
     uint32_t size() const noexcept { return static_cast<uint32_t>(bytes.size()); }
     /// Bytes allocated; never less than size().
     uint32_t capacity() const noexcept { return static_cast<uint32_t>(bytes.capacity()); }
+    /// Whether size() is 0.
     bool empty() const noexcept { return bytes.empty(); }
 
     /// Size becomes 0, the storage stays.
@@ -43,7 +53,9 @@ public:
     /// bytes; beyond that std::length_error is thrown and the buffer is unchanged. The move form also empties its
     /// source.
     ByteBuffer& put(std::string const& text);
+    /// The same with the bytes of a buffer, which may be this one.
     ByteBuffer& put(ByteBuffer const& other);
+    /// The same, and empties `other`.
     ByteBuffer& put(ByteBuffer&& other);
     /// Appends the value's bytes in the machine's order. Instantiated for int32_t and uint32_t.
     template<class T>

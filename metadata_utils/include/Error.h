@@ -15,6 +15,7 @@ namespace android::lumo {
 /// (std::bad_weak_ptr, std::bad_function_call, std::length_error), and XMPError, which is an Error as well.
 class METADATA_UTILS_EXPORT Error : public std::runtime_error {
 public:
+    /// Whose fault it is; the numbers are those of the C interface (metadata_utils.h).
     enum class Code : int32_t {
         REFUSED = 1,     ///< the request does not fit this file or this object: a wrong argument, nothing to do it with
         READ_FAILED = 2, ///< the system refused a read; nothing is known about the bytes there
@@ -27,9 +28,11 @@ public:
         CHANGED = 9,      ///< the file is no longer the one that was read
     };
 
+    /// `text` with "[source:line] " in front, `path` as path() answers it.
     Error(Code code, std::string const& text, std::string const& path = {});
     ~Error() override;
 
+    /// What callers decide by; texts may change.
     Code code() const { return reason; }
     /// The file whose read or write failed, as it was opened ("unknown" for a descriptor); empty where no one file is
     /// to blame.

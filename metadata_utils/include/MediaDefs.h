@@ -20,6 +20,7 @@ enum class ParseMode : int32_t {
 /// The library's shared vocabulary: file types, kinds of metadata blocks, motion-photo formats, and their texts.
 class METADATA_UTILS_EXPORT MediaDefs {
 public:
+    /// What a file, or a track in it, is; mimeString() has the texts.
     enum class MimeType : int32_t {
         NONE = 0,
         IMAGE_JPEG = 1,

@@ -35,7 +35,9 @@ public:
     /// asked.
     static bool isFdsDup(int a, int b);
 
+    /// Whether it holds a descriptor; always, once made.
     bool isValid() const { return fd > 0; }
+    /// The descriptor, which stays this object's: it must not be closed, and goes with it.
     int getFd() const { return fd; }
     /// The path it was opened with, "unknown" for a descriptor.
     std::string const& getPath() const { return path; }
@@ -47,6 +49,7 @@ public:
     /// Seeks from the file's start and returns where it came to, 0 on error: callers compare it with what they asked
     /// for.
     uint32_t position(uint32_t offset) const;
+    /// Where the file stands, in bytes from its start; 0 as well when the system does not tell, or past 4 GiB.
     uint32_t position() const;
     /// The file's size in bytes, 0 when it does not fit in 32 bits; the position is kept.
     uint32_t size() const;
@@ -70,6 +73,7 @@ public:
 
     // Writing at the current position, advancing it. One write call and its result; nothing is retried. -------------
 
+    /// The bytes of a text, without a terminator. The number written, or -1 with errno set.
     ssize_t write(std::string const& bytes);
     /// `count` copies of an integer in the machine's order. Instantiated for uint8_t, uint16_t and int32_t.
     template<class T>
@@ -81,6 +85,7 @@ public:
 
     /// True when the next bytes equal `expected`; a short read never matches.
     bool matched(std::string const& expected) const;
+    /// The same with four bytes.
     bool matched(std::array<unsigned char, 4> const& expected) const;
     /// Compares the 8 bytes behind the 4-byte size of the box at the current position (type and major brand of a
     /// leading 'ftyp', ISO/IEC 14496-12) with each candidate in turn.
@@ -88,10 +93,16 @@ public:
     static bool isBoxHeaderTypeOf(std::shared_ptr<MediaFile> const& file, Candidates const&... candidates) {
         return isBoxHeaderTypeOf(file, std::vector<std::string>{candidates...});
     }
+    /// The same with the candidates in a list.
     static bool isBoxHeaderTypeOf(std::shared_ptr<MediaFile> const& file, std::vector<std::string> const& candidates);
+    /// Whether FF D8, a start of image, stands at the position (ISO/IEC 10918-1 B.1.1); throws where the file ends
+    /// before that.
     static bool isJPEG(std::shared_ptr<MediaFile> const& file);
+    /// Whether a box 'ftyp' of a HEIC's major brand stands at the position (ISO/IEC 23008-12).
     static bool isHEIC(std::shared_ptr<MediaFile> const& file);
+    /// The same for the brand "mp42"; movies of other brands are known to MotionClip and MotionVideo.
     static bool isMP4Video(std::shared_ptr<MediaFile> const& file);
+    /// The same for QuickTime's brand "qt  ".
     static bool isMOVVideo(std::shared_ptr<MediaFile> const& file);
     /// Runs `test` at `offset`; a standard exception of the seek or the test is logged and answers false.
     bool checkFileType(std::function<bool()> const& test, long offset) const;
@@ -103,9 +114,10 @@ public:
 
     /// Where a move reads and writes its chunks. Must not outlive the call that built it.
     struct ShiftStrategy {
-        std::function<uint32_t()> initialReadPosition;
-        std::function<uint32_t(uint32_t readPosition)> toWritePosition;
-        std::function<uint32_t(uint32_t writePosition)> toNextReadPosition;
+        std::function<uint32_t()> initialReadPosition;                  ///< of the first chunk
+        std::function<uint32_t(uint32_t readPosition)> toWritePosition; ///< where a chunk goes
+        std::function<uint32_t(uint32_t writePosition)>
+            toNextReadPosition; ///< of the chunk behind one that was written
     };
 
     /// Moves every byte from the current position to the file's end as the strategy directs. A `bufferSize` of 0

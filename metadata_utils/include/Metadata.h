@@ -20,11 +20,11 @@ struct METADATA_UTILS_EXPORT Metadata {
     /// Reads (file offset, byte count); fewer bytes come back where the file ends. Keeps its file alive.
     using Loader = std::function<std::vector<char>(uint32_t position, uint32_t count)>;
 
-    MediaDefs::MetaType type = MediaDefs::MetaType::NONE;
-    uint32_t position = 0; ///< file offset of the payload's first byte
-    uint32_t payload = 0;  ///< bytes of the payload
-    uint32_t offset = 0;   ///< bytes of the payload that are the container's identifier
-    Loader loader;
+    MediaDefs::MetaType type = MediaDefs::MetaType::NONE; ///< what the block is
+    uint32_t position = 0;                                ///< file offset of the payload's first byte
+    uint32_t payload = 0;                                 ///< bytes of the payload
+    uint32_t offset = 0;                                  ///< bytes of the payload that are the container's identifier
+    Loader loader;                                        ///< reads from the block's file; empty in an empty record
 
     /// "type=%s, position=%zu, payload=%zu, offset=%zu"; an unknown type throws "unknown meta type: %d".
     std::string toString() const;

@@ -12,6 +12,7 @@
 
 namespace android::lumo {
 
+/// What may be done to a clip that does not fit as it is.
 struct ClipOptions {
     /// Refuses a clip whose first brand the motion-photo views do not recognise, instead of changing it in the copy.
     bool keepBrand = false;

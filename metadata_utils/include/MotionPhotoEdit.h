@@ -19,13 +19,16 @@ public:
     virtual MotionPhotoEdit& setPhotoPresentationTimestampUs(long timestampUs) = 0;
     /// A trailer record; type 2608 on a HEIC is a video and goes into its 'mpvd' box.
     virtual MotionPhotoEdit& addQRTData(int type, std::string const& key, ByteBuffer const& data) = 0;
+    /// The same with a file's whole content as the data, read at commit.
     virtual MotionPhotoEdit& addQRTData(int type, std::string const& key, std::shared_ptr<MediaFile> const& file) = 0;
     /// Appends all records of another trailer behind those here; duplicates are kept.
     virtual MotionPhotoEdit& addQRTInfo(std::shared_ptr<QRTInfo> const& info) = 0;
+    /// Takes over properties and directory items of another view; what is here already is overwritten.
     virtual MotionPhotoEdit& addXMPInfo(std::shared_ptr<XMPInfo> const& info) = 0;
     /// The video of the motion photo, replacing one that is there. The file is read at commit and must not change until
     /// then. In a JPEG a video of 125,000 bytes or fewer would be read back as a pointer; it is staged with a warning.
     virtual MotionPhotoEdit& addVideo(std::shared_ptr<MediaFile> const& video) = 0;
+    /// The same with a video in memory, which the editor keeps.
     virtual MotionPhotoEdit& addVideo(std::shared_ptr<ByteBuffer> const& video) = 0;
     /// Takes over another motion photo's records, XMP and video. With skip_existing what is here already stays. Two
     /// records that share type and name throw: only one of them could be put.
@@ -38,6 +41,7 @@ public:
     /// The trailer and XMP editors of this editor: what is staged there is committed with it. Valid as long as the
     /// editor.
     virtual QRTEdit& getQRTEdit() = 0;
+    /// As getQRTEdit().
     virtual XMPEdit& getXMPEdit() = 0;
     /// Writes in place: XMP first, then the HEIC video box, then the trailer, then the XMP fields that depend on the
     /// result. What can be foreseen is refused before the first byte moves. A write that fails later throws; nothing is
@@ -52,6 +56,7 @@ public:
     void setOutputSource(std::shared_ptr<MediaFile> const& still) { outputSource = still; }
 
 protected:
+    /// What setOutputSource() was given; null without one.
     std::shared_ptr<MediaFile> outputSource;
 };
 

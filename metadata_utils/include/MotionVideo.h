@@ -35,26 +35,30 @@ namespace android::lumo {
 /// GiB and more is refused; damage inside the file is an answer. Nothing is written; the file's position moves, so one
 /// thread at a time. The answer is a plain value and describes the file as it was.
 struct METADATA_UTILS_EXPORT MotionVideo {
+    /// What says where the video is: the claims above in their order, or scan().
     enum class Source : int32_t { NONE = 0, TRAILER = 1, BOX = 2, DIRECTORY = 3, MICRO_VIDEO = 4, SCAN = 5 };
+    /// Whether a movie was found.
     enum class Status : int32_t {
         NONE = 0,    ///< nothing speaks of a video
         SOUND = 1,   ///< a whole movie stands at `position`
         DAMAGED = 2, ///< something speaks of a video that is not there or not whole: see `reason`
     };
 
-    Source source = Source::NONE;
-    Status status = Status::NONE;
-    uint32_t position = 0; ///< of the video's first byte; 0 where a damaged claim lies outside the file
-    uint32_t size = 0;     ///< bytes of the video, without padding or anything behind it
+    Source source = Source::NONE; ///< NONE where nothing claims a video
+    Status status = Status::NONE; ///< SOUND is the only one under which there are bytes to take
+    uint32_t position = 0;        ///< of the video's first byte; 0 where a damaged claim lies outside the file
+    uint32_t size = 0;            ///< bytes of the video, without padding or anything behind it
     /// The still's moment in the video in microseconds, from the XMP; nothing where it names none.
     std::optional<int64_t> momentUs;
     std::string brand;  ///< major brand of the movie ("mp42", "qt  "); empty where none begins
     std::string reason; ///< of a damaged claim, without "[source:line] "
 
+    /// Whether position and size name a whole movie.
     bool isSound() const { return status == Status::SOUND; }
     /// video/quicktime for the brand "qt  ", else video/mp4; none without a movie.
     MediaDefs::MimeType mimeType() const;
 
+    /// What the photo's claims come to.
     static MotionVideo locate(std::shared_ptr<MediaFile> const& photo);
     /// The first movie behind the picture that nothing claims, or which only a damaged claim names: behind the end of
     /// image of a JPEG, among or behind the top-level boxes of a HEIC, in front of the trailer's records. Reads

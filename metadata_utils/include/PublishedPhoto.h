@@ -41,9 +41,10 @@ namespace android::lumo::published {
 METADATA_UTILS_EXPORT MotionVideo removeVideo(std::shared_ptr<MediaFile> const& photo,
                                               std::shared_ptr<MediaFile> const& output = nullptr);
 
+/// How a clip goes into a still.
 struct AddOptions {
     std::optional<int64_t> momentUs; ///< of the still in the clip; without it the clip's duration
-    ClipOptions clip;
+    ClipOptions clip;                ///< what may be changed of it on its way
 };
 
 /// Puts a clip into a still or in the place of the video there is, in the form with a trailer. Returns how the clip was
@@ -57,6 +58,7 @@ METADATA_UTILS_EXPORT MotionClip addVideo(std::shared_ptr<MediaFile> const& phot
 METADATA_UTILS_EXPORT void setMoment(std::shared_ptr<MediaFile> const& photo, int64_t momentUs,
                                      std::shared_ptr<MediaFile> const& output = nullptr);
 
+/// What a conversion did.
 struct Conversion {
     bool isChanged = false;           ///< false: it had this form already
     std::string brand;                ///< the movie's major brand before; empty where it is as it was

@@ -31,18 +31,23 @@ public:
     /// Throws std::runtime_error on a damaged trailer or a file of 4 GiB and more.
     static std::shared_ptr<QRTInfo> parse(std::shared_ptr<MediaFile> const& file);
 
+    /// The format's number in the tail; 0 as well without a trailer.
     virtual int getVersion() const = 0;
+    /// The number of records.
     virtual int getDataCount() const = 0;
     /// Bytes of records and tail, without the HEIC box header; 0 without a trailer.
     virtual int getSize() const = 0;
     /// Record names in directory order.
     virtual std::list<std::string> getKeys() const = 0;
+    /// (name, type) of each record, in directory order.
     virtual std::list<std::pair<std::string, int>> getKeysWithType() const = 0;
     /// With `ignoreCase` the letters 'A' to 'Z' of both sides are lowered first.
     virtual bool containsKey(std::string const& name, bool ignoreCase) const = 0;
+    /// Whether there is a record of the type.
     virtual bool containsType(int type) const = 0;
     /// The data of the one record that matches, loaded now and kept; empty when none does. Two or more matches throw.
     virtual ByteBuffer getData(int type) = 0;
+    /// The same by name.
     virtual ByteBuffer getData(std::string const& name) = 0;
     /// The data of the first record that matches both.
     virtual ByteBuffer getData(int type, std::string const& name) = 0;
@@ -52,7 +57,9 @@ public:
     virtual int getPrimaryType() const = 0;
     /// (file position, bytes) of the first match's data; (0, 0) when none matches.
     virtual std::pair<uint32_t, uint32_t> getDataPositionLength(int type) const = 0;
+    /// The same by name.
     virtual std::pair<uint32_t, uint32_t> getDataPositionLength(std::string const& name) const = 0;
+    /// The same by both.
     virtual std::pair<uint32_t, uint32_t> getDataPositionLength(int type, std::string const& name) const = 0;
     /// Copies this trailer's records into another file and commits it there. With skip_existing, records whose name the
     /// target has (in any letter case) stay as they are. On failure see QRTEdit::commit.

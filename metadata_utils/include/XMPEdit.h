@@ -22,15 +22,19 @@ public:
     /// Takes over another view's properties and items. With skip_existing what is here already (in any letter case)
     /// stays; otherwise it is overwritten.
     virtual XMPEdit& putAll(std::shared_ptr<XMPInfo> const& source, std::filesystem::copy_options options) = 0;
+    /// Takes a property out with all below it; an absent one is left alone.
     virtual XMPEdit& removeProperty(std::string const& schemaNS, std::string const& name) = 0;
     /// An unknown item is left alone by the three below.
     virtual XMPEdit& removeItemField(std::string const& itemName, std::string const& fieldName) = 0;
+    /// Takes the item out of the directory; the places of others stay as XMPInfo::getItemNameAt says.
     virtual XMPEdit& removeItem(std::string const& itemName) = 0;
     /// Every item, then every property of the four registered namespaces; a property of another namespace makes it
     /// throw XMPError.
     virtual XMPEdit& removeAll() = 0;
+    /// Sets a field of an item that is there.
     virtual XMPEdit& replaceItemField(std::string const& itemName, std::string const& fieldName,
                                       std::string const& value) = 0;
+    /// Whether something was changed that no commit has written.
     virtual bool isDirty() const = 0;
     /// Writes the packet into the file in place, moving what stands behind it when the room is too small; see
     /// ImageMetaWriter::writeXMP for the states a failure may leave. A failure leaves the editor dirty and everything

@@ -17,8 +17,10 @@ namespace android::lumo {
 /// its number and message. The library throws no other XMP_Error.
 class METADATA_UTILS_EXPORT XMPError : public Error, public XMP_Error {
 public:
+    /// The library's text, and what the toolkit threw.
     XMPError(std::string const& text, XMP_Error const& reported);
     ~XMPError() override;
+    /// Errors are copied where they are thrown.
     XMPError(XMPError const&) = default;
     XMPError& operator=(XMPError const&) = delete;
 };

@@ -33,9 +33,11 @@ public:
 
     /// Neither properties nor directory items.
     virtual bool isEmpty() const = 0;
+    /// The opposite.
     virtual bool isNotEmpty() const = 0;
     /// Whether getPropertyNames() holds the name; with `ignoreCase` ASCII letters are compared lowered.
     virtual bool containsProperty(std::string const& name, bool ignoreCase) const = 0;
+    /// The same for getItemNames().
     virtual bool containsItem(std::string const& name, bool ignoreCase) const = 0;
     /// Whether the field is there and not empty.
     virtual bool containsItemField(std::string const& itemName, std::string const& fieldName) const = 0;
@@ -58,6 +60,7 @@ public:
     virtual std::vector<uint8_t> serializeToBuffer() const = 0;
     /// Puts everything of this view into another file's XMP and commits it there; see XMPEdit::putAll and commit.
     virtual void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options options) = 0;
+    /// A new editor over this view's packet, which it keeps.
     virtual std::unique_ptr<XMPEdit> edit() = 0;
 
     /// (namespace URI, property path) of what getPropertyNames() lists.
@@ -73,9 +76,13 @@ public:
 /// Namespaces of the published motion-photo and gain-map formats.
 namespace xmp_ns {
 
+/// "GCamera": that there is a video, and the still's moment in it (Motion Photo format 1.0)
 inline constexpr char CAMERA[] = "http://ns.google.com/photos/1.0/camera/";
+/// "Container": the directory (Dynamic Depth format 1.0)
 inline constexpr char CONTAINER[] = "http://ns.google.com/photos/1.0/container/";
+/// "Item": the fields of its items
 inline constexpr char ITEM[] = "http://ns.google.com/photos/1.0/container/item/";
+/// "hdrgm": how a gain map is applied (ISO 21496-1 and its forerunners)
 inline constexpr char HDR_GAIN_MAP[] = "http://ns.adobe.com/hdr-gain-map/1.0/";
 
 } // namespace xmp_ns

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-/* Entry points of the library as a whole, and its interface for other languages. */
+/* @file
+ * Entry points of the library as a whole, and its interface for other languages. */
 #pragma once
 
 #include "Export.h"
@@ -31,10 +32,12 @@ extern "C" {
  * until the next call on the same handle. Positions, sizes: bytes from the file's start. Nothing is written before
  * mu_commit*. */
 
+/* A file of a still or a clip, and what is staged for it. From mu_open* to mu_close. */
 typedef struct mu_photo mu_photo;
 
+/* What functions answer. The numbers stay. */
 enum {
-    MU_OK = 0,
+    MU_OK = 0,           /* done */
     MU_REFUSED = 1,      /* a wrong argument, or nothing to do it with */
     MU_READ_FAILED = 2,  /* the system refused a read */
     MU_WRITE_FAILED = 3, /* the system refused a write, or took less than all of it */
@@ -44,89 +47,112 @@ enum {
     MU_TOO_BIG = 7,      /* past 32 bits, or past a limit that keeps memory and time bounded */
     MU_XMP = 8,          /* the packet, or what was asked of it, is no XMP */
     MU_CHANGED = 9,      /* the file is no longer the one that was read */
-    MU_NO_MEMORY = 10,
-    MU_INTERNAL = 11
+    MU_NO_MEMORY = 10,   /* an allocation failed */
+    MU_INTERNAL = 11     /* none of the above: a fault of this library */
 };
 
 /* The text of the last error on this thread, without end of line; "" when there was none. */
 METADATA_UTILS_EXPORT char const* mu_last_error(void);
+/* Its code, one of those above; MU_OK when there was none. A call that succeeds leaves both as they are. */
 METADATA_UTILS_EXPORT int mu_last_error_code(void);
 /* "1.0.0". */
 METADATA_UTILS_EXPORT char const* mu_version(void);
 
-/* Where the library's log lines go from now on, for the whole process: level 3 (detail) to 6 (failed calls), the class
- * that speaks, the line. May be called from any thread that uses the library. NULL: nowhere, which is also the state
- * after the first mu_open of a process that never called this. */
+/* A line of the log: level 3 (detail) to 6 (failed calls), the class that speaks, the line without its end, and what
+ * mu_set_log was given. Called from any thread that uses the library. */
 typedef void (*mu_log_function)(int level, char const* tag, char const* line, void* user);
+/* Where the library's log lines go from now on, for the whole process. NULL: nowhere, which is also the state after the
+ * first mu_open of a process that never called this. */
 METADATA_UTILS_EXPORT void mu_set_log(mu_log_function log, void* user);
 
-/* Opening. A descriptor is duplicated, bytes are copied into a file in memory; a photo of theirs is writable when the
- * descriptor is, or always. The photo is looked at when something is asked of it, again after each commit. */
+/* Opens a file that exists: a still, or a clip for mu_stage_video. Its type is looked at now (MU_UNSUPPORTED for
+ * others), the rest when something is asked of it, again after each commit. `*photo` is NULL after a failure. */
 METADATA_UTILS_EXPORT int mu_open_path(char const* path, int writable, mu_photo** photo);
+/* The same by a descriptor, which is duplicated: the caller keeps its own, and both share one position. A commit in
+ * place needs one that is open for reading and writing. */
 METADATA_UTILS_EXPORT int mu_open_descriptor(int fd, mu_photo** photo);
+/* The same with a copy of bytes, in a file in memory; always writable. */
 METADATA_UTILS_EXPORT int mu_open_memory(void const* bytes, size_t size, mu_photo** photo);
+/* Gives the handle back with all strings it handed out; what was staged and not committed is gone. NULL is no error. */
 METADATA_UTILS_EXPORT void mu_close(mu_photo* photo);
 
 /* The video. --------------------------------------------------------------------------------------------------------*/
 
+/* What says where the video is; MotionVideo.h explains each. */
 enum {
-    MU_SOURCE_NONE = 0,
-    MU_SOURCE_TRAILER,
-    MU_SOURCE_BOX,
-    MU_SOURCE_DIRECTORY,
-    MU_SOURCE_MICRO_VIDEO,
-    MU_SOURCE_SCAN
+    MU_SOURCE_NONE = 0,        /* nothing */
+    MU_SOURCE_TRAILER = 1,     /* a record of this library's trailer */
+    MU_SOURCE_BOX = 2,         /* a HEIC's box 'mpvd' */
+    MU_SOURCE_DIRECTORY = 3,   /* the published directory in the XMP */
+    MU_SOURCE_MICRO_VIDEO = 4, /* the older offset in the XMP */
+    MU_SOURCE_SCAN = 5         /* mu_scan_video */
 };
-enum { MU_STATUS_NONE = 0, MU_STATUS_SOUND = 1, MU_STATUS_DAMAGED = 2 };
+/* Whether a video is there. */
+enum {
+    MU_STATUS_NONE = 0,   /* nothing speaks of one */
+    MU_STATUS_SOUND = 1,  /* a whole movie */
+    MU_STATUS_DAMAGED = 2 /* something speaks of one that is not there, or not whole */
+};
 
+/* Where a photo's video is. */
 typedef struct mu_video {
-    int32_t source; /* what says where it is */
-    int32_t status;
-    uint32_t position;
-    uint32_t size;
+    int32_t source;        /* MU_SOURCE_* */
+    int32_t status;        /* MU_STATUS_* */
+    uint32_t position;     /* its first byte */
+    uint32_t size;         /* its bytes */
     int64_t moment_us;     /* of the still in the video; -1 where nothing names it */
     char const* mime_type; /* "video/mp4", "video/quicktime"; "none" without a movie */
     char const* reason;    /* of MU_STATUS_DAMAGED, else "" */
 } mu_video;
 
+/* Asks what the photo claims, and whether a movie is there. A photo without one is MU_OK too: see the status. */
 METADATA_UTILS_EXPORT int mu_locate_video(mu_photo* photo, mu_video* video);
 /* Looks for a movie behind the picture that nothing claims. Reads all that stands there. */
 METADATA_UTILS_EXPORT int mu_scan_video(mu_photo* photo, mu_video* video);
-/* Copies the video, as stored, to the descriptor's position or to a path, which must exist and is cut first. A photo
- * without a sound video gives MU_REFUSED. */
+/* Copies the video, as stored, to the descriptor's position. A photo without a sound video gives MU_REFUSED. After a
+ * failure part of it may have been written. */
 METADATA_UTILS_EXPORT int mu_copy_video_to_descriptor(mu_photo* photo, int fd);
+/* The same to a path, which must exist and is cut first. */
 METADATA_UTILS_EXPORT int mu_copy_video_to_path(mu_photo* photo, char const* path);
 
 /* What the photo says. ----------------------------------------------------------------------------------------------*/
 
+/* A simple property or an array's item. */
 typedef struct mu_property {
     char const* schema; /* namespace URI */
     char const* path;   /* prefixed: "GCamera:MotionPhoto", "dc:creator[1]" */
-    char const* value;
+    char const* value;  /* text as stored, without markup */
 } mu_property;
 
 /* The directory's item by its place: 0 to count - 1. */
 typedef struct mu_item {
-    char const* semantic;
-    char const* mime_type;
-    char const* length; /* as stored; "" when absent, as the next */
-    char const* padding;
+    char const* semantic;  /* "Primary", "MotionPhoto", "GainMap" */
+    char const* mime_type; /* as stored; "" when absent, as the next two */
+    char const* length;    /* bytes of the item; of the primary one only some writers give it */
+    char const* padding;   /* bytes between this item and the next */
 } mu_item;
 
+/* A record of the trailer: docs/trailer-format.md. */
 typedef struct mu_record {
-    int32_t type;
-    char const* name;
+    int32_t type;      /* 0 to 65535 */
+    char const* name;  /* up to its first NUL */
     uint32_t position; /* of the data */
-    uint32_t size;
+    uint32_t size;     /* of the data */
 } mu_record;
 
+/* How many there are; indices go from 0 to count - 1, and another one is MU_REFUSED. */
 METADATA_UTILS_EXPORT int mu_count_properties(mu_photo* photo, size_t* count);
+/* In the packet's order, without the directory. */
 METADATA_UTILS_EXPORT int mu_get_property_at(mu_photo* photo, size_t index, mu_property* property);
-/* "" for an absent one. */
+/* By namespace URI and prefixed path; "" for an absent one. */
 METADATA_UTILS_EXPORT int mu_get_property(mu_photo* photo, char const* schema, char const* path, char const** value);
+/* As mu_count_properties, for the directory. */
 METADATA_UTILS_EXPORT int mu_count_items(mu_photo* photo, size_t* count);
+/* In the directory's order. */
 METADATA_UTILS_EXPORT int mu_get_item_at(mu_photo* photo, size_t index, mu_item* item);
+/* As mu_count_properties, for the trailer. */
 METADATA_UTILS_EXPORT int mu_count_records(mu_photo* photo, size_t* count);
+/* In the order of the trailer's directory. */
 METADATA_UTILS_EXPORT int mu_get_record_at(mu_photo* photo, size_t index, mu_record* record);
 /* The first `capacity` bytes of a record's data, which holds `size`. */
 METADATA_UTILS_EXPORT int mu_read_record(mu_photo* photo, size_t index, void* bytes, size_t capacity, size_t* size);
@@ -136,24 +162,32 @@ METADATA_UTILS_EXPORT int mu_read_record(mu_photo* photo, size_t index, void* by
 /* A clip in place of the video there is; `moment_us` -1 for the clip's end. The clip is read at the commit and may be
  * closed before. */
 METADATA_UTILS_EXPORT int mu_stage_video(mu_photo* photo, mu_photo* clip, int64_t moment_us);
+/* The video with everything that speaks of it; MU_REFUSED at the commit when nothing does. */
 METADATA_UTILS_EXPORT int mu_stage_removal(mu_photo* photo);
+/* The still's moment in the video, 0 or more. */
 METADATA_UTILS_EXPORT int mu_stage_moment(mu_photo* photo, int64_t moment_us);
-/* A NULL value removes the property. */
+/* By namespace URI and prefixed path. A NULL value removes the property. */
 METADATA_UTILS_EXPORT int mu_stage_property(mu_photo* photo, char const* schema, char const* path, char const* value);
+/* Bytes are copied now. A record of that type and name is replaced. `size` is 1 or more. */
 METADATA_UTILS_EXPORT int mu_stage_record(mu_photo* photo, int32_t type, char const* name, void const* bytes,
                                           size_t size);
-/* To the form with a trailer, or to the published form that ends with its video; the latter is refused while records
- * other than the video's exist, unless they may be dropped. */
+/* To the form with a trailer; keeps everything. */
 METADATA_UTILS_EXPORT int mu_stage_to_trailer(mu_photo* photo);
+/* To the published form that ends with its video; refused while records other than the video's exist, unless they may
+ * be dropped. */
 METADATA_UTILS_EXPORT int mu_stage_to_published(mu_photo* photo, int drop_records);
 
-/* In place; into a file that exists (its content is replaced); into a descriptor; into memory, to be freed by mu_free.
- * A commit elsewhere never touches the photo, and what was staged stays staged; one in place spends it. A commit in
- * place that failed may have written what was staged first. */
+/* Carries out what is staged, in place, and spends it: an edit that was written is not staged any more. A failure
+ * leaves the rest staged; what the file then holds is told in docs/failure-states.md. */
 METADATA_UTILS_EXPORT int mu_commit(mu_photo* photo);
+/* Into another file, which exists and whose content is replaced. The photo is only read, and what is staged stays. A
+ * failure leaves a file that is no whole photo. */
 METADATA_UTILS_EXPORT int mu_commit_to_path(mu_photo* photo, char const* path);
+/* The same by a descriptor that is open for reading and writing. */
 METADATA_UTILS_EXPORT int mu_commit_to_descriptor(mu_photo* photo, int fd);
+/* The same into memory: `*bytes` is freed by mu_free, and NULL after a failure. */
 METADATA_UTILS_EXPORT int mu_commit_to_memory(mu_photo* photo, void** bytes, size_t* size);
+/* Gives back what mu_commit_to_memory gave; NULL is no error. */
 METADATA_UTILS_EXPORT void mu_free(void* bytes);
 
 #ifdef __cplusplus

@@ -48,8 +48,9 @@ class Items;
 /// One thread at a time; moves the file's shared position.
 class METADATA_UTILS_EXPORT HEIFMetaReader : public ImageMetaReader {
 public:
+    /// A box of the top level.
     struct Box {
-        std::string type;
+        std::string type;      ///< four characters
         uint32_t position = 0; ///< of the first byte of its header
         uint32_t size = 0;     ///< header included; what is left of the file for a box stored with size 0, and more
                                ///< than that for a last box that is cut off
@@ -58,24 +59,24 @@ public:
     /// The bytes of one item: `length` bytes at base + offset. For construction method 1 the base holds the start of
     /// 'idat'.
     struct ItemLocation {
-        uint32_t id = 0;
-        uint32_t base = 0;
-        uint32_t offset = 0;
-        uint32_t length = 0;
+        uint32_t id = 0;     ///< of the item
+        uint32_t base = 0;   ///< bytes from the file's start
+        uint32_t offset = 0; ///< bytes from there
+        uint32_t length = 0; ///< bytes
         bool isExact = true; ///< false for a location that names another file or has fields not read in full: never
                              ///< written to
     };
 
     /// One 'cdsc' reference; only the first item it refers to is kept.
     struct ItemReference {
-        int32_t from = 0;
-        std::vector<int> to;
+        int32_t from = 0;    ///< the item that describes
+        std::vector<int> to; ///< the item that is described
     };
 
     /// The item behind getXMP().
     struct XMPItem {
-        uint32_t position = 0;
-        uint32_t length = 0;
+        uint32_t position = 0; ///< of the first byte in the file
+        uint32_t length = 0;   ///< bytes: the room, blanks included
         bool isPacket = false; ///< plain application/rdf+xml; another 'mime' item is found all the same
         std::string refusal;   ///< why it must not be written in place; empty when it may be
     };
@@ -91,6 +92,7 @@ public:
     Metadata getXMP() override;
     /// The block starts with the six-byte Exif identifier in front of the TIFF header, where the item holds it.
     Metadata getExif() override;
+    /// The payload of the box 'free' behind "cdif".
     Metadata getCameraDebugInfo() override;
     std::vector<Metadata> findAllXMP() override;
 
@@ -103,14 +105,18 @@ public:
     /// The start of the first trailing box (mpvd, qrtd, or a debug info) behind the last box of the image, else the
     /// file's size. Remembered; `rescan` looks again.
     uint32_t getEndOfImagePosition(bool rescan);
+    /// Where the XMP stands and whether it may be written there; nothing without XMP.
     std::optional<XMPItem> getXMPItem();
 
     // The images, asked of the demuxer. Each failure throws with the demuxer's error code. ----------------------------
 
+    /// The id of the primary item ('pitm').
     int getCoverImageId();
+    /// Pixels, rotation and tiles of an image item.
     HBOXD_IMAGE_INFO getImageInfo(int id);
     /// One kind of item information (HBOXD_ITEM_INFO) as raw bytes.
     void getMetadataInfo(int id, int kind, std::vector<uint8_t>* buffer);
+    /// Rows, columns and sizes of a grid item.
     HBOXM_GRID_INFO getGridInfo(int id);
     /// The images that an image is derived from (a grid's tiles, row by row), at most `maxCount`.
     std::vector<uint32_t> getItemIds(int id, int maxCount);
@@ -118,9 +124,12 @@ public:
     void getImageFrame(int id, std::vector<uint8_t>& frame, int maxSize);
     /// The same where it stands in getBuffer(), which keeps it; empty for an item in several pieces.
     std::span<uint8_t const> viewImageFrame(int id);
+    /// The id of the first item with a 'thmb' reference to the cover.
     int getThumbnailImageId(int coverId);
+    /// getImageInfo() of that item.
     HBOXD_IMAGE_INFO getThumbnailImageInfo(int coverId);
 
+    /// Bytes of the file when the reader was made.
     uint32_t getFileSize() const;
     /// The image part of the file, read on first use: what stands behind it may be of any size.
     ByteBuffer const& getBuffer();

@@ -33,6 +33,7 @@ struct TopLevelBox;
 /// full disk) is refused before the first byte moves; after a failed write bytes already moved stay moved.
 class METADATA_UTILS_EXPORT HEIFMetaWriter : public ImageMetaWriter {
 public:
+    /// Throws what HEIFMetaReader throws for a file it cannot read.
     explicit HEIFMetaWriter(std::shared_ptr<MediaFile> const& file);
     ~HEIFMetaWriter() override;
 
@@ -51,6 +52,7 @@ public:
     /// was.
     void writeXMP(std::shared_ptr<XMPInfo> const& info) override;
     void writeCameraDebugInfo(std::vector<unsigned char> const& data) override;
+    /// Takes every such box out; one inside the image is blanked over, so that nothing there moves.
     void removeCameraDebugInfo() override;
 
     /// Bytes that writeXMP(info) can put where the XMP stands now; 0 when there is none or it cannot be written in

@@ -24,17 +24,20 @@ public:
     virtual bool parseMetadata() = 0;
     /// An absent block is an empty record, never an error.
     virtual Metadata getXMP() = 0;
+    /// The same for the Exif, as the container holds it.
     virtual Metadata getExif() = 0;
+    /// The same for the camera's debug info.
     virtual Metadata getCameraDebugInfo() = 0;
     /// All blocks of XMP in file order, for whoever must know: a read that fails throws instead of ending the search.
     virtual std::vector<Metadata> findAllXMP() = 0;
 
 protected:
+    /// Keeps the file; scans nothing.
     ImageMetaReader(std::shared_ptr<MediaFile> const& file, ParseMode mode);
 
-    std::shared_ptr<MediaFile> file;
-    ParseMode mode;
-    Metadata::Loader loader; ///< keeps its own reference to the file
+    std::shared_ptr<MediaFile> file; ///< the still
+    ParseMode mode;                  ///< as given
+    Metadata::Loader loader;         ///< keeps its own reference to the file
 };
 
 } // namespace android::lumo

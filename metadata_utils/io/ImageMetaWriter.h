@@ -28,17 +28,22 @@ public:
 
     /// Opens room for `size` bytes of XMP (in a JPEG including the 29-byte identifier), replacing any room there was.
     virtual Metadata reserveXMP(unsigned int size) = 0;
+    /// Changes nothing, in either container: XMP is emptied by writing an empty packet.
     virtual void removeXMP() = 0;
+    /// Writes a packet, making room where it can; what a container does not do its own class says.
     virtual void writeXMP(std::vector<unsigned char> const& packet) = 0;
+    /// The same with the packet of a view.
     virtual void writeXMP(std::shared_ptr<XMPInfo> const& info) = 0;
     /// Empty data throws.
     virtual void writeCameraDebugInfo(std::vector<unsigned char> const& data) = 0;
+    /// Takes the debug info out; without one nothing happens.
     virtual void removeCameraDebugInfo() = 0;
 
 protected:
+    /// Keeps the file; changes nothing.
     explicit ImageMetaWriter(std::shared_ptr<MediaFile> const& file);
 
-    std::shared_ptr<MediaFile> file;
+    std::shared_ptr<MediaFile> file; ///< the still
 };
 
 } // namespace android::lumo

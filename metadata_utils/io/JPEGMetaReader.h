@@ -24,10 +24,13 @@ public:
 
     bool parseMetadata() override;
     Metadata getXMP() override;
+    /// The last one in front of the scan, from its identifier "Exif" on.
     Metadata getExif() override;
+    /// The last APP4's payload.
     Metadata getCameraDebugInfo() override;
     std::vector<Metadata> findAllXMP() override;
 
+    /// The last block of that kind, scanning where the mode says so; an empty record without one.
     Metadata getMeta(MediaDefs::MetaType type);
     /// From the current position, which must be at a marker: the next APP1 to APP4 whose number is wanted, as (number,
     /// file offset of its marker), with the position at the marker; (-1, -1) when there is none in front of the scan,

@@ -27,6 +27,7 @@ struct Change;
 /// index is right afterwards.
 class METADATA_UTILS_EXPORT JPEGMetaWriter : public ImageMetaWriter {
 public:
+    /// Throws what JPEGMetaReader throws for a file it cannot read.
     explicit JPEGMetaWriter(std::shared_ptr<MediaFile> const& file);
     ~JPEGMetaWriter() override;
 
@@ -42,13 +43,17 @@ public:
     /// anew. Asks for 1280 bytes for nearly every packet: a longer one needs a room that is there already, or throws
     /// before anything changes. The view's form asks for as much as its packet takes.
     void writeXMP(std::vector<unsigned char> const& packet) override;
+    /// The same with a view's packet, and as much room as that takes.
     void writeXMP(std::shared_ptr<XMPInfo> const& info) override;
     void writeCameraDebugInfo(std::vector<unsigned char> const& data) override;
+    /// Takes the first APP4 out; without one nothing happens.
     void removeCameraDebugInfo() override;
 
     /// (segment position, marker value - 2) of the first such segment, (-1, -1) when there is none, and where a read
     /// fails.
     std::pair<int64_t, int64_t> findAppSegment(uint16_t marker);
+    /// Puts a new debug info behind the start of image (`where` 2), or, for any other number, behind the last APP1
+    /// that follows the file's position.
     void writeApp4(std::vector<unsigned char> const& data, uint64_t where);
 
 private:

@@ -35,22 +35,22 @@ char const* hbox_last_error(void);
 
 /* A file held in memory. The memory is the caller's and outlives every handle that reads it. */
 typedef struct HBOX_MEMORY_STREAM {
-    uint8_t* data;
-    uint32_t size;
-    uint32_t position;
+    uint8_t* data;     /* the first byte */
+    uint32_t size;     /* bytes */
+    uint32_t position; /* of the next read */
 } HBOX_MEMORY_STREAM;
 
 /* How a handle reads a file. `descriptor` is the caller's own. Each callback returns HBOX_OK or a negative code. read
  * and write report in `done` how much they moved: less than asked only at the end of the stream. */
 typedef struct HBOX_STREAM_CALLBACKS {
-    int32_t (*open)(void* descriptor);
-    int32_t (*close)(void* descriptor);
-    int32_t (*get_position)(void* descriptor, uint32_t* position);
-    int32_t (*set_position)(void* descriptor, uint32_t position);
-    int32_t (*read)(void* descriptor, void* buffer, uint32_t size, uint32_t* done);
-    int32_t (*write)(void* descriptor, void const* buffer, uint32_t size, uint32_t* done);
-    int32_t (*skip)(void* descriptor, uint32_t size);
-    int32_t (*get_size)(void* descriptor, uint32_t* size);
+    int32_t (*open)(void* descriptor);                             /* before anything else */
+    int32_t (*close)(void* descriptor);                            /* after everything else */
+    int32_t (*get_position)(void* descriptor, uint32_t* position); /* bytes from the start */
+    int32_t (*set_position)(void* descriptor, uint32_t position);  /* a position behind the end is an error */
+    int32_t (*read)(void* descriptor, void* buffer, uint32_t size, uint32_t* done);        /* advances */
+    int32_t (*write)(void* descriptor, void const* buffer, uint32_t size, uint32_t* done); /* advances */
+    int32_t (*skip)(void* descriptor, uint32_t size);      /* advances without reading */
+    int32_t (*get_size)(void* descriptor, uint32_t* size); /* bytes in all */
 } HBOX_STREAM_CALLBACKS;
 
 /* Fills the table with the functions for an HBOX_MEMORY_STREAM. write overwrites bytes and never enlarges the stream.
@@ -68,12 +68,12 @@ typedef enum HEIF_CCW_ROTATION {
 
 /* A grid image. Sizes in pixels, before rotation; the tiles may reach over the picture's right and lower edge. */
 typedef struct HBOXM_GRID_INFO {
-    uint32_t rows;    /* 1 to 256 */
-    uint32_t columns; /* 1 to 256 */
-    uint32_t width;
-    uint32_t height;
-    uint32_t tile_width;
-    uint32_t tile_height;
+    uint32_t rows;        /* 1 to 256 */
+    uint32_t columns;     /* 1 to 256 */
+    uint32_t width;       /* of the whole picture */
+    uint32_t height;      /* of the whole picture */
+    uint32_t tile_width;  /* of each tile */
+    uint32_t tile_height; /* of each tile */
 } HBOXM_GRID_INFO;
 
 /* A four-character code as the number the interface takes: HBOX_FOURCC('d', 'i', 'm', 'g'). */

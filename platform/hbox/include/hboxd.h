@@ -32,22 +32,23 @@ typedef enum HBOXD_ITEM_INFO {
     HBOXD_ITEM_LOCATION = 2 /* HBOXD_LOCATION */
 } HBOXD_ITEM_INFO;
 
+/* An image item. */
 typedef struct HBOXD_IMAGE_INFO {
-    uint32_t id;
-    uint32_t type; /* item type: HBOX_FOURCC('g', 'r', 'i', 'd'), 'hvc1', ... */
-    uint32_t is_grid;
-    uint32_t width; /* of 'ispe', in pixels before rotation; 0 when the item has none */
-    uint32_t height;
-    HEIF_CCW_ROTATION rotation;
-    uint32_t tile_count; /* images the grid is put together from; 0 for others */
+    uint32_t id;                /* of the item */
+    uint32_t type;              /* item type: HBOX_FOURCC('g', 'r', 'i', 'd'), 'hvc1', ... */
+    uint32_t is_grid;           /* 1 for a grid, else 0 */
+    uint32_t width;             /* of 'ispe', in pixels before rotation; 0 when the item has none */
+    uint32_t height;            /* likewise */
+    HEIF_CCW_ROTATION rotation; /* of 'irot'; HEIF_CCW_ROTATION_0 without one */
+    uint32_t tile_count;        /* images the grid is put together from; 0 for others */
 } HBOXD_IMAGE_INFO;
 
 /* Where an item's bytes stand. position and length describe the first extent; both are 0 when extent_count is 0. */
 typedef struct HBOXD_LOCATION {
     uint32_t construction_method; /* 0: the file, 1: 'idat' (its start is counted into the position), 2: another item */
-    uint32_t extent_count;
-    uint32_t position; /* from the start of the file; 0 for method 2 */
-    uint32_t length;
+    uint32_t extent_count;        /* pieces the item is stored in */
+    uint32_t position;            /* from the start of the file; 0 for method 2 */
+    uint32_t length;              /* bytes */
 } HBOXD_LOCATION;
 
 /* Opens the file behind `callbacks` and `descriptor`, which must stay valid until hboxd_delete. Returns null and a

@@ -25,37 +25,39 @@ enum { HBOXM_MAX_VPS = 16, HBOXM_MAX_SPS = 16, HBOXM_MAX_PPS = 64 };
 
 /* HEVC parameter sets, without start codes. */
 typedef struct HBOXM_INFO_HEVC {
-    uint32_t vps_count;
-    uint32_t sps_count;
-    uint32_t pps_count;
-    uint8_t* vps[HBOXM_MAX_VPS];
-    uint8_t* sps[HBOXM_MAX_SPS];
-    uint8_t* pps[HBOXM_MAX_PPS];
-    uint32_t vps_size[HBOXM_MAX_VPS];
-    uint32_t sps_size[HBOXM_MAX_SPS];
-    uint32_t pps_size[HBOXM_MAX_PPS];
+    uint32_t vps_count;               /* at most HBOXM_MAX_VPS */
+    uint32_t sps_count;               /* at most HBOXM_MAX_SPS */
+    uint32_t pps_count;               /* at most HBOXM_MAX_PPS */
+    uint8_t* vps[HBOXM_MAX_VPS];      /* video parameter sets */
+    uint8_t* sps[HBOXM_MAX_SPS];      /* sequence parameter sets */
+    uint8_t* pps[HBOXM_MAX_PPS];      /* picture parameter sets */
+    uint32_t vps_size[HBOXM_MAX_VPS]; /* bytes of each */
+    uint32_t sps_size[HBOXM_MAX_SPS]; /* bytes of each */
+    uint32_t pps_size[HBOXM_MAX_PPS]; /* bytes of each */
 } HBOXM_INFO_HEVC;
 
+/* An image that is to be muxed, as the source has it. */
 typedef struct HBOXM_IMAGE_INFO {
-    uint32_t id;
-    uint32_t width;
-    uint32_t height;
-    HEIF_CCW_ROTATION rotation;
-    HBOXM_GRID_INFO grid; /* all zero for an image that is no grid */
-    HBOXM_INFO_HEVC const* hevc;
-    uint32_t const* tile_ids; /* tile_count ids, row by row */
-    uint32_t tile_count;
+    uint32_t id;                 /* of the item in the source */
+    uint32_t width;              /* pixels before rotation */
+    uint32_t height;             /* likewise */
+    HEIF_CCW_ROTATION rotation;  /* of 'irot' */
+    HBOXM_GRID_INFO grid;        /* all zero for an image that is no grid */
+    HBOXM_INFO_HEVC const* hevc; /* parameter sets of its tiles */
+    uint32_t const* tile_ids;    /* tile_count ids, row by row */
+    uint32_t tile_count;         /* 0 for an image that is no grid */
     uint32_t xmp_size; /* bytes to reserve for XMP, at least HBOXM_MIN_XMP_SIZE; the cover's counts, others give 0 */
 } HBOXM_IMAGE_INFO;
 
 /* What the empty XMP packet takes. */
 enum { HBOXM_MIN_XMP_SIZE = 128 };
 
+/* What a muxer is made over. */
 typedef struct HBOXM_CONFIG {
     uint32_t const* brands; /* brand_count four-character codes; the source's own 'ftyp' is kept as it is */
-    uint32_t brand_count;
-    HBOXD_HANDLE source;   /* outlives the muxer */
-    uint32_t image_length; /* the source's bytes that belong to the image: where the appended data begins */
+    uint32_t brand_count;   /* of brands */
+    HBOXD_HANDLE source;    /* outlives the muxer */
+    uint32_t image_length;  /* the source's bytes that belong to the image: where the appended data begins */
 } HBOXM_CONFIG;
 
 HBOXM_HANDLE hboxm_create(HBOXM_CONFIG const* config, int32_t* error);
