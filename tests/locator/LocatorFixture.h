@@ -35,15 +35,11 @@ inline std::string microVideo(std::string const& offset, char const* flag = "1")
            "\" Camera:MicroVideoPresentationTimestampUs=\"250\" ";
 }
 
-/// An entry as a typed node: the item itself is the entry.
-inline std::string typedNode(std::string const& fields) {
-    return "<rdf:li><Container:Item " + fields + "/></rdf:li>";
-}
-
+/// The directory's entries as typed nodes: the item itself is the entry.
 inline std::string typedNodes(size_t length) {
-    return typedNode(R"(Item:Semantic="Primary" Item:Mime="image/jpeg")") +
-           typedNode(R"(Item:Semantic="MotionPhoto" Item:Mime="video/mp4" Item:Length=")" + std::to_string(length) +
-                     '"');
+    return R"(<rdf:li><Container:Item Item:Semantic="Primary" Item:Mime="image/jpeg"/></rdf:li>)"
+           R"(<rdf:li><Container:Item Item:Semantic="MotionPhoto" Item:Mime="video/mp4" Item:Length=")" +
+           std::to_string(length) + "\"/></rdf:li>";
 }
 
 inline std::string const GAIN_MAP = JpegBuilder().build("gain map");
@@ -77,6 +73,42 @@ inline std::string heicWith(std::string const& tail, std::string const& items = 
 inline std::string published(std::string const& items, std::string const& behind,
                              std::string const& attributes = CLAIMED) {
     return JpegBuilder().exif().xmp(packetOf(attributes, directoryOf(items)), 1500).build("scan data", behind);
+}
+
+/// A photo of some origin.
+struct Form {
+    char const* name;
+    std::string photo;
+    char const* source;
+    size_t padding = 0; ///< of the primary, in front of the video
+    size_t behind = 0;  ///< bytes behind the video
+};
+
+/// Photos of every published origin around one movie.
+inline std::vector<Form> forms(std::string const& movie) {
+    auto const older = microVideo(std::to_string(movie.size()));
+    auto const video = videoItem(movie.size());
+    std::string const info = heicBox("free", "cdif debug info");
+    auto const heic = [&](bool wide, bool xmp) {
+        auto const items =
+            itemOf("Primary", "image/heic", paddingOf(wide ? 16 : 8)) + videoItem(movie.size(), paddingOf(info.size()));
+        return heicWith(videoBox(movie, wide) + info, xmp ? items : "");
+    };
+    auto const padded = itemOf("Primary", "image/jpeg", paddingOf(4));
+    return {
+        {"directory", published(PRIMARY + video, movie), "directory"},
+        {"both generations", published(PRIMARY + video, movie, CLAIMED + older), "directory"},
+        {"older", JpegBuilder().exif().xmp(packetOf(older)).build("scan", movie), "micro-video"},
+        {"padding", published(padded + video, "\1\2\3\4" + movie), "directory", 4},
+        {"gain map in front", published(PRIMARY + gainMapItem(paddingOf(3)) + video, GAIN_MAP + "pad" + movie),
+         "directory"},
+        {"gain map behind", published(PRIMARY + video + gainMapItem(), movie + GAIN_MAP), "directory", 0,
+         GAIN_MAP.size()},
+        {"typed nodes", published(typedNodes(movie.size()), movie), "directory"},
+        {"box", heic(false, true), "box", 0, info.size()},
+        {"wide box", heic(true, true), "box", 0, info.size()},
+        {"box without XMP", heic(false, false), "box", 0, info.size()},
+    };
 }
 
 inline MotionVideo locate(std::string const& bytes) {

@@ -160,6 +160,8 @@ void readHeic(std::string const& file, PhotoParts& found, bool isTorn) {
     bool hasTrailerBox = false;
     for (auto const& box : top) {
         std::string const whole = file.substr(box.start, box.end - box.start);
+        if (box.type == "mpvd" && box.content == found.videoPosition)
+            found.inFront = box.content - box.start;
         bool const isOurs = box.type == "mpvd" || box.type == "qrtd" || file.compare(box.content, 4, "cdif") == 0;
         require(!isOurs || items.end <= box.start || isTorn, "an item lies behind the image");
         if (file.compare(box.content, 4, "cdif") == 0)
@@ -327,7 +329,7 @@ std::string PhotoParts::faults() const {
     };
     expect("Length", entry["Length"], std::to_string(size - videoPosition));
     expect("Mime", entry["Mime"], "video/mp4");
-    expect("Padding", primary["Padding"], std::to_string(isHeic ? 8 : videoPosition - trailer.image.size()));
+    expect("Padding", primary["Padding"], std::to_string(inFront));
     return text;
 }
 
@@ -349,6 +351,7 @@ void findVideo(std::string const& file, PhotoParts& found) {
     auto const index = static_cast<size_t>(record - records.begin());
     found.videoPosition = isHeld ? found.trailer.dataPositions[index] : static_cast<size_t>(pointer.number(4));
     found.video = isHeld ? record->data : span(file, found.videoPosition, pointer.number(4));
+    found.inFront = found.videoPosition - found.trailer.image.size();
 }
 
 } // namespace

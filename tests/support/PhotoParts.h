@@ -35,7 +35,8 @@ struct PhotoParts {
     TrailerFile trailer; ///< without records when there is none
     std::string video;
     size_t videoPosition = 0;
-    size_t size = 0; ///< of the file
+    size_t inFront = 0; ///< bytes between image and video: the head of its box or record
+    size_t size = 0;    ///< of the file
     bool isWhole = true;
 
     std::string packet() const { return packets.empty() ? "" : packets.back(); }
