@@ -114,9 +114,9 @@ struct Model {
         for (auto& record : model.records)
             record.data = record.type == VIDEO ? "" : record.data;
         for (auto const& [path, value] : test::propertiesOf(parts.packet())) {
-            if (path.starts_with("camera/MotionPhotoPresentation"))
+            if (path.starts_with("photos/1.0/camera/MotionPhotoPresentation"))
                 model.time = value;
-            else if (!path.starts_with("camera/") && !path.starts_with("container/"))
+            else if (!path.starts_with("photos/1.0/camera/") && !path.starts_with("photos/1.0/container/"))
                 model.properties[path] = value;
         }
         return model;
@@ -194,7 +194,7 @@ Operation propertySet(std::string const& name, std::string const& value) {
                 value.empty() ? xmp.removeProperty(TIFF, name) : xmp.setProperty(TIFF, name, value);
             },
             [=](Model& model) {
-                model.properties["1.0/" + name] = value;
+                model.properties["tiff/1.0/" + name] = value;
                 std::erase_if(model.properties, [](auto const& each) { return each.second.empty(); });
             }};
 }

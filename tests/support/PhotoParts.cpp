@@ -4,6 +4,7 @@
 #include <expat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <memory>
 #include <stdexcept>
 
@@ -216,42 +217,57 @@ private:
     struct Frame {
         std::string path, text;
         int entries = 0;
-        bool isLeaf = true;
+        bool isLeaf = true, hasAttributes = false;
     };
 
     static bool isRdf(std::string_view name) { return name.starts_with(RDF); }
-    static std::string shortened(std::string const& name) {
-        size_t const bar = name.rfind('|');
-        if (bar == name.npos)
-            return name;
-        size_t const word = bar < 2 ? name.npos : name.find_last_of("/:#", bar - 2);
-        std::string const space = name.substr(word + 1, bar - word - 1);
-        return space + (space.ends_with('/') ? "" : "/") + name.substr(bar + 1);
+    /// Without the namespace's scheme and host.
+    static std::string shortened(std::string name) {
+        name.erase(0, name.starts_with("http") ? name.find('/', 8) + 1 : 0);
+        if (size_t const bar = name.find('|'); bar != name.npos)
+            name.replace(bar, 1, bar > 0 && name[bar - 1] == '/' ? "" : "/");
+        return name;
     }
     std::string join(std::string const& name) const {
         std::string const& parent = frames.back().path;
         return parent + (parent.empty() ? "" : "/") + shortened(name);
     }
 
-    void open(std::string const& name, char const** attributes) {
+    void open(std::string_view name, char const** attributes) {
         isInside = isInside || name == std::string(RDF) + "RDF";
         frames.back().isLeaf = false;
         Frame frame{frames.back().path, {}};
-        if (name == std::string(RDF) + "li")
+        std::string_view const local = isRdf(name) ? name.substr(RDF.size()) : "";
+        if (local == "li")
             frame.path += '[' + std::to_string(++frames.back().entries) + ']';
-        else if (isInside && !isRdf(name))
-            frame.path = join(name);
+        else if (local == "Seq" || local == "Bag" || local == "Alt")
+            frame.path.append(" ").append(local);
+        else if (local == "type") // of a typed node, which reads like any other
+            frame.path.clear();
+        else if (isInside && local.empty())
+            frame.path = join(std::string(name));
         frames.push_back(frame);
-        for (; *attributes != nullptr; attributes += 2) {
-            if (isInside && !isRdf(attributes[0]))
-                found[join(attributes[0])] = attributes[1];
-        }
+        for (; isInside && *attributes != nullptr; attributes += 2)
+            addAttribute(attributes[0], attributes[1]);
+    }
+
+    void addAttribute(std::string const& name, std::string value) {
+        auto& [path, text, entries, isLeaf, hasAttributes] = frames.back();
+        bool const isValue = name == std::string(RDF) + "resource" || name == std::string(RDF) + "value";
+        if (name.ends_with("/namespace|lang"))
+            for (char& letter : value)
+                letter = static_cast<char>(std::tolower(letter));
+        else if (isRdf(name) && (!isValue || path.empty()))
+            return;
+        found[name.ends_with("/namespace|lang") ? path + "?lang" : isValue ? path : join(name)] = value;
+        hasAttributes = true;
     }
 
     void close() {
-        Frame const& frame = frames.back();
-        if (frame.isLeaf && !frame.path.empty() && !frame.text.empty())
-            found[frame.path] = frame.text;
+        auto const& [path, text, entries, isLeaf, hasAttributes] = frames.back();
+        bool const isEmpty = text.find_first_not_of(" \t\r\n") == text.npos;
+        if (isLeaf && !path.empty() && !(isEmpty && hasAttributes))
+            found[path] = isEmpty ? "" : text;
         frames.pop_back();
     }
 
@@ -300,10 +316,13 @@ std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end,
     return found;
 }
 
+std::string const CONTAINER = "photos/1.0/container/";
+
 Properties PhotoParts::item(std::string const& semantic) const {
     auto const properties = propertiesOf(packet());
     for (int i = 1; i < 100; ++i) {
-        std::string const path = "container/Directory[" + std::to_string(i) + "]/container/Item/item/";
+        std::string const path =
+            CONTAINER + "Directory Seq[" + std::to_string(i) + "]/" + CONTAINER + "Item/" + CONTAINER + "item/";
         auto const found = properties.find(path + "Semantic");
         if (found == properties.end() || found->second != semantic)
             continue;
@@ -319,7 +338,7 @@ Properties PhotoParts::item(std::string const& semantic) const {
 
 std::string PhotoParts::faults() const {
     auto properties = propertiesOf(packet());
-    bool const claims = properties["camera/MotionPhoto"] == "1";
+    bool const claims = properties["photos/1.0/camera/MotionPhoto"] == "1";
     auto entry = item("MotionPhoto"), primary = item("Primary");
     if (video.empty())
         return claims || !entry.empty() ? "a video is claimed; " : "";

@@ -20,8 +20,9 @@ struct PhotoBox {
 /// The boxes from `start` to `end`. With `isWhole` it stops at the first that does not fit instead of throwing.
 std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end, bool* isWhole = nullptr);
 
-/// The values of an XMP packet by path, namespaces cut to their last word: "camera/MotionPhoto",
-/// "container/Directory[2]/container/Item/item/Semantic". An entry written as a typed node reads like any other.
+/// Every simple value of an XMP packet by its path, whatever form it is written in; namespaces without scheme and host:
+/// "photos/1.0/camera/MotionPhoto", "dc/elements/1.1/title Alt[1]", and "...[1]?lang" for its language. An entry written as
+/// a typed node reads like any other.
 using Properties = std::map<std::string, std::string>;
 Properties propertiesOf(std::string const& packet);
 
