@@ -4,6 +4,14 @@
 namespace android::lumo::test {
 namespace {
 
+/// The boxes behind a still of `size` bytes.
+std::string boxesBehind(std::string const& file, size_t size) {
+    std::string text;
+    for (auto const& box : boxesIn(file, size, file.size()))
+        text += (file.compare(box.content, 4, "cdif") == 0 ? "cdif" : box.type) + " ";
+    return text;
+}
+
 struct Layout {
     char const* what;
     std::string behindImage;
@@ -13,7 +21,7 @@ struct Layout {
 };
 
 TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
-    std::string const still = buildHeic({.xmp = heicXmp("s", 3000)}), video = fakeVideo(4000, 8);
+    std::string const still = buildHeic({.xmp = heicXmp("s", 3000)}), video = videoOf(4000, 8);
     std::string const plain = heicBox("mpvd", video);
     std::string const wide = bigEndian(1, 4) + "mpvd" + bigEndian(16 + video.size(), 8) + video;
     auto const trailer = [&](size_t position, char const* version = "mpv3") {
@@ -21,7 +29,7 @@ TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
             trailerBytes({videoRecord(pointerTo(position, video.size())), {2609, "MotionPhoto_Version", version}}));
     };
     size_t const content = still.size() + trailer(0).size() + 8;
-    TempFile const other(fakeVideo(6000, 9));
+    TempFile const other(videoOf(6000, 9));
     Edit const replace = [&](auto& e) { e.replaceVideo(other.open("r")); };
     Edit const remove = [](auto& e) { e.removeVideo(nullptr); };
     for (auto const& [what, behindImage, edit, boxes, size] : {
@@ -38,7 +46,7 @@ TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
         TempFile const file(still + behindImage);
         commit(file, edit);
         expectConsistent(file.path());
-        EXPECT_EQ(boxesOf(file.bytes()), boxesOf(still) + boxes);
+        EXPECT_EQ(boxesBehind(file.bytes(), still.size()), boxes);
         auto const photo = parsePhoto(file.path());
         EXPECT_EQ(photo->getVideoSize(), size);
         EXPECT_EQ(photo->getQRTMotionPhotoVersion(),
@@ -47,7 +55,7 @@ TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
 }
 
 TEST(HeicMotionPhoto, CommitsOfXmpOrTrailerAloneKeepTheVideo) {
-    std::string const video = fakeVideo(5000);
+    std::string const video = videoOf(5000);
     TempFile const file(buildHeic({.xmp = heicXmp("s", 3000)})), videoFile(video);
     commit(file, [&](auto& e) { e.addVideo(videoFile.open("r")); });
     XMPInfo::parse(file.open())->edit()->setProperty(TIFF, "Make", "M").commit();
@@ -58,7 +66,6 @@ TEST(HeicMotionPhoto, CommitsOfXmpOrTrailerAloneKeepTheVideo) {
     auto const editor = parsePhoto(file.path())->edit();
     put(editor->getQRTEdit());
     expectConsistent(file.path());
-    EXPECT_TRUE(boxesOf(file.bytes()).ends_with("mpvd qrtd "));
     EXPECT_EQ(trailerOf(file.bytes()), "2608 MotionPhoto_Data 12;2902 Bare 4;");
     auto const photo = parsePhoto(file.path());
     EXPECT_EQ(photo->getXMPInfo()->getProperty(TIFF, "Make"), "M");
@@ -66,7 +73,7 @@ TEST(HeicMotionPhoto, CommitsOfXmpOrTrailerAloneKeepTheVideo) {
 }
 
 TEST(HeicMotionPhoto, ASingleImageWithoutXmpLosesItsVideoAndGetsNone) {
-    std::string const still = buildHeic({.grid = false}), video = fakeVideo(4000, 8);
+    std::string const still = buildHeic({.grid = false}), video = videoOf(4000, 8);
     std::string const trailer = trailerBytes({videoRecord(pointerTo(still.size() + 8, video.size()))});
     TempFile const file(still + heicBox("mpvd", video) + qrtdBox(trailer));
     auto const editor = parsePhoto(file.path())->edit();

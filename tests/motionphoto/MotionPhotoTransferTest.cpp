@@ -14,7 +14,7 @@ std::string packetWith(std::string const& attributes, std::string const& element
 std::string richPhoto() {
     auto const items = itemOf("Primary", "image/jpeg") + itemOf("GainMap", "image/jpeg", R"(Item:Length="700")");
     auto const packet = packetWith(R"(tiff:Make="Giver" hdrgm:Version="1.0")", directoryOf(items));
-    TempFile const photo(JpegBuilder().exif().xmp(packet, 3000).build()), video(fakeVideo(140000));
+    TempFile const photo(JpegBuilder().exif().xmp(packet, 3000).build()), video(videoOf(140000));
     commit(photo, [&](auto& e) {
         e.addVideo(video.open("r")).addQRTData(2817, "Other", filler(70, 'o')).setPhotoPresentationTimestampUs(777);
     });
@@ -53,7 +53,7 @@ TEST(MotionPhotoTransfer, WhatIsSaidOfOwnGainMapAndMotionStays) {
 }
 
 TEST(MotionPhotoTransfer, SkipExistingKeepsWhatIsHere) {
-    TempFile const giver(richPhoto()), video(fakeVideo(150000, 9));
+    TempFile const giver(richPhoto()), video(videoOf(150000, 9));
     TempFile const taker(JpegBuilder().exif().xmp(packetWith(R"(tiff:Make="Taker")"), 3000).build());
     commit(taker, [&](auto& e) { e.addVideo(video.open("r")).addQRTData(2817, "other", filler(5, 'x')); });
     parsePhoto(giver.path())->transferTo(taker.open(), copy_options::skip_existing);

@@ -21,8 +21,8 @@ struct PhotoBox {
 std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end, bool* isWhole = nullptr);
 
 /// Every simple value of an XMP packet by its path, whatever form it is written in; namespaces without scheme and host:
-/// "photos/1.0/camera/MotionPhoto", "dc/elements/1.1/title Alt[1]", and "...[1]?lang" for its language. An entry written as
-/// a typed node reads like any other.
+/// "photos/1.0/camera/MotionPhoto", "dc/elements/1.1/title Alt[1]", and "...[1]?lang" for its language. An entry
+/// written as a typed node reads like any other.
 using Properties = std::map<std::string, std::string>;
 Properties propertiesOf(std::string const& packet);
 

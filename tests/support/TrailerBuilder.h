@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "support/HeicBuilder.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -69,9 +71,16 @@ inline std::string trailerBytes(std::vector<TrailerRecord> const& records, uint3
 
 /// The box a HEIC's trailer stands in.
 inline std::string qrtdBox(std::string const& trailer) {
-    std::string size = little(static_cast<uint32_t>(trailer.size() + 8));
-    std::reverse(size.begin(), size.end());
-    return size + "qrtd" + trailer;
+    return heicBox("qrtd", trailer);
+}
+
+inline TrailerRecord videoRecord(std::string const& data) {
+    return {2608, "MotionPhoto_Data", data};
+}
+
+/// What the video's record holds when the video stands elsewhere.
+inline std::string pointerTo(size_t position, size_t size) {
+    return "mpv2" + bigEndian(position, 4) + bigEndian(size, 4);
 }
 
 /// A trailer taken apart.
