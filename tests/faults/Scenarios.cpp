@@ -193,9 +193,7 @@ struct Material {
     std::string const tight = JpegBuilder(exif).xmp(heicXmp("tight")).build(scan);
     std::string const motion = edited(edited(tight, script("c", add)),
                                       script("c", [](auto& e) { e.addQRTData(2817, "Other", bytes(70, 'o')); }));
-    std::string const pointed =
-        jpeg + pattern(500) +
-        trailerBytes({{2608, "MotionPhoto_Data", "mpv2" + bigEndian(jpeg.size(), 4) + bigEndian(500, 4)}});
+    std::string const pointed = jpeg + pattern(500) + trailerBytes({videoRecord(pointerTo(jpeg.size(), 500))});
     std::string const far =
         JpegBuilder().segment(0xE0, pattern(50'000)).segment(0xE0, pattern(50'000, 2)).segment(0xE4, "old").build(scan);
     std::string const heic = buildHeic();

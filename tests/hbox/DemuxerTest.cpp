@@ -20,13 +20,6 @@ public:
     ~Demuxer() { hboxd_delete(handle); }
     Demuxer(Demuxer const&) = delete;
 
-    std::string frame(uint32_t id) const {
-        std::string out(1000, '\0');
-        uint32_t size = 0;
-        EXPECT_EQ(hboxd_get_image_frm(handle, id, out.data(), 1000, &size), HBOX_OK) << hbox_last_error();
-        return out.substr(0, size);
-    }
-
     HBOXD_HANDLE handle = nullptr;
 
 private:
@@ -55,22 +48,4 @@ TEST(Demuxer, DescribesCoverTilesAndThumbnailWhenThePrimaryIsAGrid) {
     EXPECT_EQ(tiles, (std::vector<uint32_t>{1, 2, 3, 4, 5, 6}));
     ASSERT_EQ(hboxd_get_image_id(source.handle, HBOXD_IMAGE_THUMBNAIL, id, &id), HBOX_OK);
     EXPECT_EQ(id, file.thumbnailId);
-}
-
-TEST(Demuxer, AnswersWhatItCanWhenThePrimaryIsNoGridOrOddlyStored) {
-    HeicFile const file =
-        buildHeicFile({.grid = false, .xmp = heicXmp("x"), .ilocVersion = 2, .xmpInIdat = true, .tileExtents = 3});
-    Demuxer const source(file.bytes);
-    HBOXD_IMAGE_INFO info{};
-    EXPECT_EQ(hboxd_get_info_image(source.handle, file.primaryId, &info), HBOX_OK);
-    EXPECT_FALSE(info.is_grid);
-    EXPECT_EQ(source.frame(1), Demuxer(buildHeic()).frame(1)) << "extents are joined";
-    EXPECT_EQ(source.frame(file.xmpId), heicXmp("x"));
-    HBOXD_LOCATION location{};
-    uint32_t size = sizeof location;
-    EXPECT_EQ(hboxd_get_info_item(source.handle, file.xmpId, HBOXD_ITEM_LOCATION, &location, &size), HBOX_OK);
-    EXPECT_EQ(location.construction_method, 1U);
-    EXPECT_EQ(file.bytes.substr(location.position, location.length), heicXmp("x")) << "counted from the file's start";
-    for (HeicOptions const& outside : {HeicOptions{.tileShift = 1 << 20}, HeicOptions{.tileMethod = 1}})
-        EXPECT_EQ(hboxd_get_image_frm(Demuxer(buildHeic(outside)).handle, 1, nullptr, 0, &size), HBOX_ERR_FORMAT);
 }

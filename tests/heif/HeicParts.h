@@ -32,17 +32,16 @@ struct HeicParts {
         size_t video = 0;
         if (box != letters.npos)
             video = build(letters.substr(0, box)).size() + (letters[box] == 'W' ? 16 : 8);
-        std::string const pointer = "mpv2" + bigEndian(video, 4) + bigEndian(HEIC_VIDEO.size(), 4);
         std::string const noPointer = "mp4 " + bigEndian(1 << 20, 4) + bigEndian(9, 4);
         std::map<char, std::string> const parts{
             {'I', image},
             {'V', heicBox("mpvd", HEIC_VIDEO)},
             {'W', bigEndian(1, 4) + "mpvd" + bigEndian(HEIC_VIDEO.size() + 16, 8) + HEIC_VIDEO},
-            {'T', qrtdBox(trailerBytes({{2608, "MotionPhoto_Data", pointer},
+            {'T', qrtdBox(trailerBytes({videoRecord(pointerTo(video, HEIC_VIDEO.size())),
                                         {2609, "MotionPhoto_Version", "mpv3"},
                                         {1, "Other", pattern(99)}}))},
             {'B', heicBox("qrtd", "no trailer")},
-            {'N', qrtdBox(trailerBytes({{2608, "MotionPhoto_Data", noPointer}}))},
+            {'N', qrtdBox(trailerBytes({videoRecord(noPointer)}))},
             {'D', heicBox("free", "cdif" + debugInfo)},
             {'P', heicBox("free", "plain")},
         };

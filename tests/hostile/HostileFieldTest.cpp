@@ -74,7 +74,7 @@ void addBoxFields(std::string const& file, size_t begin, size_t end, std::vector
 }
 
 std::string motionTrailer(size_t videoAt, size_t videoSize) {
-    return trailerBytes({{2608, "MotionPhoto_Data", "mpv2" + bigEndian(videoAt, 4) + bigEndian(videoSize, 4)},
+    return trailerBytes({videoRecord(pointerTo(videoAt, videoSize)),
                          {2609, "MotionPhoto_Version", "mpv3"},
                          {2817, "Other", pattern(40), "sub-info"}});
 }

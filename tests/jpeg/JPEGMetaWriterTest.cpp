@@ -3,8 +3,7 @@
 #include "XMPInfoImpl.h"
 #include "io/MoveTail.h"
 #include "support/Faults.h"
-#include "support/JpegBuilder.h"
-#include "support/TrailerBuilder.h"
+#include "support/PhotoParts.h"
 #include "xmp/XMPFixture.h"
 
 namespace android::lumo::test {
@@ -186,29 +185,10 @@ TEST(JPEGMetaWriter, DebugInfoStandsWhereAskedAndIsTakenForItsAssumedSize) {
 
 /// A picture with another behind it and an index of both; `own` is what the index says of the first one's size.
 std::string twoPictures(bool big, JpegBuilder const& front, uint32_t own, uint32_t table = 26) {
-    auto const withIndex = [&](uint32_t offset) {
-        std::string index = big ? std::string("MM\0*", 4) : std::string("II*\0", 4);
-        for (auto const& [value, width] : std::initializer_list<std::pair<uint32_t, size_t>>{{8, 4},
-                                                                                             {1, 2},
-                                                                                             {0xB002, 2},
-                                                                                             {7, 2},
-                                                                                             {32, 4},
-                                                                                             {table, 4},
-                                                                                             {0, 4},
-                                                                                             {0x30000, 4},
-                                                                                             {own, 4},
-                                                                                             {0, 4},
-                                                                                             {0, 4},
-                                                                                             {0, 4},
-                                                                                             {50, 4},
-                                                                                             {offset, 4},
-                                                                                             {0, 4}})
-            for (size_t i = 0; i < width; ++i)
-                index += static_cast<char>(value >> 8 * (big ? width - 1 - i : i));
-        return JpegBuilder(front).mpf(index).build(pattern(3000));
+    auto const withIndex = [&](size_t offset) {
+        return JpegBuilder(front).mpf(mpfIndex(own, 50, offset, table, big)).build(pattern(3000));
     };
-    size_t const base = front.open().size() + 8;
-    return withIndex(static_cast<uint32_t>(withIndex(0).size() - base)) + JpegBuilder().build();
+    return withIndex(withIndex(0).size() - front.open().size() - 8) + JpegBuilder().build();
 }
 
 TEST(JPEGMetaWriter, MpfIndexNamesTheSizeOfTheGrownPicture) {
@@ -236,35 +216,24 @@ TEST(JPEGMetaWriter, MpfIndexNamesTheSizeOfTheGrownPicture) {
 
 // The pointer to a video. ---------------------------------------------------------------------------------------------
 
-constexpr uint32_t VIDEO_SIZE = 3000;
-
-uint32_t swapped(size_t value) {
-    return __builtin_bswap32(static_cast<uint32_t>(value));
-}
+std::string const VIDEO = pattern(3000, 7);
 
 /// A still whose trailer points to the video in front of it; more bytes may follow the pointer.
 std::string stillWithPointer(JpegBuilder const& image, std::string const& more = "") {
     std::string const still = image.build("scan");
-    std::string const pointer = "mpv2" + little(swapped(still.size())) + little(swapped(VIDEO_SIZE));
-    return still + pattern(VIDEO_SIZE, 7) + trailerBytes({{2608, "MotionPhoto_Data", pointer + more}});
-}
-
-std::string videoOf(TempFile const& file) {
-    std::string const pointer = readTrailer(file.bytes()).records.at(0).data;
-    return file.bytes().substr(swapped(littleAt(pointer, 4)), swapped(littleAt(pointer, 8)));
+    return still + VIDEO + trailerBytes({videoRecord(pointerTo(still.size(), VIDEO.size()) + more)});
 }
 
 TEST(JPEGMetaWriter, PointerFollowsTheVideo) {
     for (JpegBuilder const& image : {JpegBuilder(), JpegBuilder().exif().xmp("<old/>"), JpegBuilder().exif().exif(),
                                      JpegBuilder().xmp("<large/>", 60'000).xmp("<two/>")}) {
         TempFile const file(stillWithPointer(image, image.open().size() > 50'000 ? "more" : ""));
-        ASSERT_EQ(videoOf(file), pattern(VIDEO_SIZE, 7));
-        writeView(file, std::string(4000, 'p'));
-        EXPECT_TRUE(videoOf(file) == pattern(VIDEO_SIZE, 7)) << treeOf(file.bytes());
-        writeDebugInfo(file, "123");
-        EXPECT_TRUE(videoOf(file) == pattern(VIDEO_SIZE, 7)) << treeOf(file.bytes());
-        moveTail(file.open(), static_cast<uint32_t>(file.bytes().find(pattern(VIDEO_SIZE, 7))), 10);
-        EXPECT_TRUE(videoOf(file) == pattern(VIDEO_SIZE, 7));
+        for (std::function<void()> const& move : std::initializer_list<std::function<void()>>{
+                 [] {}, [&] { writeView(file, std::string(4000, 'p')); }, [&] { writeDebugInfo(file, "123"); },
+                 [&] { moveTail(file.open(), static_cast<uint32_t>(file.bytes().find(VIDEO)), 10); }}) {
+            move();
+            EXPECT_TRUE(takeApart(file.bytes()).video == VIDEO) << treeOf(file.bytes());
+        }
     }
 }
 

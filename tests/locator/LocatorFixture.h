@@ -48,13 +48,6 @@ inline std::string gainMapItem(std::string const& more = {}) {
     return itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(GAIN_MAP.size()) + "\" " + more);
 }
 
-/// An MPF index of two pictures, the second `offset` bytes behind the index.
-inline std::string mpfTo(size_t offset) {
-    return std::string("MM\0*", 4) + bigEndian(8, 4) + bigEndian(1, 2) + bigEndian(0xB002, 2) + bigEndian(7, 2) +
-           bigEndian(32, 4) + bigEndian(26, 4) + bigEndian(0, 4) + bigEndian(0x30000, 4) + bigEndian(99, 4) +
-           bigEndian(0, 8) + bigEndian(0, 4) + bigEndian(GAIN_MAP.size(), 4) + bigEndian(offset, 4) + bigEndian(0, 4);
-}
-
 /// The box of a video, with a header of 8 or 16 bytes.
 inline std::string videoBox(std::string const& movie, bool wide = false) {
     return wide ? bigEndian(1, 4) + "mpvd" + bigEndian(movie.size() + 16, 8) + movie : heicBox("mpvd", movie);

@@ -24,8 +24,7 @@ std::string idsOf(PhotoCheck const& check) {
 /// A HEIC with a video box, claims for it, and a trailer whose pointer is `shift` off.
 std::string heic(std::string const& movie, int shift, std::string const& behind = {}) {
     auto const build = [&](size_t position) {
-        std::string const pointer = "mpv2" + bigEndian(position, 4) + bigEndian(movie.size(), 4);
-        std::string const trailer = qrtdBox(trailerBytes({{2608, "MotionPhoto_Data", pointer}}));
+        std::string const trailer = qrtdBox(trailerBytes({videoRecord(pointerTo(position, movie.size()))}));
         return heicWith(videoBox(movie) + trailer + behind,
                         itemOf("Primary", "image/heic", paddingOf(8)) +
                             videoItem(movie.size() + trailer.size() + behind.size()));
@@ -55,7 +54,7 @@ std::vector<Sample> samples() {
     auto const pointTo = [&](HeicOptions const& options, size_t which) {
         std::string const file = buildHeic(options);
         size_t const type = which == 1 ? file.find("mpvd") : file.rfind("mpvd");
-        return trailerBytes({{2608, "V", "mpv2" + bigEndian(type + 4, 4) + bigEndian(movie.size(), 4)}});
+        return trailerBytes({videoRecord(pointerTo(type + 4, movie.size()))});
     };
     boxed.tail += heicBox("skip", pointTo(boxed, 1));
     twins.tail += heicBox("mpvd", movie);
@@ -97,7 +96,7 @@ std::vector<Sample> samples() {
         {published(video + PRIMARY, movie), "directory-order directory-order", "="},
         {published(PRIMARY, movie, CLAIMED + microVideo(std::to_string(movie.size()))), "directory-video", ""},
         {published(itemOf("Primary", "image/jpeg", paddingOf(5)) + video, movie), "primary-padding", "="},
-        {JpegBuilder().mpf(mpfTo(60)).build(), "mpf-image", "="},
+        {JpegBuilder().mpf(mpfIndex(99, GAIN_MAP.size(), 60)).build(), "mpf-image", "="},
         {published(PRIMARY + gainMapItem(), "no picture here, only as many bytes", ""), "gain-map", "="},
         {withTrailer(big, gainMapItem(), GAIN_MAP), "gain-map-padding", "="},
         {JpegBuilder().build("scan", movie), "orphan-movie", ""},

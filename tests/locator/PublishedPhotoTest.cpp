@@ -98,7 +98,7 @@ TEST(PublishedPhoto, PicturesOfTheIndexAreFoundWhenWhatStandsInFrontOfThemGoes) 
     auto const photo = [&](size_t offset) {
         return JpegBuilder()
             .xmp(packetOf(CLAIMED, directoryOf(PRIMARY + videoItem(movie.size()) + gainMapItem())), 1500)
-            .mpf(mpfTo(offset))
+            .mpf(mpfIndex(99, GAIN_MAP.size(), offset))
             .build("scan", movie + GAIN_MAP);
     };
     size_t const base = photo(0).find("MPF") + 4;

@@ -11,13 +11,6 @@
 /// A HEIC file as libheif sees it, a decoder that shares no code with ours.
 namespace android::lumo::test {
 
-struct HeicPicture {
-    std::vector<std::string> images;   ///< RGB rows of the primary, its thumbnails, its auxiliary images
-    std::vector<std::string> metadata; ///< of the primary, XMP apart: type, content type, bytes
-    std::vector<std::string> xmp;      ///< the primary's XMP items
-    bool operator==(HeicPicture const&) const = default;
-};
-
 namespace detail {
 
 using Handle = std::unique_ptr<heif_image_handle, decltype(&heif_image_handle_release)>;
@@ -52,43 +45,26 @@ void decodeRelated(heif_image_handle* primary, Count count, List list, Get get, 
     }
 }
 
-inline void readMetadata(heif_image_handle* primary, HeicPicture& picture) {
-    std::vector<heif_item_id> ids(
-        static_cast<size_t>(heif_image_handle_get_number_of_metadata_blocks(primary, nullptr)));
-    heif_image_handle_get_list_of_metadata_block_IDs(primary, nullptr, ids.data(), static_cast<int>(ids.size()));
-    for (heif_item_id const id : ids) {
-        std::string bytes(heif_image_handle_get_metadata_size(primary, id), '\0');
-        require(heif_image_handle_get_metadata(primary, id, bytes.data()));
-        std::string const content = heif_image_handle_get_metadata_content_type(primary, id);
-        if (content == "application/rdf+xml")
-            picture.xmp.push_back(std::move(bytes));
-        else
-            picture.metadata.push_back(heif_image_handle_get_metadata_type(primary, id) +
-                                       (' ' + content + ' ' + bytes));
-    }
-}
-
 } // namespace detail
 
-/// Decodes everything that belongs to the primary image. Throws std::runtime_error when libheif refuses the file.
-inline HeicPicture readHeicPicture(std::string const& file) {
+/// RGB rows of the primary image, its thumbnails and its auxiliary images. Throws std::runtime_error when libheif
+/// refuses the file.
+inline std::vector<std::string> decodedImages(std::string const& file) {
     std::unique_ptr<heif_context, decltype(&heif_context_free)> const context(heif_context_alloc(), heif_context_free);
     detail::require(heif_context_read_from_memory_without_copy(context.get(), file.data(), file.size(), nullptr));
     heif_image_handle* handle = nullptr;
     detail::require(heif_context_get_primary_image_handle(context.get(), &handle));
     detail::Handle const primary(handle, heif_image_handle_release);
-    HeicPicture picture;
-    picture.images.push_back(detail::decodeRgb(handle));
+    std::vector<std::string> images{detail::decodeRgb(handle)};
     detail::decodeRelated(handle, heif_image_handle_get_number_of_thumbnails,
-                          heif_image_handle_get_list_of_thumbnail_IDs, heif_image_handle_get_thumbnail, picture.images);
+                          heif_image_handle_get_list_of_thumbnail_IDs, heif_image_handle_get_thumbnail, images);
     detail::decodeRelated(
         handle, [](auto const* image) { return heif_image_handle_get_number_of_auxiliary_images(image, 0); },
         [](auto const* image, auto* ids, int count) {
             return heif_image_handle_get_list_of_auxiliary_image_IDs(image, 0, ids, count);
         },
-        heif_image_handle_get_auxiliary_image_handle, picture.images);
-    detail::readMetadata(handle, picture);
-    return picture;
+        heif_image_handle_get_auxiliary_image_handle, images);
+    return images;
 }
 
 } // namespace android::lumo::test

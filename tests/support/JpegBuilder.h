@@ -20,6 +20,21 @@ inline std::string const EXTENDED_XMP_ID{"http://ns.adobe.com/xmp/extension/\0",
 inline std::string const EXIF_ID{"Exif\0\0", 6};
 inline std::string const MPF_ID{"MPF\0", 4};
 
+/// An MPF index of two pictures: `own` is what it says of the first one's size, `size` and `offset` of the second, and
+/// `table` where the entries stand.
+inline std::string mpfIndex(uint32_t own, size_t size, size_t offset, uint32_t table = 26, bool big = true) {
+    std::string index = big ? std::string("MM\0*", 4) : std::string("II*\0", 4);
+    auto const add = [&](size_t width, std::vector<size_t> const& values) {
+        for (size_t const value : values)
+            for (size_t i = 0; i < width; ++i)
+                index += static_cast<char>(value >> 8 * (big ? width - 1 - i : i));
+    };
+    add(4, {8});
+    add(2, {1, 0xB002, 7});
+    add(4, {32, table, 0, 0x30000, own, 0, 0, 0, size, offset, 0});
+    return index;
+}
+
 /// Builds a file from its start of image on; the scan, the end of image and bytes behind it follow the segments.
 class JpegBuilder {
 public:

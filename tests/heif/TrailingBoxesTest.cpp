@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "io/TrailingBoxes.h"
 #include "HeicParts.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
-#include "io/TrailingBoxes.h"
 
 #include <array>
 
@@ -12,7 +12,7 @@ namespace {
 std::string const INFO = pattern(1777, 4);
 std::vector<unsigned char> const INFO_BYTES(INFO.begin(), INFO.end());
 
-TEST(HEIFDebugInfo, GoesInAndOutWithoutHidingTheTrailer) {
+TEST(TrailingBoxes, DebugInfoGoesInAndOutWithoutHidingTheTrailer) {
     std::array<char const*, 3> const cases[] = {
         {"I", "ID", "I"},          {"IV", "IVD", "IV"},         {"IT", "IDT", "IT"},     {"IVT", "IDVT", "IVT"},
         {"IPWT", "IPDWT", "IPWT"}, {"ID", "ID", "I"},           {"IDV", "IVD", "IV"},    {"IDVT", "IDVT", "IVT"},
@@ -34,7 +34,7 @@ TEST(HEIFDebugInfo, GoesInAndOutWithoutHidingTheTrailer) {
     }
 }
 
-TEST(HEIFDebugInfo, ImageStaysWhereItStands) {
+TEST(TrailingBoxes, ImageStaysWhereItStands) {
     auto const image = [](std::string const& content) { return buildHeic({.beforeMdat = heicBox("free", content)}); };
     TempFile const file(image("cdifold")), open(buildHeic({.mdat = HeicOptions::Mdat::ToEnd}));
     HEIFMetaWriter writer(file.open());
@@ -49,7 +49,7 @@ TEST(HEIFDebugInfo, ImageStaysWhereItStands) {
     EXPECT_EQ(HEIFMetaReader(other.open("r"), ParseMode::LAZY).getCameraDebugInfo().toTypedData<std::string>(), INFO);
 }
 
-TEST(HEIFTrailingBoxes, RefusalsLeaveTheFileAsItWas) {
+TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
     using File = std::shared_ptr<MediaFile> const&;
     HeicParts const parts;
     auto const put = [](File file) { HEIFMetaWriter(file).writeCameraDebugInfo(INFO_BYTES); };
@@ -89,7 +89,7 @@ TEST(HEIFTrailingBoxes, RefusalsLeaveTheFileAsItWas) {
     }
 }
 
-TEST(HEIFTrailerOrder, TrailerComesLastAndItsPointerFollows) {
+TEST(TrailingBoxes, TrailerComesLastAndItsPointerFollows) {
     std::pair<char const*, char const*> const cases[] = {
         {"ITV", "IVT"}, {"IVTD", "IVDT"}, {"ITWD", "IWDT"}, {"ITPV", "IPVT"}, {"ITVB", "ITVB"},
         {"IVT", "IVT"}, {"I", "I"},       {"IVTP", "IVTP"}, {"IDV", "IDV"},
