@@ -100,7 +100,7 @@ TEST(TrailerReader, RefusesWhatCannotBeATrailer) {
 }
 
 TEST(TrailerReader, LetsACallbackPointRecordsElsewhereAndWritesThemAsTheyWereStored) {
-    TrailerRecord const pointer{2608, "Video", "mpv2" + std::string("\0\0\0\x1E\0\0\0\x14", 8)};
+    TrailerRecord const pointer{2608, "Video", pointerTo(30, 20)};
     TempFile const file(STILLS[1].with({pointer, A}));
     bool fails = false;
     uint32_t length = 20;
