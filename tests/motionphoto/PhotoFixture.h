@@ -46,7 +46,6 @@ inline void expectConsistent(std::string const& path) {
     EXPECT_EQ(parts.faults(), "");
     EXPECT_EQ(photo->getVideoPosition(), parts.videoPosition);
     EXPECT_EQ(photo->getImageVideoPadding(), parts.inFront);
-    EXPECT_EQ(photo->getXMPInfo()->getItemField("MotionPhoto", "Padding"), "0");
     EXPECT_EQ(photo->getXMPInfo()->getItemNameAt(1), "Primary");
 }
 

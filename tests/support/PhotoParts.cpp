@@ -347,6 +347,7 @@ std::string PhotoParts::faults() const {
         text += is == wanted ? "" : name + (" is " + is) + ", not " + wanted + "; ";
     };
     expect("Length", entry["Length"], std::to_string(size - videoPosition));
+    expect("Padding of the video", entry["Padding"].empty() ? "0" : entry["Padding"], "0");
     expect("Mime", entry["Mime"], "video/mp4");
     expect("Padding", primary["Padding"], std::to_string(inFront));
     return text;

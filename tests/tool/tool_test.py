@@ -84,8 +84,7 @@ class ToolTest(unittest.TestCase):
         return json.loads(self.done("info", "--json", name))
 
     def snapshot(self):
-        small = (path for path in self.folder.iterdir() if path.is_file() and path.stat().st_size < 1 << 30)
-        return {path.name: path.read_bytes() for path in small}
+        return {path.name: path.read_bytes() for path in self.folder.iterdir() if path.is_file()}
 
     def refused(self, code, reason, *args, **options):
         before = self.snapshot()
@@ -97,48 +96,30 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(self.snapshot(), before, args)
 
     def test_report_agrees_with_the_bytes_and_the_video_comes_back(self):
-        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
+        self.done("add", "still.jpg", "clip.mp4", "--timestamp-us", "1234567", "-o", "photo.jpg")
         photo, report = self.read("photo.jpg"), self.info("photo.jpg")
         motion, video = report["motionPhoto"], report["motionPhoto"]["video"]
-        self.assertEqual(photo[video["position"] :][: video["size"]], CLIP)
-        self.assertEqual((report["mimeType"], report["fileSize"]), ("image/jpeg", len(photo)))
+        at, size = video["position"], video["size"]
+        self.assertEqual(photo[at:][:size], CLIP)
+        self.assertEqual((report["mimeType"], report["fileSize"], video["mimeType"]), ("image/jpeg", len(photo), "video/mp4"))
         self.assertEqual((motion["valid"], motion["format"], motion["xmpVersion"]), (True, "mpv1", 1))
-        self.assertEqual((video["mimeType"], video["padding"]), ("video/mp4", video["position"] - report["imageSize"]))
         self.assertAlmostEqual(video["durationUs"], 2_500_000, delta=50_000)
-        self.assertEqual(motion["presentationTimestampUs"], video["durationUs"])
+        self.assertEqual((motion["presentationTimestampUs"], report["debugInfo"]), (1234567, None))
         self.assertEqual(report["trailer"]["size"], len(photo) - report["imageSize"])
-        self.assertIn(
-            {"type": 2608, "name": "MotionPhoto_Data", "position": video["position"], "size": len(CLIP)},
-            report["trailer"]["records"],
-        )
+        record = {"type": 2608, "name": "MotionPhoto_Data", "position": at, "size": size}
+        self.assertIn(record, report["trailer"]["records"])
         primary, item = report["xmp"]["items"]
         self.assertEqual((primary["semantic"], primary["mime"]), ("Primary", "image/jpeg"))
-        self.assertEqual(primary["Padding"], str(video["padding"]))
-        self.assertEqual((item["semantic"], item["Length"]), ("MotionPhoto", str(len(photo) - video["position"])))
+        self.assertEqual((primary["Padding"], video["padding"]), (str(at - report["imageSize"]), at - report["imageSize"]))
+        self.assertEqual((item["semantic"], item["Length"]), ("MotionPhoto", str(len(photo) - at)))
         self.assertIn("GCamera:MotionPhoto", [entry["path"] for entry in report["xmp"]["properties"]])
-        self.assertIsNone(report["debugInfo"])
         self.assertRegex(self.done("info", "photo.jpg"), r"(?m)^  video +219,772 bytes at [\d,]+, video/mp4, 2\.5\d* s$")
 
-        self.done("extract", "photo.jpg", "-o", "again.mp4")
-        self.assertEqual(self.read("again.mp4"), CLIP)
         self.done("remove", "photo.jpg", "-o", "bare.jpg")
         self.assertNotIn(b"ftypmp42", self.read("bare.jpg"))
         bare = self.info("bare.jpg")
         self.assertEqual((bare["motionPhoto"], bare["trailer"]), (None, None))
         self.assertEqual(self.read("still.jpg"), STILL)
-
-    def test_timestamp_stays_through_other_videos(self):
-        self.write("longer.mp4", CLIP + struct.pack(">I4s", 64, b"free") + bytes(56))
-        for command in (
-            ["add", "still.jpg", "clip.mp4", "--timestamp-us", "1234567"],
-            ["add", "still.jpg", "longer.mp4"],
-            ["replace", "still.jpg", "clip.mp4"],
-        ):
-            self.done(*command, "--in-place")
-            report = self.info("still.jpg")["motionPhoto"]
-            self.assertEqual(report["presentationTimestampUs"], 1234567, command)
-            self.assertEqual(report["video"]["size"], len(self.read(command[2])), command)
-            self.assertEqual(self.read("still.jpg").count(b"ftypmp42"), 1, command)
 
     def test_what_is_refused_changes_nothing(self):
         self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
@@ -148,15 +129,11 @@ class ToolTest(unittest.TestCase):
         self.write("out.jpg", b"what was there")
         self.write("empty.jpg", b"")
         self.write("image.png", b"\x89PNG\r\n\x1a\n" + bytes(40))
-        self.write("image.avif", b"\0\0\0\x1cftypavif" + bytes(40))
         self.write("-dash.jpg", STILL)
         os.symlink("still.jpg", self.folder / "link.jpg")
         os.symlink("absent.jpg", self.folder / "dangling.jpg")
         self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         os.link(self.folder / "photo.jpg", self.folder / "twin.jpg")
-        with open(self.folder / "huge.mp4", "wb") as huge:
-            huge.write(CLIP)
-            huge.truncate(2**32 - 1000)
         add = ["add", "still.jpg"]
         for code, reason, args in (
             (2, "subcommand", []),
@@ -164,34 +141,26 @@ class ToolTest(unittest.TestCase):
             (2, "put -- in front", ["info", "-dash.jpg"]),
             (2, "VIDEO", [*add, "-o", "new.jpg"]),
             (2, "one of -o OUT, -d DIR and --in-place", [*add, "clip.mp4"]),
-            (2, "one of -o OUT, -d DIR and --in-place", [*add, "clip.mp4", "--in-place", "-o", "new.jpg"]),
             (2, "--in-place=bytes", [*add, "clip.mp4", "--in-place=all"]),
             (2, "-o is for one file", ["remove", "photo.jpg", "still.jpg", "-o", "new.jpg"]),
             (2, "--timestamp-us", [*add, "clip.mp4", "--in-place", "--timestamp-us", "-1"]),
             (2, "is no time", [*add, "clip.mp4", "--in-place", "--timestamp-us", "99999999999999999999"]),
             (2, "is no time", [*add, "clip.mp4", "--in-place", "--at", "1.2 h"]),
-            (3, "outside the video", ["set", "photo.jpg", "--at", "2.6s", "-o", "new.jpg"]),
             (2, "--in-place", [*add, "clip.mp4", "-o", "./still.jpg"]),
             (2, "both input and output", [*add, "clip.mp4", "-o", "clip.mp4"]),
-            (2, "both input and output", ["extract", "photo.jpg", "-o", "photo.jpg"]),
             (2, "both as the still and as the video", [*add, "still.jpg", "--in-place"]),
             (3, "outside the video", [*add, "clip.mp4", "--in-place", "--at", "2.6s"]),
             (3, "isom", [*add, "isom.mp4", "--in-place", "--keep-brand"]),
             (3, "ffmpeg -i IN", [*add, "short.mp4", "--in-place"]),
             (3, "ffmpeg -i IN", ["replace", "photo.jpg", "short.mp4", "-o", "new.jpg"]),
-            (3, "4 GiB", [*add, "huge.mp4", "--in-place"]),
             (3, "No such file", [*add, "absent.mp4", "-o", "new.jpg"]),
-            (3, "No such file", ["info", "absent.jpg"]),
             (3, "is a folder; -r", ["info", "."]),
             (3, "is a text,", ["info", "text.txt"]),
             (3, "is empty", ["info", "empty.jpg"]),
             (3, "is a PNG image,", ["info", "image.png"]),
-            (3, "is an AVIF image,", ["info", "image.avif"]),
             (3, "is a movie,", ["add", "clip.mp4", "still.jpg", "-o", "new.jpg"]),
-            (3, "damaged.jpg", ["info", "damaged.jpg"]),
             (3, "damaged.jpg", ["add", "damaged.jpg", "clip.mp4", "--in-place"]),
             (1, "no motion photo", ["replace", "still.jpg", "clip.mp4", "--in-place"]),
-            (1, "no motion photo", ["remove", "still.jpg", "--in-place"]),
             (1, "no motion photo", ["extract", "still.jpg", "-o", "new.mp4"]),
             (4, "is there already; --force", [*add, "clip.mp4", "-o", "out.jpg"]),
             (4, "is a link;", ["add", "link.jpg", "clip.mp4", "--in-place"]),
@@ -341,29 +310,23 @@ class ToolTest(unittest.TestCase):
         self.done("trailer", "put", "Note", "--type", "4000", "--text", "by the sea", "photo.jpg", "--in-place")
         self.refused(3, "Note", "convert", "photo.jpg", "--to", "published", "-o", "published.jpg")
         self.tool("convert", "photo.jpg", "--to", "published", "--drop-records", "-o", "published.jpg")
-        self.assertIsNone(self.info("published.jpg")["trailer"])
         self.done("convert", "published.jpg", "--to", "trailer", "-o", "back.jpg")
         for name, source in (("photo.jpg", "trailer"), ("published.jpg", "directory"), ("back.jpg", "trailer")):
             with self.subTest(name=name):
                 motion = self.info(name)["motionPhoto"]
                 self.assertEqual((motion["source"], motion["presentationTimestampUs"]), (source, 1_000_000))
-                self.assertAlmostEqual(motion["video"]["durationUs"], 2_500_000, delta=50_000)
                 self.assertEqual(json.loads(self.done("check", "--json", name))["verdict"], "sound")
                 self.done("extract", name, "-o", name + ".mp4")
                 self.assertEqual(self.read(name + ".mp4"), CLIP)
                 self.done("set", name, "--at", "0.5s", "--in-place")
                 self.done("replace", name, "clip.mp4", "--at", "700ms", "-o", "replaced.jpg", "--force")
                 self.assertEqual(self.info("replaced.jpg")["motionPhoto"]["presentationTimestampUs"], 700_000)
-                self.done("remove", name, "-o", "bare.jpg", "--force")
-                self.assertEqual(self.read("bare.jpg").count(b"ftyp"), 0)
-                self.assertNotIn("MotionPhoto", json.dumps(self.info("bare.jpg")["xmp"]))
-                self.assertEqual(self.tool("check", "bare.jpg").returncode, 1)
         self.write("orphan.jpg", STILL + CLIP)
         self.assertIn("orphan-movie", self.tool("check", "orphan.jpg").stdout)
         self.tool("repair", "orphan.jpg", "-o", "claimed.jpg")
         self.assertEqual(self.info("claimed.jpg")["motionPhoto"]["video"]["size"], len(CLIP))
         self.tool("repair", "orphan.jpg", "--drop-orphans", "--in-place")
-        self.assertEqual(self.read("orphan.jpg"), STILL)
+        self.assertEqual((self.read("orphan.jpg"), self.tool("check", "orphan.jpg").returncode), (STILL, 1))
 
     def test_records_and_properties_go_in_and_out(self):
         self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
@@ -397,14 +360,12 @@ class ToolTest(unittest.TestCase):
         result = self.tool("info", "--json", "still.jpg", "text.txt", "named.jpg")
         self.assertEqual((result.returncode, result.stderr.count("\n")), (3, 1))
         plain, bad, named = map(json.loads, result.stdout.splitlines())
-        self.assertEqual((plain["schema"], plain["file"], named["file"]), (1, "still.jpg", "named.jpg"))
+        self.assertEqual((plain["schema"], plain["file"], plain["imageSize"]), (1, "still.jpg", len(STILL)))
         self.assertEqual((bad["file"], bad["error"]["exitCode"]), ("text.txt", 3))
-        self.assertEqual(plain["imageSize"], len(STILL))
-        self.assertEqual([record["name"][1:] for record in named["trailer"]["records"]][0], "\x1b[31m")
-        self.assertEqual(named["trailer"]["records"][0]["size"], 3)
+        record = named["trailer"]["records"][0]
+        self.assertEqual((record["name"][1:], record["size"]), ("\x1b[31m", 3))
         self.assertEqual((named["motionPhoto"]["valid"], named["motionPhoto"]["video"]["mimeType"]), (False, None))
         result = self.tool("info", "text.txt", "named.jpg", errors="replace")
-        self.assertEqual(result.returncode, 3)
         self.assertIn("motion photo  damaged", result.stdout)
         self.assertNotIn("\x1b", result.stdout)
         self.refused(3, "its video is damaged", "extract", "named.jpg", "-o", "out.mp4")
