@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # fuzz/run.sh [SECONDS [TARGET...]]  builds the fuzz targets and runs each (jpeg rewrite trailer xmp edit extractor) for SECONDS
-# (60), two at a time, on fresh structural seeds, on fuzz/corpus/TARGET/ and on what earlier runs here found. What breaks a
-# target stays in build/fuzz/findings/TARGET/ and makes the run fail; the inputs that reached new code stay in
-# build/fuzz/corpus/TARGET/.
+# (60), two at a time, on fuzz/corpus/TARGET/ and on what earlier runs here found. What breaks a target stays in
+# build/fuzz/findings/TARGET/ and makes the run fail; the inputs that reached new code stay in build/fuzz/corpus/TARGET/.
 # fuzz/run.sh --check [TARGET...]  a fixed number of runs from a fixed seed, so that the same code passes or fails every time;
 # searching is what the other form is for.
 # fuzz/run.sh --merge   makes fuzz/corpus/ anew: of all of these, the smallest inputs that together reach the same code.
@@ -24,8 +23,6 @@ fi
 mu_need_packages clang-14 libclang-rt-14-dev
 mu_build fuzz fuzzers
 out=$mu_root/build/fuzz
-rm -rf "$out/seeds"
-"$out/fuzz/make_seeds" "$out/seeds"
 
 # Inputs are small, as the stills they make are; so is the memory allowed.
 limits=(-max_len=8192 -timeout=20 -rss_limit_mb=1024 -malloc_limit_mb=64)
@@ -43,7 +40,7 @@ run_target() {
     mkdir -p "$known" "$out/findings/$target"
     "$out/fuzz/fuzz_$target" "${limits[@]}" "${extent[@]}" -dict="$dict" -print_final_stats=1 \
         -artifact_prefix="$out/findings/$target/" \
-        "$known" "$mu_root/fuzz/corpus/$target" "$out/seeds/$target" >"$log" 2>&1 || status=$?
+        "$known" "$mu_root/fuzz/corpus/$target" >"$log" 2>&1 || status=$?
     printf '%-8s %s executions, %s edges, %s features, %s\n' "$target" \
         "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" \
         "$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)" \
@@ -57,7 +54,7 @@ run_target() {
 merge_target() {
     local target=$1 merged=$out/merged/$1 from=() folder
     rm -rf "$merged" && mkdir -p "$merged"
-    for folder in "$out/corpus/$target" "$mu_root/fuzz/corpus/$target" "$out/seeds/$target"; do
+    for folder in "$out/corpus/$target" "$mu_root/fuzz/corpus/$target"; do
         [ ! -d "$folder" ] || from+=("$folder")
     done
     mu_run_quietly "merging $target" "$out/fuzz/fuzz_$target" "${limits[@]}" -merge=1 -use_counters=0 "$merged" "${from[@]}"

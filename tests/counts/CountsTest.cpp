@@ -60,40 +60,30 @@ std::string clipOf(TempDir const& folder, size_t size) {
 
 using Action = std::function<void(std::string const& in, std::string const& video, std::string const& out)>;
 
-std::shared_ptr<MotionPhotoEdit> editOf(std::string const& path, bool inPlace) {
-    return MotionPhotoInfo::parse(open(path, inPlace ? "rw" : "r"))->edit();
-}
-
-void finish(MotionPhotoEdit& edit, std::string const& out, bool inPlace) {
-    inPlace ? edit.commit() : edit.commit(open(out));
-}
-
-void parse(std::string const& in) {
+void parse(std::string const& in, std::string const&, std::string const&) {
     auto const photo = MotionPhotoInfo::parse(open(in, "r"));
     EXPECT_TRUE(photo->isValid() && photo->getXMPMotionPhotoVersion() > 0 && photo->getVideoSize() > 0);
 }
 
-Action adding(bool inPlace) {
+/// Stages and commits, in place or into another file.
+Action editing(bool inPlace, std::function<void(MotionPhotoEdit&, std::string const& video)> const& stage) {
     return [=](std::string const& in, std::string const& video, std::string const& out) {
-        auto const edit = editOf(in, inPlace);
-        edit->addVideo(open(video, "r"));
-        finish(*edit, out, inPlace);
+        auto const edit = MotionPhotoInfo::parse(open(in, inPlace ? "rw" : "r"))->edit();
+        stage(*edit, video);
+        inPlace ? edit->commit() : edit->commit(open(out));
     };
+}
+
+Action adding(bool inPlace) {
+    return editing(inPlace, [](auto& edit, auto const& video) { edit.addVideo(open(video, "r")); });
 }
 
 Action removing(bool inPlace) {
-    return [=](std::string const& in, std::string const&, std::string const& out) {
-        auto const edit = editOf(in, inPlace);
-        edit->removeVideo(nullptr);
-        finish(*edit, out, inPlace);
-    };
+    return editing(inPlace, [](auto& edit, auto const&) { edit.removeVideo(nullptr); });
 }
 
-void putRecord(std::string const& in) {
-    auto const edit = editOf(in, true);
-    edit->addQRTData(4001, "Counts", ByteBuffer(std::vector<uint8_t>(4)));
-    edit->commit();
-}
+Action const putRecord = editing(
+    true, [](auto& edit, auto const&) { edit.addQRTData(4001, "Counts", ByteBuffer(std::vector<uint8_t>(4))); });
 
 /// Works on a still, or on one with the video in it; the video's bytes come on top of the bounds for bytes.
 struct Operation {
@@ -107,20 +97,14 @@ struct Operation {
 TEST(Counts, StayWithinTheirBoundsWhateverTheVideosSize) {
     constexpr bool STILL = false, PHOTO = true;
     Operation const operations[] = {
-        {"parse", PHOTO, std::bind(parse, std::placeholders::_1), {30, 7'000, 0}, {34, 7'000, 0}, 0, 0},
+        {"parse", PHOTO, parse, {30, 7'000, 0}, {34, 7'000, 0}, 0, 0},
         {"add to another file", STILL, adding(false), {235, 95'000, 46'000}, {310, 172'000, 13'000}, 1, 1},
         {"add", STILL, adding(true), {180, 59'000, 23'000}, {245, 140'000, 8'000}, 1, 1},
         {"replace to another file", PHOTO, adding(false), {200, 56'000, 25'000}, {375, 245'000, 7'000}, 2, 2},
         {"replace", PHOTO, adding(true), {130, 14'000, 500}, {275, 171'000, 500}, 1, 1},
         {"remove to another file", PHOTO, removing(false), {165, 81'000, 26'000}, {330, 242'000, 8'000}, 1, 1},
         {"remove", PHOTO, removing(true), {108, 34'000, 1'500}, {230, 163'000, 1'600}, 0, 0},
-        {"a record",
-         PHOTO,
-         std::bind(putRecord, std::placeholders::_1),
-         {127, 50'000, 2'000},
-         {195, 150'000, 2'000},
-         0,
-         0},
+        {"a record", PHOTO, putRecord, {127, 50'000, 2'000}, {195, 150'000, 2'000}, 0, 0},
     };
     __android_log_set_minimum_priority(ANDROID_LOG_SILENT); // lines of the log are no work on a file
     TempDir const folder;

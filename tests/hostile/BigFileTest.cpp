@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "MotionPhotoEdit.h"
-#include "support/HeicBuilder.h"
+#include "support/Attempt.h"
 #include "support/JpegBuilder.h"
-#include "support/TempFile.h"
-#include "support/TrailerBuilder.h"
 
 // Sparse files around 2 and 4 GiB: right, or refused with every byte as before.
 namespace android::lumo::test {
@@ -40,7 +38,7 @@ class BigFile : public testing::TestWithParam<bool> {};
 
 TEST_P(BigFile, TakesAVideoThatCanBeAddressedOrStaysAsItIs) {
     constexpr size_t VIDEO = 125'100;
-    std::string const video = bigEndian(12, 4) + "ftypmp42" + pattern(VIDEO - 12);
+    std::string const video = videoOf(VIDEO);
     TempFile const videoFile(video);
     TempDir const dir;
     std::string const path = dir.file("still");

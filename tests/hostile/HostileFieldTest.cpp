@@ -5,6 +5,7 @@
 #include "support/Memory.h"
 #include "support/PhotoParts.h"
 #include "support/TempFile.h"
+#include "xmp/XMPFixture.h"
 
 #include <ctime>
 #include <functional>
@@ -191,15 +192,10 @@ TEST(HostileField, TruncationsGiveAnErrorOrASensibleResult) {
 TEST(HostileField, NumbersInXmpAreNoPositions) {
     for (char const* number : {"-1", "0", "4294967295", "99999999999999999999", "x"}) {
         SCOPED_TRACE(number);
-        std::string packet = heicXmp("numbers");
-        std::string const item = std::string("<Container:Item Item:Mime=\"video/mp4\" Item:Semantic=\"MotionPhoto\" ") +
-                                 "Item:Length=\"" + number + "\" Item:Padding=\"" + number + "\"/>";
-        packet.replace(packet.find("\"/>"), 3,
-                       std::string("\" xmlns:GCamera=\"") + xmp_ns::CAMERA + "\" xmlns:Container=\"" +
-                           xmp_ns::CONTAINER + "\" xmlns:Item=\"" + xmp_ns::ITEM + "\" GCamera:MotionPhoto=\"" +
-                           number + "\" GCamera:MotionPhotoPresentationTimestampUs=\"" + number +
-                           "\"><Container:Directory><rdf:Seq><rdf:li rdf:parseType=\"Resource\">" + item +
-                           "</rdf:li></rdf:Seq></Container:Directory></rdf:Description>");
+        auto const is = [&](char const* name) { return std::string(name) + "=\"" + number + "\" "; };
+        auto const packet =
+            packetOf(is("Camera:MotionPhoto") + is("Camera:MotionPhotoPresentationTimestampUs"),
+                     directoryOf(itemOf("MotionPhoto", "video/mp4", is("Item:Length") + is("Item:Padding"))));
         examine(JpegBuilder().exif().xmp(packet).build());
         examine(buildHeic({.xmp = packet}));
     }
