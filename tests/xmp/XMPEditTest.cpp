@@ -284,7 +284,7 @@ TEST(XMPEdit, KeepsWhatOthersWroteInFormsOfTheirOwn) {
          {typed("Item:Mime='c/d' Item:Semantic='X'"), rewritten}) { // the toolkit's form of the same
         Photo const photo(packetOf("", directoryOf(entry)));
         EXPECT_EQ(photo.view()->getItemField("X", "Mime"), "c/d");
-        EXPECT_EQ(statementsAfterAnEdit(photo.file).empty(), false);
+        EXPECT_FALSE(propertiesAfterAnEdit(photo.file).empty());
     }
 }
 
