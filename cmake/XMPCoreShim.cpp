@@ -3,12 +3,14 @@
 #include "public/include/XMP_Environment.h"
 
 #include "XMPCore/source/XMPCore_Impl.hpp"
+#include "XMPCore/source/XMPMeta.hpp"
+
+#include "XMPCoreShim.h"
 
 #include <algorithm>
+#include <cctype>
+#include <string_view>
 
-/// The toolkit takes some properties ("tiff:Software", "exif:DateTimeDigitized") for other names of its own
-/// ("xmp:CreatorTool", "xmp:CreateDate"): it renames what a packet holds, and drops it where both are there. Without
-/// its table it leaves them as they are. To be called once, behind the toolkit's initialisation.
 void xmpForgetAliases() {
     if (sRegisteredAliasMap != nullptr)
         sRegisteredAliasMap->clear();
@@ -42,4 +44,143 @@ void DetectAltText(XMP_Node* array) {
         return;
     array->options |= kXMP_PropArrayIsAltText;
     NormalizeLangArray(array);
+}
+
+// Queries. ------------------------------------------------------------------------------------------------------------
+
+using Answer = XMPFound::Answer;
+
+static XMP_Node const& treeOf(XMPMetaRef packet) {
+    return reinterpret_cast<XMPMeta const*>(packet)->tree;
+}
+
+static XMP_Node const* named(XMP_NodeOffspring const& nodes, std::string_view name) {
+    auto const found =
+        std::find_if(nodes.begin(), nodes.end(), [&](XMP_Node const* node) { return node->name == name; });
+    return found == nodes.end() ? nullptr : *found;
+}
+
+static std::string_view prefixOf(std::string_view name) {
+    return name.substr(0, name.find(':') + 1);
+}
+
+/// Letters that every name may have.
+static bool isPlainName(std::string_view name) {
+    auto const isPlain = [](unsigned char c) { return c < 0x80 && (std::isalnum(c) != 0 || c == '_'); };
+    return !name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
+           std::all_of(name.begin(), name.end(), isPlain);
+}
+
+/// A name that is not among these: certain when another of them has its prefix, so that the namespace is one the
+/// toolkit knows.
+static XMPFound absent(XMP_NodeOffspring const& nodes, std::string_view name) {
+    auto const prefix = prefixOf(name);
+    bool const isKnown =
+        !prefix.empty() && isPlainName(name.substr(prefix.size())) &&
+        std::any_of(nodes.begin(), nodes.end(), [&](XMP_Node const* node) { return prefixOf(node->name) == prefix; });
+    return {isKnown ? Answer::ABSENT : Answer::UNKNOWN};
+}
+
+/// Takes the next step, up to the next '/' or '[', off a path.
+static std::string_view takeStep(std::string_view& path) {
+    auto const end = std::find_if(path.begin(), path.end(), [](char c) { return c == '/' || c == '['; });
+    auto const step = path.substr(0, static_cast<size_t>(end - path.begin()));
+    path.remove_prefix(step.size());
+    return step;
+}
+
+/// Takes "[12]" off a path; 0 for anything else.
+static size_t takeIndex(std::string_view& path) {
+    constexpr size_t MAX_DIGITS = 9;
+    auto const end = path.find(']');
+    if (end == std::string_view::npos || end < 2 || end > MAX_DIGITS)
+        return 0;
+    size_t number = 0;
+    for (char const c : path.substr(1, end - 1)) {
+        if (c < '0' || c > '9')
+            return 0;
+        number = number * 10 + static_cast<size_t>(c - '0');
+    }
+    path.remove_prefix(end + 1);
+    return number;
+}
+
+XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const& path) {
+    auto const* found = named(treeOf(packet).children, schema);
+    if (found == nullptr)
+        return {};
+    std::string_view rest = path;
+    std::string root(takeStep(rest));
+    if (root.find(':') == std::string::npos)
+        root.insert(0, found->value); // of a schema: its prefix
+    else if (prefixOf(root) != found->value)
+        return {};
+    auto const* nodes = &found->children;
+    found = named(*nodes, root);
+    if (found == nullptr)
+        return absent(*nodes, root);
+    while (!rest.empty()) {
+        if (rest[0] == '[') {
+            auto const index = takeIndex(rest);
+            if (index == 0 || !XMP_PropIsArray(found->options))
+                return {};
+            if (index > found->children.size())
+                return {Answer::ABSENT};
+            found = found->children[index - 1];
+            continue;
+        }
+        rest.remove_prefix(1);
+        auto step = takeStep(rest);
+        bool const isQualifier = step.substr(0, 1) == "?";
+        step.remove_prefix(isQualifier ? 1 : 0);
+        if (!isQualifier && !XMP_PropIsStruct(found->options))
+            return {};
+        nodes = isQualifier ? &found->qualifiers : &found->children;
+        found = named(*nodes, step);
+        if (found == nullptr)
+            return absent(*nodes, step);
+    }
+    return {Answer::THERE, &found->value, found->options, found->children.size(), found};
+}
+
+/// `path` is the node's; it is as before afterwards.
+static void visitLeaves(XMP_Node const& node, std::string const& schema, std::string& path, XMPVisit const& visit) {
+    if (node.children.empty())
+        return visit(schema, path);
+    auto const size = path.size();
+    bool const isArray = XMP_PropIsArray(node.options);
+    for (size_t i = 0; i < node.children.size(); ++i) {
+        path += isArray ? "[" + std::to_string(i + 1) + "]" : "/" + node.children[i]->name;
+        visitLeaves(*node.children[i], schema, path, visit);
+        path.resize(size);
+    }
+}
+
+void xmpVisitLeaves(XMPFound const& found, std::string const& schema, std::string const& path, XMPVisit const& visit) {
+    std::string here = path;
+    visitLeaves(*static_cast<XMP_Node const*>(found.node), schema, here, visit);
+}
+
+void xmpVisitLeaves(XMPMetaRef packet, XMPVisit const& visit) {
+    for (auto const* schema : treeOf(packet).children) {
+        for (auto const* property : schema->children) {
+            std::string path = property->name;
+            visitLeaves(*property, schema->name, path, visit);
+        }
+    }
+}
+
+static void visitValues(XMP_Node const& node, std::function<void(std::string const& value)> const& visit) {
+    visit(node.value);
+    for (auto const* nodes : {&node.children, &node.qualifiers}) {
+        for (auto const* each : *nodes)
+            visitValues(*each, visit);
+    }
+}
+
+void xmpVisitValues(XMPMetaRef packet, std::function<void(std::string const& value)> const& visit) {
+    for (auto const* schema : treeOf(packet).children) {
+        for (auto const* property : schema->children)
+            visitValues(*property, visit);
+    }
 }

@@ -92,6 +92,10 @@ MotionVideo MotionVideo::locate(std::shared_ptr<MediaFile> const& photo) {
     return PhotoLayout(photo).locate();
 }
 
+MotionVideo MotionVideo::locate(MotionPhotoInfo const& photo) {
+    return PhotoLayout(MotionPhotoInfoImpl::of(photo)).locate();
+}
+
 MotionVideo MotionVideo::scan(std::shared_ptr<MediaFile> const& photo) {
     PhotoLayout const layout(photo);
     auto const claimed = layout.locate();

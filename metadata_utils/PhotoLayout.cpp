@@ -3,9 +3,8 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "MotionPhotoInfoImpl.h"
 #include "MovieBoxes.h"
-#include "XMPInfoImpl.h"
-#include "io/ImageMetaReader.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -24,6 +23,26 @@ std::string reasonOf(std::exception const& error) {
 PhotoLayout::PhotoLayout(std::shared_ptr<MediaFile> const& photo) : file(photo) {
     if (file == nullptr)
         throw ErrorAt()("no photo given");
+    begin();
+    readTrailer();
+    readPacket();
+}
+
+PhotoLayout::PhotoLayout(MotionPhotoInfoImpl const& view) : file(view.getFile()) {
+    begin();
+    if (auto const& trailer = *view.getTrailer(); trailer.getTrailerSize() > 0) {
+        auto const& stored = *trailer.getStored();
+        tail = trailer::Tail{stored.version, trailer.getTailPosition(), stored.tailSize, {}};
+        records = stored.records;
+        for (auto& record : records) { // where they lie, whatever a pointer among them says
+            tail->entries.push_back({record.getDataHeader(), record.offsetFromTail, record.payload});
+            record.dataPosition = trailer::storedData(record, tail->position).position;
+        }
+    }
+    take(view.getPacket()->getMeta());
+}
+
+void PhotoLayout::begin() {
     checked::requireAddressable(*file);
     auto const type = file->mimeType();
     isHEIC = type == MediaDefs::MimeType::IMAGE_HEIC;
@@ -31,14 +50,12 @@ PhotoLayout::PhotoLayout(std::shared_ptr<MediaFile> const& photo) : file(photo) 
         throw ErrorAt().as(Error::Code::UNSUPPORTED)("a photo is a JPEG or HEIC, not %s",
                                                      MediaDefs::mimeString(type).c_str());
     fileSize = file->size();
-    if (isHEIC) {
-        heif::ByteWindow window(*file);
-        topLevel = heif::scanTopLevel(window);
-        if (auto const* box = topLevel.find(VIDEO_BOX))
-            videoBox = *box;
-    }
-    readTrailer();
-    readPacket();
+    if (!isHEIC)
+        return;
+    heif::ByteWindow window(*file);
+    topLevel = heif::scanTopLevel(window);
+    if (auto const* box = topLevel.find(VIDEO_BOX))
+        videoBox = *box;
 }
 
 void PhotoLayout::readTrailer() {
@@ -57,15 +74,16 @@ void PhotoLayout::readTrailer() {
 /// A packet that no parser takes claims nothing.
 void PhotoLayout::readPacket() {
     try {
-        ImageMetaReader::of(file, ParseMode::LAZY)->findAllXMP(); // throws where the view would find none
-        packet = std::make_shared<XMPInfoImpl>(file)->getMeta();
-        claims = claims::read(*packet);
+        take(std::make_shared<XMPInfoImpl>(file)->getMeta());
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         xmpFault = reasonOf(error);
-    } catch (std::length_error const& error) { // what a refused read of the packet's bytes throws
-        throw ErrorAt().as(Error::Code::READ_FAILED, *file)("fail to read the XMP: %s", error.what());
     }
+}
+
+void PhotoLayout::take(std::shared_ptr<XMPPacket> const& read) {
+    packet = read;
+    claims = claims::read(*packet);
 }
 
 QRTDataInfo const* PhotoLayout::videoRecord() const {

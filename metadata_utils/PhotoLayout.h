@@ -13,6 +13,8 @@
 
 namespace android::lumo {
 
+class MotionPhotoInfoImpl;
+
 /// All that a still holds about its video, read once: trailer, top-level boxes, XMP. What could not be understood has
 /// its fault as a text; a read that the system refused throws.
 struct PhotoLayout {
@@ -32,6 +34,8 @@ struct PhotoLayout {
     std::string xmpFault;
 
     explicit PhotoLayout(std::shared_ptr<MediaFile> const& photo);
+    /// What a view has read is not read again: trailer and packet are the view's, with what is staged in its XMP.
+    explicit PhotoLayout(MotionPhotoInfoImpl const& view);
 
     QRTDataInfo const* videoRecord() const;
     /// The claim of a source, looked at; status NONE where it makes none.
@@ -43,8 +47,10 @@ struct PhotoLayout {
     MotionVideo locate() const;
 
 private:
+    void begin();
     void readTrailer();
     void readPacket();
+    void take(std::shared_ptr<XMPPacket> const& read);
     MotionVideo examine(MotionVideo::Source source, uint64_t position, uint64_t size) const;
     MotionVideo examineFromEnd(MotionVideo::Source source, uint64_t distance, uint64_t size) const;
     MotionVideo damaged(MotionVideo::Source source, std::string const& reason) const;

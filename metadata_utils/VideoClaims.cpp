@@ -37,8 +37,9 @@ std::string propertyOf(XMPPacket const& packet, char const* name) {
     return packet.get(xmp_ns::CAMERA, name).value_or("");
 }
 
-std::string fieldOf(XMPPacket const& packet, Item const& item, char const* name) {
-    return packet.get(item.containerNS, item.structPath + "/" + prefixOf(item.itemNS.c_str()) + name).value_or("");
+/// `prefix` is the one of the item's fields.
+std::string fieldOf(XMPPacket const& packet, Item const& item, std::string const& prefix, char const* name) {
+    return packet.get(item.containerNS, item.structPath + "/" + prefix + name).value_or("");
 }
 
 bool isStruct(XMPPacket const& packet, Generation const& generation, std::string const& path) {
@@ -47,7 +48,8 @@ bool isStruct(XMPPacket const& packet, Generation const& generation, std::string
 }
 
 /// The entry at a place; one that is neither form has no semantic.
-Item itemAt(XMPPacket const& packet, Generation const& generation, std::string const& prefix, int32_t place) {
+Item itemAt(XMPPacket const& packet, Generation const& generation, std::string const& prefix,
+            std::string const& fieldPrefix, int32_t place) {
     Item item{generation.containerNS,
               prefix + "Directory[" + std::to_string(place) + "]",
               generation.itemNS,
@@ -66,10 +68,10 @@ Item itemAt(XMPPacket const& packet, Generation const& generation, std::string c
     } else if (!isStruct(packet, generation, item.structPath)) {
         return item;
     }
-    item.semantic = fieldOf(packet, item, "Semantic");
-    item.mime = fieldOf(packet, item, "Mime");
-    item.lengthText = fieldOf(packet, item, "Length");
-    item.paddingText = fieldOf(packet, item, "Padding");
+    item.semantic = fieldOf(packet, item, fieldPrefix, "Semantic");
+    item.mime = fieldOf(packet, item, fieldPrefix, "Mime");
+    item.lengthText = fieldOf(packet, item, fieldPrefix, "Length");
+    item.paddingText = fieldOf(packet, item, fieldPrefix, "Padding");
     item.length = parseNumber(item.lengthText).value_or(0);
     item.padding = parseNumber(item.paddingText).value_or(0);
     return item;
@@ -77,13 +79,13 @@ Item itemAt(XMPPacket const& packet, Generation const& generation, std::string c
 
 std::vector<Item> directoryOf(XMPPacket const& packet, Generation const& generation) {
     std::vector<Item> items;
-    auto const prefix = prefixOf(generation.containerNS);
-    if (prefix.empty() || prefixOf(generation.itemNS).empty())
+    auto const prefix = prefixOf(generation.containerNS), fieldPrefix = prefixOf(generation.itemNS);
+    if (prefix.empty() || fieldPrefix.empty())
         return items;
     try {
         auto const count = packet.count(generation.containerNS, prefix + "Directory");
         for (int32_t place = 1; place <= count; ++place)
-            items.push_back(itemAt(packet, generation, prefix, place));
+            items.push_back(itemAt(packet, generation, prefix, fieldPrefix, place));
     } catch (Error const&) {
         items.clear(); // a directory that is no array names no item
     }

@@ -19,14 +19,20 @@ std::string withoutBlanksBehind(std::string_view text) {
     return std::string(text.substr(0, text.find_last_not_of(BLANKS) + 1));
 }
 
+/// Blocks up to this size are read without asking for the file's size: what a JPEG's segment holds.
+constexpr uint32_t SMALL_BLOCK = 65536;
+
 /// The bytes of a block that lie in the file.
 std::string textOf(MediaFile const& file, Metadata const& block) {
-    uint64_t const begin = uint64_t{block.position} + block.offset, end = uint64_t{block.position} + block.payload;
-    uint64_t const last = std::min<uint64_t>(end, file.size());
-    if (begin >= last || end > UINT32_MAX)
+    uint64_t const begin = uint64_t{block.position} + block.offset;
+    uint64_t end = uint64_t{block.position} + block.payload;
+    if (end > begin + SMALL_BLOCK)
+        end = std::min<uint64_t>(end, file.size());
+    if (begin >= end || end > UINT32_MAX)
         return {};
-    auto const bytes = checked::readAt(file, static_cast<uint32_t>(begin), static_cast<uint32_t>(last - begin));
-    return withoutBlanksBehind({reinterpret_cast<char const*>(bytes.data()), bytes.size()});
+    std::string bytes(static_cast<size_t>(end - begin), '\0');
+    bytes.resize(checked::readUpTo(file, begin, bytes.data(), bytes.size()));
+    return withoutBlanksBehind(bytes);
 }
 
 } // namespace

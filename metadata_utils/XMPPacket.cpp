@@ -68,6 +68,16 @@ std::string XMPPacket::dump() const {
 
 std::optional<std::string> XMPPacket::get(std::string const& schema, std::string const& path,
                                           XMP_OptionBits* form) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+    auto const found = xmpFind(meta.GetInternalRef(), schema, path);
+    if (found.answer == XMPFound::Answer::ABSENT)
+        return std::nullopt;
+    if (found.answer == XMPFound::Answer::THERE) {
+        if (form != nullptr)
+            *form = found.form;
+        return *found.value;
+    }
+#endif
     std::string value;
     if (!toolkit([&] { return meta.GetProperty(schema.c_str(), path.c_str(), &value, form); }))
         return std::nullopt;
@@ -75,6 +85,10 @@ std::optional<std::string> XMPPacket::get(std::string const& schema, std::string
 }
 
 bool XMPPacket::has(std::string const& schema, std::string const& path) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+    if (auto const found = xmpFind(meta.GetInternalRef(), schema, path); found.answer != XMPFound::Answer::UNKNOWN)
+        return found.answer == XMPFound::Answer::THERE;
+#endif
     return toolkit([&] { return meta.DoesPropertyExist(schema.c_str(), path.c_str()); });
 }
 
@@ -95,6 +109,13 @@ void XMPPacket::copy(XMPPacket const& source, std::string const& schema, std::st
 }
 
 int32_t XMPPacket::count(std::string const& schema, std::string const& array) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+    auto const found = xmpFind(meta.GetInternalRef(), schema, array);
+    if (found.answer == XMPFound::Answer::THERE && XMP_PropIsArray(found.form))
+        return static_cast<int32_t>(found.children);
+    if (found.answer == XMPFound::Answer::ABSENT)
+        return 0;
+#endif
     return toolkit([&] { return meta.CountArrayItems(schema.c_str(), array.c_str()); });
 }
 
@@ -136,18 +157,30 @@ void XMPPacket::setStruct(std::string const& schema, std::string const& path) {
 }
 
 void XMPPacket::visitValues(std::function<void(std::string const& value)> const& visit) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+    xmpVisitValues(meta.GetInternalRef(), visit);
+#else
     auto nodes = toolkit([&] { return SXMPIterator(meta); });
     std::string value;
     while (toolkit([&] { return nodes.Next(nullptr, nullptr, &value); }))
         visit(value);
+#endif
 }
 
 void XMPPacket::visitLeaves(Visit const& visit) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+    xmpVisitLeaves(meta.GetInternalRef(), visit);
+#else
     auto leaves = toolkit([&] { return SXMPIterator(meta, LEAVES); });
     visitAll(leaves, visit);
+#endif
 }
 
 void XMPPacket::visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+    if (auto const found = xmpFind(meta.GetInternalRef(), schema, path); found.answer == XMPFound::Answer::THERE)
+        return xmpVisitLeaves(found, schema, path, visit);
+#endif
     auto leaves = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), LEAVES); });
     visitAll(leaves, visit);
 }

@@ -11,7 +11,7 @@
 #pragma GCC visibility pop
 
 #ifdef METADATA_UTILS_XMP_SHIM
-void xmpForgetAliases(); // cmake/XMPCoreShim.cpp
+#include "cmake/XMPCoreShim.h"
 #endif
 
 #include "ErrorAt.h"

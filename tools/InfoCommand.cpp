@@ -14,7 +14,7 @@ namespace motionphoto {
 namespace {
 
 InfoReport reportOn(std::string const& path) {
-    Photo const photo(path, Access::READ);
+    Photo const photo(path, Access::READ, Look::WHOLE_VIEW);
     return guarded(path, [&] { return gather(photo); });
 }
 

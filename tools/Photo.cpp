@@ -93,14 +93,17 @@ std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
     return guarded(path, [&] { return std::make_shared<MediaFile>(path, access == Access::READ ? "r" : "rw"); });
 }
 
-Photo::Photo(std::string const& path, Access access)
-    : file(openFile(path, access)), video(guarded(path, [&] {
-          requireStill(file);
-          return MotionVideo::locate(file);
-      })) {}
+Photo::Photo(std::string const& path, Access access, Look look)
+    : file(openFile(path, access)),
+      parsed(guarded(path,
+                     [&] {
+                         requireStill(file);
+                         return look == Look::WHOLE_VIEW ? MotionPhotoInfo::parse(file) : nullptr;
+                     })),
+      video(guarded(path, [&] { return parsed ? MotionVideo::locate(*parsed) : MotionVideo::locate(file); })) {}
 
 std::shared_ptr<MotionPhotoInfo> Photo::view() const {
-    return guarded(path(), [&] { return MotionPhotoInfo::parse(file); });
+    return parsed ? parsed : guarded(path(), [&] { return MotionPhotoInfo::parse(file); });
 }
 
 void Photo::requireVideo() const {

@@ -18,13 +18,17 @@ enum class Access { READ, READ_WRITE };
 /// opened so.
 std::shared_ptr<android::lumo::MediaFile> openFile(std::string const& path, Access access);
 
+/// What is read of a still to begin with.
+enum class Look { VIDEO, WHOLE_VIEW };
+
 /// A still: the open file and what its video is, whoever wrote it.
 struct Photo {
     std::shared_ptr<android::lumo::MediaFile> file;
+    std::shared_ptr<android::lumo::MotionPhotoInfo> parsed; ///< none unless the whole view was asked for
     android::lumo::MotionVideo video;
 
     /// Throws a Failure that names what the file is when it is no JPEG and no HEIC.
-    Photo(std::string const& path, Access access);
+    Photo(std::string const& path, Access access, Look look = Look::VIDEO);
 
     std::string const& path() const { return file->getPath(); }
     uint64_t size() const { return file->size(); }

@@ -12,6 +12,8 @@
 
 namespace android::lumo {
 
+class MotionPhotoInfo;
+
 /// Where a still's video is, whoever wrote the photo, and what in the file says so.
 ///
 /// MotionPhotoInfo knows photos with this library's trailer; this one knows the published formats as well. It asks, in
@@ -60,6 +62,9 @@ struct METADATA_UTILS_EXPORT MotionVideo {
 
     /// What the photo's claims come to.
     static MotionVideo locate(std::shared_ptr<MediaFile> const& photo);
+    /// The same for a view or an editor of the photo: what it has read is not read again, so that the answer knows of
+    /// what is staged in its XMP.
+    static MotionVideo locate(MotionPhotoInfo const& photo);
     /// The first movie behind the picture that nothing claims, or which only a damaged claim names: behind the end of
     /// image of a JPEG, among or behind the top-level boxes of a HEIC, in front of the trailer's records. Reads
     /// everything behind the picture through a window. Its size is where the movie's boxes end.
