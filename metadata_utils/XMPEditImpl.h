@@ -15,20 +15,33 @@ class XMPEditImpl : public XMPEdit, public XMPViewHolder {
 public:
     explicit XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view);
 
-    bool isEmpty() const override;
-    bool isNotEmpty() const override;
-    bool containsProperty(std::string const& name, bool ignoreCase) const override;
-    bool containsItem(std::string const& name, bool ignoreCase) const override;
-    bool containsItemField(std::string const& itemName, std::string const& fieldName) const override;
-    std::list<std::string> getPropertyNames() const override;
-    std::list<std::string> getItemNames() const override;
-    std::string getProperty(std::string const& schemaNS, std::string const& path) const override;
-    std::string getItemField(std::string const& itemName, std::string const& fieldName) const override;
-    std::string getItemNameAt(int32_t index) const override;
-    std::string getLastItem() const override;
-    std::vector<uint8_t> serializeToBuffer() const override;
-    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options options) override;
-    std::unique_ptr<XMPEdit> edit() override;
+    // The answers are the view's.
+    bool isEmpty() const override { return info->isEmpty(); }
+    bool isNotEmpty() const override { return info->isNotEmpty(); }
+    bool containsProperty(std::string const& name, bool ignoreCase) const override {
+        return info->containsProperty(name, ignoreCase);
+    }
+    bool containsItem(std::string const& name, bool ignoreCase) const override {
+        return info->containsItem(name, ignoreCase);
+    }
+    bool containsItemField(std::string const& itemName, std::string const& fieldName) const override {
+        return info->containsItemField(itemName, fieldName);
+    }
+    std::list<std::string> getPropertyNames() const override { return info->getPropertyNames(); }
+    std::list<std::string> getItemNames() const override { return info->getItemNames(); }
+    std::string getProperty(std::string const& schemaNS, std::string const& path) const override {
+        return info->getProperty(schemaNS, path);
+    }
+    std::string getItemField(std::string const& itemName, std::string const& fieldName) const override {
+        return info->getItemField(itemName, fieldName);
+    }
+    std::string getItemNameAt(int32_t index) const override { return info->getItemNameAt(index); }
+    std::string getLastItem() const override { return info->getLastItem(); }
+    std::vector<uint8_t> serializeToBuffer() const override { return info->serializeToBuffer(); }
+    void transferTo(std::shared_ptr<MediaFile> const& target, std::filesystem::copy_options options) override {
+        info->transferTo(target, options);
+    }
+    std::unique_ptr<XMPEdit> edit() override { return info->edit(); }
 
     XMPEdit& setProperty(std::string const& schemaNS, std::string const& path, std::string const& value) override;
     XMPEdit& setItem(std::string const& itemName, MediaDefs::MimeType mime) override;
