@@ -3,7 +3,6 @@
 
 #include "ErrorAt.h"
 #include "Log.h"
-#include "boxes/ItemBoxes.h"
 
 #include <algorithm>
 #include <map>
@@ -58,7 +57,8 @@ HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::It
 
 } // namespace
 
-void Items::parse(ByteWindow& window, TopLevelBox const& meta) {
+void Items::parse(ByteWindow& window, TopLevelBox const& meta, Divided divided) {
+    wantsDivided = divided;
     fileSize = window.size();
     LOGI("meta box found: start=%ld, end=%ld", static_cast<long>(meta.content()), static_cast<long>(meta.end()));
     visitMetaChildren(window, meta, [&](BoxType type, uint32_t position, uint32_t size) {
@@ -102,11 +102,23 @@ void Items::parseIINFBox(BoxView const& iinf) {
     }
 }
 
+void Items::passOver(boxes::LocationReader& reader, boxes::ItemLocation location) {
+    uint32_t const width = location.indexWidth + location.offsetWidth + location.lengthWidth;
+    location.extents = reader.rest().range(size_t{width} * location.extentCount);
+    dividedIds.insert(location.id);
+    for (unsigned i = 0; location.method() == METHOD_FILE && width > 0 && i < location.extentCount; ++i)
+        pieces.push_back(location.nextExtent());
+}
+
 void Items::parseILOCBox(BoxView const& iloc) {
     if (iloc.payload().left() < LOCATION_FIELDS)
         throw readerError().as(Error::Code::DAMAGED)("iloc read error");
     boxes::LocationReader reader(iloc, boxes::LocationReader::Widths::Any);
     while (auto const head = reader.nextHead()) {
+        if (head->extentCount != 1 && wantsDivided == Divided::PASSED_OVER) {
+            passOver(reader, *head);
+            continue;
+        }
         ItemLocation const location = readExtent(reader, *head);
         if (head->method() == METHOD_FILE)
             locations.push_back(location);
@@ -167,6 +179,8 @@ std::optional<Items::ItemLocation> Items::findDescribing(std::vector<int> const&
     for (auto const& reference : references) {
         if (!wanted.contains(reference.from) || static_cast<uint32_t>(reference.to.front()) != *primaryId)
             continue;
+        if (dividedIds.contains(static_cast<uint32_t>(reference.from)))
+            throw readerError().as(Error::Code::UNSUPPORTED)("item %d stands in several pieces", reference.from);
         auto const place = places.find(static_cast<uint32_t>(reference.from));
         if (place == places.end())
             continue;
@@ -196,7 +210,14 @@ std::string Items::refusalToWrite(ItemLocation const& location, TopLevel const& 
         bool const isItself = other.id == location.id && startOf(other) == start && other.length == location.length;
         return !isItself && startOf(other) < start + location.length && start < startOf(other) + other.length;
     };
-    return std::any_of(locations.begin(), locations.end(), shares) ? "its bytes belong to another item as well" : "";
+    auto const overlaps = [&](FileRange const& piece) {
+        if (piece.position >= start)
+            return piece.position < start + location.length;
+        return piece.length == 0 || piece.length > start - piece.position; // without a length: to the end
+    };
+    bool const isShared =
+        std::any_of(locations.begin(), locations.end(), shares) || std::any_of(pieces.begin(), pieces.end(), overlaps);
+    return isShared ? "its bytes belong to another item as well" : "";
 }
 
 void requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_t size) {

@@ -3,6 +3,7 @@
 
 #include "HEIFBoxScan.h"
 #include "HEIFMetaReader.h"
+#include "boxes/ItemBoxes.h"
 
 #include <optional>
 #include <set>
@@ -19,12 +20,15 @@ public:
     using ItemLocation = HEIFMetaReader::ItemLocation;
     using ItemReference = HEIFMetaReader::ItemReference;
 
+    /// An item whose bytes stand in several pieces ends the search, or is only not found itself.
+    enum class Divided { ENDS, PASSED_OVER };
+
     /// Reads 'iinf', 'iloc', 'iref' and 'pitm' of a 'meta' box; throws on damage and keeps what was read in front of
     /// it.
-    void parse(ByteWindow& window, TopLevelBox const& meta);
+    void parse(ByteWindow& window, TopLevelBox const& meta, Divided divided = Divided::ENDS);
 
     /// The first of the items, in the order of the references, that describes the primary item and has its bytes in the
-    /// file.
+    /// file. Throws (UNSUPPORTED) for one that was passed over.
     std::optional<ItemLocation> findDescribing(std::vector<int> const& ids) const;
 
     /// Whether the item is plain (neither encoded nor protected) application/rdf+xml.
@@ -43,11 +47,15 @@ private:
     void parseChild(ByteWindow& window, BoxType type, uint32_t position, uint32_t size);
     void parseIINFBox(BoxView const& iinf);
     void parseILOCBox(BoxView const& iloc);
+    void passOver(boxes::LocationReader& reader, boxes::ItemLocation location);
     void parseIREFBox(BoxView const& iref);
     void parsePITMBox(BoxView const& pitm);
     void settleItemDataLocations();
 
+    Divided wantsDivided = Divided::ENDS;
     uint32_t fileSize = 0;
+    std::set<uint32_t> dividedIds;                         ///< items that were passed over
+    std::vector<FileRange> pieces;                         ///< their bytes, of those in the file
     std::set<int> packetIds;                               ///< 'mime' items that are plain application/rdf+xml
     std::vector<ItemLocation> inItemData;                  ///< method 1: relative to 'idat', which may follow 'iloc'
     std::optional<std::pair<uint32_t, uint32_t>> itemData; ///< position and size of the content of 'idat'

@@ -72,7 +72,7 @@ uint32_t imageId(hboxd_context* demuxer, HBOXD_IMAGE which, int base, char const
 
 HEIFMetaReader::HEIFMetaReader(std::shared_ptr<MediaFile> const& source, ParseMode parseMode)
     : ImageMetaReader(source, parseMode), fileSize(source->isValid() ? source->size() : 0),
-      items(std::make_unique<heif::Items>()) {
+      items(std::make_shared<heif::Items>()), allItems(items) {
     if (fileSize == 0)
         throw noSize(*file);
     if (mode != ParseMode::EAGER)
@@ -101,23 +101,32 @@ bool HEIFMetaReader::parseMetadata() {
 bool HEIFMetaReader::parseItems() {
     LOGI("parseMetadata");
     isParsed = false;
-    items = std::make_unique<heif::Items>();
-    auto found = std::make_unique<heif::Items>();
-    bool isWhole = false;
+    items = std::make_shared<heif::Items>();
+    allItems = items;
+    auto const found = std::make_shared<heif::Items>(), all = std::make_shared<heif::Items>();
+    bool const isWhole = readItems(*found, false);
+    if (!isWhole)
+        readItems(*all, true);
+    items = found;
+    allItems = isWhole ? found : all;
+    isParsed = true;
+    return isWhole;
+}
+
+bool HEIFMetaReader::readItems(heif::Items& found, bool passesDividedOver) const {
     try {
         heif::ByteWindow window(*file);
         heif::TopLevel const topLevel = heif::scanTopLevel(window, boxType("meta"));
-        if (auto const* meta = topLevel.find(boxType("meta")); meta != nullptr) {
-            found->parse(window, *meta);
-            isWhole = true;
-        }
+        auto const* meta = topLevel.find(boxType("meta"));
+        if (meta != nullptr)
+            found.parse(window, *meta,
+                        passesDividedOver ? heif::Items::Divided::PASSED_OVER : heif::Items::Divided::ENDS);
+        return meta != nullptr;
     } catch (std::exception const& exception) {
         rethrowUnlessDamage();
         LOGE("failed to parse metadata: %s", exception.what());
+        return false;
     }
-    items = std::move(found);
-    isParsed = true;
-    return isWhole;
 }
 
 void HEIFMetaReader::requireParsed() {
@@ -128,17 +137,18 @@ void HEIFMetaReader::requireParsed() {
 Metadata HEIFMetaReader::getXMP() {
     if (!isParsed)
         parseMetadata();
-    return getMeta(items->mimeIds, MediaDefs::MetaType::XMP);
+    return getMeta(*items, items->mimeIds, MediaDefs::MetaType::XMP);
 }
 
 std::vector<Metadata> HEIFMetaReader::findAllXMP() {
     requireParsed();
-    Metadata const xmp = getMeta(items->mimeIds, MediaDefs::MetaType::XMP);
+    Metadata const xmp = getMeta(*allItems, allItems->mimeIds, MediaDefs::MetaType::XMP);
     return xmp.type == MediaDefs::MetaType::NONE ? std::vector<Metadata>() : std::vector{xmp};
 }
 
-Metadata HEIFMetaReader::getMeta(std::vector<int> const& ids, MediaDefs::MetaType type) {
-    auto const place = items->findDescribing(ids);
+Metadata HEIFMetaReader::getMeta(heif::Items const& known, std::vector<int> const& ids,
+                                 MediaDefs::MetaType type) const {
+    auto const place = known.findDescribing(ids);
     if (!place)
         return {};
     return {type, place->base + place->offset, place->length, 0, loader};
@@ -153,7 +163,7 @@ Metadata HEIFMetaReader::getMeta(std::vector<int> const& ids, MediaDefs::MetaTyp
 /// | 4 + N  | ...   | TIFF header and directories                                              |
 Metadata HEIFMetaReader::getExif() {
     requireParsed();
-    Metadata exif = getMeta(items->exifIds, MediaDefs::MetaType::EXIF);
+    Metadata exif = getMeta(*items, items->exifIds, MediaDefs::MetaType::EXIF);
     if (exif.payload < EXIF_OFFSET_SIZE)
         return exif;
     ByteBuffer const field = checked::readAt(*file, exif.position, EXIF_OFFSET_SIZE);
@@ -226,12 +236,12 @@ uint32_t HEIFMetaReader::getEndOfImagePosition(bool rescan) {
 
 std::optional<HEIFMetaReader::XMPItem> HEIFMetaReader::getXMPItem() {
     requireParsed();
-    auto const place = items->findDescribing(items->mimeIds);
+    auto const place = allItems->findDescribing(allItems->mimeIds);
     if (!place)
         return std::nullopt;
     heif::ByteWindow window(*file);
-    return XMPItem{place->base + place->offset, place->length, items->isPacket(*place),
-                   items->refusalToWrite(*place, heif::scanTopLevel(window))};
+    return XMPItem{place->base + place->offset, place->length, allItems->isPacket(*place),
+                   allItems->refusalToWrite(*place, heif::scanTopLevel(window))};
 }
 
 uint32_t HEIFMetaReader::getFileSize() const {

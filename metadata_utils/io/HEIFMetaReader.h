@@ -34,8 +34,9 @@ class Items;
 ///                      pitm: the primary item; idat: bytes of items located by construction method 1
 ///
 /// The XMP is the first item of type 'mime' that a 'cdsc' reference ties to the primary item; the Exif likewise. An
-/// item in several extents or in another item (method 2) is not found; a data reference is not followed: the item is
-/// looked for in this file. Files of 4 GiB and more are refused.
+/// item in another item (method 2) is not found; a data reference is not followed: the item is looked for in this file.
+/// An item in several extents ends the search of getXMP() and getExif(); findAllXMP() and getXMPItem() pass it over,
+/// and throw when it is the XMP itself. Files of 4 GiB and more are refused.
 ///
 /// XMP, Exif and debug info are found with small reads. The demuxer works on the image part in memory, so a copy is
 /// made when the first image question is asked (or at once when EAGER), never for the metadata alone. A file that the
@@ -140,8 +141,9 @@ private:
     void init();
     void deinit();
     bool parseItems();
+    bool readItems(heif::Items& found, bool passesDividedOver) const;
     void requireParsed();
-    Metadata getMeta(std::vector<int> const& ids, MediaDefs::MetaType type);
+    Metadata getMeta(heif::Items const& known, std::vector<int> const& ids, MediaDefs::MetaType type) const;
 
     uint32_t fileSize = 0;
     uint32_t endOfImage = 0;
@@ -149,7 +151,8 @@ private:
     ByteBuffer buffer;
     std::unique_ptr<HBOX_MEMORY_STREAM> stream;
     hboxd_context* demuxer = nullptr;
-    std::unique_ptr<heif::Items> items;
+    std::shared_ptr<heif::Items> items;
+    std::shared_ptr<heif::Items> allItems; ///< the same, or, where one in several pieces ended that, past it
 };
 
 } // namespace android::lumo

@@ -79,6 +79,13 @@ TEST(HEIFMetaReader, MetadataInFrontOfDamageIsReadWhileTheWholeIsRefused) {
                 HasSubstr("fail to get fd & size[err="));
 }
 
+TEST(HEIFMetaReader, FindsXMPBesideAnItemInSeveralPieces) {
+    TempFile const file(buildHeic({.tileExtents = 2}));
+    HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
+    EXPECT_EQ(reader.findAllXMP().size(), 1U);
+    EXPECT_EQ(reader.getXMPItem().value().refusal, "");
+}
+
 TEST(HEIFMetaReader, ImageQuestionsWithoutAnAnswerAreErrors) {
     TempFile const file(buildHeic());
     HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
