@@ -8,8 +8,6 @@
 #include "io/MoveTail.h"
 #include "io/TrailingBoxes.h"
 
-#include <algorithm>
-
 namespace android::lumo::video_box {
 
 namespace {
@@ -37,17 +35,11 @@ uint64_t totalSize(std::shared_ptr<MediaFile> const& file) {
 }
 
 bool takeOut(std::shared_ptr<MediaFile> const& file) {
-    heif::TrailingBoxes trailing(file);
-    auto const boxes = trailing.videos();
-    for (auto box = boxes.rbegin(); box != boxes.rend(); ++box)
-        trailing.takeOut(*box);
-    return !boxes.empty();
+    return heif::TrailingBoxes(file).takeVideosOut();
 }
 
 void requireMovable(std::shared_ptr<MediaFile> const& file, uint32_t trailerStart) {
-    heif::TrailingBoxes const trailing(file);
-    auto const boxes = trailing.videos();
-    trailing.requireNoItemBehind(boxes.empty() ? trailerStart : std::min(trailerStart, boxes.front().position));
+    heif::TrailingBoxes(file).requireVideosCanGo(trailerStart);
 }
 
 /// The room comes first, so that the boxes add up to the file at every step.

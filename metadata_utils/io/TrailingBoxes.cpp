@@ -166,9 +166,39 @@ void TrailingBoxes::takeOut(TopLevelBox const& box) {
 }
 
 void TrailingBoxes::blankOut(TopLevelBox const& box) {
+    boxes::BoxWriter type;
+    type.number(boxType("free"), 4);
+    auto const bytes = type.finish();
+    checked::seek(*file, box.position + static_cast<uint32_t>(bytes.size())); // the size stands in front
+    checked::write(*file, bytes.data(), bytes.size());
     checked::seek(*file, box.content());
     checked::fill(*file, 0, box.size - box.headerSize);
     known.reset();
+}
+
+bool TrailingBoxes::takeVideosOut() {
+    auto const boxes = topLevel().boxes;
+    uint32_t const end = endOfImage();
+    bool isAny = false;
+    for (auto box = boxes.rbegin(); box != boxes.rend(); ++box) {
+        if (box->type != VIDEO_BOX)
+            continue;
+        box->position >= end ? takeOut(*box) : blankOut(*box);
+        isAny = true;
+    }
+    return isAny;
+}
+
+void TrailingBoxes::requireVideosCanGo(uint32_t from) const {
+    for (auto const& box : topLevel().boxes) {
+        if (box.type != VIDEO_BOX)
+            continue;
+        if (box.position < endOfImage())
+            requireNoItemIn(box.position, box.end());
+        else
+            from = std::min(from, box.position);
+    }
+    requireNoItemBehind(from);
 }
 
 // The debug info. -----------------------------------------------------------------------------------------------------
@@ -213,6 +243,7 @@ void TrailingBoxes::putDebugInfo(std::span<uint8_t const> data, TopLevelBox cons
         return appendDebugInfo(data);
     uint32_t const oldSize = takesPlace ? old->size : 0;
     uint32_t const position = next->position - oldSize;
+    LOGI("append free cdif: size=%zu", data.size());
     LOGI("insert free cdif: size=%zu, pos=%zu", data.size(), size_t{position});
     moveTail(file, next->position, int64_t{size} - oldSize);
     writeDebugInfo(data, position);

@@ -64,8 +64,12 @@ public:
 
     /// Takes out a box behind the image; what follows moves up.
     void takeOut(TopLevelBox const& box);
-    /// In front of the image's last box nothing can move: the content becomes zeros.
+    /// In front of the image's last box nothing can move: the box becomes a 'free' of zeros.
     void blankOut(TopLevelBox const& box);
+    /// Either of the two for every video box of the file; false when it has none.
+    bool takeVideosOut();
+    /// Throws what that, and a move of all that stands from `from` on, can be foreseen to fail for.
+    void requireVideosCanGo(uint32_t from) const;
 
     /// Puts a debug info where it does not hide the trailer: directly behind the image in front of video and trailer,
     /// else at the file's end. `old` (may be null) is the one behind the image that it replaces: where the new one

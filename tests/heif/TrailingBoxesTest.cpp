@@ -42,6 +42,9 @@ TEST(TrailingBoxes, ImageStaysWhereItStands) {
     EXPECT_TRUE(file.bytes() == (HeicParts{image(std::string(7, '\0')), INFO}.build("ID")));
     writer.removeCameraDebugInfo();
     EXPECT_TRUE(file.bytes() == image(std::string(7, '\0')));
+    TempFile const video(buildHeic({.beforeMdat = heicBox("mpvd", "video")}) + heicBox("mpvd", HEIC_VIDEO));
+    EXPECT_TRUE(heif::TrailingBoxes(video.open()).takeVideosOut());
+    EXPECT_TRUE(video.bytes() == image(std::string(5, '\0')));
     HEIFMetaWriter(open.open()).writeCameraDebugInfo(INFO_BYTES); // a box without size gets one
     EXPECT_TRUE(open.bytes() == (HeicParts{buildHeic(), INFO}.build("ID")));
     TempFile const other(buildHeic({.behindMdat = heicBox({"\0\0\0\0", 4}, "content")})); // a type that is all zeros
