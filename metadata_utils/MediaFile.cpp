@@ -345,7 +345,9 @@ std::string MediaFile::typeBytes() const {
         count += static_cast<size_t>(std::max<ssize_t>(last, 0));
     }
     if (count < sizeof JPEG_START)
-        LOGE("fail to read mime type: %zu bytes", count);
+        LOGE("fail to read mime type: %s", ErrorAt(__LINE__, "metadata_utils/include/MediaFile")(
+                                               "fail to read bytes: %zu, expected %zu", count, sizeof JPEG_START)
+                                               .what());
     bytes.resize(count);
     return bytes;
 }

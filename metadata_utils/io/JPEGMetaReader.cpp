@@ -57,6 +57,7 @@ std::vector<Metadata> JPEGMetaReader::findAllXMP() {
     std::vector<Metadata> found;
     jpeg::SegmentScanner scanner(*file);
     while (auto const segment = scanner.nextApp({1})) {
+        LOGD("parseMetadata");
         Metadata const meta =
             describe(segment->marker, segment->payloadPosition(), segment->payload(), scanner.payloadStart(*segment));
         if (meta.type == MediaDefs::MetaType::XMP)
@@ -89,6 +90,7 @@ void JPEGMetaReader::scan() {
     jpeg::seekBehindStart(*file);
     jpeg::SegmentScanner scanner(*file);
     while (auto const segment = scanner.nextApp({1, 4})) {
+        LOGD("parseMetadata");
         Metadata const meta =
             describe(segment->marker, segment->payloadPosition(), segment->payload(), scanner.payloadStart(*segment));
         LOGD("marker: 0x%x, meta: %s", segment->marker, meta.toString().c_str());
@@ -152,13 +154,18 @@ Metadata JPEGMetaReader::parseMetadata(uint16_t marker) {
     }
 }
 
+void JPEGMetaReader::tellFound(std::vector<Metadata> const& found) {
+    if (!found.empty())
+        LOGI("found xmp meta: %s", found.front().toString().c_str());
+}
+
 Metadata JPEGMetaReader::findXMPApp1Marker() {
     jpeg::seekBehindStart(*file);
     try {
         auto const found = findAllXMP();
         if (found.empty())
             return {};
-        LOGI("found xmp meta: %s", found.front().toString().c_str());
+        tellFound(found);
         checked::seek(*file, found.front().position);
         return found.front();
     } catch (Error const& error) {

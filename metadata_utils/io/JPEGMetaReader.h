@@ -43,6 +43,7 @@ public:
     Metadata findXMPApp1Marker();
 
 private:
+    static void tellFound(std::vector<Metadata> const& found);
     friend class JPEGMetaWriter; ///< hands out the loader with the rooms it opens
 
     using Resolver = std::pair<MediaDefs::MetaType, uint64_t> (*)(std::string const& payloadStart);

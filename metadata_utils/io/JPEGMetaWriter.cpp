@@ -21,16 +21,15 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "JPEGMetaWriter";
-constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
 
 /// Rounds the number of 64-byte blocks down to a multiple of 64, not the number of bytes, so that the least room is
 /// asked for up to 85,952 bytes. Kept, because callers count on the room being the same for every packet they write.
 uint32_t roomOfBlocks(uint32_t needed) {
-    return std::max(((needed + 63) >> 6) & ~63U, MIN_XMP_ROOM);
+    return std::max(((needed + 63) >> 6) & ~63U, ImageMetaWriter::MIN_XMP_ROOM);
 }
 
 uint32_t roomOfBytes(uint32_t needed) {
-    return std::max((needed + 63) & ~63U, MIN_XMP_ROOM);
+    return std::max((needed + 63) & ~63U, ImageMetaWriter::MIN_XMP_ROOM);
 }
 
 /// Identifier and packet.
@@ -76,50 +75,65 @@ Metadata JPEGMetaWriter::reserveXMP(unsigned int required) {
     LOGI("reserveXMP: %zu", size_t{required});
     auto const segments = jpeg::mapSegments(*file);
     auto const changes = jpeg::planRoom(*file, segments, required);
+    auto const exifs = segments.count(MediaDefs::MetaType::EXIF);
+    for (auto const& [type, segment] : segments.blocks) {
+        uint32_t const offset = type == MediaDefs::MetaType::XMP ? jpeg::XMP_IDENTIFIER_SIZE : 0;
+        LOGI("found meta: %s",
+             Metadata{type, segment.payloadPosition(), segment.payload(), offset, reader->loader}.toString().c_str());
+        if (type == MediaDefs::MetaType::NONE)
+            LOGD("Default case, skipped %zu bytes.", size_t{segment.payload()});
+    }
     auto const& found = segments.imageIndex;
     auto const index = found ? image_index::read(*file, found->position, found->length) : image_index::Index();
     auto const ownSize = image_index::ownSize(*file, index);
-    auto const rooms =
-        std::count_if(changes.begin(), changes.end(), [](auto const& change) { return change.inserted > 0; });
     Metadata room;
     int64_t moved = 0;
-    int iterations = 0;
-    for (auto const& change : changes) {
-        if (Metadata const made = makeChange(change, moved, iterations + 1 == rooms); made.payload != 0) {
-            room = made;
-            ++iterations;
+    auto const tellCount = [&] {
+        LOGI("reserveXMP main loop finished after %d iterations.", static_cast<int>(segments.blocks.size()));
+    };
+    // From behind, so that every place in front is where it was found.
+    for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
+        if (exifs == 0 && change + 1 == changes.rend()) {
+            tellCount();
+            LOGI("No existing XMP/Exif found, inserting new XMP segment.");
         }
-        moved += change.growth();
+        Metadata const made = makeChange(*change, segments, room.payload == 0);
+        room.position += static_cast<uint32_t>(change->growth());
+        if (room.payload == 0)
+            room = made;
+        moved += change->growth();
     }
-    LOGI("reserveXMP main loop finished after %d iterations.", iterations);
+    if (exifs > 0)
+        tellCount();
+    else
+        room.type = MediaDefs::MetaType::XMP;
     if (moved != 0) // all of it in front of the index, or there is none
         image_index::moved(*file, index, ownSize, jpeg::MARKER_SIZE, moved);
-    if (segments.count(MediaDefs::MetaType::EXIF) == 0) {
-        LOGI("No existing XMP/Exif found, inserting new XMP segment.");
-        room.type = MediaDefs::MetaType::XMP;
-    }
     checked::seek(*file, room.position + room.payload);
     return room;
 }
 
 /// Takes the old segments of one place out and opens the room that comes there, if one does, as a whole segment. Only
-/// the last room gets the packet; others are blanked, because the bytes they were opened over would otherwise show
-/// twice.
-Metadata JPEGMetaWriter::makeChange(jpeg::Change const& change, int64_t moved, bool isLast) {
-    auto const position = static_cast<uint32_t>(int64_t{change.position} + moved);
-    moveTail(file, position + change.removed, change.growth());
-    if (change.removed > 0)
-        LOGD("XMP case, shifted left by %zu bytes.", size_t{change.removed});
+/// the last room of the file gets the packet; others are blanked, because the bytes they were opened over would
+/// otherwise show twice.
+Metadata JPEGMetaWriter::makeChange(jpeg::Change const& change, jpeg::SegmentMap const& segments, bool isLast) {
+    moveTail(file, change.position + change.removed, change.growth());
+    for (auto const& [type, segment] : segments.blocks) {
+        bool const isRemoved = segment.position >= change.position && segment.end() <= change.position + change.removed;
+        if (type == MediaDefs::MetaType::XMP && isRemoved)
+            LOGD("XMP case, shifted left by %zu bytes.", size_t{segment.size()});
+    }
     if (change.inserted == 0)
         return {};
     uint32_t const payload = change.inserted - jpeg::HEADER_SIZE;
-    checked::seek(*file, position);
+    checked::seek(*file, change.position);
     checked::write(*file, bigEndian(jpeg::APP1) + bigEndian(payload + jpeg::LENGTH_SIZE));
     if (!isLast)
         checked::fill(*file, ' ', payload);
-    LOGD("EXIF case, new file position after write: %zu", size_t{position} + change.inserted);
+    if (segments.count(MediaDefs::MetaType::EXIF) > 0)
+        LOGD("EXIF case, new file position after write: %zu", size_t{change.position} + change.inserted);
     // The type stays that of the segment in front; callers look at position and payload only.
-    return {MediaDefs::MetaType::EXIF, position + jpeg::HEADER_SIZE, payload, 0, reader->loader};
+    return {MediaDefs::MetaType::EXIF, change.position + jpeg::HEADER_SIZE, payload, 0, reader->loader};
 }
 
 void JPEGMetaWriter::writeXMP(std::vector<unsigned char> const& packet) {
@@ -154,6 +168,7 @@ Metadata JPEGMetaWriter::writePacket(std::vector<unsigned char> const& packet, u
 Metadata JPEGMetaWriter::findXMPRoom(uint32_t payload, uint32_t required) {
     checked::requireEditable(*file);
     auto const found = reader->findAllXMP();
+    JPEGMetaReader::tellFound(found);
     uint32_t const held = found.empty() ? 0 : found.front().payload;
     if (held >= required && found.size() == 1) {
         Metadata const& meta = found.front();

@@ -13,7 +13,8 @@ namespace android::lumo {
 
 namespace jpeg {
 struct Change;
-}
+struct SegmentMap;
+} // namespace jpeg
 
 /// Changes a JPEG's metadata segments in place: XMP room behind each Exif segment (or behind the start of image), the
 /// XMP packet in it, and the camera debug-info APP4.
@@ -57,7 +58,7 @@ public:
     void writeApp4(std::vector<unsigned char> const& data, uint64_t where);
 
 private:
-    Metadata makeChange(jpeg::Change const& change, int64_t moved, bool isLast);
+    Metadata makeChange(jpeg::Change const& change, jpeg::SegmentMap const& segments, bool isLast);
     Metadata writePacket(std::vector<unsigned char> const& packet, uint32_t required);
     Metadata findXMPRoom(uint32_t payload, uint32_t required);
     std::pair<int64_t, int64_t> searchAppSegment(uint16_t marker) const;

@@ -64,7 +64,7 @@ std::vector<Change> changesFor(SegmentMap const& segments, uint32_t room) {
     for (auto const& [type, segment] : segments.blocks) {
         if (type == MediaDefs::MetaType::XMP)
             add(changes, {segment.position, segment.size(), 0});
-        else
+        else if (type == MediaDefs::MetaType::EXIF)
             add(changes, {segment.end(), 0, room});
     }
     return changes;
@@ -183,8 +183,8 @@ SegmentMap mapSegments(MediaFile const& file) {
         if (segment->marker == APP2) {
             if (!segments.imageIndex && isImageIndex(start))
                 segments.imageIndex = segment;
-        } else if (auto const type = resolveApp1(start).first; type != MediaDefs::MetaType::NONE) {
-            segments.blocks.push_back({type, *segment});
+        } else {
+            segments.blocks.push_back({resolveApp1(start).first, *segment});
         }
     }
     if (segments.blocks.empty() && !segments.imageIndex)
@@ -203,13 +203,14 @@ std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32
     if (uint64_t{payload} + LENGTH_SIZE > MAX_SEGMENT_LENGTH)
         throw ErrorAt().as(Error::Code::TOO_BIG)("XMP of %zu bytes does not fit a segment", size_t{payload});
     checked::requireEditable(file);
-    if (segments.blocks.size() > MAX_BLOCKS)
+    if (uint32_t const rewritten = segments.count(MediaDefs::MetaType::EXIF) + segments.count(MediaDefs::MetaType::XMP);
+        rewritten > MAX_BLOCKS)
         throw ErrorAt().as(Error::Code::TOO_BIG)("%zu XMP and Exif segments are too many to rewrite",
-                                                 segments.blocks.size());
-    if (!segments.blocks.empty()) {
-        Segment const& last = segments.blocks.back().segment;
-        requireInImage(file, last.position, last.size());
-    }
+                                                 size_t{rewritten});
+    auto const isRewritten = [](auto const& block) { return block.type != MediaDefs::MetaType::NONE; };
+    if (auto const last = std::find_if(segments.blocks.rbegin(), segments.blocks.rend(), isRewritten);
+        last != segments.blocks.rend())
+        requireInImage(file, last->segment.position, last->segment.size());
     auto changes = changesFor(segments, payload + HEADER_SIZE);
     int64_t size = file.size();
     int64_t peak = size;

@@ -91,7 +91,7 @@ struct SegmentMap {
         MediaDefs::MetaType type = MediaDefs::MetaType::NONE;
         Segment segment;
     };
-    std::vector<Block> blocks; ///< XMP and Exif, in file order
+    std::vector<Block> blocks; ///< APP1, in file order: XMP, Exif, and NONE for what is neither
     /// The first APP2 "MPF". It counts the places of the images behind this one from its own place, so that whatever
     /// changes the distance in between loses them; changes in front of it move both alike.
     std::optional<Segment> imageIndex;
