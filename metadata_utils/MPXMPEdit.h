@@ -90,6 +90,8 @@ public:
     /// Sets the MotionPhoto item's "Length" to what stands between the video and the file's end, and commits a change
     /// at once. Without a video or item nothing happens.
     void updateMotionPhotoInfo(std::shared_ptr<MediaFile> const& file, size_t size, size_t position);
+    /// As many bytes more stand behind a video that XMP counts from the file's end.
+    void followEnd(int64_t growth);
 
 private:
     XMPEdit& chained(XMPEdit& /*answer*/) {

@@ -239,16 +239,8 @@ void MotionPhotoEditImpl::stageExpectedFields() {
         return;
     VideoFields fields(*xmpEdit);
     auto const expected = expectedVideo();
-    if (!expected) {
-        auto const length = VideoFields::lengthOf(*xmpEdit); // of a video that XMP alone tells of
-        if (!length || !qrtEdit->isDirty() || !VideoFields::standsAt(*outputFile, *length))
-            return;
-        auto const plan = qrtEdit->staging().plan();
-        uint32_t const behind = plan.getGround().fileSize - plan.getGround().image;
-        if (*length >= behind)
-            fields.setLength(*length - behind + plan.behindImage());
-        return;
-    }
+    if (!expected)
+        return stagePublishedFields();
     // A change of XMP alone leaves the video's moment as it is.
     bool const isMissing = qrtEdit->isDirty() && fields.timestamp().empty();
     if (isMissing || (isVideoReplaced && !fields.timestamp().empty())) {

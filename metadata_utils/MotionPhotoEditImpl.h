@@ -145,6 +145,7 @@ private:
     void prepareImageType();
     void prepareXMP();
     void stageExpectedFields();
+    void stagePublishedFields();
     std::optional<ExpectedVideo> expectedVideo();
     void completeCommit(size_t orgFileSize);
     void finish();

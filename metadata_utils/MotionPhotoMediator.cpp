@@ -2,6 +2,7 @@
 #include "MotionPhotoMediator.h"
 
 #include "Log.h"
+#include "VideoClaims.h"
 #include "VideoFields.h"
 
 #include <tuple>
@@ -22,6 +23,12 @@ void MPXMPEdit::updateMotionPhotoInfo(std::shared_ptr<MediaFile> const& file, si
     VideoFields(*this).setLength(static_cast<uint32_t>(size - position));
     if (isDirty())
         commit(file);
+}
+
+void MPXMPEdit::followEnd(int64_t growth) {
+    claims::followEnd(*xmpView()->getMeta(), growth);
+    xmpView()->reindex();
+    makeDirty();
 }
 
 MotionPhotoEditImpl::Mediator::Mediator(MotionPhotoEditImpl& owner) : editor(owner) {
@@ -66,17 +73,20 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
     size_t const position = editor.getVideoPosition();
     auto const length = VideoFields::lengthOf(*editor.xmpEdit);
     bool const isOwn = position > 0 && position <= size;
-    bool const isStale = length && (isOwn ? *length != size - position : !VideoFields::standsAt(*file, *length));
+    bool const isStale = length && *length != size - position;
     bool const isNews = size != lastSize;
-    uint32_t const grownBy = behindImage() - lastBehind;
+    int64_t const growth = int64_t{behindImage()} - lastBehind;
     auto const before = std::pair(lastSize, lastBehind);
     lastSize = size;
     lastBehind = behindImage();
     try {
-        if (isOwn && (isNews || isStale))
+        if (isOwn && (isNews || isStale)) {
             editor.xmpEdit->updateMotionPhotoInfo(file, size, position);
-        else if (isStale && VideoFields::standsAt(*file, *length + grownBy)) // a video that XMP alone tells of
-            editor.xmpEdit->updateMotionPhotoInfo(file, size, size - (*length + grownBy));
+        } else if (!isOwn && growth != 0 && !VideoFields::finds(*file, *editor.xmpEdit) &&
+                   VideoFields::finds(*file, *editor.xmpEdit, growth)) { // a video that XMP alone tells of
+            editor.xmpEdit->followEnd(growth);
+            editor.xmpEdit->commit(file);
+        }
     } catch (...) {
         std::tie(lastSize, lastBehind) = before; // the next commit is news again
         throw;

@@ -4,6 +4,7 @@
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
 #include "MotionPhotoMediator.h"
+#include "PhotoLayout.h"
 #include "VideoBox.h"
 #include "io/MoveTail.h"
 #include "io/VideoPointer.h"
@@ -66,6 +67,33 @@ void MotionPhotoEditImpl::removePointedVideo(std::shared_ptr<MediaFile> const& f
     moveTail(file, static_cast<uint32_t>(getVideoPosition()) + size, -int64_t{size});
     impl->getTrailer()->adjustPosition(file->size());
     qrtEdit->makeDirty();
+}
+
+/// A video that the trailer does not hold, told of by XMP or a HEIC's box: what counts from the file's end follows the
+/// trailer, and an item that was only now added says where the video is.
+void MotionPhotoEditImpl::stagePublishedFields() {
+    PhotoLayout const layout(outputFile);
+    auto const video = layout.locate();
+    if (!video.isSound())
+        return;
+    int64_t growth = 0;
+    if (qrtEdit->isDirty() && qrtEdit->staging().writesTrailer()) {
+        auto const plan = qrtEdit->staging().plan();
+        growth = int64_t{plan.behindImage()} - (plan.getGround().fileSize - plan.getGround().image);
+    }
+    auto& packet = *impl->getPacket()->getMeta();
+    auto const held = claims::read(packet);
+    bool const isNew = held.video() != nullptr && held.video()->lengthText.empty();
+    if (isNew) {
+        uint32_t const behind = layout.fileSize - video.position - video.size;
+        claims::setField(packet, *held.video(), "Length", std::to_string(video.size));
+        claims::setField(packet, *held.video(), "Padding", std::to_string(behind));
+        if (layout.videoBox && held.primary() != nullptr)
+            claims::setField(packet, *held.primary(), "Padding", std::to_string(layout.videoBox->headerSize));
+    }
+    bool const isCounted = isNew || layout.fromDirectory().isSound() || layout.fromMicroVideo().isSound();
+    if (isNew || (isCounted && growth != 0))
+        xmpEdit->followEnd(growth);
 }
 
 void MotionPhotoEditImpl::replaceMPDataByMPVDBox(uint32_t position, uint32_t length) {

@@ -209,10 +209,11 @@ void Checker::checkClaimOfDirectory(claims::Item const& item) {
     }
     uint64_t const distance = layout.claims.distanceFromEnd(item);
     uint64_t const expected = uint64_t{layout.fileSize} - video().position;
+    bool const runsToEnd = layout.tail && item.length == expected;
     if (distance != expected) {
         add("directory-video", static_cast<uint32_t>(layout.fileSize - std::min<uint64_t>(distance, layout.fileSize)),
             number(expected) + " bytes from the end", number(distance));
-    } else if (video().source != Source::TRAILER && item.length != video().size) {
+    } else if (video().source != Source::TRAILER && item.length != video().size && !runsToEnd) {
         add("directory-video", video().position, "Length " + number(video().size), number(item.length));
     }
 }

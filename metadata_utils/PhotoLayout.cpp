@@ -93,6 +93,13 @@ QRTDataInfo const* PhotoLayout::videoRecord() const {
     return found == records.end() ? nullptr : &*found;
 }
 
+uint32_t PhotoLayout::trailerStart() const {
+    if (!tail)
+        return fileSize;
+    bool const isBoxed = isHEIC && !topLevel.boxes.empty() && topLevel.boxes.back().type == TRAILER_BOX;
+    return isBoxed ? topLevel.boxes.back().position : trailer::startOf(*tail);
+}
+
 MotionVideo PhotoLayout::damaged(Source source, std::string const& reason) const {
     MotionVideo video;
     video.source = source;
@@ -117,11 +124,13 @@ MotionVideo PhotoLayout::examine(Source source, uint64_t position, uint64_t size
     return video;
 }
 
+/// A length that counts the trailer too ends where the trailer begins: no movie reaches into one that is not its own.
 MotionVideo PhotoLayout::examineFromEnd(Source source, uint64_t distance, uint64_t size) const {
     if (distance > fileSize)
         return damaged(source, "a video " + std::to_string(distance) + " bytes from the end is claimed of a file of " +
                                    std::to_string(fileSize));
-    return examine(source, fileSize - distance, size);
+    uint64_t const position = fileSize - distance, end = trailerStart();
+    return examine(source, position, position < end ? std::min(size, end - position) : size);
 }
 
 /// The record's bytes are the video, or a pointer to it: as the views read it, but a movie that stands where only a

@@ -38,6 +38,8 @@ struct PhotoLayout {
     explicit PhotoLayout(MotionPhotoInfoImpl const& view);
 
     QRTDataInfo const* videoRecord() const;
+    /// Where the trailer begins, in a HEIC its box; the file's end without one.
+    uint32_t trailerStart() const;
     /// The claim of a source, looked at; status NONE where it makes none.
     MotionVideo fromTrailer() const;
     MotionVideo fromBox() const;

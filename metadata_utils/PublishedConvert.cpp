@@ -355,4 +355,21 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
     return done;
 }
 
+void removeTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
+    PhotoLayout const layout(photo);
+    if (!layout.tail || layout.videoRecord() != nullptr)
+        throw ErrorAt().as(Error::Code::REFUSED, *photo)(
+            layout.tail ? "the trailer of %s holds the video" : "%s has no trailer", photo->getPath().c_str());
+    uint32_t const size = layout.fileSize - layout.trailerStart();
+    bool const isCounted = layout.fromDirectory().isSound() || layout.fromMicroVideo().isSound();
+    auto const file = begin(photo, output);
+    if (isCounted) {
+        writeXMP(file, [&](auto const& view) {
+            claims::followEnd(*view->getMeta(), -int64_t{size});
+            view->reindex();
+        });
+    }
+    checked::truncate(*file, file->size() - size);
+}
+
 } // namespace android::lumo::published

@@ -61,7 +61,8 @@ Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
     uint32_t end = video.position + video.size;
     Cut cut;
     if (auto const* item = layout.claims.video(); item != nullptr && video.source == MotionVideo::Source::DIRECTORY) {
-        end += static_cast<uint32_t>(std::min<uint64_t>(item->padding, layout.fileSize - end));
+        uint32_t const last = std::max(end, layout.trailerStart()); // a padding may count the trailer
+        end += static_cast<uint32_t>(std::min<uint64_t>(item->padding, last - end));
         cut.takesPrimaryPadding = isPaddingOfPrimary(layout, *item, start);
         start -= cut.takesPrimaryPadding ? static_cast<uint32_t>(layout.claims.primary()->padding) : 0;
     }

@@ -318,7 +318,7 @@ void QRTEditImpl::commit(std::shared_ptr<MediaFile> const& file) {
 
 void QRTEditImpl::commit() {
     LOGI("commit E: %zu", records.all().size());
-    if (records.empty() && !isCutWhenEmpty) {
+    if (!writesTrailer()) {
         dirty = false;
         LOGI("commit X: no data, skip to commit");
         return;

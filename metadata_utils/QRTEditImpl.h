@@ -99,6 +99,8 @@ public:
     void removeWhere(std::function<bool(StagedRecord const&)> const& matches) { records.removeAll(matches); }
     /// From now on a commit that finds no record left cuts the trailer off the file instead of leaving it.
     void cutWhenEmpty(bool cut) { isCutWhenEmpty = cut; }
+    /// Whether a commit changes the file at all.
+    bool writesTrailer() const { return !records.empty() || isCutWhenEmpty; }
     /// Whoever owns this editor corrects the XMP that counts bytes from the file's end.
     void leaveFieldsToOwner() { ownerKeepsFields = true; }
     /// What a commit would write now. Throws what a commit would refuse.

@@ -135,6 +135,15 @@ uint64_t Claims::distanceFromEnd(Item const& item) const {
     return distance;
 }
 
+std::vector<uint64_t> Claims::distances() const {
+    std::vector<uint64_t> found;
+    if (auto const* item = video(); item != nullptr && item->length > 0 && motionPhoto != "0")
+        found.push_back(distanceFromEnd(*item));
+    if (auto const offset = parseNumber(microVideoOffset); offset && *offset > 0 && microVideo == "1")
+        found.push_back(*offset);
+    return found;
+}
+
 std::optional<int64_t> Claims::momentUs() const {
     for (auto const* text : {&timestamp, &microVideoTimestamp}) {
         if (auto const number = parseNumber(*text); number && *number <= INT64_MAX)
@@ -205,6 +214,22 @@ void setField(XMPPacket& packet, Item const& item, char const* field, std::strin
     if (value.empty())
         return packet.remove(item.containerNS, path);
     packet.set(item.containerNS, path, value);
+}
+
+void followEnd(XMPPacket& packet, int64_t growth) {
+    auto const held = read(packet);
+    auto const grown = [growth](uint64_t number) {
+        return std::to_string(std::max<int64_t>(0, static_cast<int64_t>(number) + growth));
+    };
+    if (auto const offset = parseNumber(held.microVideoOffset))
+        packet.set(xmp_ns::CAMERA, "MicroVideoOffset", grown(*offset));
+    auto const* video = held.video();
+    if (video == nullptr || video->length == 0)
+        return;
+    auto const& last = held.items.back();
+    bool const isInLength =
+        last.place == video->place && (last.padding == 0 || static_cast<int64_t>(last.padding) + growth < 0);
+    setField(packet, last, isInLength ? "Length" : "Padding", grown(isInLength ? last.length : last.padding));
 }
 
 std::optional<uint64_t> parseNumber(std::string const& text) {

@@ -54,6 +54,8 @@ struct Claims {
     Item const* primary() const;
     /// Bytes from the item's first to the file's end.
     uint64_t distanceFromEnd(Item const& item) const;
+    /// Bytes from the video's first to the file's end, as the current and the older generation say it.
+    std::vector<uint64_t> distances() const;
     /// Microseconds into the video; nothing when absent, negative ("unset") or no number.
     std::optional<int64_t> momentUs() const;
     /// Whether anything in the packet speaks of a video.
@@ -75,6 +77,10 @@ void removeOlder(XMPPacket& packet);
 
 /// Sets a field ("Length", "Padding") of an entry; an empty value takes it out.
 void setField(XMPPacket& packet, Item const& item, char const* field, std::string const& value);
+
+/// Bytes behind the video have become `growth` more, or fewer: what counts from the file's end counts them. A "Length"
+/// that ran to the end goes on doing so, readers that know no "Padding" need it; else the last padding takes them.
+void followEnd(XMPPacket& packet, int64_t growth);
 
 /// A number of decimal digits; nothing for any other text.
 std::optional<uint64_t> parseNumber(std::string const& text);

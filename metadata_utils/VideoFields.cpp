@@ -4,8 +4,10 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
+#include "VideoClaims.h"
 #include "XMPInfoImpl.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -126,27 +128,38 @@ bool VideoFields::standsAt(MediaFile const& file, uint32_t length) {
     return std::memcmp(bytes.data(), VIDEO_START, TYPE_OFFSET) == 0;
 }
 
+bool VideoFields::finds(MediaFile const& file, XMPInfo const& packet, int64_t growth) {
+    auto const distances = claims::read(*XMPInfoImpl::of(packet)->getMeta()).distances();
+    return std::any_of(distances.begin(), distances.end(), [&](uint64_t distance) {
+        int64_t const length = static_cast<int64_t>(distance) + growth;
+        return length >= 0 && length <= int64_t{file.size()} && standsAt(file, static_cast<uint32_t>(length));
+    });
+}
+
 void VideoFields::requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned) {
-    std::optional<uint32_t> length;
+    std::vector<uint64_t> distances;
     try {
-        length = lengthOf(XMPInfoImpl(file));
+        distances = claims::read(*XMPInfoImpl(file).getMeta()).distances();
     } catch (...) {
         rethrowUnlessDamage();
         LOGD("no XMP that could say where a video is");
     }
-    if (!length || !standsAt(*file, *length))
-        return;
-    uint32_t const position = file->size() - *length;
-    std::optional<uint32_t> now = position;
-    if (position >= planned.getGround().image) {
-        now = planned.newPlaceOf(position - planned.start());
-        if (now)
-            *now += planned.start();
+    uint32_t const size = file->size();
+    for (uint64_t const distance : distances) {
+        if (distance > size || !standsAt(*file, static_cast<uint32_t>(distance)))
+            continue;
+        uint32_t const position = size - static_cast<uint32_t>(distance);
+        std::optional<uint32_t> now = position;
+        if (position >= planned.getGround().image) {
+            now = planned.newPlaceOf(position - planned.start());
+            if (now)
+                *now += planned.start();
+        }
+        if (!now || planned.finalSize() - *now != distance)
+            throw ErrorAt()("the XMP finds the video %zu bytes in front of the file's end and would be wrong: edit the "
+                            "trailer through the motion photo",
+                            size_t{distance});
     }
-    if (!now || planned.finalSize() - *now != *length)
-        throw ErrorAt()("the XMP finds the video %zu bytes in front of the file's end and would be wrong: edit the "
-                        "trailer through the motion photo",
-                        size_t{*length});
 }
 
 } // namespace android::lumo

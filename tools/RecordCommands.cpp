@@ -6,6 +6,7 @@
 #include "Destination.h"
 #include "Text.h"
 
+#include "PublishedPhoto.h"
 #include "QRTDataInfo.h"
 #include "io/ImageMetaReader.h"
 #include "io/ImageMetaWriter.h"
@@ -16,8 +17,6 @@
 #include <iterator>
 #include <optional>
 #include <string_view>
-
-#include <unistd.h>
 
 namespace motionphoto {
 
@@ -88,10 +87,10 @@ std::string asText(ByteBuffer const& data) {
                   "has no record '" + args.key + "'; motionphoto trailer list shows those it has");
 }
 
-/// Runs the change on the trailer's editor and commits it: the photo's own one where there is a video, whose XMP counts
-/// the trailer's bytes.
+/// Runs the change on the trailer's editor and commits it: the photo's own one where XMP counts the trailer's bytes to
+/// say where a video is.
 bool editTrailer(Photo const& photo, FilePtr const& output, std::function<void(QRTEdit&)> const& change) {
-    if (photo.hasClaim()) {
+    if (photo.hasClaim() && XMPInfo::parse(photo.file)->isNotEmpty()) {
         auto const edit = photo.view()->edit();
         change(edit->getQRTEdit());
         edit->getQRTEdit().makeDirty();
@@ -103,20 +102,6 @@ bool editTrailer(Photo const& photo, FilePtr const& output, std::function<void(Q
     edit->makeDirty();
     edit->commit();
     return true;
-}
-
-/// The trailer editor writes no trailer without records: the last one goes with the trailer, and in a HEIC with its
-/// box.
-void cutTrailer(FilePtr const& file) {
-    constexpr uint32_t BOX_HEADER = 8;
-    uint64_t size = MotionPhotoInfo::parse(file)->getImageSize();
-    char type[4] = {};
-    if (size >= BOX_HEADER &&
-        pread(file->getFd(), type, sizeof type, static_cast<off_t>(size - sizeof type)) == sizeof type &&
-        std::string_view(type, sizeof type) == "qrtd")
-        size -= BOX_HEADER;
-    if (file->truncate(static_cast<uint32_t>(size)) != 0)
-        throw systemFailure(ExitCode::WRITE_FAILED, file->getPath(), "fail to cut the trailer");
 }
 
 std::optional<QRTDataInfo> recordOf(Arguments const& args, QRTInfo const& trailer) {
@@ -213,8 +198,9 @@ ExitCode trailerPut(Arguments const& args) {
 ExitCode trailerRemove(Arguments const& args) {
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         auto const trailer = QRTInfo::parse(photo.file);
-        if (trailer->getDataCount() == 1 && recordOf(args, *trailer) && !photo.hasClaim()) {
-            cutTrailer(copied(photo, output));
+        auto const last = trailer->getDataCount() == 1 ? recordOf(args, *trailer) : std::nullopt;
+        if (last && last->type != qrt::TYPE_MOTION_PHOTO_DATA) { // an editor writes no trailer without records
+            published::removeTrailer(photo.file, output);
             return true;
         }
         return editTrailer(photo, output, [&](QRTEdit& edit) {

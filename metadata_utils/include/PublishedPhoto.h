@@ -79,4 +79,10 @@ METADATA_UTILS_EXPORT Conversion toTrailer(std::shared_ptr<MediaFile> const& pho
 METADATA_UTILS_EXPORT Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords = false,
                                              std::shared_ptr<MediaFile> const& output = nullptr);
 
+/// Takes a trailer off that does not hold the video, with all its records; what the XMP counts from the file's end
+/// follows. A trailer editor leaves its last record in the file: this is how that one goes. Refused when there is no
+/// trailer, and when it holds or points to the video.
+METADATA_UTILS_EXPORT void removeTrailer(std::shared_ptr<MediaFile> const& photo,
+                                         std::shared_ptr<MediaFile> const& output = nullptr);
+
 } // namespace android::lumo::published

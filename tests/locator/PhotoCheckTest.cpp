@@ -83,7 +83,7 @@ std::vector<Sample> samples() {
          "trailer-pointer-size"},
         {withTrailer(isom, ""), "trailer-brand", "="},
         {claimsNothing, "xmp-claim", ""},
-        {heic(movie, 8), "trailer-video directory-video", ""},
+        {heic(movie, 8), "trailer-video", ""},
         {buildHeic(boxed), "trailer-box xmp-claim", "trailer-box"},
         {buildHeic(twins), "pointer-box xmp-claim orphan-movie", "pointer-box orphan-movie"},
         {buildHeic(broken), "movie-boxes", "="},

@@ -2,6 +2,7 @@
 #include "PublishedPhoto.h"
 #include "LocatorFixture.h"
 #include "MotionPhotoEdit.h"
+#include "PhotoCheck.h"
 #include "support/Attempt.h"
 #include "support/Faults.h"
 #include "support/PhotoParts.h"
@@ -92,6 +93,28 @@ TEST(PublishedPhoto, AddsAClipToPhotosOfEveryOriginInThePlaceOfTheOldVideo) {
         EXPECT_EQ(added.find(movie.substr(24)), std::string::npos) << name << ": the old video is left";
         EXPECT_EQ(added.find("MicroVideo"), std::string::npos) << name;
         EXPECT_TRUE(MotionPhotoInfo::parse(TempFile(added).open("r"))->isValid()) << name;
+    }
+}
+
+TEST(PublishedPhoto, WhatCountsFromTheEndFollowsATrailerThatComesGrowsAndGoes) {
+    for (auto const& [name, photo, source, padding, behind] : forms(clip(5000))) {
+        SCOPED_TRACE(name);
+        TempFile const file(photo);
+        auto const expectFound = [&] {
+            auto const check = PhotoCheck::run(file.open("r"));
+            EXPECT_EQ(check.verdict, PhotoCheck::Verdict::SOUND);
+            EXPECT_EQ(check.video.size, clip(5000).size());
+        };
+        for (auto const& data : {"sea", "a longer text"}) {
+            auto const edit = MotionPhotoInfo::parse(file.open())->edit();
+            auto& trailer = edit->getQRTEdit().putData(1, "Scene", data);
+            trailer.makeDirty();
+            data[0] == 's' ? edit->commit() : trailer.commit();
+            expectFound();
+        }
+        published::removeTrailer(file.open());
+        EXPECT_EQ(takeApart(file.bytes()).trailer.records.size(), 0U);
+        expectFound();
     }
 }
 
