@@ -134,7 +134,8 @@ std::optional<Note> noteIn(PhotoLayout const& layout, MotionVideo const& video) 
         if (record.name != qrt::NAME_MOTION_PHOTO_INFO || record.dataPayload >= MAX_NOTE)
             continue;
         auto const note = Note::parse(textOf(checked::readAt(*layout.file, record.dataPosition, record.dataPayload)));
-        if (note && note->stored == video.size && video.brand == RECOGNISED_BRAND && note->length <= note->stored)
+        bool const isItsBrand = note && (video.brand == RECOGNISED_BRAND || video.brand == note->brand);
+        if (isItsBrand && note->stored == video.size && note->length <= note->stored)
             return note;
     }
     return std::nullopt;
@@ -227,19 +228,29 @@ void putTrailerIntoHEIC(std::shared_ptr<MediaFile> const& file, Change const& ch
 
 // From a trailer. -----------------------------------------------------------------------------------------------------
 
-/// Bytes between the picture's end and the first thing the directory names behind it, which stands `between` bytes in
-/// front of the video.
-std::optional<uint64_t> primaryPaddingOf(PhotoLayout const& layout, uint32_t start) {
+/// The directory's entry in front of the video's, which is not the picture.
+claims::Item const* itemInFront(claims::Claims const& claims) {
+    auto const* video = claims.video();
+    auto const found = std::find_if(claims.items.begin(), claims.items.end(), [&](auto const& item) {
+        return video != nullptr && item.place + 1 == video->place && !item.isPrimary();
+    });
+    return found == claims.items.end() ? nullptr : &*found;
+}
+
+/// Bytes between the picture's end and the first thing the directory names behind it; `shift` is added to the padding
+/// of the last in front of the video.
+std::optional<uint64_t> primaryPaddingOf(PhotoLayout const& layout, uint32_t start, int64_t shift) {
     if (layout.isHEIC)
         return layout.videoBox ? std::optional<uint64_t>(layout.videoBox->headerSize) : std::nullopt;
     auto const* video = layout.claims.video();
-    uint64_t between = 0;
+    int64_t between = itemInFront(layout.claims) != nullptr ? shift : 0;
     for (auto const& item : layout.claims.items) {
         if (!item.isPrimary() && video != nullptr && item.place < video->place)
-            between += item.length;
+            between += static_cast<int64_t>(std::min<uint64_t>(layout.fileSize, item.length) +
+                                            std::min<uint64_t>(layout.fileSize, item.padding));
     }
     auto const end = findStillEnd(*layout.file);
-    return end && *end + between <= start ? start - *end - between : 0;
+    return end ? static_cast<uint64_t>(std::max<int64_t>(0, int64_t{start} - *end - between)) : 0;
 }
 
 struct Back {
@@ -272,8 +283,12 @@ Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional
     }
     back.fields.length = back.length;
     back.fields.itemPadding = back.behind;
-    back.fields.primaryPadding = primaryPaddingOf(layout, back.start);
-    back.fields.addedInFront = int64_t{back.start} - int64_t{video.position};
+    // What the record's head added to the padding in front of the video, when it was put there, goes again.
+    auto const* inFront = itemInFront(layout.claims);
+    if (auto const head = int64_t{video.position} - back.start;
+        inFront != nullptr && static_cast<int64_t>(inFront->padding) >= head)
+        back.fields.addedInFront = -head;
+    back.fields.primaryPadding = primaryPaddingOf(layout, back.start, back.fields.addedInFront);
     back.fields.mime = MediaDefs::mimeString(video.mimeType());
     return back;
 }

@@ -57,7 +57,7 @@ TEST(PublishedPhoto, RemoveTakesTheVideoAndEveryClaimAndLeavesTheRest) {
 }
 
 TEST(PublishedPhoto, ConvertsToATrailerThatTheViewsRecogniseAndBackToTheSameVideoAndImage) {
-    for (auto const& movie : {clip(5000, "isom"), clip(126'000, "mp42"), clip(126'000, "iso5")}) {
+    for (auto const& movie : {clip(5000, "isom"), clip(5000, "qt  "), clip(126'000, "mp42"), clip(126'000, "iso5")}) {
         for (auto const& [name, photo, source, padding, behind] : forms(movie)) {
             if (photo.ends_with(GAIN_MAP))
                 continue; // refused
@@ -65,10 +65,14 @@ TEST(PublishedPhoto, ConvertsToATrailerThatTheViewsRecogniseAndBackToTheSameVide
             std::string const converted = edited(photo, TO_TRAILER), back = edited(converted, TO_PUBLISHED);
             auto const view = MotionPhotoInfo::parse(TempFile(converted).open("r"));
             EXPECT_TRUE(view->isValid() && view->getXMPInfo()->getItemNameAt(1) == "Primary");
-            EXPECT_EQ(takeApart(converted).faults(), "");
+            if (movie.find("qt  ") == std::string::npos) { // which says so in its item
+                EXPECT_EQ(takeApart(converted).faults(), "");
+            }
             EXPECT_TRUE(textOf(locate(converted)).starts_with("trailer sound"));
             EXPECT_EQ(textOf(locate(edited(converted, REMOVE))), "none none");
             auto const found = locate(back);
+            EXPECT_LE(PhotoCheck::run(TempFile(back).open("r")).findings.size(),
+                      PhotoCheck::run(TempFile(photo).open("r")).findings.size());
             EXPECT_TRUE(back.substr(found.position, found.size) == movie) << textOf(found);
             for (auto const& [each, again] : {std::pair(converted, TO_TRAILER), {back, TO_PUBLISHED}}) {
                 EXPECT_EQ(locate(each).momentUs, locate(photo).momentUs);
