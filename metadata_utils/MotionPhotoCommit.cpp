@@ -21,7 +21,6 @@ constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 /// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
 constexpr size_t XMP_OVERHEAD = 256;
 constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
-constexpr uint32_t XMP_ROOM_STEP = 64;
 /// The fields of a motion photo take no more, in XMP that has none of them.
 constexpr uint32_t EXPECTED_FIELDS = 2048;
 
@@ -38,6 +37,8 @@ public:
         editor.impl->getPacket()->exchange(std::move(contents));
         if (wasDirty)
             editor.xmpEdit->makeDirty();
+        else
+            editor.xmpEdit->setAside();
     }
     PacketKeeper(PacketKeeper const&) = delete;
     PacketKeeper& operator=(PacketKeeper const&) = delete;
@@ -287,6 +288,18 @@ std::optional<MotionPhotoEditImpl::ExpectedVideo> MotionPhotoEditImpl::expectedV
     return expected;
 }
 
+MotionPhotoEditImpl::PacketAhead MotionPhotoEditImpl::packetAhead() {
+    if (isXMPSetAside || isTrailerSetAside || isVideoRemovalWithoutXMP())
+        return {};
+    PacketKeeper const keeper(*this);
+    prepareXMP();
+    stageExpectedFields();
+    if (!xmpEdit->isDirty() && !(isHEIC() && (qrtEdit->isDirty() || !extras.empty())))
+        return {};
+    return {impl->getPacket()->getMeta(), static_cast<uint32_t>(xmpEdit->serializeToBuffer().size()),
+            xmpEdit->isDirty()};
+}
+
 /// The values are read off the finished file; nothing here may fail for a reason that could be foreseen.
 void MotionPhotoEditImpl::completeCommit(size_t orgFileSize) {
     size_t const fileSize = getFileSize();
@@ -369,9 +382,8 @@ void MotionPhotoEditImpl::prepareImageType() {
     uint32_t const room = writer.xmpRoom();
     if (room >= std::max(need, 1U))
         return;
-    uint32_t const rounded = (need + XMP_ROOM_STEP - 1) / XMP_ROOM_STEP * XMP_ROOM_STEP;
     impl->getPacket()->requireUnchanged();
-    writer.reserveXMP(std::max(MIN_XMP_ROOM, rounded));
+    writer.reserveXMP(HEIFMetaWriter::roomFor(need));
     impl->getPacket()->roomOpened();
     mediator->notify(this, Event::CONTAINER_RESTRUCTURED, outputFile);
 }

@@ -274,9 +274,10 @@ MotionPhotoEdit& MotionPhotoEditImpl::removeVideo(std::shared_ptr<MediaFile> con
 
 // For the editor of another file. -------------------------------------------------------------------------------------
 
-void MotionPhotoEditImpl::adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo) {
+void MotionPhotoEditImpl::adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo,
+                                std::function<uint32_t(uint32_t)> const& recordPlace) {
     bool const isStaged = other.qrtEdit->isDirty() || other.isTrailerSetAside;
-    if (qrtEdit->staging().adopt(other.qrtEdit->staging()) || (isFirst && isStaged))
+    if (qrtEdit->staging().adopt(other.qrtEdit->staging(), recordPlace) || (isFirst && isStaged))
         qrtEdit->makeDirty();
     if (isNewVideo && other.videoEdit != nullptr) {
         noteVideoEdit(other.stagedVideo);

@@ -5,6 +5,7 @@
 #include "MPXMPEdit.h"
 #include "MotionPhotoEdit.h"
 #include "MotionPhotoInfoImpl.h"
+#include "SplicedCopy.h"
 #include "VideoFields.h"
 #include "VideoSource.h"
 
@@ -104,11 +105,24 @@ public:
     /// What was last staged about the video; another address is another video.
     using VideoEdit = std::shared_ptr<Extra const>;
     VideoEdit const& getVideoEdit() const { return videoEdit; }
+    /// Bytes that hold a video no trailer and no box knows: they do not come along into another file.
+    void leaveOut(Stretch const& video) { leftOut = video; }
+    Stretch const& getLeftOut() const { return leftOut; }
+    /// The packet as a commit in place would write it first, and its bytes. None: it would write none, or what it
+    /// would write only its steps can tell. What is staged stays as it is.
+    struct PacketAhead {
+        std::shared_ptr<XMPPacket> packet;
+        uint32_t size = 0;
+        bool isChanged = false;
+    };
+    PacketAhead packetAhead();
     /// Throws what a commit into `output` would refuse of what is staged.
     void requireCommittable(MediaFile const& output);
     /// Stages what `other` has staged, whose file this one's is a copy of; the packet is the caller's affair. After the
-    /// first time only what is new counts.
-    void adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo);
+    /// first time only what is new counts. `recordPlace` says where in this file's trailer a record of the other's
+    /// stands.
+    void adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo,
+               std::function<uint32_t(uint32_t)> const& recordPlace);
     /// Whether the packet has changes that the photo's own file has not got yet.
     bool isXMPStaged() const { return xmpEdit->isDirty() || isXMPSetAside; }
 
@@ -178,6 +192,7 @@ private:
     uint32_t sizeWithGrowth = 0; ///< of the file that a failed commit has left longer than anything in it; else 0
     std::optional<VideoSource> stagedVideo;
     VideoEdit videoEdit;
+    Stretch leftOut;
     std::unordered_map<ExtraType, Extra> extras;
     std::vector<std::shared_ptr<MotionPhotoTarget>> targets;
     std::shared_ptr<MotionPhotoTarget> otherFile; ///< the one that commits go to; null: the source

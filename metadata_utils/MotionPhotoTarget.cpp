@@ -4,9 +4,12 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "PacketMerge.h"
+#include "PhotoCopy.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
+
+#include <optional>
 
 namespace android::lumo {
 
@@ -22,34 +25,28 @@ uint32_t imageLength(std::shared_ptr<MediaFile> const& still) {
 } // namespace
 
 void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& prepared) {
-    owner.requireCommittable(*file);
     bool const isFirst = editor == nullptr || prepared != still;
+    std::optional<PhotoCopy> copy;
+    std::optional<QRTEditImpl::OneSurvey> survey(owner.getQRTEdit().staging());
+    owner.requireCommittable(*file);
     if (isFirst) {
         editor = nullptr;
         still = prepared;
         if (still != nullptr)
             composePhoto(owner);
         else
-            copyPhoto(owner);
+            copy.emplace(owner).writeTo(file);
         editor = std::make_shared<MotionPhotoEditImpl>(MotionPhotoInfo::parse(file));
     }
+    survey.reset();
     try {
-        handOver(owner, isFirst);
+        handOver(owner, isFirst, copy ? &*copy : nullptr);
         editor->commit();
     } catch (...) {
         if (isFirst)
             editor = nullptr;
         throw;
     }
-}
-
-void MotionPhotoTarget::copyPhoto(MotionPhotoEditImpl const& owner) {
-    auto const& photo = owner.getView()->getFile();
-    uint32_t const size = photo->size();
-    checked::requireSpace(*file, size);
-    checked::seek(*file, 0);
-    checked::copy(photo, file, 0, size);
-    checked::truncate(*file, size);
 }
 
 void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
@@ -79,12 +76,13 @@ void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
 
 /// The packet of a plain copy becomes the owner's. Into a prepared still's own packet go the motion and what was
 /// edited, into one that was committed here before only what was edited since.
-void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst) {
+void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, PhotoCopy const* copy) {
     auto const& packet = owner.getView()->getPacket();
     auto& xmpEdit = editor->getXMPEdit();
     if (isFirst && still == nullptr) {
-        editor->getView()->getPacket()->adopt(packet->getMeta()->clone());
-        if (owner.isXMPStaged())
+        auto const ahead = copy != nullptr ? copy->packetAhead() : MotionPhotoEditImpl::PacketAhead();
+        editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
+        if (owner.isXMPStaged() || ahead.isChanged)
             xmpEdit.makeDirty();
     } else if (isFirst) {
         VideoFields fields(xmpEdit);
@@ -97,7 +95,8 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst) {
         packets::merge(*handedPacket, *packet, xmpEdit, false);
         xmpEdit.makeDirty();
     }
-    editor->adopt(owner, isFirst, isFirst || owner.getVideoEdit() != handedVideo);
+    editor->adopt(owner, isFirst, isFirst || owner.getVideoEdit() != handedVideo,
+                  [copy](uint32_t place) { return copy != nullptr ? copy->recordPlace(place) : place; });
     handedPacket = std::make_shared<XMPInfoImpl>(owner.getView()->getFile());
     handedPacket->adopt(packet->getMeta()->clone());
     handedVideo = owner.getVideoEdit();

@@ -8,6 +8,8 @@
 
 namespace android::lumo {
 
+class PhotoCopy;
+
 /// Another file that an editor commits into: a copy of the photo, with a view and an editor of its own, which is
 /// handed what the photo's editor has staged and commits in place.
 ///
@@ -22,9 +24,8 @@ public:
     void commit(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& prepared);
 
 private:
-    void copyPhoto(MotionPhotoEditImpl const& owner);
     void composePhoto(MotionPhotoEditImpl const& owner);
-    void handOver(MotionPhotoEditImpl& owner, bool isFirst);
+    void handOver(MotionPhotoEditImpl& owner, bool isFirst, PhotoCopy const* copy);
 
     std::shared_ptr<MediaFile> file;
     std::shared_ptr<MediaFile> still; ///< the prepared one

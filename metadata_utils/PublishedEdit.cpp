@@ -3,9 +3,11 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "ImageIndex.h"
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/VideoPointer.h"
 
 #include <algorithm>
 
@@ -73,17 +75,23 @@ std::shared_ptr<XMPInfoImpl> openXMP(std::shared_ptr<MediaFile> const& file) {
 } // namespace
 
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
-                                 uint32_t leftOut) {
+                                 Stretch const& leftOut) {
     if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd())) {
         checked::requireEditable(*photo);
         return photo;
     }
     checked::requireEditable(*output);
-    uint32_t const size = photo->size() - leftOut;
-    checked::seek(*output, 0);
-    checked::reserve(*output, size);
-    checked::copy(photo, output, 0, size);
-    checked::truncate(*output, size);
+    SplicedCopy copy(photo);
+    if (leftOut.size > 0)
+        copy.replace(leftOut);
+    copy.writeTo(output);
+    if (uint32_t const end = leftOut.end(); leftOut.size > 0 && end < photo->size()) {
+        int64_t const distance = -int64_t{leftOut.size};
+        VideoPointerKeeper(output).moved(end, distance);
+        auto const index = photo->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? image_index::read(*photo)
+                                                                                : image_index::Index();
+        image_index::moved(*output, index, image_index::ownSize(*photo, index), end, distance);
+    }
     return output;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "PhotoLayout.h"
+#include "SplicedCopy.h"
 #include "XMPInfoImpl.h"
 
 #include <cstdint>
@@ -13,10 +14,10 @@
 /// Steps that the edits of published photos share.
 namespace android::lumo::published {
 
-/// The file the edit works on: the photo itself, or the output, which gets the photo's bytes but for the last
-/// `leftOut`.
+/// The file the edit works on: the photo itself, or the output, which gets the photo's bytes but for `leftOut`; what
+/// points behind those is right afterwards.
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
-                                 uint32_t leftOut = 0);
+                                 Stretch const& leftOut = {});
 
 /// What the XMP says about a video in the end.
 struct Fields {

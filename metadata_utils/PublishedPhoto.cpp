@@ -6,7 +6,7 @@
 #include "ErrorAt.h"
 #include "ImageIndex.h"
 #include "Log.h"
-#include "MotionPhotoEdit.h"
+#include "MotionPhotoEditImpl.h"
 #include "MotionPhotoInfoImpl.h"
 #include "PublishedEdit.h"
 #include "XMPEditImpl.h"
@@ -30,6 +30,8 @@ struct Cut {
     bool takesPrimaryPadding = false;
     bool isBox = false;     ///< a HEIC's video box behind the image
     bool isBlanked = false; ///< one among the boxes of the image: nothing may move there, it becomes 'free', of zeros
+
+    Stretch stretchOf(MediaFile const& photo) const { return {photo.size() - behind - size, size}; }
 };
 
 /// Whether the padding that the primary claims lies between the picture's last two bytes and the video.
@@ -98,10 +100,10 @@ void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFil
             view->reindex();
         });
     }
-    if (cut.size == 0)
-        return;
     if (cut.isBox)
         return takeBoxesOut(file);
+    if (cut.size == 0)
+        return;
     uint32_t const end = file->size() - cut.behind;
     if (cut.isBlanked)
         blank(*file, end - cut.size, cut.size);
@@ -125,19 +127,23 @@ void dropClaims(MotionPhotoEdit& edit) {
     edit.getXMPEdit().removeProperty(xmp_ns::CAMERA, "MotionPhoto"); // so that the editor knows of the change
 }
 
-/// A video that ends the file need not come along into another one: what is copied is the photo without it.
+bool isElsewhere(MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
+    return output != nullptr && !MediaFile::isFdsDup(photo.getFd(), output->getFd());
+}
+
+/// The video need not come along into another file: what is copied is the photo without it.
 std::shared_ptr<MediaFile> beginWithout(Cut& cut, std::shared_ptr<MediaFile> const& photo,
                                         std::shared_ptr<MediaFile> const& output) {
-    bool const isLeftOut = cut.behind == 0 && !cut.isBlanked;
-    auto const file = begin(photo, output, isLeftOut ? cut.size : 0);
-    if (isLeftOut && file != photo)
-        cut.size = 0;
+    if (cut.isBlanked || !isElsewhere(*photo, output))
+        return begin(photo, output);
+    auto const file = begin(photo, output, cut.stretchOf(*photo));
+    cut.size = 0;
     return file;
 }
 
 /// What an output held goes; the editor itself takes only an empty one.
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
-    if (output == nullptr || MediaFile::isFdsDup(photo.getFd(), output->getFd()))
+    if (!isElsewhere(photo, output))
         return edit.commit();
     checked::requireEditable(*output);
     checked::truncate(*output, 0);
@@ -209,19 +215,22 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
     PhotoLayout const layout(photo);
     auto const prepared = MotionClip::prepare(clip, photo->mimeType(), options.clip);
     requireAddable(layout, prepared, options, clip, output);
-    // The editor takes a HEIC's box out itself, in the commit that writes the new one.
-    bool const byEditor = isForEditor(layout) || layout.videoBox.has_value();
-    auto cut = byEditor ? Cut() : planCut(layout, layout.locate());
-    auto const file = byEditor ? photo : beginWithout(cut, photo, output);
+    // The editor takes a HEIC's box out itself, in the commit that writes the new one, and leaves out of another file
+    // what it is told to.
+    bool const isKnownToEditor = isForEditor(layout) || layout.videoBox.has_value();
+    auto const cut = isKnownToEditor ? Cut() : planCut(layout, layout.locate());
+    bool const byEditor = isKnownToEditor || isElsewhere(*photo, output);
     if (!byEditor)
-        takeOut(layout, cut, file);
-    auto const edit = MotionPhotoInfo::parse(file)->edit();
+        takeOut(layout, cut, begin(photo, nullptr));
+    auto const edit = MotionPhotoInfo::parse(photo)->edit();
+    if (!isKnownToEditor && byEditor)
+        dynamic_cast<MotionPhotoEditImpl&>(*edit).leaveOut(cut.stretchOf(*photo));
     if (byEditor && layout.claims.any())
         dropClaims(*edit);
     edit->addVideo(prepared.file);
     if (options.momentUs)
         edit->setPhotoPresentationTimestampUs(static_cast<long>(*options.momentUs));
-    commit(*edit, *file, byEditor ? output : nullptr);
+    commit(*edit, *photo, output);
     return prepared;
 }
 

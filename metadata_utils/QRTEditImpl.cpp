@@ -260,7 +260,7 @@ void QRTEditImpl::takeUpFound(std::function<bool(StagedRecord const&)> const& dr
         records.append(record);
 }
 
-bool QRTEditImpl::adopt(QRTEditImpl const& other) {
+bool QRTEditImpl::adopt(QRTEditImpl const& other, std::function<uint32_t(uint32_t)> const& recordPlace) {
     bool isNew = order.option != other.order.option || order.primaryType != other.order.primaryType ||
                  isCutWhenEmpty != other.isCutWhenEmpty;
     order = other.order;
@@ -280,7 +280,7 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other) {
         all.push_back(isKnown ? known->second : record);
         auto const place = other.source.places().find(record.identity);
         if (!isKnown && record.isInFile() && place != other.source.places().end())
-            source.places()[record.identity] = place->second;
+            source.places()[record.identity] = recordPlace(place->second);
         adopted.insert(record.identity);
     }
     isNew = isNew || all.size() != before;
@@ -339,7 +339,9 @@ void QRTEditImpl::commit() {
 /// What is to stand behind the image of `from`, which goes into that file or a copy of it.
 TrailerPlan QRTEditImpl::plan(TrailerFile const& from, MediaFile const& into) {
     auto const& seen = *info->getStored();
-    auto const ground = from.survey(info->boxHeaderSize());
+    auto const ground = surveyed && *surveyed ? **surveyed : from.survey(info->boxHeaderSize());
+    if (surveyed)
+        *surveyed = ground;
     if (&from == &source && !seen.holdsSameAs(*source.getStored()))
         throw ErrorAt().as(Error::Code::CHANGED)("the trailer has changed since it was read: its view has others now");
     if (&from == &source && !source.isUnfinished()) {

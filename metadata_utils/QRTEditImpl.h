@@ -76,6 +76,18 @@ public:
 
     std::shared_ptr<QRTInfoImpl> qrtView() const override { return info; }
 
+    /// While it lives, plans are made from one look at the file: for steps that do not write it.
+    class OneSurvey {
+    public:
+        explicit OneSurvey(QRTEditImpl& of) : editor(of) { editor.surveyed.emplace(); }
+        ~OneSurvey() { editor.surveyed.reset(); }
+        OneSurvey(OneSurvey const&) = delete;
+        OneSurvey& operator=(OneSurvey const&) = delete;
+
+    private:
+        QRTEditImpl& editor;
+    };
+
     // For the motion-photo editor. ------------------------------------------------------------------------------------
 
     StagedRecords::List const& getStaged() const { return records.all(); }
@@ -109,8 +121,9 @@ public:
     /// `dropped` go in front of what is staged.
     void takeUpFound(std::function<bool(StagedRecord const&)> const& dropped);
     /// Stages what another editor has staged, whose file this editor's is a copy of; what came from there earlier and
-    /// was committed here stays as it is. False when there was nothing new.
-    bool adopt(QRTEditImpl const& other);
+    /// was committed here stays as it is. Records of the copy stand where `recordPlace` says, from the trailer's first
+    /// byte. False when there was nothing new.
+    bool adopt(QRTEditImpl const& other, std::function<uint32_t(uint32_t)> const& recordPlace);
 
 private:
     TrailerFile const& output() const { return elsewhere ? *elsewhere : source; }
@@ -131,7 +144,8 @@ private:
     TrailerPlan::Order order;
     std::list<std::string> unsupportedKeys{qrt::NAME_3D_PHOTO_INFO};
     std::set<StagedRecord::Identity> adopted;
-    bool hasAdopted = false; ///< perhaps nothing: the other may have had no record
+    bool hasAdopted = false;                                    ///< perhaps nothing: the other may have had no record
+    std::optional<std::optional<TrailerPlan::Ground>> surveyed; ///< with OneSurvey, and once it is known
     bool isCutWhenEmpty = false;
     bool ownerKeepsFields = false;
 };

@@ -6,6 +6,7 @@
 #include "HEIFItems.h"
 #include "Log.h"
 #include "MoveTail.h"
+#include "SplicedCopy.h"
 #include "TrailingBoxes.h"
 
 #include <algorithm>
@@ -144,6 +145,14 @@ void HEIFMetaWriter::requireRoomCanBeMade(unsigned int size) {
     rescan();
 }
 
+void HEIFMetaWriter::openRoomIn(SplicedCopy& copy, uint32_t packetSize) {
+    if (xmpRoom() >= std::max(packetSize, 1U))
+        return;
+    uint32_t const oldSize = reader->getEndOfImagePosition(true);
+    auto const image = imageWithRoom(roomFor(packetSize));
+    copy.replace({0, oldSize}, {image.span().begin(), image.span().end()});
+}
+
 /// The new image part, in memory.
 HEIFMetaWriter::Image HEIFMetaWriter::imageWithRoom(unsigned int size) {
     if (size > INT32_MAX)
@@ -246,8 +255,7 @@ void HEIFMetaWriter::copyThumbnail(int coverId) {
 }
 
 uint32_t HEIFMetaWriter::getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo) {
-    uint32_t const n = imageInfo.width * imageInfo.height;
-    uint32_t const size = (3 * n) / 2 + (3 * n) / 10;
+    uint32_t const n = imageInfo.width * imageInfo.height, size = (3 * n) / 2 + (3 * n) / 10;
     if (size > MAX_FRM_SIZE)
         throw ErrorAt(239).as(Error::Code::TOO_BIG)("max buffer size is larger than MAX_FRM_SIZE");
     return size;
@@ -385,10 +393,9 @@ bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file)
 }
 
 uint32_t HEIFMetaWriter::getClockWiseRotation(int heifCcwRotation) {
-    static constexpr std::array<uint32_t, 4> CLOCKWISE = {0, 270, 180, 90};
-    if (heifCcwRotation < 0 || static_cast<size_t>(heifCcwRotation) >= CLOCKWISE.size())
+    if (heifCcwRotation < 0 || heifCcwRotation > 3)
         throw ErrorAt(255)("invalid heif rotation type");
-    return CLOCKWISE[static_cast<size_t>(heifCcwRotation)];
+    return static_cast<uint32_t>((4 - heifCcwRotation) % 4 * 90);
 }
 
 } // namespace android::lumo

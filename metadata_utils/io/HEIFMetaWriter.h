@@ -4,6 +4,7 @@
 #include "HEIFMetaReader.h"
 #include "ImageMetaWriter.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -18,6 +19,7 @@ namespace heif {
 class TrailingBoxes;
 struct TopLevelBox;
 } // namespace heif
+class SplicedCopy;
 
 /// Changes a HEIC's metadata in place: room for XMP, the packet in it, and the camera debug info.
 ///
@@ -58,6 +60,14 @@ public:
     /// Bytes that writeXMP(info) can put where the XMP stands now; 0 when there is none or it cannot be written in
     /// place.
     uint32_t xmpRoom();
+
+    /// The room that is made for a packet which does not fit.
+    static uint32_t roomFor(uint32_t packetSize) {
+        constexpr uint32_t STEP = 64;
+        return std::max(MIN_XMP_ROOM, (packetSize + STEP - 1) / STEP * STEP);
+    }
+    /// Makes it in a copy of the file instead; nothing where the packet fits.
+    void openRoomIn(SplicedCopy& copy, uint32_t packetSize);
 
     /// Gives a last box that is stored with size 0 ("to the end of the file") its size, so that something can follow
     /// it. Whoever appends to a HEIC calls it first. Nothing happens when there is none.

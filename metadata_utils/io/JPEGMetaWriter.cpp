@@ -6,6 +6,7 @@
 #include "JPEGSegments.h"
 #include "Log.h"
 #include "MoveTail.h"
+#include "SplicedCopy.h"
 
 #include <algorithm>
 #include <string>
@@ -183,6 +184,33 @@ Metadata JPEGMetaWriter::findXMPRoom(uint32_t payload, uint32_t required) {
         LOGI("%zu XMP segments, leaving one.", found.size());
     requireFits(payload, required);
     return reserveXMP(required);
+}
+
+void JPEGMetaWriter::openRoomIn(SplicedCopy& copy, uint32_t packetSize) const {
+    auto const segments = jpeg::mapSegments(*file);
+    uint32_t const held = segments.count(MediaDefs::MetaType::XMP);
+    if (segments.imageIndex || held > 1 || segments.count(MediaDefs::MetaType::EXIF) > 1 ||
+        packetSize > jpeg::MAX_SEGMENT_LENGTH)
+        return;
+    uint32_t const size = roomOfBytes(packetSize + jpeg::XMP_IDENTIFIER_SIZE);
+    std::string payload(jpeg::XMP_IDENTIFIER, jpeg::XMP_IDENTIFIER_SIZE);
+    for (auto const& [type, segment] : segments.blocks) {
+        if (type != MediaDefs::MetaType::XMP && type != MediaDefs::MetaType::EXIF)
+            continue;
+        if (type == MediaDefs::MetaType::XMP && segment.payload() >= size)
+            return;
+        jpeg::requireInImage(*file, segment.position, segment.size());
+        if (type != MediaDefs::MetaType::XMP)
+            continue;
+        auto const packet = checked::readAt(*file, segment.payloadPosition(), segment.payload());
+        payload.assign(packet.data(), packet.data() + packet.size());
+    }
+    if (size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
+        return;
+    payload.resize(size, ' ');
+    std::string const room = bigEndian(jpeg::APP1) + bigEndian(size + jpeg::LENGTH_SIZE) + payload;
+    for (auto const& change : jpeg::changesFor(segments, size + jpeg::HEADER_SIZE))
+        copy.replace({change.position, change.removed}, change.inserted > 0 ? room : std::string());
 }
 
 void JPEGMetaWriter::removeXMP() {

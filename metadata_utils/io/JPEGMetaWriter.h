@@ -15,6 +15,7 @@ namespace jpeg {
 struct Change;
 struct SegmentMap;
 } // namespace jpeg
+class SplicedCopy;
 
 /// Changes a JPEG's metadata segments in place: XMP room behind each Exif segment (or behind the start of image), the
 /// XMP packet in it, and the camera debug-info APP4.
@@ -49,6 +50,10 @@ public:
     void writeCameraDebugInfo(std::vector<unsigned char> const& data) override;
     /// Takes the first APP4 out; without one nothing happens.
     void removeCameraDebugInfo() override;
+
+    /// Opens the room that writeXMP(view) would open for such a packet in a copy of the file instead, with the packet
+    /// that is there now. Files of several packets, several Exif segments or several pictures get none.
+    void openRoomIn(SplicedCopy& copy, uint32_t packetSize) const;
 
     /// (segment position, marker value - 2) of the first such segment, (-1, -1) when there is none, and where a read
     /// fails.

@@ -57,19 +57,6 @@ void add(std::vector<Change>& changes, Change const& change) {
     }
 }
 
-std::vector<Change> changesFor(SegmentMap const& segments, uint32_t room) {
-    std::vector<Change> changes;
-    if (segments.count(MediaDefs::MetaType::EXIF) == 0)
-        add(changes, {MARKER_SIZE, 0, room});
-    for (auto const& [type, segment] : segments.blocks) {
-        if (type == MediaDefs::MetaType::XMP)
-            add(changes, {segment.position, segment.size(), 0});
-        else if (type == MediaDefs::MetaType::EXIF)
-            add(changes, {segment.end(), 0, room});
-    }
-    return changes;
-}
-
 /// A debug info that was written at the image's start begins with FF E4 in little-endian order, so that no reader takes
 /// it for a segment; nothing behind it is found, but an index there has to stay right.
 std::optional<Segment> findIndexBehindDebugInfo(MediaFile const& file) {
@@ -197,6 +184,19 @@ void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, Err
     if (position > end || size > end - position)
         throw at.as(Error::Code::DAMAGED)("segment of %zu bytes at %zu reaches past the image's end at %zu",
                                           static_cast<size_t>(size), static_cast<size_t>(position), size_t{end});
+}
+
+std::vector<Change> changesFor(SegmentMap const& segments, uint32_t room) {
+    std::vector<Change> changes;
+    if (segments.count(MediaDefs::MetaType::EXIF) == 0)
+        add(changes, {MARKER_SIZE, 0, room});
+    for (auto const& [type, segment] : segments.blocks) {
+        if (type == MediaDefs::MetaType::XMP)
+            add(changes, {segment.position, segment.size(), 0});
+        else if (type == MediaDefs::MetaType::EXIF)
+            add(changes, {segment.end(), 0, room});
+    }
+    return changes;
 }
 
 std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32_t payload) {

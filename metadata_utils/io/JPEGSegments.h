@@ -116,6 +116,9 @@ struct Change {
 /// past 4 GiB or past what the disk has room for. The file is unchanged afterwards.
 std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32_t payload);
 
+/// The same changes without a look at the file, for a segment of `size` bytes.
+std::vector<Change> changesFor(SegmentMap const& segments, uint32_t size);
+
 /// Throws when [position, position + size) does not lie in the image: a length that reaches past the file's end, or
 /// over the trailer, which would be overwritten or no longer end the file.
 void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at = ErrorAt());

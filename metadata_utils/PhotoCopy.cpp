@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "PhotoCopy.h"
+
+#include "CheckedFile.h"
+#include "ImageIndex.h"
+#include "boxes/BoxWriter.h"
+#include "io/HEIFMetaWriter.h"
+#include "io/JPEGMetaWriter.h"
+#include "io/TrailingBoxes.h"
+#include "io/VideoPointer.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace android::lumo {
+
+namespace {
+
+/// What is smaller is dropped in place.
+constexpr uint32_t LEAST_LEFT_OUT = 4096;
+
+std::string textOf(std::vector<uint8_t> const& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string emptyBox(heif::TopLevelBox const& box) {
+    boxes::BoxWriter bytes;
+    bool const isLarge = box.headerSize > trailer::BOX_HEADER_SIZE;
+    bytes.number(isLarge ? 1 : box.headerSize, 4);
+    bytes.number(box.type, 4);
+    if (isLarge)
+        bytes.number(box.headerSize, 8);
+    return textOf(bytes.finish());
+}
+
+} // namespace
+
+PhotoCopy::PhotoCopy(MotionPhotoEditImpl& owner)
+    : photo(owner.getView()->getFile()), isHEIC(photo->mimeType() == MediaDefs::MimeType::IMAGE_HEIC), copy(photo) {
+    auto& staging = owner.getQRTEdit().staging();
+    if (staging.getOutput() != photo || (isHEIC && HEIFMetaWriter::isTrailerHidden(*photo)))
+        return;
+    auto const plan = staging.plan();
+    auto const& stored = *owner.getView()->getTrailer()->getStored();
+    trailerStart = plan.start();
+    openRoom(owner);
+    leftOut = owner.getLeftOut();
+    if (leftOut.size > 0)
+        copy.replace(leftOut);
+    if (owner.getVideoEdit() != nullptr) {
+        if (isHEIC)
+            leaveOutBoxes();
+        if (plan.getGround().hasTrailer)
+            leaveOutRecords(plan, stored);
+    }
+    if (plan.getGround().hasTrailer)
+        followPointer(stored);
+}
+
+void PhotoCopy::writeTo(std::shared_ptr<MediaFile> const& target) {
+    copy.writeTo(target);
+    auto const index = isHEIC || leftOut.size == 0 ? image_index::Index() : image_index::read(*photo);
+    image_index::moved(*target, index, image_index::ownSize(*photo, index), leftOut.end(), -int64_t{leftOut.size});
+}
+
+uint32_t PhotoCopy::recordPlace(uint32_t inPhoto) const {
+    return trailerStart == 0 ? inPhoto : copy.newPlace(trailerStart + inPhoto) - copy.newPlace(trailerStart);
+}
+
+void PhotoCopy::openRoom(MotionPhotoEditImpl& owner) {
+    ahead = owner.packetAhead();
+    if (ahead.packet == nullptr)
+        return;
+    if (isHEIC)
+        HEIFMetaWriter(photo).openRoomIn(copy, ahead.size);
+    else
+        JPEGMetaWriter(photo).openRoomIn(copy, ahead.size);
+}
+
+/// Their headers stay: what stood behind a box stands in front of the one that comes for it.
+void PhotoCopy::leaveOutBoxes() {
+    heif::TrailingBoxes const boxes(photo);
+    for (auto const& box : boxes.videos()) {
+        if (box.size > LEAST_LEFT_OUT)
+            copy.replace({box.position, box.size}, emptyBox(box));
+    }
+}
+
+/// The data of records that the plan no longer has. Records that share bytes with others stay whole.
+void PhotoCopy::leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& stored) {
+    std::vector<Stretch> kept;
+    for (auto const& place : plan.onDisk()) {
+        if (place.was)
+            kept.push_back({*place.was, place.payload});
+    }
+    std::vector<QRTDataInfo> records = stored.records;
+    std::vector<Stretch> left;
+    for (auto& record : records) {
+        uint32_t const head = trailer::headSize(record);
+        Stretch const data{stored.recordsSize() - record.offsetFromTail + head, record.payload - head};
+        auto const meets = [&](auto const& other) { return data.meets(other); };
+        if (data.size < LEAST_LEFT_OUT || std::any_of(kept.begin(), kept.end(), meets) ||
+            std::any_of(left.begin(), left.end(), meets))
+            continue;
+        left.push_back(data);
+        record.payload = head;
+    }
+    if (left.empty())
+        return;
+    for (auto const& data : left)
+        copy.replace({trailerStart + data.position, data.size});
+    uint32_t const tail = trailerStart + stored.recordsSize();
+    for (auto& record : records)
+        record.offsetFromTail = copy.newPlace(tail) - copy.newPlace(tail - record.offsetFromTail);
+    auto const bytes = trailer::serializeTail(stored.version, records);
+    copy.replace({tail, stored.tailSize}, std::string(bytes.data(), bytes.data() + bytes.size()));
+    if (isHEIC)
+        copy.replace({trailerStart - trailer::BOX_HEADER_SIZE, trailer::BOX_HEADER_SIZE},
+                     trailer::serializeBoxHeader(recordPlace(stored.recordsSize()) + bytes.size()));
+}
+
+/// The pointer of a video that comes along leads to its new place.
+void PhotoCopy::followPointer(trailer::Stored const& stored) {
+    auto const record = std::find_if(stored.records.begin(), stored.records.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
+    if (record == stored.records.end())
+        return;
+    auto const data = trailer::storedData(*record, trailerStart + stored.recordsSize());
+    if (!VideoPointer::mayStandIn(record->type, data.size) || copy.touches({data.position, data.size}))
+        return;
+    auto pointer = VideoPointer::decode(checked::readAt(*photo, data.position, VideoPointer::SIZE));
+    if (!pointer || pointer->position > photo->size() || copy.newPlace(pointer->position) == pointer->position)
+        return;
+    pointer->position = copy.newPlace(pointer->position);
+    auto const bytes = pointer->encode();
+    copy.replace({data.position, VideoPointer::SIZE}, std::string(bytes.data(), bytes.data() + bytes.size()));
+}
+
+} // namespace android::lumo

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "MotionPhotoEditImpl.h"
+#include "SplicedCopy.h"
+#include "TrailerPlan.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace android::lumo {
+
+/// The copy of a photo that an editor's commit into another file begins with. The steps in place follow in it, and
+/// find nothing to move: data that the edit drops are left out, and the XMP has the room it will need.
+///
+///     photo   image | video box | records, the dropped ones whole          | tail
+///     copy    image, XMP room | empty box | records, dropped: heads only | tail of these
+///
+/// The copy is a whole photo of its own, with a trailer of as many records, so that its editor does and refuses what
+/// it would do and refuse in the photo itself. What is no simple case is copied as it is.
+class PhotoCopy {
+public:
+    /// Changes nothing; throws what a commit of the editor in place would refuse.
+    explicit PhotoCopy(MotionPhotoEditImpl& owner);
+
+    void writeTo(std::shared_ptr<MediaFile> const& target);
+
+    /// Without a packet it is for the editor of the copy to work out.
+    MotionPhotoEditImpl::PacketAhead const& packetAhead() const { return ahead; }
+    /// Bytes from the trailer's first byte to a record that stands so many behind the photo's.
+    uint32_t recordPlace(uint32_t inPhoto) const;
+
+private:
+    void openRoom(MotionPhotoEditImpl& owner);
+    void leaveOutBoxes();
+    void leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& stored);
+    void followPointer(trailer::Stored const& stored);
+
+    std::shared_ptr<MediaFile> photo;
+    bool isHEIC;
+    uint32_t trailerStart = 0; ///< of the photo's first record
+    Stretch leftOut;           ///< what the owner was told to
+    SplicedCopy copy;
+    MotionPhotoEditImpl::PacketAhead ahead;
+};
+
+} // namespace android::lumo

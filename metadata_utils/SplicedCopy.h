@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "ErrorAt.h"
+#include "MediaFile.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace android::lumo {
+
+/// Bytes of a file that follow each other.
+struct Stretch {
+    uint32_t position = 0;
+    uint32_t size = 0;
+
+    uint32_t end() const { return position + size; }
+    bool meets(Stretch const& other) const { return position < other.end() && other.position < end(); }
+};
+
+/// A copy of a file, but for some places where other bytes stand or none: what an edit will drop is not copied, and
+/// what it needs room for has it from the start. Each byte is written once, at its place.
+class SplicedCopy {
+public:
+    explicit SplicedCopy(std::shared_ptr<MediaFile> const& source);
+
+    /// In the copy `bytes` stand in place of the source's. Places do not overlap; at most one begins at a position.
+    void replace(Stretch const& old, std::string bytes = {});
+    /// Whether a byte of it is among those that were replaced.
+    bool touches(Stretch const& stretch) const;
+
+    uint32_t size() const;
+    /// Where the source's byte at `position` stands in the copy; of one that was replaced, what comes in its place.
+    uint32_t newPlace(uint32_t position) const;
+
+    /// Makes the target the copy. A disk without room, and a source that has become shorter, throw before a byte is
+    /// written; whatever throws later leaves a target that is no copy.
+    void writeTo(std::shared_ptr<MediaFile> const& target, ErrorAt at = ErrorAt()) const;
+
+private:
+    struct Place {
+        uint32_t removed = 0;
+        std::string bytes;
+    };
+
+    std::shared_ptr<MediaFile> source;
+    uint32_t sourceSize;
+    std::map<uint32_t, Place> places;
+};
+
+} // namespace android::lumo
