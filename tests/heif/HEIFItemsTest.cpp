@@ -127,7 +127,7 @@ TEST(HEIFCodecInfo, UnitsAreTakenUpToTheFirstBadOne) {
         {vps + "\0\0\0\1\x4E\1sei"s, "invalid nal unit type"},
         {vps + "\0\0\0\1"s, "no remain data size"},
         {vps + "\0\0\0\1"s + vps, "  0 nal data size"},
-        {repeated(17, vps), "[metadata_utils/io/HEIFMetaWriter:56] "},
+        {repeated(vps, 17), "[metadata_utils/io/HEIFMetaWriter:56] "},
     };
     for (auto const& [bytes, message] : cases) {
         HBOXM_INFO_HEVC info{};

@@ -65,7 +65,7 @@ TEST(HEIFMetaReader, MetadataInFrontOfDamageIsReadWhileTheWholeIsRefused) {
     std::pair<std::string, char const*> const cases[] = {
         {"abc", "fail to get file payload[3]: "},
         {"\0\0\0\7mpvd"s, "invalid chunk payload: 7"},
-        {repeated(65'536, heicBox("free", "")), "more than 65536 boxes"},
+        {repeated(heicBox("free", ""), 65'536), "more than 65536 boxes"},
     };
     for (auto const& [tail, message] : cases) {
         TempFile const file(buildHeic({.xmp = XMP, .tail = heicBox("free", "cdif!") + tail}));

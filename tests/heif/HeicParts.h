@@ -11,13 +11,6 @@
 /// HEIC files put together from parts, one letter each, in file order.
 namespace android::lumo::test {
 
-inline std::string repeated(size_t times, std::string const& part) {
-    std::string all;
-    for (; times > 0; --times)
-        all += part;
-    return all;
-}
-
 inline std::string const HEIC_VIDEO = bigEndian(24, 4) + "ftypmp42" + pattern(5000, 7);
 
 struct HeicParts {

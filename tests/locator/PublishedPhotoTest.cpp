@@ -162,11 +162,8 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
              {plain, add(movie.substr(0, movie.size() - 3)), "remux it"},
              {plain, add(movie, early), "lies outside the video"},
              {plain, add(clip(9, "isom"), strict), "major brand is \"isom\""},
-         }) {
-        TempFile const file(photo);
-        EXPECT_TRUE(failsWith(text, [&, action = edit] { action(file.open(), nullptr); }));
-        EXPECT_TRUE(file.bytes() == photo) << text;
-    }
+         })
+        expectRefused(photo, text, [action = edit](auto& file) { action(file.open(), nullptr); });
     TempFile const file(withRecords);
     EXPECT_EQ(published::toPublished(file.open(), true).dropped, (std::vector<std::string>{"Scene", "Mood"}));
     EXPECT_TRUE(file.bytes().ends_with(movie));

@@ -87,6 +87,13 @@ inline std::string pattern(size_t size, uint32_t seed = 1) {
     return bytes;
 }
 
+inline std::string repeated(std::string const& part, size_t times) {
+    std::string all;
+    for (; times > 0; --times)
+        all += part;
+    return all;
+}
+
 /// The text of the std::runtime_error that `action` throws; the test fails, with an empty text, when it throws none.
 inline std::string messageOf(std::function<void()> const& action) {
     try {
@@ -103,6 +110,14 @@ inline testing::AssertionResult failsWith(std::string const& text, std::function
     std::string const message = messageOf(action);
     bool const isSaid = message.find(text) != std::string::npos;
     return (isSaid ? testing::AssertionSuccess() : testing::AssertionFailure()) << message << ", expected " << text;
+}
+
+/// The edit throws a std::runtime_error that says `text`, and leaves a file of these bytes as it was.
+inline void expectRefused(std::string const& bytes, std::string const& text,
+                          std::function<void(TempFile const&)> const& edit) {
+    TempFile const file(bytes);
+    EXPECT_TRUE(failsWith(text, [&] { edit(file); }));
+    EXPECT_TRUE(file.bytes() == bytes) << text;
 }
 
 } // namespace android::lumo::test

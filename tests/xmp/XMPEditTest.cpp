@@ -126,10 +126,8 @@ TEST(XMPEdit, RefusesTextsAndNamesBeforeAnythingChanges) {
         EXPECT_NE(refusalOf([&] { editor->setProperty(TEST_NS, "t:" + bad, "x"); }), "");
         EXPECT_NE(refusalOf([&] { editor->removeProperty(TEST_NS + bad, "t:a"); }), "");
     }
-    std::string deep = "t:a";
-    for (int i = 0; i < 50000; ++i)
-        deep += "/t:a";
-    for (auto const& bad : {std::string(), std::string("t:a["), std::string("dc:a"), std::string("t:a[5]"), deep})
+    for (auto const& bad : {std::string(), std::string("t:a["), std::string("dc:a"), std::string("t:a[5]"),
+                            "t:a" + repeated("/t:a", 50000)})
         EXPECT_NE(refusalOf([&] { editor->setProperty(TEST_NS, bad, "x"); }), "") << bad.substr(0, 9);
     EXPECT_NE(refusalOf([&] { editor->setProperty("urn:nobody:", "a", "x"); }), "");
     EXPECT_THROW(editor->setItem("X", static_cast<Mime>(9)), std::runtime_error);
@@ -155,10 +153,9 @@ TEST(XMPEdit, RemoveAllEmptiesWhatTheFourNamespacesHold) {
 TEST(XMPEdit, CommitsIntoATargetThatIsEmptyOrHasItsOwnImage) {
     Photo const source(packetOf("t:one='1'")), other(packetOf("t:two='2'"));
     auto const sourceBytes = source.file.bytes();
-    TempFile const empty;
+    TempFile const empty, second;
     auto const editor = source.view()->edit();
     editor->setProperty(TEST_NS, "t:one", "changed").commit(empty.open());
-    EXPECT_EQ(source.file.bytes(), sourceBytes);
     EXPECT_EQ(XMPInfo::parse(empty.open())->getProperty(TEST_NS, "t:one"), "changed");
     EXPECT_EQ(segmentsOf(empty.bytes()).back(), segmentsOf(sourceBytes).back());
 
@@ -167,14 +164,10 @@ TEST(XMPEdit, CommitsIntoATargetThatIsEmptyOrHasItsOwnImage) {
     auto const once = other.file.bytes();
     editor->commit(); // stays on the target
     EXPECT_EQ(other.file.bytes(), once);
-    EXPECT_EQ(source.file.bytes(), sourceBytes);
-
-    TempFile const second, heic("....ftypheic....");
     editor->commit(second.open()); // what is staged is there for another target
     EXPECT_EQ(second.bytes(), empty.bytes());
-    auto const heicBytes = heic.bytes();
-    EXPECT_TRUE(failsWith("of another type: image/heic", [&] { editor->commit(heic.open()); }));
-    EXPECT_EQ(heic.bytes(), heicBytes);
+    expectRefused("....ftypheic....", "of another type: image/heic", [&](auto& heic) { editor->commit(heic.open()); });
+    EXPECT_EQ(source.file.bytes(), sourceBytes);
     editor->commit(source.file.open()); // another handle of the source
     EXPECT_EQ(source.file.bytes(), second.bytes());
 }
@@ -314,23 +307,24 @@ TEST(XMPEdit, JoinsTwoPacketsOrRefusesWhatAnEditWouldLose) {
     };
     for (auto const& [what, jpeg, lost, expected] : cases) {
         SCOPED_TRACE(what);
-        TempFile const file(jpeg.build());
-        auto const before = file.bytes();
-        auto const editor = XMPInfo::parse(file.open())->edit();
-        editor->setProperty(TEST_NS, "t:new", "1");
-        if (lost.empty()) {
-            auto const staged = contentOf(*editor);
-            EXPECT_TRUE(failsWith("Input/output error", [&] {
-                auto const fault = Fault::failing(Call::CHANGE, EIO, 0, 1);
-                editor->commit();
-            }));
-            EXPECT_EQ(contentOf(*editor), staged);
-            editor->commit();
-            EXPECT_EQ(contentOf(*XMPInfo::parse(file.open())), expected);
+        auto const edit = [](TempFile const& file) {
+            XMPInfo::parse(file.open())->edit()->setProperty(TEST_NS, "t:new", "1").commit();
+        };
+        if (!lost.empty()) {
+            expectRefused(jpeg.build(), lost, edit);
             continue;
         }
-        EXPECT_TRUE(failsWith(lost, [&] { editor->commit(); }));
-        EXPECT_EQ(file.bytes(), before);
+        TempFile const file(jpeg.build());
+        auto const editor = XMPInfo::parse(file.open())->edit();
+        editor->setProperty(TEST_NS, "t:new", "1");
+        auto const staged = contentOf(*editor);
+        EXPECT_TRUE(failsWith("Input/output error", [&] {
+            auto const fault = Fault::failing(Call::CHANGE, EIO, 0, 1);
+            editor->commit();
+        }));
+        EXPECT_EQ(contentOf(*editor), staged);
+        editor->commit();
+        EXPECT_EQ(contentOf(*XMPInfo::parse(file.open())), expected);
     }
 }
 

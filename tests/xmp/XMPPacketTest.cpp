@@ -12,13 +12,6 @@ using namespace android::lumo::test;
 
 namespace {
 
-std::string repeated(std::string const& text, size_t count) {
-    std::string all;
-    for (size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
-
 /// `depth` elements inside the packet's own three, padded behind to a size.
 std::string nested(size_t depth, size_t size) {
     auto const text = packetOf("", repeated("<t:a rdf:parseType='Resource'>", depth) + repeated("</t:a>", depth));
