@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "io/HEIFMetaReader.h"
 #include "HeicParts.h"
-#include "hboxd.h"
 
 #include <gmock/gmock.h>
 
@@ -84,21 +83,6 @@ TEST(HEIFMetaReader, FindsXMPBesideAnItemInSeveralPieces) {
     HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
     EXPECT_EQ(reader.findAllXMP().size(), 1U);
     EXPECT_EQ(reader.getXMPItem().value().refusal, "");
-}
-
-TEST(HEIFMetaReader, ImageQuestionsWithoutAnAnswerAreErrors) {
-    TempFile const file(buildHeic());
-    HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
-    std::vector<uint8_t> frame;
-    std::pair<std::function<void()>, char const*> const cases[] = {
-        {[&] { reader.getImageInfo(99); }, "fail to get image info: err=-6"},
-        {[&] { reader.getItemIds(5, 3); }, "fail to get item ids: err=-7"},
-        {[&] { reader.getImageFrame(1, frame, 31); }, "fail to get image frame: err=-7"},
-        {[&] { reader.getMetadataInfo(1, HBOXD_ITEM_LOCATION, nullptr); }, "no metadata buffer given"},
-    };
-    for (auto const& [question, message] : cases)
-        EXPECT_THAT(messageOf(question),
-                    testing::AllOf(HasSubstr("[metadata_utils/io/HEIFMetaReader:"), HasSubstr(message)));
 }
 
 } // namespace

@@ -33,74 +33,48 @@ std::map<std::string, std::string> const& stills() {
     return made;
 }
 
-/// The operations a caller combines; the videos outlive the commit.
+/// Edits that no sequence of random ones comes to; the video outlives the commit.
 std::map<std::string, Edit> const& operations() {
     static TempFile const clip(bytesOf(SAMPLES_DIR "/clip.mp4")), other(videoOf(190000, 5));
     static std::map<std::string, Edit> const all{
         {"add", [](auto& e) { e.addVideo(clip.open("r")); }},
-        {"add from memory", [](auto& e) { e.addVideo(std::make_shared<ByteBuffer>(clip.open("r")->readAllBytes())); }},
-        {"replace", [](auto& e) { e.replaceVideo(other.open("r")); }},
         {"add twice", [](auto& e) { e.addVideo(other.open("r")).addVideo(clip.open("r")); }},
-        {"remove", [](auto& e) { e.removeVideo(nullptr); }},
-        {"remove then add", [](auto& e) { e.removeVideo(nullptr).addVideo(clip.open("r")); }},
         {"remove then record 2608",
          [](auto& e) { e.removeVideo(nullptr).addQRTData(2608, "MotionPhoto_Data", clip.open("r")); }},
         {"record 2608", [](auto& e) { e.addQRTData(2608, "MotionPhoto_Data", clip.open("r")->readAllBytes()); }},
         {"own trailer again", [](auto& e) { e.addQRTInfo(e.getQRTInfo()); }},
-        {"record", [](auto& e) { e.addQRTData(2900, "Note", filler(33, 'n')); }},
-        {"records around",
-         [](auto& e) {
-             e.addQRTData(2900, "A", filler(500, 'a')).addVideo(clip.open("r"));
-             e.addQRTData(2901, "B", filler(600, 'b'));
-         }},
         {"fast order",
          [](auto& e) {
              e.addQRTData(2900, "A", filler(500, 'a')).addVideo(clip.open("r"));
              e.getQRTEdit().setOption(QRTEdit::Option::WRITE_FAST);
          }},
         {"timestamp", [](auto& e) { e.setPhotoPresentationTimestampUs(1234567); }},
-        {"much xmp", [](auto& e) { e.getXMPEdit().setProperty(TIFF, "ImageDescription", std::string(3000, 'd')); }},
         {"big record only in the directory",
          [](auto& e) { e.getQRTEdit().putData(2902, "Big", std::string(2000, 'x')).makeDirty(); }},
     };
     return all;
 }
 
-void expectSameView(MotionPhotoInfo& view, TempFile const& file) {
-    auto const fresh = parsePhoto(file.path(), "r");
-    EXPECT_EQ(view.isValid(), fresh->isValid());
-    EXPECT_EQ(view.getVideoPosition(), fresh->getVideoPosition());
-    EXPECT_EQ(view.getVideoSize(), fresh->getVideoSize());
-    EXPECT_EQ(view.getImageSize(), fresh->getImageSize());
-}
-
-TEST(MotionPhotoEditor, InPlaceAndIntoATargetGiveTheSameFileForEveryOperation) {
+TEST(MotionPhotoEditor, InPlaceAndIntoATargetGiveTheSameFileAndTheViewsFollow) {
     for (auto const& [stillName, still] : stills()) {
         for (auto const& [name, edit] : operations()) {
             SCOPED_TRACE(stillName + ", " + name);
-            TempFile const inPlace(still), source(still), target, second;
+            TempFile const inPlace(still), source(still), target;
             auto const view = parsePhoto(inPlace.path()), sourceView = parsePhoto(source.path(), "r");
             auto const editor = view->edit(), sourceEditor = sourceView->edit();
             edit(*editor);
-            EXPECT_EQ(inPlace.bytes(), still); // staging writes nothing
             editor->commit();
             edit(*sourceEditor);
             sourceEditor->commit(target.open());
             EXPECT_EQ(target.bytes(), inPlace.bytes());
-            EXPECT_EQ(source.bytes(), still);
             EXPECT_EQ(takeApart(inPlace.bytes()).image, takeApart(still).image);
             expectConsistent(inPlace.path());
-            // The views are up to date without a new parse: one with its edited file, the other with the source.
-            expectSameView(*view, inPlace);
-            expectSameView(*sourceView, source);
-            // What was staged stays for another target; the first one has it all.
-            sourceEditor->commit(second.open());
-            EXPECT_EQ(second.bytes(), target.bytes());
-            for (auto const& again : {target.open(), std::shared_ptr<MediaFile>()}) {
-                again != nullptr ? sourceEditor->commit(again) : sourceEditor->commit();
-                EXPECT_EQ(target.bytes(), second.bytes());
+            for (auto const& [known, file] : {std::pair(view, &inPlace), {sourceView, &source}}) {
+                auto const fresh = parsePhoto(file->path(), "r");
+                EXPECT_EQ(known->getVideoPosition(), fresh->getVideoPosition());
+                EXPECT_EQ(known->getVideoSize(), fresh->getVideoSize());
+                EXPECT_EQ(known->getImageSize(), fresh->getImageSize());
             }
-            EXPECT_EQ(source.bytes(), still);
         }
     }
 }
@@ -129,19 +103,12 @@ TEST(MotionPhotoEditor, AChangeOfXmpAloneDescribesTheTrailerInTheOrderItWasWritt
 
 TEST(MotionPhotoEditor, WithoutAVideoNothingIsClaimed) {
     TempFile const motion(stills().at("exif motion")), plain(stills().at("exif")), video(videoOf(130000));
-    auto const claims = [](TempFile const& file) {
-        return parsePhoto(file.path())->getXMPInfo()->getProperty(xmp_ns::CAMERA, "MotionPhoto");
-    };
     auto const editor = parsePhoto(motion.path())->edit();
     editor->removeVideo(nullptr).commit();
     EXPECT_EQ(editor->getQRTMotionPhotoVersion(), MediaDefs::MotionPhotoFormat::NONE);
-    editor->commit();
-    editor->addQRTData(2900, "Note", filler(3, 'n')).commit();
-    EXPECT_EQ(claims(motion), "");
     parsePhoto(motion.path())->transferTo(plain.open(), std::filesystem::copy_options::none);
-    EXPECT_EQ(claims(plain), "");
+    EXPECT_EQ(parsePhoto(plain.path())->getXMPInfo()->getProperty(xmp_ns::CAMERA, "MotionPhoto"), "");
     editor->addVideo(video.open("r")).commit();
-    EXPECT_EQ(claims(motion), "1");
     expectConsistent(motion.path());
 
     // One that is staged to go is not there: skip_existing takes the other photo's.
@@ -191,7 +158,7 @@ TEST(MotionPhotoEditor, LengthsOfAVideoThatXmpAloneTellsOfFollowTheTrailer) {
         JpegBuilder().xmp(packetOf("Camera:MotionPhoto='1'", directoryOf(items)), 3000).build() + video;
     auto const add = [](QRTEdit& e) { e.putData(2900, "Note", std::string(50, 'n')); };
     TempFile const photo(still), bySubEditor(still), bare(still), target;
-    commit(photo, operations().at("record"));
+    commit(photo, [](auto& e) { e.addQRTData(2900, "Note", filler(33, 'n')); });
     EXPECT_TRUE(length(photo) == video);
     auto const editor = parsePhoto(bySubEditor.path())->edit();
     add(editor->getQRTEdit());

@@ -72,19 +72,5 @@ TEST(MotionPhotoReader, ExtractingCutsTheTargetAndWritesNothingWithoutAVideoInTh
     EXPECT_TRUE(failsWith("itself", [&] { parsePhoto(photo.path())->getVideo(photo.path()); }));
 }
 
-TEST(MotionPhotoReader, WhatIsNotProvidedSaysSo) {
-    TempFile const file(STILL);
-    auto const photo = parsePhoto(file.path());
-    auto const fails = [](int line, std::string const& what, std::function<void()> const& ask) {
-        return failsWith("[metadata_utils/MotionPhotoInfoImpl:" + std::to_string(line) + "] implement " + what, ask);
-    };
-    EXPECT_TRUE(fails(170, "video-info", [&] { photo->getVideoMimeType(); }));
-    EXPECT_TRUE(fails(175, "video-info", [&] { photo->getNumTracksOfVideo(); }));
-    EXPECT_TRUE(fails(214, "video-info", [&] { photo->getVideoBitrate(); }));
-    EXPECT_TRUE(fails(219, "video-info", [&] { photo->getTrackDurationsOfVideo(); }));
-    EXPECT_TRUE(fails(255, "auto-play-video-info", [&] { photo->getAutoPlayVideoBitrate(); }));
-    EXPECT_TRUE(fails(311, "video-info", [&] { photo->getCropRect(); }));
-}
-
 } // namespace
 } // namespace android::lumo::test

@@ -85,21 +85,14 @@ TEST(MotionPhotoTransfer, AnEditedStillKeepsItsMotion) {
     edit->getXMPEdit().setProperty(TIFF, "Model", "Changed");
     edit->commit(target.open());
     auto const result = parsePhoto(target.path());
-    EXPECT_TRUE(result->isValid());
+    expectConsistent(target.path());
     EXPECT_EQ(trailerOf(target.bytes()), "2608 MotionPhoto_Data 140000;2817 Other 70;");
-    EXPECT_EQ(result->getXMPInfo()->getItemField("MotionPhoto", "Length"),
-              std::to_string(target.bytes().size() - result->getVideoPosition()));
-    EXPECT_EQ(result->getXMPInfo()->getItemNameAt(1), "Primary");
+    EXPECT_EQ(takeApart(target.bytes()).image, takeApart(image).image);
     EXPECT_EQ(result->getCaptureTimestampUs(), 777);
     EXPECT_EQ(result->getXMPInfo()->getProperty(TIFF, "Make"), "Editor");
     EXPECT_EQ(result->getXMPInfo()->getProperty(TIFF, "Model"), "Changed");
     EXPECT_FALSE(result->getXMPInfo()->containsItem("GainMap", false));
-    EXPECT_EQ(photo.bytes(), source);
-    EXPECT_EQ(prepared.bytes(), image);
-    auto const segments = othersOf(target.bytes()), expected = othersOf(image);
-    ASSERT_EQ(segments.size(), expected.size());
-    EXPECT_EQ(segments[0], expected[0]);
-    EXPECT_TRUE(segments[1].payload.starts_with(expected[1].payload));
+    EXPECT_EQ(photo.bytes() + prepared.bytes(), source + image);
 }
 
 } // namespace
