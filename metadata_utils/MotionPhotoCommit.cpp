@@ -289,15 +289,15 @@ std::optional<MotionPhotoEditImpl::ExpectedVideo> MotionPhotoEditImpl::expectedV
 }
 
 MotionPhotoEditImpl::PacketAhead MotionPhotoEditImpl::packetAhead() {
-    if (isXMPSetAside || isTrailerSetAside || isVideoRemovalWithoutXMP())
+    bool const isStaged = qrtEdit->isDirty() || xmpEdit->isDirty() || !extras.empty();
+    if (!isStaged || isXMPSetAside || isTrailerSetAside || isVideoRemovalWithoutXMP())
         return {};
     PacketKeeper const keeper(*this);
     prepareXMP();
     stageExpectedFields();
-    if (!xmpEdit->isDirty() && !(isHEIC() && (qrtEdit->isDirty() || !extras.empty())))
+    if (!isHEIC() && !xmpEdit->isDirty())
         return {};
-    return {impl->getPacket()->getMeta(), static_cast<uint32_t>(xmpEdit->serializeToBuffer().size()),
-            xmpEdit->isDirty()};
+    return {impl->getPacket()->getMeta(), xmpEdit->serializeToBuffer(), xmpEdit->isDirty()};
 }
 
 /// The values are read off the finished file; nothing here may fail for a reason that could be foreseen.

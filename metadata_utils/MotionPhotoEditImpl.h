@@ -108,11 +108,11 @@ public:
     /// Bytes that hold a video no trailer and no box knows: they do not come along into another file.
     void leaveOut(Stretch const& video) { leftOut = video; }
     Stretch const& getLeftOut() const { return leftOut; }
-    /// The packet as a commit in place would write it first, and its bytes. None: it would write none, or what it
-    /// would write only its steps can tell. What is staged stays as it is.
+    /// The packet as a commit in place would write it first. None: it would write none, or what it would write only its
+    /// steps can tell. What is staged stays as it is.
     struct PacketAhead {
         std::shared_ptr<XMPPacket> packet;
-        uint32_t size = 0;
+        std::vector<uint8_t> bytes;
         bool isChanged = false;
     };
     PacketAhead packetAhead();

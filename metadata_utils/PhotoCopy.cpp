@@ -44,7 +44,7 @@ PhotoCopy::PhotoCopy(MotionPhotoEditImpl& owner)
     auto const plan = staging.plan();
     auto const& stored = *owner.getView()->getTrailer()->getStored();
     trailerStart = plan.start();
-    openRoom(owner);
+    putXMP(owner);
     leftOut = owner.getLeftOut();
     if (leftOut.size > 0)
         copy.replace(leftOut);
@@ -68,14 +68,14 @@ uint32_t PhotoCopy::recordPlace(uint32_t inPhoto) const {
     return trailerStart == 0 ? inPhoto : copy.newPlace(trailerStart + inPhoto) - copy.newPlace(trailerStart);
 }
 
-void PhotoCopy::openRoom(MotionPhotoEditImpl& owner) {
+void PhotoCopy::putXMP(MotionPhotoEditImpl& owner) {
     ahead = owner.packetAhead();
     if (ahead.packet == nullptr)
         return;
     if (isHEIC)
-        HEIFMetaWriter(photo).openRoomIn(copy, ahead.size);
+        HEIFMetaWriter(photo).putXMPIn(copy, ahead.bytes, ahead.isChanged);
     else
-        JPEGMetaWriter(photo).openRoomIn(copy, ahead.size);
+        JPEGMetaWriter(photo).putXMPIn(copy, ahead.bytes);
 }
 
 /// Their headers stay: what stood behind a box stands in front of the one that comes for it.

@@ -11,10 +11,11 @@
 namespace android::lumo {
 
 /// The copy of a photo that an editor's commit into another file begins with. The steps in place follow in it, and
-/// find nothing to move: data that the edit drops are left out, and the XMP has the room it will need.
+/// find nothing to move: data that the edit drops are left out, and the XMP is the one that will be written, with its
+/// room.
 ///
 ///     photo   image | video box | records, the dropped ones whole          | tail
-///     copy    image, XMP room | empty box | records, dropped: heads only | tail of these
+///     copy    image, new XMP | empty box | records, dropped: heads only | tail of these
 ///
 /// The copy is a whole photo of its own, with a trailer of as many records, so that its editor does and refuses what
 /// it would do and refuse in the photo itself. What is no simple case is copied as it is.
@@ -31,7 +32,7 @@ public:
     uint32_t recordPlace(uint32_t inPhoto) const;
 
 private:
-    void openRoom(MotionPhotoEditImpl& owner);
+    void putXMP(MotionPhotoEditImpl& owner);
     void leaveOutBoxes();
     void leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& stored);
     void followPointer(trailer::Stored const& stored);

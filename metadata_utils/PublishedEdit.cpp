@@ -7,6 +7,7 @@
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/JPEGMetaWriter.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -72,10 +73,25 @@ std::shared_ptr<XMPInfoImpl> openXMP(std::shared_ptr<MediaFile> const& file) {
     return view;
 }
 
+/// Where one look at the photo tells all about its packet.
+bool putXMPIn(SplicedCopy& copy, std::shared_ptr<MediaFile> const& photo, PacketChange const& change) {
+    auto const view = openXMP(photo);
+    view->requireUnchanged();
+    change(view);
+    auto const packet = view->serializeToBuffer();
+    if (photo->mimeType() == MediaDefs::MimeType::IMAGE_JPEG)
+        return JPEGMetaWriter(photo).putXMPIn(copy, packet);
+    HEIFMetaWriter writer(photo);
+    bool const fits = packet.size() <= writer.xmpRoom();
+    if (fits)
+        writer.putXMPIn(copy, packet, true);
+    return fits;
+}
+
 } // namespace
 
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
-                                 Stretch const& leftOut) {
+                                 Stretch const& leftOut, PacketChange* change) {
     if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd())) {
         checked::requireEditable(*photo);
         return photo;
@@ -84,12 +100,14 @@ std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::s
     SplicedCopy copy(photo);
     if (leftOut.size > 0)
         copy.replace(leftOut);
+    if (change != nullptr && *change && putXMPIn(copy, photo, *change))
+        *change = nullptr;
     copy.writeTo(output);
     if (uint32_t const end = leftOut.end(); leftOut.size > 0 && end < photo->size()) {
         int64_t const distance = -int64_t{leftOut.size};
         VideoPointerKeeper(output).moved(end, distance);
-        auto const index = photo->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? image_index::read(*photo)
-                                                                                : image_index::Index();
+        auto const index =
+            photo->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? image_index::read(*photo) : image_index::Index();
         image_index::moved(*output, index, image_index::ownSize(*photo, index), end, distance);
     }
     return output;
@@ -150,8 +168,7 @@ bool takesFields(PhotoLayout const& layout, Fields const& fields) {
     return canWriteXMP(layout, static_cast<uint32_t>(view->serializeToBuffer().size()));
 }
 
-void writeXMP(std::shared_ptr<MediaFile> const& file,
-              std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change) {
+void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change) {
     auto const view = openXMP(file);
     change(view);
     if (file->mimeType() == MediaDefs::MimeType::IMAGE_HEIC) {

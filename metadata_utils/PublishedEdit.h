@@ -14,10 +14,13 @@
 /// Steps that the edits of published photos share.
 namespace android::lumo::published {
 
+using PacketChange = std::function<void(std::shared_ptr<XMPInfoImpl> const&)>;
+
 /// The file the edit works on: the photo itself, or the output, which gets the photo's bytes but for `leftOut`; what
-/// points behind those is right afterwards.
+/// points behind those is right afterwards. A change of the packet that could be made on the way is taken out of
+/// `change`.
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
-                                 Stretch const& leftOut = {});
+                                 Stretch const& leftOut = {}, PacketChange* change = nullptr);
 
 /// What the XMP says about a video in the end.
 struct Fields {
@@ -40,8 +43,7 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
 bool takesFields(PhotoLayout const& layout, Fields const& fields);
 
 /// Changes the file's packet and writes it; the bytes behind it may move, together.
-void writeXMP(std::shared_ptr<MediaFile> const& file,
-              std::function<void(std::shared_ptr<XMPInfoImpl> const&)> const& change);
+void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change);
 
 /// Writes at a position.
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes);

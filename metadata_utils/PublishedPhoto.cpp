@@ -88,21 +88,34 @@ void blank(MediaFile& file, uint32_t position, uint32_t size) {
     checked::fill(file, 0, size - static_cast<uint32_t>(2 * sizeof(uint32_t)));
 }
 
-/// The claims first: a movie that nothing claims is found by a scan, a claim that leads nowhere misleads readers.
-void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFile> const& file) {
-    if (layout.claims.any()) {
-        writeXMP(file, [&](auto const& view) {
-            claims::remove(*view->getMeta());
-            auto const left = claims::read(*view->getMeta());
-            bool const hasPadding = left.primary() != nullptr && !left.primary()->paddingText.empty();
-            if (hasPadding && (cut.takesPrimaryPadding || layout.isHEIC)) // a HEIC's is the box's header
-                claims::setField(*view->getMeta(), *left.primary(), "Padding", "0");
-            view->reindex();
-        });
-    }
+bool isElsewhere(MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
+    return output != nullptr && !MediaFile::isFdsDup(photo.getFd(), output->getFd());
+}
+
+PacketChange dropClaimsOf(PhotoLayout const& layout, Cut const& cut) {
+    if (!layout.claims.any())
+        return nullptr;
+    bool const dropsPadding = cut.takesPrimaryPadding || layout.isHEIC; // a HEIC's is the box's header
+    return [dropsPadding](auto const& view) {
+        claims::remove(*view->getMeta());
+        auto const left = claims::read(*view->getMeta());
+        if (dropsPadding && left.primary() != nullptr && !left.primary()->paddingText.empty())
+            claims::setField(*view->getMeta(), *left.primary(), "Padding", "0");
+        view->reindex();
+    };
+}
+
+/// The claims first: a movie that nothing claims is found by a scan, a claim that leads nowhere misleads readers. Into
+/// another file both are done on the way, as far as they can be.
+void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFile> const& output) {
+    auto change = dropClaimsOf(layout, cut);
+    bool const isLeftOut = isElsewhere(*layout.file, output) && !cut.isBlanked;
+    auto const file = begin(layout.file, output, isLeftOut ? cut.stretchOf(*layout.file) : Stretch(), &change);
+    if (change)
+        writeXMP(file, change);
     if (cut.isBox)
         return takeBoxesOut(file);
-    if (cut.size == 0)
+    if (cut.size == 0 || isLeftOut)
         return;
     uint32_t const end = file->size() - cut.behind;
     if (cut.isBlanked)
@@ -125,20 +138,6 @@ void dropClaims(MotionPhotoEdit& edit) {
     claims::remove(*view->getMeta());
     view->reindex();
     edit.getXMPEdit().removeProperty(xmp_ns::CAMERA, "MotionPhoto"); // so that the editor knows of the change
-}
-
-bool isElsewhere(MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
-    return output != nullptr && !MediaFile::isFdsDup(photo.getFd(), output->getFd());
-}
-
-/// The video need not come along into another file: what is copied is the photo without it.
-std::shared_ptr<MediaFile> beginWithout(Cut& cut, std::shared_ptr<MediaFile> const& photo,
-                                        std::shared_ptr<MediaFile> const& output) {
-    if (cut.isBlanked || !isElsewhere(*photo, output))
-        return begin(photo, output);
-    auto const file = begin(photo, output, cut.stretchOf(*photo));
-    cut.size = 0;
-    return file;
 }
 
 /// What an output held goes; the editor itself takes only an empty one.
@@ -204,9 +203,7 @@ MotionVideo removeVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr
         removeByEditor(layout, output);
         return video;
     }
-    auto cut = planCut(layout, video);
-    auto const file = beginWithout(cut, photo, output);
-    takeOut(layout, cut, file);
+    takeOut(layout, planCut(layout, video), output);
     return video;
 }
 
@@ -221,7 +218,7 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
     auto const cut = isKnownToEditor ? Cut() : planCut(layout, layout.locate());
     bool const byEditor = isKnownToEditor || isElsewhere(*photo, output);
     if (!byEditor)
-        takeOut(layout, cut, begin(photo, nullptr));
+        takeOut(layout, cut, nullptr);
     auto const edit = MotionPhotoInfo::parse(photo)->edit();
     if (!isKnownToEditor && byEditor)
         dynamic_cast<MotionPhotoEditImpl&>(*edit).leaveOut(cut.stretchOf(*photo));

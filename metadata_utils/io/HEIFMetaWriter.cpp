@@ -145,12 +145,24 @@ void HEIFMetaWriter::requireRoomCanBeMade(unsigned int size) {
     rescan();
 }
 
-void HEIFMetaWriter::openRoomIn(SplicedCopy& copy, uint32_t packetSize) {
-    if (xmpRoom() >= std::max(packetSize, 1U))
+void HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bool isWanted) {
+    auto const needed = std::max(static_cast<uint32_t>(packet.size()), 1U);
+    uint32_t const room = xmpRoom();
+    if (room >= needed) {
+        packet.resize(room, BLANK);
+        if (isWanted)
+            copy.replace({reader->getXMPItem()->position, room}, {packet.begin(), packet.end()});
         return;
+    }
     uint32_t const oldSize = reader->getEndOfImagePosition(true);
-    auto const image = imageWithRoom(roomFor(packetSize));
-    copy.replace({0, oldSize}, {image.span().begin(), image.span().end()});
+    auto const image = imageWithRoom(roomFor(needed));
+    std::string bytes(image.span().begin(), image.span().end());
+    uint32_t size = 0;
+    uint32_t const offset = getMetadataOffset(&size);
+    packet.resize(std::max<size_t>(size, packet.size()), BLANK);
+    if (isWanted)
+        std::copy(packet.begin(), packet.end(), bytes.begin() + offset);
+    copy.replace({0, oldSize}, std::move(bytes));
 }
 
 /// The new image part, in memory.
@@ -281,9 +293,9 @@ HEIFMetaWriter::Image HEIFMetaWriter::dumpImage() {
     return image;
 }
 
-uint32_t HEIFMetaWriter::getMetadataOffset() {
+uint32_t HEIFMetaWriter::getMetadataOffset(uint32_t* size) {
     uint32_t offset = 0;
-    requireOk(hboxm_get_metadata_offset(muxer, &offset, nullptr), "[HEIFController]not alloc xmp buffer");
+    requireOk(hboxm_get_metadata_offset(muxer, &offset, size), "[HEIFController]not alloc xmp buffer");
     return offset;
 }
 
@@ -366,30 +378,6 @@ void HEIFMetaWriter::cutOut(heif::TrailingBoxes& boxes, heif::TopLevelBox const&
         throw ErrorAt().as(Error::Code::READ_FAILED, *file)("failed to read tailBuffer, readyBytes=%d", -1);
     }
     LOGI("Camera debug info removed by %s.", isLast ? "truncation at end of file" : "tail rewrite");
-}
-
-// The order of the boxes behind the image. ----------------------------------------------------------------------------
-
-namespace {
-
-bool isHEIC(MediaFile const& file) {
-    return file.mimeType() == MediaDefs::MimeType::IMAGE_HEIC;
-}
-
-} // namespace
-
-void HEIFMetaWriter::closeLastBox(std::shared_ptr<MediaFile> const& file) {
-    if (isHEIC(*file))
-        heif::TrailingBoxes(file).closeLast();
-}
-
-bool HEIFMetaWriter::isTrailerHidden(MediaFile const& file) {
-    auto const shared = std::const_pointer_cast<MediaFile>(file.shared_from_this());
-    return isHEIC(file) && heif::TrailingBoxes(shared).isTrailerHidden();
-}
-
-bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file) {
-    return isHEIC(*file) && heif::TrailingBoxes(file).bringTrailerToEnd();
 }
 
 uint32_t HEIFMetaWriter::getClockWiseRotation(int heifCcwRotation) {

@@ -66,8 +66,9 @@ public:
         constexpr uint32_t STEP = 64;
         return std::max(MIN_XMP_ROOM, (packetSize + STEP - 1) / STEP * STEP);
     }
-    /// Makes it in a copy of the file instead; nothing where the packet fits.
-    void openRoomIn(SplicedCopy& copy, uint32_t packetSize);
+    /// Makes it in a copy of the file instead, where the packet does not fit, and puts the packet there if it is
+    /// wanted.
+    void putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bool isWanted);
 
     /// Gives a last box that is stored with size 0 ("to the end of the file") its size, so that something can follow
     /// it. Whoever appends to a HEIC calls it first. Nothing happens when there is none.
@@ -104,7 +105,7 @@ private:
     static uint32_t getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo);
     void stop();
     Image dumpImage();
-    uint32_t getMetadataOffset();
+    uint32_t getMetadataOffset(uint32_t* size = nullptr);
     void replaceImagePart(uint32_t imageLength, std::span<uint8_t const> image);
     void write(std::span<uint8_t const> image);
 

@@ -186,31 +186,30 @@ Metadata JPEGMetaWriter::findXMPRoom(uint32_t payload, uint32_t required) {
     return reserveXMP(required);
 }
 
-void JPEGMetaWriter::openRoomIn(SplicedCopy& copy, uint32_t packetSize) const {
+bool JPEGMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> const& packet) const {
     auto const segments = jpeg::mapSegments(*file);
-    uint32_t const held = segments.count(MediaDefs::MetaType::XMP);
-    if (segments.imageIndex || held > 1 || segments.count(MediaDefs::MetaType::EXIF) > 1 ||
-        packetSize > jpeg::MAX_SEGMENT_LENGTH)
-        return;
-    uint32_t const size = roomOfBytes(packetSize + jpeg::XMP_IDENTIFIER_SIZE);
+    if (segments.count(MediaDefs::MetaType::XMP) > 1 || segments.count(MediaDefs::MetaType::EXIF) > 1)
+        return false;
+    uint32_t const size = roomOfBytes(payloadSize(packet));
     std::string payload(jpeg::XMP_IDENTIFIER, jpeg::XMP_IDENTIFIER_SIZE);
+    payload.append(packet.begin(), packet.end());
     for (auto const& [type, segment] : segments.blocks) {
-        if (type != MediaDefs::MetaType::XMP && type != MediaDefs::MetaType::EXIF)
+        if (type != MediaDefs::MetaType::XMP || segment.payload() < size)
             continue;
-        if (type == MediaDefs::MetaType::XMP && segment.payload() >= size)
-            return;
         jpeg::requireInImage(*file, segment.position, segment.size());
-        if (type != MediaDefs::MetaType::XMP)
-            continue;
-        auto const packet = checked::readAt(*file, segment.payloadPosition(), segment.payload());
-        payload.assign(packet.data(), packet.data() + packet.size());
+        payload.resize(segment.payload(), ' ');
+        copy.replace({segment.payloadPosition(), segment.payload()}, payload);
+        return true;
     }
-    if (size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
-        return;
+    if (segments.imageIndex || size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
+        return false;
+    if (!segments.blocks.empty())
+        jpeg::requireInImage(*file, segments.blocks.back().segment.position, segments.blocks.back().segment.size());
     payload.resize(size, ' ');
     std::string const room = bigEndian(jpeg::APP1) + bigEndian(size + jpeg::LENGTH_SIZE) + payload;
     for (auto const& change : jpeg::changesFor(segments, size + jpeg::HEADER_SIZE))
         copy.replace({change.position, change.removed}, change.inserted > 0 ? room : std::string());
+    return true;
 }
 
 void JPEGMetaWriter::removeXMP() {

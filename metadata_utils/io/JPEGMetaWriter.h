@@ -51,9 +51,9 @@ public:
     /// Takes the first APP4 out; without one nothing happens.
     void removeCameraDebugInfo() override;
 
-    /// Opens the room that writeXMP(view) would open for such a packet in a copy of the file instead, with the packet
-    /// that is there now. Files of several packets, several Exif segments or several pictures get none.
-    void openRoomIn(SplicedCopy& copy, uint32_t packetSize) const;
+    /// Does what writeXMP(view) would do with this packet in a copy of the file instead. False, and nothing done, where
+    /// that takes more steps: several packets or Exif segments, an index of several pictures behind a room to open.
+    bool putXMPIn(SplicedCopy& copy, std::vector<uint8_t> const& packet) const;
 
     /// (segment position, marker value - 2) of the first such segment, (-1, -1) when there is none, and where a read
     /// fails.

@@ -2,6 +2,7 @@
 #include "TrailingBoxes.h"
 
 #include "CheckedFile.h"
+#include "HEIFMetaWriter.h"
 #include "Log.h"
 #include "MoveTail.h"
 #include "TrailerLayout.h"
@@ -13,7 +14,9 @@
 #include <iterator>
 #include <limits>
 
-namespace android::lumo::heif {
+namespace android::lumo {
+
+namespace heif {
 
 namespace {
 
@@ -277,4 +280,31 @@ void TrailingBoxes::writeDebugInfo(std::span<uint8_t const> data, uint32_t posit
     checked::write(*file, data.data(), data.size());
 }
 
-} // namespace android::lumo::heif
+} // namespace heif
+
+// The writer's questions about their order.
+// ----------------------------------------------------------------------------
+
+namespace {
+
+bool isHEIC(MediaFile const& file) {
+    return file.mimeType() == MediaDefs::MimeType::IMAGE_HEIC;
+}
+
+} // namespace
+
+void HEIFMetaWriter::closeLastBox(std::shared_ptr<MediaFile> const& file) {
+    if (isHEIC(*file))
+        heif::TrailingBoxes(file).closeLast();
+}
+
+bool HEIFMetaWriter::isTrailerHidden(MediaFile const& file) {
+    auto const shared = std::const_pointer_cast<MediaFile>(file.shared_from_this());
+    return isHEIC(file) && heif::TrailingBoxes(shared).isTrailerHidden();
+}
+
+bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file) {
+    return isHEIC(*file) && heif::TrailingBoxes(file).bringTrailerToEnd();
+}
+
+} // namespace android::lumo
