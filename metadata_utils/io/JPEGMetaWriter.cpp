@@ -203,8 +203,7 @@ bool JPEGMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> const& pac
     }
     if (segments.imageIndex || size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
         return false;
-    if (!segments.blocks.empty())
-        jpeg::requireInImage(*file, segments.blocks.back().segment.position, segments.blocks.back().segment.size());
+    jpeg::requireInImage(*file, segments);
     payload.resize(size, ' ');
     std::string const room = bigEndian(jpeg::APP1) + bigEndian(size + jpeg::LENGTH_SIZE) + payload;
     for (auto const& change : jpeg::changesFor(segments, size + jpeg::HEADER_SIZE))

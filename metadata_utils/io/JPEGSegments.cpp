@@ -186,6 +186,13 @@ void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, Err
                                           static_cast<size_t>(size), static_cast<size_t>(position), size_t{end});
 }
 
+void requireInImage(MediaFile const& file, SegmentMap const& segments, ErrorAt at) {
+    auto const isRewritten = [](auto const& block) { return block.type != MediaDefs::MetaType::NONE; };
+    if (auto const last = std::find_if(segments.blocks.rbegin(), segments.blocks.rend(), isRewritten);
+        last != segments.blocks.rend())
+        requireInImage(file, last->segment.position, last->segment.size(), at);
+}
+
 std::vector<Change> changesFor(SegmentMap const& segments, uint32_t room) {
     std::vector<Change> changes;
     if (segments.count(MediaDefs::MetaType::EXIF) == 0)
@@ -207,10 +214,7 @@ std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32
         rewritten > MAX_BLOCKS)
         throw ErrorAt().as(Error::Code::TOO_BIG)("%zu XMP and Exif segments are too many to rewrite",
                                                  size_t{rewritten});
-    auto const isRewritten = [](auto const& block) { return block.type != MediaDefs::MetaType::NONE; };
-    if (auto const last = std::find_if(segments.blocks.rbegin(), segments.blocks.rend(), isRewritten);
-        last != segments.blocks.rend())
-        requireInImage(file, last->segment.position, last->segment.size());
+    requireInImage(file, segments);
     auto changes = changesFor(segments, payload + HEADER_SIZE);
     int64_t size = file.size();
     int64_t peak = size;

@@ -123,4 +123,7 @@ std::vector<Change> changesFor(SegmentMap const& segments, uint32_t size);
 /// over the trailer, which would be overwritten or no longer end the file.
 void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at = ErrorAt());
 
+/// The same for the last segment that the changes of an XMP packet take up.
+void requireInImage(MediaFile const& file, SegmentMap const& segments, ErrorAt at = ErrorAt());
+
 } // namespace android::lumo::jpeg
