@@ -74,7 +74,7 @@ public:
     /// it. Whoever appends to a HEIC calls it first. Nothing happens when there is none.
     static void closeLastBox(std::shared_ptr<MediaFile> const& file);
 
-    /// Brings a trailer box that stands in front of a debug info or video box to the file's end, where trailers are
+    /// Brings a trailer box that stands in front of another box to the file's end, where trailers are
     /// looked for; a pointer in it follows the video. False, and nothing done, when the boxes are in order (or it is no
     /// HEIC).
     static bool restoreTrailerOrder(std::shared_ptr<MediaFile> const& file);

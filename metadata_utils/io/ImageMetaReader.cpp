@@ -16,6 +16,8 @@ ImageMetaReader::ImageMetaReader(std::shared_ptr<MediaFile> const& source, Parse
 ImageMetaReader::~ImageMetaReader() = default;
 
 std::unique_ptr<ImageMetaReader> ImageMetaReader::of(std::shared_ptr<MediaFile> const& file, ParseMode mode) {
+    if (file == nullptr)
+        throw ErrorAt()("no file given");
     auto const type = file->mimeType();
     switch (type) {
     // One line for each container that can be read.

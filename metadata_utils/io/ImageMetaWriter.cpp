@@ -12,6 +12,8 @@ ImageMetaWriter::ImageMetaWriter(std::shared_ptr<MediaFile> const& target) : fil
 ImageMetaWriter::~ImageMetaWriter() = default;
 
 std::unique_ptr<ImageMetaWriter> ImageMetaWriter::of(std::shared_ptr<MediaFile> const& file) {
+    if (file == nullptr)
+        throw ErrorAt()("no file given");
     auto const type = file->mimeType();
     switch (type) {
     // One line for each container that can be written.

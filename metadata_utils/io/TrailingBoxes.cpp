@@ -76,13 +76,19 @@ std::vector<TopLevelBox> TrailingBoxes::debugInfos() const {
 
 TopLevelBox const* TrailingBoxes::hiddenTrailer() const {
     auto const& boxes = topLevel().boxes;
-    auto const last = std::find_if(boxes.rbegin(), boxes.rend(), [end = endOfImage()](auto const& box) {
-        return box.type == TRAILER_BOX && box.position >= end;
+    auto const last = std::find_if(boxes.rbegin(), boxes.rend(), [&, end = endOfImage()](auto const& box) {
+        return box.type == TRAILER_BOX && box.position >= end && endsTrailer(box);
     });
-    bool const isHidden = last != boxes.rend() && std::any_of(boxes.rbegin(), last, [](auto const& box) {
-                              return box.type == VIDEO_BOX || box.debugInfo;
-                          });
-    return isHidden ? &*last : nullptr;
+    return last != boxes.rend() && last != boxes.rbegin() ? &*last : nullptr;
+}
+
+/// Whether a trailer's last four bytes end the box.
+bool TrailingBoxes::endsTrailer(TopLevelBox const& box) const {
+    std::string magic(trailer::MAGIC_SIZE, '\0');
+    bool const isLargeEnough = box.size >= box.headerSize + magic.size();
+    return isLargeEnough &&
+           checked::readUpTo(*file, box.end() - magic.size(), magic.data(), magic.size()) == magic.size() &&
+           magic == trailer::END_MAGIC;
 }
 
 bool TrailingBoxes::hasTrailer() const {

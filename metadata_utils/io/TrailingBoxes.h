@@ -49,7 +49,7 @@ public:
     std::vector<TopLevelBox> videos() const;
     /// The debug infos, last first, so that taking one out leaves the places of the others. More than 16 throw.
     std::vector<TopLevelBox> debugInfos() const;
-    /// A video box or a debug info stands behind the trailer, where no reader finds it then.
+    /// Another box stands behind the trailer, where no reader finds it then.
     bool isTrailerHidden() const { return hiddenTrailer() != nullptr; }
 
     /// Throws when an item of the image has bytes in [from, to).
@@ -83,6 +83,7 @@ public:
 private:
     TopLevel const& topLevel() const;
     TopLevelBox const* hiddenTrailer() const;
+    bool endsTrailer(TopLevelBox const& box) const;
     bool hasTrailer() const;
     TopLevelBox const* firstInFrontOfTrailer() const;
     void appendDebugInfo(std::span<uint8_t const> data);

@@ -91,8 +91,8 @@ TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
 
 TEST(TrailingBoxes, TrailerComesLastAndItsPointerFollows) {
     std::pair<char const*, char const*> const cases[] = {
-        {"ITV", "IVT"}, {"IVTD", "IVDT"}, {"ITWD", "IWDT"}, {"ITPV", "IPVT"}, {"ITVB", "ITVB"},
-        {"IVT", "IVT"}, {"I", "I"},       {"IVTP", "IVTP"}, {"IDV", "IDV"},
+        {"ITV", "IVT"}, {"IVTD", "IVDT"}, {"ITWD", "IWDT"}, {"ITPV", "IPVT"}, {"ITVB", "IVBT"},
+        {"IVT", "IVT"}, {"I", "I"},       {"IVTP", "IVPT"}, {"IDV", "IDV"},
     };
     HeicParts const parts;
     for (auto const& [before, after] : cases) {
