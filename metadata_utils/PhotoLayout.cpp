@@ -63,8 +63,9 @@ void PhotoLayout::readTrailer() {
         tail = trailer::readTail(*file);
         if (!tail)
             return;
+        ReadWindow window(*file);
         for (auto const& entry : tail->entries)
-            records.push_back(trailer::readRecord(*file, *tail, entry));
+            records.push_back(trailer::readRecord(window, *tail, entry));
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         trailerFault = reasonOf(error);

@@ -20,7 +20,7 @@ std::string number(uint32_t value) {
 } // namespace
 
 uint32_t QRTDataInfo::getDataHeader() const {
-    return static_cast<uint32_t>(type) << 16 | (hasSubInfo ? 1U : 0U);
+    return trailer::headerOf(type, hasSubInfo);
 }
 
 uint32_t QRTDataInfo::size() const {

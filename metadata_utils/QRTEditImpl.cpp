@@ -328,7 +328,7 @@ void QRTEditImpl::commit() {
     if (records.empty() || order.option == Option::WRITE_IN_ORDER || order.option == Option::WRITE_FAST) {
         output().write(planned);
         if (!elsewhere)
-            takeOver(planned);
+            takeOver(planned.getGround().image); // the plan's records are others now
     } else if (!elsewhere) {
         showStaged();
     }
@@ -360,17 +360,11 @@ TrailerPlan QRTEditImpl::plan(TrailerFile const& from, MediaFile const& into) {
     return planned;
 }
 
-/// In the editor's own file every record now stands; its bytes are no longer kept in memory.
-void QRTEditImpl::takeOver(TrailerPlan const& planned) {
-    StagedRecords::List all;
-    for (auto const* entry : planned.inDirectoryOrder()) {
-        auto record = StagedRecord(*entry);
-        record.source = StagedRecord::InFile();
-        record.subInfo = ByteBuffer();
-        all.push_back(std::move(record));
-    }
-    uint32_t const image = planned.getGround().image;
-    records.assign(std::move(all)); // the plan's records are gone
+/// In the editor's own file every record now stands, in the order of the directory.
+void QRTEditImpl::takeOver(uint32_t image) {
+    if (order.primaryType >= 1)
+        records.makeLast(records.find(order.primaryType));
+    records.settle();
     info->takeOver(source.getStored(), image);
 }
 

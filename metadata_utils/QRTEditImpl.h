@@ -133,7 +133,7 @@ private:
     void takeViewsRecords();
     bool isSource(MediaFile const& file) const;
     TrailerPlan plan(TrailerFile const& from, MediaFile const& into);
-    void takeOver(TrailerPlan const& plan);
+    void takeOver(uint32_t image);
     void showStaged();
 
     std::atomic<bool> dirty{false};

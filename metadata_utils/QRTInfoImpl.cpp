@@ -70,10 +70,7 @@ void QRTInfoImpl::load() {
     LOGI("lastImageSize=%zu, dataOffsetFromEnd=%d, qrtTailStartSignatureOffset=%d", size_t{image},
          static_cast<int>(farthest + tail->size), static_cast<int>(tail->size));
 
-    std::vector<QRTDataInfo> found;
-    found.reserve(tail->entries.size());
-    for (auto const& entry : tail->entries)
-        found.push_back(trailer::readRecord(*file, *tail, entry));
+    auto found = trailer::readRecords(*file, *tail);
     auto const now = std::make_shared<trailer::Stored const>(
         trailer::Stored{tail->version, farthest + tail->size, tail->size, found});
     for (auto const& listener : listeners)
@@ -251,12 +248,13 @@ void QRTInfoImpl::takeOver(std::shared_ptr<trailer::Stored const> written, uint3
         record.dataPosition = trailer::storedData(record, tail).position;
         record.subInfoPosition = record.hasSubInfo ? trailer::storedSubInfo(record, tail).position : 0;
     }
+    if (listeners.empty())
+        return show(std::move(now));
     show(now);
     try {
-        auto seen = std::move(now);
         for (auto const& listener : listeners)
-            listener(file, seen);
-        show(std::move(seen));
+            listener(file, now);
+        show(std::move(now));
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
         LOGE("fail to look at the new records: %s", e.what());

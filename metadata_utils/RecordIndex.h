@@ -12,15 +12,20 @@
 
 namespace android::lumo {
 
-/// Finds the records of a list by type, by name or by both without a walk over all of them. Each way is made at its
-/// first question and takes in what was appended since at the next one. The names are the list's own: whoever removes,
-/// replaces or moves its elements says so. Ordered, because a file can choose names whose hashes collide.
+/// Finds the records of a list by type, by name or by both without a walk over all of them. A single question is a walk
+/// all the same; at the second one a map is made, which takes in what was appended since at each later one. The names
+/// are the list's own: whoever removes, replaces or moves its elements says so. Ordered, because a file can choose
+/// names whose hashes collide.
 class RecordIndex {
 public:
     struct Found {
         size_t first = 0; ///< the first that matches
         size_t count = 0; ///< how many do; 0: none
     };
+
+    RecordIndex() = default;
+    RecordIndex(RecordIndex const&) = delete;
+    RecordIndex& operator=(RecordIndex const&) = delete;
 
     template<class Records>
     Found ofType(Records const& records, int32_t type) {
@@ -39,7 +44,12 @@ public:
         return both.find(records, {type, name},
                          [](auto const& record) { return std::pair(record.type, std::string_view(record.name)); });
     }
-    void forget() { *this = RecordIndex(); }
+    void forget() {
+        types.forget();
+        names.forget();
+        caselessNames.forget();
+        both.forget();
+    }
 
 private:
     struct IsLessInAnyCase {
@@ -50,17 +60,41 @@ private:
     };
 
     template<class Key, class IsLess = std::less<Key>>
-    struct Lookup {
+    class Lookup {
+    public:
         template<class Records, class KeyOf>
         Found find(Records const& records, Key const& key, KeyOf const& keyOf) {
+            if (!std::exchange(isAsked, true))
+                return walk(records, key, keyOf);
             for (; known < records.size(); ++known)
-                ++places.try_emplace(keyOf(records[known]), Found{known, 0}).first->second.count;
-            auto const found = places.find(key);
-            return found != places.end() ? found->second : Found();
+                ++places.try_emplace(next, keyOf(records[known]), Found{known, 0})->second.count;
+            next = places.lower_bound(key); // who asks for what is not there often appends it
+            bool const isThere = next != places.end() && !IsLess()(key, next->first);
+            return isThere ? next->second : Found();
+        }
+        void forget() {
+            places.clear();
+            next = places.end();
+            known = 0;
+            isAsked = false;
+        }
+
+    private:
+        template<class Records, class KeyOf>
+        static Found walk(Records const& records, Key const& key, KeyOf const& keyOf) {
+            Found found;
+            for (size_t i = 0; i < records.size(); ++i) {
+                auto const each = keyOf(records[i]);
+                if (!IsLess()(each, key) && !IsLess()(key, each) && found.count++ == 0)
+                    found.first = i;
+            }
+            return found;
         }
 
         std::map<Key, Found, IsLess> places;
-        size_t known = 0; ///< records taken in
+        typename std::map<Key, Found, IsLess>::iterator next = places.end(); ///< a hint for the next to take in
+        size_t known = 0;                                                    ///< records taken in
+        bool isAsked = false;
     };
 
     Lookup<int32_t> types;

@@ -16,6 +16,7 @@ StagedRecord StagedRecord::inFile(QRTDataInfo const& stored) {
     record.hasSubInfo = stored.hasSubInfo;
     record.subInfoSize = stored.subInfoPayload;
     record.dataSize = trailer::storedData(stored, 0).size;
+    record.identity = std::make_shared<char>();
     return record;
 }
 
@@ -82,12 +83,28 @@ void StagedRecords::assign(List all) {
     records = std::move(all);
 }
 
-void StagedRecords::remove(StagedRecord const* found) {
-    auto const place = std::find_if(records.begin(), records.end(), [=](auto const& each) { return &each == found; });
-    if (place == records.end())
-        return;
+StagedRecords::List::iterator StagedRecords::placeOf(StagedRecord const* found) {
     index.forget();
-    records.erase(place);
+    return std::find_if(records.begin(), records.end(), [=](auto const& each) { return &each == found; });
+}
+
+void StagedRecords::remove(StagedRecord const* found) {
+    if (found != nullptr)
+        records.erase(placeOf(found));
+}
+
+void StagedRecords::makeLast(StagedRecord const* found) {
+    if (found == nullptr)
+        return;
+    auto const place = placeOf(found);
+    std::rotate(place, place + 1, records.end());
+}
+
+void StagedRecords::settle() {
+    for (auto& record : records) {
+        record.source = StagedRecord::InFile();
+        record.subInfo = ByteBuffer();
+    }
 }
 
 } // namespace android::lumo

@@ -37,7 +37,7 @@ struct StagedRecord {
     ByteBuffer subInfo; ///< of records in memory
     uint32_t dataSize = 0;
     std::variant<InFile, InMemory, DataFile> source;
-    Identity identity = std::make_shared<char>();
+    Identity identity; ///< null: nothing is staged yet
 
     /// The record a view found in its file; `record` as it is stored, not where a callback pointed it.
     static StagedRecord inFile(QRTDataInfo const& record);
@@ -65,10 +65,6 @@ class StagedRecords {
 public:
     using List = std::deque<StagedRecord>; ///< one that is appended leaves the others where they are
 
-    StagedRecords() = default;
-    StagedRecords(StagedRecords const&) = delete;
-    StagedRecords& operator=(StagedRecords const&) = delete;
-
     List const& all() const { return records; }
     bool empty() const { return records.empty(); }
     /// The first that matches, null without one.
@@ -77,8 +73,11 @@ public:
     StagedRecord* find(int32_t type, std::string const& name) { return at(index.matching(records, type, name)); }
     void append(StagedRecord record) { records.push_back(std::move(record)); }
     void assign(List all);
-    /// Removes one that find() has found.
+    /// Removes one that find() has found, or makes it the last.
     void remove(StagedRecord const* found);
+    void makeLast(StagedRecord const* found);
+    /// All of them stand in the file now; their bytes are no longer kept.
+    void settle();
     template<class Matches>
     void removeAll(Matches const& matches) {
         if (std::erase_if(records, matches) > 0)
@@ -86,6 +85,7 @@ public:
     }
 
 private:
+    List::iterator placeOf(StagedRecord const* found);
     StagedRecord* at(RecordIndex::Found found) { return found.count > 0 ? &records[found.first] : nullptr; }
 
     List records;

@@ -111,7 +111,7 @@ void TrailerFile::write(TrailerPlan const& planned) {
         throw;
     }
     standing = planned.newPlaces();
-    stored = std::make_shared<trailer::Stored const>(writer.getStored());
+    stored = writer.getStored();
     unfinished.reset();
 }
 

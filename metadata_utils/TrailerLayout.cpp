@@ -7,6 +7,7 @@
 #include "io/HEIFBoxScan.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 namespace android::lumo::trailer {
@@ -25,6 +26,12 @@ ErrorAt error(int line = __builtin_LINE()) {
 
 uint32_t word(ByteBuffer const& bytes, uint32_t index) {
     return bytes.get<uint32_t, uint32_t>(index);
+}
+
+uint32_t word(std::span<uint8_t const> bytes, uint32_t index) {
+    uint32_t value = 0;
+    std::memcpy(&value, bytes.subspan(index, sizeof value).data(), sizeof value);
+    return value;
 }
 
 bool holds(ByteBuffer const& bytes, uint32_t index, std::string_view magic) {
@@ -94,6 +101,10 @@ bool subInfoOfHeader(uint32_t header) {
     return (header & 0xFFFF) >> 15 != 0;
 }
 
+uint32_t headerOf(int32_t type, bool hasSubInfo) {
+    return static_cast<uint32_t>(type) << 16 | (hasSubInfo ? 1U : 0U);
+}
+
 uint32_t tailSize(size_t count) {
     return TAIL_HEADER_SIZE + static_cast<uint32_t>(count) * DIRECTORY_ENTRY_SIZE + TAIL_END_SIZE;
 }
@@ -130,6 +141,20 @@ uint32_t startOf(Tail const& tail) {
 }
 
 QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry) {
+    ReadWindow window(file);
+    return readRecord(window, tail, entry);
+}
+
+std::vector<QRTDataInfo> readRecords(MediaFile const& file, Tail const& tail) {
+    ReadWindow window(file);
+    std::vector<QRTDataInfo> records;
+    records.reserve(tail.entries.size());
+    for (auto const& entry : tail.entries)
+        records.push_back(readRecord(window, tail, entry));
+    return records;
+}
+
+QRTDataInfo readRecord(ReadWindow& window, Tail const& tail, DirectoryEntry const& entry) {
     QRTDataInfo record;
     record.type = typeOfHeader(entry.header);
     record.hasSubInfo = subInfoOfHeader(entry.header);
@@ -137,7 +162,8 @@ QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry c
     record.payload = entry.payload;
 
     uint32_t const start = tail.position - entry.offsetFromTail;
-    ByteBuffer head = checked::readAt(file, start, std::min(entry.payload, FIRST_HEAD_READ), error());
+    bool const isShort = entry.payload < ReadWindow::SIZE && tail.entries.size() > 1;
+    auto head = window.at(start, std::min(entry.payload, FIRST_HEAD_READ), isShort, error());
     if (typeOfHeader(word(head, 0)) != record.type)
         throw error()("type mismatch");
     if (subInfoOfHeader(word(head, 0)) != record.hasSubInfo)
@@ -155,9 +181,8 @@ QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry c
                       size_t{left - nameSize});
 
     if (nameSize > head.size() - fixed)
-        head = checked::readAt(file, start, fixed + nameSize, error());
+        head = window.at(start, fixed + nameSize, isShort, error());
     record.name.assign(reinterpret_cast<char const*>(head.data()) + fixed, nameSize);
-    head = ByteBuffer(); // a name may be as long as the file
     record.subInfoPosition = record.hasSubInfo ? storedSubInfo(record, tail.position).position : 0;
     auto const data = storedData(record, tail.position);
     record.dataPosition = data.position;
@@ -245,9 +270,10 @@ bool Stored::holdsSameAs(Stored const& other) const {
 namespace {
 
 /// A record that was written with sub-info reads back under another name.
-bool isStill(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry, QRTDataInfo const& record) {
+bool isStill(ReadWindow& window, Tail const& tail, DirectoryEntry const& entry, QRTDataInfo const& record) {
     return typeOfHeader(entry.header) == record.type && entry.offsetFromTail == record.offsetFromTail &&
-           entry.payload == record.payload && (record.hasSubInfo || readRecord(file, tail, entry).name == record.name);
+           entry.payload == record.payload &&
+           (record.hasSubInfo || readRecord(window, tail, entry).name == record.name);
 }
 
 /// A trailer inside another box, one that runs to the file's end, would be cut out of it.
@@ -269,8 +295,9 @@ uint32_t Stored::requireIn(MediaFile const& file, bool box) const {
         return file.size();
     bool isKnown = tail && size > 0 && tail->size == tailSize && tail->position - startOf(*tail) == recordsSize() &&
                    tail->version == version && tail->entries.size() == records.size();
+    ReadWindow window(file);
     for (size_t i = 0; isKnown && i < records.size(); ++i)
-        isKnown = isStill(file, *tail, tail->entries[i], records[i]);
+        isKnown = isStill(window, *tail, tail->entries[i], records[i]);
     if (!isKnown)
         throw ErrorAt().as(Error::Code::CHANGED)(
             "the trailer has changed since it was read: %zu records in %zu bytes were there", records.size(),

@@ -3,6 +3,7 @@
 
 #include "MediaFile.h"
 #include "QRTDataInfo.h"
+#include "ReadWindow.h"
 
 #include <cstdint>
 #include <optional>
@@ -56,6 +57,9 @@ int32_t typeOfHeader(uint32_t header);
 /// Bit 15, where readers look for the flag.
 bool subInfoOfHeader(uint32_t header);
 
+/// The header word as it is written, the flag in bit 0.
+uint32_t headerOf(int32_t type, bool hasSubInfo);
+
 /// The whole tail's size for a number of records.
 uint32_t tailSize(size_t count);
 
@@ -71,6 +75,9 @@ uint32_t startOf(Tail const& tail);
 /// and sub-info stay in the file. A name or sub-info outside the record, or a head that disagrees with the entry,
 /// throws.
 QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry const& entry);
+QRTDataInfo readRecord(ReadWindow& window, Tail const& tail, DirectoryEntry const& entry);
+/// All of them, in directory order.
+std::vector<QRTDataInfo> readRecords(MediaFile const& file, Tail const& tail);
 
 /// A part of a record in the file.
 struct Range {

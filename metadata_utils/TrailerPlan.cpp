@@ -136,10 +136,6 @@ void TrailerPlan::planMoves() {
     }
     scratchEnd = back.empty() ? 0 : checked::sizeOf(scratch);
     std::vector<Move> right;
-    for (auto const& place : places) {
-        if (place.was) // readers ignore most bits of a header word, and take sub-info from another than is written
-            patches.push_back({start() + place.start, ByteBuffer(4).put(place.record->described().getDataHeader())});
-    }
     for (size_t const i : kept) {
         auto const& place = places[i];
         if (*place.was == place.start)
@@ -231,7 +227,7 @@ RecordPlaces TrailerPlan::keptPlaces(size_t movesDone, bool isNextCutShort) cons
 }
 
 void TrailerPlan::patch(Place const& place, ByteBuffer bytes) {
-    patches.push_back({start() + place.dataStart(), std::move(bytes)});
+    dataPatch = {start() + place.dataStart(), std::move(bytes)};
 }
 
 } // namespace android::lumo

@@ -46,7 +46,7 @@ public:
         uint32_t to = 0;
         uint32_t size = 0;
     };
-    /// Bytes of a kept record that may differ from what the file has there.
+    /// Bytes that may differ from what the file has there.
     struct Patch {
         uint32_t position = 0;
         ByteBuffer bytes;
@@ -63,7 +63,8 @@ public:
     std::vector<Place> const& onDisk() const { return places; }
     std::vector<StagedRecord const*> inDirectoryOrder() const;
     std::vector<Move> const& getMoves() const { return moves; }
-    std::vector<Patch> const& getPatches() const { return patches; }
+    /// Other bytes at the start of a kept record's data.
+    std::optional<Patch> const& getPatch() const { return dataPatch; }
     uint32_t tailSize() const { return trailer::tailSize(places.size()); }
     uint32_t recordsSize() const { return total; }
     /// What of it comes from data files.
@@ -115,7 +116,7 @@ private:
     uint32_t total = 0;
     uint32_t scratchEnd = 0;
     std::vector<Move> moves;
-    std::vector<Patch> patches;
+    std::optional<Patch> dataPatch;
 };
 
 } // namespace android::lumo

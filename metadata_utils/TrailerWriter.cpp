@@ -7,6 +7,7 @@
 #include "io/HEIFMetaWriter.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace android::lumo {
 
@@ -20,7 +21,8 @@ constexpr char OPEN_BOX[] = {0, 0, 0, 0};
 } // namespace
 
 TrailerWriter::TrailerWriter(std::shared_ptr<MediaFile> const& output, TrailerPlan const& what)
-    : file(output), plan(what), stored(what.stored()), tail(trailer::serializeTail(stored.version, stored.records)) {}
+    : file(output), plan(what), stored(std::make_shared<trailer::Stored const>(what.stored())),
+      tail(trailer::serializeTail(stored->version, stored->records)) {}
 
 void TrailerWriter::write() {
     plan.getOrder().option == QRTEdit::Option::WRITE_FAST ? writeFast() : writeInOrder();
@@ -61,7 +63,7 @@ void TrailerWriter::writeFast() {
             --first;
         ByteBuffer bytes = pendingBytes(first, places.size(), tail.size());
         LOGI("write start header E");
-        LOGI("write start header X: ver=%d, size=%zu", static_cast<int>(stored.version), places.size());
+        LOGI("write start header X: ver=%d, size=%zu", static_cast<int>(stored->version), places.size());
         logPrimary();
         bytes.put(tail);
         LOGI("write tail header X: %zu", size_t{plan.getGround().image});
@@ -95,10 +97,27 @@ void TrailerWriter::makeRoom() {
 bool TrailerWriter::isWritten() const {
     if (!plan.getGround().hasTrailer || !plan.allStand() || plan.finalSize() != plan.getGround().fileSize)
         return false;
-    return checked::holds(*file, plan.start() + plan.recordsSize(), tail.data(), tail.size()) &&
-           std::all_of(plan.getPatches().begin(), plan.getPatches().end(), [this](auto const& patch) {
-               return checked::holds(*file, patch.position, patch.bytes.data(), patch.bytes.size());
-           });
+    return checked::holds(*file, plan.start() + plan.recordsSize(), tail.data(), tail.size()) && openPatches().empty();
+}
+
+/// What of the kept records the file has not got: readers ignore most bits of a header word, and take the flag of
+/// sub-info from another than is written.
+std::vector<TrailerPlan::Patch> TrailerWriter::openPatches() const {
+    std::vector<TrailerPlan::Patch> open;
+    ReadWindow window(*file);
+    for (auto const& place : plan.onDisk()) {
+        if (!place.was)
+            continue;
+        uint32_t const position = plan.start() + place.start;
+        uint32_t const header = trailer::headerOf(place.record->type, place.record->hasSubInfo);
+        auto const held = window.at(position, sizeof header, place.payload < ReadWindow::SIZE);
+        if (std::memcmp(held.data(), &header, sizeof header) != 0)
+            open.push_back({position, ByteBuffer(sizeof header).put(header)});
+    }
+    auto const& patch = plan.getPatch();
+    if (patch && !checked::holds(*file, patch->position, patch->bytes.data(), patch->bytes.size()))
+        open.push_back(*patch);
+    return open;
 }
 
 /// What will be moved is read once while all of it is where it was.
@@ -184,9 +203,7 @@ void TrailerWriter::writeRecords(size_t end) {
             places[first].record->data().copyTo(file);
         }
     }
-    for (auto const& patch : plan.getPatches()) {
-        if (checked::holds(*file, patch.position, patch.bytes.data(), patch.bytes.size()))
-            continue;
+    for (auto const& patch : openPatches()) {
         seekTo(patch.position);
         checked::write(*file, patch.bytes);
     }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <vector>
 
 namespace android::lumo {
 
@@ -23,7 +24,7 @@ public:
 
     void write();
     /// What the file holds once it is written.
-    trailer::Stored const& getStored() const { return stored; }
+    std::shared_ptr<trailer::Stored const> const& getStored() const { return stored; }
 
     /// Whether a byte may have changed.
     bool hasBegun() const { return isBegun; }
@@ -38,6 +39,7 @@ private:
     void writeEnd(ByteBuffer const& bytes);
 
     bool isWritten() const;
+    std::vector<TrailerPlan::Patch> openPatches() const;
     void requireReadable() const;
     void openTrailer();
     void move(TrailerPlan::Move const& move);
@@ -49,7 +51,7 @@ private:
 
     std::shared_ptr<MediaFile> file;
     TrailerPlan const& plan;
-    trailer::Stored const stored;
+    std::shared_ptr<trailer::Stored const> const stored;
     ByteBuffer const tail;
     bool isBegun = false;
     size_t movesDone = 0;
