@@ -26,6 +26,9 @@ struct Arguments {
     bool skipExisting = false;
     bool preserve = true;
 
+    /// Files may come to be, or change.
+    bool writes() const { return isInPlace() || !out.empty() || !folder.empty() || !svg.empty() || !html.empty(); }
+
     // How it is done.
     unsigned jobs = 0; ///< 0: a worker a core
     bool dryRun = false;

@@ -3,6 +3,7 @@
 
 #include "Documents.h"
 #include "Failure.h"
+#include "Signals.h"
 #include "Text.h"
 
 #include "metadata_utils.h"
@@ -43,6 +44,27 @@ std::string firstWord(std::string const& name) {
     return name.substr(0, name.find(' '));
 }
 
+std::string secondWord(std::string const& name) {
+    auto const space = name.find(' ');
+    return space == std::string::npos ? "" : name.substr(space + 1);
+}
+
+char const* purposeOf(std::string const& family) {
+    return family == "trailer" ? "List, read, put and remove records of the trailer"
+           : family == "xmp"   ? "Read, set and remove properties of the XMP"
+                               : "Read, put and remove the camera's debug info";
+}
+
+/// Throws for a word that stands where one of the names has to.
+[[noreturn]] void refuseWord(std::string const& word, std::string const& family,
+                             std::vector<std::string> const& names) {
+    auto const nearest = std::min_element(names.begin(), names.end(),
+                                          [&](auto& a, auto& b) { return distance(word, a) < distance(word, b); });
+    throw Failure(ExitCode::USAGE, "",
+                  "there is no command '" + family + word + "', the nearest is '" + family + *nearest +
+                      "' (motionphoto " + family + "--help lists them all)");
+}
+
 CLI::App* find(CLI::App& app, std::string const& name) {
     auto const all = app.get_subcommands([&](CLI::App const* sub) { return sub->check_name(name); });
     return all.empty() ? nullptr : all.front();
@@ -77,7 +99,7 @@ void CommandLine::define(Command const& command) {
         std::string const family = name.substr(0, space);
         parent = find(*app, family);
         if (parent == nullptr) {
-            parent = app->add_subcommand(family, "The commands of " + family);
+            parent = app->add_subcommand(family, purposeOf(family));
             parent->require_subcommand(1);
             parent->fallthrough();
         }
@@ -94,28 +116,37 @@ void CommandLine::define(Command const& command) {
 
 /// What the parser would tell in its own words, or take for something else.
 void CommandLine::checkWords(int argc, char** argv) const {
-    bool named = false;
+    CLI::App* place = app.get();
+    std::string family;
     for (int i = 1; i < argc; ++i) {
         std::string const word = argv[i];
         if (word == "--")
             return;
         if (word.size() > 2 && word.starts_with('-') && word[1] != '-' && access(argv[i], F_OK) == 0)
             throw Failure(ExitCode::USAGE, word, "is read as options; put -- in front of the file names");
-        if (word.starts_with('-') || named)
+        if (word.starts_with('-') || place == nullptr)
             continue;
-        named = true;
-        if (find(*app, word) != nullptr)
-            continue;
-        auto const nearest = std::min_element(commands().begin(), commands().end(), [&](auto& a, auto& b) {
-            return distance(word, firstWord(a.name)) < distance(word, firstWord(b.name));
-        });
-        throw Failure(ExitCode::USAGE, "",
-                      "there is no command '" + word + "', the nearest is '" + firstWord(nearest->name) +
-                          "' (motionphoto --help lists them all)");
+        auto* const found = find(*place, word);
+        if (found == nullptr) {
+            std::vector<std::string> names;
+            for (auto const& command : commands()) {
+                if (family.empty() || firstWord(command.name) + " " == family)
+                    names.push_back(family.empty() ? firstWord(command.name) : secondWord(command.name));
+            }
+            refuseWord(word, family, names);
+        }
+        bool const isFamily = found->get_require_subcommand_min() > 0;
+        place = isFamily ? found : nullptr;
+        family = word + " ";
     }
+    if (place != nullptr && !family.empty() && argc == 2)
+        throw Failure(ExitCode::USAGE, "",
+                      family + "is the name of several commands (motionphoto " + family + "--help lists them)");
 }
 
 int CommandLine::run(int argc, char** argv) {
+    if (argc < 2)
+        throw Failure(ExitCode::USAGE, "", "give a command (motionphoto --help lists them)");
     checkWords(argc, argv);
     try {
         app->parse(argc, argv);
@@ -126,6 +157,8 @@ int CommandLine::run(int argc, char** argv) {
         std::replace(text.begin(), text.end(), '\n', ' ');
         throw Failure(ExitCode::USAGE, "", text + " (motionphoto --help says more)");
     }
+    if (args.writes()) // nothing else leaves anything behind
+        takeChargeOfSignals();
     if (!args.verbose)
         __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
     return static_cast<int>(guarded("", [&] { return chosen(args); }));

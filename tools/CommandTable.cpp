@@ -13,14 +13,22 @@ namespace {
 
 using App = CLI::App;
 
+constexpr bool REQUIRED = true;
+
 void stills(App& app, Arguments& args) {
     app.add_option("PATH", args.paths, "JPEG or HEIC stills, with -r folders of them");
 }
 
-void oneStill(App& app, Arguments& args, char const* name = "STILL") {
-    app.add_option_function<std::string>(
-           name, [&args](std::string const& path) { args.paths = {path}; }, "JPEG or HEIC still")
-        ->required();
+void stillsAndClips(App& app, Arguments& args) {
+    app.add_option("PATH", args.paths, "Stills and clips, with -r folders of them");
+}
+
+auto oneStill(char const* name) {
+    return [=](App& app, Arguments& args) {
+        app.add_option_function<std::string>(
+               name, [&args](std::string const& path) { args.paths = {path}; }, "JPEG or HEIC still")
+            ->required();
+    };
 }
 
 void clip(App& app, Arguments& args) {
@@ -62,118 +70,99 @@ void anyOutput(App& app, Arguments& args) {
                  "Replace the still when the result is whole; --in-place=bytes edits the file's own bytes");
 }
 
-void moment(App& app, Arguments& args, char const* further = "") {
-    auto* const at = app.add_option("--at", args.at,
-                                    std::string("The still's moment in the video: 1.2s, 1200ms, 1200000us") + further)
-                         ->type_name("TIME");
-    app.add_option_function<std::string>(
-           "--timestamp-us", [&args](std::string const& us) { args.at = us + "us"; }, "The same in microseconds")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber)
-        ->excludes(at);
+auto moment(std::string const& further) {
+    return [further](App& app, Arguments& args) {
+        auto* const at =
+            app.add_option("--at", args.at, "The still's moment in the video: 1.2s, 1200ms, 1200000us" + further)
+                ->type_name("TIME");
+        app.add_option_function<std::string>(
+               "--timestamp-us", [&args](std::string const& us) { args.at = us + "us"; }, "The same in microseconds")
+            ->type_name("N")
+            ->check(CLI::NonNegativeNumber)
+            ->excludes(at);
+    };
 }
 
-void editing(App& app, Arguments& args) {
-    selection(app, args);
-    anyOutput(app, args);
-    run(app, args);
+/// A flag or an option of one command.
+auto flag(char const* name, bool Arguments::*set, char const* purpose) {
+    return [=](App& app, Arguments& args) { app.add_flag(name, args.*set, purpose); };
+}
+
+auto option(char const* name, std::string Arguments::*set, char const* type, char const* purpose,
+            bool isRequired = false) {
+    return [=](App& app, Arguments& args) {
+        app.add_option(name, args.*set, purpose)->type_name(type)->required(isRequired);
+    };
+}
+
+auto names(char const* purpose) {
+    return
+        [=](App& app, Arguments& args) { app.add_option("--name", args.nameTemplate, purpose)->capture_default_str(); };
+}
+
+/// Sets of options, one after the other.
+template<class... Sets>
+auto all(Sets... sets) {
+    return [=](App& app, Arguments& args) { (sets(app, args), ...); };
+}
+
+auto const EDITING = all(selection, anyOutput, run);
+auto const MAKING = all(selection, newFile);
+auto const TAKING_CLIP =
+    all(oneStill("STILL"), clip, moment(" or auto, as the clip names it"),
+        flag("--keep-brand", &Arguments::keepBrand, "Refuse a clip whose brand would have to change"), anyOutput, run);
+
+auto jsonLines(char const* purpose) {
+    return flag("--json", &Arguments::json, purpose);
 }
 
 std::vector<Command> videoCommands() {
     return {
         {"add",
          "Give a still a video, in place of the one it has",
-         [](App& app, Arguments& args) {
-             oneStill(app, args);
-             clip(app, args);
-             moment(app, args, " or auto, as the clip names it");
-             app.add_flag("--keep-brand", args.keepBrand, "Refuse a clip whose brand would have to change");
-             anyOutput(app, args);
-             run(app, args);
-         },
+         TAKING_CLIP,
          add,
          {"add still.jpg clip.mp4 -o photo.jpg", "add still.heic clip.mov --at 1.2s --in-place"}},
         {"replace",
          "Exchange the video of a motion photo",
-         [](App& app, Arguments& args) {
-             oneStill(app, args);
-             clip(app, args);
-             moment(app, args, " or auto, as the clip names it");
-             app.add_flag("--keep-brand", args.keepBrand, "Refuse a clip whose brand would have to change");
-             anyOutput(app, args);
-             run(app, args);
-         },
+         TAKING_CLIP,
          replace,
          {"replace photo.jpg other.mp4 -o new.jpg"}},
         {"remove",
          "Take the video out of motion photos",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             editing(app, args);
-         },
+         all(stills, EDITING),
          remove,
          {"remove photo.jpg -o still.jpg", "remove -r Camera/ -d Stills/ --skip-existing"}},
         {"still",
          "The still alone, as if it had never moved",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             editing(app, args);
-         },
+         all(stills, EDITING),
          still,
          {"still photo.jpg -o still.jpg", "still -r Camera/ -d Stills/"}},
         {"set",
          "Set the still's moment in the video",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             moment(app, args);
-             editing(app, args);
-         },
+         all(stills, moment(""), EDITING),
          set,
          {"set photo.jpg --at 0.8s --in-place"}},
         {"extract",
          "Copy the video of motion photos into files",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             selection(app, args);
-             newFile(app, args);
-             app.add_option("--name", args.nameTemplate, "Names below -d: {stem} of the photo, {ext} of the clip")
-                 ->capture_default_str();
-             run(app, args);
-         },
+         all(stills, MAKING, names("Names below -d: {stem} of the photo, {ext} of the clip"), run),
          extract,
          {"extract photo.jpg -o clip.mp4", "extract -r Camera/ -d Clips/", "extract photo.jpg -o - | ffprobe -"}},
         {"join",
          "Make motion photos of stills and clips that belong together, by content identifier or name",
-         [](App& app, Arguments& args) {
-             app.add_option("PATH", args.paths, "Stills and clips, with -r folders of them");
-             selection(app, args);
-             newFile(app, args);
-             run(app, args);
-         },
+         all(stillsAndClips, MAKING, run),
          join,
          {"join IMG_1.HEIC IMG_1.MOV -d Joined/", "join -r Export/ -d Joined/ --skip-existing"}},
         {"split",
          "Still and clip of motion photos as files of their own",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             selection(app, args);
-             newFile(app, args);
-             app.add_option("--name", args.nameTemplate, "Names of the clips: {stem} of the photo, {ext} of the clip")
-                 ->capture_default_str();
-             run(app, args);
-         },
+         all(stills, MAKING, names("Names of the clips: {stem} of the photo, {ext} of the clip"), run),
          split,
          {"split -r Camera/ -d Parts/"}},
         {"carry",
          "Give an edited still the motion of the photo it was made from",
-         [](App& app, Arguments& args) {
-             oneStill(app, args, "PHOTO");
-             app.add_option("--into", args.edited, "The edited still, of the same type")
-                 ->required()
-                 ->type_name("EDITED");
-             newFile(app, args);
-             run(app, args);
-         },
+         all(oneStill("PHOTO"),
+             option("--into", &Arguments::edited, "EDITED", "The edited still, of the same type", REQUIRED), newFile,
+             run),
          carry,
          {"carry photo.jpg --into edited.jpg -o moving.jpg"}},
     };
@@ -183,123 +172,97 @@ std::vector<Command> formatCommands() {
     return {
         {"check",
          "Say which rules photos keep and break (docs/rules.md); 0 sound, 1 no video, 3 damaged",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             selection(app, args);
-             app.add_flag("--json", args.json, "An object a line (docs/json.md)");
-             run(app, args);
-         },
+         all(stills, selection, jsonLines("An object a line (docs/json.md)"), run),
          check,
          {"check photo.jpg", "check -r Camera/ --json"}},
         {"convert",
          "Between the form with a trailer and the published form that ends with the video",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             app.add_option("--to", args.form, "trailer or published")->required()->type_name("FORM");
-             app.add_flag("--drop-records", args.dropRecords, "To published: drop the trailer's other records");
-             editing(app, args);
-         },
+         all(stills, option("--to", &Arguments::form, "FORM", "trailer or published", REQUIRED),
+             flag("--drop-records", &Arguments::dropRecords, "To published: drop the trailer's other records"),
+             EDITING),
          convert,
          {"convert photo.jpg --to published -o shared.jpg", "convert -r Camera/ --to trailer -d Converted/"}},
         {"repair",
          "Make what a photo says of its video agree with the video there is",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             app.add_flag("--drop-orphans", args.dropOrphans,
-                          "Take a movie out that nothing claims, instead of claiming it");
-             editing(app, args);
-         },
+         all(stills,
+             flag("--drop-orphans", &Arguments::dropOrphans,
+                  "Take a movie out that nothing claims, instead of claiming it"),
+             EDITING),
          repair,
          {"repair photo.jpg -o repaired.jpg", "repair -r Camera/ --in-place"}},
     };
 }
 
+auto const FORCE = flag("--force", &Arguments::force, "Replace an output that is there");
+
+/// The word that says which thing of a still is meant, in front of the stills.
+auto key(char const* name) {
+    return [=](App& app, Arguments& args) { app.add_option(name, args.key)->required(); };
+}
+
+void value(App& app, Arguments& args) {
+    app.add_option("VALUE", args.value)->required();
+}
+
 /// A command that prints, or with -o writes, one thing of each still.
-auto reading(char const* key) {
-    return [key](App& app, Arguments& args) {
-        if (key != nullptr)
-            app.add_option(key, args.key)->required();
-        stills(app, args);
-        selection(app, args);
-        app.add_option("-o,--output", args.out, "Into a file instead of standard output")->type_name("OUT");
-        app.add_flag("--force", args.force, "Replace an output that is there");
-        run(app, args);
-    };
-}
-
+auto const READING =
+    all(stills, selection, option("-o,--output", &Arguments::out, "OUT", "Into a file instead of standard output"),
+        FORCE, run);
 /// A command that changes one thing of each still.
-auto changing(char const* key, std::function<void(App&, Arguments&)> const& more = nullptr) {
-    return [key, more](App& app, Arguments& args) {
-        if (key != nullptr)
-            app.add_option(key, args.key)->required();
-        if (more)
-            more(app, args);
-        stills(app, args);
-        editing(app, args);
-    };
-}
-
-void dataOption(App& app, Arguments& args) {
-    app.add_option("--data", args.data, "File with the data; - is standard input")->type_name("FILE")->required();
-}
+auto const CHANGING = all(stills, EDITING);
+auto const DATA = option("--data", &Arguments::data, "FILE", "File with the data; - is standard input", REQUIRED);
 
 void recordData(App& app, Arguments& args) {
-    auto* const data =
-        app.add_option("--data", args.data, "File with the data; - is standard input")->type_name("FILE");
-    app.add_option("--text", args.value, "The data itself")->type_name("TEXT")->excludes(data);
+    option("--data", &Arguments::data, "FILE", "File with the data; - is standard input")(app, args);
+    app.add_option("--text", args.value, "The data itself")->type_name("TEXT")->excludes("--data");
     app.add_option("--type", args.type, "The record's type; of one that is there it is known")
         ->type_name("N")
         ->check(CLI::Range(1, 0xFFFF));
 }
 
 std::vector<Command> recordCommands() {
-    auto const value = [](App& app, Arguments& args) { app.add_option("VALUE", args.value)->required(); };
     return {
         {"trailer list",
          "The trailer's records: file, type, name, position, size",
-         reading(nullptr),
+         READING,
          trailerList,
          {"trailer list photo.jpg"}},
         {"trailer get",
          "The data of a record",
-         reading("RECORD"),
+         all(key("RECORD"), READING),
          trailerGet,
          {"trailer get MotionPhoto_Version photo.jpg"}},
         {"trailer put",
          "Add a record or replace its data",
-         changing("RECORD", recordData),
+         all(key("RECORD"), recordData, CHANGING),
          trailerPut,
          {"trailer put Note --type 4000 --text 'by the sea' photo.jpg --in-place"}},
         {"trailer remove",
          "Take a record out",
-         changing("RECORD"),
+         all(key("RECORD"), CHANGING),
          trailerRemove,
          {"trailer remove Note photo.jpg --in-place"}},
-        {"xmp get", "The value of a property", reading("PROPERTY"), xmpGet, {"xmp get xmp:Rating photo.jpg"}},
+        {"xmp get", "The value of a property", all(key("PROPERTY"), READING), xmpGet, {"xmp get xmp:Rating photo.jpg"}},
         {"xmp set",
          "Set a simple property",
-         changing("PROPERTY", value),
+         all(key("PROPERTY"), value, CHANGING),
          xmpSet,
          {"xmp set xmp:Rating 5 photo.jpg --in-place"}},
         {"xmp remove",
          "Take a property out",
-         changing("PROPERTY"),
+         all(key("PROPERTY"), CHANGING),
          xmpRemove,
          {"xmp remove xmp:Rating photo.jpg --in-place"}},
-        {"xmp dump", "The packet", reading(nullptr), xmpDump, {"xmp dump photo.jpg | xmllint --format -"}},
-        {"debug-info get",
-         "The camera's debug info",
-         reading(nullptr),
-         debugInfoGet,
-         {"debug-info get photo.jpg -o info.bin"}},
+        {"xmp dump", "The packet", READING, xmpDump, {"xmp dump photo.jpg | xmllint --format -"}},
+        {"debug-info get", "The camera's debug info", READING, debugInfoGet, {"debug-info get photo.jpg -o info.bin"}},
         {"debug-info put",
          "Add or replace the camera's debug info",
-         changing(nullptr, dataOption),
+         all(DATA, CHANGING),
          debugInfoPut,
          {"debug-info put photo.jpg --data info.bin --in-place"}},
         {"debug-info remove",
          "Take the camera's debug info out",
-         changing(nullptr),
+         CHANGING,
          debugInfoRemove,
          {"debug-info remove -r Camera/ --in-place"}},
     };
@@ -309,23 +272,14 @@ std::vector<Command> infoCommands() {
     return {
         {"info",
          "Say what files are and carry",
-         [](App& app, Arguments& args) {
-             stills(app, args);
-             selection(app, args);
-             app.add_flag("--json", args.json, "An object a line, failures included (docs/json.md)");
-             app.add_flag("--list", args.list, "A line a file");
-             run(app, args);
-         },
+         all(stills, selection, jsonLines("An object a line, failures included (docs/json.md)"),
+             flag("--list", &Arguments::list, "A line a file"), run),
          info,
          {"info photo.jpg", "info --json -r Camera/ | jq -r 'select(.motionPhoto) | .file'"}},
         {"map",
          "Draw a photo's bytes to scale",
-         [](App& app, Arguments& args) {
-             oneStill(app, args, "PHOTO");
-             app.add_option("--svg", args.svg, "As a drawing")->type_name("OUT");
-             app.add_option("--html", args.html, "As a page with still and video")->type_name("OUT");
-             app.add_flag("--force", args.force, "Replace an output that is there");
-         },
+         all(oneStill("PHOTO"), option("--svg", &Arguments::svg, "OUT", "As a drawing"),
+             option("--html", &Arguments::html, "OUT", "As a page with still and video"), FORCE),
          map,
          {"map photo.jpg", "map photo.jpg --html photo.html"}},
     };

@@ -3,7 +3,6 @@
 
 #include "CommandLine.h"
 #include "Failure.h"
-#include "Signals.h"
 
 #include <csignal>
 #include <cstdio>
@@ -30,7 +29,6 @@ int main(int argc, char** argv) {
     occupyStandardDescriptors();
     // A write past the file size limit fails like any other instead of ending the process.
     std::signal(SIGXFSZ, SIG_IGN);
-    takeChargeOfSignals();
     CommandLine line(argc > 1 ? argv[1] : nullptr);
     try {
         return line.run(argc, argv);

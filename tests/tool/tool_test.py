@@ -136,7 +136,8 @@ class ToolTest(unittest.TestCase):
         os.link(self.folder / "photo.jpg", self.folder / "twin.jpg")
         add = ["add", "still.jpg"]
         for code, reason, args in (
-            (2, "subcommand", []),
+            (2, "give a command", []),
+            (2, "'xmp gt', the nearest is 'xmp get'", ["xmp", "gt", "still.jpg"]),
             (2, "'inof', the nearest is 'info'", ["inof", "still.jpg"]),
             (2, "put -- in front", ["info", "-dash.jpg"]),
             (2, "VIDEO", [*add, "-o", "new.jpg"]),
