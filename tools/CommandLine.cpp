@@ -9,7 +9,6 @@
 #include "metadata_utils.h"
 
 #include <CLI/CLI.hpp>
-#include <android/log.h>
 
 #include <algorithm>
 #include <iostream>
@@ -160,7 +159,7 @@ int CommandLine::run(int argc, char** argv) {
     if (args.writes()) // nothing else leaves anything behind
         takeChargeOfSignals();
     if (!args.verbose)
-        __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+        mu_set_log(nullptr, nullptr);
     return static_cast<int>(guarded("", [&] { return chosen(args); }));
 }
 
