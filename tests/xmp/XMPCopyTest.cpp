@@ -70,13 +70,4 @@ TEST(XMPCopy, CopyToWritesNothingAndLeavesOutFieldsNobodyAskedFor) {
     EXPECT_EQ(to->getItemField("GainMap", "Length"), "5");
 }
 
-TEST(XMPCopy, OntoItselfChangesNothing) {
-    Photo const photo(sourcePacket());
-    auto const view = photo.view();
-    auto const before = textOf(*view);
-    view->copyTo(*view);
-    view->edit()->putAll(view, copy_options::none);
-    EXPECT_EQ(textOf(*view), before);
-}
-
 } // namespace
