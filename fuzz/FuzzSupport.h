@@ -72,6 +72,10 @@ void askEverything(MemoryFile const& file);
 enum class VideoEdit { Add, Remove };
 void editVideo(MemoryFile const& file, VideoEdit edit);
 
+/// Takes the video of a photo of any origin out, and carries it into a trailer and back; a refusal must have left the
+/// file alone, and no video is found where it was taken out.
+void editPublished(std::string const& photo);
+
 inline std::string_view text(uint8_t const* data, size_t size) {
     return {reinterpret_cast<char const*>(data), size};
 }

@@ -76,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     std::string const original = std::string(text(data, size - 1));
     size_t const amount = size_t{data[size - 1]} * 7;
     askEverything(MemoryFile(original));
+    editPublished(original);
     std::string const packet(amount, 'x');
     write(
         original,

@@ -2,6 +2,8 @@
 #include "FuzzSupport.h"
 #include "MotionPhotoEdit.h"
 #include "MotionVideo.h"
+#include "PhotoCheck.h"
+#include "PublishedPhoto.h"
 #include "io/HEIFMetaReader.h"
 #include "io/ImageMetaReader.h"
 
@@ -72,9 +74,27 @@ void askEverything(MemoryFile const& file) {
         auto const video = MotionVideo::locate(file.open());
         FUZZ_REQUIRE(!video.isSound() || uint64_t{video.position} + video.size <= size);
     });
+    refusal([&] {
+        auto const check = PhotoCheck::run(file.open());
+        FUZZ_REQUIRE(check.verdict != PhotoCheck::Verdict::SOUND || check.video.isSound());
+    });
     refusal([&] { XMPInfo::parse(file.open())->serializeToBuffer(); });
     refusal([&] { askTrailer(*QRTInfo::parse(file.open()), size); });
     refusal([&] { askPhoto(*MotionPhotoInfo::parse(file.open())); });
+}
+
+void editPublished(std::string const& photo) {
+    using File = std::shared_ptr<MediaFile>;
+    for (void (*const edit)(File const&) :
+         {+[](File const& file) { static_cast<void>(published::removeVideo(file)); },
+          +[](File const& file) { static_cast<void>(published::toTrailer(file)); },
+          +[](File const& file) { static_cast<void>(published::toPublished(file, true)); }}) {
+        MemoryFile const file(photo);
+        bool const isDone = goesThrough([&] { edit(file.open()); });
+        FUZZ_REQUIRE(isDone || file.bytes() == photo);
+        if (isDone)
+            refusal([&] { PhotoCheck::run(file.open()); });
+    }
 }
 
 } // namespace android::lumo::fuzz

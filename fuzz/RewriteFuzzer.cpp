@@ -149,6 +149,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         return 0;
     std::string const bytes(text(data, size - 2));
     askEverything(MemoryFile(bytes));
+    editPublished(bytes);
     askDemuxer(bytes);
     Still still(bytes);
     still.run(data[size - 1] % 8, data[size - 2]);

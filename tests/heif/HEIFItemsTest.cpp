@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "io/HEIFItems.h"
 #include "HeicParts.h"
-#include "io/HEIFCodecInfo.h"
 
 #include <gmock/gmock.h>
 
@@ -116,27 +115,6 @@ TEST(HEIFItems, DamageIsNamedAndWhatStoodBeforeItStays) {
         heif::Items items;
         EXPECT_THAT(parse(PITM + IINF + IREF + ILOC + child, items), HasSubstr(message));
         EXPECT_TRUE(items.findDescribing(items.mimeIds)) << message;
-    }
-}
-
-// HEVC parameter sets. ------------------------------------------------------------------------------------------------
-
-TEST(HEIFCodecInfo, UnitsAreTakenUpToTheFirstBadOne) {
-    std::string const vps = "\0\0\0\1\x40\1vps"s;
-    std::pair<std::string, char const*> const cases[] = {
-        {vps + "\0\0\0\1\x4E\1sei"s, "invalid nal unit type"},
-        {vps + "\0\0\0\1"s, "no remain data size"},
-        {vps + "\0\0\0\1"s + vps, "  0 nal data size"},
-        {repeated(vps, 17), "[metadata_utils/io/HEIFMetaWriter:56] "},
-    };
-    for (auto const& [bytes, message] : cases) {
-        HBOXM_INFO_HEVC info{};
-        std::span const units(reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size());
-        EXPECT_THAT(messageOf([&, all = units] { heif::addParameterSets(all, &info); }), testing::EndsWith(message));
-        ASSERT_GE(info.vps_count, 1U) << message;
-        EXPECT_EQ(std::string(reinterpret_cast<char*>(info.vps[0]), info.vps_size[0]), "\x40\1vps") << message;
-        heif::deallocCodecInfo(&info);
-        EXPECT_EQ(info.vps_count, 0U);
     }
 }
 

@@ -97,10 +97,8 @@ TEST(Extractor, NamesTracksAsThePlatformDoesAndRefusesDamage) {
         many += box("free", {});
     std::pair<Movie, std::string> const cases[] = {
         {picture("hev1", {}), "video/hevc@2000000"},
-        {picture("dvh9", {}), "video/x-unknown@2000000"},
         {picture("raw ", {}), "video/raw@2000000"},
         {picture("encv", box("sinf", box("frma", "vp09"))), "video/x-vnd.on2.vp9@2000000"},
-        {sound("raw ", {}), "audio/raw@2000000"},
         {sound("mp4a", mp3), "audio/mpeg@2000000"},
         {sound("mp4a", box("wave", mp3), 1, 16), "audio/mpeg@2000000"}, // QuickTime's forms
         {sound("mp4a", mp3, 2, 36), "audio/mpeg@2000000"},
@@ -112,8 +110,6 @@ TEST(Extractor, NamesTracksAsThePlatformDoesAndRefusesDamage) {
         {fragments, "video/avc@9000000"},
         {with(zeros(4)), "video/avc@2000000"}, // as QuickTime closes lists
         {with(many), kDamaged},
-        {with(big(9, 4) + "free"), kDamaged},
-        {with(big(1, 4) + "free" + big(UINT64_MAX, 8)), kDamaged},
         {with(box("trak", {})), kDamaged},
         {timed(fullBox("mdhd", 0, 0, zeros(8)), 0), kDamaged},
         {{.entry = {}}, kDamaged},
