@@ -3,6 +3,7 @@
 #include "CHandle.h"
 #include "CheckedFile.h"
 #include "MemoryFile.h"
+#include "MotionNames.h"
 #include "MotionPhotoEdit.h"
 #include "PublishedPhoto.h"
 
@@ -80,7 +81,7 @@ int mu_stage_moment(mu_photo* photo, int64_t moment_us) {
         require(moment_us >= 0, "a moment in front of the video");
         return inPlace([text = std::to_string(moment_us)](File const& file) {
             auto const edit = XMPInfo::parse(file)->edit();
-            edit->setProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs", text);
+            edit->setProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP, text);
             edit->commit();
         });
     });

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Staging: what the caller wants changed, kept in the sub-editors until commit.
 #include "MotionPhotoEditImpl.h"
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
+#include "MotionPhotoCommit.h"
 #include "MotionPhotoCopy.h"
 #include "MotionPhotoMediator.h"
 #include "MotionPhotoTarget.h"
 #include "VideoBox.h"
+#include "VideoFields.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -18,64 +19,54 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
-/// Records that go with the video.
-constexpr char const* VIDEO_RECORDS[] = {qrt::NAME_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_VERSION,
-                                         qrt::NAME_MOTION_PHOTO_INFO, qrt::NAME_MOTION_PHOTO_AUTO_PLAY,
-                                         qrt::NAME_LONG_EXPOSURE_INFO};
-
 } // namespace
 
-MotionPhotoEditImpl::MotionPhotoEditImpl(std::shared_ptr<MotionPhotoInfo> const& info)
-    : view(info), impl(std::dynamic_pointer_cast<MotionPhotoInfoImpl>(info)) {
-    if (impl == nullptr)
+MotionPhotoEditImpl::MotionPhotoEditImpl(std::shared_ptr<MotionPhotoInfo> const& info) : view(info) {
+    parts.view = std::dynamic_pointer_cast<MotionPhotoInfoImpl>(info);
+    if (parts.view == nullptr)
         throw ErrorAt()("a motion-photo editor needs the library's own view");
-    sourceFile = impl->getFile();
-    outputFile = sourceFile;
-    mediator = std::make_shared<Mediator>(*this);
-    extras.max_load_factor(1.0F);
+    parts.outputFile = parts.view->getFile();
+    mediator = std::make_shared<Mediator>(parts);
+    staged.extras.max_load_factor(1.0F);
     getQRTEdit();
     getXMPEdit();
+    inPlace = std::make_unique<MotionPhotoCommit>(parts, staged, *mediator);
 }
 
 MotionPhotoEditImpl::~MotionPhotoEditImpl() = default;
 
 MPQRTEdit& MotionPhotoEditImpl::getQRTEdit() {
-    if (qrtEdit == nullptr)
-        qrtEdit = std::make_unique<MPQRTEdit>(view->getQRTInfo()->edit(), [relay = mediator](MPQRTEdit* sender) {
+    if (parts.qrtEdit == nullptr)
+        parts.qrtEdit = std::make_unique<MPQRTEdit>(view->getQRTInfo()->edit(), [relay = mediator](MPQRTEdit* sender) {
             relay->notify(sender, Event::TRAILER_WRITTEN, sender->staging().getOutput());
         });
-    return *qrtEdit;
+    return *parts.qrtEdit;
 }
 
 MPXMPEdit& MotionPhotoEditImpl::getXMPEdit() {
-    if (xmpEdit == nullptr)
-        xmpEdit = std::make_unique<MPXMPEdit>(view->getXMPInfo()->edit(), [relay = mediator](MPXMPEdit* sender) {
+    if (parts.xmpEdit == nullptr)
+        parts.xmpEdit = std::make_unique<MPXMPEdit>(view->getXMPInfo()->edit(), [relay = mediator](MPXMPEdit* sender) {
             relay->notify(sender, Event::XMP_WRITTEN, sender->getOutput());
         });
-    return *xmpEdit;
+    return *parts.xmpEdit;
 }
 
 /// The file a caller names as the one being edited.
 bool MotionPhotoEditImpl::isSource(MediaFile const& file) const {
-    return MediaFile::isFdsDup(file.getFd(), sourceFile->getFd());
-}
-
-bool MotionPhotoEditImpl::belongsToVideo(StagedRecord const& record) {
-    return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
-           std::find(std::begin(VIDEO_RECORDS), std::end(VIDEO_RECORDS), record.name) != std::end(VIDEO_RECORDS);
+    return MediaFile::isFdsDup(file.getFd(), parts.view->getFile()->getFd());
 }
 
 /// What is staged counts: a video staged for removal is not there any more.
 bool MotionPhotoEditImpl::hasVideoAfterwards() const {
-    return stagedVideo || (!isMotionPhotoXMPRemoved && getVideoSize() > 0);
+    return staged.video || (!staged.isMotionPhotoXMPRemoved && getVideoSize() > 0);
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::setPhotoPresentationTimestampUs(long timestampUs) {
-    VideoFields fields(*xmpEdit);
+    VideoFields fields(*parts.xmpEdit);
     if (!fields.contains())
         fields.claim();
     fields.setTimestamp(timestampUs);
-    isTimestampSet = true;
+    staged.isTimestampSet = true;
     return *this;
 }
 
@@ -96,16 +87,16 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTData(int type, std::string const& ke
 
 /// A video goes where the still has its place for one.
 void MotionPhotoEditImpl::stageRecord(int type, std::string const& key, ByteSource const& data) {
-    if (type == qrt::TYPE_MOTION_PHOTO_DATA && isHEIC()) {
+    if (type == qrt::TYPE_MOTION_PHOTO_DATA && parts.isHEIC()) {
         stageVideo(VideoSource(data));
-        qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_VERSION, qrt::NAME_MOTION_PHOTO_VERSION,
-                         MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3));
+        parts.qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_VERSION, qrt::NAME_MOTION_PHOTO_VERSION,
+                               MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3));
     } else {
-        qrtEdit->staging().stage(type, key, data);
+        parts.qrtEdit->staging().stage(type, key, data);
         if (type == qrt::TYPE_MOTION_PHOTO_DATA)
             noteVideoEdit(VideoSource(data));
     }
-    qrtEdit->makeDirty();
+    parts.qrtEdit->makeDirty();
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const& info) {
@@ -116,17 +107,17 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const&
     for (auto const& record : records) {
         auto const pointed = pointedVideo(*other, record);
         bool const isVideo = record.type == qrt::TYPE_MOTION_PHOTO_DATA;
-        if (isVideo && isHEIC()) {
-            stageRecord(record.type, record.name, pointed ? *pointed : qrtEdit->staging().dataOf(*other, record));
+        if (isVideo && parts.isHEIC()) {
+            stageRecord(record.type, record.name, pointed ? *pointed : parts.qrtEdit->staging().dataOf(*other, record));
             continue;
         }
-        auto shown = qrtEdit->staging().append(*other, record, pointed);
+        auto shown = parts.qrtEdit->staging().append(*other, record, pointed);
         if (isVideo)
             noteVideoEdit(shown.dataFile != nullptr ? VideoSource(shown.dataFile, shown.dataPosition, shown.dataPayload)
                                                     : VideoSource(std::make_shared<ByteBuffer const>(shown.data)));
-        impl->getTrailer()->append(std::move(shown));
+        parts.view->getTrailer()->append(std::move(shown));
     }
-    qrtEdit->makeDirty();
+    parts.qrtEdit->makeDirty();
     return *this;
 }
 
@@ -135,7 +126,7 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const&
 std::optional<ByteSource> MotionPhotoEditImpl::pointedVideo(QRTInfoImpl const& trailer,
                                                             QRTDataInfo const& record) const {
     auto const& file = trailer.getFile();
-    bool const isStored = record.offsetFromTail > 0 && record.payload > 0;
+    bool const isStored = trailer::isStored(record);
     if (record.type != qrt::TYPE_MOTION_PHOTO_DATA || !isStored)
         return std::nullopt;
     auto const stored = trailer::storedData(record, trailer.getTailPosition());
@@ -151,9 +142,9 @@ std::optional<ByteSource> MotionPhotoEditImpl::pointedVideo(QRTInfoImpl const& t
 MotionPhotoEdit& MotionPhotoEditImpl::addXMPInfo(std::shared_ptr<XMPInfo> const& info) {
     if (info == nullptr)
         throw ErrorAt()("no XMP given");
-    info->copyTo(*xmpEdit);
-    takenTimestamp = VideoFields(*xmpEdit).timestamp();
-    xmpEdit->makeDirty();
+    info->copyTo(*parts.xmpEdit);
+    staged.takenTimestamp = VideoFields(*parts.xmpEdit).timestamp();
+    parts.xmpEdit->makeDirty();
     return *this;
 }
 
@@ -172,16 +163,16 @@ MotionPhotoEdit& MotionPhotoEditImpl::addAll(std::shared_ptr<MotionPhotoInfo> co
         if (isSource(*from.getFile()))
             video = VideoSource(std::make_shared<ByteBuffer const>(video.load()));
         else
-            video.requireReadable(*outputFile, "the video");
+            video.requireReadable(*parts.outputFile, "the video");
     }
-    MotionPhotoCopy copy(*source, *impl, *qrtEdit, *xmpEdit);
+    MotionPhotoCopy copy(*source, *parts.view, *parts.qrtEdit, *parts.xmpEdit);
     copy.records(options);
     copy.packet(options, videoComesAlong, getImageMimeType());
-    takenTimestamp = VideoFields(*xmpEdit).timestamp();
+    staged.takenTimestamp = VideoFields(*parts.xmpEdit).timestamp();
     if (videoComesAlong)
         stageVideo(video);
     else if (!hasVideoAfterwards())
-        isMotionPhotoXMPRemoved = true;
+        staged.isMotionPhotoXMPRemoved = true;
     return *this;
 }
 
@@ -204,38 +195,44 @@ void MotionPhotoEditImpl::stageVideo(VideoSource const& video) {
         throw ErrorAt()("the video is empty");
     if (video.getFile() != nullptr && isSource(*video.getFile()))
         throw ErrorAt()("the video is the still itself: %s", video.getFile()->toString().c_str());
-    qrtEdit->staging().removeWhere([](auto const& record) {
+    parts.qrtEdit->staging().removeWhere([](auto const& record) {
         return record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.name != qrt::NAME_MOTION_PHOTO_DATA;
     });
-    if (isHEIC()) { // until the box is written, the pointer to the old one keeps the record's place
-        bool const hasBox = impl->hasVideo() && video_box::totalSize(outputFile) > 0;
+    if (parts.isHEIC()) { // until the box is written, the pointer to the old one keeps the record's place
+        bool const hasBox = parts.view->hasVideo() && video_box::totalSize(parts.outputFile) > 0;
         VideoPointer const old{VideoPointer::TAG, hasBox ? static_cast<uint32_t>(getVideoPosition()) : 0,
                                hasBox ? static_cast<uint32_t>(getVideoSize()) : 0};
-        qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, old.encode());
+        parts.qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, old.encode());
     } else {
         if (video.size() <= MAX_POINTER_RECORD_SIZE)
             LOGW("a video of %zu bytes will be read as a pointer, %zu is the largest such record", size_t{video.size()},
                  size_t{MAX_POINTER_RECORD_SIZE});
-        qrtEdit->staging().stage(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, video);
+        parts.qrtEdit->staging().stage(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, video);
     }
     noteVideoEdit(video);
-    qrtEdit->makeDirty();
+    parts.qrtEdit->makeDirty();
 }
 
 /// What is staged last about the video wins. With one there will be its XMP, whatever was removed before.
 void MotionPhotoEditImpl::noteVideoEdit(std::optional<VideoSource> const& video) {
-    extras.clear();
-    stagedVideo = video;
-    isMotionPhotoXMPRemoved = !video;
-    isVideoReplaced = false;
-    qrtEdit->staging().cutWhenEmpty(!video);
-    if (isHEIC() && video)
-        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this, video](auto const& file) { addMPVDBox(file, *video); };
-    else if (isHEIC())
-        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& file) { removeMPVDBox(file); };
+    staged.extras.clear();
+    staged.video = video;
+    staged.isMotionPhotoXMPRemoved = !video;
+    staged.isVideoReplaced = false;
+    parts.qrtEdit->staging().cutWhenEmpty(!video);
+    if (parts.isHEIC() && video)
+        staged.extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this, video](auto const& file) {
+            inPlace->outsideVideo().addMPVDBox(file, *video);
+        };
+    else if (parts.isHEIC())
+        staged.extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& file) {
+            inPlace->outsideVideo().removeMPVDBox(file);
+        };
     else
-        extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& file) { removePointedVideo(file); };
-    videoEdit = std::make_shared<Extra const>(extras[ExtraType::MOTION_PHOTO_VIDEO_BOX]);
+        staged.extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& file) {
+            inPlace->outsideVideo().removePointedVideo(file);
+        };
+    videoEdit = std::make_shared<Extra const>(staged.extras[ExtraType::MOTION_PHOTO_VIDEO_BOX]);
 }
 
 MotionPhotoEdit& MotionPhotoEditImpl::addVideo(std::shared_ptr<MediaFile> const& video) {
@@ -256,8 +253,8 @@ MotionPhotoEdit& MotionPhotoEditImpl::replaceVideo(std::shared_ptr<MediaFile> co
         throw ErrorAt()("the video is the still itself: %s", video->toString().c_str());
     auto const bytes = std::make_shared<ByteBuffer const>(video->readAllBytes());
     stageVideo(VideoSource(bytes));
-    isVideoReplaced = true;
-    xmpEdit->replaceItemField(VideoFields::ITEM, "Length", std::to_string(bytes->size()));
+    staged.isVideoReplaced = true;
+    parts.xmpEdit->replaceItemField(VideoFields::ITEM, motion_names::LENGTH, std::to_string(bytes->size()));
     return *this;
 }
 
@@ -265,28 +262,81 @@ MotionPhotoEdit& MotionPhotoEditImpl::removeVideo(std::shared_ptr<MediaFile> con
     bool const isEdited = file == nullptr || isSource(*file) || (otherFile != nullptr && otherFile->isFile(*file));
     if (!isEdited)
         throw ErrorAt()("not the file being edited: %s", file->toString().c_str());
-    qrtEdit->staging().removeWhere(belongsToVideo);
-    qrtEdit->makeDirty();
-    VideoFields(*xmpEdit).clear();
+    parts.qrtEdit->staging().removeWhere(belongsToVideo);
+    parts.qrtEdit->makeDirty();
+    VideoFields(*parts.xmpEdit).clear();
     noteVideoEdit(std::nullopt);
     return *this;
+}
+
+// Commit. ----------
+
+void MotionPhotoEditImpl::commit(std::shared_ptr<MediaFile> const& file) {
+    if (file == nullptr)
+        throw ErrorAt()("no target given");
+    if (isSource(*file)) {
+        parts.outputFile = file;
+        otherFile = nullptr;
+        return commit();
+    }
+    auto known = std::find_if(targets.begin(), targets.end(), [&](auto const& each) { return each->isFile(*file); });
+    if (known == targets.end()) {
+        if (file->size() > 0)
+            throw ErrorAt()("the target is not empty, and not one this editor wrote: %s", file->toString().c_str());
+        known = targets.insert(known, std::make_shared<MotionPhotoTarget>(file));
+    }
+    otherFile = *known;
+    commit();
+}
+
+void MotionPhotoEditImpl::commit() {
+    if (otherFile == nullptr)
+        return commitInPlace();
+    LOGI("commit: %p", static_cast<void*>(this));
+    otherFile->commit(*this, outputSource);
+    staged.isXMPSetAside = isXMPStaged();
+    staged.isTrailerSetAside = staged.isTrailerSetAside || parts.qrtEdit->isDirty();
+    parts.xmpEdit->setAside();
+    parts.qrtEdit->cleanDirty();
+}
+
+void MotionPhotoEditImpl::commitInPlace() {
+    LOGI("commit: %p", static_cast<void*>(this));
+    if (outputSource != nullptr)
+        throw ErrorAt()("a prepared still needs another file to be written to, not the source");
+    if (staged.isXMPSetAside)
+        parts.xmpEdit->makeDirty();
+    if (staged.isTrailerSetAside || staged.video)
+        parts.qrtEdit->makeDirty();
+    inPlace->write();
+    staged.spend();
+    videoEdit.reset();
+    targets.clear();
+}
+
+void MotionPhotoEditImpl::requireCommittable(MediaFile const& output) {
+    inPlace->requireCommittable(output);
+}
+
+PacketAhead MotionPhotoEditImpl::packetAhead() {
+    return inPlace->packetAhead();
 }
 
 // For the editor of another file. -------------------------------------------------------------------------------------
 
 void MotionPhotoEditImpl::adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo,
                                 std::function<uint32_t(uint32_t)> const& recordPlace) {
-    bool const isStaged = other.qrtEdit->isDirty() || other.isTrailerSetAside;
-    if (qrtEdit->staging().adopt(other.qrtEdit->staging(), recordPlace) || (isFirst && isStaged))
-        qrtEdit->makeDirty();
+    bool const isStaged = other.parts.qrtEdit->isDirty() || other.staged.isTrailerSetAside;
+    if (parts.qrtEdit->staging().adopt(other.parts.qrtEdit->staging(), recordPlace) || (isFirst && isStaged))
+        parts.qrtEdit->makeDirty();
     if (isNewVideo && other.videoEdit != nullptr) {
-        noteVideoEdit(other.stagedVideo);
-        isVideoReplaced = other.isVideoReplaced;
+        noteVideoEdit(other.staged.video);
+        staged.isVideoReplaced = other.staged.isVideoReplaced;
     }
-    isMotionPhotoXMPRemoved = other.isMotionPhotoXMPRemoved;
-    isImageDataXMPRemoved = other.isImageDataXMPRemoved;
-    isTimestampSet = other.isTimestampSet;
-    takenTimestamp = other.takenTimestamp;
+    staged.isMotionPhotoXMPRemoved = other.staged.isMotionPhotoXMPRemoved;
+    staged.isImageDataXMPRemoved = other.staged.isImageDataXMPRemoved;
+    staged.isTimestampSet = other.staged.isTimestampSet;
+    staged.takenTimestamp = other.staged.takenTimestamp;
 }
 
 } // namespace android::lumo

@@ -1,38 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "MPQRTEdit.h"
-#include "MPXMPEdit.h"
 #include "MotionPhotoEdit.h"
-#include "MotionPhotoInfoImpl.h"
+#include "MotionPhotoParts.h"
 #include "SplicedCopy.h"
-#include "VideoFields.h"
-#include "VideoSource.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
 namespace android::lumo {
 
+class MotionPhotoCommit;
 class MotionPhotoTarget;
+struct PacketAhead;
 
 /// The motion-photo editor.
 ///
-/// What a commit upholds:
-///  1. Everything foreseeable is refused before the first byte moves: a file that has changed since it was read, an
-///  input that cannot be written, a disk without room, a result past 4 GiB.
-///  2. The order is XMP, video box, trailer, XMP fix-up: what stands in front moves what stands behind, never the
-///  reverse.
-///  3. The XMP committed first already holds the fix-up's values, so the fix-up changes no sizes behind the video.
-///  4. What was staged stays staged until a commit into the editor's own file has returned: one that throws leaves
-///  packet and records as they were, and the next one starts over. A commit into another file edits a copy through an
-///  editor of its own; see MotionPhotoTarget.
 class MotionPhotoEditImpl : public MotionPhotoEdit {
 public:
-    enum class ExtraType : int32_t { MOTION_PHOTO_VIDEO_BOX = 0 };
+    using ExtraType = StagedMotion::ExtraType;
     /// What the sub-editors and container steps tell the mediator.
     enum class Event : int32_t {
         TRAILER_WRITTEN = 0,
@@ -41,7 +29,7 @@ public:
         CONTAINER_RESTRUCTURED = 3,
     };
     class Mediator;
-    using Extra = std::function<void(std::shared_ptr<MediaFile> const&)>;
+    using Extra = StagedMotion::Extra;
 
     explicit MotionPhotoEditImpl(std::shared_ptr<MotionPhotoInfo> const& info);
     ~MotionPhotoEditImpl() override;
@@ -98,7 +86,7 @@ public:
     void commit() override;
     void commit(std::shared_ptr<MediaFile> const& target) override;
 
-    std::shared_ptr<MotionPhotoInfoImpl> const& getView() const { return impl; }
+    std::shared_ptr<MotionPhotoInfoImpl> const& getView() const { return parts.view; }
 
     // For a commit into another file. ---------------------------------------------------------------------------------
 
@@ -108,13 +96,7 @@ public:
     /// Bytes that hold a video no trailer and no box knows: they do not come along into another file.
     void leaveOut(Stretch const& video) { leftOut = video; }
     Stretch const& getLeftOut() const { return leftOut; }
-    /// The packet as a commit in place would write it first. None: it would write none, or what it would write only its
-    /// steps can tell. What is staged stays as it is.
-    struct PacketAhead {
-        std::shared_ptr<XMPPacket> packet;
-        std::vector<uint8_t> bytes;
-        bool isChanged = false;
-    };
+    /// What a commit in place would write first; what is staged stays as it is.
     PacketAhead packetAhead();
     /// Throws what a commit into `output` would refuse of what is staged.
     void requireCommittable(MediaFile const& output);
@@ -124,76 +106,26 @@ public:
     void adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo,
                std::function<uint32_t(uint32_t)> const& recordPlace);
     /// Whether the packet has changes that the photo's own file has not got yet.
-    bool isXMPStaged() const { return xmpEdit->isDirty() || isXMPSetAside; }
+    bool isXMPStaged() const { return parts.xmpEdit->isDirty() || staged.isXMPSetAside; }
 
 private:
-    /// What the fix-up will find once the trailer is written.
-    struct ExpectedVideo {
-        uint32_t length = 0;                                ///< from the video's first byte to the file's end
-        uint32_t padding = 0;                               ///< from the image's end to the video's first byte
-        std::function<std::optional<int64_t>()> durationUs; ///< asked only when there is no timestamp
-    };
-    class PacketKeeper;
-
-    // Staging.
     void stageRecord(int type, std::string const& key, ByteSource const& data);
     void stageVideo(VideoSource const& video);
     void noteVideoEdit(std::optional<VideoSource> const& video);
     std::optional<ByteSource> pointedVideo(QRTInfoImpl const& trailer, QRTDataInfo const& record) const;
-    static bool belongsToVideo(StagedRecord const& record);
-    bool isHEIC() const { return getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC; }
     void requireStillWithVideo() const;
     bool isSource(MediaFile const& file) const;
     bool hasVideoAfterwards() const;
 
-    // The steps of a commit.
     void commitInPlace();
-    void writeInPlace();
-    void noteGrowth() noexcept;
-    void prepareCommit();
-    void requireTimestamp() const;
-    uint32_t expectedFileSize();
-    bool isVideoRemovalWithoutXMP();
-    void restoreTrailer();
-    void requireRoomForFields() const;
-    void prepareImageType();
-    void prepareXMP();
-    void stageExpectedFields();
-    void stagePublishedFields();
-    std::optional<ExpectedVideo> expectedVideo();
-    void completeCommit(size_t orgFileSize);
-    void finish();
 
-    // The video that stands outside the trailer.
-    void addMPVDBox(std::shared_ptr<MediaFile> const& target, VideoSource const& video);
-    void removeMPVDBox(std::shared_ptr<MediaFile> const& target);
-    void removePointedVideo(std::shared_ptr<MediaFile> const& target);
-    bool hasPointedVideo() const;
-    void requirePointedVideoLast() const;
-    void replaceMPDataByMPVDBox(uint32_t position, uint32_t length);
-    void promoteVersionRecord();
-
-    std::shared_ptr<MediaFile> sourceFile;
-    std::shared_ptr<MediaFile> outputFile; ///< the same file, perhaps through another descriptor
     std::shared_ptr<MotionPhotoInfo> view;
-    std::shared_ptr<MotionPhotoInfoImpl> impl; ///< the same view
-    std::unique_ptr<MPQRTEdit> qrtEdit;
-    std::unique_ptr<MPXMPEdit> xmpEdit;
+    MotionPhotoParts parts; ///< of the same view
     std::shared_ptr<Mediator> mediator;
-    bool isMotionPhotoXMPRemoved = false;
-    bool isImageDataXMPRemoved = false;
-    bool isVideoReplaced = false;
-    bool isTimestampSet = false;
-    bool isMomentTaken = false; ///< by this commit, from the video's length
-    std::string takenTimestamp; ///< from another photo
-    bool isXMPSetAside = false; ///< written into targets only
-    bool isTrailerSetAside = false;
-    bool isTrailerFound = false; ///< one that boxes hid, whose records are not staged yet
-    uint32_t sizeWithGrowth = 0; ///< of the file that a failed commit has left longer than anything in it; else 0
-    std::optional<VideoSource> stagedVideo;
+    StagedMotion staged;
+    std::unique_ptr<MotionPhotoCommit> inPlace;
     VideoEdit videoEdit;
     Stretch leftOut;
-    std::unordered_map<ExtraType, Extra> extras;
     std::vector<std::shared_ptr<MotionPhotoTarget>> targets;
     std::shared_ptr<MotionPhotoTarget> otherFile; ///< the one that commits go to; null: the source
 };

@@ -4,7 +4,9 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
+#include "MotionNames.h"
 #include "MotionPhotoEditImpl.h"
+#include "VideoBox.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -17,7 +19,6 @@ namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoInfo";
 constexpr uint32_t TAG_SIZE = 4;
-constexpr uint32_t MPVD_HEADER_SIZE = 8;
 
 using Format = MediaDefs::MotionPhotoFormat;
 
@@ -119,7 +120,7 @@ MediaDefs::MotionPhotoFormat MotionPhotoInfoImpl::getQRTMotionPhotoVersion() con
 
 int32_t MotionPhotoInfoImpl::getXMPMotionPhotoVersion() const {
     try {
-        return std::stoi(xmpInfo->getProperty(xmp_ns::CAMERA, "MotionPhotoVersion"));
+        return std::stoi(xmpInfo->getProperty(xmp_ns::CAMERA, motion_names::VERSION));
     } catch (std::exception const& e) {
         LOGI("fail to get MotionPhotoFormat from xmp: %s", e.what());
         return 0;
@@ -128,7 +129,7 @@ int32_t MotionPhotoInfoImpl::getXMPMotionPhotoVersion() const {
 
 long MotionPhotoInfoImpl::getCaptureTimestampUs() const {
     try {
-        return std::stol(xmpInfo->getProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs"));
+        return std::stol(xmpInfo->getProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP));
     } catch (std::exception const& e) {
         LOGI("fail to get presentation timestamp us: %s", e.what());
         return 0;
@@ -200,7 +201,7 @@ std::string MotionPhotoInfoImpl::getExtraInfo() const {
 size_t MotionPhotoInfoImpl::getImageVideoPadding() const {
     switch (getImageMimeType()) {
     case MediaDefs::MimeType::IMAGE_HEIC:
-        return MPVD_HEADER_SIZE;
+        return video_box::HEADER_SIZE;
     case MediaDefs::MimeType::IMAGE_JPEG:
         return static_cast<uint32_t>(getVideoPosition() - getImageSize());
     default:

@@ -31,17 +31,17 @@ void MPXMPEdit::followEnd(int64_t growth) {
     makeDirty();
 }
 
-MotionPhotoEditImpl::Mediator::Mediator(MotionPhotoEditImpl& owner) : editor(owner) {
+MotionPhotoEditImpl::Mediator::Mediator(MotionPhotoParts& photo) : parts(photo) {
     lastBehind = behindImage();
 }
 
 uint32_t MotionPhotoEditImpl::Mediator::behindImage() const {
-    auto const& trailer = *editor.impl->getTrailer();
+    auto const& trailer = *parts.view->getTrailer();
     return trailer.getTrailerSize() > 0 ? trailer.getTrailerSize() + trailer.boxHeaderSize() : 0;
 }
 
 bool MotionPhotoEditImpl::Mediator::isOutput(MediaFile const& file) const {
-    return MediaFile::isFdsDup(file.getFd(), editor.outputFile->getFd());
+    return MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
 }
 
 void MotionPhotoEditImpl::Mediator::notify(void const* sender, Event event, std::shared_ptr<MediaFile> const& file) {
@@ -53,10 +53,10 @@ void MotionPhotoEditImpl::Mediator::notify(void const* sender, Event event, std:
     case Event::XMP_WRITTEN:
         return isOutput(*file) ? onXMPWritten(size) : void();
     case Event::BEFORE_VIDEO_BOX: // what has to make way is moved inside the file; nothing is taken into memory
-        static_cast<void>(editor.qrtEdit->staging().plan());
+        static_cast<void>(parts.qrtEdit->staging().plan());
         return;
     case Event::CONTAINER_RESTRUCTURED:
-        editor.impl->getTrailer()->load();
+        parts.view->getTrailer()->load();
         return;
     }
 }
@@ -70,8 +70,8 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
         copy->mediator->lastBehind = lastBehind;
         return copy->mediator->onTrailerWritten(file, size);
     }
-    size_t const position = editor.getVideoPosition();
-    auto const length = VideoFields::lengthOf(*editor.xmpEdit);
+    size_t const position = parts.view->getVideoPosition();
+    auto const length = VideoFields::lengthOf(*parts.xmpEdit);
     bool const isOwn = position > 0 && position <= size;
     bool const isStale = length && *length != size - position;
     bool const isNews = size != lastSize;
@@ -81,11 +81,11 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
     lastBehind = behindImage();
     try {
         if (isOwn && (isNews || isStale)) {
-            editor.xmpEdit->updateMotionPhotoInfo(file, size, position);
-        } else if (!isOwn && growth != 0 && !VideoFields::finds(*file, *editor.xmpEdit) &&
-                   VideoFields::finds(*file, *editor.xmpEdit, growth)) { // a video that XMP alone tells of
-            editor.xmpEdit->followEnd(growth);
-            editor.xmpEdit->commit(file);
+            parts.xmpEdit->updateMotionPhotoInfo(file, size, position);
+        } else if (!isOwn && growth != 0 && !VideoFields::finds(*file, *parts.xmpEdit) &&
+                   VideoFields::finds(*file, *parts.xmpEdit, growth)) { // a video that XMP alone tells of
+            parts.xmpEdit->followEnd(growth);
+            parts.xmpEdit->commit(file);
         }
     } catch (...) {
         std::tie(lastSize, lastBehind) = before; // the next commit is news again
@@ -97,7 +97,7 @@ void MotionPhotoEditImpl::Mediator::onXMPWritten(size_t size) {
     if (size == lastSize)
         return;
     lastSize = size;
-    editor.impl->getTrailer()->adjustPosition(static_cast<uint32_t>(size));
+    parts.view->getTrailer()->adjustPosition(static_cast<uint32_t>(size));
 }
 
 } // namespace android::lumo

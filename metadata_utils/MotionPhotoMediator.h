@@ -9,7 +9,7 @@ namespace android::lumo {
 /// date.
 class MotionPhotoEditImpl::Mediator {
 public:
-    explicit Mediator(MotionPhotoEditImpl& owner);
+    explicit Mediator(MotionPhotoParts& photo);
 
     /// `file` is the one the sender has changed, or is about to change: the editor's output or another.
     void notify(void const* sender, Event event, std::shared_ptr<MediaFile> const& file);
@@ -24,7 +24,7 @@ private:
 
     size_t lastSize = 0;     ///< the output's size when it last acted
     uint32_t lastBehind = 0; ///< bytes of the trailer then
-    MotionPhotoEditImpl& editor;
+    MotionPhotoParts& parts;
 };
 
 } // namespace android::lumo

@@ -5,6 +5,7 @@
 #include "ErrorAt.h"
 #include "PacketMerge.h"
 #include "PhotoCopy.h"
+#include "VideoFields.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
@@ -80,7 +81,7 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
     auto const& packet = owner.getView()->getPacket();
     auto& xmpEdit = editor->getXMPEdit();
     if (isFirst && still == nullptr) {
-        auto const ahead = copy != nullptr ? copy->packetAhead() : MotionPhotoEditImpl::PacketAhead();
+        auto const ahead = copy != nullptr ? copy->packetAhead() : PacketAhead();
         editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
         if (owner.isXMPStaged() || ahead.isChanged)
             xmpEdit.makeDirty();

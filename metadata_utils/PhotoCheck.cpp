@@ -95,11 +95,10 @@ void Checker::checkTrailer() {
     if (!layout.trailerFault.empty())
         add("trailer-whole", layout.fileSize, "records and directory that fit the file", layout.trailerFault);
     if (layout.isHEIC && !layout.topLevel.damage && HEIFMetaWriter::isTrailerHidden(*layout.file))
-        add("trailer-last", layout.topLevel.find(boxType(trailer::BOX_TYPE))->position, "the trailer's box last",
-            "boxes behind it");
+        add("trailer-last", layout.topLevel.find(TRAILER_BOX)->position, "the trailer's box last", "boxes behind it");
     if (layout.tail && layout.isHEIC && !layout.topLevel.boxes.empty()) {
         auto const& last = layout.topLevel.boxes.back();
-        if (last.type != boxType(trailer::BOX_TYPE))
+        if (last.type != TRAILER_BOX)
             add("trailer-box", layout.tail->position, "a box 'qrtd' around the trailer",
                 "box '" + boxTypeText(last.type) + "'");
     }

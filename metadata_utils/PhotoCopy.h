@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "MotionPhotoCommit.h"
 #include "MotionPhotoEditImpl.h"
 #include "SplicedCopy.h"
 #include "TrailerPlan.h"
@@ -27,7 +28,7 @@ public:
     void writeTo(std::shared_ptr<MediaFile> const& target);
 
     /// Without a packet it is for the editor of the copy to work out.
-    MotionPhotoEditImpl::PacketAhead const& packetAhead() const { return ahead; }
+    PacketAhead const& packetAhead() const { return ahead; }
     /// Bytes from the trailer's first byte to a record that stands so many behind the photo's.
     uint32_t recordPlace(uint32_t inPhoto) const;
 
@@ -42,7 +43,7 @@ private:
     uint32_t trailerStart = 0; ///< of the photo's first record
     Stretch leftOut;           ///< what the owner was told to
     SplicedCopy copy;
-    MotionPhotoEditImpl::PacketAhead ahead;
+    PacketAhead ahead;
 };
 
 } // namespace android::lumo

@@ -131,7 +131,7 @@ void Mender::setXMP() {
     bool const hasMoment = check.has("moment-number");
     published::writeXMP(file, [&](auto const& view) {
         if (hasMoment)
-            XMPEditImpl(view).removeProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs");
+            XMPEditImpl(view).removeProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP);
         published::setFields(view, file->mimeType(), fields);
     });
     done.push_back("XMP set to the " + std::string(MotionVideo::nameOf(check.video.source)) +

@@ -268,7 +268,7 @@ Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional
     back.length = note && endsWithFiller(*layout.file, video, note->length) ? note->length : video.size;
     if (layout.isHEIC) {
         auto const& last = layout.topLevel.boxes.back();
-        if (last.type != boxType(trailer::BOX_TYPE) || end > last.position)
+        if (last.type != TRAILER_BOX || end > last.position)
             throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)("the trailer stands in no box of its own");
         back.start = video.position;
         back.behind = last.position - end;

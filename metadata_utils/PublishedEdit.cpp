@@ -17,8 +17,8 @@ namespace android::lumo::published {
 namespace {
 
 constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
-constexpr char PRIMARY[] = "Primary";
-constexpr char MOTION_PHOTO[] = "MotionPhoto";
+using motion_names::MOTION_PHOTO;
+using motion_names::PRIMARY;
 
 /// The entry that stays, or a new one at the directory's end.
 void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still, std::string const& mime) {
@@ -137,10 +137,10 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
     requireEntries(*view, edit, still, fields.mime);
     claims::removeOlder(packet);
     edit.setProperty(xmp_ns::CAMERA, MOTION_PHOTO, "1");
-    edit.setProperty(xmp_ns::CAMERA, "MotionPhotoVersion", "1");
+    edit.setProperty(xmp_ns::CAMERA, motion_names::VERSION, "1");
     auto const& moment = before.timestamp.empty() ? before.microVideoTimestamp : before.timestamp;
     if (!moment.empty())
-        edit.setProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs", moment);
+        edit.setProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP, moment);
 
     auto const now = claims::read(packet);
     auto const* video = now.video();
@@ -149,15 +149,15 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
         throw ErrorAt().as(Error::Code::XMP)("the directory takes no item %s", MOTION_PHOTO);
     if (video->semantic != MOTION_PHOTO)
         claims::setField(packet, *video, "Semantic", MOTION_PHOTO);
-    claims::setField(packet, *video, "Length", std::to_string(fields.length));
-    claims::setField(packet, *video, "Padding", std::to_string(fields.itemPadding));
+    claims::setField(packet, *video, motion_names::LENGTH, std::to_string(fields.length));
+    claims::setField(packet, *video, motion_names::PADDING, std::to_string(fields.itemPadding));
     if (fields.primaryPadding)
-        claims::setField(packet, *primary, "Padding", std::to_string(*fields.primaryPadding));
+        claims::setField(packet, *primary, motion_names::PADDING, std::to_string(*fields.primaryPadding));
     for (auto const& item : now.items) {
         if (fields.addedInFront == 0 || item.place + 1 != video->place || item.isPrimary())
             continue;
         auto const padding = std::max<int64_t>(0, static_cast<int64_t>(item.padding) + fields.addedInFront);
-        claims::setField(packet, item, "Padding", padding == 0 ? "" : std::to_string(padding));
+        claims::setField(packet, item, motion_names::PADDING, padding == 0 ? "" : std::to_string(padding));
     }
     view->reindex();
 }

@@ -100,7 +100,7 @@ PacketChange dropClaimsOf(PhotoLayout const& layout, Cut const& cut) {
         claims::remove(*view->getMeta());
         auto const left = claims::read(*view->getMeta());
         if (dropsPadding && left.primary() != nullptr && !left.primary()->paddingText.empty())
-            claims::setField(*view->getMeta(), *left.primary(), "Padding", "0");
+            claims::setField(*view->getMeta(), *left.primary(), motion_names::PADDING, "0");
         view->reindex();
     };
 }
@@ -137,7 +137,8 @@ void dropClaims(MotionPhotoEdit& edit) {
     claims::nestTypedNodes(*view->getMeta());
     claims::remove(*view->getMeta());
     view->reindex();
-    edit.getXMPEdit().removeProperty(xmp_ns::CAMERA, "MotionPhoto"); // so that the editor knows of the change
+    edit.getXMPEdit().removeProperty(xmp_ns::CAMERA,
+                                     motion_names::MOTION_PHOTO); // so that the editor knows of the change
 }
 
 /// What an output held goes; the editor itself takes only an empty one.
@@ -248,9 +249,9 @@ void setMoment(std::shared_ptr<MediaFile> const& photo, int64_t momentUs, std::s
             setFields(view, file->mimeType(), fields);
         XMPEditImpl edit(view);
         if (layout.claims.motionPhoto == "1" || !isClaimed)
-            edit.setProperty(xmp_ns::CAMERA, "MotionPhotoPresentationTimestampUs", std::to_string(momentUs));
+            edit.setProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP, std::to_string(momentUs));
         if (layout.claims.microVideo == "1")
-            edit.setProperty(xmp_ns::CAMERA, "MicroVideoPresentationTimestampUs", std::to_string(momentUs));
+            edit.setProperty(xmp_ns::CAMERA, motion_names::MICRO_VIDEO_TIMESTAMP, std::to_string(momentUs));
     });
 }
 

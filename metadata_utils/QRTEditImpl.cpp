@@ -44,7 +44,7 @@ void QRTEditImpl::takeViewsRecords() {
 /// A record of a view. One that stands in this editor's file stays there; data of another file that is large is left
 /// there until it is written.
 StagedRecord QRTEditImpl::stagedForm(QRTInfoImpl const& view, QRTDataInfo const& record) {
-    bool const isStored = record.offsetFromTail > 0 && record.payload > 0;
+    bool const isStored = trailer::isStored(record);
     if (isStored && &view == info.get()) {
         auto staged = StagedRecord::inFile(record);
         source.places()[staged.identity] = info->getStored()->recordsSize() - record.offsetFromTail;

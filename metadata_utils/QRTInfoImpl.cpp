@@ -232,7 +232,7 @@ void QRTInfoImpl::adjustPosition(uint32_t fileSize) {
         if (record.dataFile != nullptr)
             continue; // stands in another file
         record.dataPosition += delta;
-        bool const isStored = record.offsetFromTail > 0 && record.payload > 0;
+        bool const isStored = trailer::isStored(record);
         uint32_t const size = isStored ? trailer::storedData(record, 0).size : 0;
         if (VideoPointer::mayStandIn(record.type, size) && record.data.size() == size)
             record.data.clear();

@@ -280,8 +280,9 @@ bool isStill(ReadWindow& window, Tail const& tail, DirectoryEntry const& entry, 
 void requireOwnBox(MediaFile const& file, uint32_t start) {
     uint32_t const position = start - std::min(start, BOX_HEADER_SIZE);
     auto const header = checked::readAt(file, position, BOX_HEADER_SIZE);
-    if (!holds(header, MAGIC_SIZE, BOX_TYPE))
-        throw ErrorAt().as(Error::Code::DAMAGED)("no box of type %s in front of the trailer", BOX_TYPE);
+    if (!holds(header, MAGIC_SIZE, boxTypeText(TRAILER_BOX)))
+        throw ErrorAt().as(Error::Code::DAMAGED)("no box of type %s in front of the trailer",
+                                                 boxTypeText(TRAILER_BOX).c_str());
     auto const boxes = heif::scanWhole(file).boxes;
     if (boxes.empty() || boxes.back().position != position)
         throw ErrorAt().as(Error::Code::DAMAGED)("the trailer stands inside another box");
@@ -318,7 +319,7 @@ std::string serializeBoxHeader(uint32_t recordsAndTail) {
     std::string header;
     for (int shift = 24; shift >= 0; shift -= 8)
         header += static_cast<char>(size >> shift & 0xFF);
-    return header + BOX_TYPE;
+    return header + boxTypeText(TRAILER_BOX);
 }
 
 } // namespace android::lumo::trailer

@@ -28,7 +28,6 @@ namespace android::lumo::trailer {
 
 inline constexpr char START_MAGIC[] = "QRTH";
 inline constexpr char END_MAGIC[] = "QRTT";
-inline constexpr char BOX_TYPE[] = "qrtd";
 inline constexpr uint32_t MAGIC_SIZE = 4;
 inline constexpr uint32_t BOX_HEADER_SIZE = 8;
 inline constexpr uint32_t DIRECTORY_ENTRY_SIZE = 12;
@@ -78,6 +77,11 @@ QRTDataInfo readRecord(MediaFile const& file, Tail const& tail, DirectoryEntry c
 QRTDataInfo readRecord(ReadWindow& window, Tail const& tail, DirectoryEntry const& entry);
 /// All of them, in directory order.
 std::vector<QRTDataInfo> readRecords(MediaFile const& file, Tail const& tail);
+
+/// Whether the record stands in a trailer, and is not one that was only staged.
+inline bool isStored(QRTDataInfo const& record) {
+    return record.offsetFromTail > 0 && record.payload > 0;
+}
 
 /// A part of a record in the file.
 struct Range {

@@ -11,8 +11,7 @@ namespace android::lumo::claims {
 
 namespace {
 
-constexpr char MOTION_PHOTO[] = "MotionPhoto";
-constexpr char MICRO_VIDEO[] = "MicroVideo";
+namespace names = motion_names;
 
 struct Generation {
     char const* containerNS;
@@ -23,10 +22,6 @@ constexpr Generation GENERATIONS[] = {
     {xmp_ns::CONTAINER, xmp_ns::ITEM},
     {"http://ns.google.com/photos/dd/1.0/container/", "http://ns.google.com/photos/dd/1.0/item/"},
 };
-
-constexpr char const* PROPERTIES[] = {
-    "MotionPhoto",       "MotionPhotoVersion", "MotionPhotoPresentationTimestampUs", "MicroVideo",
-    "MicroVideoVersion", "MicroVideoOffset",   "MicroVideoPresentationTimestampUs"};
 
 /// The prefix ("Item:") a namespace has in this process; empty for one that no packet has used yet.
 std::string prefixOf(char const* uri) {
@@ -70,8 +65,8 @@ Item itemAt(XMPPacket const& packet, Generation const& generation, std::string c
     }
     item.semantic = fieldOf(packet, item, fieldPrefix, "Semantic");
     item.mime = fieldOf(packet, item, fieldPrefix, "Mime");
-    item.lengthText = fieldOf(packet, item, fieldPrefix, "Length");
-    item.paddingText = fieldOf(packet, item, fieldPrefix, "Padding");
+    item.lengthText = fieldOf(packet, item, fieldPrefix, names::LENGTH);
+    item.paddingText = fieldOf(packet, item, fieldPrefix, names::PADDING);
     item.length = parseNumber(item.lengthText).value_or(0);
     item.padding = parseNumber(item.paddingText).value_or(0);
     return item;
@@ -159,12 +154,12 @@ bool Claims::any() const {
 
 Claims read(XMPPacket const& packet) {
     Claims found;
-    found.motionPhoto = propertyOf(packet, MOTION_PHOTO);
-    found.motionPhotoVersion = propertyOf(packet, "MotionPhotoVersion");
-    found.timestamp = propertyOf(packet, "MotionPhotoPresentationTimestampUs");
-    found.microVideo = propertyOf(packet, MICRO_VIDEO);
-    found.microVideoOffset = propertyOf(packet, "MicroVideoOffset");
-    found.microVideoTimestamp = propertyOf(packet, "MicroVideoPresentationTimestampUs");
+    found.motionPhoto = propertyOf(packet, names::MOTION_PHOTO);
+    found.motionPhotoVersion = propertyOf(packet, names::VERSION);
+    found.timestamp = propertyOf(packet, names::TIMESTAMP);
+    found.microVideo = propertyOf(packet, names::MICRO_VIDEO);
+    found.microVideoOffset = propertyOf(packet, names::MICRO_VIDEO_OFFSET);
+    found.microVideoTimestamp = propertyOf(packet, names::MICRO_VIDEO_TIMESTAMP);
     for (auto const& generation : GENERATIONS) {
         if (found.items.empty())
             found.items = directoryOf(packet, generation);
@@ -184,10 +179,14 @@ void nestTypedNodes(XMPPacket& packet) {
 
 uint32_t remove(XMPPacket& packet) {
     uint32_t removed = 0;
-    for (auto const* name : PROPERTIES) {
+    auto const take = [&](char const* name) {
         removed += packet.has(xmp_ns::CAMERA, name) ? 1 : 0;
         packet.remove(xmp_ns::CAMERA, name);
-    }
+    };
+    for (auto const* name : names::CURRENT)
+        take(name);
+    for (auto const* name : names::OLDER)
+        take(name);
     for (auto const& generation : GENERATIONS) {
         auto const items = directoryOf(packet, generation);
         auto const directory = prefixOf(generation.containerNS) + "Directory";
@@ -203,10 +202,8 @@ uint32_t remove(XMPPacket& packet) {
 }
 
 void removeOlder(XMPPacket& packet) {
-    for (std::string const name : PROPERTIES) {
-        if (name.starts_with(MICRO_VIDEO))
-            packet.remove(xmp_ns::CAMERA, name);
-    }
+    for (auto const* name : names::OLDER)
+        packet.remove(xmp_ns::CAMERA, name);
 }
 
 void setField(XMPPacket& packet, Item const& item, char const* field, std::string const& value) {
@@ -222,14 +219,14 @@ void followEnd(XMPPacket& packet, int64_t growth) {
         return std::to_string(std::max<int64_t>(0, static_cast<int64_t>(number) + growth));
     };
     if (auto const offset = parseNumber(held.microVideoOffset))
-        packet.set(xmp_ns::CAMERA, "MicroVideoOffset", grown(*offset));
+        packet.set(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET, grown(*offset));
     auto const* video = held.video();
     if (video == nullptr || video->length == 0)
         return;
     auto const& last = held.items.back();
     bool const isInLength =
         last.place == video->place && (last.padding == 0 || static_cast<int64_t>(last.padding) + growth < 0);
-    setField(packet, last, isInLength ? "Length" : "Padding", grown(isInLength ? last.length : last.padding));
+    setField(packet, last, isInLength ? names::LENGTH : names::PADDING, grown(isInLength ? last.length : last.padding));
 }
 
 std::optional<uint64_t> parseNumber(std::string const& text) {

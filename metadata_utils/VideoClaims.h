@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "MotionNames.h"
 #include "XMPPacket.h"
 
 #include <cstdint>
@@ -37,8 +38,10 @@ struct Item {
     uint64_t padding = 0;
 
     /// An entry that has lost its semantic is known by its type.
-    bool isVideo() const { return semantic == "MotionPhoto" || (semantic.empty() && mime.starts_with("video/")); }
-    bool isPrimary() const { return semantic == "Primary"; }
+    bool isVideo() const {
+        return semantic == motion_names::MOTION_PHOTO || (semantic.empty() && mime.starts_with("video/"));
+    }
+    bool isPrimary() const { return semantic == motion_names::PRIMARY; }
 };
 
 struct Claims {

@@ -16,12 +16,7 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
-constexpr char CLAIM[] = "MotionPhoto";
-constexpr char CLAIM_VERSION[] = "MotionPhotoVersion";
-constexpr char OFFSET[] = "MicroVideoOffset";
-constexpr char const* FIRST_GENERATION[] = {"MicroVideo", "MicroVideoVersion", OFFSET,
-                                            "MicroVideoPresentationTimestampUs"};
-constexpr char const* SECOND_GENERATION[] = {CLAIM, CLAIM_VERSION, VideoFields::TIMESTAMP};
+namespace names = motion_names;
 
 std::optional<uint32_t> numberOf(std::string const& text) {
     uint32_t value = 0;
@@ -33,12 +28,12 @@ std::optional<uint32_t> numberOf(std::string const& text) {
 } // namespace
 
 bool VideoFields::isClaimed() const {
-    return packet.getProperty(xmp_ns::CAMERA, CLAIM) == "1";
+    return packet.getProperty(xmp_ns::CAMERA, names::MOTION_PHOTO) == "1";
 }
 
 void VideoFields::claim() {
-    packet.setProperty(xmp_ns::CAMERA, CLAIM, "1");
-    packet.setProperty(xmp_ns::CAMERA, CLAIM_VERSION, "1");
+    packet.setProperty(xmp_ns::CAMERA, names::MOTION_PHOTO, "1");
+    packet.setProperty(xmp_ns::CAMERA, names::VERSION, "1");
 }
 
 void VideoFields::addItem() {
@@ -55,8 +50,8 @@ void VideoFields::setTimestamp(int64_t us) {
 
 void VideoFields::setPlace(uint32_t length, uint32_t padding) {
     auto const set = [this](char const* item, std::string const& value) {
-        if (packet.getItemField(item, "Padding") != value)
-            packet.replaceItemField(item, "Padding", value);
+        if (packet.getItemField(item, names::PADDING) != value)
+            packet.replaceItemField(item, names::PADDING, value);
     };
     set(PRIMARY_ITEM, std::to_string(padding));
     addItem();
@@ -66,28 +61,28 @@ void VideoFields::setPlace(uint32_t length, uint32_t padding) {
 
 void VideoFields::setLength(uint32_t length) {
     std::string const value = std::to_string(length);
-    if (packet.getItemField(ITEM, "Length") != value)
-        packet.replaceItemField(ITEM, "Length", value);
-    std::string const offset = packet.getProperty(xmp_ns::CAMERA, OFFSET);
+    if (packet.getItemField(ITEM, names::LENGTH) != value)
+        packet.replaceItemField(ITEM, names::LENGTH, value);
+    std::string const offset = packet.getProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET);
     if (!offset.empty() && offset != value)
-        packet.setProperty(xmp_ns::CAMERA, OFFSET, value);
+        packet.setProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET, value);
 }
 
 void VideoFields::clear() {
-    for (auto const* name : SECOND_GENERATION)
+    for (auto const* name : names::CURRENT)
         packet.removeProperty(xmp_ns::CAMERA, name);
-    for (auto const* name : FIRST_GENERATION) {
+    for (auto const* name : names::OLDER) {
         if (!packet.getProperty(xmp_ns::CAMERA, name).empty())
             packet.removeProperty(xmp_ns::CAMERA, name);
     }
     while (packet.containsItemField(ITEM, "Semantic")) // a damaged directory may name it twice
         packet.removeItem(ITEM);
-    packet.replaceItemField(PRIMARY_ITEM, "Padding", "0");
+    packet.replaceItemField(PRIMARY_ITEM, names::PADDING, "0");
 }
 
 void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
     packet.setItem(PRIMARY_ITEM, mime);
-    packet.setItemField(PRIMARY_ITEM, "Padding", "0");
+    packet.setItemField(PRIMARY_ITEM, names::PADDING, "0");
 }
 
 VideoFields::Claim VideoFields::getClaim() const {
@@ -96,9 +91,9 @@ VideoFields::Claim VideoFields::getClaim() const {
         if (packet.containsProperty(std::string("GCamera:") + name, false))
             claim[name] = packet.getProperty(xmp_ns::CAMERA, name);
     };
-    for (auto const* name : SECOND_GENERATION)
+    for (auto const* name : names::CURRENT)
         take(name);
-    for (auto const* name : FIRST_GENERATION)
+    for (auto const* name : names::OLDER)
         take(name);
     return claim;
 }
@@ -113,9 +108,9 @@ void VideoFields::setClaim(Claim const& claim) {
 }
 
 std::optional<uint32_t> VideoFields::lengthOf(XMPInfo const& info) {
-    if (auto const length = numberOf(info.getItemField(ITEM, "Length")))
+    if (auto const length = numberOf(info.getItemField(ITEM, names::LENGTH)))
         return length;
-    return numberOf(info.getProperty(xmp_ns::CAMERA, OFFSET));
+    return numberOf(info.getProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET));
 }
 
 bool VideoFields::standsAt(MediaFile const& file, uint32_t length) {

@@ -3,6 +3,7 @@
 
 #include "MediaDefs.h"
 #include "MediaFile.h"
+#include "MotionNames.h"
 #include "TrailerPlan.h"
 #include "XMPEdit.h"
 
@@ -27,9 +28,9 @@ namespace android::lumo {
 /// A value is set only where it differs, so that a packet that is right stays as it is.
 class VideoFields {
 public:
-    static constexpr char ITEM[] = "MotionPhoto";
-    static constexpr char PRIMARY_ITEM[] = "Primary";
-    static constexpr char TIMESTAMP[] = "MotionPhotoPresentationTimestampUs";
+    static constexpr auto const& ITEM = motion_names::MOTION_PHOTO;
+    static constexpr auto const& PRIMARY_ITEM = motion_names::PRIMARY;
+    static constexpr auto const& TIMESTAMP = motion_names::TIMESTAMP;
 
     /// The packet must outlive this.
     explicit VideoFields(XMPEdit& edited) : packet(edited) {}

@@ -78,7 +78,8 @@ void Planner::layOutTopLevel() {
 
 void Planner::layOutBox(BoxHeader const& header, uint64_t position) {
     // Boxes with file offsets of their own, and appended data that the image part must not reach over.
-    for (auto const type : {boxType("moov"), boxType("moof"), boxType("meco"), boxType("mpvd"), boxType("qrtd")}) {
+    for (auto const type :
+         {boxType("moov"), boxType("moof"), boxType("meco"), android::lumo::VIDEO_BOX, android::lumo::TRAILER_BOX}) {
         if (header.type == type)
             throw failure(HBOX_ERR_UNSUPPORTED, "box '%s' at %llu in the image part", boxTypeText(type).c_str(),
                           static_cast<unsigned long long>(position));

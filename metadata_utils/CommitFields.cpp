@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "CommitFields.h"
+
+#include "ErrorAt.h"
+#include "Log.h"
+#include "PhotoLayout.h"
+#include "VideoBox.h"
+#include "VideoClaims.h"
+#include "VideoFields.h"
+
+#include <string>
+
+namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
+
+} // namespace
+
+/// A moment behind the new video's end: one that the file had becomes the video's end, one that was set for this edit
+/// is a mistake.
+void CommitFields::requireTimestamp() const {
+    if (!staged.isVideoReplaced)
+        return;
+    std::string const moment = VideoFields(*parts.xmpEdit).timestamp();
+    bool const isRead =
+        moment == staged.takenTimestamp ||
+        moment == XMPInfoImpl(parts.view->getFile()).getProperty(xmp_ns::CAMERA, VideoFields::TIMESTAMP);
+    if (moment.empty() || (isRead && !staged.isTimestampSet))
+        return;
+    auto const duration = staged.video->durationUs();
+    if (duration && parts.view->getCaptureTimestampUs() > *duration)
+        throw ErrorAt()("the presentation timestamp %s lies behind the video's end at %lld us", moment.c_str(),
+                        static_cast<long long>(*duration));
+}
+
+void CommitFields::prepareXMP() {
+    VideoFields fields(*parts.xmpEdit);
+    if (!staged.isImageDataXMPRemoved && !fields.containsPrimary())
+        fields.fillPrimary(parts.view->getImageMimeType());
+    if (staged.isMotionPhotoXMPRemoved)
+        return;
+    if (!fields.contains() || (staged.video && !fields.isClaimed())) { // "0": it had no video
+        fields.claim();
+        fields.addItem();
+    }
+}
+
+/// Only a commit that will write anything anyway is given the values, and only those that differ.
+void CommitFields::stageExpectedFields() {
+    if (staged.isMotionPhotoXMPRemoved || (!parts.qrtEdit->isDirty() && !parts.xmpEdit->isDirty()))
+        return;
+    VideoFields fields(*parts.xmpEdit);
+    auto const expected = expectedVideo();
+    if (!expected)
+        return stagePublishedFields();
+    // A change of XMP alone leaves the video's moment as it is.
+    bool const isMissing = parts.qrtEdit->isDirty() && fields.timestamp().empty();
+    if (isMissing || (staged.isVideoReplaced && !fields.timestamp().empty())) {
+        auto const duration = expected->durationUs();
+        if (duration && (isMissing || parts.view->getCaptureTimestampUs() > *duration))
+            takeMoment(*duration);
+    }
+    fields.setPlace(expected->length, expected->padding);
+}
+
+/// Where the video will lie, from the trailer alone: neither number depends on the image in front of it.
+std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo() const {
+    ExpectedVideo expected;
+    expected.durationUs = [this]() -> std::optional<int64_t> {
+        auto const held = VideoSource(parts.view->getFile(), static_cast<uint32_t>(parts.view->getVideoPosition()),
+                                      static_cast<uint32_t>(parts.view->getVideoSize()));
+        return staged.video ? staged.video->durationUs() : held.durationUs();
+    };
+    if (!parts.qrtEdit->isDirty()) { // the trailer stays as it was written, in that order or another
+        if (!parts.view->hasVideo() || (!parts.isHEIC() && outside.hasPointedVideo()))
+            return std::nullopt;
+        expected.length = parts.outputFile->size() - static_cast<uint32_t>(parts.view->getVideoPosition());
+        expected.padding = static_cast<uint32_t>(parts.view->getImageVideoPadding());
+        return expected;
+    }
+    auto const plan = parts.qrtEdit->staging().plan();
+    auto const* place = plan.find(qrt::TYPE_MOTION_PHOTO_DATA);
+    if (place == nullptr)
+        return std::nullopt;
+    if (place->record->dataSize > MAX_POINTER_RECORD_SIZE) {
+        expected.length = plan.lengthFrom(*place);
+        expected.padding =
+            parts.isHEIC() ? static_cast<uint32_t>(parts.view->getImageVideoPadding()) : plan.paddingOf(*place);
+        return expected;
+    }
+    if (!parts.isHEIC() || (!staged.video && !parts.view->hasVideo()))
+        return std::nullopt;
+    uint32_t const inFront = staged.video
+                                 ? staged.video->size()
+                                 : plan.getGround().image - static_cast<uint32_t>(parts.view->getVideoPosition());
+    expected.length = inFront + plan.behindImage();
+    expected.padding = video_box::HEADER_SIZE;
+    return expected;
+}
+
+/// A video that the trailer does not hold, told of by XMP or a HEIC's box: what counts from the file's end follows the
+/// trailer, and an item that was only now added says where the video is.
+void CommitFields::stagePublishedFields() {
+    PhotoLayout const layout(parts.outputFile);
+    auto const video = layout.locate();
+    if (!video.isSound())
+        return;
+    int64_t growth = 0;
+    if (parts.qrtEdit->isDirty() && parts.qrtEdit->staging().writesTrailer()) {
+        auto const plan = parts.qrtEdit->staging().plan();
+        growth = int64_t{plan.behindImage()} - (plan.getGround().fileSize - plan.getGround().image);
+    }
+    auto& packet = *parts.view->getPacket()->getMeta();
+    auto const held = claims::read(packet);
+    bool const isNew = held.video() != nullptr && held.video()->lengthText.empty();
+    if (isNew) {
+        uint32_t const behind = layout.fileSize - video.position - video.size;
+        claims::setField(packet, *held.video(), motion_names::LENGTH, std::to_string(video.size));
+        claims::setField(packet, *held.video(), motion_names::PADDING, std::to_string(behind));
+        if (layout.videoBox && held.primary() != nullptr)
+            claims::setField(packet, *held.primary(), motion_names::PADDING,
+                             std::to_string(layout.videoBox->headerSize));
+    }
+    bool const isCounted = isNew || layout.fromDirectory().isSound() || layout.fromMicroVideo().isSound();
+    if (isNew || (isCounted && growth != 0))
+        parts.xmpEdit->followEnd(growth);
+}
+
+void CommitFields::completeCommit(size_t orgFileSize) {
+    size_t const fileSize = parts.view->getFileSize();
+    LOGI("completeCommit: isMotionPhotoXMPRemoved=%d, orgFileSize=%zu, fileSize=%zu", staged.isMotionPhotoXMPRemoved,
+         orgFileSize, fileSize);
+    if (staged.isMotionPhotoXMPRemoved || fileSize == orgFileSize)
+        return;
+    LOGI("size is changed %zu > %zu, update xmp mp info", orgFileSize, fileSize);
+    if (!parts.view->hasVideo())
+        return;
+    VideoFields fields(*parts.xmpEdit);
+    if (fields.timestamp().empty()) {
+        VideoSource const video(parts.view->getFile(), static_cast<uint32_t>(parts.view->getVideoPosition()),
+                                static_cast<uint32_t>(parts.view->getVideoSize()));
+        if (auto const duration = video.durationUs())
+            takeMoment(*duration);
+    }
+    if (isMomentTaken)
+        LOGI("set presentation timestampUs= %ld", parts.view->getCaptureTimestampUs());
+    // A pointer of a JPEG may lead to a video in front of the image's end; no bytes lie between them then.
+    size_t const padding = parts.view->getImageVideoPadding();
+    fields.setPlace(static_cast<uint32_t>(fileSize - parts.view->getVideoPosition()),
+                    padding <= fileSize ? static_cast<uint32_t>(padding) : 0);
+    if (parts.xmpEdit->isDirty())
+        parts.xmpEdit->commit(parts.outputFile);
+}
+
+void CommitFields::takeMoment(int64_t durationUs) {
+    VideoFields fields(*parts.xmpEdit);
+    fields.setTimestamp(durationUs);
+    fields.claim();
+    isMomentTaken = true;
+}
+
+} // namespace android::lumo

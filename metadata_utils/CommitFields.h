@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "MotionPhotoParts.h"
+#include "OutsideVideo.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+namespace android::lumo {
+
+/// What the packet says of the video and its place, worked out before a commit writes anything and looked at again when
+/// all is written: the packet that is written first holds the final values already, so that the second look finds
+/// nothing to write.
+class CommitFields {
+public:
+    CommitFields(MotionPhotoParts& photo, StagedMotion const& asked, OutsideVideo const& video)
+        : parts(photo), staged(asked), outside(video) {}
+
+    /// Refuses a moment that was set for this edit and lies behind the new video's end.
+    void requireTimestamp() const;
+    /// Stages the claims that are missing.
+    void prepareXMP();
+    void stageExpectedFields();
+    /// The values are read off the finished file; nothing here may fail for a reason that could be foreseen.
+    void completeCommit(size_t orgFileSize);
+
+private:
+    struct ExpectedVideo {
+        uint32_t length = 0;                                ///< from the video's first byte to the file's end
+        uint32_t padding = 0;                               ///< from the image's end to the video's first byte
+        std::function<std::optional<int64_t>()> durationUs; ///< asked only when there is no timestamp
+    };
+
+    void stagePublishedFields();
+    std::optional<ExpectedVideo> expectedVideo() const;
+    void takeMoment(int64_t durationUs);
+
+    MotionPhotoParts& parts;
+    StagedMotion const& staged;
+    OutsideVideo const& outside;
+    bool isMomentTaken = false; ///< from the video's length
+};
+
+} // namespace android::lumo

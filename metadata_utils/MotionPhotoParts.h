@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "MPQRTEdit.h"
+#include "MPXMPEdit.h"
+#include "MotionPhotoInfoImpl.h"
+#include "VideoSource.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace android::lumo {
+
+/// A photo that is edited, for the editor and its helpers: its view, and the editors of its trailer and its packet.
+struct MotionPhotoParts {
+    std::shared_ptr<MotionPhotoInfoImpl> view;
+    std::shared_ptr<MediaFile> outputFile; ///< the view's file, perhaps through another descriptor
+    std::unique_ptr<MPQRTEdit> qrtEdit;
+    std::unique_ptr<MPXMPEdit> xmpEdit;
+
+    bool isHEIC() const { return view->getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC; }
+};
+
+/// What is asked of the photo's video, and of what the packet says of it, beside the staged records and packet.
+struct StagedMotion {
+    enum class ExtraType : int32_t { MOTION_PHOTO_VIDEO_BOX = 0 };
+    using Extra = std::function<void(std::shared_ptr<MediaFile> const&)>;
+
+    std::optional<VideoSource> video;
+    bool isMotionPhotoXMPRemoved = false; ///< no claim of a video is made, by this commit or a later one
+    bool isImageDataXMPRemoved = false;
+    bool isVideoReplaced = false;
+    bool isTimestampSet = false;
+    std::string takenTimestamp; ///< from another photo
+    bool isXMPSetAside = false; ///< written into targets only
+    bool isTrailerSetAside = false;
+    std::unordered_map<ExtraType, Extra> extras; ///< deferred changes of the file
+
+    /// A commit into the photo itself has returned.
+    void spend();
+};
+
+/// Records that go with the video.
+bool belongsToVideo(StagedRecord const& record);
+
+} // namespace android::lumo
