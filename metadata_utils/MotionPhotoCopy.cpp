@@ -70,7 +70,7 @@ void MotionPhotoCopy::packet(std::filesystem::copy_options options, bool videoCo
         if (own != ownItems.end())
             packets::setFields(xmpEdit, name, own->second);
         else if (name == VideoFields::PRIMARY_ITEM)
-            packets::setFields(xmpEdit, name, {{"Mime", MediaDefs::mimeString(mime)}, {"Padding", "0"}});
+            packets::setFields(xmpEdit, name, {{"Mime", MediaDefs::mimeString(mime)}, {motion_names::PADDING, "0"}});
         else
             xmpEdit.removeItem(name);
     }

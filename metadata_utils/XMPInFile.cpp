@@ -70,7 +70,7 @@ void XMPInFile::roomOpened() {
 /// What was found out about packets that are no longer there.
 void XMPInFile::forget() {
     last.reset();
-    inFront.clear();
+    others.clear();
     isKeepable = false;
 }
 
@@ -90,35 +90,39 @@ void XMPInFile::requireKeepable(ErrorAt at) {
         return;
     if (auto const lost = lostByParsing(blocks.back().text, *parsed()); !lost.empty())
         throw at.as(Error::Code::UNSUPPORTED, *file)("an edit would lose %s from the XMP", lost.c_str());
-    inFront.clear();
+    others.clear();
+    std::vector<std::shared_ptr<XMPPacket>> known{parsed()};
     for (size_t i = 0; i + 1 < blocks.size(); ++i) {
-        auto const other = parseXMPPacket(blocks[i].text);
+        std::shared_ptr<XMPPacket> const other = parseXMPPacket(blocks[i].text);
         if (auto const lost = lostByParsing(blocks[i].text, *other); !lost.empty())
             throw at.as(Error::Code::UNSUPPORTED, *file)("an edit would lose %s from XMP packet %zu", lost.c_str(), i);
-        requireMergeable(*other, at);
-        inFront.push_back(other);
+        addMergeable(other, known, at);
+        known.push_back(other);
     }
     isKeepable = true;
 }
 
-void XMPInFile::requireMergeable(XMPPacket const& other, ErrorAt at) {
-    auto known = inFront;
-    known.push_back(parsed());
-    for (auto const& [schema, name] : other.properties()) {
+void XMPInFile::addMergeable(std::shared_ptr<XMPPacket> const& other,
+                             std::vector<std::shared_ptr<XMPPacket>> const& known, ErrorAt at) {
+    for (auto const& [schema, name] : other->properties()) {
+        bool isNew = true;
         for (auto const& each : known) {
-            if (each->has(schema, name) && each->textOf(schema, name) != other.textOf(schema, name))
+            if (!each->has(schema, name))
+                continue;
+            isNew = false;
+            if (each->textOf(schema, name) != other->textOf(schema, name))
                 throw at.as(Error::Code::UNSUPPORTED, *file)("%zu XMP packets that differ in %s", blocks.size(),
                                                              name.c_str());
         }
+        if (isNew)
+            others.push_back({other, schema, name});
     }
 }
 
-void XMPInFile::mergeInto(XMPPacket& packet) {
-    for (auto const& other : inFront) {
-        for (auto const& [schema, name] : other->properties()) {
-            if (!parsed()->has(schema, name) && !packet.has(schema, name))
-                packet.copy(*other, schema, name);
-        }
+void XMPInFile::mergeInto(XMPPacket& packet) const {
+    for (auto const& [other, schema, name] : others) {
+        if (!packet.has(schema, name))
+            packet.copy(*other, schema, name);
     }
 }
 

@@ -36,10 +36,19 @@ public:
     /// Throws (UNSUPPORTED) when an edit would lose something that the file's packets hold: what the toolkit has not
     /// taken over from the last one, or a property in which two packets differ.
     void requireKeepable(ErrorAt at = ErrorAt());
-    /// Whether packets in front of the last one were found mergeable.
-    bool hasOthers() const { return !inFront.empty(); }
-    /// Puts what only packets in front of the last one hold into the packet that will take the place of all of them.
-    void mergeInto(XMPPacket& packet);
+    /// A property that only a packet in front of the last one holds.
+    struct Other {
+        std::shared_ptr<XMPPacket> packet;
+        std::string schema;
+        std::string name;
+    };
+    using Others = std::vector<Other>;
+    /// What has to come into the packet that takes the place of all: known once the packets are found mergeable, and
+    /// until that packet is written.
+    Others const& getOthers() const { return others; }
+    /// The packet was written, but what is staged has been taken back: the next one needs them again.
+    void oweAgain(Others owed) noexcept { others = std::move(owed); }
+    void mergeInto(XMPPacket& packet) const;
     /// The last packet, parsed; not to be changed.
     std::shared_ptr<XMPPacket> const& parsed();
     /// Runs `commit`, which writes the packet through `handle` and answers it. What a commit that throws had changed is
@@ -57,12 +66,13 @@ private:
     std::vector<Block> readBlocks() const;
     void forget();
     bool isWhole(std::vector<Block> const& found) const;
-    void requireMergeable(XMPPacket const& other, ErrorAt at);
+    void addMergeable(std::shared_ptr<XMPPacket> const& other, std::vector<std::shared_ptr<XMPPacket>> const& known,
+                      ErrorAt at);
 
     std::shared_ptr<MediaFile> file;
     std::vector<Block> blocks;
-    std::shared_ptr<XMPPacket> last;                 ///< parsed when it is first asked for
-    std::vector<std::shared_ptr<XMPPacket>> inFront; ///< the packets in front of it, once they are found mergeable
+    std::shared_ptr<XMPPacket> last; ///< parsed when it is first asked for
+    Others others;
     bool isKeepable = false;
     bool isInterrupted = false; ///< a commit began to write and failed
     uint32_t sizeBefore = 0;    ///< of the file, when that commit began

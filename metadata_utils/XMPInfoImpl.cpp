@@ -61,7 +61,7 @@ void XMPInfoImpl::requireUnchanged(ErrorAt at) {
 }
 
 std::optional<XMPInfoImpl::Contents> XMPInfoImpl::mergePackets() {
-    if (!inFile->hasOthers())
+    if (inFile->getOthers().empty())
         return std::nullopt;
     auto merged = copyContents();
     auto const count = countDirectory();
