@@ -191,6 +191,7 @@ struct Material {
     std::string const scan = std::string(2000, 's');
     std::string const jpeg = exif.build(scan);
     std::string const tight = JpegBuilder(exif).xmp(heicXmp("tight")).build(scan);
+    std::string const split = JpegBuilder(exif).xmp(heicXmp("tight\" dc:format=\"f")).xmp(heicXmp("tight")).build(scan);
     std::string const motion = edited(edited(tight, script("c", add)),
                                       script("c", [](auto& e) { e.addQRTData(2817, "Other", bytes(70, 'o')); }));
     std::string const pointed = jpeg + pattern(500) + trailerBytes({videoRecord(pointerTo(jpeg.size(), 500))});
@@ -221,6 +222,7 @@ void addPhotoEdits(Material const& m, std::vector<Scenario>& all) {
     for (auto const& [name, row, before, stage] : std::initializer_list<Row>{
              {"JPEG, video added", made, m.jpeg, m.add},
              {"JPEG, video added to XMP without room", made, m.tight, m.add},
+             {"JPEG, video added to two packets", made, m.split, m.add},
              {"JPEG, video replaced", fits, m.motion, m.replace},
              {"JPEG, video replaced by a playable one", fits, m.motion, m.replaceByClip},
              {"JPEG, video removed", fits, m.motion, m.remove},
