@@ -25,7 +25,6 @@ void visitAll(SXMPIterator& nodes, XMPPacket::Visit const& visit) {
 }
 
 constexpr XMP_OptionBits LEAVES = kXMP_IterJustLeafNodes | kXMP_IterOmitQualifiers;
-constexpr XMP_OptionBits CHILDREN = kXMP_IterJustChildren | kXMP_IterOmitQualifiers;
 constexpr char const* NO_VALUE = nullptr;
 
 } // namespace
@@ -183,11 +182,6 @@ void XMPPacket::visitLeaves(std::string const& schema, std::string const& path, 
 #endif
     auto leaves = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), LEAVES); });
     visitAll(leaves, visit);
-}
-
-void XMPPacket::visitChildren(std::string const& schema, std::string const& path, Visit const& visit) const {
-    auto children = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), CHILDREN); });
-    visitAll(children, visit);
 }
 
 } // namespace android::lumo

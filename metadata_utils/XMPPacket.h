@@ -69,8 +69,6 @@ public:
     using Visit = std::function<void(std::string const& schema, std::string const& path)>;
     void visitLeaves(Visit const& visit) const;
     void visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const;
-    /// The fields of a struct, or the entries of an array.
-    void visitChildren(std::string const& schema, std::string const& path, Visit const& visit) const;
 
 private:
     SXMPMeta meta;

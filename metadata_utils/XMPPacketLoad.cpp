@@ -45,10 +45,19 @@ void nestTypedEntries(XMPPacket& packet) {
         auto const item = entry(place) + "/Container:Item", typed = entry(place + 1);
         packet.setStruct(xmp_ns::CONTAINER, item);
         std::vector<std::string> fields;
-        packet.visitChildren(xmp_ns::CONTAINER, typed,
-                             [&](std::string const&, std::string const& path) { fields.push_back(path); });
-        for (auto const& field : fields)
-            packet.copy(packet, xmp_ns::CONTAINER, field, item + field.substr(typed.size()));
+        packet.visitLeaves(xmp_ns::CONTAINER, typed, [&](std::string const&, std::string const& path) {
+            auto field = path.substr(0, path.find_first_of("/[", typed.size() + 1));
+            if (field != typed && (fields.empty() || fields.back() != field))
+                fields.push_back(std::move(field));
+        });
+        for (auto const& field : fields) {
+            XMP_OptionBits plain = 0;
+            auto const value = packet.get(xmp_ns::CONTAINER, field, &plain);
+            if (plain == 0 && value)
+                packet.set(xmp_ns::CONTAINER, item + field.substr(typed.size()), *value);
+            else
+                packet.copy(packet, xmp_ns::CONTAINER, field, item + field.substr(typed.size()));
+        }
         packet.removeEntry(xmp_ns::CONTAINER, directory, place + 1);
     }
 }

@@ -130,13 +130,16 @@ private:
     /// escapes of characters.
     void countRepairs() {
         uint64_t repairs = 0;
-        for (size_t i = 0; i < units.size(); i += units.sequenceAt(i)) {
+        for (size_t i = 0, next = 0; i < units.size(); i = next) {
             auto const c = units.at(i);
-            if (c >= ' ' && c < 0x7F && c != '&')
+            bool const isPlain = c >= ' ' && c < 0x7F;
+            auto const length = isPlain ? 1 : units.sequenceAt(i);
+            next = i + length;
+            if (isPlain && c != '&')
                 continue;
             bool const isControl = (c < ' ' && c != '\t' && c != '\n' && c != '\r') || c == 0x7F;
             bool const isEscape = c == '&' && units.startsWith(i, "&#");
-            if (!isControl && !isEscape && (c < 0x80 || units.sequenceAt(i) > 1))
+            if (!isControl && !isEscape && (c < 0x80 || length > 1))
                 continue;
             spend(COST_OF_TEXT_PIECE);
             if (++repairs * size > MAX_REPAIRS_TIMES_SIZE)
