@@ -29,6 +29,31 @@ struct Range {
     BoxType type = 0;
 };
 
+/// Rounded to the nearest; 0 when it cannot be told.
+int64_t microseconds(uint64_t ticks, uint32_t ticksPerSecond) {
+    constexpr uint64_t kMicro = 1'000'000;
+    constexpr auto kMaxSeconds = static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) / kMicro - 1;
+    uint64_t const rate = std::max<uint32_t>(ticksPerSecond, 1); // as players take a rate of 0
+    if (ticks / rate > kMaxSeconds)
+        return 0;
+    return static_cast<int64_t>(ticks / rate * kMicro + (ticks % rate * kMicro + rate / 2) / rate);
+}
+
+/// The length that the header of a movie ("mvhd") or of a track's media ("mdhd") tells; both begin alike:
+///
+/// | version 0 | version 1 | name                                          |
+/// |-----------|-----------|-----------------------------------------------|
+/// | 0         | 0         | version (1 byte), flags (3)                   |
+/// | 4         | 4         | creation and modification time (4 or 8 each)  |
+/// | 12        | 20        | ticks a second (4)                            |
+/// | 16        | 24        | duration in ticks (4 or 8), all ones: unknown |
+struct Timing {
+    uint32_t rate = 1;
+    uint64_t ticks = 0;
+
+    int64_t us() const { return microseconds(ticks, rate); }
+};
+
 class MovieReader {
 public:
     explicit MovieReader(MovieWindow& source) : window(source) {}
@@ -41,8 +66,9 @@ private:
     Range require(Range const& parent, BoxType type);
     BoxCursor fields(Range const& box);
 
-    int64_t movieDurationUs(Range const& movie);
-    Track track(Range const& box, int64_t movieDurationUs);
+    Timing movieTiming(Range const& movie);
+    uint64_t editedTicks(Range const& track);
+    Track track(Range const& box, Timing const& movie);
     std::string entryMime(Range const& table, BoxType handler);
     uint8_t objectType(Range const& entry);
 
@@ -87,31 +113,6 @@ BoxCursor MovieReader::fields(Range const& box) {
     return {window.read(box.from, size), box.from, box.type};
 }
 
-/// Rounded to the nearest; 0 when it cannot be told.
-int64_t microseconds(uint64_t ticks, uint32_t ticksPerSecond) {
-    constexpr uint64_t kMicro = 1'000'000;
-    constexpr auto kMaxSeconds = static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) / kMicro - 1;
-    uint64_t const rate = std::max<uint32_t>(ticksPerSecond, 1); // as players take a rate of 0
-    if (ticks / rate > kMaxSeconds)
-        return 0;
-    return static_cast<int64_t>(ticks / rate * kMicro + (ticks % rate * kMicro + rate / 2) / rate);
-}
-
-/// The length that the header of a movie ("mvhd") or of a track's media ("mdhd") tells; both begin alike:
-///
-/// | version 0 | version 1 | name                                          |
-/// |-----------|-----------|-----------------------------------------------|
-/// | 0         | 0         | version (1 byte), flags (3)                   |
-/// | 4         | 4         | creation and modification time (4 or 8 each)  |
-/// | 12        | 20        | ticks a second (4)                            |
-/// | 16        | 24        | duration in ticks (4 or 8), all ones: unknown |
-struct Timing {
-    uint32_t rate = 1;
-    uint64_t ticks = 0;
-
-    int64_t us() const { return microseconds(ticks, rate); }
-};
-
 /// A number of 32 or 64 bits in which all ones stand for "unknown", which is 0 here.
 uint64_t knownTicks(BoxCursor& cursor, unsigned width) {
     uint64_t const ticks = cursor.number(width);
@@ -133,7 +134,7 @@ Timing readTiming(BoxCursor cursor) {
 /// |--------|--------|--------------------------|
 /// | 0      | 4      | version, flags           |
 /// | 4      | 4 or 8 | duration in movie ticks  |
-int64_t MovieReader::movieDurationUs(Range const& movie) {
+Timing MovieReader::movieTiming(Range const& movie) {
     Timing timing = readTiming(fields(require(movie, boxType("mvhd"))));
     if (timing.ticks == 0) {
         auto const fragments = find(movie, boxType("mvex"));
@@ -142,7 +143,34 @@ int64_t MovieReader::movieDurationUs(Range const& movie) {
             timing.ticks = knownTicks(cursor, lumo::readFullBoxHeader(cursor).version == 1 ? 8 : 4);
         }
     }
-    return timing.us();
+    return timing;
+}
+
+/// How long the edits of a track show its media, in ticks of the movie; 0 without any. "edts" holds one "elst":
+///
+/// | offset | width  | name                                                     |
+/// |--------|--------|----------------------------------------------------------|
+/// | 0      | 4      | version, flags                                           |
+/// | 4      | 4      | number of edits, each:                                   |
+/// | 0      | 4 or 8 | length in movie ticks (8 in version 1)                   |
+/// | 4 or 8 | 4 or 8 | where it begins in the media; all ones: nothing is shown |
+/// | then   | 4      | rate                                                     |
+uint64_t MovieReader::editedTicks(Range const& track) {
+    auto const edits = find(track, boxType("edts"));
+    auto const list = edits ? find(*edits, boxType("elst")) : std::nullopt;
+    if (!list)
+        return 0;
+    BoxCursor cursor = fields(*list);
+    unsigned const width = lumo::readFullBoxHeader(cursor).version == 1 ? 8 : 4;
+    uint64_t const nowhere = std::numeric_limits<uint64_t>::max() >> (64 - 8 * width);
+    uint64_t total = 0;
+    for (uint32_t left = cursor.u32(); left > 0 && cursor.left() >= 2 * width + 4; --left) {
+        uint64_t const ticks = cursor.number(width);
+        bool const isShown = cursor.number(width) != nowhere;
+        cursor.skip(4);
+        total += isShown ? std::min(ticks, std::numeric_limits<uint64_t>::max() - total) : 0;
+    }
+    return total;
 }
 
 /// What the elementary stream descriptor in an entry ("esds", in QuickTime's sounds inside "wave") says the samples
@@ -222,35 +250,38 @@ std::string MovieReader::entryMime(Range const& table, BoxType handler) {
     return named != nullptr ? named : mimeOf(handler, codec);
 }
 
-/// A track: "mdia" holds its timing "mdhd", its handler "hdlr" and, in "minf"/"stbl", what its samples are. The
-/// handler:
+/// A track: "mdia" holds its timing "mdhd", its handler "hdlr" and, in "minf"/"stbl", what its samples are. It lasts as
+/// long as its edits, where they show less than all of it. The handler:
 ///
 /// | offset | width | name                                                      |
 /// |--------|-------|-----------------------------------------------------------|
 /// | 0      | 4     | version, flags                                            |
 /// | 4      | 4     | 0; QuickTime's "mhlr"                                     |
 /// | 8      | 4     | kind of media: "vide", "soun", "meta", ...                |
-Track MovieReader::track(Range const& box, int64_t movieDurationUs) {
+Track MovieReader::track(Range const& box, Timing const& movie) {
     Range const media = require(box, boxType("mdia"));
-    int64_t const durationUs = readTiming(fields(require(media, boxType("mdhd")))).us();
+    int64_t const mediaUs = readTiming(fields(require(media, boxType("mdhd")))).us();
+    int64_t const wholeUs = mediaUs > 0 ? mediaUs : movie.us();
+    int64_t const shownUs = microseconds(editedTicks(box), movie.rate);
     BoxCursor cursor = fields(require(media, boxType("hdlr")));
     cursor.skip(8);
     BoxType const handler = cursor.u32();
     Range const samples = require(require(media, boxType("minf")), boxType("stbl"));
-    return {entryMime(require(samples, boxType("stsd")), handler), durationUs > 0 ? durationUs : movieDurationUs};
+    bool const isCut = shownUs > 0 && (wholeUs == 0 || shownUs < wholeUs);
+    return {entryMime(require(samples, boxType("stsd")), handler), isCut ? shownUs : wholeUs};
 }
 
 /// The movie's headers stand in the first "moov", one "trak" a track; what lies behind it is not looked at.
 std::vector<Track> MovieReader::tracks() {
     Range movie = require({0, window.length(), boxType("file")}, boxType("moov"));
-    int64_t const wholeUs = movieDurationUs(movie);
+    Timing const timing = movieTiming(movie);
     std::vector<Track> found;
     while (auto const child = next(movie)) {
         if (child->type != boxType("trak"))
             continue;
         if (found.size() == kMaxTracks)
             throw BoxError(__LINE__, "more than " + std::to_string(kMaxTracks) + " tracks");
-        found.push_back(track(*child, wholeUs));
+        found.push_back(track(*child, timing));
     }
     return found;
 }
