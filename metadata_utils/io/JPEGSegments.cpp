@@ -120,13 +120,13 @@ std::optional<Segment> SegmentScanner::next() {
     return segment;
 }
 
-std::optional<Segment> SegmentScanner::nextApp(std::vector<int> const& wanted) {
+std::optional<Segment> SegmentScanner::nextApp(std::vector<int> const& wanted, int besides) {
     LOGI("findNextAppNMarker E: %s", joined(wanted).c_str());
     while (auto const segment = next()) {
         if (segment->marker <= APP0 || segment->marker > APP4)
             continue;
         LOGD("appN: %d", segment->number());
-        if (std::find(wanted.begin(), wanted.end(), segment->number()) != wanted.end())
+        if (segment->number() == besides || std::find(wanted.begin(), wanted.end(), segment->number()) != wanted.end())
             return segment;
     }
     LOGI("findNextAppNMarker X");
@@ -165,7 +165,7 @@ uint32_t SegmentMap::count(MediaDefs::MetaType type) const {
 SegmentMap mapSegments(MediaFile const& file) {
     SegmentMap segments;
     SegmentScanner scanner(file);
-    while (auto const segment = scanner.nextApp({1, 2})) {
+    while (auto const segment = scanner.nextApp({1}, 2)) {
         std::string const start = scanner.payloadStart(*segment);
         if (segment->marker == APP2) {
             if (!segments.imageIndex && isImageIndex(start))

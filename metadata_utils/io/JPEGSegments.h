@@ -64,8 +64,8 @@ public:
     /// The next segment; nothing in front of the scan's or the image's end, where no segment can be, or where the file
     /// ends.
     std::optional<Segment> next();
-    /// The next APP1 to APP4 whose number is wanted.
-    std::optional<Segment> nextApp(std::vector<int> const& wanted);
+    /// The next APP1 to APP4 whose number is wanted; `besides` is one that is taken along and not told in the log.
+    std::optional<Segment> nextApp(std::vector<int> const& wanted, int besides = 0);
     /// The first bytes of the payload of the segment that was found last.
     std::string payloadStart(Segment const& segment);
 
