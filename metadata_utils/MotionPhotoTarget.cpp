@@ -82,6 +82,8 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
     auto& xmpEdit = editor->getXMPEdit();
     if (isFirst && still == nullptr) {
         auto const ahead = copy != nullptr ? copy->packetAhead() : PacketAhead();
+        if (packet->hasTakenOthers())
+            editor->getView()->getPacket()->takeOthers(); // what was taken away from them does not come back
         editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
         if (owner.isXMPStaged() || ahead.isChanged)
             xmpEdit.makeDirty();

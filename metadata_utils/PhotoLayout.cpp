@@ -14,6 +14,19 @@ namespace android::lumo {
 using Source = MotionVideo::Source;
 using Status = MotionVideo::Status;
 
+namespace {
+
+/// Several packets are read as an edit would write them. Where they contradict each other the view's is read alone.
+void takeOthersOf(XMPInfoImpl& view) {
+    try {
+        view.takeOthers();
+    } catch (Error const&) {
+        rethrowUnlessDamage();
+    }
+}
+
+} // namespace
+
 std::string reasonOf(std::exception const& error) {
     std::string const text = error.what();
     auto const end = text.starts_with("[") ? text.find("] ") : std::string::npos;
@@ -39,7 +52,10 @@ PhotoLayout::PhotoLayout(MotionPhotoInfoImpl const& view) : file(view.getFile())
             record.dataPosition = trailer::storedData(record, tail->position).position;
         }
     }
-    take(view.getPacket()->getMeta());
+    if (view.getPacket()->getInFile().count() > 1)
+        readPacket();
+    else
+        take(view.getPacket()->getMeta());
 }
 
 void PhotoLayout::begin() {
@@ -75,7 +91,9 @@ void PhotoLayout::readTrailer() {
 /// A packet that no parser takes claims nothing.
 void PhotoLayout::readPacket() {
     try {
-        take(std::make_shared<XMPInfoImpl>(file)->getMeta());
+        auto const view = std::make_shared<XMPInfoImpl>(file);
+        takeOthersOf(*view);
+        take(view->getMeta());
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         xmpFault = reasonOf(error);

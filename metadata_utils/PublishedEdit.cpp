@@ -68,6 +68,7 @@ uint64_t paddingBehind(PhotoLayout const& layout, MotionVideo const& video) {
 
 std::shared_ptr<XMPInfoImpl> openXMP(std::shared_ptr<MediaFile> const& file) {
     auto const view = std::make_shared<XMPInfoImpl>(file);
+    view->takeOthers();
     claims::nestTypedNodes(*view->getMeta());
     view->reindex();
     return view;

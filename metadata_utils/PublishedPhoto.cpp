@@ -134,6 +134,7 @@ bool isForEditor(PhotoLayout const& layout) {
 /// All claims out of the editor's packet, whatever form they have; it puts its own in.
 void dropClaims(MotionPhotoEdit& edit) {
     auto const view = XMPInfoImpl::of(edit.getXMPEdit());
+    view->takeOthers();
     claims::nestTypedNodes(*view->getMeta());
     claims::remove(*view->getMeta());
     view->reindex();

@@ -48,6 +48,8 @@ public:
     Others const& getOthers() const { return others; }
     /// The packet was written, but what is staged has been taken back: the next one needs them again.
     void oweAgain(Others owed) noexcept { others = std::move(owed); }
+    size_t count() const { return blocks.size(); }
+    /// Puts what only packets in front of the last one hold into the packet that will take the place of all of them.
     void mergeInto(XMPPacket& packet) const;
     /// The last packet, parsed; not to be changed.
     std::shared_ptr<XMPPacket> const& parsed();

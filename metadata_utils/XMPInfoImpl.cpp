@@ -52,6 +52,7 @@ void XMPInfoImpl::load() {
     LOGI("xmp: %s", text.c_str());
     adopt(parseXMPPacket(text));
     inFile = std::move(found);
+    areOthersIn = false;
     LOGI("load X");
 }
 
@@ -61,7 +62,7 @@ void XMPInfoImpl::requireUnchanged(ErrorAt at) {
 }
 
 std::optional<XMPInfoImpl::Contents> XMPInfoImpl::mergePackets() {
-    if (inFile->getOthers().empty())
+    if (areOthersIn || inFile->getOthers().empty())
         return std::nullopt;
     auto merged = copyContents();
     auto const count = countDirectory();
@@ -69,6 +70,14 @@ std::optional<XMPInfoImpl::Contents> XMPInfoImpl::mergePackets() {
     if (merged.packet->count(xmp_ns::CONTAINER, DIRECTORY) != count)
         merged.directory = readDirectory(merged.packet, {});
     return exchange(std::move(merged));
+}
+
+void XMPInfoImpl::takeOthers() {
+    if (areOthersIn || inFile->count() < 2)
+        return;
+    inFile->requireKeepable();
+    mergePackets();
+    areOthersIn = true;
 }
 
 XMPInfoImpl::Contents XMPInfoImpl::copyContents() const {

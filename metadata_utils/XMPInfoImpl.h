@@ -132,6 +132,10 @@ public:
     /// Takes in what the file's other packets hold; before a commit writes one packet over all of them. Answers what
     /// the view held, for a commit that fails; nothing when there are no other packets.
     std::optional<Contents> mergePackets();
+    /// The same for good, for who reads or takes away what any of the packets says. Throws where they contradict each
+    /// other, or one could not be kept.
+    void takeOthers();
+    bool hasTakenOthers() const { return areOthersIn; }
     /// A copy that shares nothing with the view.
     Contents copyContents() const;
     /// Goes on with other contents and answers those it had.
@@ -175,6 +179,7 @@ private:
 
     std::shared_ptr<MediaFile> file;
     std::unique_ptr<XMPInFile> inFile;
+    bool areOthersIn = false; ///< taken for good
     mutable std::string serialized;
     std::shared_ptr<XMPPacket> meta;
     mutable Directory directory; ///< mutable: a query may correct an item's place

@@ -88,6 +88,7 @@ inline std::vector<Form> forms(std::string const& movie) {
         return heicWith(videoBox(movie, wide) + info, xmp ? items : "");
     };
     auto const padded = itemOf("Primary", "image/jpeg", paddingOf(4));
+    auto const claim = packetOf(CLAIMED, directoryOf(PRIMARY + video)), other = packetOf("dc:source=\"x\"");
     return {
         {"directory", published(PRIMARY + video, movie), "directory"},
         {"both generations", published(PRIMARY + video, movie, CLAIMED + older), "directory"},
@@ -97,6 +98,7 @@ inline std::vector<Form> forms(std::string const& movie) {
          "directory"},
         {"gain map behind", published(PRIMARY + video + gainMapItem(), movie + GAIN_MAP), "directory", 0,
          GAIN_MAP.size()},
+        {"two packets", JpegBuilder().exif().xmp(claim, 1500).xmp(other).build("scan", movie), "directory"},
         {"typed nodes", published(typedNodes(movie.size()), movie), "directory"},
         {"box", heic(false, true), "box", 0, info.size()},
         {"wide box", heic(true, true), "box", 0, info.size()},
