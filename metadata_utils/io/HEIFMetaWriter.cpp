@@ -335,7 +335,7 @@ void HEIFMetaWriter::writeCameraDebugInfo(std::vector<unsigned char> const& data
     std::optional<heif::TopLevelBox> old;
     for (auto const& box : boxes.debugInfos()) {
         checked::seek(*file, box.end(), ErrorAt(483));
-        if (box.position < boxes.endOfImage()) {
+        if (boxes.mustStay(box)) {
             boxes.blankOut(box);
         } else {
             if (old)
@@ -356,7 +356,7 @@ void HEIFMetaWriter::removeCameraDebugInfo() {
     else
         boxes.bringTrailerToEnd();
     for (auto const& box : boxes.debugInfos()) {
-        if (box.position < boxes.endOfImage())
+        if (boxes.mustStay(box))
             boxes.blankOut(box);
         else
             cutOut(boxes, box);

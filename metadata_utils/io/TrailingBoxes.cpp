@@ -2,6 +2,7 @@
 #include "TrailingBoxes.h"
 
 #include "CheckedFile.h"
+#include "HEIFMetaReader.h"
 #include "HEIFMetaWriter.h"
 #include "Log.h"
 #include "MoveTail.h"
@@ -13,6 +14,7 @@
 #include <exception>
 #include <iterator>
 #include <limits>
+#include <string_view>
 
 namespace android::lumo {
 
@@ -101,14 +103,37 @@ bool TrailingBoxes::hasTrailer() const {
     }
 }
 
-/// The box that a debug info comes in front of so that it does not hide the trailer; none when the file's end is free.
-TopLevelBox const* TrailingBoxes::firstInFrontOfTrailer() const {
+/// In its box, or as a movie that was appended without one.
+bool TrailingBoxes::hasVideoInFrontOf(uint32_t position) const {
+    size_t movies = 0;
+    for (auto const& box : topLevel().boxes)
+        movies += box.position < position && (box.type == VIDEO_BOX || box.type == boxType("ftyp")) ? 1 : 0;
+    return movies > 1; // the first is the image's own 'ftyp'
+}
+
+/// Whether XMP speaks of a video; of one that cannot be read, better so.
+bool TrailingBoxes::isVideoCounted() const {
+    auto const item = HEIFMetaReader(file, ParseMode::LAZY).getXMPItem();
+    if (!item || !item->refusal.empty())
+        return item.has_value();
+    auto const bytes = checked::readAt(*file, item->position, item->length);
+    std::string_view const packet(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+    return packet.find("MotionPhoto") != packet.npos || packet.find("MicroVideo") != packet.npos;
+}
+
+bool TrailingBoxes::mustStay(TopLevelBox const& box) const {
+    return box.position < endOfImage() || (hasVideoInFrontOf(box.position) && isVideoCounted());
+}
+
+/// The box that a debug info comes in front of; none when the file's end is free.
+TopLevelBox const* TrailingBoxes::firstMovable() const {
     auto const& boxes = topLevel().boxes;
-    if (boxes.empty() || boxes.back().type != TRAILER_BOX || !hasTrailer())
-        return nullptr;
-    return &*std::find_if(boxes.begin(), boxes.end(), [end = endOfImage()](auto const& box) {
+    auto const first = std::find_if(boxes.begin(), boxes.end(), [end = endOfImage()](auto const& box) {
         return box.position >= end && (box.type == VIDEO_BOX || box.type == TRAILER_BOX);
     });
+    bool const isMovable = first != boxes.end() && ((boxes.back().type == TRAILER_BOX && hasTrailer()) ||
+                                                    (first->type == VIDEO_BOX && isVideoCounted()));
+    return isMovable ? &*first : nullptr;
 }
 
 void TrailingBoxes::requireNoItemIn(uint32_t from, uint32_t to) const {
@@ -223,8 +248,11 @@ void TrailingBoxes::requireRoomForDebugInfo(size_t size) const {
     checked::sizeOf(needed);
     for (auto const& box : debugInfos())
         needed -= box.position >= endOfImage() ? box.size : 0;
-    if (auto const* next = firstInFrontOfTrailer())
+    if (auto const* next = firstMovable())
         requireNoItemBehind(next->position);
+    else if (hasVideoInFrontOf(fileSize()) && isVideoCounted())
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)(
+            "nothing can be put behind a video that XMP counts from the file's end, nor in front of it");
     requireDebugInfosCanGo();
     checked::requireSpace(*file, static_cast<uint32_t>(needed));
 }
@@ -241,12 +269,12 @@ void TrailingBoxes::requireDebugInfosCanGo() const {
 }
 
 void TrailingBoxes::putDebugInfo(std::span<uint8_t const> data, TopLevelBox const* old) {
-    auto const* next = firstInFrontOfTrailer();
+    auto const* next = firstMovable();
     auto const size = static_cast<uint32_t>(DEBUG_INFO_HEADER_SIZE + data.size());
     bool const takesPlace = old != nullptr && next != nullptr && old->end() == next->position;
     if (old != nullptr && !takesPlace) {
         takeOut(*old);
-        next = firstInFrontOfTrailer();
+        next = firstMovable();
     }
     if (next == nullptr)
         return appendDebugInfo(data);

@@ -52,6 +52,10 @@ public:
     /// Another box stands behind the trailer, where no reader finds it then.
     bool isTrailerHidden() const { return hiddenTrailer() != nullptr; }
 
+    /// Whether a box can only be blanked over: one in front of the image's last box, and one behind a video that XMP
+    /// finds counting from the file's end.
+    bool mustStay(TopLevelBox const& box) const;
+
     /// Throws when an item of the image has bytes in [from, to).
     void requireNoItemIn(uint32_t from, uint32_t to) const;
     void requireNoItemBehind(uint32_t from) const { requireNoItemIn(from, fileSize()); }
@@ -71,9 +75,10 @@ public:
     /// Throws what that, and a move of all that stands from `from` on, can be foreseen to fail for.
     void requireVideosCanGo(uint32_t from) const;
 
-    /// Puts a debug info where it does not hide the trailer: directly behind the image in front of video and trailer,
-    /// else at the file's end. `old` (may be null) is the one behind the image that it replaces: where the new one
-    /// takes its place, all that follows moves once.
+    /// Puts a debug info where it does not hide the trailer, and where nothing comes behind the video, whose XMP counts
+    /// from the file's end: directly behind the image in front of video and trailer, else at the file's end. `old` (may
+    /// be null) is the one behind the image that it replaces: where the new one takes its place, all that follows moves
+    /// once.
     void putDebugInfo(std::span<uint8_t const> data, TopLevelBox const* old);
     /// Throws what putDebugInfo(), after all others were taken out, can be foreseen to fail for.
     void requireRoomForDebugInfo(size_t size) const;
@@ -85,7 +90,9 @@ private:
     TopLevelBox const* hiddenTrailer() const;
     bool endsTrailer(TopLevelBox const& box) const;
     bool hasTrailer() const;
-    TopLevelBox const* firstInFrontOfTrailer() const;
+    TopLevelBox const* firstMovable() const;
+    bool hasVideoInFrontOf(uint32_t position) const;
+    bool isVideoCounted() const;
     void appendDebugInfo(std::span<uint8_t const> data);
     void writeDebugInfo(std::span<uint8_t const> data, uint32_t position);
 

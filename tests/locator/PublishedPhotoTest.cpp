@@ -3,6 +3,7 @@
 #include "LocatorFixture.h"
 #include "MotionPhotoEdit.h"
 #include "PhotoCheck.h"
+#include "io/ImageMetaWriter.h"
 #include "support/Attempt.h"
 #include "support/Faults.h"
 #include "support/PhotoParts.h"
@@ -109,6 +110,13 @@ TEST(PublishedPhoto, WhatCountsFromTheEndFollowsATrailerThatComesGrowsAndGoes) {
             EXPECT_EQ(check.verdict, PhotoCheck::Verdict::SOUND);
             EXPECT_EQ(check.video.size, clip(5000).size());
         };
+        if (source == std::string("box")) {
+            auto const writer = ImageMetaWriter::of(file.open());
+            writer->writeCameraDebugInfo({1, 2, 3});
+            expectFound();
+            writer->removeCameraDebugInfo();
+            expectFound();
+        }
         for (auto const& data : {"sea", "a longer text"}) {
             auto const edit = MotionPhotoInfo::parse(file.open())->edit();
             auto& trailer = edit->getQRTEdit().putData(1, "Scene", data);
