@@ -3,8 +3,10 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "MotionVideo.h"
 #include "PacketMerge.h"
 #include "PhotoCopy.h"
+#include "PublishedPhoto.h"
 #include "VideoFields.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
@@ -59,20 +61,33 @@ void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
                         MediaDefs::mimeString(still->mimeType()).c_str(),
                         MediaDefs::mimeString(photo->mimeType()).c_str());
     XMPInfoImpl const readable(still); // it may be refused for its packet
-    uint32_t const imageSize = imageLength(still);
+    bool const hadVideo = takeStillWithoutVideo();
+    uint32_t const imageSize = imageLength(hadVideo ? file : still);
     uint32_t const from = imageLength(photo);
     uint32_t const appended = photo->size() - from;
     uint32_t const total = checked::sizeOf(uint64_t{imageSize} + appended);
 
     checked::requireSpace(*file, total);
-    checked::seek(*file, 0);
-    checked::copy(still, file, 0, imageSize);
+    if (!hadVideo) {
+        checked::seek(*file, 0);
+        checked::copy(still, file, 0, imageSize);
+    }
     checked::truncate(*file, imageSize);
     if (photo->mimeType() == MediaDefs::MimeType::IMAGE_HEIC)
         HEIFMetaWriter::closeLastBox(file);
     checked::seek(*file, imageSize);
     checked::copy(photo, file, from, appended);
     VideoPointerKeeper(file).moved(from, int64_t{imageSize} - int64_t{from});
+}
+
+/// The prepared still may be a published photo itself, with the video that the photo's now replaces: it goes, and what
+/// claims it. False, and nothing written, where there is none.
+bool MotionPhotoTarget::takeStillWithoutVideo() {
+    auto const video = MotionVideo::locate(still);
+    if (!video.isSound() || video.source == MotionVideo::Source::TRAILER)
+        return false;
+    published::removeVideo(still, file);
+    return true;
 }
 
 /// The packet of a plain copy becomes the owner's. Into a prepared still's own packet go the motion and what was

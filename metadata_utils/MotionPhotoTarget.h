@@ -24,6 +24,7 @@ public:
     void commit(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& prepared);
 
 private:
+    bool takeStillWithoutVideo();
     void composePhoto(MotionPhotoEditImpl const& owner);
     void handOver(MotionPhotoEditImpl& owner, bool isFirst, PhotoCopy const* copy);
 

@@ -130,6 +130,22 @@ TEST(PublishedPhoto, WhatCountsFromTheEndFollowsATrailerThatComesGrowsAndGoes) {
     }
 }
 
+TEST(PublishedPhoto, AStillThatGetsAnotherPhotosMotionGivesUpItsOwn) {
+    std::string const movie = clip(126'000);
+    TempFile const photo(JpegBuilder().exif().build("scan", trailerBytes({{2608, "MotionPhoto_Data", movie}})));
+    for (auto const& form : forms(clip(5000))) {
+        if (form.source == std::string("box"))
+            continue;
+        TempFile const still(form.photo), output("");
+        auto const edit = MotionPhotoInfo::parse(photo.open())->edit();
+        edit->setOutputSource(still.open("r"));
+        edit->commit(output.open());
+        auto const check = PhotoCheck::run(output.open("r"));
+        EXPECT_EQ(check.video.size, movie.size()) << form.name;
+        EXPECT_FALSE(check.orphan.isSound()) << form.name;
+    }
+}
+
 TEST(PublishedPhoto, PicturesOfTheIndexAreFoundWhenWhatStandsInFrontOfThemGoes) {
     std::string const movie = clip(5000);
     auto const photo = [&](size_t offset) {
