@@ -49,6 +49,12 @@ Place placeOf(QRTInfoImpl& trailer) {
     return {pointer.position, pointer.length};
 }
 
+/// The extractor answers to what the system refuses with its errno, negative.
+bool isRefusedRead(status_t status) {
+    constexpr status_t FIRST_OF_FRAMEWORK = -1000;
+    return status < 0 && status > FIRST_OF_FRAMEWORK && status != BAD_VALUE;
+}
+
 bool liesIn(Place const& place, uint32_t fileSize) {
     return place.size > 0 && place.position <= fileSize && place.size <= fileSize - place.position;
 }
@@ -84,8 +90,11 @@ int64_t videoDurationUs(MediaFile const& file, uint32_t position, uint32_t size)
     sp<NuMediaExtractor> const extractor = new NuMediaExtractor(NuMediaExtractor::EntryPoint::OTHER);
     status_t const status =
         extractor->setDataSource(file.getFd(), static_cast<off64_t>(position), static_cast<off64_t>(size));
-    if (status != OK)
-        throw ErrorAt(190, SOURCE)("unable to create extractor with error=%d", static_cast<int>(status));
+    if (status != OK) {
+        ErrorAt const at(190, SOURCE);
+        throw(isRefusedRead(status) ? at.as(Error::Code::READ_FAILED, file)
+                                    : at)("unable to create extractor with error=%d", static_cast<int>(status));
+    }
     for (size_t i = 0; i < extractor->countTracks(); ++i) {
         sp<AMessage> format;
         if (extractor->getTrackFormat(i, &format, 0) != OK || format == nullptr)

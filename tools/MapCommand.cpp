@@ -159,7 +159,7 @@ ExitCode map(Arguments const& args) {
         args,
         [&](Input const& input) {
             Photo const photo(input.path, Access::READ);
-            auto const regions = mapOf(photo);
+            auto const regions = guarded(input.path, [&] { return mapOf(photo); });
             if (placed.out.empty())
                 return Outcome{Outcome::Kind::DONE, ExitCode::DONE,
                                printTerminal(photo, regions, isatty(STDOUT_FILENO) != 0), ""};

@@ -18,7 +18,7 @@ namespace {
 /// The file's bytes through one window.
 class Window {
 public:
-    explicit Window(MediaFile const& source) : fd(source.getFd()), total(source.size()) {}
+    explicit Window(MediaFile const& source) : file(source), total(source.size()) {}
 
     uint64_t end() const { return total; }
     int at(uint64_t position) {
@@ -44,12 +44,14 @@ private:
     void load(uint64_t position) {
         constexpr size_t SIZE = 1 << 16;
         bytes.resize(SIZE);
-        auto const got = pread(fd, bytes.data(), bytes.size(), static_cast<off_t>(position));
-        bytes.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
+        auto const got = pread(file.getFd(), bytes.data(), bytes.size(), static_cast<off_t>(position));
+        if (got < 0)
+            throw systemFailure(ExitCode::BAD_INPUT, file.getPath(), "cannot be read");
+        bytes.resize(static_cast<size_t>(got));
         start = position;
     }
 
-    int fd;
+    MediaFile const& file;
     uint64_t total;
     uint64_t start = 0;
     std::string bytes;
@@ -158,7 +160,9 @@ std::vector<Region> knownBehind(Photo const& photo) {
                 known.push_back(
                     {Region::Kind::TRAILER, "record " + escaped(record.name), record.dataPosition, record.dataPayload});
         }
-    } catch (std::exception const&) {
+    } catch (Error const& error) {
+        if (error.code() == Error::Code::READ_FAILED)
+            throw;
         // a damaged trailer is bytes like others; check says what is wrong with it
     }
     std::sort(known.begin(), known.end(), [](auto& a, auto& b) { return a.position < b.position; });

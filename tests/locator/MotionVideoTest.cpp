@@ -68,6 +68,17 @@ TEST(MotionVideo, AReadThatFailsIsNoAnswer) {
     }
 }
 
+TEST(MotionVideo, ADurationThatCannotBeReadIsNotUnknown) {
+    std::string const movie = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4");
+    std::string const photo = published(PRIMARY + videoItem(movie.size()), movie);
+    TempFile const file(photo);
+    auto const media = file.open("r");
+    auto const video = MotionVideo::locate(media);
+    EXPECT_TRUE(video.durationUs(media).has_value());
+    auto const fault = Fault::badSector(static_cast<off64_t>(photo.find("mvhd")));
+    EXPECT_THROW(video.durationUs(media), Error);
+}
+
 TEST(MotionVideo, SaysWhyAClaimDoesNotHold) {
     std::string const movie = clip();
     std::string const size = std::to_string(movie.size());
