@@ -101,21 +101,16 @@ std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo() const {
 }
 
 /// A video that the trailer does not hold, told of by XMP or a HEIC's box: what counts from the file's end follows the
-/// trailer, and an item that was only now added says where the video is.
+/// trailer, unless it does already, and an item that was only now added says where the video is.
 void CommitFields::stagePublishedFields() {
-    PhotoLayout const layout(parts.outputFile);
-    auto const video = layout.locate();
-    if (!video.isSound())
-        return;
-    int64_t growth = 0;
-    if (parts.qrtEdit->isDirty() && parts.qrtEdit->staging().writesTrailer()) {
-        auto const plan = parts.qrtEdit->staging().plan();
-        growth = int64_t{plan.behindImage()} - (plan.getGround().fileSize - plan.getGround().image);
-    }
     auto& packet = *parts.view->getPacket()->getMeta();
     auto const held = claims::read(packet);
     bool const isNew = held.video() != nullptr && held.video()->lengthText.empty();
     if (isNew) {
+        PhotoLayout const layout(parts.outputFile);
+        auto const video = layout.locate();
+        if (!video.isSound())
+            return;
         uint32_t const behind = layout.fileSize - video.position - video.size;
         claims::setField(packet, *held.video(), motion_names::LENGTH, std::to_string(video.size));
         claims::setField(packet, *held.video(), motion_names::PADDING, std::to_string(behind));
@@ -123,8 +118,12 @@ void CommitFields::stagePublishedFields() {
             claims::setField(packet, *held.primary(), motion_names::PADDING,
                              std::to_string(layout.videoBox->headerSize));
     }
-    bool const isCounted = isNew || layout.fromDirectory().isSound() || layout.fromMicroVideo().isSound();
-    if (isNew || (isCounted && growth != 0))
+    int64_t growth = 0;
+    if (parts.qrtEdit->isDirty() && parts.qrtEdit->staging().writesTrailer()) {
+        auto const plan = parts.qrtEdit->staging().plan();
+        growth = int64_t{plan.behindImage()} - (plan.getGround().fileSize - plan.getGround().image);
+    }
+    if (isNew || (growth != 0 && VideoFields::finds(*parts.outputFile, *parts.xmpEdit)))
         parts.xmpEdit->followEnd(growth);
 }
 
