@@ -109,7 +109,7 @@ void Mender::dropOrphan(MotionVideo const& orphan) {
 void Mender::dropStaleClaims(PhotoCheck const& check) {
     PhotoLayout const layout(file);
     // A trailer that claims one is damage of its own: what it holds is not known.
-    if (!layout.claims.any() || check.video.source == Source::TRAILER || check.video.source == Source::BOX)
+    if (!layout.claims.any() || check.video.source == Source::TRAILER)
         return;
     published::writeXMP(file, [](auto const& view) {
         claims::remove(*view->getMeta());
