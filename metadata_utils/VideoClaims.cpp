@@ -197,6 +197,8 @@ uint32_t remove(XMPPacket& packet) {
             packet.removeEntry(generation.containerNS, directory, item->place);
             ++removed;
         }
+        if (!items.empty() && packet.count(generation.containerNS, directory) == 0)
+            packet.remove(generation.containerNS, directory);
     }
     return removed;
 }

@@ -105,6 +105,7 @@ void dropEmptyDirectory(FilePtr const& file) {
     if (auto const names = edit->getItemNames(); names.size() != 1 || names.front() != PRIMARY)
         return;
     edit->removeItem(PRIMARY);
+    edit->removeProperty(xmp_ns::CONTAINER, "Directory");
     edit->commit();
 }
 
