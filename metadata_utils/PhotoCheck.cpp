@@ -94,7 +94,7 @@ void Checker::checkContainer() {
 void Checker::checkTrailer() {
     if (!layout.trailerFault.empty())
         add("trailer-whole", layout.fileSize, "records and directory that fit the file", layout.trailerFault);
-    if (layout.isHEIC && !layout.topLevel.damage && HEIFMetaWriter::isTrailerHidden(*layout.file))
+    if (layout.hasHiddenTrailer())
         add("trailer-last", layout.topLevel.find(TRAILER_BOX)->position, "the trailer's box last", "boxes behind it");
     if (layout.tail && layout.isHEIC && !layout.topLevel.boxes.empty()) {
         auto const& last = layout.topLevel.boxes.back();

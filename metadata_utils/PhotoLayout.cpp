@@ -5,6 +5,7 @@
 #include "ErrorAt.h"
 #include "MotionPhotoInfoImpl.h"
 #include "MovieBoxes.h"
+#include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -117,6 +118,10 @@ uint32_t PhotoLayout::trailerStart() const {
         return fileSize;
     bool const isBoxed = isHEIC && !topLevel.boxes.empty() && topLevel.boxes.back().type == TRAILER_BOX;
     return isBoxed ? topLevel.boxes.back().position : trailer::startOf(*tail);
+}
+
+bool PhotoLayout::hasHiddenTrailer() const {
+    return isHEIC && !topLevel.damage && HEIFMetaWriter::isTrailerHidden(*file);
 }
 
 MotionVideo PhotoLayout::damaged(Source source, std::string const& reason) const {

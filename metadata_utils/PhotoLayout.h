@@ -40,6 +40,8 @@ struct PhotoLayout {
     QRTDataInfo const* videoRecord() const;
     /// Where the trailer begins, in a HEIC its box; the file's end without one.
     uint32_t trailerStart() const;
+    /// A HEIC's trailer stands in front of other boxes, where it is not looked for.
+    bool hasHiddenTrailer() const;
     /// The claim of a source, looked at; status NONE where it makes none.
     MotionVideo fromTrailer() const;
     MotionVideo fromBox() const;

@@ -149,6 +149,13 @@ bool endsWithFiller(MediaFile const& file, MotionVideo const& video, uint32_t le
     return box && box->type == boxType("free") && box->end() == end;
 }
 
+/// A trailer that stands where nobody looks for it would go on claiming the video.
+void requireNoHiddenTrailer(PhotoLayout const& layout) {
+    if (layout.hasHiddenTrailer())
+        throw ErrorAt().as(Error::Code::DAMAGED,
+                           *layout.file)("other boxes hide the HEIC's trailer; repair brings it to the end");
+}
+
 // To a trailer. -------------------------------------------------------------------------------------------------------
 
 void requireConvertible(PhotoLayout const& layout, MotionVideo const& video) {
@@ -156,6 +163,10 @@ void requireConvertible(PhotoLayout const& layout, MotionVideo const& video) {
         throw ErrorAt().as(video.status == MotionVideo::Status::NONE ? Error::Code::REFUSED : Error::Code::DAMAGED,
                            *layout.file)("no sound video to convert: %s",
                                          video.reason.empty() ? "none is claimed" : video.reason.c_str());
+    if (layout.topLevel.damage)
+        throw ErrorAt().as(Error::Code::DAMAGED, *layout.file)("the HEIC's boxes do not add up: %s",
+                                                               reasonOf(*layout.topLevel.damage).c_str());
+    requireNoHiddenTrailer(layout);
     if (layout.tail)
         throw ErrorAt().as(Error::Code::UNSUPPORTED,
                            *layout.file)("the photo has a trailer already, without the video");
@@ -269,7 +280,9 @@ Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional
     if (layout.isHEIC) {
         auto const& last = layout.topLevel.boxes.back();
         if (last.type != TRAILER_BOX || end > last.position)
-            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)("the trailer stands in no box of its own");
+            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
+                end > last.position ? "the video stands inside the trailer, and in no box of its own"
+                                    : "the trailer stands in no box of its own");
         back.start = video.position;
         back.behind = last.position - end;
         back.cut = layout.fileSize - last.position;
@@ -315,7 +328,9 @@ Conversion toTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Me
     done.isXMPWritten = takesFields(layout, fields);
 
     auto const file = begin(photo, output);
-    uint64_t const grown = uint64_t{layout.fileSize} + planned.size() + change.filler + trailer::BOX_HEADER_SIZE;
+    // In a JPEG the planned record counts the video, which is there already.
+    uint64_t const grown = uint64_t{layout.fileSize} + planned.size() - (layout.isHEIC ? 0 : video.size) +
+                           trailer::BOX_HEADER_SIZE + (done.isXMPWritten ? xmpGrowth(layout, fields) : 0);
     checked::SpaceKeeper const space(file, checked::sizeOf(grown));
     if (done.isXMPWritten)
         writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), fields); });
@@ -342,6 +357,7 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
         throw ErrorAt().as(video.status == MotionVideo::Status::NONE ? Error::Code::REFUSED : Error::Code::DAMAGED,
                            *photo)("no sound video to convert: %s",
                                    video.reason.empty() ? "none is claimed" : video.reason.c_str());
+    requireNoHiddenTrailer(layout);
     Conversion done;
     if (video.source != MotionVideo::Source::TRAILER) {
         begin(photo, output);
@@ -368,23 +384,6 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
     done.brand = note && note->brand != video.brand ? video.brand : "";
     done.filler = video.size - back.length;
     return done;
-}
-
-void removeTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
-    PhotoLayout const layout(photo);
-    if (!layout.tail || layout.videoRecord() != nullptr)
-        throw ErrorAt().as(Error::Code::REFUSED, *photo)(
-            layout.tail ? "the trailer of %s holds the video" : "%s has no trailer", photo->getPath().c_str());
-    uint32_t const size = layout.fileSize - layout.trailerStart();
-    bool const isCounted = layout.fromDirectory().isSound() || layout.fromMicroVideo().isSound();
-    auto const file = begin(photo, output);
-    if (isCounted) {
-        writeXMP(file, [&](auto const& view) {
-            claims::followEnd(*view->getMeta(), -int64_t{size});
-            view->reindex();
-        });
-    }
-    checked::truncate(*file, file->size() - size);
 }
 
 } // namespace android::lumo::published

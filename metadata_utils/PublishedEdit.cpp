@@ -7,6 +7,7 @@
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/ImageMetaReader.h"
 #include "io/JPEGMetaWriter.h"
 #include "io/VideoPointer.h"
 
@@ -19,6 +20,8 @@ namespace {
 constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
 using motion_names::MOTION_PHOTO;
 using motion_names::PRIMARY;
+/// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
+constexpr uint32_t XMP_OVERHEAD = 256;
 
 /// The entry that stays, or a new one at the directory's end.
 void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still, std::string const& mime) {
@@ -72,6 +75,12 @@ std::shared_ptr<XMPInfoImpl> openXMP(std::shared_ptr<MediaFile> const& file) {
     claims::nestTypedNodes(*view->getMeta());
     view->reindex();
     return view;
+}
+
+uint32_t sizeWith(PhotoLayout const& layout, Fields const& fields) {
+    auto const view = openXMP(layout.file);
+    setFields(view, layout.file->mimeType(), fields);
+    return static_cast<uint32_t>(view->serializeToBuffer().size());
 }
 
 /// Where one look at the photo tells all about its packet.
@@ -164,9 +173,14 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
 }
 
 bool takesFields(PhotoLayout const& layout, Fields const& fields) {
-    auto const view = openXMP(layout.file);
-    setFields(view, layout.file->mimeType(), fields);
-    return canWriteXMP(layout, static_cast<uint32_t>(view->serializeToBuffer().size()));
+    return canWriteXMP(layout, sizeWith(layout, fields));
+}
+
+uint32_t xmpGrowth(PhotoLayout const& layout, Fields const& fields) {
+    uint32_t const size = sizeWith(layout, fields) + XMP_OVERHEAD;
+    auto const room = layout.isHEIC ? HEIFMetaWriter(layout.file).xmpRoom()
+                                    : ImageMetaReader::of(layout.file, ParseMode::LAZY)->getXMP().payload;
+    return room >= size ? 0 : std::max(MIN_XMP_ROOM, size) + XMP_OVERHEAD;
 }
 
 void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change) {

@@ -42,6 +42,9 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
 /// room for any; one that has claims and no room throws.
 bool takesFields(PhotoLayout const& layout, Fields const& fields);
 
+/// Bytes that the photo can become longer by when they are written.
+uint32_t xmpGrowth(PhotoLayout const& layout, Fields const& fields);
+
 /// Changes the file's packet and writes it; the bytes behind it may move, together.
 void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change);
 

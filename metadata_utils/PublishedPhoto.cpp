@@ -128,7 +128,7 @@ void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFil
 
 /// A trailer is the motion-photo editor's own; what it holds of the video goes with it.
 bool isForEditor(PhotoLayout const& layout) {
-    return layout.videoRecord() != nullptr || !layout.trailerFault.empty();
+    return layout.videoRecord() != nullptr || !layout.trailerFault.empty() || layout.hasHiddenTrailer();
 }
 
 /// All claims out of the editor's packet, whatever form they have; it puts its own in.
@@ -254,6 +254,23 @@ void setMoment(std::shared_ptr<MediaFile> const& photo, int64_t momentUs, std::s
         if (layout.claims.microVideo == "1")
             edit.setProperty(xmp_ns::CAMERA, motion_names::MICRO_VIDEO_TIMESTAMP, std::to_string(momentUs));
     });
+}
+
+void removeTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
+    PhotoLayout const layout(photo);
+    if (!layout.tail || layout.videoRecord() != nullptr)
+        throw ErrorAt().as(Error::Code::REFUSED, *photo)(
+            layout.tail ? "the trailer of %s holds the video" : "%s has no trailer", photo->getPath().c_str());
+    uint32_t const size = layout.fileSize - layout.trailerStart();
+    bool const isCounted = layout.fromDirectory().isSound() || layout.fromMicroVideo().isSound();
+    auto const file = begin(photo, output);
+    if (isCounted) {
+        writeXMP(file, [&](auto const& view) {
+            claims::followEnd(*view->getMeta(), -int64_t{size});
+            view->reindex();
+        });
+    }
+    checked::truncate(*file, file->size() - size);
 }
 
 } // namespace android::lumo::published

@@ -57,6 +57,20 @@ TEST(PublishedPhoto, RemoveTakesTheVideoAndEveryClaimAndLeavesTheRest) {
     }
 }
 
+/// A HEIC whose trailer other boxes hide: its record points to the video.
+static std::string hiddenTrailer(std::string const& movie) {
+    auto const items = itemOf("Primary", "image/heic", paddingOf(8)) + videoItem(movie.size());
+    std::string const photo = heicWith(videoBox(movie), items);
+    auto const pointer = "mpv2" + bigEndian(photo.find("mpvd") + 4, 4) + bigEndian(movie.size(), 4);
+    return photo + qrtdBox(trailerBytes({{2608, "MotionPhoto_Data", pointer}})) + heicBox("free", "cdif debug info");
+}
+
+TEST(PublishedPhoto, RemoveTakesTheRecordOfAHiddenTrailer) {
+    std::string const still = edited(hiddenTrailer(clip(5000)), REMOVE);
+    EXPECT_EQ(still.find("MotionPhoto"), std::string::npos);
+    EXPECT_EQ(still.find("mpvd"), std::string::npos);
+}
+
 TEST(PublishedPhoto, ConvertsToATrailerThatTheViewsRecogniseAndBackToTheSameVideoAndImage) {
     for (auto const& movie : {clip(5000, "isom"), clip(5000, "qt  "), clip(126'000, "mp42"), clip(126'000, "iso5")}) {
         for (auto const& [name, photo, source, padding, behind] : forms(movie)) {
@@ -185,6 +199,8 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
               "bytes stand behind the video"},
              {published(PRIMARY + videoItem(9), movie), TO_TRAILER, "no sound video to convert: no movie begins"},
              {plain, TO_PUBLISHED, "none is claimed"},
+             {hiddenTrailer(movie), TO_PUBLISHED, "boxes hide the HEIC's trailer"},
+             {heicWith(videoBox(movie) + "junk behind"), TO_TRAILER, "boxes do not add up"},
              {plain, REMOVE, "nothing in "},
              {plain, add("no movie at all"), "remux it"},
              {plain, add(movie.substr(0, movie.size() - 3)), "remux it"},
