@@ -10,6 +10,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "ImageIndex.h"
+#include "MotionPhotoEdit.h"
 #include "MovieBoxes.h"
 #include "PublishedEdit.h"
 #include "StillEnd.h"
@@ -169,7 +170,8 @@ void requireConvertible(PhotoLayout const& layout, MotionVideo const& video) {
     requireNoHiddenTrailer(layout);
     if (layout.tail)
         throw ErrorAt().as(Error::Code::UNSUPPORTED,
-                           *layout.file)("the photo has a trailer already, without the video");
+                           *layout.file)("the photo has a trailer already, without the video: only into another file "
+                                         "it can be written anew");
     if (layout.isHEIC && video.source != MotionVideo::Source::BOX)
         throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)("the video at %zu stands in no box of its own",
                                                                    size_t{video.position});
@@ -319,6 +321,14 @@ Conversion toTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Me
             writeAt(*file, video.position + BRAND_OFFSET, RECOGNISED_BRAND);
             done.brand = video.brand;
         }
+        return done;
+    }
+    if (video.isSound() && layout.tail && layout.trailerFault.empty() && isElsewhere(*photo, output)) {
+        removeTrailer(photo, output);
+        done = toTrailer(output);
+        auto const edit = MotionPhotoInfo::parse(output)->edit();
+        edit->addQRTInfo(QRTInfo::parse(photo)); // other records come behind those of the video
+        edit->commit();
         return done;
     }
     requireConvertible(layout, video);

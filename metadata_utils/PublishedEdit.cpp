@@ -100,6 +100,10 @@ bool putXMPIn(SplicedCopy& copy, std::shared_ptr<MediaFile> const& photo, Packet
 
 } // namespace
 
+bool isElsewhere(MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
+    return output != nullptr && !MediaFile::isFdsDup(photo.getFd(), output->getFd());
+}
+
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
                                  Stretch const& leftOut, PacketChange* change) {
     if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd())) {

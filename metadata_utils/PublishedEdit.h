@@ -16,6 +16,9 @@ namespace android::lumo::published {
 
 using PacketChange = std::function<void(std::shared_ptr<XMPInfoImpl> const&)>;
 
+/// The edit goes into another file.
+bool isElsewhere(MediaFile const& photo, std::shared_ptr<MediaFile> const& output);
+
 /// The file the edit works on: the photo itself, or the output, which gets the photo's bytes but for `leftOut`; what
 /// points behind those is right afterwards. A change of the packet that could be made on the way is taken out of
 /// `change`.

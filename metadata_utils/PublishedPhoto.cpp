@@ -88,10 +88,6 @@ void blank(MediaFile& file, uint32_t position, uint32_t size) {
     checked::fill(file, 0, size - static_cast<uint32_t>(2 * sizeof(uint32_t)));
 }
 
-bool isElsewhere(MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
-    return output != nullptr && !MediaFile::isFdsDup(photo.getFd(), output->getFd());
-}
-
 PacketChange dropClaimsOf(PhotoLayout const& layout, Cut const& cut) {
     if (!layout.claims.any())
         return nullptr;

@@ -142,6 +142,12 @@ TEST(PublishedPhoto, WhatCountsFromTheEndFollowsATrailerThatComesGrowsAndGoes) {
             commit(*edit, output);
             expectFound(output.bytes().empty() ? file : output);
         }
+        if (!photo.ends_with(GAIN_MAP)) {
+            TempFile const output("");
+            EXPECT_TRUE(published::toTrailer(file.open("r"), output.open()).isChanged);
+            EXPECT_TRUE(textOf(locate(output.bytes())).starts_with("trailer sound"));
+            EXPECT_NE(output.bytes().find("Scene"), std::string::npos);
+        }
         published::removeTrailer(file.open());
         EXPECT_EQ(takeApart(file.bytes()).trailer.records.size(), 0U);
         expectFound(file);
