@@ -3,6 +3,7 @@
 
 #include "CheckedFile.h"
 #include "HEIFCodecInfo.h"
+#include "HEIFImagePart.h"
 #include "HEIFItems.h"
 #include "Log.h"
 #include "MoveTail.h"
@@ -114,8 +115,8 @@ void HEIFMetaWriter::writeXMP(std::vector<unsigned char> const& packet) {
 //                                     +--------------------+
 //
 // What holds:
-// 1. The file is not touched before the new image part lies in memory, complete, and our own reader has found the room
-// in it.
+// 1. The file is not touched before the new image part and the old one lie in memory, complete, and our own reader has
+// found the room in the new one.
 // 2. The appended data moves first: it needs the space, so a full disk is found while every byte still stands.
 // 3. The pointer to the video is corrected in the same operation that moves the video.
 
@@ -126,10 +127,8 @@ Metadata HEIFMetaWriter::reserveXMP(unsigned int size) {
     if (reader->getExternalMetadataPosition({boxTypeText(TRAILER_BOX), "free", boxTypeText(VIDEO_BOX)}) == 0)
         LOGD("no external metadata box given");
     uint32_t const imageLength = reader->getEndOfImagePosition(true);
-    Image const image = imageWithRoom(size);
-    rescan(); // gives the source's copy back before anything else needs memory
-
-    replaceImagePart(imageLength, image.span());
+    auto const image = imageWithRoom(size);
+    replaceImagePart(imageLength, image);
     rescan();
     auto const rooms = reader->findAllXMP();
     Metadata const room = rooms.empty() ? Metadata() : rooms.front();
@@ -156,17 +155,16 @@ void HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bo
     }
     uint32_t const oldSize = reader->getEndOfImagePosition(true);
     auto const image = imageWithRoom(roomFor(needed));
-    std::string bytes(image.span().begin(), image.span().end());
     uint32_t size = 0;
     uint32_t const offset = getMetadataOffset(&size);
     packet.resize(std::max<size_t>(size, packet.size()), BLANK);
     if (isWanted)
-        std::copy(packet.begin(), packet.end(), bytes.begin() + offset);
-    copy.replace({0, oldSize}, std::move(bytes));
+        std::copy(packet.begin(), packet.end(), image.bytes.get() + offset);
+    image.putInto(copy, oldSize);
 }
 
-/// The new image part, in memory.
-HEIFMetaWriter::Image HEIFMetaWriter::imageWithRoom(unsigned int size) {
+/// The new image part, in memory but for what the source's has unchanged.
+heif::ImagePart HEIFMetaWriter::imageWithRoom(unsigned int size) {
     if (size > INT32_MAX)
         throw ErrorAt().as(Error::Code::TOO_BIG)("room of %zu bytes for XMP is too large", size_t{size});
     heif::scanWhole(*file);
@@ -174,7 +172,7 @@ HEIFMetaWriter::Image HEIFMetaWriter::imageWithRoom(unsigned int size) {
     init();
     copyCover(std::max<uint32_t>(size, HBOXM_MIN_XMP_SIZE));
     stop();
-    Image image = dumpImage();
+    auto image = dumpImage();
     heif::requireRoomIsFound(image.span(), getMetadataOffset(), size);
     return image;
 }
@@ -278,16 +276,23 @@ void HEIFMetaWriter::stop() {
         throw ErrorAt().as(codeOf(result, "hboxm_stop_muxing"))("fail to stop muxing");
 }
 
-HEIFMetaWriter::Image HEIFMetaWriter::dumpImage() {
+heif::ImagePart HEIFMetaWriter::dumpImage() {
     int64_t const size = hboxm_get_outputbuffer_size(muxer);
     if (size > int64_t{UINT32_MAX})
         throw Error(Error::Code::TOO_BIG, "[HEIFController]invalid overflowed output buffer size");
     if (size < 0)
         requireOk(static_cast<int32_t>(size), "[HEIFController]invalid minus output buffer size");
     auto const capacity = static_cast<uint32_t>(size);
-    Image image{std::unique_ptr<uint8_t[]>(new uint8_t[capacity]), capacity}; // not zeroed: all of it is written
+    heif::ImagePart image(capacity);
     uint32_t written = 0;
+#ifdef HBOXM_HAS_UNCHANGED
+    int32_t const result = hboxm_dump_changes_to_outputbuffer(muxer, image.bytes.get(), capacity, &written);
+    HBOXM_UNCHANGED range{};
+    while (hboxm_get_unchanged(muxer, static_cast<uint32_t>(image.unchanged.size()), &range) == HBOX_OK)
+        image.unchanged.push_back({range.position, range.source, range.length});
+#else
     int32_t const result = hboxm_dump_image_to_outputbuffer(muxer, image.bytes.get(), capacity, &written);
+#endif
     if (result != HBOX_OK || written != capacity)
         throw ErrorAt().as(codeOf(result, "hboxm_dump_image_to_outputbuffer"))("fail to write");
     return image;
@@ -302,9 +307,9 @@ uint32_t HEIFMetaWriter::getMetadataOffset(uint32_t* size) {
 // The file. -----------------------------------------------------------------------------------------------------------
 
 /// Invariants 2 and 3.
-void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, std::span<uint8_t const> image) {
+void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, heif::ImagePart const& image) {
     uint32_t const fileSize = file->size();
-    int64_t const distance = static_cast<int64_t>(image.size()) - int64_t{imageLength};
+    int64_t const distance = int64_t{image.size} - int64_t{imageLength};
     uint32_t const newSize = checked::sizeOf(static_cast<uint64_t>(int64_t{fileSize} + distance));
     heif::TrailingBoxes(file).bringTrailerToEnd(); // a hidden one must not come back later with a wrong pointer
     if (imageLength == fileSize)
@@ -316,10 +321,12 @@ void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, std::span<uint8_t co
         checked::truncate(*file, newSize);
 }
 
-void HEIFMetaWriter::write(std::span<uint8_t const> image) {
+/// What is unchanged comes from the source's copy in memory: its old place may have been written over.
+void HEIFMetaWriter::write(heif::ImagePart const& image) {
     if (file->position(0) != 0)
         throw ErrorAt(406).as(Error::Code::READ_FAILED, *file)("Failed to reset file position to 0");
-    checked::write(*file, image.data(), image.size());
+    auto const& source = reader->getBuffer();
+    image.write(*file, {source.data(), source.size()});
 }
 
 // Camera debug info. --------------------------------------------------------------------------------------------------

@@ -17,6 +17,7 @@ namespace android::lumo {
 
 namespace heif {
 class TrailingBoxes;
+struct ImagePart;
 struct TopLevelBox;
 } // namespace heif
 class SplicedCopy;
@@ -40,7 +41,7 @@ public:
     ~HEIFMetaWriter() override;
 
     /// Writes the image part again with room for `size` bytes of XMP (128 at least, and never less than the packet the
-    /// image has, which the room begins with). Needs memory for the image part twice, whatever stands behind it.
+    /// image has, which the room begins with). Needs memory for the image part once, whatever stands behind it.
     /// Returns the room.
     Metadata reserveXMP(unsigned int size) override;
     /// Throws what reserveXMP(size) would refuse the image for; changes nothing.
@@ -85,29 +86,21 @@ public:
     static uint32_t getClockWiseRotation(int heifCcwRotation);
 
 private:
-    /// A new image part.
-    struct Image {
-        std::unique_ptr<uint8_t[]> bytes;
-        uint32_t size = 0;
-
-        std::span<uint8_t const> span() const { return {bytes.get(), size}; }
-    };
-
     void init();
     void deinit();
     void rescan();
     void requireReplaceableXMP();
-    Image imageWithRoom(unsigned int size);
+    heif::ImagePart imageWithRoom(unsigned int size);
     void copyCover(uint32_t xmpSize);
     void copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& tiles, uint32_t xmpSize);
     void copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& ids);
     void copyThumbnail(int coverId);
     static uint32_t getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo);
     void stop();
-    Image dumpImage();
+    heif::ImagePart dumpImage();
     uint32_t getMetadataOffset(uint32_t* size = nullptr);
-    void replaceImagePart(uint32_t imageLength, std::span<uint8_t const> image);
-    void write(std::span<uint8_t const> image);
+    void replaceImagePart(uint32_t imageLength, heif::ImagePart const& image);
+    void write(heif::ImagePart const& image);
 
     void cutOut(heif::TrailingBoxes& boxes, heif::TopLevelBox const& box);
 

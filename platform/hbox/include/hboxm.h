@@ -79,6 +79,23 @@ int64_t hboxm_get_outputbuffer_size(HBOXM_HANDLE handle);
 /* Writes the whole new image part, which stands at the start of the file, and reports its size. */
 int32_t hboxm_dump_image_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint32_t capacity, uint32_t* size);
 
+/* A library that lacks the next two does not define this. */
+#define HBOXM_HAS_UNCHANGED 1
+
+/* The same without the ranges that are the source's unchanged: of those it writes the first bytes of the boxes alone, so
+ * that the boxes can be followed. */
+int32_t hboxm_dump_changes_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint32_t capacity, uint32_t* size);
+
+/* A range of the output that is the source's, unchanged but for its place. */
+typedef struct HBOXM_UNCHANGED {
+    uint32_t position; /* in the output */
+    uint32_t source;   /* in the source */
+    uint32_t length;
+} HBOXM_UNCHANGED;
+
+/* The large ones, in order; HBOX_ERR_NOT_FOUND behind the last. */
+int32_t hboxm_get_unchanged(HBOXM_HANDLE handle, uint32_t index, HBOXM_UNCHANGED* range);
+
 /* The XMP room in the output: first byte and length. The length is the reserved one, or that of the source's XMP packet
  * where it is longer: the room begins with that packet, or with an empty one. `size` may be null. */
 int32_t hboxm_get_metadata_offset(HBOXM_HANDLE handle, uint32_t* offset, uint32_t* size);

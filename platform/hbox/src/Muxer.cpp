@@ -136,6 +136,16 @@ MuxPlan const& finished(HBOXM_HANDLE handle) {
     return *handle->plan;
 }
 
+void dump(HBOXM_HANDLE handle, void* buffer, uint32_t capacity, uint32_t* size, OutputLayout::Parts parts) {
+    auto const& layout = finished(handle).layout;
+    requireArguments(buffer, size);
+    *size = static_cast<uint32_t>(layout.size()); // the plan keeps it within 32 bits
+    if (capacity < layout.size())
+        throw failure(HBOX_ERR_BUFFER, "buffer of %u bytes, %u needed", static_cast<unsigned>(capacity),
+                      static_cast<unsigned>(*size));
+    layout.write(handle->source.stream(), {static_cast<uint8_t*>(buffer), static_cast<size_t>(layout.size())}, parts);
+}
+
 } // namespace
 
 } // namespace hbox
@@ -211,14 +221,22 @@ extern "C" int64_t hboxm_get_outputbuffer_size(HBOXM_HANDLE handle) {
 
 extern "C" int32_t hboxm_dump_image_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint32_t capacity,
                                                     uint32_t* size) {
+    return guarded([&] { hbox::dump(handle, buffer, capacity, size, hbox::OutputLayout::Parts::ALL); });
+}
+
+extern "C" int32_t hboxm_dump_changes_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint32_t capacity,
+                                                      uint32_t* size) {
+    return guarded([&] { hbox::dump(handle, buffer, capacity, size, hbox::OutputLayout::Parts::CHANGES); });
+}
+
+extern "C" int32_t hboxm_get_unchanged(HBOXM_HANDLE handle, uint32_t index, HBOXM_UNCHANGED* range) {
     return guarded([&] {
-        auto const& layout = hbox::finished(handle).layout;
-        requireArguments(buffer, size);
-        *size = static_cast<uint32_t>(layout.size()); // the plan keeps it within 32 bits
-        if (capacity < layout.size())
-            throw failure(HBOX_ERR_BUFFER, "buffer of %u bytes, %u needed", static_cast<unsigned>(capacity),
-                          static_cast<unsigned>(*size));
-        layout.write(handle->source.stream(), {static_cast<uint8_t*>(buffer), static_cast<size_t>(layout.size())});
+        auto const& ranges = hbox::finished(handle).layout.unchanged();
+        requireArguments(range);
+        if (index >= ranges.size())
+            throw failure(HBOX_ERR_NOT_FOUND, "%u unchanged ranges", static_cast<unsigned>(ranges.size()));
+        auto const& [position, source, length] = ranges[index];
+        *range = {static_cast<uint32_t>(position), static_cast<uint32_t>(source), static_cast<uint32_t>(length)};
     });
 }
 

@@ -31,8 +31,18 @@ public:
     /// Overwrites a range of the output with blanks when it is written.
     void blank(FileRange output) { blanked.push_back(output); }
 
-    /// Fills `out`, which has size() bytes.
-    void write(Stream const& source, std::span<uint8_t> out) const;
+    /// A copied range: its place in the output and in the source.
+    struct Unchanged {
+        uint64_t position;
+        uint64_t source;
+        uint64_t length;
+    };
+    /// The large ones, without those that are blanked somewhere.
+    std::vector<Unchanged> unchanged() const;
+
+    enum class Parts { ALL, CHANGES };
+    /// Fills `out`, which has size() bytes; of the unchanged ranges perhaps only where copies began.
+    void write(Stream const& source, std::span<uint8_t> out, Parts parts) const;
 
 private:
     enum class Kind { Copied, Own, Blanks };
@@ -44,7 +54,10 @@ private:
         std::vector<uint8_t> own = {};
     };
 
+    bool isUnchanged(Piece const& piece) const;
+
     std::vector<Piece> pieces;
+    std::vector<FileRange> copied; ///< as they were asked for
     std::vector<FileRange> blanked;
     uint64_t length = 0;
 };
