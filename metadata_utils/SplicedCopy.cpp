@@ -4,14 +4,15 @@
 #include "CheckedFile.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace android::lumo {
 
 SplicedCopy::SplicedCopy(std::shared_ptr<MediaFile> const& file) : source(file), sourceSize(file->size()) {}
 
-void SplicedCopy::replace(Stretch const& old, std::string bytes) {
-    places[old.position] = {old.size, std::move(bytes)};
+void SplicedCopy::replace(Stretch const& old, std::string const& bytes) {
+    auto& place = places[old.position];
+    place.removed += old.size;
+    place.bytes += bytes;
 }
 
 bool SplicedCopy::touches(Stretch const& stretch) const {
@@ -27,8 +28,8 @@ uint32_t SplicedCopy::size() const {
 uint32_t SplicedCopy::newPlace(uint32_t position) const {
     int64_t moved = 0;
     for (auto const& [start, place] : places) {
-        if (start >= position)
-            break;
+        if (start > position || (start == position && place.removed > 0))
+            break; // what was put in front of the byte, not in place of it, moves it
         auto const put = static_cast<int64_t>(place.bytes.size());
         if (position - start < place.removed) {
             moved += std::min<int64_t>(0, put - int64_t{position - start});

@@ -26,8 +26,9 @@ class SplicedCopy {
 public:
     explicit SplicedCopy(std::shared_ptr<MediaFile> const& source);
 
-    /// In the copy `bytes` stand in place of the source's. Places do not overlap; at most one begins at a position.
-    void replace(Stretch const& old, std::string bytes = {});
+    /// In the copy `bytes` stand in place of the source's. Places do not overlap; what is put in front of a position
+    /// comes before what is put in place of its byte.
+    void replace(Stretch const& old, std::string const& bytes = {});
     /// Whether a byte of it is among those that were replaced.
     bool touches(Stretch const& stretch) const;
 
