@@ -9,7 +9,7 @@
 #include "MediaFile.h"
 #include "MotionVideo.h"
 #include "QRTInfo.h"
-#include "XMPInfo.h"
+#include "XMPEdit.h"
 
 #include <exception>
 #include <functional>
@@ -22,8 +22,14 @@
 namespace android::lumo::handles {
 
 using File = std::shared_ptr<MediaFile>;
-/// Edits `photo` in place, or writes the edited photo into `output`.
-using Edit = std::function<void(File const& photo, File const& output)>;
+/// One step of a commit.
+struct Edit {
+    /// Edits `photo` in place, or writes the edited photo into `output`.
+    std::function<void(File const& photo, File const& output)> carryOut;
+    /// What the step does to a packet: all of these are tried before the first step is carried out. Empty where the
+    /// step does more, or depends on those before it.
+    std::function<void(XMPEdit& packet)> change = {};
+};
 
 struct Property {
     std::string schema, path, value;

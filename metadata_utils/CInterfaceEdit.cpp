@@ -24,11 +24,24 @@ void copyWhole(File const& source, File const& target) {
 
 /// For edits that know only to work in place.
 Edit inPlace(std::function<void(File const&)> const& edit) {
-    return [edit](File const& photo, File const& output) {
+    return {[edit](File const& photo, File const& output) {
         if (output != nullptr)
             copyWhole(photo, output);
         edit(output != nullptr ? output : photo);
-    };
+    }};
+}
+
+/// For the edit of a property. A name without steps below it means the same before and behind every other step, so it
+/// can be tried ahead.
+Edit ofPacket(std::string const& path, std::function<void(XMPEdit&)> const& change) {
+    auto edit = inPlace([change](File const& file) {
+        auto const packet = XMPInfo::parse(file)->edit();
+        change(*packet);
+        packet->commit();
+    });
+    if (path.find_first_of("[/") == std::string::npos)
+        edit.change = change;
+    return edit;
 }
 
 int stage(mu_photo* photo, std::function<Edit()> const& make) noexcept {
@@ -48,14 +61,27 @@ void putRecord(File const& file, int32_t type, std::string const& name, ByteBuff
     edit->commit();
 }
 
+/// A property that cannot be set is found before the first step has changed the file.
+void rehearse(mu_photo const& photo) {
+    if (std::none_of(photo.staged.begin(), photo.staged.end(), [](auto const& edit) { return edit.change != nullptr; }))
+        return;
+    auto const packet = XMPInfo::parse(photo.file)->edit();
+    for (auto const& edit : photo.staged) {
+        if (edit.change)
+            edit.change(*packet);
+    }
+}
+
 /// The first edit makes the output, the others work on it.
 void writeInto(mu_photo const& photo, File const& output) {
     if (photo.staged.empty())
         return copyWhole(photo.file, output);
     if (MediaFile::isFdsDup(photo.file->getFd(), output->getFd()))
         throw ErrorAt()("the output is the photo itself");
-    photo.staged.front()(photo.file, output);
-    std::for_each(photo.staged.begin() + 1, photo.staged.end(), [&](auto const& edit) { edit(output, nullptr); });
+    rehearse(photo);
+    photo.staged.front().carryOut(photo.file, output);
+    std::for_each(photo.staged.begin() + 1, photo.staged.end(),
+                  [&](auto const& edit) { edit.carryOut(output, nullptr); });
 }
 
 } // namespace
@@ -65,39 +91,35 @@ int mu_stage_video(mu_photo* photo, mu_photo* clip, int64_t moment_us) {
         published::AddOptions options;
         if (moment_us >= 0)
             options.momentUs = moment_us;
-        return [movie = of(clip).file, options](File const& still, File const& output) {
+        return {[movie = of(clip).file, options](File const& still, File const& output) {
             published::addVideo(still, movie, options, output);
-        };
+        }};
     });
 }
 
 int mu_stage_removal(mu_photo* photo) {
-    return stage(photo,
-                 [] { return [](File const& still, File const& output) { published::removeVideo(still, output); }; });
+    return stage(photo, []() -> Edit {
+        return {[](File const& still, File const& output) { published::removeVideo(still, output); }};
+    });
 }
 
 int mu_stage_moment(mu_photo* photo, int64_t moment_us) {
-    return stage(photo, [&] {
+    return stage(photo, [&]() -> Edit {
         require(moment_us >= 0, "a moment in front of the video");
-        return inPlace([text = std::to_string(moment_us)](File const& file) {
-            auto const edit = XMPInfo::parse(file)->edit();
-            edit->setProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP, text);
-            edit->commit();
-        });
+        return {[moment_us](File const& still, File const& output) { published::setMoment(still, moment_us, output); }};
     });
 }
 
 int mu_stage_property(mu_photo* photo, char const* schema, char const* path, char const* value) {
     return stage(photo, [&] {
-        return inPlace([name = std::pair<std::string, std::string>(given(schema), given(path)),
-                        text = value != nullptr ? std::optional<std::string>(value) : std::nullopt](File const& file) {
-            auto const edit = XMPInfo::parse(file)->edit();
-            if (text)
-                edit->setProperty(name.first, name.second, *text);
-            else
-                edit->removeProperty(name.first, name.second);
-            edit->commit();
-        });
+        return ofPacket(given(path),
+                        [name = std::pair<std::string, std::string>(given(schema), given(path)),
+                         text = value != nullptr ? std::optional<std::string>(value) : std::nullopt](XMPEdit& packet) {
+                            if (text)
+                                packet.setProperty(name.first, name.second, *text);
+                            else
+                                packet.removeProperty(name.first, name.second);
+                        });
     });
 }
 
@@ -113,21 +135,23 @@ int mu_stage_record(mu_photo* photo, int32_t type, char const* name, void const*
 }
 
 int mu_stage_to_trailer(mu_photo* photo) {
-    return stage(photo,
-                 [] { return [](File const& still, File const& output) { published::toTrailer(still, output); }; });
+    return stage(photo, []() -> Edit {
+        return {[](File const& still, File const& output) { published::toTrailer(still, output); }};
+    });
 }
 
 int mu_stage_to_published(mu_photo* photo, int drop_records) {
-    return stage(photo, [drop = drop_records != 0] {
-        return [drop](File const& still, File const& output) { published::toPublished(still, drop, output); };
+    return stage(photo, [drop = drop_records != 0]() -> Edit {
+        return {[drop](File const& still, File const& output) { published::toPublished(still, drop, output); }};
     });
 }
 
 int mu_commit(mu_photo* photo) {
     return guarded([&] {
         of(photo).contents.reset();
+        rehearse(*photo);
         while (!photo->staged.empty()) {
-            photo->staged.front()(photo->file, nullptr);
+            photo->staged.front().carryOut(photo->file, nullptr);
             photo->staged.erase(photo->staged.begin());
         }
     });

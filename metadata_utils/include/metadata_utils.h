@@ -164,7 +164,7 @@ METADATA_UTILS_EXPORT int mu_read_record(mu_photo* photo, size_t index, void* by
 METADATA_UTILS_EXPORT int mu_stage_video(mu_photo* photo, mu_photo* clip, int64_t moment_us);
 /* The video with everything that speaks of it; MU_REFUSED at the commit when nothing does. */
 METADATA_UTILS_EXPORT int mu_stage_removal(mu_photo* photo);
-/* The still's moment in the video, 0 or more. */
+/* The still's moment in the video, 0 or more; at the commit MU_REFUSED without a sound video, and behind its end. */
 METADATA_UTILS_EXPORT int mu_stage_moment(mu_photo* photo, int64_t moment_us);
 /* By namespace URI and prefixed path. A NULL value removes the property. */
 METADATA_UTILS_EXPORT int mu_stage_property(mu_photo* photo, char const* schema, char const* path, char const* value);

@@ -27,3 +27,28 @@ TEST(Client, CallsTheEntryPoints) {
     EXPECT_EQ(metadata_utils::getVersionCode(), 10000);
     EXPECT_EQ(metadata_utils::getVersionString(), "1.0.0");
 }
+
+TEST(Client, IsRefusedAheadOfAnyChangeWhatNoCommitCanDo) {
+    struct Row {
+        int code;
+        std::function<void(mu_photo*)> stage;
+    };
+    Row const rows[] = {
+        {MU_REFUSED, [](auto* photo) { mu_stage_moment(photo, 5); }}, // there is no video
+        {MU_XMP,
+         [](auto* photo) {
+             mu_stage_record(photo, 2900, "Note", "x", 1);
+             mu_stage_property(photo, "urn:unknown", "x:y", "1");
+         }},
+    };
+    std::string const bytes = "\xFF\xD8\xFF\xDA" + std::string("\0\2", 2) + "\xFF\xD9";
+    for (auto const& row : rows) {
+        TempFile const still(bytes);
+        mu_photo* photo = nullptr;
+        ASSERT_EQ(mu_open_path(still.path().c_str(), 1, &photo), MU_OK);
+        row.stage(photo);
+        EXPECT_EQ(mu_commit(photo), row.code) << mu_last_error();
+        EXPECT_EQ(still.bytes(), bytes);
+        mu_close(photo);
+    }
+}
