@@ -65,6 +65,8 @@ TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
         {"no primary", IINF + IREF + ILOC, NOT_FOUND},
         {"entry of version 1, which has no type", PITM + iinf(infe(1, 2, "mime")) + IREF + ILOC, NOT_FOUND},
         {"another type", PITM + iinf(infe(2, 2, "uri ")) + IREF + ILOC, NOT_FOUND},
+        {"tied to the primary by another type of reference",
+         PITM + IINF + heicFullBox("iref", 0, 0, heicBox("thmb", "\0\2\0\1\0\1"s)) + ILOC, NOT_FOUND},
         {"several described, primary first", PITM + IINF + iref("\0\2\0\2\0\1\0\7"s) + ILOC, 9},
         {"several described, primary second", PITM + IINF + iref("\0\2\0\2\0\7\0\1"s) + ILOC, NOT_FOUND},
         {"behind the file's end", PITM + IINF + IREF + iloc(0, "4400", "\0\2\0\0\0\1\0\0\3\xE4\0\0\0\5"s), NOT_FOUND},

@@ -3,6 +3,8 @@
 
 #include <map>
 
+#include <sys/resource.h>
+
 namespace android::lumo::test {
 namespace {
 
@@ -97,6 +99,8 @@ TEST(MotionPhotoEditor, AChangeOfXmpAloneDescribesTheTrailerInTheOrderItWasWritt
         commit(photo, operations().at(name));
         expectConsistent(photo.path());
     }
+    commit(photo, [](auto& e) { e.getXMPEdit().setProperty(TIFF, "Make", "m"); });
+    EXPECT_EQ(parsePhoto(photo.path())->getCaptureTimestampUs(), 1234567);
 }
 
 TEST(MotionPhotoEditor, WithoutAVideoNothingIsClaimed) {
@@ -125,9 +129,15 @@ TEST(MotionPhotoEditor, AMomentBehindANewVideosEndBecomesItsEndAndIsRefusedWhenI
         commit(photo, [&](auto& e) { e.replaceVideo(clip.open("r")).setPhotoPresentationTimestampUs(98'000'000); });
     }));
     EXPECT_EQ(photo.bytes(), before);
-    commit(photo, [&](auto& e) { e.replaceVideo(clip.open("r")); });
-    auto const view = parsePhoto(photo.path());
-    EXPECT_EQ(view->getCaptureTimestampUs(), view->getVideoDurationUs());
+    Edit const replace = [&](auto&e) { e.replaceVideo(clip.open("r")); }, loseMoment = [](auto&e) {
+        e.getXMPEdit().removeProperty(xmp_ns::CAMERA, "GCamera:MotionPhotoPresentationTimestampUs");
+        e.addQRTData(2900, "Note", filler(9, 'n'));
+    };
+    for (auto const& edit : {replace, loseMoment}) {
+        commit(photo, edit);
+        auto const view = parsePhoto(photo.path());
+        EXPECT_EQ(view->getCaptureTimestampUs(), view->getVideoDurationUs());
+    }
 }
 
 TEST(MotionPhotoEditor, AVideoThatAPointerOfAJpegLeadsToGoesWithIt) {
@@ -202,6 +212,20 @@ TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
         commit(photo, [](auto& e) { e.getXMPEdit().setProperty(TIFF, "Make", std::string(70000, 'm')); });
     }));
     EXPECT_EQ(photo.bytes(), stills().at("exif"));
+}
+
+TEST(MotionPhotoEditor, ForeseesTheSizeOfTheWholeFile) {
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    for (auto const* name : {"exif", "tight xmp", "HEIC", "HEIC, roomy xmp", "HEIC motion"}) {
+        SCOPED_TRACE(name);
+        TempFile const whole(stills().at(name));
+        commit(whole, operations().at("add"));
+        rlimit const low{whole.bytes().size() - 1, old.rlim_max}; // to write past it ends the process
+        setrlimit(RLIMIT_FSIZE, &low);
+        expectRefused(stills().at(name), "", [](auto& file) { commit(file, operations().at("add")); });
+        setrlimit(RLIMIT_FSIZE, &old);
+    }
 }
 
 } // namespace
