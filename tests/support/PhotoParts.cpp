@@ -176,6 +176,9 @@ void readHeic(std::string const& file, PhotoParts& found, bool isTorn) {
 
 // JPEG. ---------------------------------------------------------------------------------------------------------------
 
+/// Where an MPF index that every writer lays out alike has the size of the JPEG's own picture, which follows edits.
+constexpr size_t OWN_SIZE = 4 + 50 + 4;
+
 /// Camera debug info stands first, with its marker and length the other way round.
 void readJpeg(std::string file, PhotoParts& found, bool isTorn) {
     file.resize(found.trailer.image.size());
@@ -184,9 +187,11 @@ void readJpeg(std::string file, PhotoParts& found, bool isTorn) {
         found.debugInfo = span(file, 6, length - 2);
         file.erase(2, length + 2);
     }
-    auto const segments = segmentsOf(file);
+    auto segments = segmentsOf(file);
     require(isTorn || (!segments.empty() && segments.back().code == 0xDA), "no scan");
-    for (auto const& segment : segments) {
+    for (auto& segment : segments) {
+        if (segment.payload.starts_with(MPF_ID) && segment.payload.size() >= OWN_SIZE + 4)
+            segment.payload.replace(OWN_SIZE, 4, "size");
         size_t const end = segment.code == 0xDA ? segment.payload.find("\xFF\xD9") : segment.payload.size();
         if (segment.isXmp())
             found.packets.push_back(segment.payload.substr(XMP_ID.size()));

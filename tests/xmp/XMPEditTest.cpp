@@ -34,7 +34,7 @@ TEST(XMPEdit, WritesPropertiesAndItemsIntoAStillWithoutXmp) {
     EXPECT_NE(textOf(*written).find("<rdf:Seq>"), std::string::npos);
     EXPECT_NE(textOf(*written).find("GCamera:MotionPhoto=\"1\""), std::string::npos); // compact
     EXPECT_EQ(textOf(*written).find("<?xpacket"), std::string::npos);
-    EXPECT_EQ(othersOf(photo.file.bytes()), segmentsOf(before));
+    EXPECT_EQ(takeApart(photo.file.bytes()).image, takeApart(before).image);
 }
 
 TEST(XMPEdit, ViewReadsTheSameAsTheFileAfterwards) {
@@ -346,13 +346,15 @@ TEST(XMPEdit, KeepsWhatEverySampleSays) {
         } catch (std::runtime_error const&) {
             continue; // no still, or one without XMP
         }
-        auto const others = othersOf(copy.bytes());
+        bool const isJpeg = copy.bytes().starts_with("\xFF\xD8");
+        auto const image = [&] { return isJpeg ? takeApart(copy.bytes(), true).image : std::vector<std::string>(); };
+        auto const others = image();
         auto const after = propertiesAfterAnEdit(copy);
         if (after.empty())
             continue;
         ++compared;
         EXPECT_EQ(after, before);
-        EXPECT_EQ(othersOf(copy.bytes()), others);
+        EXPECT_EQ(image(), others);
     }
     EXPECT_GT(compared, 10);
 }

@@ -56,20 +56,6 @@ struct Photo {
     TempFile file;
 };
 
-/// Everything but the XMP, the blank room that the writer leaves behind a further Exif segment, and what an MPF index
-/// that every writer lays out alike says of the size of the JPEG's own picture.
-inline std::vector<JpegSegment> othersOf(std::string const& file) {
-    auto segments = segmentsOf(file);
-    std::erase_if(segments, [](auto const& segment) {
-        return segment.isXmp() || segment.payload.find_first_not_of(' ') == std::string::npos;
-    });
-    constexpr size_t OWN_SIZE = 4 + 50 + 4;
-    for (auto& segment : segments)
-        if (segment.payload.starts_with(MPF_ID) && segment.payload.size() >= OWN_SIZE + 4)
-            segment.payload.replace(OWN_SIZE, 4, "size");
-    return segments;
-}
-
 inline std::string textOf(XMPInfo const& view) {
     auto const bytes = view.serializeToBuffer();
     return {bytes.begin(), bytes.end()};
