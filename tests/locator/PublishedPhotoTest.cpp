@@ -275,8 +275,8 @@ TEST(MotionClip, BecomesWhatTheViewsRecogniseAndIsNoPointer) {
 }
 
 TEST(MotionClip, NamesTheMomentOfItsStill) {
-    auto const track = [](std::string const& key, uint32_t delay) {
-        std::string const edits = bigEndian(1, 4) + bigEndian(delay, 4) + bigEndian(UINT32_MAX, 4) + bigEndian(0, 4);
+    auto const track = [](std::string const& key, uint32_t delay, uint32_t mediaTime = UINT32_MAX) {
+        std::string const edits = bigEndian(1, 4) + bigEndian(delay, 4) + bigEndian(mediaTime, 4) + bigEndian(0, 4);
         std::string const keys = heicBox("mebx", std::string(8, '\0') + heicBox("keys", heicBox("keyd", "mdta" + key)));
         std::string const table = heicBox("stbl", heicFullBox("stsd", 0, 0, bigEndian(1, 4) + keys));
         std::string const handler = heicFullBox("hdlr", 0, 0, bigEndian(0, 4) + "meta");
@@ -289,6 +289,7 @@ TEST(MotionClip, NamesTheMomentOfItsStill) {
     };
     for (auto const& [tracks, expected] : std::vector<std::pair<std::string, std::optional<int64_t>>>{
              {track("x.y.still-image-time", 900), 1'500'000},
+             {track("x.y.still-image-time", 900, 0), 0}, // the edit shows something: no delay
              {track("x.y.location", 300) + track("x.y.still-image-time", 0), 0},
              {track("x.y.location", 300), std::nullopt},
              {track("x.y.still-image-time", 900).substr(0, 50), std::nullopt},

@@ -41,6 +41,8 @@ TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
                     [&](auto& e) { e.addVideo(other.open("r")); }, "mpvd qrtd ", 6000},
              Layout{"a trailer hidden behind other boxes", trailer(content) + plain + heicBox("free", "cdif12345"),
                     [](auto& e) { e.addQRTData(2900, "Note", filler(4, 'n')); }, "mpvd cdif qrtd ", 4000},
+             Layout{"the same when only XMP is changed", trailer(content) + plain,
+                    [](auto& e) { e.setPhotoPresentationTimestampUs(5); }, "mpvd qrtd ", 4000},
          }) {
         SCOPED_TRACE(what);
         TempFile const file(still + behindImage);
