@@ -176,8 +176,7 @@ void readHeic(std::string const& file, PhotoParts& found, bool isTorn) {
 
 // JPEG. ---------------------------------------------------------------------------------------------------------------
 
-/// Where an MPF index that every writer lays out alike has the size of the JPEG's own picture, which follows edits.
-constexpr size_t OWN_SIZE = 4 + 50 + 4;
+constexpr size_t OWN_SIZE = 4 + 50 + 4; ///< where an MPF index has the size of its own picture, which follows edits
 
 /// Camera debug info stands first, with its marker and length the other way round.
 void readJpeg(std::string file, PhotoParts& found, bool isTorn) {
@@ -321,13 +320,11 @@ std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end,
     return found;
 }
 
-std::string const CONTAINER = "photos/1.0/container/";
-
 Properties PhotoParts::item(std::string const& semantic) const {
     auto const properties = propertiesOf(packet());
     for (int i = 1; i < 100; ++i) {
-        std::string const path =
-            CONTAINER + "Directory Seq[" + std::to_string(i) + "]/" + CONTAINER + "Item/" + CONTAINER + "item/";
+        std::string const path = "photos/1.0/container/Directory Seq[" + std::to_string(i) +
+                                 "]/photos/1.0/container/Item/photos/1.0/container/item/";
         auto const found = properties.find(path + "Semantic");
         if (found == properties.end() || found->second != semantic)
             continue;
