@@ -69,6 +69,9 @@ TEST(MotionPhotoEditor, InPlaceAndIntoATargetGiveTheSameFileAndTheViewsFollow) {
             EXPECT_EQ(target.bytes(), inPlace.bytes());
             EXPECT_EQ(takeApart(inPlace.bytes()).image, takeApart(still).image);
             expectConsistent(inPlace.path());
+            if (name.starts_with("add") || name.ends_with("2608")) {
+                EXPECT_TRUE(takeApart(inPlace.bytes()).video == bytesOf(SAMPLES_DIR "/clip.mp4"));
+            }
             for (auto const& [known, file] : {std::pair(view, &inPlace), {sourceView, &source}}) {
                 auto const fresh = parsePhoto(file->path(), "r");
                 EXPECT_EQ(known->getVideoPosition(), fresh->getVideoPosition());
@@ -193,6 +196,7 @@ TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
             {"the video is empty", [&](auto& e) { e.addVideo(empty.open("r")); }},
             {"the video is the still itself", [&](auto& e) { e.addVideo(photo.open("r")); }},
             {"no video given", [&](auto& e) { e.addVideo(std::shared_ptr<MediaFile>()); }},
+            {"", [&](auto& e) { e.addQRTData(2608, "V", std::shared_ptr<MediaFile>()); }},
             {"no target given", [&](auto& e) { e.commit(nullptr); }},
             {"the target is not empty", [&](auto& e) { e.commit(prepared.open()); }},
             {"not the file being edited", [&](auto& e) { e.removeVideo(prepared.open("r")); }},

@@ -42,7 +42,7 @@ TEST(XMPCopy, TransferSkipsWhatIsThereInAnyLetterCase) {
     Photo const target(packetOf("t:ONE='old'", "<t:uri t:field='a struct'/>" +
                                                    arrayOf("dc:creator", "Seq", "<rdf:li>Z</rdf:li>") +
                                                    directoryOf(itemOf("gainmap", "old/old"))));
-    source.view()->transferTo(target.file.open(), copy_options::skip_existing);
+    source.view()->edit()->transferTo(target.file.open(), copy_options::skip_existing); // which asks the view
     auto const view = target.view();
     EXPECT_EQ(view->getProperty(TEST_NS, "t:ONE"), "old");
     for (char const* absent : {"t:one", "dc:creator[2]"})
