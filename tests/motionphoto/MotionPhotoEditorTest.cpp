@@ -134,7 +134,7 @@ TEST(MotionPhotoEditor, AMomentBehindANewVideosEndBecomesItsEndAndIsRefusedWhenI
     EXPECT_EQ(photo.bytes(), before);
     Edit const replace = [&](auto&e) { e.replaceVideo(clip.open("r")); }, loseMoment = [](auto&e) {
         e.getXMPEdit().removeProperty(xmp_ns::CAMERA, "GCamera:MotionPhotoPresentationTimestampUs");
-        e.addQRTData(2900, "Note", filler(9, 'n'));
+        e.getXMPEdit().setProperty(TIFF, "Make", std::string(3000, 'm'));
     };
     for (auto const& edit : {replace, loseMoment}) {
         commit(photo, edit);
