@@ -3,7 +3,6 @@
 #include "CHandle.h"
 #include "CheckedFile.h"
 #include "MemoryFile.h"
-#include "MotionNames.h"
 #include "MotionPhotoEdit.h"
 #include "PublishedPhoto.h"
 
