@@ -127,8 +127,8 @@ XMPEdit& XMPEditImpl::removeItemField(std::string const& itemName, std::string c
         return *this;
     xmp_text::requireName(fieldName);
     item->remove(fieldName);
-    if (fieldName == "Semantic")
-        info->itemForgotten(itemName);
+    if (fieldName == "Semantic" || fieldName == "Mime")
+        info->itemBroken(itemName, item->getPlace(), fieldName == "Semantic");
     dirty = true;
     return *this;
 }

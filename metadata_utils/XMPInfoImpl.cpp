@@ -212,6 +212,12 @@ void XMPInfoImpl::itemRemoved(std::string const& name) {
     directory.items.erase(found);
 }
 
+void XMPInfoImpl::itemBroken(std::string const& name, int32_t place, bool isNameless) {
+    directory.firstUnread = directory.firstUnread == 0 ? place : std::min(place, directory.firstUnread);
+    if (isNameless)
+        directory.items.erase(name);
+}
+
 void XMPInfoImpl::itemRenamed(std::string const& oldName, std::string const& newName) {
     auto node = directory.items.extract(oldName);
     if (node && !directory.items.contains(newName)) {

@@ -166,8 +166,9 @@ public:
     /// An item of the name that still is in the packet (a duplicate) takes the removed one's entry.
     void itemRemoved(std::string const& name);
     void itemRenamed(std::string const& oldName, std::string const& newName);
-    /// Drops the entry of an item that lost its name.
-    void itemForgotten(std::string const& name) { directory.items.erase(name); }
+    /// An item has lost a field that every item has: views of the file stop at its entry. One that lost its name is no
+    /// longer known.
+    void itemBroken(std::string const& name, int32_t place, bool isNameless);
     /// Starts over from the packet. A failure leaves the index as it was.
     void reindex();
     /// Goes on with another packet, in memory only.

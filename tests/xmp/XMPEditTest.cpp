@@ -63,6 +63,8 @@ TEST(XMPEdit, ViewReadsTheSameAsTheFileAfterwards) {
         {"broken entry repaired", broken, [](auto& e) { e.setItemField("X", "Mime", "x/y"); },
          "Primary:image/jpeg X:x/y Z:a/b "},
         {"broken entry removed", broken, [](auto& e) { e.removeItem("X"); }, "Primary:image/jpeg Z:a/b "},
+        {"item broken, and one added", good + itemOf("Z", "a/b"),
+         [](auto& e) { e.removeItemField("Z", "Mime").setItem("Y", Mime::NONE); }, "Primary:image/jpeg Y:none Z: "},
         {"item renamed", good + itemOf("Z", "a/b"), [](auto& e) { e.setItemField("Z", "Semantic", "N"); },
          "N:a/b Primary:image/jpeg "},
         {"item renamed onto one in front", good + itemOf("Z", "a/b") + itemOf("N", "c/d"),
