@@ -183,8 +183,8 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
     // About the fields the editor will write; it refuses the rest itself, but only when the old video may be gone.
     if (layout.isHEIC && !takesFields(layout, {clip.file->size(), 0, 8, 0}))
         throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
-            "%s holds a single image and has no room for the XMP that a motion photo needs",
-            layout.file->getPath().c_str());
+            "there is no room for the XMP that a motion photo needs, and the image (a single one, or tiles in pieces) "
+            "cannot be written anew to make some");
     uint32_t const needed = checked::sizeOf(uint64_t{layout.fileSize} + clip.file->size() + OVERHEAD);
     if (output == nullptr)
         checked::requireSpace(*layout.file, needed - std::min(needed, layout.locate().size));

@@ -48,7 +48,8 @@ struct AddOptions {
 };
 
 /// Puts a clip into a still or in the place of the video there is, in the form with a trailer. Returns how the clip was
-/// changed on its way; see MotionClip.
+/// changed on its way; see MotionClip. In place the old video of a JPEG without a trailer goes first: a failure between
+/// the two leaves the still alone, and the clip is still the caller's.
 METADATA_UTILS_EXPORT MotionClip addVideo(std::shared_ptr<MediaFile> const& photo,
                                           std::shared_ptr<MediaFile> const& clip, AddOptions const& options = {},
                                           std::shared_ptr<MediaFile> const& output = nullptr);
