@@ -100,7 +100,9 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
         if (packet->hasTakenOthers())
             editor->getView()->getPacket()->takeOthers(); // what was taken away from them does not come back
         editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
-        if (owner.isXMPStaged() || ahead.isChanged)
+        if (copy != nullptr && copy->holdsPacket())
+            editor->getView()->getPacket()->getInFile().trust();
+        else if (owner.isXMPStaged() || ahead.isChanged)
             xmpEdit.makeDirty();
     } else if (isFirst) {
         VideoFields fields(xmpEdit);

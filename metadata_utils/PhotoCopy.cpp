@@ -74,8 +74,7 @@ void PhotoCopy::putXMP(MotionPhotoEditImpl& owner) {
         return;
     if (isHEIC)
         HEIFMetaWriter(photo).putXMPIn(copy, ahead.bytes, ahead.isChanged);
-    else
-        JPEGMetaWriter(photo).putXMPIn(copy, ahead.bytes);
+    isPacketIn = ahead.isChanged && (isHEIC || JPEGMetaWriter(photo).putXMPIn(copy, ahead.bytes));
 }
 
 /// Their headers stay: what stood behind a box stands in front of the one that comes for it.

@@ -29,6 +29,8 @@ public:
 
     /// Without a packet it is for the editor of the copy to work out.
     PacketAhead const& packetAhead() const { return ahead; }
+    /// The packet stands in the copy: it is not to be written again.
+    bool holdsPacket() const { return isPacketIn; }
     /// Bytes from the trailer's first byte to a record that stands so many behind the photo's.
     uint32_t recordPlace(uint32_t inPhoto) const;
 
@@ -44,6 +46,7 @@ private:
     Stretch leftOut;           ///< what the owner was told to
     SplicedCopy copy;
     PacketAhead ahead;
+    bool isPacketIn = false;
 };
 
 } // namespace android::lumo

@@ -20,6 +20,9 @@ namespace android::lumo {
 /// nothing.
 class XMPInFile {
 public:
+    /// The packet is one that this library has just written: nothing of it can be lost.
+    void trust() { isKeepable = true; }
+
     /// Reads the file; a read the system refuses throws, it is never "no XMP".
     explicit XMPInFile(std::shared_ptr<MediaFile> const& source);
 
