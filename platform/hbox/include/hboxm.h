@@ -82,15 +82,15 @@ int32_t hboxm_dump_image_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint
 /* A library that lacks the next two does not define this. */
 #define HBOXM_HAS_UNCHANGED 1
 
-/* The same without the ranges that are the source's unchanged: of those it writes the first bytes of the boxes alone, so
- * that the boxes can be followed. */
+/* The same without the ranges that are the source's unchanged: of those it writes the first bytes of the boxes alone,
+ * so that the boxes can be followed. */
 int32_t hboxm_dump_changes_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint32_t capacity, uint32_t* size);
 
 /* A range of the output that is the source's, unchanged but for its place. */
 typedef struct HBOXM_UNCHANGED {
     uint32_t position; /* in the output */
     uint32_t source;   /* in the source */
-    uint32_t length;
+    uint32_t length;   /* bytes */
 } HBOXM_UNCHANGED;
 
 /* The large ones, in order; HBOX_ERR_NOT_FOUND behind the last. */
