@@ -65,11 +65,13 @@ void MotionPhotoCommit::write() {
         throw;
     }
     packet.release();
+    orgFileSize.reset();
 }
 
 /// The trailer is looked at once for everything that is worked out before the first step writes.
 void MotionPhotoCommit::writeSteps(Survey& survey) {
-    size_t const orgFileSize = parts.view->getFileSize();
+    if (!orgFileSize)
+        orgFileSize = parts.view->getFileSize();
     fields.emplace(parts, staged, outside);
     bool const isWithoutXMP = isVideoRemovalWithoutXMP();
     std::optional<checked::SpaceKeeper> space;
@@ -90,7 +92,7 @@ void MotionPhotoCommit::writeSteps(Survey& survey) {
     if (isWithoutXMP)
         parts.xmpEdit->setAside();
     else
-        fields->completeCommit(orgFileSize);
+        fields->completeCommit(*orgFileSize);
 }
 
 /// Room for a box or for XMP that was opened and could not be given back is nobody's: a second commit would take it for
@@ -123,7 +125,7 @@ void MotionPhotoCommit::prepareCommit(Survey& survey) {
 /// refused by the first container step, which checks before it moves anything.
 void MotionPhotoCommit::requireCommittable(MediaFile const& output) {
     checked::requireEditable(output);
-    if (sizeWithGrowth != 0 && parts.outputFile->size() == sizeWithGrowth)
+    if (outside.isTorn() || (sizeWithGrowth != 0 && parts.outputFile->size() == sizeWithGrowth))
         throw ErrorAt().as(Error::Code::CHANGED)(
             "the file has changed since it was read: a commit that failed has left "
             "unused bytes in it");

@@ -63,6 +63,7 @@ private:
     MotionPhotoEditImpl::Mediator& mediator;
     OutsideVideo outside;
     std::optional<CommitFields> fields; ///< of this commit
+    std::optional<size_t> orgFileSize;  ///< before the first of the commits that have failed since one returned
     bool isTrailerFound = false;        ///< one that boxes hid, whose records are not staged yet
     uint32_t sizeWithGrowth = 0; ///< of the file that a failed commit has left longer than anything in it; else 0
 };

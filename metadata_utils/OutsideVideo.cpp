@@ -64,7 +64,13 @@ void OutsideVideo::removePointedVideo(std::shared_ptr<MediaFile> const& file) {
     if (!hasPointedVideo())
         return;
     auto const size = static_cast<uint32_t>(parts.view->getVideoSize());
-    moveTail(file, static_cast<uint32_t>(parts.view->getVideoPosition()) + size, -int64_t{size});
+    uint64_t const changes = file->changes();
+    try {
+        moveTail(file, static_cast<uint32_t>(parts.view->getVideoPosition()) + size, -int64_t{size});
+    } catch (...) {
+        isCutShort = file->changes() != changes;
+        throw;
+    }
     parts.view->getTrailer()->adjustPosition(file->size());
     parts.qrtEdit->makeDirty();
 }

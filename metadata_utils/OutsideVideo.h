@@ -20,6 +20,8 @@ public:
     void removePointedVideo(std::shared_ptr<MediaFile> const& file);
     bool hasPointedVideo() const;
     void requirePointedVideoLast() const;
+    /// A removal has failed with the video written over in part: nobody would find what is left of it.
+    bool isTorn() const { return isCutShort; }
 
 private:
     void replaceMPDataByMPVDBox(uint32_t position, uint32_t length);
@@ -27,6 +29,7 @@ private:
 
     MotionPhotoParts& parts;
     MotionPhotoEditImpl::Mediator& mediator;
+    bool isCutShort = false;
 };
 
 } // namespace android::lumo
