@@ -113,6 +113,9 @@ struct Material {
     std::string const motion = edited(edited(tight, script("c", add)),
                                       script("c", [](auto& e) { e.addQRTData(2817, "Other", bytes(70, 'o')); }));
     std::string const pointed = jpeg + pattern(500) + trailerBytes({videoRecord(pointerTo(jpeg.size(), 500))});
+    std::string const led =
+        jpeg + bytesOf(SAMPLES_DIR "/clip.mp4") +
+        trailerBytes({videoRecord(pointerTo(jpeg.size(), bytesOf(SAMPLES_DIR "/clip.mp4").size()))});
     std::string const far =
         JpegBuilder().segment(0xE0, pattern(50'000)).segment(0xE0, pattern(50'000, 2)).segment(0xE4, "old").build(scan);
     std::string const heic = buildHeic();
@@ -145,6 +148,7 @@ void addPhotoEdits(Material const& m, std::vector<Scenario>& all) {
              {"JPEG, video replaced by a playable one", fits, m.motion, m.replaceByClip},
              {"JPEG, video removed", fits, m.motion, m.remove},
              {"JPEG, record added", fits, m.motion, m.record},
+             {"JPEG, record beside a pointed video", "pointed video, XMP room made", m.led, m.record},
              {"JPEG, timestamp", "XMP, fits", m.motion, m.timestamp},
              {"HEIC, video added", fits, m.roomy, m.addSmall},
              {"HEIC, video added without XMP", made, m.heic, m.addSmall},
