@@ -52,6 +52,23 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
     }
 }
 
+namespace {
+
+/// What stands behind the image comes along, and its trailer's pointer follows: both have to be there.
+void requireMotionBehind(MotionPhotoEditImpl const& owner, uint32_t image) {
+    auto const& view = *owner.getView();
+    auto const& photo = *view.getFile();
+    if (view.getVideoSize() > 0 && view.getVideoPosition() < image)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
+            "the video at %zu lies in front of the image's end at %zu and does not come to a prepared still",
+            static_cast<size_t>(view.getVideoPosition()), size_t{image});
+    if (photo.mimeType() == MediaDefs::MimeType::IMAGE_HEIC && HEIFMetaWriter::isTrailerHidden(photo))
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
+            "other boxes stand behind the trailer: a commit into the photo itself brings it to the end first");
+}
+
+} // namespace
+
 void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
     auto const& photo = owner.getView()->getFile();
     if (MediaFile::isFdsDup(file->getFd(), still->getFd()))
@@ -61,9 +78,10 @@ void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
                         MediaDefs::mimeString(still->mimeType()).c_str(),
                         MediaDefs::mimeString(photo->mimeType()).c_str());
     XMPInfoImpl const readable(still); // it may be refused for its packet
+    uint32_t const from = imageLength(photo);
+    requireMotionBehind(owner, from);
     bool const hadVideo = takeStillWithoutVideo();
     uint32_t const imageSize = imageLength(hadVideo ? file : still);
-    uint32_t const from = imageLength(photo);
     uint32_t const appended = photo->size() - from;
     uint32_t const total = checked::sizeOf(uint64_t{imageSize} + appended);
 

@@ -7,7 +7,6 @@
 #include "io/HEIFMetaWriter.h"
 #include "io/JPEGMetaWriter.h"
 #include "io/TrailingBoxes.h"
-#include "io/VideoPointer.h"
 
 #include <algorithm>
 #include <string>
@@ -44,7 +43,9 @@ PhotoCopy::PhotoCopy(MotionPhotoEditImpl& owner)
     auto const plan = staging.plan();
     auto const& stored = *owner.getView()->getTrailer()->getStored();
     trailerStart = plan.start();
-    putXMP(owner);
+    pointer = plan.getGround().hasTrailer ? findPointer(stored) : std::nullopt;
+    if (isHEIC || !pointer) // the fields of a JPEG's are worked out in two steps
+        putXMP(owner);
     leftOut = owner.getLeftOut();
     if (leftOut.size > 0)
         copy.replace(leftOut);
@@ -54,8 +55,8 @@ PhotoCopy::PhotoCopy(MotionPhotoEditImpl& owner)
         if (plan.getGround().hasTrailer)
             leaveOutRecords(plan, stored);
     }
-    if (plan.getGround().hasTrailer)
-        followPointer(stored);
+    if (pointer)
+        followPointer();
 }
 
 void PhotoCopy::writeTo(std::shared_ptr<MediaFile> const& target) {
@@ -86,8 +87,13 @@ void PhotoCopy::leaveOutBoxes() {
     }
 }
 
-/// The data of records that the plan no longer has. Records that share bytes with others stay whole.
+/// The data of records that the plan no longer has. Records that share bytes with others stay whole, and all do where
+/// one has sub-info: the flag of it is written in another bit than it is read from, so that a new tail would not fit
+/// it.
 void PhotoCopy::leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& stored) {
+    auto const hasSubInfo = [](QRTDataInfo const& record) { return record.hasSubInfo; };
+    if (std::any_of(stored.records.begin(), stored.records.end(), hasSubInfo))
+        return;
     std::vector<Stretch> kept;
     for (auto const& place : plan.onDisk()) {
         if (place.was)
@@ -119,19 +125,25 @@ void PhotoCopy::leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& 
                      trailer::serializeBoxHeader(recordPlace(stored.recordsSize()) + bytes.size()));
 }
 
-/// The pointer of a video that comes along leads to its new place.
-void PhotoCopy::followPointer(trailer::Stored const& stored) {
+std::optional<PhotoCopy::Pointer> PhotoCopy::findPointer(trailer::Stored const& stored) const {
     auto const record = std::find_if(stored.records.begin(), stored.records.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
     if (record == stored.records.end())
-        return;
+        return std::nullopt;
     auto const data = trailer::storedData(*record, trailerStart + stored.recordsSize());
-    if (!VideoPointer::mayStandIn(record->type, data.size) || copy.touches({data.position, data.size}))
+    if (!VideoPointer::mayStandIn(record->type, data.size))
+        return std::nullopt;
+    auto const video = VideoPointer::decode(checked::readAt(*photo, data.position, VideoPointer::SIZE));
+    return video ? std::optional(Pointer{{data.position, data.size}, *video}) : std::nullopt;
+}
+
+/// The pointer of a video that comes along leads to its new place.
+void PhotoCopy::followPointer() {
+    auto const& [data, video] = *pointer;
+    if (copy.touches(data) || video.position > photo->size() || copy.newPlace(video.position) == video.position)
         return;
-    auto pointer = VideoPointer::decode(checked::readAt(*photo, data.position, VideoPointer::SIZE));
-    if (!pointer || pointer->position > photo->size() || copy.newPlace(pointer->position) == pointer->position)
-        return;
-    pointer->position = copy.newPlace(pointer->position);
-    auto const bytes = pointer->encode();
+    auto moved = video;
+    moved.position = copy.newPlace(video.position);
+    auto const bytes = moved.encode();
     copy.replace({data.position, VideoPointer::SIZE}, std::string(bytes.data(), bytes.data() + bytes.size()));
 }
 

