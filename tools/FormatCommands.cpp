@@ -5,6 +5,7 @@
 #include "Commands.h"
 
 #include "Destination.h"
+#include "InfoReport.h"
 #include "Text.h"
 
 #include "PhotoCheck.h"
@@ -60,7 +61,7 @@ std::string asJson(std::string const& path, PhotoCheck const& result) {
 
 Outcome checkOne(Arguments const& args, Input const& input) {
     Photo const photo(input.path, Access::READ);
-    auto const result = PhotoCheck::run(photo.file);
+    auto const result = guarded(input.path, [&] { return PhotoCheck::run(photo.file); });
     auto const text = args.json ? asJson(input.path, result) : asText(input.path, result);
     switch (result.verdict) {
     case PhotoCheck::Verdict::SOUND:
@@ -76,7 +77,15 @@ Outcome checkOne(Arguments const& args, Input const& input) {
 
 ExitCode check(Arguments const& args) {
     return forEachInput(
-        args, [&](Input const& input) { return checkOne(args, input); }, Summary::YES);
+        args,
+        [&](Input const& input) {
+            try {
+                return checkOne(args, input);
+            } catch (Failure const& failure) {
+                return failedReport(args, input.path, failure);
+            }
+        },
+        Summary::YES);
 }
 
 ExitCode convert(Arguments const& args) {

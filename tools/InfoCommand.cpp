@@ -40,11 +40,7 @@ ExitCode info(Arguments const& args) {
             try {
                 print(args, reportOn(input.path), out);
             } catch (Failure const& failure) {
-                auto outcome = failed(args, failure);
-                if (args.json)
-                    printJson(input.path, failure, out);
-                outcome.text = out.str();
-                return outcome;
+                return failedReport(args, input.path, failure);
             }
             return Outcome{Outcome::Kind::DONE, ExitCode::DONE, out.str() + (apart ? "\n" : ""), ""};
         },

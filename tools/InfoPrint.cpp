@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 
 namespace motionphoto {
 
@@ -224,11 +225,17 @@ void printJson(InfoReport const& report, std::ostream& out) {
     putLine(toJson(report), out);
 }
 
-void printJson(std::string const& file, Failure const& failure, std::ostream& out) {
-    putLine({{"schema", SCHEMA},
-             {"file", file},
-             {"error", {{"exitCode", static_cast<int>(failure.exitCode())}, {"message", failure.sentence(false)}}}},
-            out);
+Outcome failedReport(Arguments const& args, std::string const& file, Failure const& failure) {
+    auto outcome = failed(args, failure);
+    if (args.json) {
+        std::ostringstream out;
+        putLine({{"schema", SCHEMA},
+                 {"file", file},
+                 {"error", {{"exitCode", static_cast<int>(failure.exitCode())}, {"message", failure.sentence(false)}}}},
+                out);
+        outcome.text = out.str();
+    }
+    return outcome;
 }
 
 } // namespace motionphoto

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "Batch.h"
 #include "Photo.h"
 
 #include <cstdint>
@@ -74,7 +75,7 @@ void printText(InfoReport const& report, std::ostream& out);
 void printLine(InfoReport const& report, std::ostream& out);
 /// One object on one line, docs/json.md. Bytes that are no UTF-8 become the replacement character.
 void printJson(InfoReport const& report, std::ostream& out);
-/// The object of a file that failed.
-void printJson(std::string const& file, Failure const& failure, std::ostream& out);
+/// A failure as the outcome of a file that was reported on: with its object where --json was given.
+Outcome failedReport(Arguments const& args, std::string const& file, Failure const& failure);
 
 } // namespace motionphoto

@@ -96,23 +96,28 @@ std::string identifierOf(std::string const& path, std::string (*read)(std::share
     }
 }
 
-/// The clip of each still: by the identifier both carry, else by name.
+/// The clip of each still: by the identifier both carry, else by name. Names come again from card to card: two
+/// identifiers that differ say that still and clip do not belong together.
 class Pairs {
 public:
     explicit Pairs(Parts const& parts) {
         std::map<std::string, std::vector<Part const*>> byIdentifier, byName;
+        std::map<Part const*, std::string> identifiers;
         for (auto const& clip : parts.clips) {
             byName[clip.key].push_back(&clip);
-            if (auto const id = identifierOf(clip.path, contentIdentifierOfClip); !id.empty())
+            auto const id = identifierOf(clip.path, contentIdentifierOfClip);
+            if (!id.empty())
                 byIdentifier[id].push_back(&clip);
+            identifiers[&clip] = id;
         }
         for (auto const& still : parts.stills) {
             auto const id = identifierOf(still.path, contentIdentifierOfStill);
             auto const match = id.empty() ? byIdentifier.end() : byIdentifier.find(id);
-            if (match != byIdentifier.end())
-                take(still, match->second);
-            else if (auto const twin = byName.find(still.key); twin != byName.end())
-                take(still, twin->second);
+            auto twins = match != byIdentifier.end() ? match->second : byName[still.key];
+            if (match == byIdentifier.end() && !id.empty())
+                std::erase_if(twins, [&](Part const* clip) { return !identifiers[clip].empty(); });
+            if (!twins.empty())
+                take(still, twins);
             else
                 ++alone;
         }

@@ -26,7 +26,7 @@ std::optional<int64_t> momentFor(Arguments const& args, std::shared_ptr<MediaFil
 std::string changesOf(MotionClip const& clip) {
     std::string text;
     if (clip.isBrandChanged)
-        text = "its brand '" + clip.brand + "' becomes 'mp42' in the photo";
+        text = "its brand '" + escaped(clip.brand) + "' becomes 'mp42' in the photo";
     if (clip.filler > 0)
         text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(clip.filler) + " bytes stands behind it");
     return text;

@@ -276,13 +276,14 @@ class ToolTest(unittest.TestCase):
             "in/IMG_2(1).JPG": ("in/IMG_2(1).MP4", STILL, CLIP),
             "in/deep/PXL_3.MP.jpg": ("in/deep/PXL_3.MP", STILL, CLIP),
             "in/alone.jpg": ("in/IMG_2.MP4", STILL, CLIP),
+            "in/IMG_4.jpg": ("in/IMG_4.mov", identified(STILL, CLIP, b"one")[0], identified(STILL, CLIP, b"another")[1]),
         }
         for name, (twin, image, movie) in pairs.items():
             self.write(name, image)
             self.write(twin, movie)
         result = self.tool("join", "-r", "in", "-d", "out")
         self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (0, "3 done"), result.stderr)
-        self.assertIn("1 without a clip", result.stderr)
+        self.assertIn("2 without a clip", result.stderr)
         self.assertFalse((self.folder / "out/alone.jpg").exists())
         for name, (_, _, movie) in [*pairs.items()][:3]:
             self.assertEqual(self.read(name.replace("in", "out", 1)).count(movie), 1, name)
@@ -363,6 +364,7 @@ class ToolTest(unittest.TestCase):
         plain, bad, named = map(json.loads, result.stdout.splitlines())
         self.assertEqual((plain["schema"], plain["file"], plain["imageSize"]), (1, "still.jpg", len(STILL)))
         self.assertEqual((bad["file"], bad["error"]["exitCode"]), ("text.txt", 3))
+        self.assertEqual(json.loads(self.tool("check", "--json", "text.txt").stdout), bad)
         record = named["trailer"]["records"][0]
         self.assertEqual((record["name"][1:], record["size"]), ("\x1b[31m", 3))
         self.assertEqual((named["motionPhoto"]["valid"], named["motionPhoto"]["video"]["mimeType"]), (False, None))
