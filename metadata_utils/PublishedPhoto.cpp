@@ -155,9 +155,11 @@ void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const&
     commit(*edit, *layout.file, output);
 }
 
+/// Nothing where the movie does not say: one in fragments may leave it open.
 std::optional<int64_t> durationOf(MediaFile const& file, uint32_t position, uint32_t size) {
     try {
-        return videoDurationUs(file, position, size);
+        auto const duration = videoDurationUs(file, position, size);
+        return duration > 0 ? std::optional(duration) : std::nullopt;
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         LOGW("no duration: %s", error.what());

@@ -18,13 +18,13 @@ namespace {
 constexpr char STANDARD_INPUT[] = "-";
 
 bool isNamed(fs::path const& path, Inputs::Kind kind) {
-    static constexpr std::array<char const*, 9> ENDINGS = {".jpg", ".jpeg", ".heic", ".heif", ".mov",
-                                                           ".mp4", ".m4v",  ".mp",   ".mp~2"};
-    static constexpr size_t STILLS = 4;
     std::string ending = path.extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
-    auto const end = kind == Inputs::Kind::STILLS ? ENDINGS.begin() + STILLS : ENDINGS.end();
-    return path.filename().string().front() != '.' && std::find(ENDINGS.begin(), end, ending) != end;
+    auto const isOf = [&](auto const& endings) {
+        return std::find(endings.begin(), endings.end(), ending) != endings.end();
+    };
+    return path.filename().string().front() != '.' &&
+           (isOf(STILL_ENDINGS) || (kind == Inputs::Kind::STILLS_AND_CLIPS && isOf(CLIP_ENDINGS)));
 }
 
 bool isFolder(std::string const& path) {

@@ -3,13 +3,19 @@
 
 #include "Arguments.h"
 
+#include <array>
 #include <cstddef>
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace motionphoto {
+
+/// What is taken for a still or a clip by its name, in small letters.
+inline constexpr std::array<std::string_view, 6> STILL_ENDINGS = {".jpg", ".jpeg", ".jpe", ".heic", ".heif", ".hif"};
+inline constexpr std::array<std::string_view, 5> CLIP_ENDINGS = {".mov", ".mp4", ".m4v", ".mp", ".mp~2"};
 
 /// One file that a command is to work on.
 struct Input {

@@ -5,6 +5,7 @@
 
 #include "ContentIdentifier.h"
 #include "Destination.h"
+#include "Inputs.h"
 #include "PutClip.h"
 #include "Text.h"
 
@@ -22,9 +23,6 @@ using namespace android::lumo;
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::array<std::string_view, 4> STILL_ENDINGS = {".jpg", ".jpeg", ".heic", ".heif"};
-constexpr std::array<std::string_view, 5> CLIP_ENDINGS = {".mov", ".mp4", ".m4v", ".mp", ".mp~2"};
 
 std::string lowered(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Photo.h"
 
+#include "Error.h"
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -53,7 +55,9 @@ std::string kindOf(std::string_view start) {
 std::string startOf(std::shared_ptr<MediaFile> const& file) {
     std::string start(64, '\0');
     auto const got = pread(file->getFd(), start.data(), start.size(), 0);
-    start.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    if (got < 0)
+        throw systemFailure(ExitCode::BAD_INPUT, file->getPath(), "cannot be read");
+    start.resize(static_cast<size_t>(got));
     return start;
 }
 
@@ -66,8 +70,8 @@ void requireStill(std::shared_ptr<MediaFile> const& file) {
     MediaDefs::MimeType type = NONE;
     try {
         type = file->mimeType();
-    } catch (std::exception const&) {
-        if (what.empty())
+    } catch (Error const& error) {
+        if (what.empty() || error.code() == Error::Code::READ_FAILED)
             throw;
     }
     if (type != IMAGE_JPEG && type != IMAGE_HEIC)
