@@ -25,6 +25,19 @@ uint32_t imageLength(std::shared_ptr<MediaFile> const& still) {
     return QRTInfoImpl(still, {}).getImageSize();
 }
 
+/// What stands behind the image comes along, and its trailer's pointer follows: both have to be there.
+void requireMotionBehind(MotionPhotoEditImpl const& owner, uint32_t image) {
+    auto const& view = *owner.getView();
+    auto const& photo = *view.getFile();
+    if (view.getVideoSize() > 0 && view.getVideoPosition() < image)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
+            "the video at %zu lies in front of the image's end at %zu and does not come to a prepared still",
+            static_cast<size_t>(view.getVideoPosition()), size_t{image});
+    if (photo.mimeType() == MediaDefs::MimeType::IMAGE_HEIC && HEIFMetaWriter::isTrailerHidden(photo))
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
+            "other boxes stand behind the trailer: a commit into the photo itself brings it to the end first");
+}
+
 } // namespace
 
 void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& prepared) {
@@ -51,23 +64,6 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
         throw;
     }
 }
-
-namespace {
-
-/// What stands behind the image comes along, and its trailer's pointer follows: both have to be there.
-void requireMotionBehind(MotionPhotoEditImpl const& owner, uint32_t image) {
-    auto const& view = *owner.getView();
-    auto const& photo = *view.getFile();
-    if (view.getVideoSize() > 0 && view.getVideoPosition() < image)
-        throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
-            "the video at %zu lies in front of the image's end at %zu and does not come to a prepared still",
-            static_cast<size_t>(view.getVideoPosition()), size_t{image});
-    if (photo.mimeType() == MediaDefs::MimeType::IMAGE_HEIC && HEIFMetaWriter::isTrailerHidden(photo))
-        throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
-            "other boxes stand behind the trailer: a commit into the photo itself brings it to the end first");
-}
-
-} // namespace
 
 void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
     auto const& photo = owner.getView()->getFile();

@@ -107,6 +107,8 @@ auto all(Sets... sets) {
 }
 
 auto const EDITING = all(selection, anyOutput, run);
+/// A command that changes each still, or one thing of it.
+auto const CHANGING = all(stills, EDITING);
 auto const MAKING = all(selection, newFile);
 auto const TAKING_CLIP =
     all(oneStill("STILL"), clip, moment(" or auto, as the clip names it"),
@@ -130,12 +132,12 @@ std::vector<Command> videoCommands() {
          {"replace photo.jpg other.mp4 -o new.jpg"}},
         {"remove",
          "Take the video out of motion photos",
-         all(stills, EDITING),
+         CHANGING,
          remove,
          {"remove photo.jpg -o still.jpg", "remove -r Camera/ -d Stills/ --skip-existing"}},
         {"still",
          "The still alone, as if it had never moved",
-         all(stills, EDITING),
+         CHANGING,
          still,
          {"still photo.jpg -o still.jpg", "still -r Camera/ -d Stills/"}},
         {"set",
@@ -208,8 +210,6 @@ void value(App& app, Arguments& args) {
 auto const READING =
     all(stills, selection, option("-o,--output", &Arguments::out, "OUT", "Into a file instead of standard output"),
         FORCE, run);
-/// A command that changes one thing of each still.
-auto const CHANGING = all(stills, EDITING);
 auto const DATA = option("--data", &Arguments::data, "FILE", "File with the data; - is standard input", REQUIRED);
 
 void recordData(App& app, Arguments& args) {
