@@ -30,6 +30,16 @@ int lastCode() noexcept {
     return code;
 }
 
+File outputAt(char const* path) {
+    try {
+        return std::make_shared<MediaFile>(given(path), "rw");
+    } catch (Error const& error) {
+        if (error.code() != Error::Code::READ_FAILED)
+            throw;
+        throw Error(Error::Code::WRITE_FAILED, error.what(), error.path());
+    }
+}
+
 Contents::Contents(File const& file) : trailer(QRTInfo::parse(file)), xmp(XMPInfo::parse(file)) {
     records = trailer->getRecords();
     for (auto const& [schema, path] : xmp->getProperties())

@@ -85,6 +85,9 @@ inline char const* given(char const* text) {
     return text;
 }
 
+/// A file to write into. That it cannot be opened is no failed read.
+File outputAt(char const* path);
+
 template<class T>
 T& out(T* pointer) {
     require(pointer != nullptr, "no place for the answer given");

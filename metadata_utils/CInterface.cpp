@@ -7,7 +7,6 @@
 #include "MemoryFile.h"
 
 #include <algorithm>
-#include <cstring>
 
 using namespace android::lumo;
 using namespace android::lumo::handles;
@@ -44,11 +43,11 @@ void answer(mu_photo& photo, MotionVideo found, mu_video& video) {
              photo.video.reason.c_str()};
 }
 
-void copyVideo(mu_photo& photo, File const& target) {
-    auto const video = MotionVideo::locate(photo.file);
+MotionVideo soundVideo(mu_photo const& photo) {
+    auto video = MotionVideo::locate(photo.file);
     if (!video.isSound())
         throw ErrorAt()("the photo carries no sound video");
-    checked::copy(photo.file, target, video.position, video.size);
+    return video;
 }
 
 } // namespace
@@ -104,15 +103,19 @@ int mu_scan_video(mu_photo* photo, mu_video* video) {
 }
 
 int mu_copy_video_to_descriptor(mu_photo* photo, int fd) {
-    return guarded([&] { copyVideo(of(photo), std::make_shared<MediaFile>(fd)); });
+    return guarded([&] {
+        auto const video = soundVideo(of(photo));
+        checked::copy(photo->file, std::make_shared<MediaFile>(fd), video.position, video.size);
+    });
 }
 
 int mu_copy_video_to_path(mu_photo* photo, char const* path) {
     return guarded([&] {
-        auto const target = std::make_shared<MediaFile>(given(path), "rw");
-        require(!MediaFile::isFdsDup(of(photo).file->getFd(), target->getFd()), "the output is the photo itself");
+        auto const video = soundVideo(of(photo));
+        auto const target = outputAt(path);
+        require(!MediaFile::isFdsDup(photo->file->getFd(), target->getFd()), "the output is the photo itself");
         checked::truncate(*target, 0);
-        copyVideo(of(photo), target);
+        checked::copy(photo->file, target, video.position, video.size);
     });
 }
 
@@ -166,7 +169,8 @@ int mu_read_record(mu_photo* photo, size_t index, void* bytes, size_t capacity, 
         require(bytes != nullptr || wanted == 0, "no place for the answer given");
         if (wanted == 0)
             return;
-        ByteBuffer const data = checked::readAt(*photo->file, record.dataPosition, wanted);
-        std::memcpy(bytes, data.data(), wanted);
+        if (checked::readUpTo(*photo->file, record.dataPosition, bytes, wanted) != wanted) // it was there once
+            throw ErrorAt().as(Error::Code::CHANGED)("the photo has changed since it was read: no record at %zu",
+                                                     size_t{record.dataPosition});
     });
 }

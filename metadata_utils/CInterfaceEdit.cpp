@@ -157,7 +157,7 @@ int mu_commit(mu_photo* photo) {
 }
 
 int mu_commit_to_path(mu_photo* photo, char const* path) {
-    return guarded([&] { writeInto(of(photo), std::make_shared<MediaFile>(given(path), "rw")); });
+    return guarded([&] { writeInto(of(photo), outputAt(path)); });
 }
 
 int mu_commit_to_descriptor(mu_photo* photo, int fd) {

@@ -112,7 +112,7 @@ METADATA_UTILS_EXPORT int mu_scan_video(mu_photo* photo, mu_video* video);
 /* Copies the video, as stored, to the descriptor's position. A photo without a sound video gives MU_REFUSED. After a
  * failure part of it may have been written. */
 METADATA_UTILS_EXPORT int mu_copy_video_to_descriptor(mu_photo* photo, int fd);
-/* The same to a path, which must exist and is cut first. */
+/* The same to a path, which must exist; what it held is gone once the video is found. */
 METADATA_UTILS_EXPORT int mu_copy_video_to_path(mu_photo* photo, char const* path);
 
 /* What the photo says. ----------------------------------------------------------------------------------------------*/
@@ -134,7 +134,7 @@ typedef struct mu_item {
 
 /* A record of the trailer: docs/trailer-format.md. */
 typedef struct mu_record {
-    int32_t type;      /* 0 to 65535 */
+    int32_t type;      /* -32768 to 32767 */
     char const* name;  /* up to its first NUL */
     uint32_t position; /* of the data */
     uint32_t size;     /* of the data */
@@ -168,7 +168,7 @@ METADATA_UTILS_EXPORT int mu_stage_removal(mu_photo* photo);
 METADATA_UTILS_EXPORT int mu_stage_moment(mu_photo* photo, int64_t moment_us);
 /* By namespace URI and prefixed path. A NULL value removes the property. */
 METADATA_UTILS_EXPORT int mu_stage_property(mu_photo* photo, char const* schema, char const* path, char const* value);
-/* Bytes are copied now. A record of that type and name is replaced. `size` is 1 or more. */
+/* Bytes are copied now, 1 or more. A record of that type (-32768 to 32767) and name is replaced. */
 METADATA_UTILS_EXPORT int mu_stage_record(mu_photo* photo, int32_t type, char const* name, void const* bytes,
                                           size_t size);
 /* To the form with a trailer; keeps everything. */
