@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-"""exports_test.py LIBRARY LIST [--write]: what the shared library exports (its own namespace, its C functions and the type of
-the toolkit's exception), and that the virtual functions of its interfaces stand in the order of the list."""
+"""exports_test.py LIBRARY ORDER SYMBOLS [--write]: what the shared library exports (its own namespace, its C functions and the
+type of the toolkit's exception; on this architecture exactly the list SYMBOLS, which debian/update-symbols writes), and that the
+virtual functions of its interfaces stand in the order of the list ORDER, which --write writes."""
 import re
 import subprocess
 import sys
@@ -42,6 +43,11 @@ missing = [name for name in NEEDED if name not in names]
 if foreign or missing or len(names) < 50:
     sys.exit(f"{len(names)} symbols; not to be exported: {foreign}; missing: {missing}")
 if any("R_X86_64_RELATIVE" in line for line in run("readelf", "-rW", library)):
+    listed = {match[2]: match[1] for match in re.finditer(r"^ (\(optional=\w+\))?(\w+)@", open(sys.argv[3]).read(), re.M)}
+    unlisted = set(names) - set(listed)
+    gone = {name for name, mark in listed.items() if not mark} - set(names)
+    if unlisted or gone:
+        sys.exit(f"exported, and not in {sys.argv[3]}: {unlisted}; in it, and no more exported: {gone}")
     order = list(vtables())
     if "--write" in sys.argv:
         open(sys.argv[2], "w").write("\n".join(order) + "\n")
