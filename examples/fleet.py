@@ -34,14 +34,17 @@ def work(tool, command, name, paths, results, clips):
                          input=os.fsencode("\0".join(paths) + "\0"))
     if run.returncode not in (0, 1, 3):  # killed, or it could not write: that says nothing of the photos
         raise OSError(f"{run.returncode}: {run.stderr[-200:]}")
-    answers = {answer["file"]: answer for answer in map(json.loads, run.stdout.splitlines())}
-    errors = run.stderr.decode(errors="surrogateescape").splitlines()
-    told = dict(line.split(": ", 2)[1:] for line in errors if line.count(": ") > 1)
-    made = {stem(clip): clip for clip in os.listdir(clips)} if os.path.isdir(clips) else {}
-    with open(f"{results}/.{name}.{os.getpid()}", "w") as out:
-        for path in paths:
-            answer = {"file": path, "clip": made.get(stem(path)), "message": told.get(path)}
-            print(json.dumps(answers.get(path, answer)), file=out)
+    lines = run.stdout.splitlines()
+    if command == "extract":
+        made = {stem(clip): clip for clip in os.listdir(clips)} if os.path.isdir(clips) else {}
+        errors = os.fsdecode(run.stderr).split("\n")
+        told = {path: line.partition(f": {path}: ")[2] for line in errors for path in paths if f": {path}: " in line}
+        answers = ({"file": path, "clip": made.get(stem(path)), "message": told.get(path)} for path in paths)
+        lines = [json.dumps(answer).encode() for answer in answers]
+    if len(lines) != len(paths):
+        raise OSError(f"{len(lines)} answers for {len(paths)} photos")
+    with open(f"{results}/.{name}.{os.getpid()}", "wb") as out:
+        out.write(b"\n".join(lines) + b"\n")
     os.replace(out.name, f"{results}/{name}.jsonl")
 
 if __name__ == "__main__":
