@@ -29,7 +29,7 @@ TEST(HEIFMetaReader, ExifBlockStartsAtItsIdentifierWhereTheItemHoldsOne) {
 TEST(HEIFMetaReader, ImageEndsAtTheFirstTrailingBoxBehindItsLastBox) {
     std::string const still = buildHeic();
     std::string const debugInfo = heicBox("free", "cdif+info");
-    std::string const video = bigEndian(1, 4) + "mpvd" + bigEndian(30, 8) + "ftypmp42 video";
+    std::string const video = videoBox("ftypmp42 video", true);
     std::string const trailer = heicBox("qrtd", "records");
     std::string const plainFree = heicBox("free", "CDIF");
     struct {

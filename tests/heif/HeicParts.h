@@ -28,8 +28,8 @@ struct HeicParts {
         std::string const noPointer = "mp4 " + bigEndian(1 << 20, 4) + bigEndian(9, 4);
         std::map<char, std::string> const parts{
             {'I', image},
-            {'V', heicBox("mpvd", HEIC_VIDEO)},
-            {'W', bigEndian(1, 4) + "mpvd" + bigEndian(HEIC_VIDEO.size() + 16, 8) + HEIC_VIDEO},
+            {'V', videoBox(HEIC_VIDEO)},
+            {'W', videoBox(HEIC_VIDEO, true)},
             {'T', qrtdBox(trailerBytes({videoRecord(pointerTo(video, HEIC_VIDEO.size())),
                                         {2609, "MotionPhoto_Version", "mpv3"},
                                         {1, "Other", pattern(99)}}))},

@@ -17,61 +17,31 @@ namespace {
 constexpr size_t SPARE_MEMORY = 16 * 1024 * 1024;
 constexpr double SPARE_SECONDS = 5; ///< of processor time; for a whole file of a few KB, emulated as well
 
-/// A length, count or offset somewhere in a file.
+/// What may be a length, count or offset somewhere in a file.
 struct Field {
     size_t at;
     unsigned width;
     bool isBig;
-    uint64_t header; ///< of the thing whose length it is
 };
 
 struct Sample {
     char const* name;
     std::string bytes;
-    std::vector<Field> fields;
 };
 
-// Where the numbers stand. --------------------------------------------------------------------------------------------
-
-void addTrailerFields(std::string const& file, std::vector<Field>& fields) {
-    auto const add = [&](size_t at, uint64_t header) { fields.push_back({at, 4, false, header}); };
-    size_t const tail = file.rfind("QRTH");
-    add(file.size() - 8, 12);
-    add(tail + 8, 1);
-    for (uint32_t i = 0; i < littleAt(file, tail + 8); ++i) {
-        size_t const entry = tail + 12 + 12 * i;
-        size_t const record = tail - littleAt(file, entry + 4);
-        add(entry, 0);
-        add(entry + 4, 8);
-        add(entry + 8, 8);
-        add(record, 0);
-        add(record + 4, 1);
-        add(record + 8, 1); // the sub-info's length, or the name
-    }
-    size_t const pointer = file.find("mpv2");
-    fields.push_back({pointer + 4, 4, true, 8});
-    fields.push_back({pointer + 8, 4, true, 8});
-}
-
-/// Sizes of all boxes, down into the containers; in the tables of 'meta' every two and four bytes may be a number.
-void addBoxFields(std::string const& file, size_t begin, size_t end, std::vector<Field>& fields) {
-    static std::map<std::string, size_t> const containers{{"meta", 12}, {"iprp", 8},  {"ipco", 8},
-                                                          {"iinf", 14}, {"iref", 12}, {"grpl", 8}};
-    static std::set<std::string> const tables{"iloc", "iinf", "infe", "iref", "pitm",
-                                              "ipma", "dimg", "cdsc", "thmb", "ispe"};
-    for (auto const& box : boxesIn(file, begin, end)) {
-        fields.push_back({box.start, 4, true, 8});
-        if (box.content == box.start + 16)
-            fields.push_back({box.start + 8, 8, true, 16});
-        for (size_t at = box.content; tables.contains(box.type) && at + 4 <= box.end; at += 2) {
-            fields.push_back({at, 2, true, 1});
-            fields.push_back({at, 4, true, 1});
-            if (box.type == "iloc" && at + 8 <= box.end)
-                fields.push_back({at, 8, true, 1});
+/// Wherever bytes, read as a number, say something that lies in the file; little-endian numbers are the trailer's.
+std::vector<Field> fieldsOf(std::string const& file) {
+    std::vector<Field> fields;
+    for (auto const& [width, isBig] : {std::pair(2U, true), {4U, true}, {4U, false}, {8U, true}}) {
+        for (size_t at = 0; at + width <= file.size(); ++at) {
+            std::string number = file.substr(at, width);
+            if (!isBig)
+                std::reverse(number.begin(), number.end());
+            if (number <= bigEndian(file.size(), width) && number > bigEndian(0, width))
+                fields.push_back({at, width, isBig});
         }
-        if (auto const found = containers.find(box.type); found != containers.end())
-            addBoxFields(file, box.start + found->second, box.end, fields);
     }
+    return fields;
 }
 
 std::string motionTrailer(size_t videoAt, size_t videoSize) {
@@ -83,23 +53,12 @@ std::string motionTrailer(size_t videoAt, size_t videoSize) {
 Sample jpegSample() {
     std::string const video = videoOf(300);
     std::string const still = JpegBuilder().exif().xmp(heicXmp("jpeg"), 1280).segment(0xE2, "ICC").build("scan", video);
-    Sample sample{"JPEG", still + motionTrailer(still.size() - video.size(), video.size()), {}};
-    for (auto const& segment : segmentsOf(still))
-        sample.fields.push_back({segment.position + 2, 2, true, 2});
-    addTrailerFields(sample.bytes, sample.fields);
-    return sample;
+    return {"JPEG", still + motionTrailer(still.size() - video.size(), video.size())};
 }
 
 Sample heicSample(char const* name, HeicOptions const& options, bool wideVideo = false) {
-    std::string const image = buildHeic(options);
-    std::string const video = videoOf(300);
-    size_t const header = wideVideo ? 16 : 8;
-    std::string const box =
-        wideVideo ? bigEndian(1, 4) + "mpvd" + bigEndian(video.size() + 16, 8) + video : heicBox("mpvd", video);
-    Sample sample{name, image + box + qrtdBox(motionTrailer(image.size() + header, video.size())), {}};
-    addBoxFields(sample.bytes, 0, sample.bytes.size(), sample.fields);
-    addTrailerFields(sample.bytes, sample.fields);
-    return sample;
+    std::string const image = buildHeic(options), video = videoOf(300), box = videoBox(video, wideVideo);
+    return {name, image + box + qrtdBox(motionTrailer(image.size() + box.size() - video.size(), video.size()))};
 }
 
 std::vector<Sample> samples() {
@@ -148,14 +107,11 @@ void examine(std::string const& bytes, bool isWhole = true) {
     EXPECT_LE(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, SPARE_SECONDS);
 }
 
-/// As they stand in the field, each once; of a table's numbers only the outermost.
+/// As they stand in the field, each once.
 std::set<std::string> hostileValues(Field const& field, size_t fileSize) {
     uint64_t const left = fileSize - field.at, top = uint64_t{1} << (field.width * 8 - 1);
-    std::vector<uint64_t> values{0, 1, left + 1, top, UINT64_MAX};
-    if (field.header > 1)
-        values.insert(values.end(), {field.header - 1, left, top - 1, top + 1, 0x7FFFFFFF, 0x80000000, UINT32_MAX});
     std::set<std::string> numbers;
-    for (uint64_t const value : values) {
+    for (uint64_t const value : {uint64_t{0}, uint64_t{7}, left, left + 1, top - 1, top, UINT64_MAX}) {
         std::string number = bigEndian(value, field.width);
         if (!field.isBig)
             std::reverse(number.begin(), number.end());
@@ -165,15 +121,15 @@ std::set<std::string> hostileValues(Field const& field, size_t fileSize) {
 }
 
 TEST(HostileField, EveryNumberOfEveryFormatGivesAnErrorOrASensibleResult) {
-    for (auto const& sample : samples()) {
-        examine(sample.bytes);
-        for (auto const& field : sample.fields) {
-            for (std::string const& value : hostileValues(field, sample.bytes.size())) {
-                std::string bytes = sample.bytes;
+    for (auto const& [name, sample] : samples()) {
+        examine(sample);
+        for (auto const& field : fieldsOf(sample)) {
+            for (std::string const& value : hostileValues(field, sample.size())) {
+                std::string bytes = sample;
                 bytes.replace(field.at, field.width, value);
-                SCOPED_TRACE(std::string(sample.name) + ": " + testing::PrintToString(value) + " at " +
-                             std::to_string(field.at) + ", in front of " + sample.bytes.substr(field.at, 12));
-                if (bytes != sample.bytes)
+                SCOPED_TRACE(std::string(name) + ": " + testing::PrintToString(value) + " at " +
+                             std::to_string(field.at) + ", in front of " + sample.substr(field.at, 12));
+                if (bytes != sample)
                     examine(bytes);
             }
         }

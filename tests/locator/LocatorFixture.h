@@ -48,11 +48,6 @@ inline std::string gainMapItem(std::string const& more = {}) {
     return itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(GAIN_MAP.size()) + "\" " + more);
 }
 
-/// The box of a video, with a header of 8 or 16 bytes.
-inline std::string videoBox(std::string const& movie, bool wide = false) {
-    return wide ? bigEndian(1, 4) + "mpvd" + bigEndian(movie.size() + 16, 8) + movie : heicBox("mpvd", movie);
-}
-
 /// A HEIC with these boxes behind its image, and XMP of these items in a large room.
 inline std::string heicWith(std::string const& tail, std::string const& items = {}) {
     HeicOptions options;

@@ -22,8 +22,7 @@ struct Layout {
 
 TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
     std::string const still = buildHeic({.xmp = heicXmp("s", 3000)}), video = videoOf(4000, 8);
-    std::string const plain = heicBox("mpvd", video);
-    std::string const wide = bigEndian(1, 4) + "mpvd" + bigEndian(16 + video.size(), 8) + video;
+    std::string const plain = videoBox(video), wide = videoBox(video, true);
     auto const trailer = [&](size_t position, char const* version = "mpv3") {
         return qrtdBox(
             trailerBytes({videoRecord(pointerTo(position, video.size())), {2609, "MotionPhoto_Version", version}}));

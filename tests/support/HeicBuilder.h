@@ -14,6 +14,10 @@ namespace android::lumo::test {
 std::string bigEndian(uint64_t value, unsigned width);
 std::string heicBox(std::string_view type, std::string_view payload);
 std::string heicFullBox(std::string_view type, unsigned version, uint32_t flags, std::string_view payload);
+/// The box of a video, with a header of 8 or 16 bytes.
+inline std::string videoBox(std::string const& movie, bool wide = false) {
+    return wide ? bigEndian(1, 4) + "mpvd" + bigEndian(movie.size() + 16, 8) + movie : heicBox("mpvd", movie);
+}
 
 struct HeicOptions {
     unsigned rows = 2;
