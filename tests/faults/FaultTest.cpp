@@ -27,7 +27,7 @@ struct Kind {
     char const* cause; ///< names the failing row
     Call call;
     int error;     ///< 0: none
-    ssize_t limit; ///< bytes that the first of the calls moves; FAILS: it fails as well
+    ssize_t limit; ///< bytes that the first of the calls moves; NOTHING: it fails as well
     size_t times;
     size_t most;        ///< of one operation's calls that are tried, evenly spread
     size_t mostBriefly; ///< the same for rows that tell no states
@@ -36,30 +36,23 @@ struct Kind {
     /// Interrupted and short calls go on where they stopped.
     bool mustSucceed() const { return isChange() && (error == EINTR || (error == 0 && limit != 0)); }
 
-    Fault at(size_t number) const {
-        if (error == 0)
-            return Fault::shortened(call, limit, number, times);
-        return limit == FAILS ? Fault::failing(call, error, number, times)
-                              : Fault::cutShort(call, limit, error, number);
-    }
-
-    static constexpr ssize_t FAILS = -1;
+    Fault at(size_t number) const { return {call, limit, error, number, times}; }
 };
 
 constexpr size_t ALL = static_cast<size_t>(-1);
 constexpr Kind KINDS[] = {
-    {"ENOSPC once", "writes", Call::CHANGE, ENOSPC, Kind::FAILS, 1, ALL, 12},
-    {"ENOSPC from then on", "writes", Call::CHANGE, ENOSPC, Kind::FAILS, Fault::ALWAYS, ALL, 0},
-    {"EIO once", "writes", Call::CHANGE, EIO, Kind::FAILS, 1, ALL, 0},
+    {"ENOSPC once", "writes", Call::CHANGE, ENOSPC, Fault::NOTHING, 1, ALL, 12},
+    {"ENOSPC from then on", "writes", Call::CHANGE, ENOSPC, Fault::NOTHING, Fault::ALWAYS, ALL, 0},
+    {"EIO once", "writes", Call::CHANGE, EIO, Fault::NOTHING, 1, ALL, 0},
     {"half, then ENOSPC", "writes", Call::CHANGE, ENOSPC, Fault::HALF, Fault::ALWAYS, ALL, 6},
     {"200 bytes, then EFBIG", "writes", Call::CHANGE, EFBIG, 200, Fault::ALWAYS, ALL, 0},
     {"0 bytes once", "writes", Call::CHANGE, 0, 0, 1, ALL, 3},
-    {"EINTR three times", "writes", Call::CHANGE, EINTR, Kind::FAILS, 3, 12, 0},
+    {"EINTR three times", "writes", Call::CHANGE, EINTR, Fault::NOTHING, 3, 12, 0},
     {"a byte, often", "writes", Call::CHANGE, 0, 1, 100, 8, 0},
     {"half from then on", "writes", Call::CHANGE, 0, Fault::HALF, Fault::ALWAYS, 8, 2},
-    {"EIO when reading", "reads", Call::READ, EIO, Kind::FAILS, 1, 60, 20},
+    {"EIO when reading", "reads", Call::READ, EIO, Fault::NOTHING, 1, 60, 20},
     {"half read", "reads", Call::READ, 0, Fault::HALF, 1, 12, 0},
-    {"out of memory", "memory", Call::MEMORY, ENOMEM, Kind::FAILS, 1, 40, 12},
+    {"out of memory", "memory", Call::MEMORY, ENOMEM, Fault::NOTHING, 1, 40, 12},
 };
 constexpr size_t SECTORS = 5; ///< of the still that cannot be read, one at a time
 
@@ -116,15 +109,16 @@ public:
         size_t const most = std::getenv("FAULTS_ALL") != nullptr ? ALL : few;
         if (most == 0)
             return;
-        size_t const all = count(kind, phase);
+        tolerates = !kind.mustSucceed();
+        isSingle = kind.times == 1;
+        cause = kind.cause;
+        place = "alone";
+        size_t const all = runWith([&] { return kind.at(ALL); }, phase);
         size_t const tried = std::min(all, most);
         for (size_t i = 0; i < tried; ++i) {
             size_t const number = all / tried * i + i % (all / tried);
             place = std::string(kind.name) + (phase == Phase::PREPARE ? ", preparing" : "") + ", call " +
                     std::to_string(number) + " of " + std::to_string(all);
-            cause = kind.cause;
-            tolerates = !kind.mustSucceed();
-            isSingle = kind.times == 1;
             runWith([&] { return kind.at(number); }, phase);
         }
     }
@@ -151,56 +145,41 @@ private:
             failures.emplace(scenario.name + " / " + why, place + ": " + text);
     }
 
-    size_t count(Kind const& kind, Phase phase) {
-        Desk desk(dir, scenario.before);
-        std::vector<Step> steps;
-        size_t calls = 0;
-        auto const counted = [&](auto const& action) {
-            Fault const fault = kind.at(ALL);
-            returns(action);
-            calls = fault.calls();
-        };
-        auto const prepare = [&] { steps = scenario.prepare(desk); };
-        if (phase == Phase::PREPARE) {
-            counted(prepare);
-            return calls;
-        }
-        prepare();
-        counted([&] {
-            for (auto const& step : steps)
-                returns(step);
-        });
-        return calls;
-    }
-
+    /// The calls that the fault counted.
     template<class MakeFault>
-    void runWith(MakeFault makeFault, Phase phase) {
+    size_t runWith(MakeFault makeFault, Phase phase) {
         size_t const descriptors = openDescriptors();
+        size_t calls = 0;
         {
             Desk desk(dir, scenario.before);
-            phase == Phase::PREPARE ? runPreparing(desk, makeFault) : runCommitting(desk, makeFault);
+            calls = phase == Phase::PREPARE ? runPreparing(desk, makeFault) : runCommitting(desk, makeFault);
         }
         require(openDescriptors() == descriptors, cause, "a descriptor stays open");
         require(std::distance(std::filesystem::directory_iterator(dir.path()), {}) == 3, cause, "a file is left");
+        return calls;
     }
 
     /// What could not be read while it was prepared is told, or does no harm.
     template<class MakeFault>
-    void runPreparing(Desk& desk, MakeFault makeFault) {
+    size_t runPreparing(Desk& desk, MakeFault makeFault) {
         std::vector<Step> steps;
         bool isPrepared = false;
+        size_t calls = 0;
         {
             Fault const fault = makeFault();
             isPrepared = returns([&] { steps = scenario.prepare(desk); });
+            calls = fault.calls();
         }
         require(desk.files() == wanted.front().files, cause, "changed before a commit");
         if (isPrepared)
             runOn(desk, steps, 0, "misread, and committed");
+        return calls;
     }
 
     template<class MakeFault>
-    void runCommitting(Desk& desk, MakeFault makeFault) {
+    size_t runCommitting(Desk& desk, MakeFault makeFault) {
         auto const steps = scenario.prepare(desk);
+        size_t calls = 0;
         size_t broken = 0; // the first step that throws what it does not throw alone
         bool isAsAlone = true;
         {
@@ -213,10 +192,11 @@ private:
                     break;
                 requireFiles(desk, broken, "false success");
             }
+            calls = fault.calls();
         }
         require(isAsAlone || wanted[broken + 1].isDone, cause, "what is refused otherwise went through");
         if (broken == steps.size())
-            return;
+            return calls;
         require(tolerates, cause, "it does not go on");
         Files const left = desk.files();
         if (wanted.back().files.at("still") == scenario.before)
@@ -226,7 +206,7 @@ private:
         require(!isSingle || spaceOf(desk.path("still")) <= left.at("still").size() + SPARE_SPACE, cause,
                 "space is kept behind the end");
         runOn(desk, steps, broken, "the second commit");
-        useAgain(desk.path("still"));
+        return calls;
     }
 
     /// Without a fault: each step completes or is refused, and then leaves the files as they are.
@@ -256,17 +236,6 @@ private:
                         std::to_string(right.size()) + (state && name == "still" ? ", " + state->of(bytes) : "") + "; ";
         }
         require(false, cause, text);
-    }
-
-    static void useAgain(std::string const& path) {
-        returns([&] {
-            auto const view = MotionPhotoInfo::parse(test::open(path));
-            returns([&] { view->isValid(); });
-            returns([&] { view->getVideo(); });
-            auto const edit = view->edit();
-            edit->addQRTData(2902, "Again", ByteBuffer(std::vector<uint8_t>(50, 'a')));
-            edit->commit();
-        });
     }
 
     Scenario const& scenario;

@@ -34,12 +34,7 @@ Files outcome(Scenario const& scenario) {
 
 namespace {
 
-constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
 auto const skipExisting = std::filesystem::copy_options::skip_existing;
-
-ByteBuffer bytes(size_t size, uint8_t value) {
-    return ByteBuffer(std::vector<uint8_t>(size, value));
-}
 
 /// An edit of the view that View::parse makes.
 template<class View, class Edit>
@@ -87,21 +82,17 @@ std::string edited(std::string const& before, Prepare const& prepare) {
     return outcome({"", "", before, prepare}).at("still");
 }
 
-Stage addVideo(TempFile const& video) {
-    return [&](auto& e) { e.addVideo(video.open("r")); };
-}
-
 /// What the operations start from and put in.
 struct Material {
     TempFile clip{bytesOf(SAMPLES_DIR "/clip.mp4")};
     TempFile video{videoOf(126'000, 3)}, other{videoOf(125'500, 5)}, small{videoOf(3000, 7)};
 
-    Stage const add = addVideo(video);
-    Stage const addSmall = [&](auto& e) { e.addVideo(small.open("r")).addQRTData(2817, "Other", bytes(70, 'o')); };
+    Stage const add = [&](auto& e) { e.addVideo(video.open("r")); };
+    Stage const addSmall = [&](auto& e) { e.addVideo(small.open("r")).addQRTData(2817, "Other", filler(70, 'o')); };
     Stage const replace = [&](auto& e) { e.replaceVideo(other.open("r")); };
     Stage const replaceByClip = [&](auto& e) { e.replaceVideo(clip.open("r")); };
     Stage const remove = [](auto& e) { e.removeVideo(nullptr); };
-    Stage const record = [](auto& e) { e.addQRTData(2900, "Note", bytes(600, 'n')); };
+    Stage const record = [](auto& e) { e.addQRTData(2900, "Note", filler(600, 'n')); };
     Stage const property = [](auto& e) { e.getXMPEdit().setProperty(TIFF, "Make", "m"); };
     Stage const timestamp = [](auto& e) { e.setPhotoPresentationTimestampUs(1234567); };
 
@@ -111,11 +102,10 @@ struct Material {
     std::string const tight = JpegBuilder(exif).xmp(heicXmp("tight")).build(scan);
     std::string const split = JpegBuilder(exif).xmp(heicXmp("tight\" dc:format=\"f")).xmp(heicXmp("tight")).build(scan);
     std::string const motion = edited(edited(tight, script("c", add)),
-                                      script("c", [](auto& e) { e.addQRTData(2817, "Other", bytes(70, 'o')); }));
+                                      script("c", [](auto& e) { e.addQRTData(2817, "Other", filler(70, 'o')); }));
     std::string const pointed = jpeg + pattern(500) + trailerBytes({videoRecord(pointerTo(jpeg.size(), 500))});
     std::string const led =
-        jpeg + bytesOf(SAMPLES_DIR "/clip.mp4") +
-        trailerBytes({videoRecord(pointerTo(jpeg.size(), bytesOf(SAMPLES_DIR "/clip.mp4").size()))});
+        jpeg + clip.bytes() + trailerBytes({videoRecord(pointerTo(jpeg.size(), clip.bytes().size()))});
     std::string const far =
         JpegBuilder().segment(0xE0, pattern(50'000)).segment(0xE0, pattern(50'000, 2)).segment(0xE4, "old").build(scan);
     std::string const heic = buildHeic();
@@ -173,7 +163,7 @@ void addTrailerEdits(Material const& m, std::vector<Scenario>& all) {
             auto const stage = [=, &m](QRTEdit& edit) {
                 edit.setOption(option).removeData("Other");
                 if (!isShorter)
-                    edit.putData(2900, "Note", bytes(600, 'n')).putData(2901, "File", m.small.open("r"));
+                    edit.putData(2900, "Note", filler(600, 'n')).putData(2901, "File", m.small.open("r"));
             };
             all.push_back({name + std::string(intoTarget ? ", into a target" : ""), intoTarget ? "" : "trailer", before,
                            committed<QRTInfo, QRTEdit>(intoTarget, stage)});
@@ -218,12 +208,7 @@ void addOthers(Material const& m, std::vector<Scenario>& all) {
             {"HEIC, debug info without a trailer", "HEIC: debug info in", m.heic, debugIn, {}, false},
             {"HEIC, debug info out", "HEIC: debug info out", edited(m.heicMotion, debugIn), debugOut, {}, false},
             {"HEIC, debug info behind an open last box", "HEIC: debug info in", m.toEnd, debugIn, {}, false},
-            {"HEIC, debug info before a hidden trailer",
-             "HEIC: debug info in, hidden trailer",
-             m.hidden,
-             debugIn,
-             {},
-             false},
+            {"HEIC, before a hidden trailer", "HEIC: debug info in, hidden trailer", m.hidden, debugIn, {}, false},
         });
 }
 

@@ -22,41 +22,7 @@ public:
             stageOther(MotionPhotoInfo::parse(test::open(desk.path("still"))));
     }
 
-    void run(char letter) {
-        switch (letter) {
-        case 'c':
-            return edit->commit();
-        case 't':
-            return edit->commit(desk.target);
-        case 's':
-            return edit->commit(desk.second);
-        case 'q':
-            return edit->getQRTEdit().commit();
-        case 'Q':
-            return edit->getQRTEdit().commit(desk.target);
-        case 'x':
-            return edit->getXMPEdit().commit();
-        case 'X':
-            return edit->getXMPEdit().commit(desk.target);
-        case 'l':
-            then(*edit); // stages more, and commits it
-            return edit->commit();
-        case 'd': // a second editor of the same view
-        case 'v':
-            return other->commit(); // an editor of a second view
-        case 'o':
-            return byAnother([](std::string& file) { file += "written by another program"; });
-        case 'y':
-            return byAnother([](std::string& file) { // the packet, its length kept
-                size_t const at = file.find("dc:source=\"");
-                file[at + 11] = '#';
-            });
-        case 'e':
-            return byAnother([](std::string& file) { file.clear(); });
-        default:
-            throw std::logic_error("no such step");
-        }
-    }
+    void run(char letter) { steps.at(letter)(); }
 
 private:
     void stageOther(std::shared_ptr<MotionPhotoInfo> const& of) {
@@ -74,6 +40,21 @@ private:
     std::shared_ptr<MotionPhotoInfo> view;
     std::shared_ptr<MotionPhotoEdit> edit, other;
     Stage then;
+    std::map<char, Step> const steps{
+        {'c', [&] { edit->commit(); }},
+        {'t', [&] { edit->commit(desk.target); }},
+        {'s', [&] { edit->commit(desk.second); }},
+        {'q', [&] { edit->getQRTEdit().commit(); }},
+        {'Q', [&] { edit->getQRTEdit().commit(desk.target); }},
+        {'x', [&] { edit->getXMPEdit().commit(); }},
+        {'X', [&] { edit->getXMPEdit().commit(desk.target); }},
+        {'l', [&] { then(*edit), edit->commit(); }}, // stages more
+        {'d', [&] { other->commit(); }},             // a second editor of the same view
+        {'v', [&] { other->commit(); }},             // an editor of a second view
+        {'o', [&] { byAnother([](auto& file) { file += "written by another program"; }); }},
+        {'y', [&] { byAnother([](auto& file) { file[file.find("dc:source=\"") + 11] = '#'; }); }}, // the packet
+        {'e', [&] { byAnother([](auto& file) { file.clear(); }); }},
+    };
 };
 
 /// The steps of a script, one letter each.

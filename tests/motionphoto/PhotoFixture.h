@@ -9,12 +9,6 @@
 /// What motion photo tests start from, and what must hold of every motion photo.
 namespace android::lumo::test {
 
-inline constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
-
-inline ByteBuffer filler(size_t size, uint8_t value) {
-    return ByteBuffer(std::vector<uint8_t>(size, value));
-}
-
 inline std::shared_ptr<MotionPhotoInfo> parsePhoto(std::string const& path, std::string const& mode = "rw") {
     return MotionPhotoInfo::parse(test::open(path, mode));
 }

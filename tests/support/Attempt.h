@@ -7,7 +7,7 @@
 
 #include <android/log.h>
 
-/// For suites that run the library thousands of times, mostly to be refused.
+/// What suites give the library to work with, and run it for thousands of times, mostly to be refused.
 namespace android::lumo::test {
 
 /// True when the action returned; the toolkit's error is no std::exception. It allocates nothing of its own.
@@ -25,6 +25,12 @@ bool returns(Action const& action) {
 /// A video that the library recognises and no decoder will play.
 inline std::string videoOf(size_t size, uint32_t seed = 3) {
     return bigEndian(24, 4) + "ftypmp42" + pattern(size - 12, seed);
+}
+
+inline constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
+
+inline ByteBuffer filler(size_t size, uint8_t value) {
+    return ByteBuffer(std::vector<uint8_t>(size, value));
 }
 
 /// The library's log would take most of the time.

@@ -11,7 +11,6 @@ namespace android::lumo::test {
 namespace {
 
 Fault* active = nullptr;
-int pauses = 0;
 
 /// Runs the real call with as many bytes as the fault leaves of `n`.
 template<class Real>
@@ -19,7 +18,7 @@ ssize_t moved(Call call, int from, off64_t offset, size_t n, Real real) {
     auto const fault = Fault::onMove(call, from, offset, n);
     if (!fault.hits)
         return real(n);
-    if (fault.limit == -1) {
+    if (fault.limit == Fault::NOTHING) {
         errno = fault.error;
         return -1;
     }
@@ -38,34 +37,26 @@ Fault::~Fault() {
     active = nullptr;
 }
 
-Fault::Pause::Pause() {
-    ++pauses;
-}
-
-Fault::Pause::~Pause() {
-    --pauses;
-}
-
 Fault::Hit Fault::on(Call call) {
     bool const isChange = call != Call::READ && call != Call::MEMORY;
-    bool const isMeant = active != nullptr && pauses == 0 && active->sector == NOWHERE &&
+    bool const isMeant = active != nullptr && Pause::count == 0 && active->sector == NOWHERE &&
                          (active->kind == call || (active->kind == Call::CHANGE && isChange));
     if (!isMeant || (active->error == 0 && (call == Call::TRUNCATE || call == Call::ALLOCATE)))
         return {};
     size_t const number = active->count++;
     bool const hits = number >= active->first && number - active->first < active->times;
     bool const isLater = active->error != 0 && number > active->first;
-    return {hits, isLater ? -1 : active->limit, active->error};
+    return {hits, isLater ? NOTHING : active->limit, active->error};
 }
 
 Fault::Hit Fault::onMove(Call call, int fd, off64_t offset, size_t n) {
     if (active == nullptr || active->sector == NOWHERE)
         return on(call);
     off64_t const from = offset >= 0 ? offset : lseek64(fd, 0, SEEK_CUR);
-    bool const hits =
-        pauses == 0 && call != Call::WRITE && from <= active->sector && active->sector - from < static_cast<off64_t>(n);
+    bool const hits = Pause::count == 0 && call != Call::WRITE && from <= active->sector &&
+                      active->sector - from < static_cast<off64_t>(n);
     active->count += hits;
-    return {hits, -1, EIO};
+    return {hits, NOTHING, EIO};
 }
 
 } // namespace android::lumo::test

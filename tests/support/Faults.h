@@ -17,23 +17,21 @@ enum class Call { READ, WRITE, TRUNCATE, SENDFILE, ALLOCATE, CHANGE, MEMORY };
 class Fault {
 public:
     static constexpr size_t ALWAYS = static_cast<size_t>(-1);
-    static constexpr ssize_t HALF = -2; ///< of the bytes asked for
+    static constexpr ssize_t HALF = -2;    ///< of the bytes asked for
+    static constexpr ssize_t NOTHING = -1; ///< the call fails
 
+    /// The first call moves `bytes` bytes at most; with an error value, or when it moves none, calls fail with that.
+    Fault(Call kind, ssize_t bytes, int error, size_t first, size_t times, off64_t badByte = NOWHERE);
     /// The calls fail with an errno value and change nothing.
     static Fault failing(Call call, int error, size_t first = 0, size_t times = ALWAYS) {
-        return {call, -1, error, first, times};
+        return {call, NOTHING, error, first, times};
     }
     /// The calls move `bytes` bytes at most; with 0 they answer 0. Only calls that move bytes are counted.
     static Fault shortened(Call call, ssize_t bytes, size_t first = 0, size_t times = ALWAYS) {
         return {call, bytes, 0, first, times};
     }
-    /// One call moves `bytes` bytes and all later ones fail, as on a disk that fills up. A call that moves none fails
-    /// at once.
-    static Fault cutShort(Call call, ssize_t bytes, int error, size_t first = 0) {
-        return {call, bytes, error, first, ALWAYS};
-    }
     /// The byte at `position` of every file cannot be read or copied: EIO for each call that asks for it.
-    static Fault badSector(off64_t position) { return {Call::READ, -1, EIO, 0, ALWAYS, position}; }
+    static Fault badSector(off64_t position) { return {Call::READ, NOTHING, EIO, 0, ALWAYS, position}; }
     ~Fault();
     Fault(Fault const&) = delete;
     Fault& operator=(Fault const&) = delete;
@@ -54,16 +52,15 @@ public:
     /// Nothing goes wrong or is counted while it lives: for what a test does between the library's calls.
     class Pause {
     public:
-        Pause();
-        ~Pause();
+        Pause() { ++count; }
+        ~Pause() { --count; }
         Pause(Pause const&) = delete;
         Pause& operator=(Pause const&) = delete;
+        static inline int count = 0;
     };
 
 private:
     static constexpr off64_t NOWHERE = -1;
-
-    Fault(Call kind, ssize_t bytes, int errnoValue, size_t from, size_t howOften, off64_t badByte = NOWHERE);
 
     Call kind;
     ssize_t limit;
