@@ -77,11 +77,7 @@ TEST(CheckedFile, NamesTheFileThatEndsACopy) {
     checked::copy(source, target, 100'000, 0);
     EXPECT_EQ(to.bytes(), "");
     EXPECT_TRUE(failsWith("] invalid size: 0", [&] { target->transferTo(source, 0, 0); }));
-    struct {
-        Fault (*make)();
-        Error::Code code;
-        TempFile const& culprit;
-    } const cases[] = {
+    std::tuple<Fault (*)(), Error::Code, TempFile const&> const cases[] = {
         {[] { return Fault::badSector(70'000); }, READ_FAILED, from},
         {[] { return Fault::failing(Call::SENDFILE, ENOSPC); }, NO_SPACE, to},
         {[] { return Fault::failing(Call::SENDFILE, EIO); }, WRITE_FAILED, to},

@@ -15,19 +15,13 @@ void shiftSafely(MediaFile& file, bool right, int shift, uint32_t buffer, bool c
     right ? file.shiftRightSafely(shift, buffer) : file.shiftLeftSafely(shift, buffer, cut);
 }
 
-/// Sizes and positions around the smallest buffer, the buffer and the distance.
-struct ShiftCase {
-    uint32_t size, position;
-    int shift;
-    uint32_t buffer;
-};
-
-constexpr ShiftCase SHIFT_CASES[] = {{5'000, 100, 10, 0},      {10'000, 4'000, 10, 2'048},  {10'000, 100, 10, 2'048},
-                                     {10'000, 0, 10, 4'096},   {10'000, 100, 7'000, 2'048}, {10'000, 100, 1, 1'025},
-                                     {10'000, 100, 90, 1'024}, {10'000, 100, 10, 1},        {10'000, 100, 10, 9'900},
-                                     {10'000, 100, 10, 9'899}, {10'000, 100, 9, 80'000},    {2'000, 976, 50, 0},
-                                     {2'000, 975, 50, 0},      {2'000, 1'999, 50, 4'096},   {2'000, 2'000, 50, 0},
-                                     {2'000, 700, 0, 0},       {2'000, 100, 50, UINT32_MAX}};
+/// Sizes and positions, distances, and buffers around the smallest, the buffer and the distance.
+constexpr std::tuple<uint32_t, uint32_t, int, uint32_t> SHIFT_CASES[] = {
+    {5'000, 100, 10, 0},         {10'000, 4'000, 10, 2'048}, {10'000, 100, 10, 2'048}, {10'000, 0, 10, 4'096},
+    {10'000, 100, 7'000, 2'048}, {10'000, 100, 1, 1'025},    {10'000, 100, 90, 1'024}, {10'000, 100, 10, 1},
+    {10'000, 100, 10, 9'900},    {10'000, 100, 10, 9'899},   {10'000, 100, 9, 80'000}, {2'000, 976, 50, 0},
+    {2'000, 975, 50, 0},         {2'000, 1'999, 50, 4'096},  {2'000, 2'000, 50, 0},    {2'000, 700, 0, 0},
+    {2'000, 100, 50, UINT32_MAX}};
 
 TEST(Shift, MovesTheTailRightAndBackAgainThroughShortAndInterruptedReads) {
     for (auto const& [size, position, shift, buffer] : SHIFT_CASES) {
@@ -87,12 +81,7 @@ TEST(Shift, OpensAGapForASegment) {
 TEST(Shift, RetriesWithHalfTheBufferOnlyWhileNothingMoved) {
     TempFile const temp;
     auto const file = temp.open();
-    struct {
-        Call call;
-        size_t first, times;
-        uint32_t buffer;
-        size_t calls;
-    } const cases[] = {
+    std::tuple<Call, size_t, size_t, uint32_t, size_t> const cases[] = {
         {Call::WRITE, 0, 1, 0, 1 + 2},             // whole tail, then two halves
         {Call::READ, 0, 2, 0, 2 + 2 * 4},          // whole tail, half, then four quarters, read once before
         {Call::WRITE, 0, Fault::ALWAYS, 0, 4},     // 8000, 4000, 2000, (1000 to 1 refused), 8000
@@ -123,10 +112,7 @@ TEST(Shift, LeavesTheFileAsItWas) {
     constexpr uint32_t SIZE = 2'500'000, WHOLE = 0;
     TempFile const temp(pattern(SIZE));
     auto const file = temp.open();
-    struct {
-        Fault (*make)();
-        uint32_t buffer;
-    } const cases[] = {
+    std::tuple<Fault (*)(), uint32_t> const cases[] = {
         {[] { return Fault::badSector(1'500); }, WHOLE},
         {[] { return Fault::badSector(1'200'000); }, WHOLE},
         {[] { return Fault::badSector(SIZE - 1); }, WHOLE},
@@ -143,7 +129,7 @@ TEST(Shift, LeavesTheFileAsItWas) {
             if (buffer == WHOLE) {
                 EXPECT_THROW(moveTail(file, 1'000, distance), Error);
             }
-            EXPECT_TRUE(temp.bytes() == pattern(SIZE)) << &make - &cases->make << " by " << distance;
+            EXPECT_TRUE(temp.bytes() == pattern(SIZE)) << &make - &std::get<0>(cases[0]) << " by " << distance;
         }
 }
 

@@ -123,12 +123,7 @@ struct Material {
 // One operation. ------------------------------------------------------------------------------------------------------
 
 void addPhotoEdits(Material const& m, std::vector<Scenario>& all) {
-    struct Row {
-        char const* name;
-        char const* row;
-        std::string const& before;
-        Stage const& stage;
-    };
+    using Row = std::tuple<char const*, char const*, std::string const&, Stage const&>;
     constexpr char made[] = "video or record, XMP room made", fits[] = "video or record, XMP fits";
     for (auto const& [name, row, before, stage] : std::initializer_list<Row>{
              {"JPEG, video added", made, m.jpeg, m.add},
@@ -233,12 +228,8 @@ std::string claimsNoVideo(Files const& files) {
 
 /// A commit again: what it must leave is what fresh editors leave that do each part once.
 void addSecondCommits(Material const& m, std::vector<Scenario>& all) {
-    struct Row {
-        char const* name;
-        std::string const& before;
-        Stage const& stage;
-    };
-    for (Row const& row : std::initializer_list<Row>{
+    using Row = std::tuple<char const*, std::string const&, Stage const&>;
+    for (auto const& [name, before, stage] : std::initializer_list<Row>{
              {"JPEG, video added", m.tight, m.add},
              {"JPEG, video removed", m.motion, m.remove},
              {"HEIC, video added", m.roomy, m.addSmall},
@@ -247,15 +238,16 @@ void addSecondCommits(Material const& m, std::vector<Scenario>& all) {
              {"HEIC, video removed", m.heicMotion, m.remove},
              {"HEIC, hidden trailer, video removed", m.hidden, m.remove},
          }) {
-        std::string const after = edited(row.before, script("c", row.stage));
-        auto const add = [&](char const* what, char const* letters, Files const& wanted) {
-            all.push_back({row.name + std::string(what), "", row.before, script(letters, row.stage), leaves(wanted)});
+        std::string const after = edited(before, script("c", stage));
+        auto const add = [&, &what = name, &from = before, &staged = stage](char const* then, char const* letters,
+                                                                            Files const& wanted) {
+            all.push_back({std::string(what) + then, "", from, script(letters, staged), leaves(wanted)});
         };
         add(" and committed again", "cc", {{"still", after}});
         add(" and the trailer committed first", "qc", {{"still", after}});
         add(" and the XMP committed first", "xc", {{"still", after}});
-        add(" into a target and again", "tc", {{"still", row.before}, {"target", after}});
-        add(" into two targets", "ts", {{"still", row.before}, {"target", after}, {"second", after}});
+        add(" into a target and again", "tc", {{"still", before}, {"target", after}});
+        add(" into two targets", "ts", {{"still", before}, {"target", after}, {"second", after}});
         add(" in place, then into a target", "ct", {{"still", after}, {"target", after}});
     }
 }

@@ -51,11 +51,8 @@ TEST(HEIFItems, DescribingItemIsFoundWhereItsBoxesSaySo) {
     constexpr int NOT_FOUND = -1;
     std::string const wideIref =
         heicFullBox("iref", 1, 0, heicBox("cdsc", bigEndian(2, 4) + bigEndian(1, 2) + bigEndian(1, 4)));
-    struct {
-        char const* what;
-        std::string children;
-        int position; ///< NOT_FOUND, or of five bytes
-    } const cases[] = {
+    // The third: where its five bytes begin.
+    std::tuple<char const*, std::string, int> const cases[] = {
         {"all boxes", PITM + IINF + IREF + ILOC, 9},
         {"in another order", ILOC + IREF + IINF + PITM, 9},
         {"wide ids",

@@ -32,11 +32,8 @@ TEST(HEIFMetaReader, ImageEndsAtTheFirstTrailingBoxBehindItsLastBox) {
     std::string const video = videoBox("ftypmp42 video", true);
     std::string const trailer = heicBox("qrtd", "records");
     std::string const plainFree = heicBox("free", "CDIF");
-    struct {
-        std::string inside; ///< belongs to the image
-        std::string behind;
-        uint32_t debugInfoSize;
-    } const cases[] = {
+    // What belongs to the image, what stands behind it, and the size of the debug info in that.
+    std::tuple<std::string, std::string, uint32_t> const cases[] = {
         {"", video + trailer, 0},
         {"", trailer, 0},
         {"", debugInfo + video, 5},

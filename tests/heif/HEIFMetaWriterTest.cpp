@@ -45,11 +45,7 @@ std::string imageOutsideMeta(std::string const& before, std::string const& oldXm
 }
 
 TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
-    struct {
-        HeicOptions options;
-        std::string tail;
-        std::string expectedTail;
-    } const cases[] = {
+    std::tuple<HeicOptions, std::string, std::string> const cases[] = {
         {{}, "", ""},
         {{.thumbnail = true, .xmp = XMP}, "VT", "VT"},
         {{.columns = 1, .alpha = true, .groups = true, .rotation = 3}, "WT", "WT"},
@@ -158,16 +154,18 @@ TEST(HEIFMetaWriter, RefusalsLeaveTheFileAsItWas) {
     ASSERT_LT(exif, shared.find("iinf"));
     shared.replace(exif, 4, bigEndian(30, 4));
     std::string const group = heicFullBox("altr", 0, 0, bigEndian(0xFFFF, 4) + bigEndian(9, 4));
-    auto const reserve = [](HEIFMetaWriter& writer) { writer.reserveXMP(1280); };
+    auto const reserve = [](auto& file) {
+        try {
+            HEIFMetaWriter(file.open()).reserveXMP(1280);
+        } catch (std::runtime_error const& error) { // the muxer's own reason goes to the log
+            throw std::runtime_error(error.what() + std::string("|") + hbox_last_error());
+        }
+    };
     auto const writing = [](std::shared_ptr<XMPInfo> const& view) {
-        return [view](HEIFMetaWriter& writer) { writer.writeXMP(view); };
+        return [view](auto& file) { HEIFMetaWriter(file.open()).writeXMP(view); };
     };
     auto const small = writing(viewOf(heicXmp("small"))), large = writing(viewOf(heicXmp(std::string(1500, 'x'))));
-    struct {
-        std::string bytes;
-        std::function<void(HEIFMetaWriter&)> edit;
-        char const* message;
-    } const cases[] = {
+    expectRefused({
         {buildHeic({.grid = false}), reserve, "[HEIFController]not grid image or no item"},
         {buildHeic({.behindMdat = heicBox("meco", "x")}), reserve, "box 'meco'"},
         {buildHeic({.beforeMdat = heicBox("mpvd", "ftyp")}), reserve, "box 'mpvd'"},
@@ -188,14 +186,7 @@ TEST(HEIFMetaWriter, RefusalsLeaveTheFileAsItWas) {
         {buildHeic({.mimeFirst = std::string(999, 't')}), small, "not plain"},
         {shared, small, "belong to another item"},
         {buildHeic({.xmp = XMP}), writing(nullptr), "no XMP given"},
-    };
-    for (auto const& [bytes, edit, message] : cases) {
-        TempFile const file(bytes);
-        HEIFMetaWriter writer(file.open());
-        std::string const thrown = messageOf([&, &made = edit] { made(writer); });
-        EXPECT_THAT(thrown + '|' + hbox_last_error(), HasSubstr(message)); // the muxer's own reason goes to the log
-        EXPECT_TRUE(file.bytes() == bytes) << message;
-    }
+    });
 }
 
 TEST(HEIFMetaWriter, RotationIsTurnedClockwise) {

@@ -53,24 +53,19 @@ TEST(TrailingBoxes, ImageStaysWhereItStands) {
 }
 
 TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
-    using File = std::shared_ptr<MediaFile> const&;
     HeicParts const parts;
-    auto const put = [](File file) { HEIFMetaWriter(file).writeCameraDebugInfo(INFO_BYTES); };
-    auto const putNone = [](File file) { HEIFMetaWriter(file).writeCameraDebugInfo({}); };
-    auto const cut = [](File file) { HEIFMetaWriter(file).removeCameraDebugInfo(); };
-    auto const order = [](File file) { HEIFMetaWriter::restoreTrailerOrder(file); };
-    auto const drop = [](File file) {
-        heif::TrailingBoxes boxes(file);
+    auto const put = [](auto& file) { HEIFMetaWriter(file.open()).writeCameraDebugInfo(INFO_BYTES); };
+    auto const putNone = [](auto& file) { HEIFMetaWriter(file.open()).writeCameraDebugInfo({}); };
+    auto const cut = [](auto& file) { HEIFMetaWriter(file.open()).removeCameraDebugInfo(); };
+    auto const order = [](auto& file) { HEIFMetaWriter::restoreTrailerOrder(file.open()); };
+    auto const drop = [](auto& file) {
+        heif::TrailingBoxes boxes(file.open());
         boxes.takeOut(boxes.videos().back());
     };
     auto const tileBehind = [](std::string const& letters, int64_t shift) { // inside one of the boxes
         return HeicParts{buildHeic({.tileShift = shift})}.build(letters);
     };
-    struct {
-        std::string bytes;
-        std::function<void(File)> edit;
-        char const* message;
-    } const cases[] = {
+    expectRefused({
         {parts.build("I") + "abc", put, "fail to get file payload"},
         {parts.build("IV").substr(0, 4000), put, "invalid chunk payload: 5020"},
         {buildHeic({.mdat = HeicOptions::Mdat::ToEnd, .tail = trailerBytes({{1, "Other", "data"}})}), put,
@@ -84,9 +79,7 @@ TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
         {tileBehind("IVP", 5160), drop, "bytes behind"},
         {buildHeic({.extraMeta = heicFullBox("iloc", 3, 0, "123456")}) + heicBox("mpvd", HEIC_VIDEO), drop,
          "'iloc': version 3"},
-    };
-    for (auto const& [bytes, edit, message] : cases)
-        expectRefused(bytes, message, [&made = edit](auto& file) { made(file.open()); });
+    });
 }
 
 TEST(TrailingBoxes, TrailerComesLastAndItsPointerFollows) {

@@ -28,12 +28,6 @@ void makeStill(std::string const& path, bool isHeic, uint64_t size) {
     std::ofstream(path, std::ios::binary | std::ios::app) << "end";
 }
 
-struct Case {
-    char const* what;
-    uint64_t size;
-    bool isRefused;
-};
-
 class BigFile : public testing::TestWithParam<bool> {};
 
 TEST_P(BigFile, TakesAVideoThatCanBeAddressedOrStaysAsItIs) {
@@ -42,7 +36,7 @@ TEST_P(BigFile, TakesAVideoThatCanBeAddressedOrStaysAsItIs) {
     TempFile const videoFile(video);
     TempDir const dir;
     std::string const path = dir.file("still");
-    for (auto const& [what, size, isRefused] : {Case{"up to 2 GiB", TWO_GIB - 1000, false},
+    for (auto const& [what, size, isRefused] : {std::tuple{"up to 2 GiB", TWO_GIB - 1000, false},
                                                 {"from 2 GiB", TWO_GIB, false},
                                                 {"behind 3 GiB", TWO_GIB / 2 * 3 + 5, false},
                                                 {"up to 4 GiB", FOUR_GIB - VIDEO - 70'000, false},

@@ -24,10 +24,7 @@ struct Field {
     bool isBig;
 };
 
-struct Sample {
-    char const* name;
-    std::string bytes;
-};
+using Sample = std::pair<char const*, std::string>; ///< its name and bytes
 
 /// Wherever bytes, read as a number, say something that lies in the file; little-endian numbers are the trailer's.
 std::vector<Field> fieldsOf(std::string const& file) {
@@ -138,9 +135,9 @@ TEST(HostileField, EveryNumberOfEveryFormatGivesAnErrorOrASensibleResult) {
 
 TEST(HostileField, TruncationsGiveAnErrorOrASensibleResult) {
     for (auto const& sample : samples()) {
-        for (size_t size = 0; size < sample.bytes.size(); size += 3) {
-            SCOPED_TRACE(std::string(sample.name) + " cut at " + std::to_string(size));
-            examine(sample.bytes.substr(0, size), false);
+        for (size_t size = 0; size < sample.second.size(); size += 3) {
+            SCOPED_TRACE(std::string(sample.first) + " cut at " + std::to_string(size));
+            examine(sample.second.substr(0, size), false);
         }
     }
 }

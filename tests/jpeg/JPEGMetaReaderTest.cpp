@@ -24,12 +24,7 @@ TEST(JPEGMetaReader, LocatesEachBlockAndLoadsItsData) {
 
 TEST(JPEGMetaReader, SearchEndsQuietlyAtDamage) {
     auto const xmp = [](JpegBuilder builder) { return builder.xmp("<found/>"); };
-    struct Case {
-        char const* what;
-        std::string bytes;
-        MediaDefs::MetaType type;
-        std::string data;
-    } const cases[] = {
+    std::tuple<char const*, std::string, MediaDefs::MetaType, std::string> const cases[] = {
         {"fill bytes in front", xmp(JpegBuilder().raw(std::string(10'000, '\xFF'))).build(), XMP, "<found/>"},
         {"no start of scan", xmp(JpegBuilder()).open(), XMP, "<found/>"},
         {"short APP1 in front", xmp(JpegBuilder().segment(0xE1, "Exi")).build(), XMP, "<found/>"},

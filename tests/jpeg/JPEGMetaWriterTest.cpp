@@ -46,12 +46,7 @@ std::pair<std::vector<std::string>, std::string> keptOf(std::string const& file)
 }
 
 TEST(JPEGMetaWriter, PutsPacketWhereExifAndOldPacketsTellAndKeepsTheRest) {
-    struct Case {
-        char const* what;
-        JpegBuilder input;
-        size_t packet;
-        char const* tree;
-    } const cases[] = {
+    std::tuple<char const*, JpegBuilder, size_t, char const*> const cases[] = {
         {"no Exif", JpegBuilder().segment(0xDB, "q"), 1251, "E1 1280 http://ns.ad\nDB 1 q\n"},
         {"old packet too small", JpegBuilder().exif().xmp("<old/>").segment(0xE2, "ICC"), 10,
          "E1 9 Exif..II*\nE1 1280 http://ns.ad\nE2 3 ICC\n"},
@@ -95,34 +90,28 @@ TEST(JPEGMetaWriter, RefusalsLeaveTheFileAsItWas) {
     JpegBuilder manyExif;
     for (int i = 0; i < 65; ++i)
         manyExif.exif();
-    struct Case {
-        char const* what;
-        std::string bytes;
-        void (*write)(TempFile const&, std::string const&);
-        size_t packet;
-        char const* message;
-    } const cases[] = {
-        {"no segment holds it", plain.build(), writeView, 65'480, "XMP of 65536 bytes does not fit a segment"},
-        {"blocks rounded down", plain.build(), writeBytesOf, 8192 - 29, "8192 bytes does not fit its room of 1280"},
-        {"blocks rounded up", plain.build(), writeBytesOf, 85'953 - 29, "85953 bytes does not fit its room of 1344"},
-        {"longer than the room found", JpegBuilder().xmp("", 1300).build(), writeBytesOf, 1272, "room of 1300"},
-        {"packet behind index", JpegBuilder().mpf().xmp("<old/>").build(), writeView, 10, "MPF index at 2"},
-        {"Exif behind index", JpegBuilder().mpf().exif().mpf().build(), writeView, 10, "MPF index at 2"},
-        {"one of two packets behind index", JpegBuilder().xmp("", 1500).mpf().xmp("", 1500).build(), writeView, 10,
-         "MPF index at 1506"},
-        {"room cut off", JpegBuilder().xmp("", 2000).open().substr(0, 1500), writeView, 10, "past the image's end"},
-        {"Exif cut off", JpegBuilder().exif(pattern(99)).open().substr(0, 50), writeView, 10, "past the image's end"},
-        {"too many Exif", manyExif.build(), writeView, 10, "65 XMP and Exif segments are too many"},
-        {"no segment holds debug info", plain.build(), writeDebugInfo, 65'534, "65534 bytes does not fit a segment"},
-        {"no debug info", plain.build(), writeDebugInfo, 0, "empty debug info"},
-        {"assumed size past the file's end", withOld, writeDebugInfo, ASSUMED_PAYLOAD, "past the image's end"},
-        {"assumed size does not fit in front", withOld, writeDebugInfo, 10, "fail to shift"},
-        {"nor when it is to be removed", withOld, removeDebugInfo, 0, "fail to shift"},
-    };
-    for (auto const& [what, bytes, write, size, message] : cases) {
-        SCOPED_TRACE(what);
-        expectRefused(bytes, message, [act = write, n = size](auto& file) { act(file, std::string(n, 'p')); });
-    }
+    auto const of = [](auto act, size_t n) { return [=](auto& file) { act(file, std::string(n, 'p')); }; };
+    expectRefused({
+        {plain.build(), of(writeView, 65'480), "XMP of 65536 bytes does not fit a segment"},      // no segment holds it
+        {plain.build(), of(writeBytesOf, 8192 - 29), "8192 bytes does not fit its room of 1280"}, // blocks rounded down
+        {plain.build(), of(writeBytesOf, 85'953 - 29),
+         "85953 bytes does not fit its room of 1344"},                                    // blocks rounded up
+        {JpegBuilder().xmp("", 1300).build(), of(writeBytesOf, 1272), "room of 1300"},    // longer than the room found
+        {JpegBuilder().mpf().xmp("<old/>").build(), of(writeView, 10), "MPF index at 2"}, // packet behind index
+        {JpegBuilder().mpf().exif().mpf().build(), of(writeView, 10), "MPF index at 2"},  // Exif behind index
+        {JpegBuilder().xmp("", 1500).mpf().xmp("", 1500).build(), of(writeView, 10),
+         "MPF index at 1506"}, // one of two packets behind index
+        {JpegBuilder().xmp("", 2000).open().substr(0, 1500), of(writeView, 10), "past the image's end"}, // room cut off
+        {JpegBuilder().exif(pattern(99)).open().substr(0, 50), of(writeView, 10),
+         "past the image's end"},                                                       // Exif cut off
+        {manyExif.build(), of(writeView, 10), "65 XMP and Exif segments are too many"}, // too many Exif
+        {plain.build(), of(writeDebugInfo, 65'534),
+         "65534 bytes does not fit a segment"},                                 // no segment holds debug info
+        {plain.build(), of(writeDebugInfo, 0), "empty debug info"},             // no debug info
+        {withOld, of(writeDebugInfo, ASSUMED_PAYLOAD), "past the image's end"}, // assumed size past the file's end
+        {withOld, of(writeDebugInfo, 10), "fail to shift"},                     // assumed size does not fit in front
+        {withOld, of(removeDebugInfo, 0), "fail to shift"},                     // nor when it is to be removed
+    });
 }
 
 TEST(JPEGMetaWriter, RoomBehindExifIsOfItsType) {
@@ -159,12 +148,8 @@ TEST(JPEGMetaWriter, DebugInfoStandsWhereAskedAndIsTakenForItsAssumedSize) {
         media->position(2);
         JPEGMetaWriter(media).writeApp4({bytes.begin(), bytes.end()}, 4711);
     };
-    struct {
-        char const* what;
-        std::string const& before;
-        void (*act)(TempFile const&, std::string const&);
-        std::string data, after;
-    } const cases[] = {
+    std::tuple<char const*, std::string const&, void (*)(TempFile const&, std::string const&), std::string,
+               std::string> const cases[] = {
         {"new, little-endian header", still, writeDebugInfo, data, std::string(still).insert(2, segment)},
         {"new, place given", still, placeBehindApp1, data, std::string(still).insert(front.open().size(), segment)},
         {"as long as the old is taken for", old, writeDebugInfo, whole,
@@ -198,9 +183,7 @@ std::string twoPictures(bool big, JpegBuilder const& front, uint32_t own, uint32
 TEST(JPEGMetaWriter, MpfIndexNamesTheSizeOfTheGrownPicture) {
     JpegBuilder const front = JpegBuilder().exif();
     auto const first = static_cast<uint32_t>(twoPictures(true, front, 0).size() - JpegBuilder().build().size());
-    struct {
-        uint32_t own, table, after;
-    } const cases[] = {
+    std::tuple<uint32_t, uint32_t, uint32_t> const cases[] = {
         {first, 26, first + 1284}, {first - 97, 26, first + 1284}, {UINT32_MAX, 26, first + 1284},
         {1, 26, first + 1284},     {first, 5000, first},           {first, UINT32_MAX - 8, first},
     };

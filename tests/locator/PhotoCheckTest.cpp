@@ -8,11 +8,8 @@ namespace android::lumo::test {
 
 namespace {
 
-struct Sample {
-    std::string photo;
-    std::string findings;    ///< ids, as check reports them
-    std::string afterRepair; ///< the same for what repair leaves; "=" where it leaves the file as it is
-};
+/// A photo, the ids that check reports, and those of what repair leaves; "=" where it leaves the file as it is.
+using Sample = std::tuple<std::string, std::string, std::string>;
 
 std::string idsOf(PhotoCheck const& check) {
     std::string text;

@@ -213,7 +213,7 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
              {plain, add(movie, early), "lies outside the video"},
              {plain, add(clip(9, "isom"), strict), "major brand is \"isom\""},
          })
-        expectRefused(photo, text, [action = edit](auto& file) { action(file.open(), nullptr); });
+        expectRefused({{photo, [action = edit](auto& file) { action(file.open(), nullptr); }, text}});
     TempFile const file(withRecords);
     EXPECT_EQ(published::toPublished(file.open(), true).dropped, (std::vector<std::string>{"Scene", "Mood"}));
     EXPECT_TRUE(file.bytes().ends_with(movie));

@@ -12,13 +12,8 @@ std::string boxesBehind(std::string const& file, size_t size) {
     return text;
 }
 
-struct Layout {
-    char const* what;
-    std::string behindImage;
-    Edit edit;
-    char const* boxes; ///< behind the image
-    size_t video;      ///< its size; 0: none
-};
+/// What, behind the image before; the edit; the boxes behind it then, and the video's size.
+using Layout = std::tuple<char const*, std::string, Edit, char const*, size_t>;
 
 TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
     std::string const still = buildHeic({.xmp = heicXmp("s", 3000)}), video = videoOf(4000, 8);
@@ -59,7 +54,7 @@ TEST(HeicMotionPhoto, ATrailerAloneKeepsTheVideoWhereTheXmpCanFollow) {
     TempFile const file(buildHeic({.xmp = heicXmp("s", 3000)})), video(videoOf(5000));
     commit(file, [&](auto& e) { e.addVideo(video.open("r")); });
     auto const put = [](QRTEdit& e) { e.putData(2902, "Bare", std::string("bare")).commit(); };
-    expectRefused(file.bytes(), "would be wrong", [&](auto& bare) { put(*QRTInfo::parse(bare.open())->edit()); });
+    expectRefused({{file.bytes(), [&](auto& bare) { put(*QRTInfo::parse(bare.open())->edit()); }, "would be wrong"}});
     put(parsePhoto(file.path())->edit()->getQRTEdit());
     expectConsistent(file.path());
     EXPECT_EQ(trailerOf(file.bytes()), "2608 MotionPhoto_Data 12;2902 Bare 4;");

@@ -200,10 +200,7 @@ TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
     TempFile const empty;
     for (auto const* name : {"exif", "exif motion", "HEIC, roomy xmp"}) {
         TempFile const photo(stills().at(name)), prepared(stills().at("exif")), video(videoOf(200000));
-        struct Case {
-            char const* text;
-            Edit edit;
-        } const cases[] = {
+        std::tuple<char const*, Edit> const cases[] = {
             {"the video is empty", [&](auto& e) { e.addVideo(empty.open("r")); }},
             {"the video is the still itself", [&](auto& e) { e.addVideo(photo.open("r")); }},
             {"no video given", [&](auto& e) { e.addVideo(std::shared_ptr<MediaFile>()); }},
@@ -216,17 +213,12 @@ TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
             {"", [&](auto& e) { e.addVideo(video.open("r")), e.commit(video.open()); }},
             {"", [&](auto& e) { e.addVideo(video.open("r")), writeBytes(video.path(), videoOf(150000)), e.commit(); }},
         };
-        for (auto const& [text, edit] : cases) {
-            auto const editor = parsePhoto(photo.path())->edit();
-            EXPECT_TRUE(failsWith(text, [&, stage = edit] { stage(*editor); }));
-            EXPECT_EQ(photo.bytes(), stills().at(name)) << text;
-        }
+        for (auto const& [text, edit] : cases)
+            EXPECT_TRUE(failsWith(text, [&, &stage = edit] { stage(*parsePhoto(photo.path())->edit()); }));
+        EXPECT_EQ(photo.bytes(), stills().at(name));
     }
-    TempFile const photo(stills().at("exif"));
-    EXPECT_TRUE(failsWith("does not fit a segment", [&] {
-        commit(photo, [](auto& e) { e.getXMPEdit().setProperty(TIFF, "Make", std::string(70000, 'm')); });
-    }));
-    EXPECT_EQ(photo.bytes(), stills().at("exif"));
+    Edit const tooLong = [](auto& e) { e.getXMPEdit().setProperty(TIFF, "Make", std::string(70000, 'm')); };
+    expectRefused({{stills().at("exif"), [&](auto& file) { commit(file, tooLong); }, "does not fit a segment"}});
 }
 
 TEST(MotionPhotoEditor, ForeseesTheSizeOfTheWholeFile) {
@@ -238,7 +230,7 @@ TEST(MotionPhotoEditor, ForeseesTheSizeOfTheWholeFile) {
         commit(whole, operations().at("add"));
         rlimit const low{whole.bytes().size() - 1, old.rlim_max}; // to write past it ends the process
         setrlimit(RLIMIT_FSIZE, &low);
-        expectRefused(stills().at(name), "", [](auto& file) { commit(file, operations().at("add")); });
+        expectRefused({{stills().at(name), [](auto& file) { commit(file, operations().at("add")); }, ""}});
         setrlimit(RLIMIT_FSIZE, &old);
     }
 }

@@ -11,13 +11,7 @@ TEST(MotionPhotoReader, TheTrailerAloneDecides) {
     auto const versioned = [](char const* version) {
         return trailerBytes({{2609, "MotionPhoto_Version", version}, videoRecord(videoOf(125001))});
     };
-    struct Case {
-        char const* what;
-        std::string trailer;
-        bool valid;
-        F format;
-        size_t size;
-    } const cases[] = {
+    std::tuple<char const*, std::string, bool, F, size_t> const cases[] = {
         {"no trailer", "", false, F::NONE, 0},
         {"other records only", trailerBytes({{2817, "Other", "x"}}), false, F::NONE, 0},
         {"long form", trailerBytes({videoRecord(videoOf(125001))}), true, F::MPV1, 125001},
@@ -30,13 +24,13 @@ TEST(MotionPhotoReader, TheTrailerAloneDecides) {
         {"too short for a pointer", trailerBytes({videoRecord("mpv2")}), false, F::MPV2, 0},
         {"two pointers", trailerBytes({videoRecord(pointerTo(4, 9)), {2608, "b", pointerTo(0, 0)}}), false, F::MPV2, 9},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.what);
-        TempFile const file(STILL + c.trailer);
+    for (auto const& [what, trailer, valid, format, size] : cases) {
+        SCOPED_TRACE(what);
+        TempFile const file(STILL + trailer);
         auto const photo = parsePhoto(file.path(), "r");
-        EXPECT_EQ(photo->isValid(), c.valid);
-        EXPECT_EQ(photo->getQRTMotionPhotoVersion(), c.format);
-        EXPECT_EQ(photo->getVideoSize(), c.size);
+        EXPECT_EQ(photo->isValid(), valid);
+        EXPECT_EQ(photo->getQRTMotionPhotoVersion(), format);
+        EXPECT_EQ(photo->getVideoSize(), size);
         EXPECT_EQ(photo->getImageSize(), STILL.size());
         EXPECT_EQ(photo->getXMPMotionPhotoVersion() + photo->getCaptureTimestampUs(), 0);
     }

@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <vector>
 
 #include <stdlib.h>
 
@@ -112,12 +114,14 @@ inline testing::AssertionResult failsWith(std::string const& text, std::function
     return (isSaid ? testing::AssertionSuccess() : testing::AssertionFailure()) << message << ", expected " << text;
 }
 
-/// The edit throws a std::runtime_error that says `text`, and leaves a file of these bytes as it was.
-inline void expectRefused(std::string const& bytes, std::string const& text,
-                          std::function<void(TempFile const&)> const& edit) {
-    TempFile const file(bytes);
-    EXPECT_TRUE(failsWith(text, [&] { edit(file); }));
-    EXPECT_TRUE(file.bytes() == bytes) << text;
+/// For each row, a file of these bytes: the edit throws a std::runtime_error that says this, and leaves it as it was.
+using Refusal = std::tuple<std::string, std::function<void(TempFile const&)>, std::string>;
+inline void expectRefused(std::vector<Refusal> const& rows) {
+    for (auto const& [bytes, edit, text] : rows) {
+        TempFile const file(bytes);
+        EXPECT_TRUE(failsWith(text, [&, &action = edit] { action(file); }));
+        EXPECT_TRUE(file.bytes() == bytes) << text;
+    }
 }
 
 } // namespace android::lumo::test

@@ -19,11 +19,13 @@ struct Files {
 };
 
 TEST(TrailerCommit, RefusesBeforeTheFirstWrite) {
+    std::vector<TrailerRecord> const more{A, B, A}, others{{1, "A", "firs"}, {2, "B", pattern(3001)}};
     static constexpr char CHANGED[] = "the trailer has changed since it was read";
-    struct Refusal {
-        char const* message;
-        std::function<void(Files&)> stage;
-    } const refusals[] = {
+    auto const putMany = [](Files& f) {
+        for (int i = 2; i < 16'385; ++i)
+            f.editor->putData(i, "x", std::string("x"));
+    };
+    std::tuple<char const*, std::function<void(Files&)>> const refusals[] = {
         {"no data: empty=1", [](auto& f) { f.editor->putData(9, "New", ByteBuffer()); }},
         {"has 0 bytes, expected 1", [](auto& f) { f.editor->putData(9, "New", TempFile().open()); }},
         {"is the file to write", [](auto& f) { f.editor->putData(9, "New", f.file.open("r")); }},
@@ -31,33 +33,22 @@ TEST(TrailerCommit, RefusesBeforeTheFirstWrite) {
         {"fail to read bytes", [](auto& f) { f.editor->putData(9, "New", f.video.open("w")); }},
         {"grow past 4 GiB",
          [](auto& f) { std::filesystem::resize_file(f.video.path(), (uint64_t{1} << 32) - 3001), f.addVideo(); }},
-        {"record count 16385 is above 16384",
-         [](auto& f) {
-             for (int i = 2; i < 16'385; ++i)
-                 f.editor->putData(i, "x", std::string("x"));
-         }},
+        {"record count 16385 is above 16384", putMany},
         {"type 40000 of record New", [](auto& f) { f.editor->putData(40000, "New", std::string("x")); }},
-        {CHANGED,
-         [](auto& f) {
-             f.overwrite(f.still.with({A, B, A}));
-         }},
+        {CHANGED, [&](auto& f) { f.overwrite(f.still.with(more)); }},
         {CHANGED, [](auto& f) { f.overwrite(f.still.image.substr(0, 20)); }},
-        {CHANGED,
-         [](auto& f) {
-             f.overwrite(f.still.with({{1, "A", "firs"}, {2, "B", pattern(3001)}}));
-         }},
+        {CHANGED, [&](auto& f) { f.overwrite(f.still.with(others)); }},
         {CHANGED, [](auto& f) { f.view->edit()->removeData("B").putData(1, buffer("x")).commit(); }},
         {"fail to reserve", [](auto& f) { f.addVideo(); }},
     };
     for (auto const& still : STILLS) {
-        for (auto const& refusal : refusals) {
+        for (auto const& [message, stage] : refusals) {
             Files files{still};
-            refusal.stage(files);
+            stage(files);
             std::string const before = files.file.bytes();
             auto const fault = Fault::failing(Call::ALLOCATE, ENOSPC);
-            std::string const message = messageOf([&] { files.editor->commit(); });
-            EXPECT_NE(message.find(refusal.message), std::string::npos) << message;
-            EXPECT_EQ(files.file.bytes(), before) << refusal.message;
+            EXPECT_TRUE(failsWith(message, [&] { files.editor->commit(); }));
+            EXPECT_EQ(files.file.bytes(), before) << message;
         }
     }
 }

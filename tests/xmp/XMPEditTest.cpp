@@ -40,12 +40,7 @@ TEST(XMPEdit, WritesPropertiesAndItemsIntoAStillWithoutXmp) {
 TEST(XMPEdit, ViewReadsTheSameAsTheFileAfterwards) {
     auto const good = itemOf("Primary", "image/jpeg"), doubled = itemOf("X", "a/b") + good + itemOf("X", "a/c");
     auto const broken = good + entryOf("Item:Semantic='X'") + itemOf("Z", "a/b");
-    struct Case {
-        char const* what;
-        std::string entries;
-        void (*change)(XMPEdit&);
-        char const* expected;
-    } const cases[] = {
+    std::tuple<char const*, std::string, void (*)(XMPEdit&), char const*> const cases[] = {
         {"an item of the name, and none to change", good + itemOf("Z", "a/b"),
          [](auto& e) { e.setItem("Z", Mime::IMAGE_HEIC).removeItem("N").replaceItemField("N", "Mime", "x"); },
          "Primary:image/jpeg Z:a/b "},
@@ -84,17 +79,17 @@ TEST(XMPEdit, ViewReadsTheSameAsTheFileAfterwards) {
             text += name + ":" + view.getItemField(name, "Mime") + " ";
         return text;
     };
-    for (auto const& each : cases) {
-        SCOPED_TRACE(each.what);
-        Photo const photo(packetOf("", directoryOf(each.entries)));
+    for (auto const& [what, entries, change, expected] : cases) {
+        SCOPED_TRACE(what);
+        Photo const photo(packetOf("", directoryOf(entries)));
         auto const view = photo.view();
         auto const editor = view->edit();
-        each.change(*editor);
+        change(*editor);
         bool const isChanged = editor->isDirty();
         editor->commit();
         EXPECT_EQ(sorted(*view), sorted(*photo.view()));
-        EXPECT_EQ(sorted(*photo.view()), each.expected);
-        EXPECT_EQ(isChanged, &each != cases); // the first asks for nothing new
+        EXPECT_EQ(sorted(*photo.view()), expected);
+        EXPECT_EQ(isChanged, &what != &std::get<0>(cases[0])); // the first asks for nothing new
     }
     Photo const photo(packetOf("", directoryOf(good + itemOf("Z", "a/b"))));
     auto const view = photo.view();
@@ -168,7 +163,7 @@ TEST(XMPEdit, CommitsIntoATargetThatIsEmptyOrHasItsOwnImage) {
     EXPECT_EQ(other.file.bytes(), once);
     editor->commit(second.open()); // what is staged is there for another target
     EXPECT_EQ(second.bytes(), empty.bytes());
-    expectRefused("....ftypheic....", "of another type: image/heic", [&](auto& heic) { editor->commit(heic.open()); });
+    expectRefused({{"....ftypheic....", [&](auto& file) { editor->commit(file.open()); }, "another type: image/heic"}});
     EXPECT_EQ(source.file.bytes(), sourceBytes);
     editor->commit(source.file.open()); // another handle of the source
     EXPECT_EQ(source.file.bytes(), second.bytes());
@@ -196,15 +191,11 @@ TEST(XMPEdit, StaysDirtyWhenTheCommitFails) {
     // The toolkit writes such a namespace without escaping it: nobody could read the packet again.
     Photo const photo(packetOf("t:one='1'")), bad(packetOf("xmlns:bad='urn:a&amp;b' bad:one='1'"));
     TempFile const video("....ftypmp42");
-    struct Case {
-        Photo const& photo;
-        size_t size;
-        std::shared_ptr<MediaFile> target;
-        char const* message;
-    } const cases[] = {{photo, 1, photo.file.open("r"), ""},
-                       {photo, 70000, photo.file.open(), "does not fit a segment"},
-                       {photo, 1, video.open(), "unsupported type"},
-                       {bad, 1, bad.file.open(), "could not be read again"}};
+    std::tuple<Photo const&, size_t, std::shared_ptr<MediaFile>, char const*> const cases[] = {
+        {photo, 1, photo.file.open("r"), ""},
+        {photo, 70000, photo.file.open(), "does not fit a segment"},
+        {photo, 1, video.open(), "unsupported type"},
+        {bad, 1, bad.file.open(), "could not be read again"}};
     for (auto const& [still, size, target, message] : cases) {
         auto const before = still.file.bytes();
         auto const editor = still.view()->edit();
@@ -240,11 +231,7 @@ TEST(XMPEdit, KeepsWhatOthersWroteInFormsOfTheirOwn) {
     constexpr char NAMES[] = "xmlns:exif='http://ns.adobe.com/exif/1.0/' xmlns:tiff='http://ns.adobe.com/tiff/1.0/' "
                              "xmlns:xmp='http://ns.adobe.com/xap/1.0/' xmlns:xmpMM='http://ns.adobe.com/xap/1.0/mm/' ";
     auto const typed = [](std::string const& fields) { return "<rdf:li><Container:Item " + fields + "/></rdf:li>"; };
-    struct Case {
-        char const* what;
-        std::string attributes, elements;
-        bool refused;
-    } const cases[] = {
+    std::tuple<char const*, std::string, std::string, bool> const cases[] = {
         {"names the toolkit has others for", "exif:DateTimeDigitized='2001-01-01' tiff:Software='A'",
          arrayOf("tiff:ImageDescription", "Alt", "<rdf:li xml:lang='x-default'>T</rdf:li>"), false},
         {"and both of them", "exif:DateTimeDigitized='2001' xmp:CreateDate='2002' tiff:Artist='A'",
@@ -295,12 +282,7 @@ TEST(XMPEdit, JoinsTwoPacketsOrRefusesWhatAnEditWouldLose) {
         auto text = packetOf("xmlns:xmpMM='http://ns.adobe.com/xap/1.0/mm/' xmpMM:InstanceID='" + id + "'");
         return text.replace(text.find("rdf:about=\"\""), 12, "rdf:about=\"uuid:1\"");
     };
-    struct Case {
-        char const* what;
-        JpegBuilder file;
-        std::string lost;     ///< what a refusal says; empty when the edit goes through
-        std::string expected; ///< of the written packet
-    } const cases[] = {
+    std::tuple<char const*, JpegBuilder, std::string, std::string> const cases[] = {
         {"two packets of different properties", JpegBuilder().xmp(packetOf("t:a='1' t:b='2'")).xmp(packetOf("t:b='2'")),
          "", "t:a=1\nt:b=2\nt:new=1\n"},
         {"two that differ", JpegBuilder().xmp(packetOf("t:a='1'")).xmp(packetOf("t:a='2'")), "differ in t:a", ""},
@@ -314,7 +296,7 @@ TEST(XMPEdit, JoinsTwoPacketsOrRefusesWhatAnEditWouldLose) {
             XMPInfo::parse(file.open())->edit()->setProperty(TEST_NS, "t:new", "1").commit();
         };
         if (!lost.empty()) {
-            expectRefused(jpeg.build(), lost, edit);
+            expectRefused({{jpeg.build(), edit, lost}});
             continue;
         }
         TempFile const file(jpeg.build());

@@ -47,11 +47,7 @@ TEST(XMPInfo, AnswersForItemsByExactName) {
 
 TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
     auto const good = itemOf("Primary", "image/jpeg"), last = itemOf("Z", "a/b");
-    struct Case {
-        char const* what;
-        std::string elements;
-        Names inPlace; ///< names at places 1, 2, 3
-    } const cases[] = {
+    std::tuple<char const*, std::string, Names> const cases[] = {
         {"empty", directoryOf(""), {"", "", ""}},
         {"no array", "<Container:Directory>text</Container:Directory>", {"", "", ""}},
         {"a struct", "<Container:Directory Item:Semantic='Primary'/>", {"", "", ""}},
@@ -61,12 +57,12 @@ TEST(XMPInfo, KeepsWhatItCouldReadOfDamagedDirectories) {
         {"one name twice", directoryOf(itemOf("X", "a/b") + good + itemOf("X", "a/c")), {"", "Primary", "X"}},
         {"unordered array", arrayOf("Container:Directory", "Bag", good), {"Primary", "", ""}},
     };
-    for (auto const& each : cases) {
-        SCOPED_TRACE(each.what);
-        auto const view = Photo(packetOf("", each.elements)).view();
-        EXPECT_EQ((Names{view->getItemNameAt(1), view->getItemNameAt(2), view->getItemNameAt(3)}), each.inPlace);
+    for (auto const& [what, elements, inPlace] : cases) {
+        SCOPED_TRACE(what);
+        auto const view = Photo(packetOf("", elements)).view();
+        EXPECT_EQ((Names{view->getItemNameAt(1), view->getItemNameAt(2), view->getItemNameAt(3)}), inPlace);
     }
-    auto const notCountable = Photo(packetOf("", cases[1].elements)).view();
+    auto const notCountable = Photo(packetOf("", std::get<1>(cases[1]))).view();
     EXPECT_NE(refusalOf([&] { notCountable->getLastItem(); }), "");
 }
 

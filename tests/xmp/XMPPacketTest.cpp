@@ -83,11 +83,7 @@ TEST_F(XMPPacketTest, BoundsWhatAPacketMayCost) {
 #endif
     auto const quoted = " t:x='" + repeated("></t:a>", 10) + "'"; // markup in a value counts for nothing
     auto const bag = [](std::string const& items) { return packetOf("", arrayOf("t:a", "Bag", items)); };
-    struct Case {
-        char const* what;
-        std::string packet;
-        bool refused;
-    } const cases[] = {
+    std::tuple<char const*, std::string, bool> const cases[] = {
         {"big, 100 deep", nested(97, BIG), false},
         {"big, 101 deep", nested(98, BIG), true},
         {"small, 997 deep", nested(997, 0), false},
