@@ -5,6 +5,7 @@
 #include "MediaFile.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <cstring>
@@ -192,6 +193,23 @@ void MediaFile::shiftLeftSafely(int shift, uint32_t bufferSize, bool cut) {
         checked::truncate(*this, tail.end - distance, error());
 }
 
+namespace {
+
+/// One copy by the kernel: by copy_file_range, with which a file system may share the blocks or let its server copy
+/// them, and between files for which there is no such way by sendfile.
+ssize_t copyOnce(int target, int source, off64_t& from, size_t n) {
+#if !defined(__ANDROID__) || __ANDROID_API__ >= 34
+    ssize_t const copied = copy_file_range(source, &from, target, nullptr, n, 0);
+    constexpr std::array CANNOT = {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF /* open for appending */};
+    bool const cannot = copied < 0 && std::find(CANNOT.begin(), CANNOT.end(), errno) != CANNOT.end();
+    if (copied != 0 && !cannot) // some kernels answer 0 for files without a size of their own
+        return copied;
+#endif
+    return sendfile64(target, source, &from, n);
+}
+
+} // namespace
+
 int64_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t bytes) const {
     uint32_t const wanted = bytes == 0 ? size() : bytes;
     if (wanted == 0)
@@ -199,7 +217,7 @@ int64_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long off
     off64_t from = checked::offsetFrom(offset);
     uint32_t sent = 0;
     while (sent < wanted) {
-        ssize_t const n = sendfile64(target->fd, fd, &from, wanted - sent);
+        ssize_t const n = copyOnce(target->fd, fd, from, wanted - sent);
         if (n > 0) {
             sent += static_cast<uint32_t>(n);
             ++target->changeCount;

@@ -56,7 +56,8 @@ TEST(CheckedFile, CopiesARangeWithoutMovingTheSource) {
     std::pair<Fault (*)(), size_t> const ways[] = {
         {[] { return Fault::shortened(Call::SENDFILE, 40'000); }, 5}, // in pieces
         {[] { return Fault::failing(Call::SENDFILE, EINTR, 0, 1); }, 2},
-        {[] { return Fault::failing(Call::SENDFILE, EINVAL); }, 1}, // through memory
+        {[] { return Fault::failing(Call::SENDFILE, EXDEV, 0, 1); }, 2}, // by the second call
+        {[] { return Fault::failing(Call::SENDFILE, EOPNOTSUPP); }, 2},  // through memory
     };
     for (auto const& [make, calls] : ways) {
         target->position(10);
