@@ -3,7 +3,9 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "MotionPhotoEdit.h"
 #include "MovieBoxes.h"
+#include "MovieNote.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -60,11 +62,18 @@ uint32_t fillerFor(uint32_t size, MediaDefs::MimeType still) {
     return std::max(VideoPointer::MAX_RECORD_SIZE + 1 - size, BOX_HEADER_SIZE);
 }
 
-void closeLastBox(MediaFile& copy, movie::Box const& last) {
-    if (!last.toEnd)
-        return;
+void setSize(MediaFile& copy, movie::Box const& last) {
     checked::seek(copy, last.position);
     checked::write(copy, boxHeader(last.size, "").substr(0, sizeof(uint32_t)));
+}
+
+/// Of a clip that was changed on its way in; what other writers keep in the record is no note.
+bool holdsNote(QRTInfo& trailer) {
+    auto const [position, size] = trailer.getDataPositionLength(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO);
+    if (size == 0 || size >= MovieNote::MAX_SIZE)
+        return false;
+    auto const bytes = trailer.getData(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO);
+    return MovieNote::parse({reinterpret_cast<char const*>(bytes.data()), bytes.size()}).has_value();
 }
 
 } // namespace
@@ -82,7 +91,8 @@ MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs
                                                             "with: ffmpeg -i IN -c copy OUT.mp4",
                                                             clip->getPath().c_str(), walk.fault.c_str());
     MotionClip prepared{clip, walk.brand, walk.brand != RECOGNISED_BRAND && walk.brand != QUICK_TIME_BRAND,
-                        fillerFor(size, still)};
+                        fillerFor(size, still), false};
+    prepared.isLastBoxClosed = prepared.filler > 0 && walk.last.toEnd;
     if (prepared.isBrandChanged && options.keepBrand)
         throw ErrorAt().as(Error::Code::UNSUPPORTED,
                            *clip)("the video's major brand is \"%s\", motion photos are recognised by \"%s\" or \"%s\"",
@@ -97,13 +107,28 @@ MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs
     if (prepared.filler > 0) {
         checked::write(copy, boxHeader(prepared.filler, "free"));
         checked::fill(copy, 0, prepared.filler - BOX_HEADER_SIZE);
-        closeLastBox(copy, walk.last);
     }
+    if (prepared.isLastBoxClosed)
+        setSize(copy, walk.last);
     if (prepared.isBrandChanged) {
         checked::seek(copy, BRAND_OFFSET);
         checked::write(copy, std::string(RECOGNISED_BRAND));
     }
     return prepared;
+}
+
+void MotionClip::stage(MotionPhotoEdit& edit) const {
+    edit.addVideo(file);
+    auto const trailer = edit.getQRTInfo();
+    bool const hadNote = holdsNote(*trailer);
+    if (hadNote)
+        edit.getQRTEdit().removeData(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO);
+    bool const isChanged = isBrandChanged || filler > 0;
+    if (!isChanged || (!hadNote && trailer->containsKey(qrt::NAME_MOTION_PHOTO_INFO, false)))
+        return;
+    uint32_t const stored = file->size();
+    MovieNote const note{brand, stored - filler, stored, isLastBoxClosed};
+    edit.addQRTData(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO, ByteBuffer().put(note.text()));
 }
 
 } // namespace android::lumo

@@ -12,6 +12,7 @@
 #include "ImageIndex.h"
 #include "MotionPhotoEdit.h"
 #include "MovieBoxes.h"
+#include "MovieNote.h"
 #include "PublishedEdit.h"
 #include "StillEnd.h"
 #include "Text.h"
@@ -20,20 +21,15 @@
 #include "io/VideoPointer.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace android::lumo::published {
 
 namespace {
 
-/// The record's type that the note of what a movie was is written with.
-constexpr int32_t TYPE_MOTION_PHOTO_INFO = 2610;
 constexpr char RECOGNISED_BRAND[] = "mp42";
 constexpr char QUICK_TIME_BRAND[] = "qt  ";
 constexpr uint32_t BRAND_OFFSET = 8;
-constexpr uint32_t BRAND_SIZE = 4;
 constexpr uint32_t BOX_HEADER_SIZE = 8;
-constexpr uint32_t MAX_NOTE = 1024;
 
 std::string bigEndian(uint32_t value) {
     uint32_t const stored = __builtin_bswap32(value);
@@ -44,26 +40,6 @@ std::string textOf(ByteBuffer const& bytes) {
     return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
 }
 
-/// What a movie was before it was changed for the views, as record "MotionPhoto_Info" keeps it.
-struct Note {
-    std::string brand;
-    uint32_t length = 0;
-    uint32_t stored = 0; ///< bytes it takes now: a note about another movie is not followed
-
-    std::string text() const {
-        return "major_brand=" + brand + " length=" + std::to_string(length) + " stored=" + std::to_string(stored);
-    }
-    static std::optional<Note> parse(std::string const& text) {
-        char brand[BRAND_SIZE + 1] = {};
-        unsigned length = 0, stored = 0;
-        // The brand's four characters may be blanks: "%c" takes them.
-        bool const isNote =
-            std::sscanf(text.c_str(), "major_brand=%4c length=%u stored=%u", brand, &length, &stored) == 3;
-        Note const note{brand, length, stored};
-        return isNote && note.text() == text ? std::optional(note) : std::nullopt;
-    }
-};
-
 /// The trailer that a photo gets: record 2608 and, where the movie was changed, the note.
 struct NewTrailer {
     QRTDataInfo video;
@@ -73,7 +49,7 @@ struct NewTrailer {
     void layOut() {
         video.type = qrt::TYPE_MOTION_PHOTO_DATA;
         video.name = qrt::NAME_MOTION_PHOTO_DATA;
-        note.type = TYPE_MOTION_PHOTO_INFO;
+        note.type = MovieNote::TYPE;
         note.name = qrt::NAME_MOTION_PHOTO_INFO;
         note.dataPayload = note.data.size();
         note.payload = note.offsetFromTail = hasNote ? note.size() : 0;
@@ -106,13 +82,16 @@ struct NewTrailer {
 struct Change {
     bool brand = false;
     uint32_t filler = 0;
+    bool closesLastBox = false; ///< of size 0, which ends where the file does
 };
 
 Change changeFor(PhotoLayout const& layout, MotionVideo const& video) {
     Change change;
     change.brand = video.brand != RECOGNISED_BRAND && video.brand != QUICK_TIME_BRAND;
-    if (!layout.isHEIC && video.size <= VideoPointer::MAX_RECORD_SIZE)
-        change.filler = std::max(VideoPointer::MAX_RECORD_SIZE + 1 - video.size, BOX_HEADER_SIZE);
+    if (layout.isHEIC || video.size > VideoPointer::MAX_RECORD_SIZE)
+        return change;
+    change.filler = std::max(VideoPointer::MAX_RECORD_SIZE + 1 - video.size, BOX_HEADER_SIZE);
+    change.closesLastBox = movie::walk(*layout.file, video.position, video.size).last.toEnd;
     return change;
 }
 
@@ -121,20 +100,15 @@ std::vector<std::string> otherRecords(PhotoLayout const& layout) {
     std::vector<std::string> names;
     for (auto const& record : layout.records) {
         bool const isOwn = record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION;
-        bool const isNote =
-            record.name == qrt::NAME_MOTION_PHOTO_INFO && record.dataPayload < MAX_NOTE &&
-            Note::parse(textOf(checked::readAt(*layout.file, record.dataPosition, record.dataPayload))).has_value();
-        if (!isOwn && !isNote)
+        if (!isOwn && !MovieNote::in(*layout.file, record))
             names.push_back(record.name);
     }
     return names;
 }
 
-std::optional<Note> noteIn(PhotoLayout const& layout, MotionVideo const& video) {
+std::optional<MovieNote> noteIn(PhotoLayout const& layout, MotionVideo const& video) {
     for (auto const& record : layout.records) {
-        if (record.name != qrt::NAME_MOTION_PHOTO_INFO || record.dataPayload >= MAX_NOTE)
-            continue;
-        auto const note = Note::parse(textOf(checked::readAt(*layout.file, record.dataPosition, record.dataPayload)));
+        auto const note = MovieNote::in(*layout.file, record);
         bool const isItsBrand = note && (video.brand == RECOGNISED_BRAND || video.brand == note->brand);
         if (isItsBrand && note->stored == video.size && note->length <= note->stored)
             return note;
@@ -191,7 +165,8 @@ NewTrailer planTrailer(PhotoLayout const& layout, MotionVideo const& video, Chan
     planned.video.dataPayload = layout.isHEIC ? VideoPointer::SIZE : video.size + change.filler;
     planned.hasNote = change.brand || change.filler > 0;
     if (planned.hasNote)
-        planned.note.data = ByteBuffer().put(Note{video.brand, video.size, video.size + change.filler}.text());
+        planned.note.data = ByteBuffer().put(
+            MovieNote{video.brand, video.size, video.size + change.filler, change.closesLastBox}.text());
     planned.layOut();
     return planned;
 }
@@ -211,16 +186,21 @@ Fields fieldsWithTrailer(PhotoLayout const& layout, MotionVideo const& video, Ch
     return fields;
 }
 
+/// Of a movie's last box; 0 says that it ends where the movie does.
+void setSizeOfLastBox(MediaFile& file, uint32_t position, uint32_t size, bool isOpen) {
+    auto const last = movie::walk(file, position, size).last;
+    writeAt(file, last.position, bigEndian(isOpen ? 0 : last.size));
+}
+
 void putTrailerIntoJPEG(MediaFile& file, uint32_t position, uint32_t size, Change const& change, NewTrailer& planned) {
     writeAt(file, position, textOf(planned.head()));
     uint32_t const video = position + planned.headSize();
     uint32_t end = video + size;
     if (change.filler > 0) {
-        auto const walk = movie::walk(file, video, size);
+        if (change.closesLastBox)
+            setSizeOfLastBox(file, video, size, false);
         writeAt(file, end, bigEndian(change.filler) + "free");
         checked::fill(file, 0, change.filler - BOX_HEADER_SIZE);
-        if (walk.last.toEnd)
-            writeAt(file, walk.last.position, bigEndian(walk.last.size));
         end += change.filler;
     }
     if (change.brand)
@@ -274,7 +254,7 @@ struct Back {
     Fields fields;
 };
 
-Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional<Note> const& note) {
+Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional<MovieNote> const& note) {
     uint32_t const end = video.position + video.size;
     uint32_t const trailerStart = trailer::startOf(*layout.tail);
     Back back;
@@ -389,6 +369,8 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
     checked::truncate(*file, size - back.cut);
     if (note)
         writeAt(*file, position + BRAND_OFFSET, note->brand);
+    if (note && note->isOpen && back.length < video.size)
+        setSizeOfLastBox(*file, position, back.length, true);
     image_index::moveBytes(file, position, int64_t{back.start} - int64_t{video.position});
     done.isChanged = true;
     done.brand = note && note->brand != video.brand ? video.brand : "";

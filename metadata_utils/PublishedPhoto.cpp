@@ -224,7 +224,7 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
         dynamic_cast<MotionPhotoEditImpl&>(*edit).leaveOut(cut.stretchOf(*photo));
     if (byEditor && layout.claims.any())
         dropClaims(*edit);
-    edit->addVideo(prepared.file);
+    prepared.stage(*edit);
     if (options.momentUs)
         edit->setPhotoPresentationTimestampUs(static_cast<long>(*options.momentUs));
     commit(*edit, *photo, output);

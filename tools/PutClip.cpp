@@ -54,7 +54,7 @@ MotionClip put(Arguments const& args, std::string const& path, Photo const& phot
         return published::addVideo(photo.file, source, options, output);
     auto clip = guarded(path, [&] { return MotionClip::prepare(source, photo.file->mimeType(), options.clip); });
     auto const edit = photo.view()->edit();
-    edit->addVideo(clip.file);
+    clip.stage(*edit);
     try {
         output != nullptr ? edit->commit(output) : edit->commit();
     } catch (Error const& error) {

@@ -12,6 +12,8 @@
 
 namespace android::lumo {
 
+class MotionPhotoEdit;
+
 /// What may be done to a clip that does not fit as it is.
 struct ClipOptions {
     /// Refuses a clip whose first brand the motion-photo views do not recognise, instead of changing it in the copy.
@@ -27,6 +29,8 @@ struct METADATA_UTILS_EXPORT MotionClip {
     std::string brand;           ///< major brand of the source
     bool isBrandChanged = false; ///< the copy says "mp42"
     uint32_t filler = 0;         ///< bytes of the 'free' box behind the copy's movie, 0 for none
+    /// The last box of the copy's movie got its size, which was 0: it ended where the file did.
+    bool isLastBoxClosed = false;
 
     /// Makes a movie fit for a still of this type. Any structurally sound MP4 or QuickTime movie that begins with
     /// 'ftyp' (ISO/IEC 14496-12 4.3) is taken; anything else throws UNSUPPORTED and says how to remux it.
@@ -40,6 +44,11 @@ struct METADATA_UTILS_EXPORT MotionClip {
     /// behind.
     static MotionClip prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs::MimeType still,
                               ClipOptions const& options = {});
+
+    /// Stages the clip as the video of the editor's photo. What was changed of it is noted in the record
+    /// "MotionPhoto_Info" ("major_brand=isom length=28118 stored=125001"), so that published::toPublished gives it back
+    /// as it was; a note about the video before goes, other texts in that record stay.
+    void stage(MotionPhotoEdit& edit) const;
 };
 
 /// The moment in microseconds that a QuickTime clip names for its still: the time of the first sample of its timed

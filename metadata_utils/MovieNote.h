@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "MediaFile.h"
+#include "QRTDataInfo.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace android::lumo {
+
+/// What a movie was before it was changed for the views, as record "MotionPhoto_Info" keeps it:
+///
+///     major_brand=isom length=28118 stored=125001
+///
+/// " open" stands behind it where the movie's last box had the size 0, which means "to the end", and got its size.
+struct MovieNote {
+    static constexpr int32_t TYPE = 2610;      ///< of the record
+    static constexpr uint32_t MAX_SIZE = 1024; ///< of its data: a longer text is no note
+
+    std::string brand;
+    uint32_t length = 0;
+    uint32_t stored = 0; ///< bytes it takes now: a note about another movie is not followed
+    bool isOpen = false;
+
+    std::string text() const;
+    static std::optional<MovieNote> parse(std::string const& text);
+    /// What a record of the file holds; nothing for a record or a text of another kind.
+    static std::optional<MovieNote> in(MediaFile const& file, QRTDataInfo const& record);
+};
+
+} // namespace android::lumo
