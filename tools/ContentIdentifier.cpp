@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ContentIdentifier.h"
 
-#include "io/ImageMetaReader.h"
+#include "Photo.h"
+
+#include "Error.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
-#include <exception>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include <unistd.h>
 
@@ -124,53 +125,72 @@ std::string identifierInMetadata(Bytes const& meta) {
     return "";
 }
 
-/// The content of a box of the file's run [from, end), by its place.
-std::optional<std::pair<uint64_t, uint64_t>> find(int fd, uint64_t from, uint64_t end, std::string_view type) {
-    while (from + BOX_HEADER <= end) {
-        char header[16] = {};
-        if (pread(fd, header, sizeof header, static_cast<off_t>(from)) < ssize_t{BOX_HEADER})
-            return std::nullopt;
-        Bytes const bytes{{header, sizeof header}};
+/// A stretch of the file: where it begins and ends.
+using Place = std::pair<uint64_t, uint64_t>;
+
+/// `size` bytes at a place of the file, fewer where it ends.
+std::string read(MediaFile const& file, uint64_t at, uint64_t size) {
+    std::string bytes(static_cast<size_t>(size), '\0');
+    size_t done = 0;
+    while (done < bytes.size()) {
+        auto const got = pread(file.getFd(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(at + done));
+        if (got < 0)
+            throw systemFailure(ExitCode::BAD_INPUT, file.getPath(), "its content identifier cannot be read");
+        if (got == 0)
+            break;
+        done += static_cast<size_t>(got);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+/// The content of the first box of that type in a place.
+std::optional<Place> find(MediaFile const& file, std::optional<Place> const& place, std::string_view type) {
+    for (uint64_t from = place ? place->first : 1, end = place ? place->second : 0; from + BOX_HEADER <= end;) {
+        auto const header = read(file, from, 2 * BOX_HEADER);
+        Bytes const bytes{header};
         uint64_t size = bytes.number(0, 4), head = BOX_HEADER;
         if (size == 1) {
             size = uint64_t{bytes.number(8, 4)} << 32 | bytes.number(12, 4);
-            head = 16;
+            head = 2 * BOX_HEADER;
         } else if (size == 0) {
             size = end - from;
         }
         if (size < head || size > end - from)
-            return std::nullopt;
+            break;
         if (bytes.text.substr(4, 4) == type)
-            return std::pair(from + head, from + size);
+            return Place(from + head, from + size);
         from += size;
     }
     return std::nullopt;
+}
+
+std::string identifierIn(MediaFile const& file, std::optional<Place> const& meta) {
+    if (!meta || meta->second - meta->first > MAX_METADATA)
+        return "";
+    auto const content = read(file, meta->first, meta->second - meta->first);
+    // QuickTime's metadata box begins with boxes, that of ISO base media files with version and flags.
+    Bytes const all{content};
+    return identifierInMetadata(all.number(0, 4) == 0 ? all.from(4) : all);
 }
 
 } // namespace
 
 std::string contentIdentifierOfStill(std::shared_ptr<MediaFile> const& still) {
     try {
-        auto const block = ImageMetaReader::of(still, ParseMode::LAZY)->getExif();
+        auto const block = blocksOf(still)->getExif();
         return identifierInExif(block.toTypedData<std::string>());
-    } catch (std::exception const&) {
+    } catch (Error const& error) {
+        if (error.code() == Error::Code::READ_FAILED)
+            throw;
         return ""; // its other commands say what is wrong with it
     }
 }
 
 std::string contentIdentifierOfClip(std::shared_ptr<MediaFile> const& clip) {
-    int const fd = clip->getFd();
-    auto const movie = find(fd, 0, clip->size(), "moov");
-    auto const meta = movie ? find(fd, movie->first, movie->second, "meta") : std::nullopt;
-    if (!meta || meta->second - meta->first > MAX_METADATA)
-        return "";
-    std::string content(static_cast<size_t>(meta->second - meta->first), '\0');
-    if (pread(fd, content.data(), content.size(), static_cast<off_t>(meta->first)) !=
-        static_cast<ssize_t>(content.size()))
-        return "";
-    // QuickTime's metadata box begins with boxes, that of ISO base media files with version and flags.
-    Bytes const all{content};
-    return identifierInMetadata(all.number(0, 4) == 0 ? all.from(4) : all);
+    auto const movie = find(*clip, Place(0, clip->size()), "moov");
+    auto const identifier = identifierIn(*clip, find(*clip, movie, "meta"));
+    return identifier.empty() ? identifierIn(*clip, find(*clip, find(*clip, movie, "udta"), "meta")) : identifier;
 }
 
 } // namespace motionphoto

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "InfoReport.h"
 
-#include "io/ImageMetaReader.h"
-
 #include <algorithm>
 
 namespace motionphoto {
@@ -65,7 +63,7 @@ std::vector<InfoReport::Item> itemsOf(XMPInfo const& xmp) {
 }
 
 std::optional<InfoReport::Block> debugInfoOf(std::shared_ptr<MediaFile> const& file) {
-    auto const block = ImageMetaReader::of(file, ParseMode::LAZY)->getCameraDebugInfo();
+    auto const block = blocksOf(file)->getCameraDebugInfo();
     if (block.type == MediaDefs::MetaType::NONE)
         return std::nullopt;
     return InfoReport::Block{block.position, block.payload};

@@ -13,6 +13,7 @@
 #include <array>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -86,61 +87,75 @@ Parts gather(Arguments const& args) {
     return parts;
 }
 
-std::string identifierOf(std::string const& path, std::string (*read)(std::shared_ptr<MediaFile> const&)) {
-    try {
-        return read(openFile(path, Access::READ));
-    } catch (Failure const&) {
-        return ""; // told when it comes to be joined
+/// What a still or a clip says that it belongs to, or why that could not be read: then it might be anything.
+struct Identity {
+    std::string identifier;
+    std::optional<Failure> fault;
+
+    static Identity of(std::string const& path, std::string (*read)(std::shared_ptr<MediaFile> const&)) {
+        try {
+            auto const file = openFile(path, Access::READ);
+            return {guarded(path, [&] { return read(file); }), std::nullopt};
+        } catch (Failure const& failure) {
+            return {"", failure};
+        }
     }
-}
+};
 
 /// The clip of each still: by the identifier both carry, else by name. Names come again from card to card: two
 /// identifiers that differ say that still and clip do not belong together.
 class Pairs {
 public:
     explicit Pairs(Parts const& parts) {
-        std::map<std::string, std::vector<Part const*>> byIdentifier, byName;
-        std::map<Part const*, std::string> identifiers;
         for (auto const& clip : parts.clips) {
+            auto const& identity = identities[&clip] = Identity::of(clip.path, contentIdentifierOfClip);
             byName[clip.key].push_back(&clip);
-            auto const id = identifierOf(clip.path, contentIdentifierOfClip);
-            if (!id.empty())
-                byIdentifier[id].push_back(&clip);
-            identifiers[&clip] = id;
+            if (!identity.identifier.empty())
+                byIdentifier[identity.identifier].push_back(&clip);
+            if (identity.fault)
+                pairs[clip.path] = {clip.relative, {}, identity.fault}; // unless a still's pair tells it
         }
-        for (auto const& still : parts.stills) {
-            auto const id = identifierOf(still.path, contentIdentifierOfStill);
-            auto const match = id.empty() ? byIdentifier.end() : byIdentifier.find(id);
-            auto twins = match != byIdentifier.end() ? match->second : byName[still.key];
-            if (match == byIdentifier.end() && !id.empty())
-                std::erase_if(twins, [&](Part const* clip) { return !identifiers[clip].empty(); });
-            if (!twins.empty())
-                take(still, twins);
-            else
-                ++alone;
-        }
+        for (auto const& still : parts.stills)
+            pair(still, Identity::of(still.path, contentIdentifierOfStill));
     }
 
     struct Pair {
         std::string relative;
         std::vector<std::string> clips; ///< more than one where it cannot be told which
+        std::optional<Failure> fault;   ///< why it cannot be known whether they belong together
     };
     std::map<std::string, Pair> const& all() const { return pairs; }
     size_t withoutClip() const { return alone; }
 
 private:
-    void take(Part const& still, std::vector<Part const*> const& clips) {
-        auto& pair = pairs[still.path];
-        pair.relative = still.relative;
-        for (auto const* clip : clips)
-            pair.clips.push_back(clip->path);
+    void pair(Part const& still, Identity const& identity) {
+        auto const match = byIdentifier.find(identity.identifier);
+        auto twins = match != byIdentifier.end() ? match->second : byName[still.key];
+        if (match == byIdentifier.end() && !identity.identifier.empty())
+            std::erase_if(twins, [&](Part const* clip) { return !identities[clip].identifier.empty(); });
+        if (twins.empty() && !identity.fault) {
+            ++alone;
+            return;
+        }
+        auto& made = pairs[still.path] = {still.relative, {}, identity.fault};
+        for (auto const* clip : twins) {
+            made.clips.push_back(clip->path);
+            if (auto const& fault = identities[clip].fault) {
+                made.fault = fault;
+                pairs.erase(clip->path);
+            }
+        }
     }
 
+    std::map<std::string, std::vector<Part const*>> byIdentifier, byName;
+    std::map<Part const*, Identity> identities;
     std::map<std::string, Pair> pairs;
     size_t alone = 0;
 };
 
 Outcome joinOne(Arguments const& args, std::string const& path, Pairs::Pair const& pair) {
+    if (pair.fault)
+        throw *pair.fault;
     if (pair.clips.size() > 1)
         throw Failure(ExitCode::BAD_INPUT, path,
                       "has " + std::to_string(pair.clips.size()) + " clips, " + pair.clips[0] + " and " +

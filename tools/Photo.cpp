@@ -128,6 +128,12 @@ std::shared_ptr<MediaFile> openVideo(std::string const& path, Photo const& photo
     return video;
 }
 
+std::unique_ptr<ImageMetaReader> blocksOf(std::shared_ptr<MediaFile> const& still) {
+    // A JPEG's reader scans once, and tells of a failed read only at once.
+    bool const isJpeg = still->mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
+    return ImageMetaReader::of(still, isJpeg ? ParseMode::EAGER : ParseMode::LAZY);
+}
+
 bool isSameFile(std::string const& a, std::string const& b) {
     std::error_code ignored; // a file that is not there yet is not the same as one that is
     return std::filesystem::equivalent(a, b, ignored);

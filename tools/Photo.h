@@ -5,6 +5,7 @@
 
 #include "MotionPhotoEdit.h"
 #include "MotionVideo.h"
+#include "io/ImageMetaReader.h"
 
 #include <cstdint>
 #include <memory>
@@ -45,5 +46,8 @@ struct Photo {
 std::shared_ptr<android::lumo::MediaFile> openVideo(std::string const& path, Photo const& photo);
 
 bool isSameFile(std::string const& a, std::string const& b);
+
+/// Finds the blocks of a still's metadata. What the system refuses to read throws, it is no absent block.
+std::unique_ptr<android::lumo::ImageMetaReader> blocksOf(std::shared_ptr<android::lumo::MediaFile> const& still);
 
 } // namespace motionphoto

@@ -3,6 +3,8 @@
 
 #include "Text.h"
 
+#include "boxes/BoxBounds.h"
+
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -126,6 +128,22 @@ uint64_t mapJpeg(Window& window, uint64_t position, std::vector<Region>& regions
     return position;
 }
 
+Region::Kind kindOfBox(BoxType type) {
+    switch (type) {
+    case boxType("mdat"):
+        return Region::Kind::IMAGE;
+    case VIDEO_BOX:
+        return Region::Kind::VIDEO;
+    case TRAILER_BOX:
+        return Region::Kind::TRAILER;
+    case boxType("meta"):
+    case boxType("free"):
+        return Region::Kind::METADATA;
+    default:
+        return Region::Kind::HEADER;
+    }
+}
+
 uint64_t mapBoxes(Window& window, std::vector<Region>& regions) {
     uint64_t position = 0;
     while (position + 8 <= window.end()) {
@@ -135,13 +153,8 @@ uint64_t mapBoxes(Window& window, std::vector<Region>& regions) {
         size = size == 0 ? window.end() - position : size;
         if (size < 8 || size > window.end() - position)
             break;
-        auto const type = window.text(position + 4, 4);
-        auto const kind = type == "mdat"                     ? Region::Kind::IMAGE
-                          : type == "mpvd"                   ? Region::Kind::VIDEO
-                          : type == "qrtd"                   ? Region::Kind::TRAILER
-                          : type == "meta" || type == "free" ? Region::Kind::METADATA
-                                                             : Region::Kind::HEADER;
-        regions.push_back({kind, "box " + escaped(type), position, size});
+        regions.push_back({kindOfBox(window.number(position + 4, 4)), "box " + escaped(window.text(position + 4, 4)),
+                           position, size});
         position += size;
     }
     return position;

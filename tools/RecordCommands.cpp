@@ -8,7 +8,6 @@
 
 #include "PublishedPhoto.h"
 #include "QRTDataInfo.h"
-#include "io/ImageMetaReader.h"
 #include "io/ImageMetaWriter.h"
 
 #include <array>
@@ -254,7 +253,7 @@ ExitCode xmpDump(Arguments const& args) {
 
 ExitCode debugInfoGet(Arguments const& args) {
     return giveEach(args, [&](Photo const& photo) {
-        auto const block = ImageMetaReader::of(photo.file, ParseMode::LAZY)->getCameraDebugInfo();
+        auto const block = blocksOf(photo.file)->getCameraDebugInfo();
         if (block.type == MediaDefs::MetaType::NONE)
             throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "has no debug info");
         return block.toTypedData<std::string>();

@@ -36,7 +36,7 @@ def box(kind, content):
     return struct.pack(">I4s", 8 + len(content), kind) + content
 
 
-def identified(still, clip, identifier):
+def identified(still, clip, identifier, within=lambda meta: meta):
     """Both as the camera of a live pair leaves them: the identifier in the maker note, and in the movie's metadata."""
     value = identifier + b"\0"
     maker = b"Apple iOS\0\0\1MM" + struct.pack(">HHHII", 1, 0x11, 2, len(value), 28) + value
@@ -46,6 +46,7 @@ def identified(still, clip, identifier):
     key = b"com.apple.quicktime.content.identifier"
     keys = box(b"keys", struct.pack(">III4s", 0, 1, 8 + len(key), b"mdta") + key)
     meta = box(b"meta", keys + box(b"ilst", box(b"\0\0\0\1", box(b"data", struct.pack(">II", 1, 0) + identifier))))
+    meta = within(meta)
     moov = clip.rindex(b"moov") - 4
     size = struct.unpack_from(">I", clip, moov)[0] + len(meta)
     old = still.index(b"\xff\xe1")
@@ -272,6 +273,7 @@ class ToolTest(unittest.TestCase):
         for folder in ("in", "in/deep"):
             (self.folder / folder).mkdir()
         pairs = {
+            "in/IMG_5.jpg": ("in/5.mp4", *identified(STILL, CLIP.replace(b"udta", b"free"), b"5", lambda meta: box(b"udta", meta))),
             "in/IMG_1.JPG": ("in/other name.mov", still, clip),
             "in/IMG_2(1).JPG": ("in/IMG_2(1).MP4", STILL, CLIP),
             "in/deep/PXL_3.MP.jpg": ("in/deep/PXL_3.MP", STILL, CLIP),
@@ -282,10 +284,10 @@ class ToolTest(unittest.TestCase):
             self.write(name, image)
             self.write(twin, movie)
         result = self.tool("join", "-r", "in", "-d", "out")
-        self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (0, "3 done"), result.stderr)
+        self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (0, "4 done"), result.stderr)
         self.assertIn("2 without a clip", result.stderr)
         self.assertFalse((self.folder / "out/alone.jpg").exists())
-        for name, (_, _, movie) in [*pairs.items()][:3]:
+        for name, (_, _, movie) in [*pairs.items()][:4]:
             self.assertEqual(self.read(name.replace("in", "out", 1)).count(movie), 1, name)
         self.write("in/IMG_2(1).MOV", CLIP)
         self.refused(3, "has 2 clips", "join", "-q", "in/IMG_2(1).JPG", "in/IMG_2(1).MOV", "in/IMG_2(1).MP4", "-d", "more")
