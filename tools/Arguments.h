@@ -30,6 +30,7 @@ struct Arguments {
     bool writes() const { return isInPlace() || !out.empty() || !folder.empty() || !svg.empty() || !html.empty(); }
 
     // How it is done.
+    static constexpr unsigned MOST_JOBS = 256;
     unsigned jobs = 0; ///< 0: a worker a core
     bool dryRun = false;
     bool quiet = false;

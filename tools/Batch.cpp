@@ -23,12 +23,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned MAX_JOBS = 256;
 constexpr auto PROGRESS_INTERVAL = std::chrono::milliseconds(200);
 
 unsigned workersFor(Arguments const& args) {
     unsigned const wanted = args.jobs > 0 ? args.jobs : std::thread::hardware_concurrency();
-    return std::clamp(wanted, 1U, MAX_JOBS);
+    return std::clamp(wanted, 1U, Arguments::MOST_JOBS);
 }
 
 /// The one line on a terminal that tells how far the work is.

@@ -47,7 +47,7 @@ void run(App& app, Arguments& args) {
     auto* const group = app.add_option_group("How");
     group->add_option("-j,--jobs", args.jobs, "Files worked on at a time; a core each when not given")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1U, Arguments::MOST_JOBS));
     group->add_flag("-n,--dry-run", args.dryRun, "Look at everything and write nothing; say what would be written");
     group->add_flag("-q,--quiet", args.quiet, "No progress and no summary");
 }
@@ -78,7 +78,6 @@ auto moment(std::string const& further) {
         app.add_option_function<std::string>(
                "--timestamp-us", [&args](std::string const& us) { args.at = us + "us"; }, "The same in microseconds")
             ->type_name("N")
-            ->check(CLI::NonNegativeNumber)
             ->excludes(at);
     };
 }
@@ -198,12 +197,15 @@ std::vector<Command> formatCommands() {
 auto const FORCE = flag("--force", &Arguments::force, "Replace an output that is there");
 
 /// The word that says which thing of a still is meant, in front of the stills.
-auto key(char const* name) {
-    return [=](App& app, Arguments& args) { app.add_option(name, args.key)->required(); };
+auto key(char const* name, char const* purpose) {
+    return [=](App& app, Arguments& args) { app.add_option(name, args.key, purpose)->required(); };
 }
 
+auto const RECORD = key("RECORD", "The record's name, as trailer list shows it");
+auto const PROPERTY = key("PROPERTY", "The property with its prefix: xmp:Rating");
+
 void value(App& app, Arguments& args) {
-    app.add_option("VALUE", args.value)->required();
+    app.add_option("VALUE", args.value, "Its text")->required();
 }
 
 /// A command that prints, or with -o writes, one thing of each still.
@@ -229,28 +231,28 @@ std::vector<Command> recordCommands() {
          {"trailer list photo.jpg"}},
         {"trailer get",
          "The data of a record",
-         all(key("RECORD"), READING),
+         all(RECORD, READING),
          trailerGet,
          {"trailer get MotionPhoto_Version photo.jpg"}},
         {"trailer put",
          "Add a record or replace its data",
-         all(key("RECORD"), recordData, CHANGING),
+         all(RECORD, recordData, CHANGING),
          trailerPut,
          {"trailer put Note --type 4000 --text 'by the sea' photo.jpg --in-place"}},
         {"trailer remove",
          "Take a record out",
-         all(key("RECORD"), CHANGING),
+         all(RECORD, CHANGING),
          trailerRemove,
          {"trailer remove Note photo.jpg --in-place"}},
-        {"xmp get", "The value of a property", all(key("PROPERTY"), READING), xmpGet, {"xmp get xmp:Rating photo.jpg"}},
+        {"xmp get", "The value of a property", all(PROPERTY, READING), xmpGet, {"xmp get xmp:Rating photo.jpg"}},
         {"xmp set",
          "Set a simple property",
-         all(key("PROPERTY"), value, CHANGING),
+         all(PROPERTY, value, CHANGING),
          xmpSet,
          {"xmp set xmp:Rating 5 photo.jpg --in-place"}},
         {"xmp remove",
          "Take a property out",
-         all(key("PROPERTY"), CHANGING),
+         all(PROPERTY, CHANGING),
          xmpRemove,
          {"xmp remove xmp:Rating photo.jpg --in-place"}},
         {"xmp dump", "The packet", READING, xmpDump, {"xmp dump photo.jpg | xmllint --format -"}},

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Photo.h"
 
-#include "Error.h"
-
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -132,6 +130,19 @@ std::unique_ptr<ImageMetaReader> blocksOf(std::shared_ptr<MediaFile> const& stil
     // A JPEG's reader scans once, and tells of a failed read only at once.
     bool const isJpeg = still->mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
     return ImageMetaReader::of(still, isJpeg ? ParseMode::EAGER : ParseMode::LAZY);
+}
+
+void requireOtherThanRoom(Photo const& photo, Error const& refusal) {
+    bool const isRefused = refusal.code() == Error::Code::REFUSED || refusal.code() == Error::Code::UNSUPPORTED;
+    if (!isRefused || photo.file->mimeType() != MediaDefs::MimeType::IMAGE_HEIC)
+        return;
+    std::string_view reason = withoutSource(refusal.what());
+    if (reason.starts_with('['))
+        reason.remove_prefix(std::min(reason.size(), reason.find(']') + 1));
+    throw Failure(ExitCode::BAD_INPUT, photo.path(),
+                  "its XMP has no room for what is to be written, and its image is not of the kind that can be "
+                  "written anew to make some: only grids of tiles, what cameras write, are (" +
+                      std::string(reason) + ")");
 }
 
 bool isSameFile(std::string const& a, std::string const& b) {

@@ -3,6 +3,7 @@
 
 #include "Failure.h"
 
+#include "Error.h"
 #include "MotionPhotoEdit.h"
 #include "MotionVideo.h"
 #include "io/ImageMetaReader.h"
@@ -46,6 +47,9 @@ struct Photo {
 std::shared_ptr<android::lumo::MediaFile> openVideo(std::string const& path, Photo const& photo);
 
 bool isSameFile(std::string const& a, std::string const& b);
+
+/// Throws in a person's words what a HEIC is mostly refused for, where the library tells of boxes: its XMP needs room.
+void requireOtherThanRoom(Photo const& photo, android::lumo::Error const& refusal);
 
 /// Finds the blocks of a still's metadata. What the system refuses to read throws, it is no absent block.
 std::unique_ptr<android::lumo::ImageMetaReader> blocksOf(std::shared_ptr<android::lumo::MediaFile> const& still);

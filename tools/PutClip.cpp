@@ -32,17 +32,6 @@ std::string changesOf(MotionClip const& clip) {
     return text;
 }
 
-/// A HEIC's refusal is mostly for the room that the XMP needs, and the library tells of boxes.
-void explainRefusal(Photo const& photo, Error const& error) {
-    bool const refused = error.code() == Error::Code::REFUSED || error.code() == Error::Code::UNSUPPORTED;
-    if (refused && photo.file->mimeType() == MediaDefs::MimeType::IMAGE_HEIC)
-        throw Failure(
-            ExitCode::BAD_INPUT, photo.path(),
-            "has no room for the XMP of a motion photo, and its image is not of the kind that can be written anew "
-            "to make some: only grids of tiles, what cameras write, are (" +
-                std::string(withoutSource(error.what())) + ")");
-}
-
 /// Where the photo has the editor's own trailer or is a plain still, the editor keeps the moment that is there.
 MotionClip put(Arguments const& args, std::string const& path, Photo const& photo,
                std::shared_ptr<MediaFile> const& output) {
@@ -58,7 +47,7 @@ MotionClip put(Arguments const& args, std::string const& path, Photo const& phot
     try {
         output != nullptr ? edit->commit(output) : edit->commit();
     } catch (Error const& error) {
-        explainRefusal(photo, error);
+        requireOtherThanRoom(photo, error);
         throw;
     }
     return clip;

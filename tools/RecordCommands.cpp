@@ -150,10 +150,30 @@ Name nameOf(Arguments const& args, XMPInfo const& xmp) {
     throw Failure(ExitCode::USAGE, "", "the prefix '" + escaped(prefix) + "' is not known and not used in the packet");
 }
 
+/// A HEIC's packet may outgrow the room it has: then more is made, where the image can be written anew.
 bool editXmp(Photo const& photo, FilePtr const& output, std::function<void(XMPEdit&)> const& change) {
-    auto const edit = XMPInfo::parse(copied(photo, output))->edit();
-    change(*edit);
-    edit->commit();
+    auto const file = copied(photo, output);
+    size_t size = 0;
+    auto const commit = [&] {
+        auto const edit = XMPInfo::parse(file)->edit();
+        change(*edit);
+        size = edit->serializeToBuffer().size();
+        edit->commit();
+    };
+    try {
+        commit();
+    } catch (Error const& error) {
+        requireOtherThanRoom(photo, error);
+        if (error.code() != Error::Code::TOO_BIG || file->mimeType() != MediaDefs::MimeType::IMAGE_HEIC)
+            throw;
+        try {
+            ImageMetaWriter::of(file)->reserveXMP(static_cast<unsigned>(size));
+        } catch (Error const& refusal) {
+            requireOtherThanRoom(photo, refusal);
+            throw;
+        }
+        commit();
+    }
     return true;
 }
 

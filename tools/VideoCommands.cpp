@@ -47,6 +47,11 @@ ExitCode addOrReplace(Arguments const& args, bool replaces) {
 
 // Out of the photo. ---------------------------------------------------------------------------------------------------
 
+void requireName(Arguments const& args) {
+    if (fs::path(args.nameTemplate).filename().empty())
+        throw Failure(ExitCode::USAGE, "", "--name '" + args.nameTemplate + "' names no file");
+}
+
 /// "{stem}.{ext}" filled in.
 std::string clipName(Arguments const& args, Input const& input, char const* ending) {
     fs::path const relative(input.relative);
@@ -162,6 +167,8 @@ ExitCode still(Arguments const& args) {
 }
 
 ExitCode set(Arguments const& args) {
+    if (args.at.empty())
+        throw Failure(ExitCode::USAGE, "", "give the moment: --at TIME");
     auto const at = microseconds(args.at);
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         photo.requireVideo();
@@ -175,6 +182,7 @@ ExitCode extract(Arguments const& args) {
         throw Failure(ExitCode::USAGE, "",
                       "give -o OUT for one photo, -o - for standard output, or -d DIR for several");
     Destination::check(args);
+    requireName(args);
     return forEachInput(
         args, [&](Input const& input) { return extractOne(args, input); }, Summary::YES);
 }
@@ -182,6 +190,7 @@ ExitCode extract(Arguments const& args) {
 ExitCode split(Arguments const& args) {
     if (args.folder.empty())
         throw Failure(ExitCode::USAGE, "", "give the folder for still and clip: -d DIR");
+    requireName(args);
     return forEachInput(
         args, [&](Input const& input) { return splitOne(args, input); }, Summary::YES);
 }

@@ -145,7 +145,7 @@ class ToolTest(unittest.TestCase):
             (2, "one of -o OUT, -d DIR and --in-place", [*add, "clip.mp4"]),
             (2, "--in-place=bytes", [*add, "clip.mp4", "--in-place=all"]),
             (2, "-o is for one file", ["remove", "photo.jpg", "still.jpg", "-o", "new.jpg"]),
-            (2, "--timestamp-us", [*add, "clip.mp4", "--in-place", "--timestamp-us", "-1"]),
+            (2, "is no time", [*add, "clip.mp4", "--in-place", "--timestamp-us", "-1"]),
             (2, "is no time", [*add, "clip.mp4", "--in-place", "--timestamp-us", "99999999999999999999"]),
             (2, "is no time", [*add, "clip.mp4", "--in-place", "--at", "1.2 h"]),
             (2, "--in-place", [*add, "clip.mp4", "-o", "./still.jpg"]),
