@@ -26,13 +26,11 @@ constexpr uint32_t EXPECTED_FIELDS = 2048;
 class PacketKeeper {
 public:
     explicit PacketKeeper(MotionPhotoParts& photo)
-        : parts(photo), contents(photo.view->getPacket()->copyContents()),
-          others(photo.view->getPacket()->getInFile().getOthers()), wasDirty(photo.xmpEdit->isDirty()) {}
+        : parts(photo), contents(photo.view->getPacket()->copyContents()), wasDirty(photo.xmpEdit->isDirty()) {}
     ~PacketKeeper() {
         if (isDone)
             return;
         parts.view->getPacket()->exchange(std::move(contents));
-        parts.view->getPacket()->getInFile().oweAgain(std::move(others));
         if (wasDirty)
             parts.xmpEdit->makeDirty();
         else
@@ -45,7 +43,6 @@ public:
 private:
     MotionPhotoParts& parts;
     XMPInfoImpl::Contents contents;
-    XMPInFile::Others others; ///< which a packet that is not kept had taken in
     bool wasDirty;
     bool isDone = false;
 };

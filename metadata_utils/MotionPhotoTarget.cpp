@@ -111,8 +111,6 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
     auto& xmpEdit = editor->getXMPEdit();
     if (isFirst && still == nullptr) {
         auto const ahead = copy != nullptr ? copy->packetAhead() : PacketAhead();
-        if (packet->hasTakenOthers())
-            editor->getView()->getPacket()->takeOthers(); // what was taken away from them does not come back
         editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
         if (copy != nullptr && copy->holdsPacket())
             editor->getView()->getPacket()->getInFile().trust();
@@ -123,6 +121,7 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
         if (!fields.containsPrimary())
             fields.fillPrimary(owner.getImageMimeType()); // the directory begins with the image
         auto const before = std::make_shared<XMPInfoImpl>(owner.getView()->getFile());
+        before->takeOthersThatAgree();
         packets::merge(*before, *packet, xmpEdit, true);
         xmpEdit.makeDirty();
     } else if (handedPacket->serializeToBuffer() != packet->serializeToBuffer()) {

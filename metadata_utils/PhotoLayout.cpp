@@ -15,19 +15,6 @@ namespace android::lumo {
 using Source = MotionVideo::Source;
 using Status = MotionVideo::Status;
 
-namespace {
-
-/// Several packets are read as an edit would write them. Where they contradict each other the view's is read alone.
-void takeOthersOf(XMPInfoImpl& view) {
-    try {
-        view.takeOthers();
-    } catch (Error const&) {
-        rethrowUnlessDamage();
-    }
-}
-
-} // namespace
-
 std::string reasonOf(std::exception const& error) {
     std::string const text = error.what();
     auto const end = text.starts_with("[") ? text.find("] ") : std::string::npos;
@@ -93,7 +80,7 @@ void PhotoLayout::readTrailer() {
 void PhotoLayout::readPacket() {
     try {
         auto const view = std::make_shared<XMPInfoImpl>(file);
-        takeOthersOf(*view);
+        view->takeOthersThatAgree(); // as an edit would write them
         take(view->getMeta());
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();

@@ -134,7 +134,9 @@ bool VideoFields::finds(MediaFile const& file, XMPInfo const& packet, int64_t gr
 void VideoFields::requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned) {
     std::vector<uint64_t> distances;
     try {
-        distances = claims::read(*XMPInfoImpl(file).getMeta()).distances();
+        XMPInfoImpl held(file);
+        held.takeOthersThatAgree();
+        distances = claims::read(*held.getMeta()).distances();
     } catch (...) {
         rethrowUnlessDamage();
         LOGD("no XMP that could say where a video is");

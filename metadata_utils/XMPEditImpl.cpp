@@ -27,7 +27,9 @@ void requireSameType(MediaFile const& target, MediaFile const& source, ErrorAt a
 } // namespace
 
 XMPEditImpl::XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view)
-    : file(view->getFile()), info(view), sourceFile(view->getFile()) {}
+    : file(view->getFile()), info(view), sourceFile(view->getFile()) {
+    info->takeOthersThatAgree();
+}
 
 // Properties. ---------------------------------------------------------------------------------------------------------
 
@@ -199,17 +201,10 @@ void XMPEditImpl::commit() {
     known.requireRoomToRetry([&] { return info->serializeToBuffer().size(); });
     info->getInFile().requireKeepable();
     auto const writer = ImageMetaWriter::of(file);
-    auto before = info->mergePackets();
-    try {
-        known.write(*file, [&] {
-            writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
-            return info->getSerialized();
-        });
-    } catch (...) {
-        if (before)
-            info->exchange(std::move(*before));
-        throw;
-    }
+    known.write(*file, [&] {
+        writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
+        return info->getSerialized();
+    });
     mustCopy = false;
     dirty = false;
     LOGI("commit X");

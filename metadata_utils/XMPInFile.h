@@ -39,18 +39,6 @@ public:
     /// Throws (UNSUPPORTED) when an edit would lose something that the file's packets hold: what the toolkit has not
     /// taken over from the last one, or a property in which two packets differ.
     void requireKeepable(ErrorAt at = ErrorAt());
-    /// A property that only a packet in front of the last one holds.
-    struct Other {
-        std::shared_ptr<XMPPacket> packet;
-        std::string schema;
-        std::string name;
-    };
-    using Others = std::vector<Other>;
-    /// What has to come into the packet that takes the place of all: known once the packets are found mergeable, and
-    /// until that packet is written.
-    Others const& getOthers() const { return others; }
-    /// The packet was written, but what is staged has been taken back: the next one needs them again.
-    void oweAgain(Others owed) noexcept { others = std::move(owed); }
     size_t count() const { return blocks.size(); }
     /// Puts what only packets in front of the last one hold into the packet that will take the place of all of them.
     void mergeInto(XMPPacket& packet) const;
@@ -68,6 +56,12 @@ private:
         uint32_t size; ///< of the room it stands in
         std::string text;
     };
+    /// A property that only a packet in front of the last one holds.
+    struct Other {
+        std::shared_ptr<XMPPacket> packet;
+        std::string schema;
+        std::string name;
+    };
     std::vector<Block> readBlocks() const;
     void forget();
     bool isWhole(std::vector<Block> const& found) const;
@@ -77,7 +71,7 @@ private:
     std::shared_ptr<MediaFile> file;
     std::vector<Block> blocks;
     std::shared_ptr<XMPPacket> last; ///< parsed when it is first asked for
-    Others others;
+    std::vector<Other> others;       ///< known once the packets are found mergeable, until one takes the place of all
     bool isKeepable = false;
     bool isInterrupted = false; ///< a commit began to write and failed
     uint32_t sizeBefore = 0;    ///< of the file, when that commit began

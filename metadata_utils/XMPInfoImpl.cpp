@@ -61,23 +61,26 @@ void XMPInfoImpl::requireUnchanged(ErrorAt at) {
     inFile->requireKeepable(at);
 }
 
-std::optional<XMPInfoImpl::Contents> XMPInfoImpl::mergePackets() {
-    if (areOthersIn || inFile->getOthers().empty())
-        return std::nullopt;
+void XMPInfoImpl::takeOthers() {
+    if (areOthersIn || inFile->count() < 2)
+        return;
+    inFile->requireKeepable();
     auto merged = copyContents();
     auto const count = countDirectory();
     inFile->mergeInto(*merged.packet);
     if (merged.packet->count(xmp_ns::CONTAINER, DIRECTORY) != count)
         merged.directory = readDirectory(merged.packet, {});
-    return exchange(std::move(merged));
+    exchange(std::move(merged));
+    areOthersIn = true;
 }
 
-void XMPInfoImpl::takeOthers() {
-    if (areOthersIn || inFile->count() < 2)
-        return;
-    inFile->requireKeepable();
-    mergePackets();
-    areOthersIn = true;
+void XMPInfoImpl::takeOthersThatAgree() {
+    try {
+        takeOthers();
+    } catch (Error const& error) {
+        rethrowUnlessDamage();
+        LOGI("the file's other packets stay out: %s", error.what());
+    }
 }
 
 XMPInfoImpl::Contents XMPInfoImpl::copyContents() const {

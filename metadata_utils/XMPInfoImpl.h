@@ -129,13 +129,11 @@ public:
     void requireUnchanged(ErrorAt at = ErrorAt());
     /// The packet as the file held it then, without what is staged; not to be changed.
     std::shared_ptr<XMPPacket> packetInFile() const { return inFile->parsed(); }
-    /// Takes in what the file's other packets hold; before a commit writes one packet over all of them. Answers what
-    /// the view held, for a commit that fails; nothing when there are no other packets.
-    std::optional<Contents> mergePackets();
-    /// The same for good, for who reads or takes away what any of the packets says. Throws where they contradict each
-    /// other, or one could not be kept.
+    /// Takes in what the file's other packets hold, for who reads or changes what any of them says: an edit writes one
+    /// packet over all of them. Throws where they contradict each other, or one could not be kept.
     void takeOthers();
-    bool hasTakenOthers() const { return areOthersIn; }
+    /// The same, but then the view goes on with its own packet alone; a commit will refuse.
+    void takeOthersThatAgree();
     /// A copy that shares nothing with the view.
     Contents copyContents() const;
     /// Goes on with other contents and answers those it had.

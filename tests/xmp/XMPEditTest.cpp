@@ -283,8 +283,8 @@ TEST(XMPEdit, JoinsTwoPacketsOrRefusesWhatAnEditWouldLose) {
         return text.replace(text.find("rdf:about=\"\""), 12, "rdf:about=\"uuid:1\"");
     };
     std::tuple<char const*, JpegBuilder, std::string, std::string> const cases[] = {
-        {"two packets of different properties", JpegBuilder().xmp(packetOf("t:a='1' t:b='2'")).xmp(packetOf("t:b='2'")),
-         "", "t:a=1\nt:b=2\nt:new=1\n"},
+        {"two packets of different properties", JpegBuilder().xmp(packetOf("t:a='1' t:b='2'")).xmp(packetOf("t:c='3'")),
+         "", "t:b=2\nt:c=3\nt:new=1\n"},
         {"two that differ", JpegBuilder().xmp(packetOf("t:a='1'")).xmp(packetOf("t:a='2'")), "differ in t:a", ""},
         {"a second rdf:RDF", JpegBuilder().xmp(second(packetOf("t:a='1'"))), "second rdf:RDF", ""},
         {"an instance ID overwritten", JpegBuilder().xmp(about("uuid:2")), "uuid:2", ""},
@@ -301,7 +301,7 @@ TEST(XMPEdit, JoinsTwoPacketsOrRefusesWhatAnEditWouldLose) {
         }
         TempFile const file(jpeg.build());
         auto const editor = XMPInfo::parse(file.open())->edit();
-        editor->setProperty(TEST_NS, "t:new", "1");
+        editor->setProperty(TEST_NS, "t:new", "1").removeProperty(TEST_NS, "t:a");
         auto const staged = contentOf(*editor);
         EXPECT_TRUE(failsWith("Input/output error", [&] {
             auto const fault = Fault::failing(Call::CHANGE, EIO, 0, 1);
