@@ -52,7 +52,7 @@ void CommitFields::stageExpectedFields() {
     if (staged.isMotionPhotoXMPRemoved || (!parts.qrtEdit->isDirty() && !parts.xmpEdit->isDirty()))
         return;
     VideoFields fields(*parts.xmpEdit);
-    auto const expected = expectedVideo();
+    auto const expected = expectedVideo(Written::EVERYTHING);
     if (!expected)
         return stagePublishedFields();
     // A change of XMP alone leaves the video's moment as it is.
@@ -65,15 +65,27 @@ void CommitFields::stageExpectedFields() {
     fields.setPlace(expected->length, expected->padding);
 }
 
+void CommitFields::stageTrailerFields() {
+    auto const expected = expectedVideo(Written::TRAILER);
+    if (!expected)
+        return followGrowth(Written::TRAILER, false);
+    VideoFields fields(*parts.xmpEdit);
+    if (!parts.xmpEdit->containsItem(VideoFields::ITEM, false))
+        return;
+    fields.setLength(expected->length);
+    fields.correctPadding(expected->padding);
+}
+
 /// Where the video will lie, from the trailer alone: neither number depends on the image in front of it.
-std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo() const {
+std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo(Written written) const {
     ExpectedVideo expected;
     expected.durationUs = [this]() -> std::optional<int64_t> {
         auto const held = VideoSource(parts.view->getFile(), static_cast<uint32_t>(parts.view->getVideoPosition()),
                                       static_cast<uint32_t>(parts.view->getVideoSize()));
         return staged.video ? staged.video->durationUs() : held.durationUs();
     };
-    if (!parts.qrtEdit->isDirty()) { // the trailer stays as it was written, in that order or another
+    bool const writesTrailer = written == Written::TRAILER || parts.qrtEdit->isDirty();
+    if (!writesTrailer) { // it stays as it was written, in that order or another
         if (!parts.view->hasVideo() || (!parts.isHEIC() && outside.hasPointedVideo()))
             return std::nullopt;
         expected.length = parts.outputFile->size() - static_cast<uint32_t>(parts.view->getVideoPosition());
@@ -90,11 +102,11 @@ std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo() const {
             parts.isHEIC() ? static_cast<uint32_t>(parts.view->getImageVideoPadding()) : plan.paddingOf(*place);
         return expected;
     }
-    if (!parts.isHEIC() || (!staged.video && !parts.view->hasVideo()))
+    bool const writesBox = written == Written::EVERYTHING && staged.video;
+    if (!parts.isHEIC() || (!writesBox && !parts.view->hasVideo()))
         return std::nullopt;
-    uint32_t const inFront = staged.video
-                                 ? staged.video->size()
-                                 : plan.getGround().image - static_cast<uint32_t>(parts.view->getVideoPosition());
+    uint32_t const inFront = writesBox ? staged.video->size()
+                                       : plan.getGround().image - static_cast<uint32_t>(parts.view->getVideoPosition());
     expected.length = inFront + plan.behindImage();
     expected.padding = video_box::HEADER_SIZE;
     return expected;
@@ -118,8 +130,13 @@ void CommitFields::stagePublishedFields() {
             claims::setField(packet, *held.primary(), motion_names::PADDING,
                              std::to_string(layout.videoBox->headerSize));
     }
+    followGrowth(Written::EVERYTHING, isNew);
+}
+
+void CommitFields::followGrowth(Written written, bool isNew) {
     int64_t growth = 0;
-    if (parts.qrtEdit->isDirty() && parts.qrtEdit->staging().writesTrailer()) {
+    bool const isAsked = written == Written::TRAILER || parts.qrtEdit->isDirty();
+    if (isAsked && parts.qrtEdit->staging().writesTrailer()) {
         auto const plan = parts.qrtEdit->staging().plan();
         growth = int64_t{plan.behindImage()} - (plan.getGround().fileSize - plan.getGround().image);
     }

@@ -24,6 +24,8 @@ public:
     /// Stages the claims that are missing.
     void prepareXMP();
     void stageExpectedFields();
+    /// Only what a commit of the trailer alone makes wrong.
+    void stageTrailerFields();
     /// The values are read off the finished file; nothing here may fail for a reason that could be foreseen.
     void completeCommit(size_t orgFileSize);
 
@@ -34,8 +36,12 @@ private:
         std::function<std::optional<int64_t>()> durationUs; ///< asked only when there is no timestamp
     };
 
+    /// What is written: everything staged, or the trailer alone.
+    enum class Written { EVERYTHING, TRAILER };
+
     void stagePublishedFields();
-    std::optional<ExpectedVideo> expectedVideo() const;
+    void followGrowth(Written written, bool isNew);
+    std::optional<ExpectedVideo> expectedVideo(Written written) const;
     void takeMoment(int64_t durationUs);
 
     MotionPhotoParts& parts;

@@ -9,11 +9,16 @@
 
 namespace android::lumo {
 
-/// The trailer editor of a motion photo: forwards everything to the editor it wraps and reports its commits.
+/// The trailer editor of a motion photo: forwards everything to the editor it wraps and reports its commits. `prepare`
+/// is told the file of one that a caller asked for alone, before a byte of it moves.
 class MPQRTEdit : public QRTEdit, public QRTViewHolder {
 public:
-    MPQRTEdit(std::shared_ptr<QRTEdit> const& editor, std::function<void(MPQRTEdit*)> const& report)
-        : wrapped(editor), trailer(std::dynamic_pointer_cast<QRTEditImpl>(editor)), onCommitted(report) {
+    using Prepare = std::function<void(MediaFile const& file)>;
+
+    MPQRTEdit(std::shared_ptr<QRTEdit> const& editor, Prepare const& prepare,
+              std::function<void(MPQRTEdit*)> const& report)
+        : wrapped(editor), trailer(std::dynamic_pointer_cast<QRTEditImpl>(editor)), onCommit(prepare),
+          onCommitted(report) {
         if (trailer == nullptr)
             throw ErrorAt()("the trailer editor of a motion photo must be the library's own");
         trailer->leaveFieldsToOwner();
@@ -78,10 +83,17 @@ public:
     void cleanDirty() override { wrapped->cleanDirty(); }
     bool isDirty() const override { return wrapped->isDirty(); }
     void commit() override {
+        onCommit(*trailer->getOutput());
         wrapped->commit();
         onCommitted(this);
     }
     void commit(std::shared_ptr<MediaFile> const& target) override {
+        if (target != nullptr)
+            onCommit(*target);
+        commitPrepared(target);
+    }
+    /// As a step of the whole photo's commit, which has prepared everything.
+    void commitPrepared(std::shared_ptr<MediaFile> const& target) {
         wrapped->commit(target);
         onCommitted(this);
     }
@@ -96,6 +108,7 @@ private:
 
     std::shared_ptr<QRTEdit> wrapped;
     std::shared_ptr<QRTEditImpl> trailer; ///< the same editor
+    Prepare onCommit;
     std::function<void(MPQRTEdit*)> onCommitted;
 };
 

@@ -87,9 +87,9 @@ public:
     }
     /// What is staged went into another file: it counts as new again when something is added to it.
     void setAside() { isSetAside = true; }
-    /// Sets the MotionPhoto item's "Length" to what stands between the video and the file's end, and commits a change
-    /// at once. Without a video or item nothing happens.
-    void updateMotionPhotoInfo(std::shared_ptr<MediaFile> const& file, size_t size, size_t position);
+    /// Sets the MotionPhoto item's "Length" to what stands between the video and the file's end, and the bytes that
+    /// Primary names in front of the video. Without a video or item nothing happens.
+    void updateMotionPhotoInfo(size_t size, size_t position, size_t padding);
     /// As many bytes more stand behind a video that XMP counts from the file's end.
     void followEnd(int64_t growth);
 

@@ -85,7 +85,7 @@ void MotionPhotoCommit::writeSteps(Survey& survey) {
     for (auto const& extra : staged.extras)
         extra.second(parts.outputFile);
     if (parts.qrtEdit->isDirty())
-        parts.qrtEdit->commit(parts.outputFile);
+        parts.qrtEdit->commitPrepared(parts.outputFile);
     if (isWithoutXMP)
         parts.xmpEdit->setAside();
     else
@@ -190,15 +190,38 @@ PacketAhead MotionPhotoCommit::packetAhead() {
     return {parts.view->getPacket()->getMeta(), parts.xmpEdit->serializeToBuffer(), parts.xmpEdit->isDirty()};
 }
 
+/// What counts from the file's end, or from the image's, is corrected in the packet when the trailer is written.
+/// In another file the room is made behind the trailer, where its packet is corrected.
+void MotionPhotoCommit::prepareTrailer(MediaFile const& file) {
+    if (!parts.qrtEdit->staging().writesTrailer())
+        return;
+    bool const isInPlace = MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
+    checked::requireEditable(file);
+    PacketKeeper const keeper(parts);
+    if (!isInPlace) // which gets nothing of what is staged
+        parts.view->getPacket()->adopt(parts.view->getPacket()->packetInFile()->clone());
+    CommitFields(parts, staged, outside).stageTrailerFields();
+    if (!parts.xmpEdit->isDirty())
+        return;
+    parts.view->getPacket()->requireUnchanged();
+    if (isInPlace) {
+        checked::SpaceKeeper const space(parts.outputFile, expectedFileSize());
+        mediator.makeRoom();
+    } else {
+        requireRoomFor(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()));
+    }
+}
+
 // A HEIC's container. -------------------------------------------------------------------------------------------------
 
 /// An image part that cannot be written again is found before the trailer moves; what the XMP will need exactly is
 /// known only afterwards.
-void MotionPhotoCommit::requireRoomForFields() const {
-    uint32_t const need = static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()) + EXPECTED_FIELDS;
+void MotionPhotoCommit::requireRoomFor(uint32_t packetSize) const {
+    if (!parts.isHEIC())
+        return;
     HEIFMetaWriter writer(parts.outputFile);
-    if (writer.xmpRoom() < need)
-        writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, need));
+    if (writer.xmpRoom() < packetSize)
+        writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, packetSize));
 }
 
 /// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they
@@ -206,7 +229,7 @@ void MotionPhotoCommit::requireRoomForFields() const {
 /// fails in between leaves that to the next one.
 void MotionPhotoCommit::restoreTrailer() {
     if (HEIFMetaWriter::isTrailerHidden(*parts.outputFile)) {
-        requireRoomForFields();
+        requireRoomFor(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()) + EXPECTED_FIELDS);
         isTrailerFound = true;
         HEIFMetaWriter::restoreTrailerOrder(parts.outputFile);
     }
@@ -217,20 +240,9 @@ void MotionPhotoCommit::restoreTrailer() {
     isTrailerFound = false;
 }
 
-/// A HEIC's XMP has a room of fixed size. What is staged must fit, so the image is written again with a larger room
-/// when it does not; the trailer then stands elsewhere and is read again.
 void MotionPhotoCommit::prepareImageType() {
-    if (!parts.isHEIC() || (!parts.xmpEdit->isDirty() && !parts.qrtEdit->isDirty() && staged.extras.empty()))
-        return;
-    uint32_t const need = static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size());
-    HEIFMetaWriter writer(parts.outputFile);
-    uint32_t const room = writer.xmpRoom();
-    if (room >= std::max(need, 1U))
-        return;
-    parts.view->getPacket()->requireUnchanged();
-    writer.reserveXMP(HEIFMetaWriter::roomFor(need));
-    parts.view->getPacket()->roomOpened();
-    mediator.notify(this, MotionPhotoEditImpl::Event::CONTAINER_RESTRUCTURED, parts.outputFile);
+    if (parts.xmpEdit->isDirty() || parts.qrtEdit->isDirty() || !staged.extras.empty())
+        mediator.makeRoom();
 }
 
 } // namespace android::lumo

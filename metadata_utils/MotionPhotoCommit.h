@@ -42,6 +42,9 @@ public:
     void write();
     /// Throws what a commit into `output` would refuse of what is staged.
     void requireCommittable(MediaFile const& output);
+    /// The trailer's editor is going to commit alone, into `file`: refuses what its commit, or the change of the packet
+    /// that follows it, could only fail at, and makes the room that the packet will need.
+    void prepareTrailer(MediaFile const& file);
     /// What is staged stays as it is.
     PacketAhead packetAhead();
     OutsideVideo& outsideVideo() { return outside; }
@@ -55,7 +58,7 @@ private:
     uint32_t expectedFileSize();
     bool isVideoRemovalWithoutXMP();
     void restoreTrailer();
-    void requireRoomForFields() const;
+    void requireRoomFor(uint32_t packetSize) const;
     void prepareImageType();
 
     MotionPhotoParts& parts;

@@ -37,9 +37,11 @@ MotionPhotoEditImpl::~MotionPhotoEditImpl() = default;
 
 MPQRTEdit& MotionPhotoEditImpl::getQRTEdit() {
     if (parts.qrtEdit == nullptr)
-        parts.qrtEdit = std::make_unique<MPQRTEdit>(view->getQRTInfo()->edit(), [relay = mediator](MPQRTEdit* sender) {
-            relay->notify(sender, Event::TRAILER_WRITTEN, sender->staging().getOutput());
-        });
+        parts.qrtEdit = std::make_unique<MPQRTEdit>(
+            view->getQRTInfo()->edit(), [this](MediaFile const& file) { inPlace->prepareTrailer(file); },
+            [relay = mediator](MPQRTEdit* sender) {
+                relay->notify(sender, Event::TRAILER_WRITTEN, sender->staging().getOutput());
+            });
     return *parts.qrtEdit;
 }
 

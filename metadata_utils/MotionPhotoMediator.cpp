@@ -4,7 +4,9 @@
 #include "Log.h"
 #include "VideoClaims.h"
 #include "VideoFields.h"
+#include "io/HEIFMetaWriter.h"
 
+#include <algorithm>
 #include <tuple>
 #include <utility>
 
@@ -16,13 +18,14 @@ constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 
 } // namespace
 
-void MPXMPEdit::updateMotionPhotoInfo(std::shared_ptr<MediaFile> const& file, size_t size, size_t position) {
+void MPXMPEdit::updateMotionPhotoInfo(size_t size, size_t position, size_t padding) {
     if (position == 0 || position > size || !containsItem(VideoFields::ITEM, false))
         return;
     LOGI("update MotionPhoto::Length to %zu, size=%zu, pos=%zu", size - position, size, position);
-    VideoFields(*this).setLength(static_cast<uint32_t>(size - position));
-    if (isDirty())
-        commit(file);
+    VideoFields fields(*this);
+    fields.setLength(static_cast<uint32_t>(size - position));
+    if (padding <= size) // a JPEG's pointer may lead into the image
+        fields.correctPadding(static_cast<uint32_t>(padding));
 }
 
 void MPXMPEdit::followEnd(int64_t growth) {
@@ -81,16 +84,37 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
     lastBehind = behindImage();
     try {
         if (isOwn && (isNews || isStale)) {
-            parts.xmpEdit->updateMotionPhotoInfo(file, size, position);
+            parts.xmpEdit->updateMotionPhotoInfo(size, position, parts.view->getImageVideoPadding());
+            commitXMP(file);
         } else if (!isOwn && growth != 0 && !VideoFields::finds(*file, *parts.xmpEdit) &&
                    VideoFields::finds(*file, *parts.xmpEdit, growth)) { // a video that XMP alone tells of
             parts.xmpEdit->followEnd(growth);
-            parts.xmpEdit->commit(file);
+            commitXMP(file);
         }
     } catch (...) {
         std::tie(lastSize, lastBehind) = before; // the next commit is news again
         throw;
     }
+}
+
+void MotionPhotoEditImpl::Mediator::commitXMP(std::shared_ptr<MediaFile> const& file) {
+    if (!parts.xmpEdit->isDirty())
+        return;
+    makeRoom();
+    parts.xmpEdit->commit(file);
+}
+
+void MotionPhotoEditImpl::Mediator::makeRoom() {
+    if (!parts.isHEIC())
+        return;
+    uint32_t const need = static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size());
+    HEIFMetaWriter writer(parts.outputFile);
+    if (writer.xmpRoom() >= std::max(need, 1U))
+        return;
+    parts.view->getPacket()->requireUnchanged();
+    writer.reserveXMP(HEIFMetaWriter::roomFor(need));
+    parts.view->getPacket()->roomOpened();
+    notify(this, Event::CONTAINER_RESTRUCTURED, parts.outputFile);
 }
 
 void MotionPhotoEditImpl::Mediator::onXMPWritten(size_t size) {

@@ -15,10 +15,14 @@ public:
     void notify(void const* sender, Event event, std::shared_ptr<MediaFile> const& file);
     /// A commit begins: the next size is news.
     void reset() { lastSize = 0; }
+    /// A HEIC's XMP has a room of fixed size. What is staged must fit, so the image is written again with a larger room
+    /// when it does not; the trailer then stands elsewhere and is read again.
+    void makeRoom();
 
 private:
     void onTrailerWritten(std::shared_ptr<MediaFile> const& file, size_t size);
     void onXMPWritten(size_t size);
+    void commitXMP(std::shared_ptr<MediaFile> const& file);
     bool isOutput(MediaFile const& file) const;
     uint32_t behindImage() const;
 

@@ -68,6 +68,13 @@ void VideoFields::setLength(uint32_t length) {
         packet.setProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET, value);
 }
 
+void VideoFields::correctPadding(uint32_t padding) {
+    auto const value = std::to_string(padding);
+    auto const held = packet.getItemField(PRIMARY_ITEM, names::PADDING);
+    if (!held.empty() && held != value)
+        packet.replaceItemField(PRIMARY_ITEM, names::PADDING, value);
+}
+
 void VideoFields::clear() {
     for (auto const* name : names::CURRENT)
         packet.removeProperty(xmp_ns::CAMERA, name);

@@ -47,6 +47,8 @@ public:
     void setPlace(uint32_t length, uint32_t padding);
     /// What counts from the file's end, where it is there.
     void setLength(uint32_t length);
+    /// The bytes between image and video, where the packet names them.
+    void correctPadding(uint32_t padding);
     /// Takes back everything that is said of a video.
     void clear();
 

@@ -48,12 +48,12 @@ inline std::string gainMapItem(std::string const& more = {}) {
     return itemOf("GainMap", "image/jpeg", "Item:Length=\"" + std::to_string(GAIN_MAP.size()) + "\" " + more);
 }
 
-/// A HEIC with these boxes behind its image, and XMP of these items in a large room.
-inline std::string heicWith(std::string const& tail, std::string const& items = {}) {
+/// A HEIC with these boxes behind its image, and XMP of these items in a room with so much to spare.
+inline std::string heicWith(std::string const& tail, std::string const& items = {}, size_t spare = 700) {
     HeicOptions options;
     options.tail = tail;
     if (!items.empty())
-        options.xmp = packetOf(CLAIMED, directoryOf(items)) + std::string(700, ' ');
+        options.xmp = packetOf(CLAIMED, directoryOf(items)) + std::string(spare, ' ');
     return buildHeic(options);
 }
 
@@ -80,7 +80,7 @@ inline std::vector<Form> forms(std::string const& movie) {
     auto const heic = [&](bool wide, bool xmp) {
         auto const items =
             itemOf("Primary", "image/heic", paddingOf(wide ? 16 : 8)) + videoItem(movie.size(), paddingOf(info.size()));
-        return heicWith(videoBox(movie, wide) + info, xmp ? items : "");
+        return heicWith(videoBox(movie, wide) + info, xmp ? items : "", wide ? 0 : 700);
     };
     auto const padded = itemOf("Primary", "image/jpeg", paddingOf(4));
     auto const claim = packetOf(CLAIMED, directoryOf(PRIMARY + video)), other = packetOf("dc:source=\"x\"");

@@ -135,8 +135,8 @@ TEST(PublishedPhoto, WhatCountsFromTheEndFollowsATrailerThatComesGrowsAndGoes) {
         }
         std::string longer = "sea";
         for (auto const &commit : std::vector<std::function<void(MotionPhotoEdit&, TempFile const&)>>{
-                 [](auto&edit, auto const&) { edit.commit(); },
                  [](auto&edit, auto const&) { edit.getQRTEdit().commit(); },
+                 [](auto&edit, auto const&) { edit.commit(); },
                  [](auto&edit, auto const&output) { edit.commit(output.open()); }}) {
             TempFile const output("");
             auto const edit = MotionPhotoInfo::parse(file.open())->edit();
