@@ -130,6 +130,8 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output) {
         return;
     if (staged.video)
         staged.video->requireReadable(output, "the video");
+    if (parts.qrtEdit->isDirty())
+        requireVideoStaysReadable();
     if (parts.qrtEdit->isDirty() || !staged.extras.empty())
         static_cast<void>(
             parts.qrtEdit->staging().plan()); // a file that is no longer the one that was read, before all else
@@ -140,6 +142,18 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output) {
     parts.view->getPacket()->requireUnchanged();
     CommitFields(parts, staged, outside).requireTimestamp();
     checked::sizeOf(uint64_t{expectedFileSize()} + XMP_OVERHEAD + MIN_XMP_ROOM);
+}
+
+/// The flag of sub-info is written in another bit than it is read from: the record would read back with the sub-info
+/// as its data's first bytes, and no video begins there.
+void MotionPhotoCommit::requireVideoStaysReadable() const {
+    auto const& records = parts.qrtEdit->staging().getStaged();
+    bool const isLost = std::any_of(records.begin(), records.end(), [](auto const& record) {
+        return record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.hasSubInfo;
+    });
+    if (isLost)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("the record of the video has sub-info: written again, its video "
+                                                     "would not be found");
 }
 
 /// The most bytes the output will have on the way, so that a full disk is found before its first byte moves. A size
@@ -197,6 +211,7 @@ void MotionPhotoCommit::prepareTrailer(MediaFile const& file) {
         return;
     bool const isInPlace = MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
     checked::requireEditable(file);
+    requireVideoStaysReadable();
     PacketKeeper const keeper(parts);
     if (!isInPlace) // which gets nothing of what is staged
         parts.view->getPacket()->adopt(parts.view->getPacket()->packetInFile()->clone());

@@ -55,6 +55,7 @@ private:
     void writeSteps(Survey& survey);
     void prepareCommit(Survey& survey);
     void noteGrowth() noexcept;
+    void requireVideoStaysReadable() const;
     uint32_t expectedFileSize();
     bool isVideoRemovalWithoutXMP();
     void restoreTrailer();

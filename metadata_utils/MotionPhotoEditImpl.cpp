@@ -221,6 +221,7 @@ void MotionPhotoEditImpl::noteVideoEdit(std::optional<VideoSource> const& video)
     staged.video = video;
     staged.isMotionPhotoXMPRemoved = !video;
     staged.isVideoReplaced = false;
+    parts.qrtEdit->staging().dropSubInfo(qrt::TYPE_MOTION_PHOTO_DATA);
     parts.qrtEdit->staging().cutWhenEmpty(!video);
     if (parts.isHEIC() && video)
         staged.extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this, video](auto const& file) {
@@ -329,7 +330,8 @@ PacketAhead MotionPhotoEditImpl::packetAhead() {
 void MotionPhotoEditImpl::adopt(MotionPhotoEditImpl const& other, bool isFirst, bool isNewVideo,
                                 std::function<uint32_t(uint32_t)> const& recordPlace) {
     bool const isStaged = other.parts.qrtEdit->isDirty() || other.staged.isTrailerSetAside;
-    if (parts.qrtEdit->staging().adopt(other.parts.qrtEdit->staging(), recordPlace) || (isFirst && isStaged))
+    bool const isNew = parts.qrtEdit->staging().adopt(other.parts.qrtEdit->staging(), recordPlace);
+    if (isStaged && (isNew || isFirst))
         parts.qrtEdit->makeDirty();
     if (isNewVideo && other.videoEdit != nullptr) {
         noteVideoEdit(other.staged.video);

@@ -130,6 +130,8 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
     }
     editor->adopt(owner, isFirst, isFirst || owner.getVideoEdit() != handedVideo,
                   [copy](uint32_t place) { return copy != nullptr ? copy->recordPlace(place) : place; });
+    if (isFirst && still != nullptr) // the trailer is news for it
+        editor->getQRTEdit().makeDirty();
     handedPacket = std::make_shared<XMPInfoImpl>(owner.getView()->getFile());
     handedPacket->adopt(packet->getMeta()->clone());
     handedVideo = owner.getVideoEdit();

@@ -276,7 +276,7 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other, std::function<uint32_t(uint32_
     for (auto const& record : other.getStaged()) {
         auto const known = mine.find(record.identity);
         bool const isKnown = known != mine.end() && adopted.contains(record.identity);
-        isNew = isNew || !isKnown;
+        isNew = isNew || !isKnown || !known->second.isInFile();
         all.push_back(isKnown ? known->second : record);
         auto const place = other.source.places().find(record.identity);
         if (!isKnown && record.isInFile() && place != other.source.places().end())

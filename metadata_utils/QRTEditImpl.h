@@ -106,6 +106,8 @@ public:
     void copy(QRTInfoImpl const& view, QRTDataInfo const& record);
     /// The data of a view's record, to be written later or elsewhere.
     ByteSource dataOf(QRTInfoImpl const& view, QRTDataInfo const& record);
+    /// New data of these records come without the sub-info of the old.
+    void dropSubInfo(int type) { records.dropSubInfo(type); }
     /// The data of a staged record, in memory.
     ByteBuffer load(StagedRecord const& record) const;
     void removeWhere(std::function<bool(StagedRecord const&)> const& matches) { records.removeAll(matches); }

@@ -100,6 +100,16 @@ void StagedRecords::makeLast(StagedRecord const* found) {
     std::rotate(place, place + 1, records.end());
 }
 
+void StagedRecords::dropSubInfo(int type) {
+    for (auto& record : records) {
+        if (record.type != type || record.isInFile())
+            continue;
+        record.hasSubInfo = false;
+        record.subInfoSize = 0;
+        record.subInfo = ByteBuffer();
+    }
+}
+
 void StagedRecords::settle() {
     for (auto& record : records) {
         record.source = StagedRecord::InFile();

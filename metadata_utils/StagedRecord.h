@@ -76,6 +76,8 @@ public:
     /// Removes one that find() has found, or makes it the last.
     void remove(StagedRecord const* found);
     void makeLast(StagedRecord const* found);
+    /// From those of the type that the file does not hold.
+    void dropSubInfo(int type);
     /// All of them stand in the file now; their bytes are no longer kept.
     void settle();
     template<class Matches>
