@@ -109,7 +109,7 @@ void MotionPhotoCommit::noteGrowth() noexcept {
 }
 
 void MotionPhotoCommit::prepareCommit(Survey& survey) {
-    if (parts.isHEIC() && (isTrailerFound || HEIFMetaWriter::isTrailerHidden(*parts.outputFile))) {
+    if (mustRestoreTrailer()) {
         survey.reset();
         restoreTrailer();
         survey.emplace(parts.qrtEdit->staging());
@@ -204,27 +204,29 @@ PacketAhead MotionPhotoCommit::packetAhead() {
     return {parts.view->getPacket()->getMeta(), parts.xmpEdit->serializeToBuffer(), parts.xmpEdit->isDirty()};
 }
 
-/// What counts from the file's end, or from the image's, is corrected in the packet when the trailer is written.
-/// In another file the room is made behind the trailer, where its packet is corrected.
+/// What counts from the file's end, or from the image's, is corrected in the packet when the trailer is written; in
+/// another file the room for it is made then.
 void MotionPhotoCommit::prepareTrailer(MediaFile const& file) {
     if (!parts.qrtEdit->staging().writesTrailer())
         return;
-    bool const isInPlace = MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
     checked::requireEditable(file);
     requireVideoStaysReadable();
     PacketKeeper const keeper(parts);
-    if (!isInPlace) // which gets nothing of what is staged
+    bool const isElsewhere = !MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
+    if (isElsewhere) { // which gets nothing of what is staged for the packet
+        QRTEditImpl::requireNotHidden(*parts.outputFile);
         parts.view->getPacket()->adopt(parts.view->getPacket()->packetInFile()->clone());
+    } else if (mustRestoreTrailer()) {
+        restoreTrailer();
+    }
     CommitFields(parts, staged, outside).stageTrailerFields();
     if (!parts.xmpEdit->isDirty())
         return;
     parts.view->getPacket()->requireUnchanged();
-    if (isInPlace) {
-        checked::SpaceKeeper const space(parts.outputFile, expectedFileSize());
-        mediator.makeRoom();
-    } else {
-        requireRoomFor(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()));
-    }
+    if (isElsewhere)
+        return requireRoomFor(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()));
+    checked::SpaceKeeper const space(parts.outputFile, expectedFileSize());
+    mediator.makeRoom();
 }
 
 // A HEIC's container. -------------------------------------------------------------------------------------------------
@@ -237,6 +239,10 @@ void MotionPhotoCommit::requireRoomFor(uint32_t packetSize) const {
     HEIFMetaWriter writer(parts.outputFile);
     if (writer.xmpRoom() < packetSize)
         writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, packetSize));
+}
+
+bool MotionPhotoCommit::mustRestoreTrailer() const {
+    return parts.isHEIC() && (isTrailerFound || HEIFMetaWriter::isTrailerHidden(*parts.outputFile));
 }
 
 /// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they

@@ -58,6 +58,7 @@ private:
     void requireVideoStaysReadable() const;
     uint32_t expectedFileSize();
     bool isVideoRemovalWithoutXMP();
+    bool mustRestoreTrailer() const;
     void restoreTrailer();
     void requireRoomFor(uint32_t packetSize) const;
     void prepareImageType();

@@ -5,6 +5,7 @@
 #include "ErrorAt.h"
 #include "Log.h"
 #include "VideoFields.h"
+#include "io/HEIFMetaWriter.h"
 
 #include <algorithm>
 
@@ -355,9 +356,18 @@ TrailerPlan QRTEditImpl::plan(TrailerFile const& from, MediaFile const& into) {
         record.requireWritable(into);
     from.requireKept(records.all());
     from.followPointer(planned);
-    if (!ownerKeepsFields && &from == &source) // a copy was asked about before it was made
+    if (!ownerKeepsFields && &from == &source) { // a copy was asked about before it was made
         VideoFields::requireKept(source.getFile(), planned);
+        if (!source.isUnfinished())
+            requireNotHidden(*source.getFile());
+    }
     return planned;
+}
+
+void QRTEditImpl::requireNotHidden(MediaFile const& file, ErrorAt at) {
+    if (HEIFMetaWriter::isTrailerHidden(file))
+        throw at.as(Error::Code::UNSUPPORTED, file)("other boxes stand behind a trailer, and a second one would hide "
+                                                    "it for good: edit the whole photo in place");
 }
 
 /// In the editor's own file every record now stands, in the order of the directory.

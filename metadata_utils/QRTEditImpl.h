@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ErrorAt.h"
 #include "QRTEdit.h"
 #include "QRTInfoImpl.h"
 #include "StagedRecord.h"
@@ -117,6 +118,8 @@ public:
     bool writesTrailer() const { return !records.empty() || isCutWhenEmpty; }
     /// Whoever owns this editor corrects the XMP that counts bytes from the file's end.
     void leaveFieldsToOwner() { ownerKeepsFields = true; }
+    /// Throws where a HEIC's boxes hide a trailer, which no editor of it knows.
+    static void requireNotHidden(MediaFile const& file, ErrorAt at = ErrorAt());
     /// What a commit would write now. Throws what a commit would refuse.
     TrailerPlan plan() { return plan(output(), *output().getFile()); }
     /// The view has found other records than it had when this editor was made: those that are neither staged nor
