@@ -150,7 +150,10 @@ int CommandLine::run(int argc, char** argv) {
     try {
         app->parse(argc, argv);
     } catch (CLI::Success const& asked) { // help, version and the documents
-        return app->exit(asked);
+        int const code = app->exit(asked);
+        if (!std::cout.flush())
+            throw systemFailure(ExitCode::WRITE_FAILED, "", "fail to write to standard output");
+        return code;
     } catch (CLI::ParseError const& error) {
         std::string text = error.what();
         std::replace(text.begin(), text.end(), '\n', ' ');

@@ -48,6 +48,8 @@ Destination::Destination(Arguments const& arguments, Input const& input, std::st
     out = args.folder.empty() ? args.out : (fs::path(args.folder) / name).string();
     if (isSameFile(out, input.path))
         throw Failure(ExitCode::USAGE, out, "is both input and output, use --in-place to edit it");
+    if (out == "-")
+        throw Failure(ExitCode::USAGE, "", "this does not go to standard output; ./- is a file of that name");
     std::error_code ignored; // what cannot be asked is told when it is written
     bool const there = fs::exists(out, ignored);
     skipped = args.skipExisting && there;

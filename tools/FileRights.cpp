@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "FileRights.h"
 
+#include "Failure.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -14,18 +16,31 @@ namespace {
 
 constexpr char ACCESS_LIST[] = "system.posix_acl_access";
 constexpr char USER_ATTRIBUTES[] = "user.";
+constexpr size_t MAX_ATTRIBUTE = 64 * 1024; ///< of the system
 constexpr mode_t PERMISSIONS = 0777;
 constexpr mode_t NEW_FILE_MODE = 0666;
 constexpr mode_t OWNER = 0700, GROUP = 0070, OTHERS = 0007;
 
 std::optional<std::string> attribute(int fd, char const* name) {
-    ssize_t const size = fgetxattr(fd, name, nullptr, 0);
+    std::string value(MAX_ATTRIBUTE, '\0');
+    ssize_t size = fgetxattr(fd, name, value.data(), value.size());
+    if (size < 0 && errno == EBADF) { // a descriptor that only names its file
+        auto const path = "/proc/self/fd/" + std::to_string(fd);
+        size = getxattr(path.c_str(), name, value.data(), value.size());
+    }
     if (size < 0)
         return std::nullopt;
-    std::string value(static_cast<size_t>(size), '\0');
-    if (fgetxattr(fd, name, value.data(), value.size()) != size)
-        return std::nullopt;
+    value.resize(static_cast<size_t>(size));
     return value;
+}
+
+/// Nothing where there is none; one that cannot be read might keep somebody out.
+std::optional<std::string> accessListOf(int fd) {
+    auto const list = attribute(fd, ACCESS_LIST);
+    bool const isNone = errno == ENODATA || errno == ENOTSUP || errno == ENOSYS;
+    if (!list && !isNone)
+        throw systemFailure(ExitCode::BAD_INPUT, "", "an access list cannot be read");
+    return list;
 }
 
 mode_t modeOfNewFiles() {
@@ -57,7 +72,7 @@ mode_t narrowed(mode_t mode, gid_t group, bool hasList, std::optional<std::strin
 FileRights FileRights::of(int fd) {
     struct stat status {};
     fstat(fd, &status);
-    return {status.st_uid, status.st_gid, status.st_mode & PERMISSIONS, attribute(fd, ACCESS_LIST)};
+    return {status.st_uid, status.st_gid, status.st_mode & PERMISSIONS, accessListOf(fd)};
 }
 
 int applyRights(int fd, RightsWanted const& wanted) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -36,17 +37,27 @@ bool isFolder(std::string const& path) {
 
 /// The lines, or the texts ended by a zero byte, of --files-from.
 struct Inputs::Listing {
+    std::string name;
     std::ifstream file;
     std::istream& stream;
     char end;
 
     Listing(std::string const& path, bool zeroSeparated)
-        : stream(path == STANDARD_INPUT ? std::cin : file), end(zeroSeparated ? '\0' : '\n') {
+        : name(path), stream(path == STANDARD_INPUT ? std::cin : file), end(zeroSeparated ? '\0' : '\n') {
         if (path == STANDARD_INPUT)
             return;
         file.open(path);
         if (!file)
             throw systemFailure(ExitCode::BAD_INPUT, path, "cannot be read");
+    }
+
+    /// Names that could not be read are not the end of the list; it is told once, so that the work comes to an end.
+    void requireWholeOnce() {
+        if (!isCutOff(stream))
+            return;
+        std::clearerr(stdin);
+        stream.clear(std::ios::eofbit);
+        throw Failure(ExitCode::BAD_INPUT, name, "cannot be read to its end");
     }
 };
 
@@ -62,6 +73,10 @@ Inputs::Inputs(Arguments const& args, Kind kindOfFiles)
 
 Inputs::~Inputs() = default;
 
+bool isCutOff(std::istream const& stream) {
+    return stream.bad() || (&stream == &std::cin && std::ferror(stdin) != 0);
+}
+
 bool Inputs::nextName(Input& input) {
     std::string path;
     if (!given.empty()) {
@@ -69,8 +84,12 @@ bool Inputs::nextName(Input& input) {
         given.pop_front();
     } else {
         while (path.empty()) {
-            if (!listing || !std::getline(listing->stream, path, listing->end))
+            if (!listing)
                 return false;
+            if (!std::getline(listing->stream, path, listing->end)) {
+                listing->requireWholeOnce();
+                return false;
+            }
         }
     }
     input = {path, fs::path(path).filename().string()};

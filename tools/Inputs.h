@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <deque>
+#include <istream>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -50,5 +51,8 @@ private:
     std::deque<Input> found; ///< of the folders being read, in order
     std::unique_ptr<Listing> listing;
 };
+
+/// Whether the system refused to read on before the stream's end, which standard input does not tell by itself.
+bool isCutOff(std::istream const& stream);
 
 } // namespace motionphoto

@@ -4,6 +4,7 @@
 #include "Commands.h"
 
 #include "Destination.h"
+#include "Inputs.h"
 #include "Text.h"
 
 #include "PublishedPhoto.h"
@@ -40,7 +41,7 @@ std::vector<unsigned char> dataOf(Arguments const& args) {
     }
     auto& stream = args.data == STANDARD_STREAM ? std::cin : file;
     std::vector<unsigned char> data{std::istreambuf_iterator<char>(stream), {}};
-    if (stream.bad())
+    if (isCutOff(stream))
         throw Failure(ExitCode::BAD_INPUT, args.data, "cannot be read");
     return data;
 }

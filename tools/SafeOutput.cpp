@@ -34,6 +34,12 @@ std::string temporaryNameIn(std::string const& folder) {
     return name;
 }
 
+/// Closes when it goes.
+struct Descriptor {
+    int fd;
+    ~Descriptor() { close(fd); }
+};
+
 std::string linkTo(int fd) {
     return "/proc/self/fd/" + std::to_string(fd);
 }
@@ -73,11 +79,13 @@ void SafeOutput::examineTarget() {
         throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
     std::error_code error;
     target = std::filesystem::canonical(out, error).string();
-    int const old = error ? -1 : open(target.c_str(), O_PATH | O_CLOEXEC);
+    int old = error ? -1 : open(target.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (old < 0 && errno == EACCES)
+        old = open(target.c_str(), O_PATH | O_CLOEXEC);
     if (old < 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
+    Descriptor const kept{old};
     rights.replaced = FileRights::of(old);
-    close(old);
 }
 
 bool SafeOutput::makeUnnamed() {

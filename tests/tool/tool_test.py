@@ -217,7 +217,10 @@ class ToolTest(unittest.TestCase):
     def test_links_times_and_attributes_are_kept(self):
         os.symlink("still.jpg", self.folder / "link.jpg")
         os.utime(self.folder / "still.jpg", ns=(10**18, 10**18 + 7))
+        entries = (1, 6, -1), (2, 4, 65534), (4, 4, -1), (16, 4, -1), (32, 0, -1)
+        acl = struct.pack("<I", 2) + b"".join(struct.pack("<HHi", *entry) for entry in entries)
         try:
+            os.setxattr(self.folder / "still.jpg", "system.posix_acl_access", acl)
             os.setxattr(self.folder / "still.jpg", "user.note", b"a word")
             attribute = True
         except OSError:
@@ -229,6 +232,7 @@ class ToolTest(unittest.TestCase):
             path = self.folder / ("out.jpg" if "-o" in command else "still.jpg")
             self.assertEqual(path.stat().st_mtime_ns, 10**18 + 7)
             self.assertTrue(not attribute or os.getxattr(path, "user.note") == b"a word")
+            self.assertTrue(not attribute or os.getxattr(path, "system.posix_acl_access") == acl)
 
     def test_folders_are_worked_through_whatever_one_file_is(self):
         self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
