@@ -232,9 +232,9 @@ TEST(MotionPhotoEditor, ForeseesTheSizeOfTheWholeFile) {
         setrlimit(RLIMIT_FSIZE, &old);
     }
     TrailerRecord const video{.type = 2608, .name = "MotionPhoto_Data", .data = videoOf(126000), .subInfo = "sub"};
-    expectRefused(stills().at("exif") + trailerBytes({video}), "would not be found", [](auto& file) {
-        commit(file, [](auto& e) { e.getQRTEdit().putData(2902, "Note", "n").makeDirty(); });
-    });
+    Edit const addsNote = [](auto& e) { e.getQRTEdit().putData(2902, "Note", "n").makeDirty(); };
+    expectRefused({{stills().at("exif") + trailerBytes({video}), [&](auto& file) { commit(file, addsNote); },
+                    "would not be found"}});
 }
 
 } // namespace
