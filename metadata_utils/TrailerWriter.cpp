@@ -124,8 +124,7 @@ std::vector<TrailerPlan::Patch> TrailerWriter::openPatches() const {
 void TrailerWriter::requireReadable() const {
     for (auto const& [from, to, size] : plan.getMoves()) {
         uint32_t const end = std::min(from + size, plan.getGround().fileSize);
-        for (uint32_t at = from; at < end; at += BLOCK)
-            checked::readAt(*file, at, std::min(BLOCK, end - at));
+        checked::requireReadable(*file, from, end - from, BLOCK);
     }
 }
 

@@ -4,7 +4,7 @@
 #include "CheckedFile.h"
 #include "VideoPointer.h"
 
-#include <cstdlib>
+#include <algorithm>
 
 namespace android::lumo {
 
@@ -18,17 +18,20 @@ constexpr uint32_t BUFFER = 1024 * 1024;
 void moveTail(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance, ErrorAt at) {
     if (distance == 0)
         return;
-    if (std::llabs(distance) > INT32_MAX)
-        throw at.as(Error::Code::TOO_BIG, *file)("bytes at %zu cannot move by %lld", size_t{from},
-                                                 static_cast<long long>(distance));
     VideoPointerKeeper keeper(file);
+    if (distance > INT32_MAX)
+        checked::requireSpace(*file, checked::sizeOf(uint64_t{file->size()} + static_cast<uint64_t>(distance), at), at);
     if (uint32_t const end = file->size(); end > from && end - from > BUFFER)
         checked::requireReadable(*file, from, end - from, BUFFER, at);
-    checked::seek(*file, from, at);
-    if (distance > 0)
-        file->shiftRightSafely(static_cast<int>(distance), BUFFER);
-    else
-        file->shiftLeftSafely(static_cast<int>(-distance), BUFFER, true);
+    for (int64_t moved = 0; moved != distance;) { // a shift counts in an int, a video may be longer
+        int const leg = static_cast<int>(std::clamp<int64_t>(distance - moved, -INT32_MAX, INT32_MAX));
+        checked::seek(*file, static_cast<uint32_t>(from + moved), at);
+        if (leg > 0)
+            file->shiftRightSafely(leg, BUFFER);
+        else
+            file->shiftLeftSafely(-leg, BUFFER, true);
+        moved += leg;
+    }
     keeper.moved(from, distance);
 }
 

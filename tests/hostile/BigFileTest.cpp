@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "MotionPhotoEdit.h"
+#include "PublishedPhoto.h"
 #include "support/Attempt.h"
 #include "support/JpegBuilder.h"
+#include "support/TrailerBuilder.h"
 
 // Sparse files around 2 and 4 GiB: right, or refused with every byte as before.
 namespace android::lumo::test {
@@ -18,11 +20,11 @@ std::string partOf(std::string const& path, uint64_t position, size_t size) {
 }
 
 /// A still of `size` bytes, nearly all of them a hole, whose last bytes are "end". Its XMP has room for what is added.
-void makeStill(std::string const& path, bool isHeic, uint64_t size) {
+void makeStill(std::string const& path, bool isHeic, uint64_t size, char const* box = "free") {
     std::string const packet = heicXmp("big", 3000);
     std::string head = isHeic ? buildHeic({.xmp = packet}) : JpegBuilder().exif().xmp(packet, 4000).build();
     if (isHeic)
-        head += bigEndian(1, 4) + "free" + bigEndian(size - head.size(), 8);
+        head += bigEndian(1, 4) + box + bigEndian(size - head.size(), 8);
     writeBytes(path, head);
     std::filesystem::resize_file(path, size - 3);
     std::ofstream(path, std::ios::binary | std::ios::app) << "end";
@@ -79,6 +81,18 @@ TEST_P(BigFile, OtherFileIsNoVideoFrom4GiB) {
         EXPECT_THROW((editor->addVideo(video.open("r")), editor->commit()), std::runtime_error) << size;
         EXPECT_TRUE(bytesOf(path) == before) << size;
     }
+}
+
+TEST_P(BigFile, VideoBoxOfMoreThan2GiBGoes) {
+    TempDir const dir;
+    std::string const path = dir.file("photo");
+    makeStill(path, true, TWO_GIB + 5000, "mpvd");
+    std::string const trailer = trailerBytes({{.type = 2900, .name = "Note", .data = "n"}});
+    std::ofstream(path, std::ios::binary | std::ios::app) << (GetParam() ? heicBox("qrtd", trailer) : "");
+    published::removeVideo(test::open(path));
+    EXPECT_FALSE(MotionVideo::locate(test::open(path)).isSound());
+    EXPECT_LT(std::filesystem::file_size(path), 40'000u);
+    EXPECT_EQ(QRTInfo::parse(test::open(path))->getDataCount(), GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(, BigFile, testing::Bool(), [](auto const& kind) { return kind.param ? "HEIC" : "JPEG"; });
