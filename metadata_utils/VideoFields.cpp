@@ -160,9 +160,10 @@ void VideoFields::requireKept(std::shared_ptr<MediaFile> const& file, TrailerPla
                 *now += planned.start();
         }
         if (!now || planned.finalSize() - *now != distance)
-            throw ErrorAt()("the XMP finds the video %zu bytes in front of the file's end and would be wrong: edit the "
-                            "trailer through the motion photo",
-                            size_t{distance});
+            throw ErrorAt()(
+                "the XMP finds the video %llu bytes in front of the file's end and would be wrong: edit the "
+                "trailer through the motion photo",
+                static_cast<unsigned long long>(distance));
     }
 }
 
