@@ -61,7 +61,7 @@ std::vector<std::string> const& stills() {
             test::buildHeic({.xmp = packet, .indexWidth = 4, .mdat = HeicOptions::Mdat::ToEnd}),
             test::buildHeic({.grid = false, .xmp = test::heicXmp("seed", 2000)}),
             test::buildHeic(
-                {.alpha = true, .xmp = packet, .freeBoxes = true, .tail = test::heicBox("free", "cdifdebug")}),
+                {.alpha = true, .xmp = packet, .furtherBoxes = true, .tail = test::heicBox("free", "cdifdebug")}),
         };
     }();
     return made;

@@ -56,7 +56,7 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         {{.xmp = XMP, .baseOffset = true, .gridInIdat = false, .mdat = Mdat::Wide, .metaLast = true}, "DVT", "DVT"},
         {{.xmp = XMP, .xmpInIdat = true, .mdat = Mdat::Wide}, "T", "T"},
         {{.xmp = XMP, .mdat = Mdat::ToEnd}, "", ""},
-        {{.xmp = XMP, .freeBoxes = true, .unknownBoxes = true, .behindMdat = heicBox("free", "x")}, "VPT", "VPT"},
+        {{.xmp = XMP, .furtherBoxes = true, .behindMdat = heicBox("free", "x")}, "VPT", "VPT"},
         {{.exif = false, .xmp = heicXmp(std::string(2000, 'x'))}, "V", "V"}, // more than the room asked for
         {{.rows = 23, .columns = 23, .fieldWidth = 8}, "VT", "VT"}, // narrower locations: the image gets shorter
         {{.xmp = XMP}, "TVD", "VDT"},                               // a hidden trailer comes last
@@ -89,18 +89,15 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
 
 TEST(HEIFReserveXMP, LeavesSharedBytesWhenAnotherItemUsesTheOldPacket) {
     std::string const packet = heicXmp("shared");
-    HeicFile const file = buildHeicFile({.exif = false, .xmp = packet});
-    std::string tile = file.bytes;
+    std::string tile = buildHeic({.exif = false, .xmp = packet}); // tiles 1 to 4, grid 5, XMP 6
     auto const extentOf = [&](uint32_t id) {
         return tile.find(bigEndian(id, 2) + bigEndian(0, 4) + bigEndian(1, 2)) + 8;
     };
-    tile.replace(extentOf(1), 8, tile.substr(extentOf(file.xmpId), 8)); // the first tile is where the packet is
+    tile.replace(extentOf(1), 8, tile.substr(extentOf(6), 8)); // the first tile is where the packet is
 
-    HeicFile const rest = buildHeicFile({.thumbnail = true, .exif = false, .xmp = packet, .xmpInIdat = true});
-    std::string toEnd = rest.bytes; // the thumbnail takes all of 'idat': an extent without a length
-    auto const entry = [&](uint32_t method) {
-        return bigEndian(rest.thumbnailId, 2) + bigEndian(method << 16, 4) + bigEndian(1, 2);
-    };
+    // The thumbnail, 6, takes all of 'idat': an extent without a length.
+    std::string toEnd = buildHeic({.thumbnail = true, .exif = false, .xmp = packet, .xmpInIdat = true});
+    auto const entry = [](uint32_t method) { return bigEndian(6, 2) + bigEndian(method << 16, 4) + bigEndian(1, 2); };
     toEnd.replace(toEnd.find(entry(0)), 16, entry(1) + std::string(8, '\0'));
     for (std::string const& shared : {tile, toEnd}) {
         std::string const after = reserved(shared, 1280);

@@ -53,26 +53,15 @@ struct HeicOptions {
     enum class Mdat { Plain, Wide, ToEnd };
     Mdat mdat = Mdat::Plain;
     bool metaLast = false;
-    bool freeBoxes = false;      ///< in 'meta' and at the top
-    bool unknownBoxes = false;   ///< the same with a type nobody knows
+    bool furtherBoxes = false;   ///< free ones and a type nobody knows, in 'meta' and at the top
     std::string extraMeta = {};  ///< children at the end of 'meta'
     std::string beforeMdat = {}; ///< top-level bytes in front of 'mdat'
     std::string behindMdat = {}; ///< top-level bytes behind it that belong to the image part
     std::string tail = {};       ///< appended data
 };
 
-struct HeicFile {
-    std::string bytes;
-    uint32_t imageLength; ///< where the tail begins
-    uint32_t primaryId;
-    uint32_t thumbnailId; ///< 0 when there is none, as the next
-    uint32_t xmpId;
-};
-
-HeicFile buildHeicFile(HeicOptions const& options = {});
-inline std::string buildHeic(HeicOptions const& options = {}) {
-    return buildHeicFile(options).bytes;
-}
+/// Ids begin at 1: tiles, grid, thumbnail, auxiliary image, Exif, text, XMP.
+std::string buildHeic(HeicOptions const& options = {});
 
 /// An XMP packet with one dc:source, padded with blanks to `room` bytes where that is more.
 std::string heicXmp(std::string_view source, size_t room = 0);
