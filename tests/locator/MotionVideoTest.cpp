@@ -3,6 +3,8 @@
 #include "LocatorFixture.h"
 #include "support/Faults.h"
 
+#include <regex>
+
 namespace android::lumo::test {
 
 namespace {
@@ -12,11 +14,8 @@ std::string inOtherSpelling(std::string packet) {
     for (auto const& [from, to] : {std::pair{"Container:", "GContainer:"},
                                    {"xmlns:Container", "xmlns:GContainer"},
                                    {"photos/1.0/container/item/", "photos/dd/1.0/item/"},
-                                   {"photos/1.0/container/", "photos/dd/1.0/container/"}}) {
-        for (size_t at = packet.find(from); at != std::string::npos;
-             at = packet.find(from, at + std::string(to).size()))
-            packet.replace(at, std::string(from).size(), to);
-    }
+                                   {"photos/1.0/container/", "photos/dd/1.0/container/"}})
+        packet = std::regex_replace(packet, std::regex(from), to);
     return packet;
 }
 

@@ -42,20 +42,13 @@ std::vector<Sample> samples() {
     std::string const played = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4"); // 2.5 s
     std::string cut = published(PRIMARY, "", "");
     cut.resize(cut.size() - 4);
-    HeicOptions bare, broken, open;
-    bare.tail = heicBox("mpvd", movie);
-    bare.xmp = packetOf("") + std::string(1500, ' ');
-    broken.tail = heicBox("mpvd", movie.substr(0, movie.size() - 2));
-    open.tail = "\1\2\3\4junk";
-    HeicOptions boxed = bare, twins = bare;
-    auto const pointTo = [&](HeicOptions const& options, size_t which) {
-        std::string const file = buildHeic(options);
-        size_t const type = which == 1 ? file.find("mpvd") : file.rfind("mpvd");
-        return trailerBytes({videoRecord(pointerTo(type + 4, movie.size()))});
+    auto const heicOf = [](std::string const& tail) {
+        return buildHeic({.xmp = packetOf("") + std::string(1500, ' '), .tail = tail});
     };
-    boxed.tail += heicBox("skip", pointTo(boxed, 1));
-    twins.tail += heicBox("mpvd", movie);
-    twins.tail += qrtdBox(pointTo(twins, 2));
+    std::string const box = videoBox(movie);
+    auto const pointing = [&](size_t behind) { // to a movie so far behind the first
+        return trailerBytes({videoRecord(pointerTo(heicOf(box).find("mpvd") + 4 + behind, movie.size()))});
+    };
     std::string const otherMoment = R"(Camera:MotionPhoto="1" Camera:MotionPhotoPresentationTimestampUs="soon")";
     TrailerRecord const record{2608, "MotionPhoto_Data", big}, twin{2608, "Twin", big};
     std::string const claimsNothing = JpegBuilder().build("scan", trailerBytes({record}));
@@ -70,7 +63,7 @@ std::vector<Sample> samples() {
                    R"(Camera:MotionPhoto="1" Camera:MotionPhotoPresentationTimestampUs="90000000" )"),
          "moment-inside", "="},
         {cut, "jpeg-segments", "="},
-        {buildHeic(open), "heic-boxes", "="},
+        {heicOf("\1\2\3\4junk"), "heic-boxes", "="},
         {JpegBuilder().xmp("<x:xmpmeta").build(), "xmp-packet", "="},
         {JpegBuilder().build("scan", "QRTH" + little(0) + little(9) + little(12) + "QRTT"), "trailer-whole", "="},
         {heic(movie, 0, heicBox("free", "cdif debug info")), "trailer-last directory-video", ""},
@@ -81,10 +74,11 @@ std::vector<Sample> samples() {
         {withTrailer(isom, ""), "trailer-brand", "="},
         {claimsNothing, "xmp-claim", ""},
         {heic(movie, 8), "trailer-video", ""},
-        {buildHeic(boxed), "trailer-box xmp-claim", "trailer-box"},
-        {buildHeic(twins), "pointer-box xmp-claim orphan-movie", "pointer-box orphan-movie"},
-        {buildHeic(broken), "movie-boxes", "="},
-        {buildHeic(bare), "xmp-claim", ""},
+        {heicOf(box + heicBox("skip", pointing(0))), "trailer-box xmp-claim", "trailer-box"},
+        {heicOf(box + box + qrtdBox(pointing(box.size()))), "pointer-box xmp-claim orphan-movie",
+         "pointer-box orphan-movie"},
+        {heicOf(videoBox(movie.substr(0, movie.size() - 2))), "movie-boxes", "="},
+        {heicOf(box), "xmp-claim", ""},
         {published(PRIMARY + video, ""), "stale-claim", ""},
         {published(PRIMARY, "", microVideo("77")), "stale-claim", ""},
         {published(PRIMARY + video, movie, CLAIMED + microVideo("77")), "micro-video", ""},

@@ -230,6 +230,7 @@ Properties propertiesAfterAnEdit(TempFile const& file) {
 TEST(XMPEdit, KeepsWhatOthersWroteInFormsOfTheirOwn) {
     constexpr char NAMES[] = "xmlns:exif='http://ns.adobe.com/exif/1.0/' xmlns:tiff='http://ns.adobe.com/tiff/1.0/' "
                              "xmlns:xmp='http://ns.adobe.com/xap/1.0/' xmlns:xmpMM='http://ns.adobe.com/xap/1.0/mm/' ";
+    constexpr char LANGUAGES[] = "<rdf:li xml:lang='x-default'>T</rdf:li><rdf:li xml:lang='de-CH'>D</rdf:li>";
     auto const typed = [](std::string const& fields) { return "<rdf:li><Container:Item " + fields + "/></rdf:li>"; };
     std::tuple<char const*, std::string, std::string, bool> const cases[] = {
         {"names the toolkit has others for", "exif:DateTimeDigitized='2001-01-01' tiff:Software='A'",
@@ -244,11 +245,7 @@ TEST(XMPEdit, KeepsWhatOthersWroteInFormsOfTheirOwn) {
          "<t:q rdf:parseType='Resource'><rdf:value>V</rdf:value><t:by>me</t:by></t:q><t:s rdf:parseType='Resource'>"
          "<t:deep rdf:parseType='Resource'><t:x>1</t:x></t:deep></t:s><t:uri rdf:resource='urn:x'/>",
          false},
-        {"languages", "",
-         arrayOf("dc:title", "Alt",
-                 "<rdf:li xml:lang='x-default'>T</rdf:li><rdf:li xml:lang='de-CH'>D"
-                 "</rdf:li>"),
-         false},
+        {"languages", "", arrayOf("dc:title", "Alt", LANGUAGES), false},
         {"a value that is cleaned up", "t:a='caf&#xE9;'", "", true},
         {"a date made of two", "exif:GPSDateStamp='2001:01:01'", "<exif:GPSTimeStamp>10:00:00Z</exif:GPSTimeStamp>",
          false},
