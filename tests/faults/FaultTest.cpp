@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <iterator>
+#include <regex>
 #include <set>
-#include <sstream>
 #include <sys/stat.h>
 
 // Every call of the library that reads or changes a file, and its allocations, fail in turn, while an operation is
@@ -71,15 +71,12 @@ size_t openDescriptors() {
 /// The states of a row of the document, "; " between them.
 std::map<std::string, std::set<std::string>> documentedStates() {
     std::map<std::string, std::set<std::string>> rows;
-    std::istringstream text(bytesOf(DOCS_DIR "/failure-states.md"));
-    for (std::string line; std::getline(text, line);) {
-        size_t const bar = line.find(" | ");
-        if (bar == std::string::npos || line.find("as before;") == std::string::npos)
-            continue;
-        auto& states = rows[line.substr(2, bar - 2)];
-        std::istringstream cell(line.substr(bar + 3, line.size() - bar - 5));
-        for (std::string state; std::getline(cell, state, ';');)
-            states.insert(state.substr(state.find_first_not_of(' ')));
+    std::string const text = bytesOf(DOCS_DIR "/failure-states.md");
+    std::regex const row("\\| (.*?) \\| (as before;.*) \\|\n"), state("[^; ][^;]*");
+    for (std::sregex_iterator found(text.begin(), text.end(), row), end; found != end; ++found) {
+        std::string const cell = (*found)[2];
+        for (std::sregex_iterator each(cell.begin(), cell.end(), state); each != end; ++each)
+            rows[(*found)[1]].insert(each->str());
     }
     return rows;
 }
@@ -226,16 +223,10 @@ private:
     /// As the step leaves them when nothing fails.
     void requireFiles(Desk const& desk, size_t step, std::string const& what) {
         Files const files = desk.files();
-        if (files == wanted[step + 1].files)
-            return;
-        std::string text = what + " of step " + std::to_string(step) + ": ";
-        for (auto const& [name, bytes] : files) {
-            std::string const& right = wanted[step + 1].files.at(name);
-            if (bytes != right)
-                text += name + " has " + std::to_string(bytes.size()) + " bytes, not these " +
-                        std::to_string(right.size()) + (state && name == "still" ? ", " + state->of(bytes) : "") + "; ";
-        }
-        require(false, cause, text);
+        std::string const text = differences(files, wanted[step + 1].files);
+        if (!text.empty())
+            require(false, cause,
+                    what + ' ' + std::to_string(step) + ": " + text + (state ? state->of(files.at("still")) : ""));
     }
 
     Scenario const& scenario;

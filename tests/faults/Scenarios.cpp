@@ -24,6 +24,16 @@ Files Desk::files() const {
     return all;
 }
 
+std::string differences(Files const& files, Files const& wanted) {
+    std::string text;
+    for (auto const& [name, bytes] : wanted) {
+        if (files.at(name) != bytes)
+            text += name + " has " + std::to_string(files.at(name).size()) + " bytes, not these " +
+                    std::to_string(bytes.size()) + "; ";
+    }
+    return text;
+}
+
 Files outcome(Scenario const& scenario) {
     TempDir const dir;
     Desk desk(dir, scenario.before);
@@ -209,17 +219,8 @@ void addOthers(Material const& m, std::vector<Scenario>& all) {
 
 // Several steps. ------------------------------------------------------------------------------------------------------
 
-/// Complains of a file that is not as expected.
 decltype(Scenario::complaint) leaves(Files const& wanted) {
-    return [=](Files const& files) {
-        std::string text;
-        for (auto const& [name, bytes] : wanted) {
-            if (files.at(name) != bytes)
-                text += name + " has " + std::to_string(files.at(name).size()) + " bytes, not these " +
-                        std::to_string(bytes.size()) + "; ";
-        }
-        return text;
-    };
+    return [=](Files const& files) { return differences(files, wanted); };
 }
 
 std::string claimsNoVideo(Files const& files) {

@@ -27,6 +27,9 @@ private:
     TempDir const& dir;
 };
 
+/// What is not as wanted.
+std::string differences(Files const& files, Files const& wanted);
+
 /// One call of the library that writes.
 using Step = std::function<void()>;
 

@@ -137,6 +137,7 @@ TEST(PublishedPhoto, WhatCountsFromTheEndFollowsATrailerThatComesGrowsAndGoes) {
         for (auto const &commit : std::vector<std::function<void(MotionPhotoEdit&, TempFile const&)>>{
                  [](auto&edit, auto const&) { edit.getQRTEdit().commit(); },
                  [](auto&edit, auto const&) { edit.commit(); },
+                 [](auto&edit, auto const&output) { edit.getQRTEdit().commit(output.open()); },
                  [](auto&edit, auto const&output) { edit.commit(output.open()); }}) {
             TempFile const output("");
             auto const edit = MotionPhotoInfo::parse(file.open())->edit();

@@ -98,16 +98,6 @@ TEST(MotionPhotoEditor, PacketsAroundTheRoomsSizeStayConsistent) {
     }
 }
 
-TEST(MotionPhotoEditor, AChangeOfXmpAloneDescribesTheTrailerInTheOrderItWasWritten) {
-    TempFile const photo(stills().at("exif"));
-    for (auto const* name : {"fast order", "timestamp"}) {
-        commit(photo, operations().at(name));
-        expectConsistent(photo.path());
-    }
-    commit(photo, [](auto& e) { e.getXMPEdit().setProperty(TIFF, "Make", "m"); });
-    EXPECT_EQ(parsePhoto(photo.path())->getCaptureTimestampUs(), 1234567);
-}
-
 TEST(MotionPhotoEditor, WithoutAVideoNothingIsClaimed) {
     TempFile const motion(stills().at("exif motion")), plain(stills().at("exif")), video(videoOf(130000));
     auto const editor = parsePhoto(motion.path())->edit();
@@ -165,33 +155,6 @@ TEST(MotionPhotoEditor, AVideoThatAPointerOfAJpegLeadsToGoesWithIt) {
         EXPECT_EQ(parsePhoto(photo.path())->getImageSize(), image.size());
         expectConsistent(photo.path());
     }
-}
-
-TEST(MotionPhotoEditor, LengthsOfAVideoThatXmpAloneTellsOfFollowTheTrailer) {
-    std::string const video = videoOf(4000);
-    auto const length = [&](TempFile const& photo) {
-        auto const text = parsePhoto(photo.path())->getXMPInfo()->getItemField("MotionPhoto", "Length");
-        return photo.bytes().substr(photo.bytes().size() - std::stoul(text), video.size());
-    };
-    auto const items = itemOf("Primary", "image/jpeg") + itemOf("MotionPhoto", "video/mp4", R"(Item:Length="4000")");
-    std::string const still =
-        JpegBuilder().xmp(packetOf("Camera:MotionPhoto='1'", directoryOf(items)), 3000).build() + video;
-    auto const add = [](QRTEdit& e) { e.putData(2900, "Note", std::string(50, 'n')); };
-    TempFile const photo(still), bySubEditor(still), bare(still), target;
-    commit(photo, [](auto& e) { e.addQRTData(2900, "Note", filler(33, 'n')); });
-    EXPECT_TRUE(length(photo) == video);
-    auto const editor = parsePhoto(bySubEditor.path())->edit();
-    add(editor->getQRTEdit());
-    editor->getXMPEdit().setProperty(TIFF, "Make", "staged");
-    editor->getQRTEdit().commit(target.open());
-    EXPECT_TRUE(length(target) == video);
-    EXPECT_EQ(bySubEditor.bytes(), still);
-    editor->getQRTEdit().commit(bySubEditor.open());
-    EXPECT_TRUE(length(bySubEditor) == video);
-    auto const alone = QRTInfo::parse(bare.open())->edit();
-    add(*alone);
-    EXPECT_TRUE(failsWith("would be wrong", [&] { alone->commit(); }));
-    EXPECT_EQ(bare.bytes(), still);
 }
 
 TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
