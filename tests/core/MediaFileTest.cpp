@@ -4,21 +4,15 @@
 #include "support/Faults.h"
 #include "support/TempFile.h"
 
-#include <gmock/gmock.h>
-
 namespace android::lumo::test {
 namespace {
 
-using testing::EndsWith;
-using testing::StartsWith;
-
 TEST(MediaFile, RefusesWhatIsNoOpenFile) {
     for (int fd : {0, -1})
-        EXPECT_THAT(messageOf([fd] { MediaFile file(fd); }),
-                    EndsWith("] Invalid file descriptor provided: " + std::to_string(fd)));
+        EXPECT_TRUE(
+            failsWith("] Invalid file descriptor provided: " + std::to_string(fd), [fd] { MediaFile file(fd); }));
     TempDir const dir;
-    EXPECT_THAT(messageOf([&] { open(dir.file("none"), "w"); }),
-                AllOf(StartsWith("[metadata_utils/MediaFile:"), EndsWith("] fail to open file " + dir.file("none"))));
+    EXPECT_TRUE(failsWith("] fail to open file " + dir.file("none"), [&] { open(dir.file("none"), "w"); }));
     EXPECT_FALSE(std::filesystem::exists(dir.file("none")));
 }
 
@@ -49,9 +43,7 @@ TEST(MediaFile, ReadsWholeIntegersAndNoMoreThanTheFileHolds) {
     file->position(9'990);
     EXPECT_EQ(file->read<int32_t>(UINT32_MAX).size(), 2U);
     file->position(9'999);
-    EXPECT_THAT(
-        messageOf([&] { file->read<uint32_t, uint32_t>(); }),
-        AllOf(StartsWith("[metadata_utils/include/MediaFile:"), EndsWith("] fail to read bytes: 1, expected 4")));
+    EXPECT_TRUE(failsWith("] fail to read bytes: 1, expected 4", [&] { file->read<uint32_t, uint32_t>(); }));
     file->position(5);
     EXPECT_EQ(file->readAllBytes().size(), 10'000U);
     EXPECT_EQ(file->position(), 5U);

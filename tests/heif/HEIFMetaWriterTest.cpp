@@ -7,13 +7,10 @@
 #include "support/HeicPicture.h"
 #include "support/PhotoParts.h"
 
-#include <gmock/gmock.h>
-
 namespace android::lumo::test {
 namespace {
 
 using std::string_literals::operator""s;
-using testing::HasSubstr;
 using Mdat = HeicOptions::Mdat;
 
 std::string const XMP = heicXmp("camera", 400);
@@ -81,7 +78,7 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         ASSERT_EQ(is.packets.size(), 1U);
         std::string const packet = oldXmp.substr(0, oldXmp.find_last_not_of(' ') + 1);
         EXPECT_EQ(is.packet().size(), std::max<size_t>(1280, packet.size()));
-        EXPECT_THAT(is.packet(), testing::StartsWith(options.xmp ? packet : "<x:xmpmeta"));
+        EXPECT_TRUE(is.packet().starts_with(options.xmp ? packet : "<x:xmpmeta")) << is.packet();
         EXPECT_TRUE(packet.empty() || newImage.find(packet) == newImage.rfind(packet)) << "the old packet is left";
         EXPECT_TRUE(withoutMeta(newImage) == imageOutsideMeta(image, oldXmp, is.packet()));
     }

@@ -147,7 +147,7 @@ private:
 };
 
 void readHeic(std::string const& file, PhotoParts& found, bool isTorn) {
-    auto const top = boxesIn(file, 0, file.size(), isTorn ? &found.isWhole : nullptr);
+    auto const top = boxesIn(file, 0, file.size(), isTorn);
     auto const meta = std::find_if(top.begin(), top.end(), [](auto const& box) { return box.type == "meta"; });
     require(meta != top.end() && top.front().type == "ftyp", "no image");
     Items const items(file, *meta);
@@ -295,7 +295,7 @@ Properties propertiesOf(std::string const& packet) {
     return parser.found;
 }
 
-std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end, bool* isWhole) {
+std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end, bool isTorn) {
     std::vector<PhotoBox> found;
     while (start < end) {
         bool fits = end - start >= 8;
@@ -308,9 +308,7 @@ std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end,
             box.content += 8;
         }
         fits = fits && (size == 0 || (size >= box.content - start && size <= end - start));
-        if (isWhole != nullptr)
-            *isWhole = fits;
-        if (!fits && isWhole != nullptr)
+        if (!fits && isTorn)
             break;
         require(fits, "a box does not fit");
         box.end = size == 0 ? end : start + static_cast<size_t>(size);

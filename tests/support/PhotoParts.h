@@ -17,8 +17,8 @@ struct PhotoBox {
     size_t start, content, end;
 };
 
-/// The boxes from `start` to `end`. With `isWhole` it stops at the first that does not fit instead of throwing.
-std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end, bool* isWhole = nullptr);
+/// The boxes from `start` to `end`. Where they may be torn it stops at the first that does not fit instead of throwing.
+std::vector<PhotoBox> boxesIn(std::string const& file, size_t start, size_t end, bool isTorn = false);
 
 /// Every simple value of an XMP packet by its path, whatever form it is written in; namespaces without scheme and host:
 /// "photos/1.0/camera/MotionPhoto", "dc/elements/1.1/title Alt[1]", and "...[1]?lang" for its language. An entry
@@ -38,7 +38,6 @@ struct PhotoParts {
     size_t videoPosition = 0;
     size_t inFront = 0; ///< bytes between image and video: the head of its box or record
     size_t size = 0;    ///< of the file
-    bool isWhole = true;
 
     std::string packet() const { return packets.empty() ? "" : packets.back(); }
     /// The fields of the directory's entry with this Semantic, by name.

@@ -75,15 +75,6 @@ TEST(XMPInfo, ShowsTheFileAgainWhenLoadedAgain) {
     EXPECT_EQ(view->getItemNames(), Names{});
 
     auto const before = contentOf(*view);
-    writeBytes(photo.file.path(), JpegBuilder().xmp(packetOf("", directoryOf(itemOf("New", "a/b")))).build());
-    auto const load = [](XMPInfo const& loaded, size_t failing) {
-        Fault const fault = Fault::failing(Call::MEMORY, ENOMEM, failing, 1);
-        XMPInfoImpl::of(loaded)->load();
-        return fault.calls();
-    };
-    for (size_t n = 0, calls = load(*photo.view(), Fault::ALWAYS); n < calls; ++n)
-        EXPECT_THROW(load(*view, n), std::bad_alloc) << n;
-    EXPECT_EQ(contentOf(*view), before);
     writeBytes(photo.file.path(), JpegBuilder().xmp("<broken").build());
     EXPECT_NE(refusalOf([&] { XMPInfoImpl::of(*view)->load(); }), "");
     EXPECT_EQ(contentOf(*view), before);

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "XMPFixture.h"
 #include "XMPPacketLoad.h"
+#include "support/Memory.h"
 
 #include <ctime>
 #include <functional>
-
-#include <sys/resource.h>
 
 using namespace android::lumo;
 using namespace android::lumo::test;
@@ -68,19 +67,8 @@ std::string numbered(std::string const& text, size_t count) {
     return all;
 }
 
-uint64_t peakMemory() {
-    struct rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<uint64_t>(usage.ru_maxrss) * 1024;
-}
-
 TEST_F(XMPPacketTest, BoundsWhatAPacketMayCost) {
-    constexpr size_t BIG = 70000;
-#ifdef __SANITIZE_ADDRESS__ // keeps what is freed for a while, and space around all of it
-    constexpr uint64_t MEMORY = 64 * 1024 * 1024;
-#else
-    constexpr uint64_t MEMORY = 16 * 1024 * 1024;
-#endif
+    constexpr size_t BIG = 70000, MEMORY = 16 * 1024 * 1024;
     auto const quoted = " t:x='" + repeated("></t:a>", 10) + "'"; // markup in a value counts for nothing
     auto const bag = [](std::string const& items) { return packetOf("", arrayOf("t:a", "Bag", items)); };
     std::tuple<char const*, std::string, bool> const cases[] = {
@@ -116,11 +104,12 @@ TEST_F(XMPPacketTest, BoundsWhatAPacketMayCost) {
     };
     for (auto const& [what, packet, refused] : cases) {
         SCOPED_TRACE(what);
-        auto const memory = peakMemory();
+        auto const memory = heldBytes();
+        takeMostBytes();
         auto const start = std::clock();
         EXPECT_EQ(!refusalOf([text = std::cref(packet)] { parseXMPPacket(text); }).empty(), refused);
         EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC);
-        EXPECT_LT(peakMemory() - memory, MEMORY + 4 * packet.size());
+        EXPECT_LT(takeMostBytes() - memory, MEMORY + 4 * packet.size());
     }
 }
 

@@ -29,11 +29,7 @@ TEST(Client, CallsTheEntryPoints) {
 }
 
 TEST(Client, IsRefusedAheadOfAnyChangeWhatNoCommitCanDo) {
-    struct Row {
-        int code;
-        std::function<int(mu_photo*)> tried;
-    };
-    Row const rows[] = {
+    std::pair<int, std::function<int(mu_photo*)>> const rows[] = {
         {MU_REFUSED, [](auto* photo) { return mu_stage_moment(photo, 5) + mu_commit(photo); }}, // there is no video
         {MU_WRITE_FAILED, [](auto* photo) { return mu_commit_to_path(photo, "nowhere/out"); }},
         {MU_XMP,
@@ -44,11 +40,11 @@ TEST(Client, IsRefusedAheadOfAnyChangeWhatNoCommitCanDo) {
          }},
     };
     std::string const bytes = "\xFF\xD8\xFF\xDA" + std::string("\0\2", 2) + "\xFF\xD9";
-    for (auto const& row : rows) {
+    for (auto const& [code, tried] : rows) {
         TempFile const still(bytes);
         mu_photo* photo = nullptr;
         ASSERT_EQ(mu_open_path(still.path().c_str(), 1, &photo), MU_OK);
-        EXPECT_EQ(row.tried(photo), row.code) << mu_last_error();
+        EXPECT_EQ(tried(photo), code) << mu_last_error();
         EXPECT_EQ(still.bytes(), bytes);
         mu_close(photo);
     }
