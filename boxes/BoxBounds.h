@@ -143,8 +143,7 @@ public:
     /// The next n bytes. Throws BoxError when fewer are left.
     std::span<uint8_t const> take(uint64_t n) {
         if (n > bytes.size())
-            throw BoxError(__LINE__, "box '" + boxTypeText(name) + "': " + std::to_string(n) + " bytes wanted at " +
-                                         std::to_string(fileOffset) + ", " + std::to_string(bytes.size()) + " left");
+            refuse(n);
         auto const taken = bytes.first(static_cast<size_t>(n));
         bytes = bytes.subspan(taken.size());
         fileOffset += n;
@@ -195,6 +194,12 @@ public:
     BoxView box();
 
 private:
+    /// Apart, so that the reading of a field is short enough to be part of what reads it.
+    [[noreturn, gnu::noinline, gnu::cold]] void refuse(uint64_t n) const {
+        throw BoxError(__LINE__, "box '" + boxTypeText(name) + "': " + std::to_string(n) + " bytes wanted at " +
+                                     std::to_string(fileOffset) + ", " + std::to_string(bytes.size()) + " left");
+    }
+
     std::span<uint8_t const> bytes;
     uint64_t fileOffset = 0;
     BoxType name = 0;

@@ -248,6 +248,11 @@ void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint3
     }
 }
 
+void readExactly(MediaFile const& file, uint32_t position, void* buffer, size_t n, ErrorAt at) {
+    if (size_t const count = readUpTo(file, position, buffer, n, at); count != n)
+        throw at.as(Error::Code::DAMAGED)("fail to read bytes: %zu, expected %zu", count, n);
+}
+
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at) {
     // What is small is read without asking for the file's size; what is not is not allocated before it is known to fit.
     uint64_t const held = n > SMALL_READ ? sizeOnDisk(file, at) : UINT64_MAX;

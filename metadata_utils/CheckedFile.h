@@ -78,6 +78,9 @@ private:
 /// read that the system refuses throws READ_FAILED.
 size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at = ErrorAt());
 
+/// Fills the buffer from `position`; "fail to read bytes: %zu, expected %zu" where the file ends before.
+void readExactly(MediaFile const& file, uint32_t position, void* buffer, size_t n, ErrorAt at = ErrorAt());
+
 /// Reads a range once, up to `block` bytes at a time, so that a move of it will not end halfway: bytes that cannot be
 /// read throw READ_FAILED, a file that has become shorter CHANGED.
 void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint32_t block, ErrorAt at = ErrorAt());

@@ -3,16 +3,89 @@
 
 #include "CheckedFile.h"
 
+#include <algorithm>
+
 namespace android::lumo::heif {
 
-void ImagePart::write(MediaFile& file, std::span<uint8_t const> source) const {
-    uint32_t done = 0;
-    for (auto const& range : unchanged) {
-        checked::write(file, bytes.get() + done, range.position - done);
-        checked::write(file, source.subspan(range.source, range.length).data(), range.length);
-        done = range.position + range.length;
+namespace {
+
+/// What was read is still in a second-level cache when it is written.
+constexpr uint32_t BLOCK = 128 * 1024;
+
+/// What is unchanged, as bytes that follow each other: read before it is written over, and given out later.
+class SourceAhead {
+public:
+    SourceAhead(MediaFile const& source, std::vector<ImagePart::Unchanged> const& unchanged)
+        : file(source), next(unchanged.begin()), end(unchanged.end()) {}
+
+    /// Reads all that stands in front of `place` in the source.
+    void readUpTo(uint32_t place) {
+        while (next != end && next->source + taken < place)
+            read(std::min(next->length - taken, place - next->source - taken));
     }
-    checked::write(file, bytes.get() + done, size - done);
+
+    /// The next `n` bytes, valid until the next call; what stands in front of `place` is read then.
+    std::span<uint8_t const> give(uint32_t n, uint32_t place) {
+        std::copy(bytes.data() + given, bytes.data() + held, bytes.data());
+        held -= given;
+        given = 0;
+        readUpTo(place);
+        while (held < n)
+            read(std::min<uint32_t>(next->length - taken, static_cast<uint32_t>(n - held)));
+        given = n;
+        return std::span<uint8_t const>(bytes).first(n);
+    }
+
+private:
+    void read(uint32_t n) {
+        if (bytes.size() < held + n)
+            bytes.resize(held + n);
+        checked::readExactly(file, next->source + taken, bytes.data() + held, n);
+        held += n;
+        taken += n;
+        if (taken == next->length) {
+            ++next;
+            taken = 0;
+        }
+    }
+
+    MediaFile const& file;
+    std::vector<ImagePart::Unchanged>::const_iterator next, end;
+    uint32_t taken = 0; ///< of the next range
+    std::vector<uint8_t> bytes;
+    size_t held = 0, given = 0; ///< of `bytes`
+};
+
+} // namespace
+
+void ImagePart::requireReadable(MediaFile const& source) const {
+    for (auto const& range : unchanged)
+        checked::requireReadable(source, range.source, range.length, BLOCK, ErrorAt());
+}
+
+void ImagePart::load(MediaFile const& source) {
+    for (auto const& range : unchanged)
+        checked::readExactly(source, range.source, bytes.get() + range.position, range.length);
+    unchanged.clear();
+}
+
+void ImagePart::writeOver(MediaFile& file) const {
+    SourceAhead source(file, unchanged);
+    uint32_t done = 0;
+    auto const writeOwn = [&](uint32_t end) {
+        source.readUpTo(end);
+        checked::write(file, bytes.get() + done, end - done);
+        done = end;
+    };
+    for (auto const& range : unchanged) {
+        writeOwn(range.position);
+        for (uint32_t const end = range.position + range.length; done < end;) {
+            uint32_t const n = std::min(BLOCK, end - done);
+            checked::write(file, source.give(n, done + n).data(), n);
+            done += n;
+        }
+    }
+    writeOwn(size);
 }
 
 void ImagePart::putInto(SplicedCopy& copy, uint32_t oldSize) const {

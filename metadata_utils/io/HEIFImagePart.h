@@ -20,18 +20,23 @@ struct ImagePart {
         uint32_t length = 0;
     };
 
-    /// Not zeroed: what is not written stays in the source.
+    /// Not zeroed, so that what is not written takes no memory.
     explicit ImagePart(uint32_t capacity) : bytes(new uint8_t[capacity]), size(capacity) {}
 
     std::span<uint8_t const> span() const { return {bytes.get(), size}; }
-    /// At the file's position. `source` is the source's copy in memory: the file may be the source itself.
-    void write(MediaFile& file, std::span<uint8_t const> source) const;
+    /// Throws when the source does not give what is unchanged.
+    void requireReadable(MediaFile const& source) const;
+    /// Takes it into memory.
+    void load(MediaFile const& source);
+    /// Over the source itself, which is not changed yet, from the file's position on, which is its start. What is
+    /// written over is read just before.
+    void writeOver(MediaFile& file) const;
     /// In a copy of the source it stands in place of the old image part.
     void putInto(SplicedCopy& copy, uint32_t oldSize) const;
 
     std::unique_ptr<uint8_t[]> bytes;
     uint32_t size;
-    std::vector<Unchanged> unchanged; ///< in order
+    std::vector<Unchanged> unchanged; ///< in the order of both
 };
 
 } // namespace android::lumo::heif

@@ -2,6 +2,7 @@
 #include "HEIFMetaReader.h"
 
 #include "CheckedFile.h"
+#include "HEIFImageStream.h"
 #include "HEIFItems.h"
 #include "Log.h"
 #include "hboxd.h"
@@ -52,8 +53,9 @@ std::string joined(std::list<HEIFMetaReader::Box> const& boxes) {
     return text;
 }
 
-/// The caller's message with the demuxer's code; its reason goes to the log.
-Error failure(char const* message, int32_t error, int line = __builtin_LINE()) {
+/// The caller's message with the demuxer's code; its reason goes to the log. A file that could not be read is thrown.
+Error failure(HEIFMetaReader const& reader, char const* message, int32_t error, int line = __builtin_LINE()) {
+    reader.rethrowReadFailure();
     if (error == HBOX_ERR_MEMORY)
         throw std::bad_alloc();
     LOGE("%s: %s", message, hbox_last_error());
@@ -61,10 +63,12 @@ Error failure(char const* message, int32_t error, int line = __builtin_LINE()) {
     return ErrorAt(line).as(code)("%s: err=%d", message, error);
 }
 
-uint32_t imageId(hboxd_context* demuxer, HBOXD_IMAGE which, int base, char const* message, int line) {
+uint32_t imageId(HEIFMetaReader& reader, HBOXD_IMAGE which, int base, char const* message,
+                 int line = __builtin_LINE()) {
     uint32_t id = 0;
-    if (int32_t const error = hboxd_get_image_id(demuxer, which, static_cast<uint32_t>(base), &id); error != HBOX_OK)
-        throw failure(message, error, line);
+    int32_t const error = hboxd_get_image_id(reader.getDemuxer(), which, static_cast<uint32_t>(base), &id);
+    if (error != HBOX_OK)
+        throw failure(reader, message, error, line);
     return id;
 }
 
@@ -252,16 +256,13 @@ uint32_t HEIFMetaReader::getFileSize() const {
 
 void HEIFMetaReader::init() {
     heif::ByteWindow window(*file);
-    buffer = checked::readAt(*file, 0, heif::scanTopLevel(window).endOfImage());
-    HBOX_STREAM_CALLBACKS callbacks{};
-    if (int32_t const error = hbox_mfal_memory(&callbacks); error != HBOX_OK)
-        throw ErrorAt()("fail to mfal init: err=%d", error);
-    stream = std::make_unique<HBOX_MEMORY_STREAM>(HBOX_MEMORY_STREAM{buffer.data(), buffer.size(), 0});
+    stream = std::make_unique<heif::ImageStream>(file, heif::scanTopLevel(window).endOfImage());
+    auto const callbacks = heif::ImageStream::callbacks();
     int32_t error = HBOX_OK;
     demuxer = hboxd_create(&callbacks, stream.get(), &error);
     if (demuxer == nullptr || error != HBOX_OK) {
         deinit();
-        throw failure("fail to create hboxd", error);
+        throw failure(*this, "fail to create hboxd", error);
     }
 }
 
@@ -278,19 +279,26 @@ hboxd_context* HEIFMetaReader::getDemuxer() {
 }
 
 ByteBuffer const& HEIFMetaReader::getBuffer() {
-    if (buffer.empty())
-        init();
+    if (buffer.empty()) {
+        heif::ByteWindow window(*file);
+        buffer = checked::readAt(*file, 0, heif::scanTopLevel(window).endOfImage());
+    }
     return buffer;
 }
 
+void HEIFMetaReader::rethrowReadFailure() const {
+    if (stream != nullptr)
+        stream->rethrowFailure();
+}
+
 int HEIFMetaReader::getCoverImageId() {
-    return static_cast<int>(imageId(getDemuxer(), HBOXD_IMAGE_COVER, 0, "fail to get cover image id", __LINE__));
+    return static_cast<int>(imageId(*this, HBOXD_IMAGE_COVER, 0, "fail to get cover image id"));
 }
 
 HBOXD_IMAGE_INFO HEIFMetaReader::getImageInfo(int id) {
     HBOXD_IMAGE_INFO info{};
     if (int32_t const error = hboxd_get_info_image(getDemuxer(), static_cast<uint32_t>(id), &info); error != HBOX_OK)
-        throw failure("fail to get image info", error);
+        throw failure(*this, "fail to get image info", error);
     return info;
 }
 
@@ -308,7 +316,7 @@ void HEIFMetaReader::getMetadataInfo(int id, int kind, std::vector<uint8_t>* byt
         error = hboxd_get_info_item(demuxer, item, what, bytes->data(), &size);
     }
     if (error != HBOX_OK)
-        throw failure("fail to get meta-data", error);
+        throw failure(*this, "fail to get meta-data", error);
     bytes->resize(size);
 }
 
@@ -317,7 +325,7 @@ HBOXM_GRID_INFO HEIFMetaReader::getGridInfo(int id) {
     uint32_t size = sizeof grid;
     int32_t const error = hboxd_get_info_item(getDemuxer(), static_cast<uint32_t>(id), HBOXD_ITEM_GRID, &grid, &size);
     if (error != HBOX_OK)
-        throw failure("fail to get grid-info", error);
+        throw failure(*this, "fail to get grid-info", error);
     return grid;
 }
 
@@ -328,41 +336,32 @@ std::vector<uint32_t> HEIFMetaReader::getItemIds(int id, int maxCount) {
     int32_t const error =
         hboxd_get_list_referenceto(getDemuxer(), static_cast<uint32_t>(id), derivedFrom, ids.data(), &count);
     if (error != HBOX_OK)
-        throw failure("fail to get item ids", error);
+        throw failure(*this, "fail to get item ids", error);
     ids.resize(count);
     return ids;
 }
 
 void HEIFMetaReader::getImageFrame(int id, std::vector<uint8_t>& frame, int maxSize) {
-    auto const item = static_cast<uint32_t>(id);
-    uint32_t size = 0;
-    int32_t error = hboxd_get_image_frm(getDemuxer(), item, nullptr, 0, &size);
-    if (error == HBOX_OK && size > static_cast<uint32_t>(std::max(maxSize, 0)))
-        error = HBOX_ERR_BUFFER;
-    if (error == HBOX_OK) {
-        frame.resize(size);
-        error = hboxd_get_image_frm(demuxer, item, frame.data(), size, &size);
-    }
+    uint32_t size = getImageFrameSize(id, maxSize);
+    frame.resize(size);
+    int32_t const error = hboxd_get_image_frm(demuxer, static_cast<uint32_t>(id), frame.data(), size, &size);
     if (error != HBOX_OK)
-        throw failure("fail to get image frame", error);
+        throw failure(*this, "fail to get image frame", error);
     frame.resize(size);
 }
 
-std::span<uint8_t const> HEIFMetaReader::viewImageFrame(int id) {
-    HBOXD_LOCATION place{};
-    uint32_t size = sizeof place;
-    int32_t const error =
-        hboxd_get_info_item(getDemuxer(), static_cast<uint32_t>(id), HBOXD_ITEM_LOCATION, &place, &size);
+uint32_t HEIFMetaReader::getImageFrameSize(int id, int maxSize) {
+    uint32_t size = 0;
+    int32_t error = hboxd_get_image_frm(getDemuxer(), static_cast<uint32_t>(id), nullptr, 0, &size);
+    if (error == HBOX_OK && size > static_cast<uint32_t>(std::max(maxSize, 0)))
+        error = HBOX_ERR_BUFFER;
     if (error != HBOX_OK)
-        throw failure("fail to get image frame", error);
-    bool const isOnePiece = place.extent_count == 1 && rangeFits(place.position, place.length, buffer.size());
-    return std::span<uint8_t const>(buffer.data(), buffer.size())
-        .subspan(isOnePiece ? place.position : 0, isOnePiece ? place.length : 0);
+        throw failure(*this, "fail to get image frame", error);
+    return size;
 }
 
 int HEIFMetaReader::getThumbnailImageId(int coverId) {
-    return static_cast<int>(
-        imageId(getDemuxer(), HBOXD_IMAGE_THUMBNAIL, coverId, "fail to get thumbnail image id", __LINE__));
+    return static_cast<int>(imageId(*this, HBOXD_IMAGE_THUMBNAIL, coverId, "fail to get thumbnail image id"));
 }
 
 HBOXD_IMAGE_INFO HEIFMetaReader::getThumbnailImageInfo(int coverId) {

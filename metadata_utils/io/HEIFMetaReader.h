@@ -8,20 +8,19 @@
 #include <list>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
 struct hboxd_context;
-struct HBOX_MEMORY_STREAM;
 struct HBOXD_IMAGE_INFO;
 struct HBOXM_GRID_INFO;
 
 namespace android::lumo {
 
 namespace heif {
+class ImageStream;
 class Items;
-}
+} // namespace heif
 
 /// Finds XMP, Exif and camera debug info among a HEIF file's boxes (ISO/IEC 14496-12, ISO/IEC 23008-12), and answers
 /// questions about its images through the platform's demuxer.
@@ -38,11 +37,11 @@ class Items;
 /// An item in several extents ends the search of getXMP() and getExif(); findAllXMP() and getXMPItem() pass it over,
 /// and throw when it is the XMP itself. Files of 4 GiB and more are refused.
 ///
-/// XMP, Exif and debug info are found with small reads. The demuxer works on the image part in memory, so a copy is
-/// made when the first image question is asked (or at once when EAGER), never for the metadata alone. A file that the
-/// demuxer refuses still answers for its metadata. A last box that is longer than the file is its last box. Boxes
-/// behind the first damaged one are not seen: the metadata in front of it is found all the same, while the questions
-/// that describe the top level as a whole throw "invalid chunk payload: %lu" or "fail to get file payload[%d]: %s".
+/// XMP, Exif and debug info are found with small reads. The demuxer sees the image part alone, and reads of it what a
+/// question needs; it is opened when the first is asked (or at once when EAGER). A file that the demuxer refuses still
+/// answers for its metadata. A last box that is longer than the file is its last box. Boxes behind the first damaged
+/// one are not seen: the metadata in front of it is found all the same, while the questions that describe the top level
+/// as a whole throw "invalid chunk payload: %lu" or "fail to get file payload[%d]: %s".
 ///
 /// A read that the system refuses throws (Error::Code::READ_FAILED), but for parseMetadata(), which answers false, and
 /// getXMP(), which then finds nothing: whoever must know asks findAllXMP() or getXMPItem().
@@ -123,8 +122,8 @@ public:
     std::vector<uint32_t> getItemIds(int id, int maxCount);
     /// The item's coded bytes; more than `maxSize` of them is an error.
     void getImageFrame(int id, std::vector<uint8_t>& frame, int maxSize);
-    /// The same where it stands in getBuffer(), which keeps it; empty for an item in several pieces.
-    std::span<uint8_t const> viewImageFrame(int id);
+    /// How many there are, within the same bound.
+    uint32_t getImageFrameSize(int id, int maxSize);
     /// The id of the first item with a 'thmb' reference to the cover.
     int getThumbnailImageId(int coverId);
     /// getImageInfo() of that item.
@@ -132,10 +131,12 @@ public:
 
     /// Bytes of the file when the reader was made.
     uint32_t getFileSize() const;
-    /// The image part of the file, read on first use: what stands behind it may be of any size.
+    /// The image part of the file, read when it is first asked for: what stands behind it may be of any size.
     ByteBuffer const& getBuffer();
-    /// The demuxer over getBuffer(), opened on first use; lives as long as the reader.
+    /// The demuxer over the image part, opened on first use; lives as long as the reader.
     hboxd_context* getDemuxer();
+    /// Throws what kept it, or a muxer over it, from reading the file.
+    void rethrowReadFailure() const;
 
 private:
     void init();
@@ -149,7 +150,7 @@ private:
     uint32_t endOfImage = 0;
     bool isParsed = false; ///< `items` are what the file says
     ByteBuffer buffer;
-    std::unique_ptr<HBOX_MEMORY_STREAM> stream;
+    std::unique_ptr<heif::ImageStream> stream;
     hboxd_context* demuxer = nullptr;
     std::shared_ptr<heif::Items> items;
     std::shared_ptr<heif::Items> allItems; ///< the same, or, where one in several pieces ended that, past it

@@ -15,7 +15,6 @@
 #include <exception>
 #include <new>
 #include <optional>
-#include <set>
 
 namespace android::lumo {
 
@@ -32,16 +31,17 @@ void requireFits(size_t packet, uint32_t room, int line = __builtin_LINE()) {
 }
 
 /// An answer of the muxer that ends the rewrite; what it objects to goes to the log.
-Error::Code codeOf(int32_t result, char const* text) {
+Error::Code codeOf(HEIFMetaReader const& reader, int32_t result, char const* text) {
+    reader.rethrowReadFailure();
     if (result == HBOX_ERR_MEMORY)
         throw std::bad_alloc();
     LOGE("%s: err=%d, %s", text, static_cast<int>(result), hbox_last_error());
     return result == HBOX_ERR_FORMAT ? Error::Code::DAMAGED : Error::Code::UNSUPPORTED;
 }
 
-void requireOk(int32_t result, char const* text) {
+void requireOk(HEIFMetaReader const& reader, int32_t result, char const* text) {
     if (result != HBOX_OK)
-        throw Error(codeOf(result, text), text);
+        throw Error(codeOf(reader, result, text), text);
 }
 
 } // namespace
@@ -103,7 +103,7 @@ void HEIFMetaWriter::writeXMP(std::vector<unsigned char> const& packet) {
 
 // Room for XMP. -------------------------------------------------------------------------------------------------------
 //
-// The muxer writes the image part again into memory, and the new one takes the old one's place.
+// The muxer writes what changes of the image part again into memory, and the new one takes the old one's place.
 //
 //     source                          result
 //     +--------------------+          +--------------------+
@@ -115,8 +115,8 @@ void HEIFMetaWriter::writeXMP(std::vector<unsigned char> const& packet) {
 //                                     +--------------------+
 //
 // What holds:
-// 1. The file is not touched before the new image part and the old one lie in memory, complete, and our own reader has
-// found the room in the new one.
+// 1. The file is not touched before the new boxes lie in memory, complete, our own reader has found the room among
+// them, and what stays of the old ones has been read once without a failure.
 // 2. The appended data moves first: it needs the space, so a full disk is found while every byte still stands.
 // 3. The pointer to the video is corrected in the same operation that moves the video.
 
@@ -127,7 +127,7 @@ Metadata HEIFMetaWriter::reserveXMP(unsigned int size) {
     if (reader->getExternalMetadataPosition({boxTypeText(TRAILER_BOX), "free", boxTypeText(VIDEO_BOX)}) == 0)
         LOGD("no external metadata box given");
     uint32_t const imageLength = reader->getEndOfImagePosition(true);
-    auto const image = imageWithRoom(size);
+    auto image = imageWithRoom(size);
     replaceImagePart(imageLength, image);
     rescan();
     auto const rooms = reader->findAllXMP();
@@ -187,13 +187,13 @@ void HEIFMetaWriter::requireReplaceableXMP() {
 // The muxer's work. ---------------------------------------------------------------------------------------------------
 
 void HEIFMetaWriter::init() {
-    auto const imageLength = static_cast<uint32_t>(reader->getBuffer().size());
+    uint32_t const imageLength = reader->getEndOfImagePosition(false);
     HBOXM_CONFIG const config{BRANDS.data(), BRANDS.size(), reader->getDemuxer(), imageLength};
     int32_t error = HBOX_OK;
     muxer = hboxm_create(&config, &error);
     if (muxer == nullptr || error != HBOX_OK)
-        throw ErrorAt().as(codeOf(error, "fail to create hboxm"))("fail to create hboxm: err=%d",
-                                                                  static_cast<int>(error));
+        throw ErrorAt().as(codeOf(*reader, error, "fail to create hboxm"))("fail to create hboxm: err=%d",
+                                                                           static_cast<int>(error));
 }
 
 void HEIFMetaWriter::deinit() {
@@ -204,7 +204,8 @@ void HEIFMetaWriter::deinit() {
 
 void HEIFMetaWriter::copyCover(uint32_t xmpSize) {
     int const coverId = reader->getCoverImageId();
-    requireOk(hboxm_set_cover_image(muxer, static_cast<uint32_t>(coverId)), "[HEIFMetaWriter]fail to set cover image");
+    requireOk(*reader, hboxm_set_cover_image(muxer, static_cast<uint32_t>(coverId)),
+              "[HEIFMetaWriter]fail to set cover image");
     HBOXD_IMAGE_INFO const cover = reader->getImageInfo(coverId);
     if (cover.is_grid == 0 || cover.tile_count == 0)
         throw Error(Error::Code::UNSUPPORTED, "[HEIFController]not grid image or no item");
@@ -228,25 +229,28 @@ void HEIFMetaWriter::copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<ui
     info.tile_ids = tiles.data();
     info.tile_count = static_cast<uint32_t>(tiles.size());
     info.xmp_size = xmpSize;
-    requireOk(hboxm_set_image_info(muxer, &info), "[HEIFMetaWriter]fail to set image info");
+    requireOk(*reader, hboxm_set_image_info(muxer, &info), "[HEIFMetaWriter]fail to set image info");
     copyImageFrames(imageInfo, tiles.empty() ? std::vector<uint32_t>{imageInfo.id} : tiles);
 }
 
-/// A tile that stands in several places is one item, put once, from where it stands in the reader's memory. Lossless
-/// coding can exceed the usual frame size, so the image's own size bounds a frame as well.
-void HEIFMetaWriter::copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& ids) {
-    auto const imageSize = static_cast<uint32_t>(reader->getBuffer().size());
-    uint32_t const maxSize = std::max(getMaxBufferSize(imageInfo), std::min(imageSize, MAX_FRM_SIZE));
-    std::vector<uint8_t> copy;
-    for (uint32_t const id : std::set<uint32_t>(ids.begin(), ids.end())) {
-        auto frame = reader->viewImageFrame(static_cast<int>(id));
-        if (frame.empty() || frame.size() > maxSize) {
-            reader->getImageFrame(static_cast<int>(id), copy, static_cast<int>(maxSize));
-            frame = copy;
-        }
-        auto const size = static_cast<uint32_t>(frame.size());
-        if (int32_t const result = hboxm_put_frm(muxer, id, frame.data(), size); result != HBOX_OK)
-            throw ErrorAt().as(codeOf(result, "hboxm_put_frm"))("[HEIFMetaWriter]fail to set image frame");
+/// A tile that stands in several places is one item, put once. Lossless coding can exceed the usual frame size, so the
+/// image's own size bounds a frame as well.
+void HEIFMetaWriter::copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> ids) {
+    uint32_t const imageSize = reader->getEndOfImagePosition(false);
+    auto const maxSize = static_cast<int>(std::max(getMaxBufferSize(imageInfo), std::min(imageSize, MAX_FRM_SIZE)));
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    for (uint32_t const id : ids) {
+#ifdef HBOXM_HAS_UNCHANGED
+        reader->getImageFrameSize(static_cast<int>(id), maxSize);
+        int32_t const result = hboxm_put_source_frm(muxer, id);
+#else
+        std::vector<uint8_t> frame;
+        reader->getImageFrame(static_cast<int>(id), frame, maxSize);
+        int32_t const result = hboxm_put_frm(muxer, id, frame.data(), static_cast<uint32_t>(frame.size()));
+#endif
+        if (result != HBOX_OK)
+            throw ErrorAt().as(codeOf(*reader, result, "hboxm_put_frm"))("[HEIFMetaWriter]fail to set image frame");
     }
 }
 
@@ -273,7 +277,7 @@ uint32_t HEIFMetaWriter::getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo) {
 
 void HEIFMetaWriter::stop() {
     if (int32_t const result = hboxm_stop_muxing(muxer); result != HBOX_OK)
-        throw ErrorAt().as(codeOf(result, "hboxm_stop_muxing"))("fail to stop muxing");
+        throw ErrorAt().as(codeOf(*reader, result, "hboxm_stop_muxing"))("fail to stop muxing");
 }
 
 heif::ImagePart HEIFMetaWriter::dumpImage() {
@@ -281,7 +285,7 @@ heif::ImagePart HEIFMetaWriter::dumpImage() {
     if (size > int64_t{UINT32_MAX})
         throw Error(Error::Code::TOO_BIG, "[HEIFController]invalid overflowed output buffer size");
     if (size < 0)
-        requireOk(static_cast<int32_t>(size), "[HEIFController]invalid minus output buffer size");
+        requireOk(*reader, static_cast<int32_t>(size), "[HEIFController]invalid minus output buffer size");
     auto const capacity = static_cast<uint32_t>(size);
     heif::ImagePart image(capacity);
     uint32_t written = 0;
@@ -294,39 +298,37 @@ heif::ImagePart HEIFMetaWriter::dumpImage() {
     int32_t const result = hboxm_dump_image_to_outputbuffer(muxer, image.bytes.get(), capacity, &written);
 #endif
     if (result != HBOX_OK || written != capacity)
-        throw ErrorAt().as(codeOf(result, "hboxm_dump_image_to_outputbuffer"))("fail to write");
+        throw ErrorAt().as(codeOf(*reader, result, "hboxm_dump_image_to_outputbuffer"))("fail to write");
     return image;
 }
 
 uint32_t HEIFMetaWriter::getMetadataOffset(uint32_t* size) {
     uint32_t offset = 0;
-    requireOk(hboxm_get_metadata_offset(muxer, &offset, size), "[HEIFController]not alloc xmp buffer");
+    requireOk(*reader, hboxm_get_metadata_offset(muxer, &offset, size), "[HEIFController]not alloc xmp buffer");
     return offset;
 }
 
 // The file. -----------------------------------------------------------------------------------------------------------
 
-/// Invariants 2 and 3.
-void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, heif::ImagePart const& image) {
+/// Invariants 1 to 3. Where the image part becomes shorter, what follows it moves over what is still to be read of it:
+/// then that is taken into memory.
+void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, heif::ImagePart& image) {
     uint32_t const fileSize = file->size();
     int64_t const distance = int64_t{image.size} - int64_t{imageLength};
     uint32_t const newSize = checked::sizeOf(static_cast<uint64_t>(int64_t{fileSize} + distance));
+    if (distance < 0)
+        image.load(*file);
+    image.requireReadable(*file);
     heif::TrailingBoxes(file).bringTrailerToEnd(); // a hidden one must not come back later with a wrong pointer
     if (imageLength == fileSize)
         checked::reserve(*file, newSize);
     else
         moveTail(file, imageLength, distance);
-    write(image);
-    if (file->size() != newSize)
-        checked::truncate(*file, newSize);
-}
-
-/// What is unchanged comes from the source's copy in memory: its old place may have been written over.
-void HEIFMetaWriter::write(heif::ImagePart const& image) {
     if (file->position(0) != 0)
         throw ErrorAt(406).as(Error::Code::READ_FAILED, *file)("Failed to reset file position to 0");
-    auto const& source = reader->getBuffer();
-    image.write(*file, {source.data(), source.size()});
+    image.writeOver(*file);
+    if (file->size() != newSize)
+        checked::truncate(*file, newSize);
 }
 
 // Camera debug info. --------------------------------------------------------------------------------------------------

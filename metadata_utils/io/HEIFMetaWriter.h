@@ -41,7 +41,7 @@ public:
     ~HEIFMetaWriter() override;
 
     /// Writes the image part again with room for `size` bytes of XMP (128 at least, and never less than the packet the
-    /// image has, which the room begins with). Needs memory for the image part once, whatever stands behind it.
+    /// image has, which the room begins with). Needs memory for the boxes that change, not for the coded images.
     /// Returns the room.
     Metadata reserveXMP(unsigned int size) override;
     /// Throws what reserveXMP(size) would refuse the image for; changes nothing.
@@ -93,14 +93,13 @@ private:
     heif::ImagePart imageWithRoom(unsigned int size);
     void copyCover(uint32_t xmpSize);
     void copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& tiles, uint32_t xmpSize);
-    void copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& ids);
+    void copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> ids);
     void copyThumbnail(int coverId);
     static uint32_t getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo);
     void stop();
     heif::ImagePart dumpImage();
     uint32_t getMetadataOffset(uint32_t* size = nullptr);
-    void replaceImagePart(uint32_t imageLength, heif::ImagePart const& image);
-    void write(heif::ImagePart const& image);
+    void replaceImagePart(uint32_t imageLength, heif::ImagePart& image);
 
     void cutOut(heif::TrailingBoxes& boxes, heif::TopLevelBox const& box);
 

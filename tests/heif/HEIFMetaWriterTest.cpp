@@ -45,6 +45,7 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
     std::tuple<HeicOptions, std::string, std::string> const cases[] = {
         {{}, "", ""},
         {{.thumbnail = true, .xmp = XMP}, "VT", "VT"},
+        {{.filler = 70'000, .thumbnail = true, .xmp = XMP}, "VT", "VT"}, // long enough to stay in the file
         {{.columns = 1, .alpha = true, .groups = true, .rotation = 3}, "WT", "WT"},
         {{.xmp = XMP, .ilocVersion = 0}, "V", "V"},
         {{.xmp = XMP, .ilocVersion = 2, .primaryId = 70'000}, "VT", "VT"},
@@ -55,8 +56,10 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         {{.xmp = XMP, .mdat = Mdat::ToEnd}, "", ""},
         {{.xmp = XMP, .furtherBoxes = true, .behindMdat = heicBox("free", "x")}, "VPT", "VPT"},
         {{.exif = false, .xmp = heicXmp(std::string(2000, 'x'))}, "V", "V"}, // more than the room asked for
-        {{.rows = 23, .columns = 23, .fieldWidth = 8}, "VT", "VT"}, // narrower locations: the image gets shorter
-        {{.xmp = XMP}, "TVD", "VDT"},                               // a hidden trailer comes last
+        {{.rows = 23, .columns = 23, .filler = 200, .fieldWidth = 8},
+         "VT",
+         "VT"},                       // narrower locations: the image gets shorter
+        {{.xmp = XMP}, "TVD", "VDT"}, // a hidden trailer comes last
     };
     int row = 0;
     for (auto const& [options, tail, expectedTail] : cases) {

@@ -69,7 +69,6 @@ int32_t hboxm_set_cover_image(HBOXM_HANDLE handle, uint32_t id);
 /* For the cover this is also where a source that cannot be written again is refused (HBOX_ERR_UNSUPPORTED, or
  * HBOX_ERR_FORMAT for a damaged one; hbox_last_error tells what). */
 int32_t hboxm_set_image_info(HBOXM_HANDLE handle, HBOXM_IMAGE_INFO const* info);
-/* `data` may be the frame's place in the source's own memory (HBOX_MEMORY_STREAM): nothing is compared then. */
 int32_t hboxm_put_frm(HBOXM_HANDLE handle, uint32_t id, void const* data, uint32_t size);
 int32_t hboxm_stop_muxing(HBOXM_HANDLE handle);
 
@@ -79,8 +78,11 @@ int64_t hboxm_get_outputbuffer_size(HBOXM_HANDLE handle);
 /* Writes the whole new image part, which stands at the start of the file, and reports its size. */
 int32_t hboxm_dump_image_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint32_t capacity, uint32_t* size);
 
-/* A library that lacks the next two does not define this. */
+/* A library that lacks the next three does not define this. */
 #define HBOXM_HAS_UNCHANGED 1
+
+/* Puts a frame as the source has it, without its bytes: nothing is read, and there is nothing to compare. */
+int32_t hboxm_put_source_frm(HBOXM_HANDLE handle, uint32_t id);
 
 /* The same without the ranges that are the source's unchanged: of those it writes the first bytes of the boxes alone,
  * so that the boxes can be followed. */

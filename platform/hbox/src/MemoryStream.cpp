@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "Failure.h"
-#include "Stream.h"
 
 // The stream functions for a file held in memory. The position never leaves [0, size].
 
@@ -74,12 +73,6 @@ int32_t memoryGetSize(void* descriptor, uint32_t* size) {
 }
 
 } // namespace
-
-std::span<uint8_t const> hbox::memoryBehind(HBOX_STREAM_CALLBACKS const& callbacks, void* descriptor) {
-    if (callbacks.read != memoryRead)
-        return {};
-    return {stream(descriptor)->data, stream(descriptor)->size};
-}
 
 extern "C" int32_t hbox_mfal_memory(HBOX_STREAM_CALLBACKS* callbacks) {
     return hbox::guarded([&] {

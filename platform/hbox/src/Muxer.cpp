@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <optional>
-#include <set>
 #include <span>
 #include <vector>
 
@@ -20,7 +20,7 @@ struct hboxm_context {
     uint32_t imageLength;
     std::optional<uint32_t> cover;
     std::optional<hbox::MuxPlan> plan; ///< made when the cover's info is set
-    std::set<uint32_t> awaited;        ///< frames of the cover that were not put yet
+    std::vector<uint32_t> awaited;     ///< frames of the cover that were not put yet; sorted from the last one down
     bool stopped = false;
 };
 
@@ -103,14 +103,21 @@ void setCoverInfo(hboxm_context& muxer, HBOXM_IMAGE_INFO const& info) {
                       static_cast<int>(HBOXM_MIN_XMP_SIZE));
     muxer.plan = planOutput(muxer.source, muxer.imageLength, info.xmp_size);
     muxer.awaited = {info.tile_ids, info.tile_ids + info.tile_count};
+    std::sort(muxer.awaited.begin(), muxer.awaited.end(), std::greater<>());
+    muxer.awaited.erase(std::unique(muxer.awaited.begin(), muxer.awaited.end()), muxer.awaited.end());
+}
+
+/// Who puts frames in the order of their ids takes them off the end.
+void noteFrame(hboxm_context& muxer, uint32_t id) {
+    auto const isBehind = [](uint32_t wanted, uint32_t other) { return wanted > other; };
+    auto const place = std::lower_bound(muxer.awaited.begin(), muxer.awaited.end(), id, isBehind);
+    if (place != muxer.awaited.end() && *place == id)
+        muxer.awaited.erase(place);
 }
 
 void requireSameBytes(Source const& source, uint32_t id, std::span<uint8_t const> given) {
     std::array<uint8_t, 16384> stored;
     auto const ranges = source.ranges(id);
-    if (ranges.size() == 1 && ranges.front().length == given.size() &&
-        source.stream().isOwn(ranges.front().position, given))
-        return;
     for (FileRange range : ranges) {
         while (range.length > 0) {
             auto const part =
@@ -200,7 +207,18 @@ extern "C" int32_t hboxm_put_frm(HBOXM_HANDLE handle, uint32_t id, void const* d
         requireArguments(handle, data);
         requireState(handle->plan && !handle->stopped, "no cover info set, or muxing was stopped");
         hbox::requireSameBytes(handle->source, id, {static_cast<uint8_t const*>(data), size});
-        handle->awaited.erase(id);
+        hbox::noteFrame(*handle, id);
+    });
+}
+
+extern "C" int32_t hboxm_put_source_frm(HBOXM_HANDLE handle, uint32_t id) {
+    return guarded([&] {
+        requireArguments(handle);
+        requireState(handle->plan && !handle->stopped, "no cover info set, or muxing was stopped");
+        auto const ranges = handle->source.ranges(id);
+        if (ranges.empty() || ranges.front().length == 0)
+            throw failure(HBOX_ERR_PARAMETER, "item %u has no bytes", static_cast<unsigned>(id));
+        hbox::noteFrame(*handle, id);
     });
 }
 

@@ -55,40 +55,67 @@ std::optional<uint64_t> OutputLayout::moved(FileRange source) const {
     return std::nullopt;
 }
 
-bool OutputLayout::isUnchanged(Piece const& piece) const {
-    auto const meets = [&](FileRange const& range) {
-        return range.position < piece.start + piece.length && piece.start < range.position + range.length;
-    };
-    return piece.kind == Kind::Copied && piece.length >= LARGE && std::none_of(blanked.begin(), blanked.end(), meets);
-}
-
 std::vector<OutputLayout::Unchanged> OutputLayout::unchanged() const {
     std::vector<Unchanged> ranges;
     for (Piece const& piece : pieces) {
-        if (isUnchanged(piece))
-            ranges.push_back({piece.start, piece.source, piece.length});
+        uint64_t from = piece.start;
+        auto const noteUpTo = [&](uint64_t end) {
+            if (piece.kind == Kind::Copied && end - from >= LARGE)
+                ranges.push_back({from, piece.source + (from - piece.start), end - from});
+        };
+        for (FileRange const& blank : blanked) { // one at most: the old packet
+            if (blank.position < from || blank.position >= piece.start + piece.length)
+                continue;
+            noteUpTo(blank.position);
+            from = blank.position + blank.length;
+        }
+        noteUpTo(piece.start + piece.length);
     }
     return ranges;
 }
 
+/// What of a copied piece is not left out.
+void OutputLayout::writeCopied(Piece const& piece, std::span<Unchanged const> leftOut, Stream const& source,
+                               std::span<uint8_t> out) const {
+    uint64_t from = piece.start;
+    auto const writeUpTo = [&](uint64_t end) {
+        source.read(piece.source + (from - piece.start),
+                    out.subspan(static_cast<size_t>(from), static_cast<size_t>(end - from)));
+    };
+    for (Unchanged const& range : leftOut) {
+        if (range.position < from || range.position >= piece.start + piece.length)
+            continue;
+        writeUpTo(range.position);
+        from = range.position + range.length;
+    }
+    writeUpTo(piece.start + piece.length);
+}
+
+/// The first bytes of each box in a range that is left out.
+void OutputLayout::writeStarts(Unchanged const& range, Stream const& source, std::span<uint8_t> out) const {
+    for (FileRange const& box : copied) {
+        if (box.position < range.source || box.position - range.source >= range.length)
+            continue;
+        uint64_t const inRange = box.position - range.source;
+        uint64_t const wanted = std::min({box.length, BOX_HEADER, range.length - inRange});
+        source.read(box.position,
+                    out.subspan(static_cast<size_t>(range.position + inRange), static_cast<size_t>(wanted)));
+    }
+}
+
 void OutputLayout::write(Stream const& source, std::span<uint8_t> out, Parts parts) const {
+    auto const leftOut = parts == Parts::CHANGES ? unchanged() : std::vector<Unchanged>();
     for (Piece const& piece : pieces) {
         auto const target = out.subspan(static_cast<size_t>(piece.start), static_cast<size_t>(piece.length));
-        if (parts == Parts::CHANGES && isUnchanged(piece))
-            continue;
         if (piece.kind == Kind::Copied)
-            source.read(piece.source, target);
+            writeCopied(piece, leftOut, source, out);
         else if (piece.kind == Kind::Own)
             std::copy(piece.own.begin(), piece.own.end(), target.begin());
         else
             std::fill(target.begin(), target.end(), BLANK);
     }
-    for (FileRange const& range : copied) {
-        FileRange const start{range.position, std::min(range.length, BOX_HEADER)};
-        auto const place = moved(start);
-        if (parts == Parts::CHANGES && place)
-            source.read(start.position, out.subspan(static_cast<size_t>(*place), static_cast<size_t>(start.length)));
-    }
+    for (Unchanged const& range : leftOut)
+        writeStarts(range, source, out);
     for (FileRange const& range : blanked) {
         auto const target = out.subspan(static_cast<size_t>(range.position), static_cast<size_t>(range.length));
         std::fill(target.begin(), target.end(), BLANK);

@@ -37,7 +37,7 @@ public:
         uint64_t source;
         uint64_t length;
     };
-    /// The large ones, without those that are blanked somewhere.
+    /// The large ones, without what is blanked of them.
     std::vector<Unchanged> unchanged() const;
 
     enum class Parts { ALL, CHANGES };
@@ -54,7 +54,9 @@ private:
         std::vector<uint8_t> own = {};
     };
 
-    bool isUnchanged(Piece const& piece) const;
+    void writeCopied(Piece const& piece, std::span<Unchanged const> leftOut, Stream const& source,
+                     std::span<uint8_t> out) const;
+    void writeStarts(Unchanged const& range, Stream const& source, std::span<uint8_t> out) const;
 
     std::vector<Piece> pieces;
     std::vector<FileRange> copied; ///< as they were asked for

@@ -70,20 +70,40 @@ BoxView Source::child(BoxType type) const {
 }
 
 ItemInfo Source::item(uint32_t id) const {
-    ItemInfoReader reader(child(boxType("iinf")));
-    while (auto const info = reader.next()) {
-        if (info->id == id)
-            return *info;
-    }
+    auto const& [infos, damage] = itemIndex();
+    auto const found = std::lower_bound(infos.begin(), infos.end(), id,
+                                        [](ItemInfo const& info, uint32_t wanted) { return info.id < wanted; });
+    if (found != infos.end() && found->id == id)
+        return *found;
+    if (damage)
+        throw *damage;
     throw failure(HBOX_ERR_NOT_FOUND, "no item %u", static_cast<unsigned>(id));
+}
+
+Source::ItemIndex const& Source::itemIndex() const {
+    if (items)
+        return *items;
+    ItemInfoReader reader(child(boxType("iinf")));
+    ItemIndex index;
+    index.items.reserve(reader.count());
+    try {
+        while (auto const info = reader.next())
+            index.items.push_back(*info);
+    } catch (android::lumo::BoxError const& error) {
+        index.damage = error;
+    }
+    auto const comesFirst = [](ItemInfo const& one, ItemInfo const& other) { return one.id < other.id; };
+    if (!std::is_sorted(index.items.begin(), index.items.end(), comesFirst))
+        std::stable_sort(index.items.begin(), index.items.end(), comesFirst); // of two with one id the first answers
+    return items.emplace(std::move(index));
 }
 
 Source::LocationIndex const& Source::locationIndex() const {
     if (locations)
         return *locations;
-    LocationIndex index{child(boxType("iloc")), {}};
+    LocationIndex index{LocationReader(child(boxType("iloc"))), {}};
     try {
-        LocationReader reader(index.iloc);
+        LocationReader reader = index.reader;
         index.places.reserve(reader.count());
         uint32_t place = reader.place();
         while (auto const location = reader.next()) {
@@ -94,16 +114,17 @@ Source::LocationIndex const& Source::locationIndex() const {
         if (index.places.empty())
             throw; // else the entries in front of the damage still answer
     }
-    std::sort(index.places.begin(), index.places.end());
+    if (!std::is_sorted(index.places.begin(), index.places.end()))
+        std::sort(index.places.begin(), index.places.end());
     return locations.emplace(std::move(index));
 }
 
 std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
-    auto const& [iloc, places] = locationIndex();
+    auto const& [first, places] = locationIndex();
     auto const found = std::lower_bound(places.begin(), places.end(), std::pair(id, 0U));
     if (found == places.end() || found->first != id)
         return std::nullopt;
-    LocationReader reader(iloc);
+    LocationReader reader = first;
     reader.skip(found->second);
     return reader.next();
 }

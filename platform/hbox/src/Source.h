@@ -62,17 +62,25 @@ public:
 private:
     /// 'iloc' sorted by id, made when first asked: a grid asks once per tile.
     struct LocationIndex {
-        BoxView iloc;
+        LocationReader reader;                             ///< in front of the first entry
         std::vector<std::pair<uint32_t, uint32_t>> places; ///< id, LocationReader::place
     };
 
+    /// Entries of 'iinf' by id, likewise. What stood in front of damage answers.
+    struct ItemIndex {
+        std::vector<ItemInfo> items;
+        std::optional<android::lumo::BoxError> damage;
+    };
+
     PixelSize pixelSize(uint32_t id) const;
+    ItemIndex const& itemIndex() const;
     LocationIndex const& locationIndex() const;
 
     Stream file;
     std::vector<uint8_t> metaBytes;
     BoxView metaBox;
     mutable std::optional<LocationIndex> locations;
+    mutable std::optional<ItemIndex> items;
     mutable std::optional<FileRange> idat; ///< found once: every item may stand in it
 };
 

@@ -31,11 +31,6 @@ Stream::~Stream() {
     callbacks.close(descriptor);
 }
 
-bool Stream::isOwn(uint64_t position, std::span<uint8_t const> bytes) const {
-    auto const memory = memoryBehind(callbacks, descriptor);
-    return rangeFits(position, bytes.size(), memory.size()) && memory.data() + position == bytes.data();
-}
-
 void Stream::read(uint64_t position, std::span<uint8_t> out) const {
     if (!rangeFits(position, out.size(), length))
         throw failure(HBOX_ERR_STREAM, "stream: %zu bytes at %llu wanted, the size is %u", out.size(),

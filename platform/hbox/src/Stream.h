@@ -9,9 +9,6 @@
 
 namespace hbox {
 
-/// The bytes behind a table that hbox_mfal_memory() filled; nothing for any other.
-std::span<uint8_t const> memoryBehind(HBOX_STREAM_CALLBACKS const& callbacks, void* descriptor);
-
 /// A file read through the caller's callbacks: random access, whole reads or a Failure.
 class Stream {
 public:
@@ -22,9 +19,6 @@ public:
     Stream& operator=(Stream const&) = delete;
 
     uint64_t size() const { return length; }
-
-    /// Whether `bytes` are the stream's own at `position`, in the memory it reads: nothing is left to compare.
-    bool isOwn(uint64_t position, std::span<uint8_t const> bytes) const;
 
     /// Fills `out` from `position`. Throws HBOX_ERR_STREAM when the stream ends before.
     void read(uint64_t position, std::span<uint8_t> out) const;
