@@ -67,14 +67,16 @@ MotionPhotoInfoImpl const& MotionPhotoInfoImpl::of(MotionPhotoInfo const& info) 
     return *view;
 }
 
-MotionPhotoInfoImpl::MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still) : file(still) {
+MotionPhotoInfoImpl::MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still,
+                                         std::shared_ptr<XMPPacket> const& packet)
+    : file(still) {
     // The trailer reader, handed out to callers, may outlive this object: the callback shares what it sets.
     std::list<QRTInfoImpl::Listener> const listeners{
         [format = motionPhotoFormat](std::shared_ptr<MediaFile>& viewed, std::vector<QRTDataInfo>& records) {
             *format = parseExtraOfMotionPhotoFromQRT(*viewed, records);
         }};
     qrtInfo = std::make_shared<QRTInfoImpl>(still, listeners);
-    xmpInfo = std::make_shared<XMPInfoImpl>(still);
+    xmpInfo = packet == nullptr ? std::make_shared<XMPInfoImpl>(still) : std::make_shared<XMPInfoImpl>(still, packet);
     exifInfo = std::make_shared<ExifInfoImpl>(still);
 }
 

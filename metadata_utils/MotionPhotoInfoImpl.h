@@ -19,7 +19,9 @@ namespace android::lumo {
 ///     up to 125000 bytes      a VideoPointer, 12 bytes; in a HEIC it is resolved when the trailer is loaded
 class MotionPhotoInfoImpl : public MotionPhotoInfo, public std::enable_shared_from_this<MotionPhotoInfoImpl> {
 public:
-    explicit MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still);
+    /// With a packet its XMP view answers from that one instead of the file's.
+    explicit MotionPhotoInfoImpl(std::shared_ptr<MediaFile> const& still,
+                                 std::shared_ptr<XMPPacket> const& packet = nullptr);
 
     /// The view behind any MotionPhotoInfo: itself, or the one an editor works on.
     static MotionPhotoInfoImpl const& of(MotionPhotoInfo const& info);

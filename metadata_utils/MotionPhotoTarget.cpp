@@ -52,7 +52,9 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
             composePhoto(owner);
         else
             copy.emplace(owner).writeTo(file);
-        editor = std::make_shared<MotionPhotoEditImpl>(MotionPhotoInfo::parse(file));
+        auto const none =
+            copy ? std::make_shared<XMPPacket>() : nullptr; // the copy's view is handed the owner's packet
+        editor = std::make_shared<MotionPhotoEditImpl>(std::make_shared<MotionPhotoInfoImpl>(file, none));
     }
     survey.reset();
     try {
@@ -132,8 +134,7 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
                   [copy](uint32_t place) { return copy != nullptr ? copy->recordPlace(place) : place; });
     if (isFirst && still != nullptr) // the trailer is news for it
         editor->getQRTEdit().makeDirty();
-    handedPacket = std::make_shared<XMPInfoImpl>(owner.getView()->getFile());
-    handedPacket->adopt(packet->getMeta()->clone());
+    handedPacket = std::make_shared<XMPInfoImpl>(owner.getView()->getFile(), packet->getMeta()->clone());
     handedVideo = owner.getVideoEdit();
 }
 

@@ -34,6 +34,11 @@ XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed) : file(viewed
     load();
 }
 
+XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed, std::shared_ptr<XMPPacket> const& packet)
+    : file(viewed), inFile(std::make_unique<XMPInFile>(viewed)) {
+    adopt(packet);
+}
+
 std::shared_ptr<XMPInfoImpl> XMPInfoImpl::of(XMPInfo const& info) {
     auto const* holder = dynamic_cast<XMPViewHolder const*>(&info);
     if (!holder)

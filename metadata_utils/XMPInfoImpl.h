@@ -93,6 +93,8 @@ public:
     };
 
     explicit XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed);
+    /// Answers from another packet than the file's, which is read and not parsed.
+    XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed, std::shared_ptr<XMPPacket> const& packet);
 
     /// The view behind any XMPInfo: itself, or the one an editor works on. Throws std::runtime_error when there is
     /// none.
