@@ -5,8 +5,8 @@
 #include "Log.h"
 
 #include <algorithm>
-#include <map>
 #include <set>
+#include <utility>
 
 namespace android::lumo::heif {
 
@@ -169,20 +169,24 @@ void Items::settleItemDataLocations() {
 }
 
 std::optional<Items::ItemLocation> Items::findDescribing(std::vector<int> const& ids) const {
-    if (!primaryId)
+    if (!primaryId || ids.empty() || references.empty())
         return std::nullopt;
-    // Ordered: a file can choose its ids so that hashes collide.
+    // Ordered: a file can choose its ids so that hashes collide. Files have them in order as a rule.
     std::set<int> const wanted(ids.begin(), ids.end());
-    std::map<uint32_t, ItemLocation const*> places;
+    std::vector<std::pair<uint32_t, ItemLocation const*>> places;
+    places.reserve(locations.size());
     for (auto const& location : locations)
-        places.emplace(location.id, &location);
+        places.emplace_back(location.id, &location);
+    if (!std::is_sorted(places.begin(), places.end()))
+        std::sort(places.begin(), places.end()); // of two with one id the first comes first
     for (auto const& reference : references) {
         if (!wanted.contains(reference.from) || static_cast<uint32_t>(reference.to.front()) != *primaryId)
             continue;
         if (dividedIds.contains(static_cast<uint32_t>(reference.from)))
             throw readerError().as(Error::Code::UNSUPPORTED)("item %d stands in several pieces", reference.from);
-        auto const place = places.find(static_cast<uint32_t>(reference.from));
-        if (place == places.end())
+        std::pair<uint32_t, ItemLocation const*> const first(static_cast<uint32_t>(reference.from), nullptr);
+        auto const place = std::lower_bound(places.begin(), places.end(), first);
+        if (place == places.end() || place->first != first.first)
             continue;
         if (rangeFits(startOf(*place->second), place->second->length, fileSize))
             return *place->second;
