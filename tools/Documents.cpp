@@ -60,11 +60,16 @@ std::string roff(std::string text) {
     return text;
 }
 
+/// "OUT" of an option that takes one.
+std::string valueOf(CLI::Option const& option) {
+    std::string const type = option.get_type_name();
+    return option.get_items_expected_max() > 0 ? type.substr(0, type.find_first_of(":=")) : "";
+}
+
 /// "-o OUT, --output OUT".
 std::string spellings(CLI::Option const& option) {
     std::string text;
-    std::string const type = option.get_type_name();
-    std::string const value = option.get_items_expected_max() > 0 ? " " + type.substr(0, type.find(':')) : "";
+    std::string const value = valueOf(option).empty() ? "" : " " + valueOf(option);
     for (auto const& name : option.get_snames())
         text += (text.empty() ? "-" : ", -") + name + value;
     for (auto const& name : option.get_lnames())
@@ -139,6 +144,8 @@ void printBash(App const& app) {
     });
     std::cout << "    esac\n    [ \"$COMP_CWORD\" -gt 1 ] || words='" << namesBelow(app) << words(app) << "'\n"
               << "    COMPREPLY=($(compgen -W \"$words\" -- \"${COMP_WORDS[COMP_CWORD]}\"))\n"
+              // Options where one is begun; otherwise the shell offers files.
+              << "    [[ ${COMP_WORDS[COMP_CWORD]} == -* ]] || COMPREPLY=(${COMPREPLY[@]##-*})\n"
               << "}\ncomplete -o bashdefault -o default -F _motionphoto motionphoto\n";
 }
 
@@ -154,9 +161,12 @@ void printZsh(App const& app) {
         bool const isOfFamily = name.find(' ') != std::string::npos;
         std::cout << "'" << name << (isOfFamily ? "'" : " '*") << ") _arguments";
         for (auto const* option : optionsOf(sub)) {
+            auto const purpose = "[" + quotedFor(quotedFor(option->get_description(), '\'', ""), ']', "") + "]";
+            auto const value = valueOf(*option).empty() ? "" : ":" + valueOf(*option) + ":_files";
+            for (auto const& spelling : option->get_snames())
+                std::cout << " '-" << spelling << purpose << value << "'";
             for (auto const& spelling : option->get_lnames())
-                std::cout << " '--" << spelling << "["
-                          << quotedFor(quotedFor(option->get_description(), '\'', ""), ']', "") << "]'";
+                std::cout << " '--" << spelling << (value.empty() ? "" : "=") << purpose << value << "'";
         }
         std::cout << " '*:file:_files' ;;\n";
     });
