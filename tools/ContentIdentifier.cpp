@@ -11,8 +11,6 @@
 #include <string_view>
 #include <utility>
 
-#include <unistd.h>
-
 namespace motionphoto {
 
 using namespace android::lumo;
@@ -128,26 +126,10 @@ std::string identifierInMetadata(Bytes const& meta) {
 /// A stretch of the file: where it begins and ends.
 using Place = std::pair<uint64_t, uint64_t>;
 
-/// `size` bytes at a place of the file, fewer where it ends.
-std::string read(MediaFile const& file, uint64_t at, uint64_t size) {
-    std::string bytes(static_cast<size_t>(size), '\0');
-    size_t done = 0;
-    while (done < bytes.size()) {
-        auto const got = pread(file.getFd(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(at + done));
-        if (got < 0)
-            throw systemFailure(ExitCode::BAD_INPUT, file.getPath(), "its content identifier cannot be read");
-        if (got == 0)
-            break;
-        done += static_cast<size_t>(got);
-    }
-    bytes.resize(done);
-    return bytes;
-}
-
 /// The content of the first box of that type in a place.
 std::optional<Place> find(MediaFile const& file, std::optional<Place> const& place, std::string_view type) {
     for (uint64_t from = place ? place->first : 1, end = place ? place->second : 0; from + BOX_HEADER <= end;) {
-        auto const header = read(file, from, 2 * BOX_HEADER);
+        auto const header = readAt(file, from, 2 * BOX_HEADER);
         Bytes const bytes{header};
         uint64_t size = bytes.number(0, 4), head = BOX_HEADER;
         if (size == 1) {
@@ -168,7 +150,7 @@ std::optional<Place> find(MediaFile const& file, std::optional<Place> const& pla
 std::string identifierIn(MediaFile const& file, std::optional<Place> const& meta) {
     if (!meta || meta->second - meta->first > MAX_METADATA)
         return "";
-    auto const content = read(file, meta->first, meta->second - meta->first);
+    auto const content = readAt(file, meta->first, meta->second - meta->first);
     // QuickTime's metadata box begins with boxes, that of ISO base media files with version and flags.
     Bytes const all{content};
     return identifierInMetadata(all.number(0, 4) == 0 ? all.from(4) : all);

@@ -50,7 +50,8 @@ Failure::Failure(ExitCode exitCode, std::string const& subject, std::string cons
 
 std::string Failure::sentence(bool withSource) const {
     std::string_view const text = withSource ? std::string_view(what()) : withoutSource(what());
-    return escaped(about.empty() ? std::string(text) : about + ": " + std::string(text));
+    bool const isNamed = about.empty() || withoutSource(what()).starts_with(about + " "); // by the library
+    return escaped(isNamed ? std::string(text) : about + ": " + std::string(text));
 }
 
 Failure systemFailure(ExitCode code, std::string const& subject, std::string const& what) {

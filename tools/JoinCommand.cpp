@@ -153,6 +153,21 @@ private:
     size_t alone = 0;
 };
 
+/// What exports leave beside photos that were whole: the clip is in the photo already.
+bool holds(Photo const& photo, std::string const& path) {
+    constexpr uint64_t CHUNK = 1 << 20;
+    auto const clip = openFile(path, Access::READ);
+    auto const& video = photo.video;
+    if (!video.isSound() || clip->size() != video.size)
+        return false;
+    for (uint64_t at = 0; at < video.size; at += CHUNK) {
+        uint64_t const size = std::min<uint64_t>(CHUNK, video.size - at);
+        if (readAt(*photo.file, video.position + at, size) != readAt(*clip, at, size))
+            return false;
+    }
+    return true;
+}
+
 Outcome joinOne(Arguments const& args, std::string const& path, Pairs::Pair const& pair) {
     if (pair.fault)
         throw *pair.fault;
@@ -164,10 +179,12 @@ Outcome joinOne(Arguments const& args, std::string const& path, Pairs::Pair cons
     if (destination.isSkipped())
         return destination.skippedOutcome();
     Photo const photo(path, Access::READ);
-    if (photo.hasClaim())
-        throw Failure(ExitCode::BAD_INPUT, path, "has a video already");
+    auto const& clip = pair.clips.front();
+    bool const isJoined = photo.hasClaim();
+    if (isJoined && !holds(photo, clip))
+        throw Failure(ExitCode::BAD_INPUT, path, "has a video already, and another one than " + clip);
     return destination.edit(photo, [&](auto const& output) {
-        putClip(args, pair.clips.front(), photo, output);
+        isJoined ? copyWhole(photo, output) : putClip(args, clip, photo, output);
         return true;
     });
 }

@@ -51,12 +51,7 @@ std::string kindOf(std::string_view start) {
 }
 
 std::string startOf(std::shared_ptr<MediaFile> const& file) {
-    std::string start(64, '\0');
-    auto const got = pread(file->getFd(), start.data(), start.size(), 0);
-    if (got < 0)
-        throw systemFailure(ExitCode::BAD_INPUT, file->getPath(), "cannot be read");
-    start.resize(static_cast<size_t>(got));
-    return start;
+    return readAt(*file, 0, 64);
 }
 
 void requireStill(std::shared_ptr<MediaFile> const& file) {
@@ -95,6 +90,21 @@ std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
     return guarded(path, [&] { return std::make_shared<MediaFile>(path, access == Access::READ ? "r" : "rw"); });
 }
 
+std::string readAt(MediaFile const& file, uint64_t at, uint64_t size) {
+    std::string bytes(static_cast<size_t>(size), '\0');
+    size_t done = 0;
+    while (done < bytes.size()) {
+        auto const got = pread(file.getFd(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(at + done));
+        if (got < 0)
+            throw systemFailure(ExitCode::BAD_INPUT, file.getPath(), "cannot be read");
+        if (got == 0)
+            break;
+        done += static_cast<size_t>(got);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
 Photo::Photo(std::string const& path, Access access, Look look)
     : file(openFile(path, access)),
       parsed(guarded(path,
@@ -130,6 +140,11 @@ std::unique_ptr<ImageMetaReader> blocksOf(std::shared_ptr<MediaFile> const& stil
     // A JPEG's reader scans once, and tells of a failed read only at once.
     bool const isJpeg = still->mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
     return ImageMetaReader::of(still, isJpeg ? ParseMode::EAGER : ParseMode::LAZY);
+}
+
+void copyWhole(Photo const& photo, std::shared_ptr<MediaFile> const& output) {
+    if (photo.file->transferTo(output, 0, 0) != static_cast<int64_t>(photo.size()))
+        throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to copy");
 }
 
 void requireOtherThanRoom(Photo const& photo, Error const& refusal) {

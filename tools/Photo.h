@@ -20,6 +20,9 @@ enum class Access { READ, READ_WRITE };
 /// opened so.
 std::shared_ptr<android::lumo::MediaFile> openFile(std::string const& path, Access access);
 
+/// `size` bytes at a place of the file, fewer where it ends; a Failure where the system refuses.
+std::string readAt(android::lumo::MediaFile const& file, uint64_t at, uint64_t size);
+
 /// What is read of a still to begin with.
 enum class Look { VIDEO, WHOLE_VIEW };
 
@@ -47,6 +50,9 @@ struct Photo {
 std::shared_ptr<android::lumo::MediaFile> openVideo(std::string const& path, Photo const& photo);
 
 bool isSameFile(std::string const& a, std::string const& b);
+
+/// The photo's bytes into an empty output.
+void copyWhole(Photo const& photo, std::shared_ptr<android::lumo::MediaFile> const& output);
 
 /// Throws in a person's words what a HEIC is mostly refused for, where the library tells of boxes: its XMP needs room.
 void requireOtherThanRoom(Photo const& photo, android::lumo::Error const& refusal);

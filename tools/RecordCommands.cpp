@@ -71,8 +71,7 @@ ExitCode giveEach(Arguments const& args, std::function<std::string(Photo const&)
 FilePtr copied(Photo const& photo, FilePtr const& output) {
     if (output == nullptr)
         return photo.file;
-    if (photo.file->transferTo(output, 0, 0) != static_cast<int64_t>(photo.size()))
-        throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to copy");
+    copyWhole(photo, output);
     return output;
 }
 

@@ -120,8 +120,8 @@ bool stillAlone(Photo const& photo, FilePtr const& output) {
         dropEmptyDirectory(output != nullptr ? output : photo.file);
         return true;
     }
-    if (output != nullptr && photo.file->transferTo(output, 0, 0) != static_cast<int64_t>(photo.size()))
-        throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to copy");
+    if (output != nullptr)
+        copyWhole(photo, output);
     return output != nullptr;
 }
 

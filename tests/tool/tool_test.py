@@ -274,13 +274,14 @@ class ToolTest(unittest.TestCase):
 
     def test_stills_and_clips_that_belong_together_are_joined(self):
         still, clip = identified(STILL, CLIP, b"0A1B-2C3D")
+        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         for folder in ("in", "in/deep"):
             (self.folder / folder).mkdir()
         pairs = {
             "in/IMG_5.jpg": ("in/5.mp4", *identified(STILL, CLIP.replace(b"udta", b"free"), b"5", lambda meta: box(b"udta", meta))),
             "in/IMG_1.JPG": ("in/other name.mov", still, clip),
             "in/IMG_2(1).JPG": ("in/IMG_2(1).MP4", STILL, CLIP),
-            "in/deep/PXL_3.MP.jpg": ("in/deep/PXL_3.MP", STILL, CLIP),
+            "in/deep/PXL_3.MP.jpg": ("in/deep/PXL_3.MP", self.read("photo.jpg"), CLIP),  # left over: it has its clip
             "in/alone.jpg": ("in/IMG_2.MP4", STILL, CLIP),
             "in/IMG_4.jpg": ("in/IMG_4.mov", identified(STILL, CLIP, b"one")[0], identified(STILL, CLIP, b"another")[1]),
         }
@@ -290,7 +291,7 @@ class ToolTest(unittest.TestCase):
         result = self.tool("join", "-r", "in", "-d", "out")
         self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (0, "4 done"), result.stderr)
         self.assertIn("2 without a clip", result.stderr)
-        self.assertFalse((self.folder / "out/alone.jpg").exists())
+        self.assertEqual(self.read("out/deep/PXL_3.MP.jpg"), self.read("photo.jpg"))
         for name, (_, _, movie) in [*pairs.items()][:4]:
             self.assertEqual(self.read(name.replace("in", "out", 1)).count(movie), 1, name)
         self.write("in/IMG_2(1).MOV", CLIP)
@@ -384,9 +385,8 @@ class ToolTest(unittest.TestCase):
     def test_help_man_page_and_completions_know_every_command(self):
         shown = self.done("--help")
         self.assertIn("Exit codes", shown)
-        commands = ["info", "add", "extract", "carry"]
         for text in (shown, *(self.done("generate", form) for form in ("man", "bash", "zsh", "fish"))):
-            for command in commands:
+            for command in ("info", "add", "extract", "carry"):
                 self.assertIn(command, text)
         self.assertIn("motionphoto add still.jpg clip.mp4 -o photo.jpg", self.done("add", "--help"))
 
