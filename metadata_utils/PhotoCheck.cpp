@@ -202,7 +202,7 @@ void Checker::checkDirectory() {
 /// With a trailer "Length" runs to the file's end; without one the claim has to hold by itself.
 void Checker::checkClaimOfDirectory(claims::Item const& item) {
     if (!video().isSound()) {
-        if (!isHere("stale-claim"))
+        if (!isHere("stale-claim") && layout.claims.motionPhoto != "0") // which withdraws the claim
             add("stale-claim", 0, "a video", layout.fromDirectory().reason);
         return;
     }

@@ -96,6 +96,11 @@ bool editTrailer(Photo const& photo, FilePtr const& output, std::function<void(Q
         output != nullptr ? edit->commit(output) : edit->commit();
         return true;
     }
+    for (auto const& record : QRTInfo::parse(photo.file)->getRecords()) {
+        if (record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.hasSubInfo)
+            throw Failure(ExitCode::BAD_INPUT, photo.path(),
+                          "the record of the video has sub-info: written again, its video would not be found");
+    }
     auto const edit = QRTInfo::parse(copied(photo, output))->edit();
     change(*edit);
     edit->makeDirty();
