@@ -122,10 +122,7 @@ void MotionPhotoCommit::prepareCommit(Survey& survey) {
 /// refused by the first container step, which checks before it moves anything.
 void MotionPhotoCommit::requireCommittable(MediaFile const& output) {
     checked::requireEditable(output);
-    if (outside.isTorn() || (sizeWithGrowth != 0 && parts.outputFile->size() == sizeWithGrowth))
-        throw ErrorAt().as(Error::Code::CHANGED)(
-            "the file has changed since it was read: a commit that failed has left "
-            "unused bytes in it");
+    requireNothingLeft();
     if (!parts.qrtEdit->isDirty() && !parts.xmpEdit->isDirty() && staged.extras.empty())
         return;
     if (staged.video)
@@ -142,6 +139,13 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output) {
     parts.view->getPacket()->requireUnchanged();
     CommitFields(parts, staged, outside).requireTimestamp();
     checked::sizeOf(uint64_t{expectedFileSize()} + XMP_OVERHEAD + MIN_XMP_ROOM);
+}
+
+void MotionPhotoCommit::requireNothingLeft() const {
+    if (outside.isTorn() || (sizeWithGrowth != 0 && parts.outputFile->size() == sizeWithGrowth))
+        throw ErrorAt().as(Error::Code::CHANGED)(
+            "the file has changed since it was read: a commit that failed has left "
+            "unused bytes in it");
 }
 
 /// The flag of sub-info is written in another bit than it is read from: the record would read back with the sub-info
@@ -210,8 +214,18 @@ void MotionPhotoCommit::prepareTrailer(MediaFile const& file) {
     if (!parts.qrtEdit->staging().writesTrailer())
         return;
     checked::requireEditable(file);
+    requireNothingLeft();
     requireVideoStaysReadable();
     PacketKeeper const keeper(parts);
+    try {
+        prepareTrailerSteps(file);
+    } catch (...) {
+        noteGrowth();
+        throw;
+    }
+}
+
+void MotionPhotoCommit::prepareTrailerSteps(MediaFile const& file) {
     bool const isElsewhere = !MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
     if (isElsewhere) { // which gets nothing of what is staged for the packet
         QRTEditImpl::requireNotHidden(*parts.outputFile);

@@ -54,7 +54,9 @@ private:
 
     void writeSteps(Survey& survey);
     void prepareCommit(Survey& survey);
+    void prepareTrailerSteps(MediaFile const& file);
     void noteGrowth() noexcept;
+    void requireNothingLeft() const;
     void requireVideoStaysReadable() const;
     uint32_t expectedFileSize();
     bool isVideoRemovalWithoutXMP();
