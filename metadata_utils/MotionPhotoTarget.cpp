@@ -25,17 +25,26 @@ uint32_t imageLength(std::shared_ptr<MediaFile> const& still) {
     return QRTInfoImpl(still, {}).getImageSize();
 }
 
-/// What stands behind the image comes along, and its trailer's pointer follows: both have to be there.
-void requireMotionBehind(MotionPhotoEditImpl const& owner, uint32_t image) {
+/// Where what comes along begins: behind the image, or with the video that a JPEG's pointer leads to and that the image
+/// ends with. Its trailer's pointer follows; both have to be there.
+uint32_t startOfMotion(MotionPhotoEditImpl const& owner) {
     auto const& view = *owner.getView();
     auto const& photo = *view.getFile();
-    if (view.getVideoSize() > 0 && view.getVideoPosition() < image)
+    uint32_t const image = imageLength(view.getFile());
+    bool const isInImage = view.getVideoSize() > 0 && view.getVideoPosition() < image;
+    auto const start = static_cast<uint32_t>(view.getVideoPosition());
+    bool const endsImage = isInImage && view.getVideoPosition() + view.getVideoSize() == image;
+    if (endsImage && photo.mimeType() == MediaDefs::MimeType::IMAGE_JPEG &&
+        VideoFields::standsAt(photo, photo.size() - start))
+        return start;
+    if (isInImage)
         throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
             "the video at %zu lies in front of the image's end at %zu and does not come to a prepared still",
             static_cast<size_t>(view.getVideoPosition()), size_t{image});
     if (photo.mimeType() == MediaDefs::MimeType::IMAGE_HEIC && HEIFMetaWriter::isTrailerHidden(photo))
         throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
             "other boxes stand behind the trailer: a commit into the photo itself brings it to the end first");
+    return image;
 }
 
 } // namespace
@@ -76,8 +85,7 @@ void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
                         MediaDefs::mimeString(still->mimeType()).c_str(),
                         MediaDefs::mimeString(photo->mimeType()).c_str());
     XMPInfoImpl const readable(still); // it may be refused for its packet
-    uint32_t const from = imageLength(photo);
-    requireMotionBehind(owner, from);
+    uint32_t const from = startOfMotion(owner);
     bool const hadVideo = takeStillWithoutVideo();
     uint32_t const imageSize = imageLength(hadVideo ? file : still);
     uint32_t const appended = photo->size() - from;

@@ -142,13 +142,16 @@ TEST(MotionPhotoEditor, AVideoThatAPointerOfAJpegLeadsToGoesWithIt) {
          {std::pair<Edit, char const*>([](auto& e) { e.removeVideo(nullptr); }, ""),
           {[&](auto& e) { e.replaceVideo(video.open("r")); }, "2608 MotionPhoto_Data 130000;"}}) {
         TempFile const photo(image + old + trailerBytes({videoRecord(pointerTo(image.size(), old.size()))}));
-        TempFile const prepared(image), target;
-        EXPECT_TRUE(failsWith("does not come to a prepared still", [&] {
-            auto const editor = parsePhoto(photo.path())->edit();
+        TempFile const far(photo.bytes().insert(image.size() + old.size(), "gap")), prepared(image), target;
+        auto const bring = [&](TempFile const& from) {
+            auto const editor = parsePhoto(from.path())->edit();
             editor->setOutputSource(prepared.open("r"));
             editor->commit(target.open());
-        }));
+        };
+        EXPECT_TRUE(failsWith("does not come to a prepared still", [&] { bring(far); }));
         EXPECT_EQ(target.bytes(), "");
+        bring(photo);
+        EXPECT_TRUE(target.bytes().substr(parsePhoto(target.path())->getVideoPosition(), old.size()) == old);
         commit(photo, edit);
         EXPECT_EQ(trailerOf(photo.bytes()), trailer);
         EXPECT_EQ(photo.bytes().find(old), std::string::npos);
