@@ -123,9 +123,14 @@ void CommitFields::stagePublishedFields() {
         auto const video = layout.locate();
         if (!video.isSound())
             return;
-        uint32_t const behind = layout.fileSize - video.position - video.size;
-        claims::setField(packet, *held.video(), motion_names::LENGTH, std::to_string(video.size));
-        claims::setField(packet, *held.video(), motion_names::PADDING, std::to_string(behind));
+        // A length counts a trailer directly behind the video, as it does when the trailer comes later.
+        bool const isLast = video.position + video.size == layout.trailerStart();
+        uint32_t const toEnd = layout.fileSize - video.position;
+        uint32_t const length = isLast ? toEnd : video.size;
+        claims::setField(packet, *held.video(), motion_names::LENGTH, std::to_string(length));
+        claims::setField(packet, *held.video(), motion_names::PADDING, std::to_string(toEnd - length));
+        if (!held.microVideoOffset.empty())
+            packet.set(xmp_ns::CAMERA, motion_names::MICRO_VIDEO_OFFSET, std::to_string(toEnd));
         if (layout.videoBox && held.primary() != nullptr)
             claims::setField(packet, *held.primary(), motion_names::PADDING,
                              std::to_string(layout.videoBox->headerSize));

@@ -2,6 +2,7 @@
 #include "MotionPhotoMediator.h"
 
 #include "Log.h"
+#include "PacketKeeper.h"
 #include "VideoClaims.h"
 #include "VideoFields.h"
 #include "io/HEIFMetaWriter.h"
@@ -88,8 +89,10 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
             commitXMP(file);
         } else if (!isOwn && growth != 0 && !VideoFields::finds(*file, *parts.xmpEdit) &&
                    VideoFields::finds(*file, *parts.xmpEdit, growth)) { // a video that XMP alone tells of
+            PacketKeeper packet(parts);
             parts.xmpEdit->followEnd(growth);
             commitXMP(file);
+            packet.release();
         }
     } catch (...) {
         std::tie(lastSize, lastBehind) = before; // the next commit is news again
