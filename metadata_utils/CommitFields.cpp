@@ -118,24 +118,32 @@ void CommitFields::stagePublishedFields() {
     auto& packet = *parts.view->getPacket()->getMeta();
     auto const held = claims::read(packet);
     bool const isNew = held.video() != nullptr && held.video()->lengthText.empty();
-    if (isNew) {
-        PhotoLayout const layout(parts.outputFile);
-        auto const video = layout.locate();
-        if (!video.isSound())
-            return;
-        // A length counts a trailer directly behind the video, as it does when the trailer comes later.
-        bool const isLast = video.position + video.size == layout.trailerStart();
-        uint32_t const toEnd = layout.fileSize - video.position;
-        uint32_t const length = isLast ? toEnd : video.size;
-        claims::setField(packet, *held.video(), motion_names::LENGTH, std::to_string(length));
-        claims::setField(packet, *held.video(), motion_names::PADDING, std::to_string(toEnd - length));
-        if (!held.microVideoOffset.empty())
-            packet.set(xmp_ns::CAMERA, motion_names::MICRO_VIDEO_OFFSET, std::to_string(toEnd));
-        if (layout.videoBox && held.primary() != nullptr)
-            claims::setField(packet, *held.primary(), motion_names::PADDING,
-                             std::to_string(layout.videoBox->headerSize));
-    }
+    if (isNew && !describeNewItem(packet, held))
+        return;
     followGrowth(Written::EVERYTHING, isNew);
+}
+
+/// A length counts a trailer directly behind the video, as it does when the trailer comes later. False without a video.
+bool CommitFields::describeNewItem(XMPPacket& packet, claims::Claims const& held) {
+    PhotoLayout const layout(parts.outputFile);
+    uint32_t const imageEnd =
+        parts.qrtEdit->isDirty() ? parts.qrtEdit->staging().plan().getGround().image : layout.trailerStart();
+    auto& found = outside.toldOf;
+    if (!found) {
+        auto const video = layout.locate();
+        if (!video.isSound() || video.position > imageEnd)
+            return false;
+        found = {imageEnd - video.position, video.size};
+    }
+    uint32_t const toEnd = layout.fileSize - imageEnd + found->toImageEnd;
+    uint32_t const length = found->size == found->toImageEnd ? toEnd : found->size;
+    claims::setField(packet, *held.video(), motion_names::LENGTH, std::to_string(length));
+    claims::setField(packet, *held.video(), motion_names::PADDING, std::to_string(toEnd - length));
+    if (!held.microVideoOffset.empty())
+        packet.set(xmp_ns::CAMERA, motion_names::MICRO_VIDEO_OFFSET, std::to_string(toEnd));
+    if (layout.videoBox && held.primary() != nullptr)
+        claims::setField(packet, *held.primary(), motion_names::PADDING, std::to_string(layout.videoBox->headerSize));
+    return true;
 }
 
 void CommitFields::followGrowth(Written written, bool isNew) {

@@ -3,6 +3,7 @@
 
 #include "MotionPhotoParts.h"
 #include "OutsideVideo.h"
+#include "VideoClaims.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +17,7 @@ namespace android::lumo {
 /// nothing to write.
 class CommitFields {
 public:
-    CommitFields(MotionPhotoParts& photo, StagedMotion const& asked, OutsideVideo const& video)
+    CommitFields(MotionPhotoParts& photo, StagedMotion const& asked, OutsideVideo& video)
         : parts(photo), staged(asked), outside(video) {}
 
     /// Refuses a moment that was set for this edit and lies behind the new video's end.
@@ -40,13 +41,14 @@ private:
     enum class Written { EVERYTHING, TRAILER };
 
     void stagePublishedFields();
+    bool describeNewItem(XMPPacket& packet, claims::Claims const& held);
     void followGrowth(Written written, bool isNew);
     std::optional<ExpectedVideo> expectedVideo(Written written) const;
     void takeMoment(int64_t durationUs);
 
     MotionPhotoParts& parts;
     StagedMotion const& staged;
-    OutsideVideo const& outside;
+    OutsideVideo& outside;
     bool isMomentTaken = false; ///< from the video's length
 };
 

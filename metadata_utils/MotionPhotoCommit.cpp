@@ -39,6 +39,7 @@ void MotionPhotoCommit::write() {
     }
     packet.release();
     orgFileSize.reset();
+    outside.toldOf.reset();
 }
 
 /// The trailer is looked at once for everything that is worked out before the first step writes.

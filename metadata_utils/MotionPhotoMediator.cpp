@@ -2,13 +2,11 @@
 #include "MotionPhotoMediator.h"
 
 #include "Log.h"
-#include "PacketKeeper.h"
 #include "VideoClaims.h"
 #include "VideoFields.h"
 #include "io/HEIFMetaWriter.h"
 
 #include <algorithm>
-#include <tuple>
 #include <utility>
 
 namespace android::lumo {
@@ -87,17 +85,27 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
         if (isOwn && (isNews || isStale)) {
             parts.xmpEdit->updateMotionPhotoInfo(size, position, parts.view->getImageVideoPadding());
             commitXMP(file);
-        } else if (!isOwn && growth != 0 && !VideoFields::finds(*file, *parts.xmpEdit) &&
-                   VideoFields::finds(*file, *parts.xmpEdit, growth)) { // a video that XMP alone tells of
-            PacketKeeper packet(parts);
-            parts.xmpEdit->followEnd(growth);
-            commitXMP(file);
-            packet.release();
+        } else if (!isOwn && (owesFields || growth != 0)) {
+            followEnd(file, growth);
         }
     } catch (...) {
-        std::tie(lastSize, lastBehind) = before; // the next commit is news again
+        lastSize = before.first; // the next commit is news again
+        if (!owesFields)
+            lastBehind = before.second;
         throw;
     }
+}
+
+/// A video that XMP alone tells of. What a commit that failed has not written is in the packet already.
+void MotionPhotoEditImpl::Mediator::followEnd(std::shared_ptr<MediaFile> const& file, int64_t growth) {
+    bool const isFound = VideoFields::finds(*file, *parts.xmpEdit);
+    if (!owesFields && (isFound || !VideoFields::finds(*file, *parts.xmpEdit, growth)))
+        return;
+    if (!isFound)
+        parts.xmpEdit->followEnd(growth);
+    owesFields = true;
+    commitXMP(file);
+    owesFields = false;
 }
 
 void MotionPhotoEditImpl::Mediator::commitXMP(std::shared_ptr<MediaFile> const& file) {

@@ -22,12 +22,14 @@ public:
 private:
     void onTrailerWritten(std::shared_ptr<MediaFile> const& file, size_t size);
     void onXMPWritten(size_t size);
+    void followEnd(std::shared_ptr<MediaFile> const& file, int64_t growth);
     void commitXMP(std::shared_ptr<MediaFile> const& file);
     bool isOutput(MediaFile const& file) const;
     uint32_t behindImage() const;
 
     size_t lastSize = 0;     ///< the output's size when it last acted
     uint32_t lastBehind = 0; ///< bytes of the trailer then
+    bool owesFields = false; ///< the packet follows the trailer, and could not be written
     MotionPhotoParts& parts;
 };
 

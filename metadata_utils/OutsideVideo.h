@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace android::lumo {
 
@@ -22,6 +23,14 @@ public:
     void requirePointedVideoLast() const;
     /// A removal has failed with the video written over in part: nobody would find what is left of it.
     bool isTorn() const { return isCutShort; }
+
+    /// One that XMP or a box alone tells of, as the first of commits that fail has found it: the claims of a packet
+    /// that such a commit has written may be for a trailer that never came.
+    struct Told {
+        uint32_t toImageEnd; ///< from its first byte
+        uint32_t size;
+    };
+    std::optional<Told> toldOf;
 
 private:
     void replaceMPDataByMPVDBox(uint32_t position, uint32_t length);
