@@ -123,8 +123,9 @@ std::vector<TrailerPlan::Patch> TrailerWriter::openPatches() const {
 /// What will be moved is read once while all of it is where it was.
 void TrailerWriter::requireReadable() const {
     for (auto const& [from, to, size] : plan.getMoves()) {
-        uint32_t const end = std::min(from + size, plan.getGround().fileSize);
-        checked::requireReadable(*file, from, end - from, BLOCK);
+        uint32_t const end = std::min(from + size, plan.getGround().fileSize); // what comes there on the way is no read
+        if (from < end)
+            checked::requireReadable(*file, from, end - from, BLOCK);
     }
 }
 
