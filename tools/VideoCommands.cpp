@@ -114,9 +114,16 @@ void dropEmptyDirectory(FilePtr const& file) {
     edit->commit();
 }
 
-bool stillAlone(Photo const& photo, FilePtr const& output) {
+/// A claim that does not hold goes alone: what stands behind the picture then is not known to be a video.
+void removeVideo(Arguments const& args, Photo const& photo, FilePtr const& output) {
+    auto const removed = published::removeVideo(photo.file, output);
+    if (!removed.isSound() && removed.source != MotionVideo::Source::TRAILER)
+        note(args, photo.path(), "its video is damaged (" + removed.reason + "): only what claims it is taken out");
+}
+
+bool stillAlone(Arguments const& args, Photo const& photo, FilePtr const& output) {
     if (photo.hasClaim()) {
-        published::removeVideo(photo.file, output);
+        removeVideo(args, photo, output);
         dropEmptyDirectory(output != nullptr ? output : photo.file);
         return true;
     }
@@ -132,7 +139,7 @@ Outcome splitOne(Arguments const& args, Input const& input) {
     Destination const image(args, input, input.relative);
     Outcome outcome = clip.isSkipped() ? clip.skippedOutcome() : writeClip(photo, clip);
     if (!image.isSkipped()) {
-        auto const second = image.edit(photo, [&](FilePtr const& output) { return stillAlone(photo, output); });
+        auto const second = image.edit(photo, [&](FilePtr const& output) { return stillAlone(args, photo, output); });
         outcome.kind = Outcome::Kind::DONE;
         outcome.text += second.text;
     }
@@ -153,7 +160,7 @@ ExitCode remove(Arguments const& args) {
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         if (!photo.hasClaim())
             throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "is no motion photo");
-        published::removeVideo(photo.file, output);
+        removeVideo(args, photo, output);
         if (auto const orphan = MotionVideo::scan(output != nullptr ? output : photo.file); orphan.isSound())
             note(args, photo.path(),
                  "a movie of " + grouped(orphan.size) + " bytes at " + grouped(orphan.position) +
@@ -163,7 +170,7 @@ ExitCode remove(Arguments const& args) {
 }
 
 ExitCode still(Arguments const& args) {
-    return editEach(args, stillAlone);
+    return editEach(args, [&](Photo const& photo, FilePtr const& output) { return stillAlone(args, photo, output); });
 }
 
 ExitCode set(Arguments const& args) {
