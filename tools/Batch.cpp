@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -94,6 +95,8 @@ public:
     }
 
 private:
+    static constexpr size_t MOST_WAITING = 1 << 20;
+
     /// Takes inputs until there are none. What came of one is printed when all before it are.
     void workThrough() {
         for (;;) {
@@ -115,11 +118,23 @@ private:
             if (isFile)
                 outcome = workOn(input);
             std::unique_lock guard(lock);
-            turns.wait(guard, [&] { return printed == turn; });
-            print(outcome);
-            ++printed;
+            turns.wait(guard, [&] { return printed == turn || waitingSize < MOST_WAITING; });
+            waitingSize += sizeOf(outcome);
+            waiting.emplace(turn, std::move(outcome));
+            printWaiting();
             turns.notify_all();
         }
+    }
+    /// A file that takes long holds up what is printed behind it and not the work, as long as that is little.
+    void printWaiting() {
+        for (auto next = waiting.begin(); next != waiting.end() && next->first == printed; next = waiting.erase(next)) {
+            print(next->second);
+            waitingSize -= sizeOf(next->second);
+            ++printed;
+        }
+    }
+    static size_t sizeOf(Outcome const& outcome) {
+        return sizeof outcome + outcome.text.size() + outcome.message.size();
     }
     Outcome workOn(Input const& input) {
         try {
@@ -157,6 +172,8 @@ private:
     std::condition_variable turns;
     size_t taken = 0;
     size_t printed = 0;
+    std::map<size_t, Outcome> waiting; ///< by turn
+    size_t waitingSize = 0;
     size_t counts[4] = {};
     ExitCode worst = ExitCode::DONE;
 };
