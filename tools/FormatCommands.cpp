@@ -6,6 +6,7 @@
 
 #include "Destination.h"
 #include "InfoReport.h"
+#include "PutClip.h"
 #include "Text.h"
 
 #include "PhotoCheck.h"
@@ -95,12 +96,11 @@ ExitCode convert(Arguments const& args) {
         photo.requireVideo();
         auto const result = args.form == "trailer" ? published::toTrailer(photo.file, output)
                                                    : published::toPublished(photo.file, args.dropRecords, output);
-        if (!result.dropped.empty() && !args.quiet) {
+        if (!result.dropped.empty()) {
             std::string names;
             for (auto const& name : result.dropped)
                 names += (names.empty() ? "" : ", ") + escaped(name);
-            std::fprintf(stderr, "motionphoto: %s: dropped the records %s\n", escaped(photo.path()).c_str(),
-                         names.c_str());
+            note(args, photo.path(), "dropped the records " + names);
         }
         return true;
     });
@@ -111,9 +111,9 @@ ExitCode repair(Arguments const& args) {
         auto const result = Repair::run(photo.file, {args.dropOrphans}, output);
         std::string text;
         for (auto const& line : result.done)
-            text += escaped(photo.path()) + ": " + escaped(line) + "\n";
+            text += lineStart() + escaped(photo.path()) + ": " + escaped(line) + "\n";
         if (result.after.verdict == PhotoCheck::Verdict::DAMAGED)
-            text += "still " + asText(photo.path(), result.after);
+            text += lineStart() + ("still " + asText(photo.path(), result.after));
         if (!args.quiet)
             std::fputs(text.c_str(), stderr);
         return result.isChanged() || !args.isInPlace();

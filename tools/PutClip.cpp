@@ -57,7 +57,7 @@ MotionClip put(Arguments const& args, std::string const& path, Photo const& phot
 
 void note(Arguments const& args, std::string const& path, std::string const& text) {
     if (!args.quiet)
-        std::fprintf(stderr, "motionphoto: %s: %s\n", escaped(path).c_str(), text.c_str());
+        std::fprintf(stderr, "%smotionphoto: %s: %s\n", lineStart(), escaped(path).c_str(), escaped(text).c_str());
 }
 
 void putClip(Arguments const& args, std::string const& clip, Photo const& photo,

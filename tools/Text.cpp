@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <unistd.h>
+
 namespace motionphoto {
 
 std::string escaped(std::string const& text) {
@@ -42,6 +44,11 @@ int64_t microseconds(std::string const& text) {
     if (end == text.c_str() || factor == 0 || !(number >= 0) || number * factor > MOST)
         throw Failure(ExitCode::USAGE, "", "'" + text + "' is no time; write 1.2s, 1200ms or 1200000us");
     return std::llround(number * factor);
+}
+
+char const* lineStart() {
+    static bool const isTerminal = isatty(STDERR_FILENO) != 0;
+    return isTerminal ? "\r\033[K" : "";
 }
 
 } // namespace motionphoto

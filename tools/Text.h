@@ -15,4 +15,7 @@ std::string grouped(uint64_t number);
 /// A time such as "1.2s", "1200ms", "1200000us" or "1.2" (seconds) in microseconds; throws a Failure (USAGE).
 int64_t microseconds(std::string const& text);
 
+/// What has to stand in front of a line on standard error: on a terminal the progress may stand where it begins.
+char const* lineStart();
+
 } // namespace motionphoto
