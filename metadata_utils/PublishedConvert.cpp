@@ -121,7 +121,7 @@ bool endsWithFiller(MediaFile const& file, MotionVideo const& video, uint32_t le
     std::string ignored;
     uint32_t const end = video.position + video.size;
     auto const box = length < video.size ? movie::boxAt(file, video.position + length, end, ignored) : std::nullopt;
-    return box && box->type == boxType("free") && box->end() == end;
+    return box && box->type == boxType("free") && box->end() == end && isFiller(file, box->position, box->size);
 }
 
 /// A trailer that stands where nobody looks for it would go on claiming the video.
@@ -151,9 +151,9 @@ void requireConvertible(PhotoLayout const& layout, MotionVideo const& video) {
                                                                    size_t{video.position});
     uint32_t const end = video.position + video.size;
     auto const* item = layout.claims.video();
-    bool const isLast =
-        layout.isHEIC || end == layout.fileSize ||
-        (item != nullptr && video.source == MotionVideo::Source::DIRECTORY && end + item->padding == layout.fileSize);
+    bool const isLast = layout.isHEIC || end == layout.fileSize ||
+                        (item != nullptr && video.source == MotionVideo::Source::DIRECTORY &&
+                         end + item->padding == layout.fileSize && isFiller(*layout.file, end, layout.fileSize - end));
     if (!isLast)
         throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
             "%zu bytes stand behind the video: in front of a trailer it has to be the last",
@@ -231,7 +231,7 @@ claims::Item const* itemInFront(claims::Claims const& claims) {
 }
 
 /// Bytes between the picture's end and the first thing the directory names behind it; `shift` is added to the padding
-/// of the last in front of the video.
+/// of the last in front of the video. What the photo has there of its own, in front of its video, is no padding.
 std::optional<uint64_t> primaryPaddingOf(PhotoLayout const& layout, uint32_t start, int64_t shift) {
     if (layout.isHEIC)
         return layout.videoBox ? std::optional<uint64_t>(layout.videoBox->headerSize) : std::nullopt;
@@ -243,7 +243,10 @@ std::optional<uint64_t> primaryPaddingOf(PhotoLayout const& layout, uint32_t sta
                                             std::min<uint64_t>(layout.fileSize, item.padding));
     }
     auto const end = findStillEnd(*layout.file);
-    return end ? static_cast<uint64_t>(std::max<int64_t>(0, int64_t{start} - *end - between)) : 0;
+    bool const isOwn = end && *end < start && itemInFront(layout.claims) == nullptr;
+    if (!end || (isOwn && !isFiller(*layout.file, *end, start - *end)))
+        return 0;
+    return static_cast<uint64_t>(std::max<int64_t>(0, int64_t{start} - *end - between));
 }
 
 struct Back {

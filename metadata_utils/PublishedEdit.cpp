@@ -4,6 +4,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "ImageIndex.h"
+#include "MovieBoxes.h"
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
@@ -200,6 +201,23 @@ void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change
         }
     }
     XMPEditImpl(view).commit();
+}
+
+bool isFiller(MediaFile const& file, uint32_t position, uint32_t size) {
+    constexpr uint32_t BLOCK = 1024 * 1024;
+    std::string ignored;
+    if (!rangeFits(position, size, file.size()))
+        return false;
+    uint32_t const end = position + size;
+    auto const box = size > 0 ? movie::boxAt(file, position, end, ignored) : std::nullopt;
+    uint32_t from = box && box->type == boxType("free") && box->end() == end ? box->content() : position;
+    while (from < end) {
+        auto const bytes = checked::readAt(file, from, std::min(BLOCK, end - from));
+        if (std::any_of(bytes.data(), bytes.data() + bytes.size(), [](auto byte) { return byte != 0; }))
+            return false;
+        from += static_cast<uint32_t>(bytes.size());
+    }
+    return true;
 }
 
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes) {

@@ -51,6 +51,10 @@ uint32_t xmpGrowth(PhotoLayout const& layout, Fields const& fields);
 /// Changes the file's packet and writes it; the bytes behind it may move, together.
 void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change);
 
+/// Whether these bytes are nobody's: zeros, or a 'free' box of zeros. Padding that is anything else, whoever claims it,
+/// is a picture or a record that the XMP does not name.
+bool isFiller(MediaFile const& file, uint32_t position, uint32_t size);
+
 /// Writes at a position.
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes);
 

@@ -28,13 +28,15 @@ struct Cut {
     uint32_t size = 0;
     uint32_t behind = 0; ///< bytes of the file behind it
     bool takesPrimaryPadding = false;
+    uint64_t left = 0;      ///< bytes that the video's item counted and that stay: they are not the video's
     bool isBox = false;     ///< a HEIC's video box behind the image
     bool isBlanked = false; ///< one among the boxes of the image: nothing may move there, it becomes 'free', of zeros
 
     Stretch stretchOf(MediaFile const& photo) const { return {photo.size() - behind - size, size}; }
 };
 
-/// Whether the padding that the primary claims lies between the picture's last two bytes and the video.
+/// Whether the padding that the primary claims lies between the picture's last two bytes and the video, and is
+/// nobody's.
 bool isPaddingOfPrimary(PhotoLayout const& layout, claims::Item const& video, uint32_t position) {
     auto const* primary = layout.claims.primary();
     if (layout.isHEIC || primary == nullptr || primary->place + 1 != video.place || primary->padding == 0 ||
@@ -42,7 +44,8 @@ bool isPaddingOfPrimary(PhotoLayout const& layout, claims::Item const& video, ui
         return false;
     auto const end = position - static_cast<uint32_t>(primary->padding) - END_OF_IMAGE_SIZE;
     auto const bytes = checked::readAt(*layout.file, end, END_OF_IMAGE_SIZE);
-    return bytes.data()[0] == 0xFF && bytes.data()[1] == 0xD9;
+    return bytes.data()[0] == 0xFF && bytes.data()[1] == 0xD9 &&
+           isFiller(*layout.file, end + END_OF_IMAGE_SIZE, static_cast<uint32_t>(primary->padding));
 }
 
 /// The box with its header, whatever it holds.
@@ -51,7 +54,7 @@ Cut planBoxCut(PhotoLayout const& layout) {
     bool const isBehind = box.position >= layout.topLevel.endOfImage();
     if (isBehind)
         heif::TrailingBoxes(layout.file).requireNoItemBehind(box.position);
-    return {box.size, layout.fileSize - box.end(), false, isBehind, !isBehind};
+    return {box.size, layout.fileSize - box.end(), false, 0, isBehind, !isBehind};
 }
 
 Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
@@ -64,7 +67,9 @@ Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
     Cut cut;
     if (auto const* item = layout.claims.video(); item != nullptr && video.source == MotionVideo::Source::DIRECTORY) {
         uint32_t const last = std::max(end, layout.trailerStart()); // a padding may count the trailer
-        end += static_cast<uint32_t>(std::min<uint64_t>(item->padding, last - end));
+        auto const padding = static_cast<uint32_t>(std::min<uint64_t>(item->padding, last - end));
+        end += isFiller(*layout.file, end, padding) ? padding : 0;
+        cut.left = item->length + item->padding - std::min(item->length + item->padding, uint64_t{end} - start);
         cut.takesPrimaryPadding = isPaddingOfPrimary(layout, *item, start);
         start -= cut.takesPrimaryPadding ? static_cast<uint32_t>(layout.claims.primary()->padding) : 0;
     }
@@ -88,15 +93,31 @@ void blank(MediaFile& file, uint32_t position, uint32_t size) {
     checked::fill(file, 0, size - static_cast<uint32_t>(2 * sizeof(uint32_t)));
 }
 
+/// What stays of the bytes that the video's item counted stands behind the item in front of it, and is counted there.
+/// Padding of a picture that nothing follows leads nowhere; a HEIC's was the header of the box.
+void settlePadding(XMPPacket& packet, int32_t place, Cut const& cut, bool isHEIC) {
+    auto const now = claims::read(packet);
+    auto const set = [&](claims::Item const& item, uint64_t padding) {
+        if (padding != item.padding)
+            claims::setField(packet, item, motion_names::PADDING, std::to_string(padding));
+    };
+    for (auto const& item : now.items) {
+        bool const isLast = item.place == now.items.back().place;
+        if (item.isPrimary() && (isHEIC || isLast))
+            set(item, 0);
+        else if (item.place + 1 == place)
+            set(item, (cut.takesPrimaryPadding ? 0 : item.padding) + cut.left);
+    }
+}
+
 PacketChange dropClaimsOf(PhotoLayout const& layout, Cut const& cut) {
     if (!layout.claims.any())
         return nullptr;
-    bool const dropsPadding = cut.takesPrimaryPadding || layout.isHEIC; // a HEIC's is the box's header
-    return [dropsPadding](auto const& view) {
+    auto const* video = layout.claims.video();
+    int32_t const place = video != nullptr ? video->place : 0;
+    return [cut, place, isHEIC = layout.isHEIC](auto const& view) {
         claims::remove(*view->getMeta());
-        auto const left = claims::read(*view->getMeta());
-        if (dropsPadding && left.primary() != nullptr && !left.primary()->paddingText.empty())
-            claims::setField(*view->getMeta(), *left.primary(), motion_names::PADDING, "0");
+        settlePadding(*view->getMeta(), place, cut, isHEIC);
         view->reindex();
     };
 }

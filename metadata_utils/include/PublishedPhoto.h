@@ -35,9 +35,10 @@
 namespace android::lumo::published {
 
 /// Takes the video out, by whatever it is claimed, and all claims with it: the properties of both generations, the
-/// items "MotionPhoto" in every form, 'mpvd' boxes, the video's trailer records. Padding between the picture and the
-/// video goes too, where nothing else stands between them. A damaged claim goes alone: no byte is taken that is not a
-/// video. Returns what was claimed; throws REFUSED when nothing speaks of a video.
+/// items "MotionPhoto" in every form, 'mpvd' boxes, the video's trailer records. Padding beside the video goes too
+/// where it is zeros (or a 'free' box of them); other bytes stay, whatever calls them padding. A damaged claim goes
+/// alone: no byte is taken that is not a video. Returns what was claimed; throws REFUSED when nothing speaks of a
+/// video.
 METADATA_UTILS_EXPORT MotionVideo removeVideo(std::shared_ptr<MediaFile> const& photo,
                                               std::shared_ptr<MediaFile> const& output = nullptr);
 
