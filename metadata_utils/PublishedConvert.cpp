@@ -352,14 +352,18 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
                                    video.reason.empty() ? "none is claimed" : video.reason.c_str());
     requireNoHiddenTrailer(layout);
     Conversion done;
-    if (video.source != MotionVideo::Source::TRAILER) {
-        begin(photo, output);
-        return done;
-    }
     done.dropped = otherRecords(layout);
     if (!done.dropped.empty() && !dropRecords)
         throw ErrorAt().as(Error::Code::REFUSED, *photo)("the trailer holds records that would go: %s",
                                                          join(done.dropped).c_str());
+    if (video.source != MotionVideo::Source::TRAILER) {
+        done.isChanged = layout.tail.has_value();
+        if (done.isChanged)
+            removeTrailer(photo, output);
+        else
+            begin(photo, output);
+        return done;
+    }
     auto const note = noteIn(layout, video);
     auto const back = planBack(layout, video, note);
     done.isXMPWritten = takesFields(layout, back.fields);

@@ -76,8 +76,9 @@ struct Conversion {
 METADATA_UTILS_EXPORT Conversion toTrailer(std::shared_ptr<MediaFile> const& photo,
                                            std::shared_ptr<MediaFile> const& output = nullptr);
 
-/// Makes a photo that ends with its video, for readers of the published format alone: the trailer goes. Refused while
-/// it holds records other than the video's, which the text names, unless `dropRecords`.
+/// Makes a photo that ends with its video, for readers of the published format alone: the trailer goes, one that
+/// does not hold the video too. Refused while it holds records other than the video's, which the text names, unless
+/// `dropRecords`.
 METADATA_UTILS_EXPORT Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords = false,
                                              std::shared_ptr<MediaFile> const& output = nullptr);
 

@@ -192,6 +192,8 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
     std::string const movie = clip(130'000);
     std::string const withRecords = JpegBuilder().exif().build(
         "scan", trailerBytes({{1, "Scene", "sea"}, {2608, "MotionPhoto_Data", movie}, {7, "Mood", "blue"}}));
+    std::string const others = trailerBytes({{1, "Scene", "sea"}, {7, "Mood", "blue"}});
+    std::string const besideRecords = published(PRIMARY + videoItem(movie.size() + others.size()), movie + others);
     std::string const plain = JpegBuilder().exif().build();
     auto const add = [](std::string const& bytes, published::AddOptions const& options = {}) -> Edit {
         return [=](auto const& file, auto const&) {
@@ -204,6 +206,7 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
     strict.clip.keepBrand = true;
     for (auto const& [photo, edit, text] : std::vector<std::tuple<std::string, Edit, std::string>>{
              {withRecords, TO_PUBLISHED, "records that would go: Scene Mood"},
+             {besideRecords, TO_PUBLISHED, "records that would go: Scene Mood"},
              {published(PRIMARY + videoItem(movie.size()) + gainMapItem(), movie + GAIN_MAP), TO_TRAILER,
               "bytes stand behind the video"},
              {published(PRIMARY + videoItem(movie.size(), paddingOf(4)), movie + "your"), TO_TRAILER,
@@ -219,9 +222,11 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
              {plain, add(clip(9, "isom"), strict), "major brand is \"isom\""},
          })
         expectRefused({{photo, [action = edit](auto& file) { action(file.open(), nullptr); }, text}});
-    TempFile const file(withRecords);
-    EXPECT_EQ(published::toPublished(file.open(), true).dropped, (std::vector<std::string>{"Scene", "Mood"}));
-    EXPECT_TRUE(file.bytes().ends_with(movie));
+    for (auto const& photo : {withRecords, besideRecords}) {
+        TempFile const file(photo);
+        EXPECT_EQ(published::toPublished(file.open(), true).dropped, (std::vector<std::string>{"Scene", "Mood"}));
+        EXPECT_TRUE(file.bytes().ends_with(movie));
+    }
 }
 
 /// Unless its bytes were being moved, a claim or a scan finds the movie whole after a change that failed.
