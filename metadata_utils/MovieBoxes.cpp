@@ -47,9 +47,24 @@ bool step(MediaFile const& file, Walk& walk, uint32_t end) {
         walk.begins = true;
     }
     walk.hasMovie |= box->type == boxType("moov");
+    walk.hasMedia |= box->type == boxType("mdat") || box->type == boxType("moof");
     walk.last = *box;
     walk.end = box->end();
     return true;
+}
+
+bool mayStandInMovie(BoxType type) {
+    return std::find(MOVIE_BOXES.begin(), MOVIE_BOXES.end(), type) != MOVIE_BOXES.end();
+}
+
+/// Whether a movie's next box begins here and does not fit: the file was cut. A filler that does not takes nothing of
+/// the movie with it.
+bool isCutOff(MediaFile const& file, uint32_t position, uint32_t limit) {
+    constexpr std::array FILLERS = {boxType("free"), boxType("skip"), boxType("wide")};
+    ByteBuffer const head = checked::readAt(file, position, std::min(limit - position, MAX_HEADER));
+    BoxHeader header;
+    return decodeBoxHeader({head.data(), head.size()}, limit - position, header) == BoxFault::BeyondEnd &&
+           mayStandInMovie(header.type) && std::find(FILLERS.begin(), FILLERS.end(), header.type) == FILLERS.end();
 }
 
 } // namespace
@@ -111,17 +126,16 @@ Walk walkUnclaimed(MediaFile const& file, uint32_t position, uint32_t limit) {
     found.end = position;
     for (size_t count = 0; found.end < limit && count < MAX_BOXES; ++count) {
         Walk next = found;
-        bool const isMore = step(file, next, limit) &&
-                            std::find(MOVIE_BOXES.begin(), MOVIE_BOXES.end(), next.last.type) != MOVIE_BOXES.end() &&
+        bool const isMore = step(file, next, limit) && mayStandInMovie(next.last.type) &&
                             (count == 0 || next.last.type != boxType("ftyp"));
         if (!isMore) {
-            found.fault = found.hasMovie ? "" : next.fault;
+            found.fault = found.hasMovie && !isCutOff(file, found.end, limit) ? "" : next.fault;
             break;
         }
         found = next;
     }
-    if (!found.hasMovie && found.fault.empty())
-        found.fault = "no 'moov' in the movie" + at(position);
+    if (found.fault.empty() && !(found.hasMovie && found.hasMedia))
+        found.fault = std::string(found.hasMovie ? "no media" : "no 'moov'") + " in the movie" + at(position);
     return found;
 }
 

@@ -37,7 +37,8 @@ struct Walk {
     uint32_t end = 0;    ///< behind it
     bool begins = false; ///< a whole 'ftyp' stands at the start
     bool hasMovie = false;
-    std::string fault; ///< empty for a sound movie
+    bool hasMedia = false; ///< samples, or fragments that hold them
+    std::string fault;     ///< empty for a sound movie
 
     bool isSound() const { return fault.empty(); }
     bool isQuickTime() const { return brand == "qt  "; }
@@ -47,7 +48,7 @@ struct Walk {
 Walk walk(MediaFile const& file, uint32_t position, uint32_t size);
 
 /// For bytes that no claim bounds: the walk ends without a fault at the first bytes that are no box of a movie, as long
-/// as 'moov' has been met.
+/// as 'moov' and media have been met. A box of a movie that does not fit is a fault: there the file was cut.
 Walk walkUnclaimed(MediaFile const& file, uint32_t position, uint32_t limit);
 
 } // namespace android::lumo::movie

@@ -287,12 +287,14 @@ void Checker::checkGainMap(claims::Item const& item, image_index::Index const& i
 // The whole. ----------------------------------------------------------------------------------------------------------
 
 void Checker::checkOrphan() {
-    result.orphan = MotionVideo::scan(layout.file);
-    if (!result.orphan.isSound()) {
-        result.orphan = {};
-        return;
+    auto const found = MotionVideo::scan(layout.file);
+    bool const isJudged = video().isSound() || (video().position == found.position && found.position != 0);
+    if (found.isSound()) {
+        result.orphan = found;
+        add("orphan-movie", found.position, "a claim", range(found.position, found.size));
+    } else if (found.status == MotionVideo::Status::DAMAGED && !isJudged) {
+        add("torn-movie", found.position, "a whole movie, to claim or to take out", found.reason);
     }
-    add("orphan-movie", result.orphan.position, "a claim", range(result.orphan.position, result.orphan.size));
 }
 
 void Checker::settle() {
@@ -345,6 +347,7 @@ std::vector<PhotoCheck::Rule> const& PhotoCheck::rules() {
         {"gain-map-padding", Severity::NOTE, false,
          "no Padding of this library's trailer is claimed in front of a gain map"},
         {"orphan-movie", Severity::WARNING, false, "every whole movie behind the picture is claimed"},
+        {"torn-movie", Severity::ERROR, false, "a movie that begins behind the picture is whole"},
     };
     return table;
 }

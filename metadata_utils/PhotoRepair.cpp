@@ -35,7 +35,7 @@ public:
         auto const check = PhotoCheck::run(file);
         if (check.orphan.isSound())
             settleOrphan(check);
-        else if (!check.video.isSound())
+        else if (!check.video.isSound() && !holdsTornMovie())
             dropStaleClaims(check);
         setXMP();
         return done;
@@ -47,6 +47,7 @@ private:
     void settleOrphan(PhotoCheck const& check);
     void dropOrphan(MotionVideo const& orphan);
     void dropStaleClaims(PhotoCheck const& check);
+    bool holdsTornMovie() const;
     void setXMP();
 
     std::shared_ptr<MediaFile> file;
@@ -116,6 +117,11 @@ void Mender::dropStaleClaims(PhotoCheck const& check) {
         view->reindex();
     });
     done.push_back("claims without a video taken out: " + check.video.reason);
+}
+
+/// How far it goes nobody knows, so that it can be neither claimed nor taken out; what speaks of it stays.
+bool Mender::holdsTornMovie() const {
+    return MotionVideo::scan(file).status == MotionVideo::Status::DAMAGED;
 }
 
 void Mender::setXMP() {

@@ -39,6 +39,8 @@ std::string withTrailer(std::string const& movie, std::string const& items = PRI
 std::vector<Sample> samples() {
     std::string const movie = clip(), big = clip(126'000), isom = clip(126'000, "isom");
     std::string const video = videoItem(movie.size());
+    std::string const noMedia = heicBox("ftyp", "mp42" + bigEndian(0, 4)) + heicBox("moov", heicBox("free", ""));
+    std::string const tornMovie = noMedia + heicBox("mdat", pattern(99)).substr(0, 60);
     std::string const played = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4"); // 2.5 s
     std::string cut = published(PRIMARY, "", "");
     cut.resize(cut.size() - 4);
@@ -91,6 +93,8 @@ std::vector<Sample> samples() {
         {published(PRIMARY + gainMapItem(), "no picture here, only as many bytes", ""), "gain-map", "="},
         {withTrailer(big, gainMapItem(), GAIN_MAP), "gain-map-padding", "="},
         {JpegBuilder().build("scan", movie), "orphan-movie", ""},
+        {published(PRIMARY + video, tornMovie), "stale-claim torn-movie", "="},
+        {JpegBuilder().build("scan", noMedia), "torn-movie", "="},
     };
 }
 
