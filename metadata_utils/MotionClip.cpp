@@ -127,7 +127,8 @@ void MotionClip::stage(MotionPhotoEdit& edit) const {
     if (!isChanged || (!hadNote && trailer->containsKey(qrt::NAME_MOTION_PHOTO_INFO, false)))
         return;
     uint32_t const stored = file->size();
-    MovieNote const note{brand, stored - filler, stored, isLastBoxClosed};
+    uint32_t const length = stored - filler;
+    MovieNote const note{brand, length, stored, isLastBoxClosed, MovieNote::markOf(*file, 0, length)};
     edit.addQRTData(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO, ByteBuffer().put(note.text()));
 }
 

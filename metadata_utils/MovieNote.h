@@ -12,9 +12,11 @@ namespace android::lumo {
 
 /// What a movie was before it was changed for the views, as record "MotionPhoto_Info" keeps it:
 ///
-///     major_brand=isom length=28118 stored=125001
+///     major_brand=isom length=28118 stored=125001 moov=0a1b2c3d
 ///
-/// " open" stands behind it where the movie's last box had the size 0, which means "to the end", and got its size.
+/// The last tells the movie from another of the same size: a sum over the content of its 'moov', which no change
+/// touches; notes without one are followed as well. " open" stands behind it where the movie's last box had the size 0,
+/// which means "to the end", and got its size.
 struct MovieNote {
     static constexpr int32_t TYPE = 2610;      ///< of the record
     static constexpr uint32_t MAX_SIZE = 1024; ///< of its data: a longer text is no note
@@ -23,6 +25,12 @@ struct MovieNote {
     uint32_t length = 0;
     uint32_t stored = 0; ///< bytes it takes now: a note about another movie is not followed
     bool isOpen = false;
+    uint32_t mark = 0; ///< of the movie's 'moov'; 0 where it is not known
+
+    /// The mark of the movie of `length` bytes there.
+    static uint32_t markOf(MediaFile const& file, uint32_t position, uint32_t length);
+    /// Whether the note is about the movie that begins there.
+    bool isAbout(MediaFile const& file, uint32_t position) const;
 
     std::string text() const;
     static std::optional<MovieNote> parse(std::string const& text);

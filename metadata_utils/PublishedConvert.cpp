@@ -110,7 +110,8 @@ std::optional<MovieNote> noteIn(PhotoLayout const& layout, MotionVideo const& vi
     for (auto const& record : layout.records) {
         auto const note = MovieNote::in(*layout.file, record);
         bool const isItsBrand = note && (video.brand == RECOGNISED_BRAND || video.brand == note->brand);
-        if (isItsBrand && note->stored == video.size && note->length <= note->stored)
+        if (isItsBrand && note->stored == video.size && note->length <= note->stored &&
+            note->isAbout(*layout.file, video.position))
             return note;
     }
     return std::nullopt;
@@ -165,8 +166,10 @@ NewTrailer planTrailer(PhotoLayout const& layout, MotionVideo const& video, Chan
     planned.video.dataPayload = layout.isHEIC ? VideoPointer::SIZE : video.size + change.filler;
     planned.hasNote = change.brand || change.filler > 0;
     if (planned.hasNote)
-        planned.note.data = ByteBuffer().put(
-            MovieNote{video.brand, video.size, video.size + change.filler, change.closesLastBox}.text());
+        planned.note.data =
+            ByteBuffer().put(MovieNote{video.brand, video.size, video.size + change.filler, change.closesLastBox,
+                                       MovieNote::markOf(*layout.file, video.position, video.size)}
+                                 .text());
     planned.layOut();
     return planned;
 }

@@ -46,8 +46,8 @@ struct METADATA_UTILS_EXPORT MotionClip {
                               ClipOptions const& options = {});
 
     /// Stages the clip as the video of the editor's photo. What was changed of it is noted in the record
-    /// "MotionPhoto_Info" ("major_brand=isom length=28118 stored=125001"), so that published::toPublished gives it back
-    /// as it was; a note about the video before goes, other texts in that record stay.
+    /// "MotionPhoto_Info" ("major_brand=isom length=28118 stored=125001 moov=0a1b2c3d"), so that published::toPublished
+    /// gives it back as it was; a note about the video before goes, other texts in that record stay.
     void stage(MotionPhotoEdit& edit) const;
 };
 

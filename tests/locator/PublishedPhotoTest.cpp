@@ -101,7 +101,8 @@ TEST(PublishedPhoto, ConvertsToATrailerThatTheViewsRecogniseAndBackToTheSameVide
 
 TEST(PublishedPhoto, AddsAClipToPhotosOfEveryOriginInThePlaceOfTheOldVideo) {
     std::string const movie = clip(5000, "isom"), next = clip(200'000, "avc1");
-    TempFile const file(next);
+    TempFile const file(next), sameSize(heicBox("ftyp", "mp42" + bigEndian(0, 4) + "mp42") +
+                                        heicBox("mdat", pattern(200'000, 5)) + heicBox("moov", heicBox("skip", "")));
     for (auto const& [name, photo, source, padding, behind] : forms(movie)) {
         std::string const added = edited(photo, [&](auto const& still, auto const& output) {
             auto const used = published::addVideo(still, file.open("r"), {}, output);
@@ -114,6 +115,11 @@ TEST(PublishedPhoto, AddsAClipToPhotosOfEveryOriginInThePlaceOfTheOldVideo) {
         EXPECT_EQ(added.find(movie.substr(24)), std::string::npos) << name << ": the old video is left";
         EXPECT_EQ(added.find("MicroVideo"), std::string::npos) << name;
         EXPECT_TRUE(MotionPhotoInfo::parse(TempFile(added).open("r"))->isValid()) << name;
+        TempFile const replaced(added);
+        auto const edit = MotionPhotoInfo::parse(replaced.open())->edit();
+        edit->replaceVideo(sameSize.open("r")); // what is noted about the clip before is not about this one
+        edit->commit();
+        EXPECT_NE(edited(replaced.bytes(), TO_PUBLISHED).find(sameSize.bytes()), std::string::npos) << name;
     }
 }
 
