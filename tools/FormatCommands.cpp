@@ -116,6 +116,10 @@ ExitCode repair(Arguments const& args) {
             text += lineStart() + ("still " + asText(photo.path(), result.after));
         if (!args.quiet)
             std::fputs(text.c_str(), stderr);
+        if (!result.isChanged() && result.after.verdict == PhotoCheck::Verdict::DAMAGED &&
+            !result.after.video.isSound())
+            throw Failure(ExitCode::BAD_INPUT, photo.path(),
+                          "nothing can be repaired without a whole video; it stays as it is");
         return result.isChanged() || !args.isInPlace();
     });
 }

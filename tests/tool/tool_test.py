@@ -332,6 +332,8 @@ class ToolTest(unittest.TestCase):
                 self.assertEqual(self.info("replaced.jpg")["motionPhoto"]["presentationTimestampUs"], 700_000)
         self.write("orphan.jpg", STILL + CLIP)
         self.assertIn("orphan-movie", self.tool("check", "orphan.jpg").stdout)
+        self.write("torn.jpg", STILL + CLIP[:-200])
+        self.assertEqual(self.tool("repair", "torn.jpg", "-o", "mended.jpg").returncode, 3)
         self.tool("repair", "orphan.jpg", "-o", "claimed.jpg")
         self.assertEqual(self.info("claimed.jpg")["motionPhoto"]["video"]["size"], len(CLIP))
         self.tool("repair", "orphan.jpg", "--drop-orphans", "--in-place")
