@@ -12,6 +12,8 @@ namespace {
 
 constexpr char LOG_TAG[] = "XMPEditImpl";
 constexpr char ITEM_PREFIX[] = "Item:";
+constexpr char LENGTH[] = "Length";
+constexpr char PADDING[] = "Padding";
 
 /// Says where the rest of the source's own packet stands; in another file it would claim what is not there.
 constexpr char EXTENDED_XMP[] = "xmpNote:HasExtendedXMP";
@@ -133,8 +135,11 @@ void XMPCopy::itemsAsRemembered() {
         editor.setItem(name, type);
         if (isNew && type == MediaDefs::MimeType::NONE)
             editor.setItemField(name, "Mime", mime); // a type this library has no number for keeps its text
-        for (auto const& each : item->getFieldsWith("Length", "Padding"))
+        for (auto const& each : item->getFieldsWith(LENGTH, PADDING)) {
             field(name, *item, each);
+            if ((each == LENGTH || each == PADDING) && item->get(each).empty())
+                editor.setItemField(name, each, ""); // what the target's item had there is not this one's
+        }
     }
 }
 
