@@ -193,6 +193,7 @@ void MotionPhotoCommit::prepareTrailer(MediaFile const& file) {
     checked::requireEditable(file);
     requireNothingLeft();
     requireVideoStaysReadable();
+    static_cast<void>(parts.qrtEdit->staging().plan()); // a file that is no longer the one that was read
     PacketKeeper const keeper(parts);
     try {
         prepareTrailerSteps(file);
