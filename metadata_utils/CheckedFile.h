@@ -16,6 +16,9 @@ namespace android::lumo::checked {
 /// Largest file that 32-bit offsets can address.
 inline constexpr uint64_t MAX_FILE_SIZE = 0xFFFFFFFFU;
 
+/// Bytes that are moved at once: a still can be followed by any amount of video.
+inline constexpr uint32_t MOVE_BLOCK = 1024 * 1024;
+
 /// Where a long has 32 bits, the upper half of the offsets arrives as negative numbers. -1 stays negative: no file that
 /// can be addressed has a byte there.
 constexpr int64_t offsetFrom(long offset) {

@@ -131,6 +131,12 @@ void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize,
     }
 }
 
+void leftOut(MediaFile& copy, MediaFile const& photo, Stretch const& stretch) {
+    bool const mayHold = stretch.size > 0 && photo.mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
+    auto const index = mayHold ? read(photo) : Index();
+    moved(copy, index, ownSize(photo, index), stretch.end(), -int64_t{stretch.size});
+}
+
 void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance) {
     if (distance == 0)
         return;

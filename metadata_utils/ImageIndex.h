@@ -2,6 +2,7 @@
 #pragma once
 
 #include "MediaFile.h"
+#include "SplicedCopy.h"
 
 #include <cstdint>
 #include <memory>
@@ -44,6 +45,9 @@ std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index);
 /// index, read before, is corrected where it stands now. What is wrong of another picture's offset is written, and the
 /// size of the JPEG's own where it is known; a picture that was cut into or is gone keeps what the index says of it.
 void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize, uint32_t from, int64_t distance);
+
+/// The same for a copy of the photo that was made without a stretch of it.
+void leftOut(MediaFile& copy, MediaFile const& photo, Stretch const& stretch);
 
 /// Moves the bytes from `from` on and corrects what points to them: the trailer's pointer to a video (moveTail), and
 /// the index of a JPEG.

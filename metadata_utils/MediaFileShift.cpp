@@ -29,8 +29,6 @@ namespace {
 constexpr char LOG_TAG[] = "MediaFile";
 /// Moving a file in chunks up to this size is refused as a caller's mistake.
 constexpr uint32_t TOO_SMALL_BUFFER = 1024;
-/// What a segment's gap is opened with: a still can be followed by any amount of video.
-constexpr uint32_t GAP_BUFFER = 1024 * 1024;
 
 /// The class is one for its users, whichever file its code stands in.
 ErrorAt error(int line = __builtin_LINE()) {
@@ -234,7 +232,7 @@ int64_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long off
 ssize_t perform_file_shift_and_write(std::shared_ptr<MediaFile> const& file, uint32_t shift, uint32_t position,
                                      uint16_t marker, uint16_t length) {
     checked::seek(*file, position, error());
-    file->shiftRightSafely(static_cast<int>(shift), GAP_BUFFER);
+    file->shiftRightSafely(static_cast<int>(shift), checked::MOVE_BLOCK);
     checked::seek(*file, position, error());
     uint16_t const header[] = {bigEndian(marker), bigEndian(length)};
     checked::write(*file, &header[0], sizeof header[0], error());

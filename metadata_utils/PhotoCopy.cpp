@@ -61,8 +61,7 @@ PhotoCopy::PhotoCopy(MotionPhotoEditImpl& owner)
 
 void PhotoCopy::writeTo(std::shared_ptr<MediaFile> const& target) {
     copy.writeTo(target);
-    auto const index = isHEIC || leftOut.size == 0 ? image_index::Index() : image_index::read(*photo);
-    image_index::moved(*target, index, image_index::ownSize(*photo, index), leftOut.end(), -int64_t{leftOut.size});
+    image_index::leftOut(*target, *photo, leftOut);
 }
 
 uint32_t PhotoCopy::recordPlace(uint32_t inPhoto) const {

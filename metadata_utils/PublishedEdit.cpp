@@ -119,11 +119,8 @@ std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::s
         *change = nullptr;
     copy.writeTo(output);
     if (uint32_t const end = leftOut.end(); leftOut.size > 0 && end < photo->size()) {
-        int64_t const distance = -int64_t{leftOut.size};
-        VideoPointerKeeper(output).moved(end, distance);
-        auto const index =
-            photo->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? image_index::read(*photo) : image_index::Index();
-        image_index::moved(*output, index, image_index::ownSize(*photo, index), end, distance);
+        VideoPointerKeeper(output).moved(end, -int64_t{leftOut.size});
+        image_index::leftOut(*output, *photo, leftOut);
     }
     return output;
 }

@@ -14,7 +14,6 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "QRTEdit";
-constexpr uint32_t BLOCK = 1024 * 1024;
 /// A box that runs to the file's end.
 constexpr char OPEN_BOX[] = {0, 0, 0, 0};
 
@@ -125,7 +124,7 @@ void TrailerWriter::requireReadable() const {
     for (auto const& [from, to, size] : plan.getMoves()) {
         uint32_t const end = std::min(from + size, plan.getGround().fileSize); // what comes there on the way is no read
         if (from < end)
-            checked::requireReadable(*file, from, end - from, BLOCK);
+            checked::requireReadable(*file, from, end - from, checked::MOVE_BLOCK);
     }
 }
 
@@ -147,7 +146,7 @@ void TrailerWriter::openTrailer() {
 void TrailerWriter::move(TrailerPlan::Move const& move) {
     bool const goesLeft = move.to < move.from;
     for (uint32_t done = 0; done < move.size;) {
-        uint32_t const n = std::min(BLOCK, move.size - done);
+        uint32_t const n = std::min(checked::MOVE_BLOCK, move.size - done);
         uint32_t const at = goesLeft ? done : move.size - done - n;
         ByteBuffer const block = checked::readAt(*file, move.from + at, n);
         seekTo(move.to + at);
