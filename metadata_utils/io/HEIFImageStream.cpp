@@ -52,14 +52,14 @@ HBOX_STREAM_CALLBACKS ImageStream::callbacks() {
         return HBOX_OK;
     };
     table.close = [](void*) -> int32_t { return HBOX_OK; };
-    table.get_position = [](void* descriptor, uint32_t* position) -> int32_t {
-        *position = stream(descriptor)->position;
+    table.get_position = [](void* descriptor, uint32_t* place) -> int32_t {
+        *place = stream(descriptor)->position;
         return HBOX_OK;
     };
-    table.set_position = [](void* descriptor, uint32_t position) -> int32_t {
-        if (position > stream(descriptor)->total)
+    table.set_position = [](void* descriptor, uint32_t place) -> int32_t {
+        if (place > stream(descriptor)->total)
             return HBOX_ERR_PARAMETER;
-        stream(descriptor)->position = position;
+        stream(descriptor)->position = place;
         return HBOX_OK;
     };
     table.read = [](void* descriptor, void* buffer, uint32_t n, uint32_t* done) -> int32_t {
