@@ -77,14 +77,21 @@ enum class BoxFault {
     BeyondEnd, ///< the size is larger than the bytes left; the header is filled in all the same
 };
 
+/// The usual widths apart, so that each is one load.
+inline uint64_t bigEndianNumber(std::span<uint8_t const> bytes) {
+    if (bytes.size() == 4)
+        return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | uint32_t{bytes[3]};
+    if (bytes.size() == 2)
+        return uint32_t{bytes[0]} << 8 | uint32_t{bytes[1]};
+    uint64_t value = 0;
+    for (uint8_t const byte : bytes)
+        value = value << 8 | byte;
+    return value;
+}
+
 /// Decodes the header at the start of `bytes` (16 bytes, or what there is), `left` bytes before the container's end.
 inline BoxFault decodeBoxHeader(std::span<uint8_t const> bytes, uint64_t left, BoxHeader& header) {
-    auto const number = [&](size_t from, size_t width) {
-        uint64_t value = 0;
-        for (size_t i = 0; i < width; ++i)
-            value = value << 8 | bytes[from + i];
-        return value;
-    };
+    auto const number = [&](size_t from, size_t width) { return bigEndianNumber(bytes.subspan(from, width)); };
     if (left < 8 || bytes.size() < 8)
         return BoxFault::Truncated;
     header = {static_cast<BoxType>(number(4, 4)), 8, number(0, 4), false};
@@ -154,12 +161,7 @@ public:
 
     /// A big-endian number of `width` bytes (0 to 8); width 0 reads nothing and is 0, as the format's absent fields
     /// are.
-    uint64_t number(unsigned width) {
-        uint64_t value = 0;
-        for (uint8_t const byte : take(width))
-            value = value << 8 | byte;
-        return value;
-    }
+    uint64_t number(unsigned width) { return bigEndianNumber(take(width)); }
 
     uint8_t u8() { return static_cast<uint8_t>(number(1)); }
     uint16_t u16() { return static_cast<uint16_t>(number(2)); }

@@ -93,7 +93,6 @@ Ids usedIds(Source const& source, ItemList const& items, uint32_t primary) {
         appendPropertyOwners(*iprp, ids);
     if (auto const grpl = source.findChild(boxType("grpl")))
         appendGroupIds(*grpl, ids);
-    sortUnique(ids);
     return ids;
 }
 
@@ -105,9 +104,10 @@ uint32_t largestPossibleId(Source const& source, ItemList const& items) {
     return wide ? UINT32_MAX : UINT16_MAX;
 }
 
-uint32_t freeId(Ids const& used, uint32_t largest) {
-    if (used.back() < largest)
-        return used.back() + 1;
+uint32_t freeId(Ids used, uint32_t largest) {
+    if (uint32_t const last = *std::max_element(used.begin(), used.end()); last < largest)
+        return last + 1;
+    std::sort(used.begin(), used.end());
     uint32_t candidate = 1;
     for (uint32_t const id : used) {
         if (id > candidate)
