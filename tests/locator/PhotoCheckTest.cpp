@@ -42,6 +42,7 @@ std::vector<Sample> samples() {
     std::string const noMedia = heicBox("ftyp", "mp42" + bigEndian(0, 4)) + heicBox("moov", heicBox("free", ""));
     std::string const tornMovie = noMedia + heicBox("mdat", pattern(99)).substr(0, 60);
     std::string const played = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4"); // 2.5 s
+    std::string const noTrailer = "QRTH" + little(0) + little(9) + little(12) + "QRTT";
     std::string cut = published(PRIMARY, "", "");
     cut.resize(cut.size() - 4);
     auto const heicOf = [](std::string const& tail) {
@@ -67,7 +68,8 @@ std::vector<Sample> samples() {
         {cut, "jpeg-segments", "="},
         {heicOf("\1\2\3\4junk"), "heic-boxes", "="},
         {JpegBuilder().xmp("<x:xmpmeta").build(), "xmp-packet", "="},
-        {JpegBuilder().build("scan", "QRTH" + little(0) + little(9) + little(12) + "QRTT"), "trailer-whole", "="},
+        {JpegBuilder().build("scan", noTrailer), "trailer-whole", "="},
+        {published(PRIMARY + video, noTrailer), "trailer-whole stale-claim", "="},
         {heic(movie, 0, heicBox("free", "cdif debug info")), "trailer-last directory-video", ""},
         {JpegBuilder().build("scan", trailerBytes({record, twin})), "trailer-one-video xmp-claim", "trailer-one-video"},
         {JpegBuilder().build("scan", trailerBytes({{2608, "V", pattern(126'000)}})), "trailer-video", "="},
