@@ -160,6 +160,33 @@ TEST(MotionPhotoEditor, AVideoThatAPointerOfAJpegLeadsToGoesWithIt) {
     }
 }
 
+TEST(MotionPhotoEditor, LengthsOfAVideoThatXmpAloneTellsOfFollowTheTrailer) {
+    std::string const video = videoOf(4000);
+    auto const length = [&](TempFile const& photo) {
+        auto const text = parsePhoto(photo.path())->getXMPInfo()->getItemField("MotionPhoto", "Length");
+        return photo.bytes().substr(photo.bytes().size() - std::stoul(text), video.size());
+    };
+    auto const items = itemOf("Primary", "image/jpeg") + itemOf("MotionPhoto", "video/mp4", R"(Item:Length="4000")");
+    std::string const still =
+        JpegBuilder().xmp(packetOf("Camera:MotionPhoto='1'", directoryOf(items)), 3000).build() + video;
+    auto const add = [](QRTEdit& e) { e.putData(2900, "Note", std::string(50, 'n')); };
+    TempFile const photo(still), bySubEditor(still), bare(still), target;
+    commit(photo, [](auto& e) { e.addQRTData(2900, "Note", filler(33, 'n')); });
+    EXPECT_TRUE(length(photo) == video);
+    auto const editor = parsePhoto(bySubEditor.path())->edit();
+    add(editor->getQRTEdit());
+    editor->getXMPEdit().setProperty(TIFF, "Make", "staged");
+    editor->getQRTEdit().commit(target.open());
+    EXPECT_TRUE(length(target) == video);
+    EXPECT_EQ(bySubEditor.bytes(), still);
+    editor->getQRTEdit().commit(bySubEditor.open());
+    EXPECT_TRUE(length(bySubEditor) == video);
+    auto const alone = QRTInfo::parse(bare.open())->edit();
+    add(*alone);
+    EXPECT_TRUE(failsWith("would be wrong", [&] { alone->commit(); }));
+    EXPECT_EQ(bare.bytes(), still);
+}
+
 TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {
     TempFile const empty;
     for (auto const* name : {"exif", "exif motion", "HEIC, roomy xmp"}) {
