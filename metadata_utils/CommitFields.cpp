@@ -41,7 +41,12 @@ void CommitFields::prepareXMP() {
         fields.fillPrimary(parts.view->getImageMimeType());
     if (staged.isMotionPhotoXMPRemoved)
         return;
-    if (!fields.contains() || (staged.video && !fields.isClaimed())) { // "0": it had no video
+    // The moment alone claimed a video that the first generation or a box has told of so far.
+    auto const isTold = [&] {
+        return fields.containsOffset() || (parts.isHEIC() && video_box::totalSize(parts.outputFile) > 0);
+    };
+    bool const isNewClaim = staged.isTimestampSet && !fields.containsItem() && isTold();
+    if (!fields.contains() || isNewClaim || (staged.video && !fields.isClaimed())) { // "0": it had no video
         fields.claim();
         fields.addItem();
     }

@@ -93,6 +93,7 @@ public:
     /// What was last staged about the video; another address is another video.
     using VideoEdit = std::shared_ptr<Extra const>;
     VideoEdit const& getVideoEdit() const { return videoEdit; }
+    bool hasStagedVideo() const { return staged.video.has_value(); }
     /// Bytes that hold a video no trailer and no box knows: they do not come along into another file.
     void leaveOut(Stretch const& video) { leftOut = video; }
     Stretch const& getLeftOut() const { return leftOut; }

@@ -12,6 +12,7 @@
 #include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace android::lumo {
@@ -33,9 +34,14 @@ uint32_t startOfMotion(MotionPhotoEditImpl const& owner) {
     uint32_t const image = imageLength(view.getFile());
     bool const isInImage = view.getVideoSize() > 0 && view.getVideoPosition() < image;
     auto const start = static_cast<uint32_t>(view.getVideoPosition());
+    bool const isJPEG = photo.mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
+    if (isJPEG && view.getVideoSize() == 0) { // the packet alone may tell of one
+        auto const length = VideoFields::lengthOf(*view.getPacket());
+        if (length && VideoFields::standsAt(photo, *length))
+            return std::min(photo.size() - *length, image);
+    }
     bool const endsImage = isInImage && view.getVideoPosition() + view.getVideoSize() == image;
-    if (endsImage && photo.mimeType() == MediaDefs::MimeType::IMAGE_JPEG &&
-        VideoFields::standsAt(photo, photo.size() - start))
+    if (endsImage && isJPEG && VideoFields::standsAt(photo, photo.size() - start))
         return start;
     if (isInImage)
         throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
@@ -119,6 +125,11 @@ bool MotionPhotoTarget::takeStillWithoutVideo() {
 void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, PhotoCopy const* copy) {
     auto const& packet = owner.getView()->getPacket();
     auto& xmpEdit = editor->getXMPEdit();
+    bool const isNewVideo = isFirst || owner.getVideoEdit() != handedVideo;
+    if (!isFirst && isNewVideo && !owner.hasStagedVideo()) { // only this file's packet may claim one
+        VideoFields(xmpEdit).clear();
+        xmpEdit.makeDirty();
+    }
     if (isFirst && still == nullptr) {
         auto const ahead = copy != nullptr ? copy->packetAhead() : PacketAhead();
         editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
@@ -138,7 +149,7 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
         packets::merge(*handedPacket, *packet, xmpEdit, false);
         xmpEdit.makeDirty();
     }
-    editor->adopt(owner, isFirst, isFirst || owner.getVideoEdit() != handedVideo,
+    editor->adopt(owner, isFirst, isNewVideo,
                   [copy](uint32_t place) { return copy != nullptr ? copy->recordPlace(place) : place; });
     if (isFirst && still != nullptr) // the trailer is news for it
         editor->getQRTEdit().makeDirty();

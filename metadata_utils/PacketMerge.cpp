@@ -3,6 +3,10 @@
 
 #include "VideoFields.h"
 
+#include <algorithm>
+#include <iterator>
+#include <set>
+
 namespace android::lumo::packets {
 
 namespace {
@@ -14,20 +18,22 @@ Fields fieldsOf(XMPInfo const& info, std::string const& item) {
     return fields;
 }
 
-/// The top-level properties in which two packets differ, and all of the motion if asked for.
-std::set<Property> changedRoots(std::map<Property, std::string> const& before,
-                                std::map<Property, std::string> const& after, bool withMotion) {
+/// The top-level properties, whatever they hold, in which two packets differ, and all of the motion if asked for. The
+/// directory is compared by its items.
+std::set<Property> changedRoots(XMPPacket const& before, XMPPacket const& after, bool withMotion) {
+    auto const listed = [](XMPPacket const& packet) {
+        auto const all = packet.properties();
+        return std::set<Property>(all.begin(), all.end());
+    };
+    auto const old = listed(before), now = listed(after);
     std::set<Property> roots;
-    auto const add = [&](Property const& p) { roots.emplace(p.first, p.second.substr(0, p.second.find('['))); };
-    for (auto const& [property, value] : after) {
-        auto const old = before.find(property);
-        if ((withMotion && property.first == xmp_ns::CAMERA) || old == before.end() || old->second != value)
-            add(property);
+    std::set_symmetric_difference(old.begin(), old.end(), now.begin(), now.end(), std::inserter(roots, roots.end()));
+    for (auto const& [schema, name] : now) {
+        bool const isMotion = withMotion && schema == xmp_ns::CAMERA;
+        if (isMotion || (old.contains({schema, name}) && before.textOf(schema, name) != after.textOf(schema, name)))
+            roots.emplace(schema, name);
     }
-    for (auto const& [property, value] : before) {
-        if (!after.contains(property))
-            add(property);
-    }
+    std::erase_if(roots, [](Property const& root) { return root.first == xmp_ns::CONTAINER; });
     return roots;
 }
 
@@ -38,13 +44,6 @@ std::map<std::string, Fields> itemsOf(XMPInfo const& info) {
     for (auto const& name : info.getItemNames())
         items[name] = fieldsOf(info, name);
     return items;
-}
-
-std::map<Property, std::string> propertiesOf(XMPInfo const& info) {
-    std::map<Property, std::string> properties;
-    for (auto const& property : info.getProperties())
-        properties[property] = info.getProperty(property.first, property.second);
-    return properties;
 }
 
 /// Makes the item's fields exactly these; an item that is not there is added with its "Mime".
@@ -64,7 +63,7 @@ void setFields(XMPEdit& edit, std::string const& item, Fields const& fields) {
 void merge(XMPInfo const& before, XMPInfo const& after, XMPEdit& into, bool withMotion) {
     auto const target = XMPInfoImpl::of(into)->getMeta();
     auto const& edited = *XMPInfoImpl::of(after)->getMeta();
-    for (auto const& [schema, root] : changedRoots(propertiesOf(before), propertiesOf(after), withMotion)) {
+    for (auto const& [schema, root] : changedRoots(*XMPInfoImpl::of(before)->getMeta(), edited, withMotion)) {
         into.removeProperty(schema, root);
         if (edited.has(schema, root))
             target->copy(edited, schema, root);

@@ -5,7 +5,6 @@
 #include "XMPInfoImpl.h"
 
 #include <map>
-#include <set>
 #include <string>
 #include <utility>
 
@@ -13,10 +12,9 @@
 namespace android::lumo::packets {
 
 using Fields = std::map<std::string, std::string>;
-using Property = std::pair<std::string, std::string>; ///< namespace URI, path
+using Property = std::pair<std::string, std::string>; ///< namespace URI, name
 
 std::map<std::string, Fields> itemsOf(XMPInfo const& info);
-std::map<Property, std::string> propertiesOf(XMPInfo const& info);
 /// Makes the item's fields exactly these; an item that is not there is added with its "Mime".
 void setFields(XMPEdit& edit, std::string const& item, Fields const& fields);
 

@@ -46,6 +46,8 @@ std::string VideoFields::timestamp() const {
 
 void VideoFields::setTimestamp(int64_t us) {
     packet.setProperty(xmp_ns::CAMERA, TIMESTAMP, std::to_string(us));
+    if (!packet.getProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_TIMESTAMP).empty())
+        packet.setProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_TIMESTAMP, std::to_string(us));
 }
 
 void VideoFields::setPlace(uint32_t length, uint32_t padding) {

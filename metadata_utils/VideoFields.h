@@ -38,6 +38,9 @@ public:
     /// Whether it says anything of being a motion photo, be it "0".
     bool contains() const { return packet.containsProperty("GCamera:MotionPhoto", false); }
     bool isClaimed() const;
+    bool containsItem() const { return packet.containsItem(ITEM, false); }
+    /// The first generation's.
+    bool containsOffset() const { return packet.containsProperty("GCamera:MicroVideoOffset", false); }
     /// "MotionPhoto" and "MotionPhotoVersion".
     void claim();
     void addItem();

@@ -139,6 +139,10 @@ TEST(PublishedPhoto, WhatCountsFromTheEndFollowsATrailerThatComesGrowsAndGoes) {
             writer->removeCameraDebugInfo();
             expectFound(file);
         }
+        TempFile const moment(photo);
+        auto const mover = MotionPhotoInfo::parse(moment.open())->edit();
+        mover->setPhotoPresentationTimestampUs(7).commit();
+        expectFound(moment);
         std::string longer = "sea";
         for (auto const &commit : std::vector<std::function<void(MotionPhotoEdit&, TempFile const&)>>{
                  [](auto&edit, auto const&) { edit.getQRTEdit().commit(); },

@@ -114,6 +114,14 @@ TEST(MotionPhotoEditor, WithoutAVideoNothingIsClaimed) {
         e.removeVideo(nullptr).addAll(parsePhoto(motion.path()), std::filesystem::copy_options::skip_existing);
     });
     EXPECT_EQ(parsePhoto(taker.path())->getVideoSize(), 130000U);
+
+    // A target was given one and then not.
+    TempFile const still(stills().at("exif")), target;
+    auto const wavering = parsePhoto(still.path())->edit();
+    wavering->addVideo(video.open("r")).commit(target.open());
+    wavering->removeVideo(nullptr).commit(target.open());
+    auto const packet = parsePhoto(target.path())->getXMPInfo();
+    EXPECT_FALSE(packet->containsItem("MotionPhoto", false) || packet->containsProperty("GCamera:MotionPhoto", false));
 }
 
 TEST(MotionPhotoEditor, AMomentBehindANewVideosEndBecomesItsEndAndIsRefusedWhenItWasAskedFor) {
@@ -185,6 +193,11 @@ TEST(MotionPhotoEditor, LengthsOfAVideoThatXmpAloneTellsOfFollowTheTrailer) {
     add(*alone);
     EXPECT_TRUE(failsWith("would be wrong", [&] { alone->commit(); }));
     EXPECT_EQ(bare.bytes(), still);
+    auto const edit = parsePhoto(bare.path())->edit();
+    TempFile const prepared(stills().at("exif")), carried;
+    edit->setOutputSource(prepared.open("r"));
+    edit->commit(carried.open());
+    EXPECT_TRUE(length(carried) == video);
 }
 
 TEST(MotionPhotoEditor, RefusesBeforeTheFirstByte) {

@@ -76,16 +76,23 @@ TEST(MotionPhotoTransfer, AppendsRecordsOfAnotherTrailerAndKeepsDuplicates) {
     EXPECT_EQ(parsePhoto(taker.path())->getVideoSize(), 140000U);
 }
 
+constexpr char MEDIA[] = "http://ns.adobe.com/xap/1.0/mm/";
+
 TEST(MotionPhotoTransfer, AnEditedStillKeepsItsMotion) {
     std::string const source = richPhoto(), packet = packetWith(R"(tiff:Make="Editor" tiff:Model="M")");
     std::string const image = JpegBuilder().exif("II*edited").xmp(packet).build("another scan");
     TempFile const photo(source), target, prepared(image);
     auto const edit = parsePhoto(photo.path())->edit();
     edit->setOutputSource(prepared.open("r"));
-    edit->getXMPEdit().setProperty(TIFF, "Model", "Changed");
+    constexpr auto const* FIELD = "xmpMM:DerivedFrom/stRef:documentID";
+    edit->getXMPEdit().setProperty(TIFF, "Model", "Changed").setProperty(MEDIA, FIELD, "first");
+    edit->commit(target.open());
+    EXPECT_EQ(parsePhoto(target.path())->getXMPInfo()->getProperty(MEDIA, FIELD), "first");
+    edit->getXMPEdit().setProperty(MEDIA, FIELD, "then");
     edit->commit(target.open());
     auto const result = parsePhoto(target.path());
     expectConsistent(target.path());
+    EXPECT_EQ(result->getXMPInfo()->getProperty(MEDIA, FIELD), "then");
     EXPECT_EQ(trailerOf(target.bytes()), "2608 MotionPhoto_Data 140000;2817 Other 70;");
     EXPECT_EQ(takeApart(target.bytes()).image, takeApart(image).image);
     EXPECT_EQ(result->getCaptureTimestampUs(), 777);
