@@ -55,8 +55,8 @@ Destination::Destination(Arguments const& arguments, Input const& input, std::st
     skipped = args.skipExisting && there;
     if (there && !skipped && !args.force && fs::is_regular_file(out, ignored))
         throw Failure(ExitCode::WRITE_FAILED, out, SafeOutput::THERE_ALREADY);
-    if (!skipped && !args.folder.empty() && !isFirstToTake(out))
-        throw Failure(ExitCode::WRITE_FAILED, out, "was made from another file of this run already");
+    if (!args.folder.empty() && !isFirstToTake(out)) // what is there already may be the other file's result, too
+        throw Failure(ExitCode::WRITE_FAILED, out, "is the result of another file of this run already");
 }
 
 void Destination::refuseLinks() const {
