@@ -132,9 +132,10 @@ size_t MotionPhotoInfoImpl::getVideo(std::string const& path) const {
     return length;
 }
 
-/// The record's data as the view locates it: for the pointer form that is what it points to, not the 12 bytes.
+/// The record's data where the trailer's view has it: the load resolved a HEIC's pointer, and a JPEG's is data.
 size_t MotionPhotoInfoImpl::transferVideo(std::shared_ptr<MediaFile> const& target) const {
-    auto const place = placeOf(*qrtInfo);
+    auto const [position, size] = qrtInfo->getDataPositionLength(qrt::TYPE_MOTION_PHOTO_DATA);
+    Place const place{position, size};
     if (place.size == 0)
         return 0;
     if (MediaFile::isFdsDup(file->getFd(), target->getFd()))

@@ -95,9 +95,10 @@ public:
     virtual std::shared_ptr<QRTInfo> getQRTInfo() const = 0;
     /// That of the Exif.
     virtual std::shared_ptr<ExifInfo> getExifInfo() const = 0;
-    /// Copies the video to the descriptor's position, or to the start of an existing file that is then cut to the
-    /// video's length. Returns the video's length; without a video nothing is written and 0 returned. A short copy
-    /// throws.
+    /// Copies the data of the trailer's record 2608 to the descriptor's position, or to the start of an existing file
+    /// that is then cut to its length: the video, but for a JPEG whose record points to one, which gives the record's
+    /// own bytes; getVideo() and MotionVideo::copyTo() follow it. Returns the length; without a record nothing is
+    /// written and 0 returned. A short copy throws.
     virtual size_t getVideo(int fd) const = 0;
     /// The same into an existing file, from its start.
     virtual size_t getVideo(std::string const& path) const = 0;
