@@ -3,19 +3,20 @@
 #include "LocatorFixture.h"
 #include "support/Faults.h"
 
-#include <regex>
-
 namespace android::lumo::test {
 
 namespace {
 
 /// Other prefixes and the namespaces of the other format.
 std::string inOtherSpelling(std::string packet) {
-    for (auto const& [from, to] : {std::pair{"Container:", "GContainer:"},
-                                   {"xmlns:Container", "xmlns:GContainer"},
-                                   {"photos/1.0/container/item/", "photos/dd/1.0/item/"},
-                                   {"photos/1.0/container/", "photos/dd/1.0/container/"}})
-        packet = std::regex_replace(packet, std::regex(from), to);
+    for (auto const& [from, spelling] : {std::pair{"Container:", "GContainer:"},
+                                         {"xmlns:Container", "xmlns:GContainer"},
+                                         {"photos/1.0/container/item/", "photos/dd/1.0/item/"},
+                                         {"photos/1.0/container/", "photos/dd/1.0/container/"}}) {
+        std::string const to = spelling;
+        for (size_t at = 0; (at = packet.find(from, at)) != std::string::npos; at += to.size())
+            packet.replace(at, std::char_traits<char>::length(from), to);
+    }
     return packet;
 }
 
