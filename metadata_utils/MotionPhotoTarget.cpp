@@ -7,6 +7,7 @@
 #include "PacketMerge.h"
 #include "PhotoCopy.h"
 #include "PublishedPhoto.h"
+#include "VideoClaims.h"
 #include "VideoFields.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
@@ -35,10 +36,11 @@ uint32_t startOfMotion(MotionPhotoEditImpl const& owner) {
     bool const isInImage = view.getVideoSize() > 0 && view.getVideoPosition() < image;
     auto const start = static_cast<uint32_t>(view.getVideoPosition());
     bool const isJPEG = photo.mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
-    if (isJPEG && view.getVideoSize() == 0) { // the packet alone may tell of one
-        auto const length = VideoFields::lengthOf(*view.getPacket());
-        if (length && VideoFields::standsAt(photo, *length))
-            return std::min(photo.size() - *length, image);
+    if (isJPEG && view.getVideoSize() == 0) { // the packet alone may tell of one, and of bytes behind it
+        for (uint64_t const distance : claims::read(*view.getPacket()->getMeta()).distances()) {
+            if (distance <= photo.size() && VideoFields::standsAt(photo, static_cast<uint32_t>(distance)))
+                return std::min(photo.size() - static_cast<uint32_t>(distance), image);
+        }
     }
     bool const endsImage = isInImage && view.getVideoPosition() + view.getVideoSize() == image;
     if (endsImage && isJPEG && VideoFields::standsAt(photo, photo.size() - start))
