@@ -3,6 +3,7 @@
 
 #include "ErrorAt.h"
 #include "Log.h"
+#include "MotionVideo.h"
 #include "PhotoLayout.h"
 #include "VideoBox.h"
 #include "VideoClaims.h"
@@ -135,7 +136,9 @@ bool CommitFields::describeNewItem(XMPPacket& packet, claims::Claims const& held
         parts.qrtEdit->isDirty() ? parts.qrtEdit->staging().plan().getGround().image : layout.trailerStart();
     auto& found = outside.toldOf;
     if (!found) {
-        auto const video = layout.locate();
+        auto video = layout.locate();
+        if (!video.isSound()) // of a prepared still the file does not say it yet
+            video = MotionVideo::locate(*parts.view);
         if (!video.isSound() || video.position > imageEnd)
             return false;
         found = {imageEnd - video.position, video.size};
@@ -158,7 +161,7 @@ void CommitFields::followGrowth(Written written, bool isNew) {
         auto const plan = parts.qrtEdit->staging().plan();
         growth = int64_t{plan.behindImage()} - (plan.getGround().fileSize - plan.getGround().image);
     }
-    if (isNew || (growth != 0 && VideoFields::finds(*parts.outputFile, *parts.xmpEdit)))
+    if (isNew || (growth != 0 && VideoFields::find(*parts.outputFile, *parts.xmpEdit)))
         parts.xmpEdit->followEnd(growth);
 }
 

@@ -98,8 +98,8 @@ void MotionPhotoEditImpl::Mediator::onTrailerWritten(std::shared_ptr<MediaFile> 
 
 /// A video that XMP alone tells of. What a commit that failed has not written is in the packet already.
 void MotionPhotoEditImpl::Mediator::followEnd(std::shared_ptr<MediaFile> const& file, int64_t growth) {
-    bool const isFound = VideoFields::finds(*file, *parts.xmpEdit);
-    if (!owesFields && (isFound || !VideoFields::finds(*file, *parts.xmpEdit, growth)))
+    bool const isFound = VideoFields::find(*file, *parts.xmpEdit).has_value();
+    if (!owesFields && (isFound || !VideoFields::find(*file, *parts.xmpEdit, growth)))
         return;
     if (!isFound)
         parts.xmpEdit->followEnd(growth);

@@ -37,9 +37,13 @@ uint32_t startOfMotion(MotionPhotoEditImpl const& owner) {
     auto const start = static_cast<uint32_t>(view.getVideoPosition());
     bool const isJPEG = photo.mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
     if (isJPEG && view.getVideoSize() == 0) { // the packet alone may tell of one, and of bytes behind it
-        for (uint64_t const distance : claims::read(*view.getPacket()->getMeta()).distances()) {
-            if (distance <= photo.size() && VideoFields::standsAt(photo, static_cast<uint32_t>(distance)))
-                return std::min(photo.size() - static_cast<uint32_t>(distance), image);
+        auto const items = claims::read(*view.getPacket()->getMeta()).items;
+        if (auto const length = VideoFields::find(photo, *view.getPacket())) {
+            if (!items.empty() && !items.back().isVideo() && !items.back().isPrimary())
+                throw ErrorAt().as(Error::Code::UNSUPPORTED, photo)(
+                    "the item %s stands behind the video, which does not come to a prepared still without it",
+                    items.back().semantic.c_str());
+            return std::min(photo.size() - *length, image);
         }
     }
     bool const endsImage = isInImage && view.getVideoPosition() + view.getVideoSize() == image;

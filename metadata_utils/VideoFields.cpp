@@ -7,7 +7,6 @@
 #include "VideoClaims.h"
 #include "XMPInfoImpl.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -132,12 +131,13 @@ bool VideoFields::standsAt(MediaFile const& file, uint32_t length) {
     return std::memcmp(bytes.data(), VIDEO_START, TYPE_OFFSET) == 0;
 }
 
-bool VideoFields::finds(MediaFile const& file, XMPInfo const& packet, int64_t growth) {
-    auto const distances = claims::read(*XMPInfoImpl::of(packet)->getMeta()).distances();
-    return std::any_of(distances.begin(), distances.end(), [&](uint64_t distance) {
+std::optional<uint32_t> VideoFields::find(MediaFile const& file, XMPInfo const& packet, int64_t growth) {
+    for (uint64_t const distance : claims::read(*XMPInfoImpl::of(packet)->getMeta()).distances()) {
         int64_t const length = static_cast<int64_t>(distance) + growth;
-        return length >= 0 && length <= int64_t{file.size()} && standsAt(file, static_cast<uint32_t>(length));
-    });
+        if (length >= 0 && length <= int64_t{file.size()} && standsAt(file, static_cast<uint32_t>(length)))
+            return static_cast<uint32_t>(length);
+    }
+    return std::nullopt;
 }
 
 void VideoFields::requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned) {

@@ -67,8 +67,8 @@ public:
     static std::optional<uint32_t> lengthOf(XMPInfo const& packet);
     /// Whether a video begins that many bytes in front of the file's end.
     static bool standsAt(MediaFile const& file, uint32_t length);
-    /// Whether a video begins where a packet's claims count one from the file's end, and `growth` bytes farther.
-    static bool finds(MediaFile const& file, XMPInfo const& packet, int64_t growth = 0);
+    /// Bytes from the file's end to a video that begins where a packet's claims count one, and `growth` bytes farther.
+    static std::optional<uint32_t> find(MediaFile const& file, XMPInfo const& packet, int64_t growth = 0);
     /// Throws when the planned trailer would make a length wrong that the file's own XMP has right.
     static void requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned);
 

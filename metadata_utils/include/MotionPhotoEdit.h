@@ -53,8 +53,8 @@ public:
     /// The image the next commit(target) starts from instead of the source's: a prepared still of the same type (an
     /// edited picture) whose trailer-free bytes get this motion photo's video, trailer and XMP edits. In-place commits
     /// throw while one is set. A null pointer takes it back. Refused before a byte moves: a photo whose record leads to
-    /// a video within the image (one that a JPEG's image ends with comes along), and a HEIC with boxes behind its
-    /// trailer, which a commit in place brings to the end.
+    /// a video within the image (one that a JPEG's image ends with comes along), one whose packet names an item behind
+    /// the video, and a HEIC with boxes behind its trailer, which a commit in place brings to the end.
     void setOutputSource(std::shared_ptr<MediaFile> const& still) { outputSource = still; }
 
 protected:
