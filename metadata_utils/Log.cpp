@@ -4,52 +4,58 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 #include <vector>
 
 namespace android::lumo::log {
 
 namespace {
 
-enum class Way : int { PLATFORM, NOWHERE, SINK };
+/// Where lines go: a sink and its argument belong together. Ones that were chosen are never freed, because another
+/// thread may be about to call one that is replaced; so they are kept in a list and found again there, and a process
+/// has as many as it ever had different sinks.
+struct Way {
+    Sink sink;
+    void* user;
+    Way const* next;
+};
 
-std::atomic<Way> way{Way::PLATFORM};
-std::atomic<bool> isChosen{false};
-/// A sink and its argument belong together.
-std::mutex sinkLock;
-Sink currentSink = nullptr;
-void* currentUser = nullptr;
+constexpr Way PLATFORM{nullptr, nullptr, nullptr}, NOWHERE{nullptr, nullptr, nullptr};
+
+std::atomic<Way const*> way{&PLATFORM};
+std::atomic<Way const*> sinks{nullptr};
+
+Way const* wayTo(Sink sink, void* user) {
+    for (auto const* known = sinks.load(); known != nullptr; known = known->next) {
+        if (known->sink == sink && known->user == user)
+            return known;
+    }
+    auto* const added = new Way{sink, user, sinks.load()};
+    while (!sinks.compare_exchange_weak(added->next, added)) {
+    }
+    return added;
+}
 
 } // namespace
 
 void redirect(Sink sink, void* user) {
-    std::lock_guard const lock(sinkLock);
-    currentSink = sink;
-    currentUser = user;
-    isChosen = true;
-    way = sink != nullptr ? Way::SINK : Way::NOWHERE;
+    way = sink != nullptr ? wayTo(sink, user) : &NOWHERE;
 }
 
 void silenceByDefault() {
-    if (!isChosen.exchange(true))
-        way = Way::NOWHERE;
+    Way const* unchosen = &PLATFORM;
+    way.compare_exchange_strong(unchosen, &NOWHERE);
 }
 
 bool isWanted(int level, char const* tag) {
-    switch (way.load(std::memory_order_relaxed)) {
-    case Way::PLATFORM:
-        return __android_log_is_loggable(level, tag, ANDROID_LOG_VERBOSE) != 0;
-    case Way::SINK:
-        return true;
-    default:
-        return false;
-    }
+    auto const* const to = way.load();
+    return to == &PLATFORM ? __android_log_is_loggable(level, tag, ANDROID_LOG_VERBOSE) != 0 : to != &NOWHERE;
 }
 
 void print(int level, char const* tag, char const* format, ...) {
+    auto const* const to = way.load();
     va_list args;
     va_start(args, format);
-    if (way == Way::PLATFORM) {
+    if (to == &PLATFORM) {
         __android_log_vprint(level, tag, format, args);
         va_end(args);
         return;
@@ -62,15 +68,8 @@ void print(int level, char const* tag, char const* format, ...) {
     if (length > 0)
         std::vsnprintf(line.data(), line.size(), format, args);
     va_end(args);
-    Sink sink = nullptr;
-    void* user = nullptr;
-    {
-        std::lock_guard const lock(sinkLock);
-        sink = currentSink;
-        user = currentUser;
-    }
-    if (sink != nullptr)
-        sink(level, tag, line.data(), user);
+    if (to->sink != nullptr)
+        to->sink(level, tag, line.data(), to->user);
 }
 
 } // namespace android::lumo::log
