@@ -97,9 +97,11 @@ void MotionPhotoCommit::prepareCommit(Survey& survey) {
 
 /// Invariant 1. What only the container knows (a packet that fits no segment, a layout that cannot be written again) is
 /// refused by the first container step, which checks before it moves anything.
-void MotionPhotoCommit::requireCommittable(MediaFile const& output) {
+void MotionPhotoCommit::requireCommittable(MediaFile const& output, bool isTrailerWritten) {
     checked::requireEditable(output);
     requireNothingLeft();
+    if (isTrailerWritten)
+        requireVideoStaysReadable();
     if (!parts.qrtEdit->isDirty() && !parts.xmpEdit->isDirty() && staged.extras.empty())
         return;
     if (staged.video)
@@ -192,6 +194,7 @@ void MotionPhotoCommit::prepareTrailer(MediaFile const& file) {
         return;
     checked::requireEditable(file);
     requireNothingLeft();
+    parts.view->getPacket()->getInFile().requireNotTorn();
     requireVideoStaysReadable();
     static_cast<void>(parts.qrtEdit->staging().plan()); // a file that is no longer the one that was read
     PacketKeeper const keeper(parts);

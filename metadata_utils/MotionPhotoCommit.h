@@ -41,7 +41,7 @@ public:
     /// Writes what is staged; one that throws leaves packet and records staged as they were.
     void write();
     /// Throws what a commit into `output` would refuse of what is staged.
-    void requireCommittable(MediaFile const& output);
+    void requireCommittable(MediaFile const& output, bool isTrailerWritten = false);
     /// The trailer's editor is going to commit alone, into `file`: refuses what its commit, or the change of the packet
     /// that follows it, could only fail at, and makes the room that the packet will need.
     void prepareTrailer(MediaFile const& file);

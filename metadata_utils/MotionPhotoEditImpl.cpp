@@ -317,8 +317,8 @@ void MotionPhotoEditImpl::commitInPlace() {
     targets.clear();
 }
 
-void MotionPhotoEditImpl::requireCommittable(MediaFile const& output) {
-    inPlace->requireCommittable(output);
+void MotionPhotoEditImpl::requireCommittable(MediaFile const& output, bool isTrailerWritten) {
+    inPlace->requireCommittable(output, isTrailerWritten);
 }
 
 PacketAhead MotionPhotoEditImpl::packetAhead() {

@@ -99,8 +99,9 @@ public:
     Stretch const& getLeftOut() const { return leftOut; }
     /// What a commit in place would write first; what is staged stays as it is.
     PacketAhead packetAhead();
-    /// Throws what a commit into `output` would refuse of what is staged.
-    void requireCommittable(MediaFile const& output);
+    /// Throws what a commit into `output` would refuse of what is staged, and of a trailer that is written there
+    /// anyway.
+    void requireCommittable(MediaFile const& output, bool isTrailerWritten);
     /// Stages what `other` has staged, whose file this one's is a copy of; the packet is the caller's affair. After the
     /// first time only what is new counts. `recordPlace` says where in this file's trailer a record of the other's
     /// stands.

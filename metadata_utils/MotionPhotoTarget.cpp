@@ -65,7 +65,7 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
     bool const isFirst = editor == nullptr || prepared != still;
     std::optional<PhotoCopy> copy;
     std::optional<QRTEditImpl::OneSurvey> survey(owner.getQRTEdit().staging());
-    owner.requireCommittable(*file);
+    owner.requireCommittable(*file, isFirst && prepared != nullptr);
     if (isFirst) {
         editor = nullptr;
         still = prepared;
@@ -96,7 +96,7 @@ void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
         throw ErrorAt()("the prepared still is of another type: %s, expected %s",
                         MediaDefs::mimeString(still->mimeType()).c_str(),
                         MediaDefs::mimeString(photo->mimeType()).c_str());
-    XMPInfoImpl const readable(still); // it may be refused for its packet
+    XMPInfoImpl(still).requireUnchanged(); // it may be refused for its packet
     uint32_t const from = startOfMotion(owner);
     bool const hadVideo = takeStillWithoutVideo();
     uint32_t const imageSize = imageLength(hadVideo ? file : still);

@@ -201,10 +201,7 @@ void XMPEditImpl::commit() {
     known.requireRoomToRetry([&] { return info->serializeToBuffer().size(); });
     info->getInFile().requireKeepable();
     auto const writer = ImageMetaWriter::of(file);
-    known.write(*file, [&] {
-        writer->writeXMP(std::static_pointer_cast<XMPInfo>(info));
-        return info->getSerialized();
-    });
+    known.write(*file, info->getSerialized(), [&] { writer->writeXMP(std::static_pointer_cast<XMPInfo>(info)); });
     mustCopy = false;
     dirty = false;
     LOGI("commit X");

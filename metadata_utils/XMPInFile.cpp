@@ -49,7 +49,14 @@ std::vector<XMPInFile::Block> XMPInFile::readBlocks() const {
     return found;
 }
 
+void XMPInFile::requireNotTorn(ErrorAt at) const {
+    if (isTorn)
+        throw at.as(Error::Code::CHANGED,
+                    *file)("the file has changed since it was read: a commit that made room for XMP failed");
+}
+
 void XMPInFile::requireUnchanged(ErrorAt at) {
+    requireNotTorn(at);
     auto found = readBlocks();
     if (!isWhole(found))
         throw at.as(Error::Code::CHANGED, *file)("XMP changed since it was read");
@@ -135,15 +142,15 @@ bool XMPInFile::isWhole(std::vector<Block> const& found) const {
                       [](Block const& a, Block const& b) { return a.text == b.text; });
 }
 
-void XMPInFile::write(MediaFile const& handle, std::function<std::string()> const& commit) {
+void XMPInFile::write(MediaFile const& handle, std::string const& text, std::function<void()> const& commit) {
     sizeBefore = handle.size();
     auto const changesBefore = handle.changes();
-    std::string text;
     try {
-        text = commit();
+        commit();
     } catch (...) {
         // A reservation that failed may have grown the file in part, and nobody may have cut it back.
         isInterrupted |= handle.changes() != changesBefore || handle.size() != sizeBefore;
+        isTorn |= isInterrupted && (blocks.empty() || text.size() > blocks.back().size);
         throw;
     }
     isInterrupted = false;

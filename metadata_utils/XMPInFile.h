@@ -33,6 +33,8 @@ public:
     /// Throws "changed since it was read" (CHANGED) when the file's packets are not those last seen, or when a commit
     /// that failed left the file in a state that the next one cannot mend.
     void requireUnchanged(ErrorAt at = ErrorAt());
+    /// Throws CHANGED when a commit failed while it made room: nothing may be built on a picture that moved in part.
+    void requireNotTorn(ErrorAt at = ErrorAt()) const;
     /// Throws CHANGED when a commit failed and a packet of `size` bytes does not fit where the last one stands: what is
     /// behind it may have moved in part, which no size tells.
     void requireRoomToRetry(std::function<size_t()> const& size, ErrorAt at = ErrorAt()) const;
@@ -44,9 +46,9 @@ public:
     void mergeInto(XMPPacket& packet) const;
     /// The last packet, parsed; not to be changed.
     std::shared_ptr<XMPPacket> const& parsed();
-    /// Runs `commit`, which writes the packet through `handle` and answers it. What a commit that throws had changed is
-    /// remembered: only a packet half written over its predecessor can be written again.
-    void write(MediaFile const& handle, std::function<std::string()> const& commit);
+    /// Runs `commit`, which writes the packet through `handle` and leaves it in `text`. What a commit that throws had
+    /// changed is remembered: only a packet half written over its predecessor can be written again.
+    void write(MediaFile const& handle, std::string const& text, std::function<void()> const& commit);
     /// Whoever asked requireUnchanged() has opened room where the packet stood; what stands there now is known.
     void roomOpened();
 
@@ -74,6 +76,7 @@ private:
     std::vector<Other> others;       ///< known once the packets are found mergeable, until one takes the place of all
     bool isKeepable = false;
     bool isInterrupted = false; ///< a commit began to write and failed
+    bool isTorn = false;        ///< and its packet did not fit where the last one stood
     uint32_t sizeBefore = 0;    ///< of the file, when that commit began
 };
 
