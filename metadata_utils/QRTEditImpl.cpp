@@ -8,6 +8,7 @@
 #include "io/HEIFMetaWriter.h"
 
 #include <algorithm>
+#include <set>
 
 namespace android::lumo {
 
@@ -103,35 +104,37 @@ QRTEdit& QRTEditImpl::putData(std::string const&, ByteBuffer const&) {
 }
 
 QRTEdit& QRTEditImpl::putData(int type, std::string const& name, ByteBuffer const& data) {
-    LOGI("putData[%d]: %zu", COPIED, size_t{data.size()});
     stage(type, name, ByteSource(std::make_shared<ByteBuffer const>(data)));
     return *this;
 }
 
 QRTEdit& QRTEditImpl::putData(int type, std::string const& name, ByteBuffer&& data) {
     LOGI("putData[%d]: %zu", MOVED, size_t{data.size()});
-    stage(type, name, ByteSource(std::make_shared<ByteBuffer const>(std::move(data))));
+    replace(type, name, ByteSource(std::make_shared<ByteBuffer const>(std::move(data))));
     return *this;
 }
 
 QRTEdit& QRTEditImpl::putData(int type, std::string const& name, std::shared_ptr<MediaFile> const& file) {
     if (file == nullptr)
         throw ErrorAt()("no data file for record %s", name.c_str());
-    ByteSource const data(file);
-    LOGI("putData[%d]: %zu", FROM_FILE, size_t{data.size()});
-    stage(type, name, data);
+    stage(type, name, ByteSource(file));
     return *this;
 }
 
 QRTEdit& QRTEditImpl::put(StagedRecord* record, ByteBuffer data, int line) {
     if (record == nullptr)
         throw ErrorAt(line)("%s", "");
-    stage(record->type, record->name, ByteSource(std::make_shared<ByteBuffer const>(std::move(data))));
+    replace(record->type, record->name, ByteSource(std::make_shared<ByteBuffer const>(std::move(data))));
     return *this;
 }
 
-/// Sub-info stays; what of it is only in the file is read now.
 void QRTEditImpl::stage(int type, std::string const& name, ByteSource const& data, bool mayBeEmpty) {
+    LOGI("putData[%d]: %zu", data.getFile() == nullptr ? COPIED : FROM_FILE, size_t{data.size()});
+    replace(type, name, data, mayBeEmpty);
+}
+
+/// Sub-info stays; what of it is only in the file is read now.
+void QRTEditImpl::replace(int type, std::string const& name, ByteSource const& data, bool mayBeEmpty) {
     std::variant<StagedRecord::InFile, StagedRecord::InMemory, StagedRecord::DataFile> bytes;
     if (data.getFile() == nullptr)
         bytes = StagedRecord::InMemory{data, mayBeEmpty};
@@ -143,14 +146,14 @@ void QRTEditImpl::stage(int type, std::string const& name, ByteSource const& dat
                                            found->subInfoSize);
         }
         found->replaceData(std::move(bytes));
-        LOGI("update data: %s", found->described().toString().c_str());
+        LOGI("update data: %s", found->toString().c_str());
         return;
     }
     StagedRecord record;
     record.type = type;
     record.name = name;
     record.replaceData(std::move(bytes));
-    LOGI("add data: %s", record.described().toString().c_str());
+    LOGI("add data: %s", record.toString().c_str());
     records.append(std::move(record));
 }
 
@@ -199,7 +202,6 @@ void QRTEditImpl::copy(QRTInfoImpl const& view, QRTDataInfo const& record) {
     ByteSource const data = dataOf(view, record);
     LOGI("add qrt on key=%s, type=%d, data=%lu", record.name.c_str(), record.type,
          static_cast<unsigned long>(data.size()));
-    LOGI("putData[%d]: %zu", COPIED, size_t{data.size()});
     stage(record.type, record.name, data, true);
 }
 
@@ -262,32 +264,15 @@ void QRTEditImpl::takeUpFound(std::function<bool(StagedRecord const&)> const& dr
 }
 
 bool QRTEditImpl::adopt(QRTEditImpl const& other, std::function<uint32_t(uint32_t)> const& recordPlace) {
-    bool isNew = order.option != other.order.option || order.primaryType != other.order.primaryType ||
-                 isCutWhenEmpty != other.isCutWhenEmpty;
+    bool const isNew = order.option != other.order.option || order.primaryType != other.order.primaryType ||
+                       isCutWhenEmpty != other.isCutWhenEmpty;
     order = other.order;
     isCutWhenEmpty = other.isCutWhenEmpty;
-    std::map<StagedRecord::Identity, StagedRecord> mine;
-    StagedRecords::List all;
-    for (auto const& record : records.all()) {
-        mine.emplace(record.identity, record);
-        if (hasAdopted && !adopted.contains(record.identity))
-            all.push_back(record); // found here only
-    }
-    size_t const before = records.all().size();
-    for (auto const& record : other.getStaged()) {
-        auto const known = mine.find(record.identity);
-        bool const isKnown = known != mine.end() && adopted.contains(record.identity);
-        isNew = isNew || !isKnown || !known->second.isInFile();
-        all.push_back(isKnown ? known->second : record);
+    return handed.take(other.getStaged(), records, [&](auto const& record) {
         auto const place = other.source.places().find(record.identity);
-        if (!isKnown && record.isInFile() && place != other.source.places().end())
+        if (record.isInFile() && place != other.source.places().end())
             source.places()[record.identity] = recordPlace(place->second);
-        adopted.insert(record.identity);
-    }
-    isNew = isNew || all.size() != before;
-    hasAdopted = true;
-    records.assign(std::move(all));
-    return isNew;
+    }) || isNew;
 }
 
 // Commit. -------------------------------------------------------------------------------------------------------------
@@ -370,12 +355,13 @@ void QRTEditImpl::requireNotHidden(MediaFile const& file, ErrorAt at) {
                                                     "it for good: edit the whole photo in place");
 }
 
-/// In the editor's own file every record now stands, in the order of the directory.
+/// In the editor's own file every record now stands, in the order of the directory. The view may fail to look at them:
+/// then they stay staged, and a commit again finds them written.
 void QRTEditImpl::takeOver(uint32_t image) {
+    info->takeOver(source.getStored(), image);
     if (order.primaryType >= 1)
         records.makeLast(records.find(order.primaryType));
     records.settle();
-    info->takeOver(source.getStored(), image);
 }
 
 /// An option that writes nothing shows what is staged all the same.

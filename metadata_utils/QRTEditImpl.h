@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ErrorAt.h"
+#include "HandedRecords.h"
 #include "QRTEdit.h"
 #include "QRTInfoImpl.h"
 #include "StagedRecord.h"
@@ -13,7 +14,6 @@
 #include <list>
 #include <memory>
 #include <optional>
-#include <set>
 #include <vector>
 
 namespace android::lumo {
@@ -133,6 +133,7 @@ public:
 private:
     TrailerFile const& output() const { return elsewhere ? *elsewhere : source; }
     TrailerFile& output() { return elsewhere ? *elsewhere : source; }
+    void replace(int type, std::string const& name, ByteSource const& data, bool mayBeEmpty = false);
     QRTEdit& put(StagedRecord* record, ByteBuffer data, int line = __builtin_LINE());
     StagedRecord stagedForm(QRTInfoImpl const& view, QRTDataInfo const& record);
     void takeViewsRecords();
@@ -148,8 +149,7 @@ private:
     StagedRecords records;
     TrailerPlan::Order order;
     std::list<std::string> unsupportedKeys{qrt::NAME_3D_PHOTO_INFO};
-    std::set<StagedRecord::Identity> adopted;
-    bool hasAdopted = false;                                    ///< perhaps nothing: the other may have had no record
+    HandedRecords handed;
     std::optional<std::optional<TrailerPlan::Ground>> surveyed; ///< with OneSurvey, and once it is known
     bool isCutWhenEmpty = false;
     bool ownerKeepsFields = false;

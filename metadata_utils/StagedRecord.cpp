@@ -21,6 +21,8 @@ StagedRecord StagedRecord::inFile(QRTDataInfo const& stored) {
 }
 
 bool StagedRecord::isFileBacked() const {
+    if (isInFile())
+        return wasFileBacked;
     auto const* file = std::get_if<DataFile>(&source);
     return file != nullptr && file->isWholeFile;
 }
@@ -63,9 +65,13 @@ QRTDataInfo StagedRecord::described() const {
     info.hasSubInfo = hasSubInfo;
     info.subInfoPayload = subInfoSize;
     info.dataPayload = dataSize;
-    if (isFileBacked())
+    if (isFileBacked() && !isInFile())
         info.dataFile = data().getFile();
     return info;
+}
+
+std::string StagedRecord::toString() const {
+    return trailer::describe(described(), std::holds_alternative<InMemory>(source) ? dataSize : 0);
 }
 
 void StagedRecord::appendTo(ByteBuffer& bytes) const {
@@ -112,6 +118,7 @@ void StagedRecords::dropSubInfo(int type) {
 
 void StagedRecords::settle() {
     for (auto& record : records) {
+        record.wasFileBacked = record.isFileBacked();
         record.source = StagedRecord::InFile();
         record.subInfo = ByteBuffer();
     }

@@ -37,12 +37,14 @@ struct StagedRecord {
     ByteBuffer subInfo; ///< of records in memory
     uint32_t dataSize = 0;
     std::variant<InFile, InMemory, DataFile> source;
-    Identity identity; ///< null: nothing is staged yet
+    bool wasFileBacked = false; ///< of one in the file: this editor put it there, from a data file
+    Identity identity;          ///< null: nothing is staged yet
 
     /// The record a view found in its file; `record` as it is stored, not where a callback pointed it.
     static StagedRecord inFile(QRTDataInfo const& record);
 
     bool isInFile() const { return std::holds_alternative<InFile>(source); }
+    /// Put as a file, by this commit or an earlier one: a commit again has the same order.
     bool isFileBacked() const;
     uint32_t headSize() const;
     uint64_t size() const { return uint64_t{headSize()} + dataSize; }
@@ -51,6 +53,7 @@ struct StagedRecord {
     void requireWritable(MediaFile const& output) const;
     /// The record without bytes of data or sub-info, as views show it; its place is the caller's to fill in.
     QRTDataInfo described() const;
+    std::string toString() const;
     /// Appends all of a record in memory, of another what stands in front of its data.
     void appendTo(ByteBuffer& bytes) const;
     /// The data of a record that is not in the file.

@@ -246,6 +246,24 @@ void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record, ByteBuffer const
     LOGI("toBuffer[%s]: %s", own().toString().c_str(), own().toHexString('0').c_str());
 }
 
+std::string describe(QRTDataInfo const& record, size_t dataSize) {
+    auto const bytes = [](size_t size) {
+        return size == 0 ? std::string("empty") : "[data-size=" + std::to_string(size) + "]";
+    };
+    // Sizes show as the signed numbers that log readers are used to.
+    auto const number = [](uint32_t value) { return std::to_string(static_cast<int32_t>(value)); };
+    std::string const file = record.dataFile != nullptr ? record.dataFile->toString() : std::string();
+    std::string const numbers =
+        ", offsetFromTail=" + number(record.offsetFromTail) + ", payload=" + number(record.payload) +
+        ", data-payload=" + number(record.dataPayload) + ", data=" + bytes(dataSize) + ", dataFile=[" + file +
+        "], hasSubInfo=" + (record.hasSubInfo ? "1" : "0") + ", subInfoPayload=" + number(record.subInfoPayload) +
+        ", subInfo=" + bytes(record.subInfo.size());
+    std::string text = "type=" + std::to_string(record.type) + ", name=";
+    text.reserve(text.size() + record.name.size() + numbers.size()); // a name may be as long as the file: one copy
+    text.append(record.name).append(numbers);
+    return text;
+}
+
 ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records) {
     uint32_t const size = tailSize(records.size());
     ByteBuffer bytes(size);

@@ -103,6 +103,8 @@ QRTDataInfo withoutBytes(QRTDataInfo const& record);
 
 /// Appends the record's head and the given data, which is empty for one whose data another file holds.
 void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record, ByteBuffer const& data);
+/// The line that logs show of a record whose data, of so many bytes, are in memory elsewhere.
+std::string describe(QRTDataInfo const& record, size_t dataSize);
 
 /// The tail's bytes, in the order of `records`, from their offsetFromTail and payload.
 ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& records);
