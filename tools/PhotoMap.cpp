@@ -107,6 +107,13 @@ uint64_t mapJpeg(Window& window, uint64_t position, std::vector<Region>& regions
             regions.push_back({Region::Kind::IMAGE, "end of image", position, 2});
             return position + 2;
         }
+        if (marker == 0xFF) {
+            uint64_t const start = position;
+            while (position + 1 < window.end() && window.at(position + 1) == 0xFF)
+                ++position;
+            regions.push_back({Region::Kind::OTHER, "fill bytes", start, position - start});
+            continue;
+        }
         uint64_t end = position + 2 + window.number(position + 2, 2);
         char code[8];
         std::snprintf(code, sizeof code, "%02X", static_cast<unsigned>(marker));
