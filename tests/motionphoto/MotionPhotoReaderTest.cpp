@@ -54,11 +54,11 @@ TEST(MotionPhotoReader, AVideoWhoseSizeIsNegativeAsASignedNumberIsNoPointer) {
 TEST(MotionPhotoReader, ExtractingCutsTheTargetAndWritesNothingWithoutAVideoInTheFile) {
     std::string const video = videoOf(130000);
     TempFile const photo(STILL + trailerBytes({videoRecord(video)})), still(STILL), target(pattern(200000));
-    TempFile const outside(STILL + trailerBytes({videoRecord(pointerTo(10, 0xFFFFFFF0))}));
+    TempFile const outside(STILL + trailerBytes({videoRecord(pointerTo(30, STILL.size() + 80))}));
     auto const damaged = parsePhoto(outside.path());
     TempFile const pointer;
     EXPECT_EQ(damaged->getVideo(pointer.path()), 12U); // a JPEG's pointer is data
-    EXPECT_EQ(pointer.bytes(), pointerTo(10, 0xFFFFFFF0));
+    EXPECT_EQ(pointer.bytes(), pointerTo(30, STILL.size() + 80));
     EXPECT_TRUE(failsWith("[metadata_utils/MotionPhotoInfoImpl:326] ", [&] { damaged->getVideo(); }));
     EXPECT_TRUE(failsWith("MotionPhotoInfoImpl:190] unable to create", [&] { damaged->getVideoDurationUs(); }));
     EXPECT_EQ(parsePhoto(still.path())->getVideo(target.path()), 0U);

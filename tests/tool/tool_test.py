@@ -6,8 +6,10 @@ code with the library."""
 import base64
 import json
 import os
+import pty
 import re
 import resource
+import select
 import stat
 import struct
 import subprocess
@@ -115,6 +117,8 @@ class ToolTest(unittest.TestCase):
         self.assertEqual((item["semantic"], item["Length"]), ("MotionPhoto", str(len(photo) - at)))
         self.assertIn("GCamera:MotionPhoto", [entry["path"] for entry in report["xmp"]["properties"]])
         self.assertRegex(self.done("info", "photo.jpg"), r"(?m)^  video +219,772 bytes at [\d,]+, video/mp4, 2\.5\d* s$")
+        self.write("told.jpg", STILL[:2] + b"\xff\xe4\0\5abc" + STILL[2:])
+        self.assertIn("debug info    3 bytes at 6", self.done("info", "told.jpg"))
 
         self.done("remove", "photo.jpg", "-o", "bare.jpg")
         self.assertNotIn(b"ftypmp42", self.read("bare.jpg"))
@@ -157,6 +161,7 @@ class ToolTest(unittest.TestCase):
             (3, "ffmpeg -i IN", ["replace", "photo.jpg", "short.mp4", "-o", "new.jpg"]),
             (3, "No such file", [*add, "absent.mp4", "-o", "new.jpg"]),
             (3, "is a folder; -r", ["info", "."]),
+            (3, "Input/output error", ["extract", "/proc/self/mem", "-o", "new.mp4"]),
             (3, "is a text,", ["info", "text.txt"]),
             (3, "is empty", ["info", "empty.jpg"]),
             (3, "is a PNG image,", ["info", "image.png"]),
@@ -298,12 +303,15 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(self.read("out/deep/PXL_3.MP.jpg"), self.read("photo.jpg"))
         for name, (_, _, movie) in [*pairs.items()][:4]:
             self.assertEqual(self.read(name.replace("in", "out", 1)).count(movie), 1, name)
+        self.assertNotIn("without a clip", self.tool("join", "in/IMG_1.JPG", "in/other name.mov", "-d", "one").stderr)
         self.write("in/IMG_2(1).MOV", CLIP)
         self.refused(3, "has 2 clips", "join", "-q", "in/IMG_2(1).JPG", "in/IMG_2(1).MOV", "in/IMG_2(1).MP4", "-d", "more")
         self.refused(1, "no still has a clip", "join", "-q", "still.jpg", "-d", "more")
 
     def test_map_accounts_for_every_byte(self):
+        self.write("still.jpg", STILL[:2] + b"\xff\xff" + STILL[2:])
         self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
+        self.done("trailer", "put", "<'&\">", "--type", "4000", "--text", "x", "photo.jpg", "--in-place")
         rows = re.findall(r"^ +([\d,]+) +([\d,]+)  . (.+)$", self.done("map", "photo.jpg"), re.M)
         places = [(int(at.replace(",", "")), int(size.replace(",", "")), name) for at, size, name in rows]
         self.assertEqual([at for at, _, _ in places[1:]], [at + size for at, size, _ in places[:-1]])
@@ -314,7 +322,8 @@ class ToolTest(unittest.TestCase):
         data = re.findall(rb"base64,([A-Za-z0-9+/=]+)", self.read("page.html"))
         self.assertEqual([base64.b64decode(each) for each in data], [self.read("photo.jpg")[: video["position"]], CLIP])
         self.done("map", "photo.jpg", "--svg", "page.svg")
-        self.assertEqual(len(ElementTree.fromstring(self.read("page.svg"))), 5 * len(places))
+        drawing = ElementTree.fromstring(self.read("page.svg"))
+        self.assertEqual((len(drawing), "".join(drawing.itertext()).count("<'&\">")), (5 * len(places), 2))
 
     def test_both_forms_carry_the_same_video(self):
         self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
@@ -385,6 +394,8 @@ class ToolTest(unittest.TestCase):
         self.assertIn("motion photo  damaged", result.stdout)
         self.assertNotIn("\x1b", result.stdout)
         self.refused(3, "its video is damaged", "extract", "named.jpg", "-o", "out.mp4")
+        self.write("claimless.jpg", STILL + trailer((2608, b"MotionPhoto_Data", CLIP)))
+        self.assertIn("xmp-claim: expected", self.tool("check", "claimless.jpg").stdout)
         self.done("remove", "named.jpg", "--in-place")
         self.assertEqual([record["type"] for record in self.info("named.jpg")["trailer"]["records"]], [1])
 
@@ -394,7 +405,20 @@ class ToolTest(unittest.TestCase):
         for text in (shown, *(self.done("generate", form) for form in ("man", "bash", "zsh", "fish"))):
             for command in ("info", "add", "extract", "carry"):
                 self.assertIn(command, text)
+            self.assertNotIn("generate", text)
+        self.assertIn("'extract:", self.done("generate", "zsh"))
         self.assertIn("motionphoto add still.jpg clip.mp4 -o photo.jpg", self.done("add", "--help"))
+
+    def test_progress_counts_what_is_done(self):
+        terminal, side = pty.openpty()
+        call = [*TOOL, "info", "--list", "--files-from", "-", "-j", "1"]
+        running = subprocess.Popen(call, cwd=self.folder, stdin=-1, stdout=-3, stderr=side, bufsize=0)
+        named = 0
+        while named < 40 and not select.select([terminal], [], [], 0.25)[0]:
+            named += running.stdin.write(b"still.jpg\n") // 10
+        shown = re.match(rb"\r\x1b\[K(\d+), ", os.read(terminal, 99))
+        running.communicate()
+        self.assertIn(int(shown[1]), range(1, named + 1))
 
     def test_library_log_is_shown_when_asked_for(self):
         self.write("damaged.jpg", DAMAGED)
