@@ -152,18 +152,22 @@ Operation videoPut(Choices& input, bool isHeic) {
     size_t const size = (isHeic && input.upTo(1) == 0 ? 40 : 125'100) + input.upTo(20);
     std::string const bytes = test::heicBox("ftyp", "mp42") + std::string(size, input.upTo(1) == 0 ? 'V' : 'W');
     auto const file = std::make_shared<MemoryFile>(bytes);
-    size_t const way = input.upTo(2);
+    size_t const way = input.upTo(3);
     auto const stage = [=](MotionPhotoEdit& edit) {
         if (way == 0)
             edit.addVideo(file->open());
         else if (way == 1)
             edit.addVideo(std::make_shared<ByteBuffer>(file->open()->readAllBytes()));
+        else if (way == 2)
+            edit.addQRTData(VIDEO, "MotionPhoto_Data", file->open()->readAllBytes());
         else
             edit.replaceVideo(file->open());
     };
     return {stage, [=](Model& model) {
                 model.video = bytes;
                 model.put(VIDEO, "MotionPhoto_Data", "");
+                if (isHeic && way == 2)
+                    model.put(VIDEO_VERSION, "MotionPhoto_Version", "mpv3");
                 model.time = model.time == "" ? std::nullopt : model.time;
                 model.isCutWhenEmpty = false;
             }};
@@ -280,6 +284,9 @@ private:
             return;
         }
         requireHolds(inPlace, model);
+        auto const fresh = MotionPhotoInfo::parse(inPlace.open());
+        FUZZ_REQUIRE(view->getVideoPosition() == fresh->getVideoPosition());
+        FUZZ_REQUIRE(view->getVideoSize() == fresh->getVideoSize() && view->getImageSize() == fresh->getImageSize());
         if (keepsView) { // its packet may name the same things in another order
             requireHolds(*target, model);
             target->assign(inPlace.bytes());

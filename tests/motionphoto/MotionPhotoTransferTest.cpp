@@ -74,6 +74,8 @@ TEST(MotionPhotoTransfer, AppendsRecordsOfAnotherTrailerAndKeepsDuplicates) {
               "2608 MotionPhoto_Data 140000;2817 Other 70;2608 MotionPhoto_Data 140000;2817 Other 70;"
               "2608 MotionPhoto_Data 3;");
     EXPECT_EQ(parsePhoto(taker.path())->getVideoSize(), 140000U);
+    commit(taker, [](auto& e) { e.addQRTInfo(e.getQRTInfo()); }); // its own
+    EXPECT_EQ(takeApart(taker.bytes()).trailer.records.size(), 10U);
 }
 
 constexpr char MEDIA[] = "http://ns.adobe.com/xap/1.0/mm/";
