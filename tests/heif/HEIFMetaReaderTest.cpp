@@ -71,12 +71,5 @@ TEST(HEIFMetaReader, MetadataInFrontOfDamageIsReadWhileTheWholeIsRefused) {
     EXPECT_TRUE(failsWith("to get fd & size[err=", [&] { HEIFMetaReader(empty.open("r"), ParseMode::LAZY); }));
 }
 
-TEST(HEIFMetaReader, FindsXMPBesideAnItemInSeveralPieces) {
-    TempFile const file(buildHeic({.xmp = "<packet/>", .tileExtents = 2}));
-    HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
-    EXPECT_EQ(reader.findAllXMP().size(), 1U);
-    EXPECT_EQ(reader.getXMPItem().value().refusal, "");
-}
-
 } // namespace
 } // namespace android::lumo::test

@@ -43,8 +43,7 @@ std::vector<Sample> samples() {
     std::string const tornMovie = noMedia + heicBox("mdat", pattern(99)).substr(0, 60);
     std::string const played = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4"); // 2.5 s
     std::string const noTrailer = "QRTH" + little(0) + little(9) + little(12) + "QRTT";
-    std::string cut = published(PRIMARY, "", "");
-    cut.resize(cut.size() - 4);
+    std::string const whole = published(PRIMARY, "", "");
     auto const heicOf = [](std::string const& tail) {
         return buildHeic({.xmp = packetOf("") + std::string(1500, ' '), .tail = tail});
     };
@@ -57,7 +56,7 @@ std::vector<Sample> samples() {
     std::string const claimsNothing = JpegBuilder().build("scan", trailerBytes({record}));
     return {
         // Sound, or nothing to say.
-        {published(PRIMARY, "", ""), "", "="},
+        {whole, "", "="},
         {published(PRIMARY + video, movie), "", "="},
         {withTrailer(big, ""), "", "="},
         {heic(movie, 0), "", "="},
@@ -65,10 +64,9 @@ std::vector<Sample> samples() {
         {published(PRIMARY + videoItem(played.size()), played,
                    R"(Camera:MotionPhoto="1" Camera:MotionPhotoPresentationTimestampUs="90000000" )"),
          "moment-inside", "="},
-        {cut, "jpeg-segments", "="},
+        {whole.substr(0, whole.size() - 4), "jpeg-segments", "="},
         {heicOf("\1\2\3\4junk"), "heic-boxes", "="},
         {JpegBuilder().xmp("<x:xmpmeta").build(), "xmp-packet", "="},
-        {JpegBuilder().build("scan", noTrailer), "trailer-whole", "="},
         {published(PRIMARY + video, noTrailer), "trailer-whole stale-claim", "="},
         {heic(movie, 0, heicBox("free", "cdif debug info")), "trailer-last directory-video", ""},
         {JpegBuilder().build("scan", trailerBytes({record, twin})), "trailer-one-video xmp-claim", "trailer-one-video"},
@@ -84,7 +82,6 @@ std::vector<Sample> samples() {
         {heicOf(videoBox(movie.substr(0, movie.size() - 2))), "movie-boxes", "="},
         {heicOf(box), "xmp-claim", ""},
         {published(PRIMARY + video, ""), "stale-claim", ""},
-        {published(PRIMARY, "", microVideo("77")), "stale-claim", ""},
         {published(PRIMARY + video, movie, CLAIMED + microVideo("77")), "micro-video", ""},
         {published(PRIMARY + video, movie, otherMoment), "moment-number", ""},
         {published(entryOf("Item:Semantic=\"Primary\"") + video, movie), "directory-fields", "="},

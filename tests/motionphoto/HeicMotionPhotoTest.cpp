@@ -50,16 +50,6 @@ TEST(HeicMotionPhoto, WhateverStandsBehindTheImageIsPutInOrder) {
     }
 }
 
-TEST(HeicMotionPhoto, ATrailerAloneKeepsTheVideoWhereTheXmpCanFollow) {
-    TempFile const file(buildHeic({.xmp = heicXmp("s", 3000)})), video(videoOf(5000));
-    commit(file, [&](auto& e) { e.addVideo(video.open("r")); });
-    auto const put = [](QRTEdit& e) { e.putData(2902, "Bare", std::string("bare")).commit(); };
-    expectRefused({{file.bytes(), [&](auto& bare) { put(*QRTInfo::parse(bare.open())->edit()); }, "would be wrong"}});
-    put(parsePhoto(file.path())->edit()->getQRTEdit());
-    expectConsistent(file.path());
-    EXPECT_EQ(trailerOf(file.bytes()), "2608 MotionPhoto_Data 12;2902 Bare 4;");
-}
-
 TEST(HeicMotionPhoto, ASingleImageWithoutXmpLosesItsVideoAndGetsNone) {
     std::string const still = buildHeic({.grid = false}), video = videoOf(4000, 8);
     std::string const trailer = trailerBytes({videoRecord(pointerTo(still.size() + 8, video.size()))});

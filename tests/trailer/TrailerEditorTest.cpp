@@ -110,16 +110,6 @@ TrailerRecord pointer(size_t position, std::string const& more = "") {
     return {2608, "V", pointerTo(position, 7) + more};
 }
 
-TEST(TrailerEditor, KeepsThePointerThatAContainerWriterCorrected) {
-    TempFile const file(STILLS[0].with({pointer(50), A}));
-    auto const view = viewOf(file);
-    auto const editor = editorOf(view);
-    writeBytes(file.path(), JPEG_IMAGE + pattern(10) + trailerBytes({pointer(60), A}));
-    editor->putData(2, "B", B.data).commit();
-    EXPECT_EQ(file.bytes(), JPEG_IMAGE + pattern(10) + trailerBytes({pointer(60), A, B}));
-    expectRead(*view, file.bytes());
-}
-
 TEST(TrailerEditor, TakesAVideoPointerAlongWithTheRecordItPointsInto) {
     for (std::string const more : {"", "more"}) {
         // 100 bytes of image, "A" of 14 bytes, the pointer's 21 or 25, then the head of "B" (9 bytes) and its data.

@@ -66,7 +66,6 @@ TEST(XMPEdit, ViewReadsTheSameAsTheFileAfterwards) {
          [](auto& e) { e.setItemField("N", "Semantic", "Z"); }, "Primary:image/jpeg Z:c/d "},
         {"and onto one behind", itemOf("N", "c/d") + good + itemOf("Z", "a/b"),
          [](auto& e) { e.setItemField("N", "Semantic", "Z"); }, "Primary:image/jpeg Z:a/b "},
-        {"directory removed", good, [](auto& e) { e.removeProperty(xmp_ns::CONTAINER, "Directory"); }, ""},
         {"directory changed by path", good,
          [](auto& e) { e.setProperty(xmp_ns::CONTAINER, "Container:Directory[1]/Container:Item/Item:Semantic", "N"); },
          "N:image/jpeg "},

@@ -3,18 +3,13 @@
 
 #include "NdkMediaFormat.h"
 
-#include <stddef.h>
 #include <sys/types.h>
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 typedef struct AMediaExtractor AMediaExtractor;
 AMediaExtractor* AMediaExtractor_new(void);
 media_status_t AMediaExtractor_delete(AMediaExtractor*);
 media_status_t AMediaExtractor_setDataSourceFd(AMediaExtractor*, int fd, off64_t offset, off64_t length);
 size_t AMediaExtractor_getTrackCount(AMediaExtractor*);
 AMediaFormat* AMediaExtractor_getTrackFormat(AMediaExtractor*, size_t index);
-#ifdef __cplusplus
 }
-#endif
