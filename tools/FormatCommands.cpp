@@ -6,13 +6,12 @@
 
 #include "Destination.h"
 #include "InfoReport.h"
+#include "JsonLine.h"
 #include "PutClip.h"
 #include "Text.h"
 
 #include "PhotoCheck.h"
 #include "PublishedPhoto.h"
-
-#include <nlohmann/json.hpp>
 
 #include <sstream>
 
@@ -23,7 +22,6 @@ using namespace android::lumo;
 namespace {
 
 using FilePtr = std::shared_ptr<MediaFile>;
-using Json = nlohmann::ordered_json;
 
 char const* nameOf(PhotoCheck::Verdict verdict) {
     switch (verdict) {
@@ -56,8 +54,7 @@ std::string asJson(std::string const& path, PhotoCheck const& result) {
                             {"offset", finding.offset},
                             {"expected", finding.expected},
                             {"found", finding.found}});
-    Json const json = {{"schema", 1}, {"file", path}, {"verdict", nameOf(result.verdict)}, {"findings", findings}};
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    return jsonLine(path, {{"verdict", nameOf(result.verdict)}, {"findings", findings}});
 }
 
 Outcome checkOne(Arguments const& args, Input const& input) {

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "InfoReport.h"
 
+#include "JsonLine.h"
 #include "Text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdio>
@@ -120,15 +119,6 @@ void printXmp(Rows& row, InfoReport const& report) {
 
 // JSON ---------------------------------------------------------------------------------------------------------------
 
-using Json = nlohmann::ordered_json;
-
-/// The number of docs/json.md's description, raised when a field changes its meaning or goes.
-constexpr int SCHEMA = 1;
-
-void putLine(Json const& json, std::ostream& out) {
-    out << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
-}
-
 template<class T>
 Json orNull(std::optional<T> const& value) {
     return value ? Json(*value) : Json(nullptr);
@@ -176,8 +166,6 @@ Json xmpToJson(InfoReport const& report) {
 
 Json toJson(InfoReport const& report) {
     Json json = {
-        {"schema", SCHEMA},
-        {"file", report.file},
         {"mimeType", report.mimeType},
         {"fileSize", report.fileSize},
         {"imageSize", report.imageSize},
@@ -222,19 +210,15 @@ void printLine(InfoReport const& report, std::ostream& out) {
 }
 
 void printJson(InfoReport const& report, std::ostream& out) {
-    putLine(toJson(report), out);
+    out << jsonLine(report.file, toJson(report));
 }
 
 Outcome failedReport(Arguments const& args, std::string const& file, Failure const& failure) {
     auto outcome = failed(args, failure);
-    if (args.json) {
-        std::ostringstream out;
-        putLine({{"schema", SCHEMA},
-                 {"file", file},
-                 {"error", {{"exitCode", static_cast<int>(failure.exitCode())}, {"message", failure.sentence(false)}}}},
-                out);
-        outcome.text = out.str();
-    }
+    if (args.json)
+        outcome.text = jsonLine(
+            file,
+            {{"error", {{"exitCode", static_cast<int>(failure.exitCode())}, {"message", failure.sentence(false)}}}});
     return outcome;
 }
 
