@@ -21,9 +21,6 @@ namespace android::lumo {
 
 namespace {
 
-constexpr char RECOGNISED_BRAND[] = "mp42";
-constexpr char QUICK_TIME_BRAND[] = "qt  ";
-constexpr uint32_t BRAND_OFFSET = 8;
 constexpr uint32_t BOX_HEADER_SIZE = 8;
 
 /// A file that is gone with its descriptor.
@@ -67,15 +64,6 @@ void setSize(MediaFile& copy, movie::Box const& last) {
     checked::write(copy, boxHeader(last.size, "").substr(0, sizeof(uint32_t)));
 }
 
-/// Of a clip that was changed on its way in; what other writers keep in the record is no note.
-bool holdsNote(QRTInfo& trailer) {
-    auto const [position, size] = trailer.getDataPositionLength(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO);
-    if (size == 0 || size >= MovieNote::MAX_SIZE)
-        return false;
-    auto const bytes = trailer.getData(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO);
-    return MovieNote::parse({reinterpret_cast<char const*>(bytes.data()), bytes.size()}).has_value();
-}
-
 } // namespace
 
 MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs::MimeType still,
@@ -90,13 +78,12 @@ MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs
                                                             "(%s); remux it without a new encoding, for example "
                                                             "with: ffmpeg -i IN -c copy OUT.mp4",
                                                             clip->getPath().c_str(), walk.fault.c_str());
-    MotionClip prepared{clip, walk.brand, walk.brand != RECOGNISED_BRAND && walk.brand != QUICK_TIME_BRAND,
-                        fillerFor(size, still), false};
+    MotionClip prepared{clip, walk.brand, !movie::isRecognised(walk.brand), fillerFor(size, still), false};
     prepared.isLastBoxClosed = prepared.filler > 0 && walk.last.toEnd;
     if (prepared.isBrandChanged && options.keepBrand)
         throw ErrorAt().as(Error::Code::UNSUPPORTED,
                            *clip)("the video's major brand is \"%s\", motion photos are recognised by \"%s\" or \"%s\"",
-                                  walk.brand.c_str(), RECOGNISED_BRAND, QUICK_TIME_BRAND);
+                                  walk.brand.c_str(), movie::RECOGNISED_BRAND, movie::QUICK_TIME_BRAND);
     if (!prepared.isBrandChanged && prepared.filler == 0)
         return prepared;
     prepared.file = scratchFile(options.scratchFolder);
@@ -111,25 +98,21 @@ MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs
     if (prepared.isLastBoxClosed)
         setSize(copy, walk.last);
     if (prepared.isBrandChanged) {
-        checked::seek(copy, BRAND_OFFSET);
-        checked::write(copy, std::string(RECOGNISED_BRAND));
+        checked::seek(copy, movie::BRAND_OFFSET);
+        checked::write(copy, std::string(movie::RECOGNISED_BRAND));
     }
     return prepared;
 }
 
 void MotionClip::stage(MotionPhotoEdit& edit) const {
     edit.addVideo(file);
-    auto const trailer = edit.getQRTInfo();
-    bool const hadNote = holdsNote(*trailer);
-    if (hadNote)
-        edit.getQRTEdit().removeData(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO);
-    bool const isChanged = isBrandChanged || filler > 0;
-    if (!isChanged || (!hadNote && trailer->containsKey(qrt::NAME_MOTION_PHOTO_INFO, false)))
+    if (!isBrandChanged && filler == 0) {
+        MovieNote::clear(edit);
         return;
+    }
     uint32_t const stored = file->size();
     uint32_t const length = stored - filler;
-    MovieNote const note{brand, length, stored, isLastBoxClosed, MovieNote::markOf(*file, 0, length)};
-    edit.addQRTData(MovieNote::TYPE, qrt::NAME_MOTION_PHOTO_INFO, ByteBuffer().put(note.text()));
+    MovieNote{brand, length, stored, isLastBoxClosed, MovieNote::markOf(*file, 0, length)}.stage(edit);
 }
 
 } // namespace android::lumo

@@ -22,6 +22,15 @@ struct Box {
     uint32_t end() const { return position + size; }
 };
 
+constexpr char RECOGNISED_BRAND[] = "mp42"; ///< what a brand becomes that this library's views do not recognise
+constexpr char QUICK_TIME_BRAND[] = "qt  ";
+constexpr uint32_t BRAND_OFFSET = 8; ///< of the major brand in a movie
+
+/// Whether the views take a movie of this major brand for one.
+inline bool isRecognised(std::string const& brand) {
+    return brand == RECOGNISED_BRAND || brand == QUICK_TIME_BRAND;
+}
+
 /// The box at `position` of a range that ends at `end`; nothing, with a reason, where none fits. A read that the system
 /// refuses throws READ_FAILED.
 std::optional<Box> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason);
@@ -41,7 +50,7 @@ struct Walk {
     std::string fault;     ///< empty for a sound movie
 
     bool isSound() const { return fault.empty(); }
-    bool isQuickTime() const { return brand == "qt  "; }
+    bool isQuickTime() const { return brand == QUICK_TIME_BRAND; }
 };
 
 /// Reads box headers only, at most MAX_BOXES of them.

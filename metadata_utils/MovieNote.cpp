@@ -2,6 +2,7 @@
 #include "MovieNote.h"
 
 #include "CheckedFile.h"
+#include "MotionPhotoEdit.h"
 #include "MovieBoxes.h"
 
 #include <algorithm>
@@ -59,6 +60,25 @@ std::optional<MovieNote> MovieNote::in(MediaFile const& file, QRTDataInfo const&
         return std::nullopt;
     auto const bytes = checked::readAt(file, record.dataPosition, record.dataPayload);
     return parse({reinterpret_cast<char const*>(bytes.data()), bytes.size()});
+}
+
+bool MovieNote::clear(MotionPhotoEdit& edit) {
+    auto const trailer = edit.getQRTInfo();
+    if (!trailer->containsKey(qrt::NAME_MOTION_PHOTO_INFO, false))
+        return true;
+    auto const [position, size] = trailer->getDataPositionLength(TYPE, qrt::NAME_MOTION_PHOTO_INFO);
+    if (size == 0 || size >= MAX_SIZE)
+        return false;
+    auto const bytes = trailer->getData(TYPE, qrt::NAME_MOTION_PHOTO_INFO);
+    if (!parse({reinterpret_cast<char const*>(bytes.data()), bytes.size()}))
+        return false;
+    edit.getQRTEdit().removeData(TYPE, qrt::NAME_MOTION_PHOTO_INFO);
+    return true;
+}
+
+void MovieNote::stage(MotionPhotoEdit& edit) const {
+    if (clear(edit))
+        edit.addQRTData(TYPE, qrt::NAME_MOTION_PHOTO_INFO, ByteBuffer().put(text()));
 }
 
 } // namespace android::lumo

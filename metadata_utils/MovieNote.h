@@ -10,6 +10,8 @@
 
 namespace android::lumo {
 
+class MotionPhotoEdit;
+
 /// What a movie was before it was changed for the views, as record "MotionPhoto_Info" keeps it:
 ///
 ///     major_brand=isom length=28118 stored=125001 moov=0a1b2c3d
@@ -36,6 +38,11 @@ struct MovieNote {
     static std::optional<MovieNote> parse(std::string const& text);
     /// What a record of the file holds; nothing for a record or a text of another kind.
     static std::optional<MovieNote> in(MediaFile const& file, QRTDataInfo const& record);
+    /// Stages the note, in the place of one about the movie before. A record that holds another text stays, and there
+    /// is no note then.
+    void stage(MotionPhotoEdit& edit) const;
+    /// Stages that a note about the movie before goes. False when the record holds another text, which stays.
+    static bool clear(MotionPhotoEdit& edit);
 };
 
 } // namespace android::lumo

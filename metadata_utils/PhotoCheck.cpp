@@ -7,8 +7,8 @@
 #include "MotionPhotoInfoImpl.h"
 #include "PhotoLayout.h"
 #include "StillEnd.h"
+#include "TrailerForm.h"
 #include "io/HEIFMetaWriter.h"
-#include "io/VideoPointer.h"
 
 #include <algorithm>
 #include <cstring>
@@ -117,10 +117,13 @@ void Checker::checkRecord(QRTDataInfo const& record) {
         add("trailer-video", stored.position, "a whole movie", claim.reason);
         return;
     }
-    if (claim.position == stored.position && stored.size <= VideoPointer::MAX_RECORD_SIZE)
+    auto const form = published::TrailerForm::of(layout, claim);
+    if (form.isShort)
         add("trailer-pointer-size", stored.position, "a pointer, or more than 125000 bytes", number(stored.size));
-    if (claim.brand != "mp42" && claim.brand != "qt  ")
+    if (form.isOtherBrand)
         add("trailer-brand", claim.position, "\"mp42\" or \"qt  \"", "\"" + claim.brand + "\"");
+    if (!form.version.empty())
+        add("trailer-version", form.versionPosition, "\"" + form.version + "\"", "\"" + form.versionFound + "\"");
     if (!layout.videoBox)
         return;
     uint32_t const size = layout.videoBox->size - layout.videoBox->headerSize;
@@ -330,6 +333,8 @@ std::vector<PhotoCheck::Rule> const& PhotoCheck::rules() {
         {"trailer-video", Severity::ERROR, false, "record 2608 is a whole movie or a pointer to one"},
         {"trailer-pointer-size", Severity::ERROR, false, "a movie inside record 2608 has more than 125,000 bytes"},
         {"trailer-brand", Severity::ERROR, false, "the movie's major brand is one that the views recognise"},
+        {"trailer-version", Severity::ERROR, false,
+         "a HEIC's record 2609 says \"mpv1\" where the video stands in record 2608, and nowhere else"},
         {"pointer-box", Severity::ERROR, false, "the trailer's pointer leads to the content of the box 'mpvd'"},
         {"movie-boxes", Severity::ERROR, true, "the movie's boxes end where its box 'mpvd' ends"},
         {"stale-claim", Severity::ERROR, true, "a video that the XMP claims is there, whole"},

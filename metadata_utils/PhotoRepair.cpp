@@ -4,7 +4,9 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "ImageIndex.h"
+#include "MovieBoxes.h"
 #include "PublishedEdit.h"
+#include "TrailerForm.h"
 #include "XMPEditImpl.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
@@ -32,6 +34,7 @@ public:
     std::vector<std::string> run() {
         bringTrailerToTheEnd();
         setPointer();
+        setForm();
         auto const check = PhotoCheck::run(file);
         if (check.orphan.isSound())
             settleOrphan(check);
@@ -44,6 +47,7 @@ public:
 private:
     void bringTrailerToTheEnd();
     void setPointer();
+    void setForm();
     void settleOrphan(PhotoCheck const& check);
     void dropOrphan(MotionVideo const& orphan);
     void dropStaleClaims(PhotoCheck const& check);
@@ -75,6 +79,24 @@ void Mender::setPointer() {
     checked::seek(*file, stored.position);
     checked::write(*file, pointer);
     done.push_back("trailer's pointer set to the video box: " + range(box));
+}
+
+/// What this library's views do not recognise gets the form that they do.
+void Mender::setForm() {
+    PhotoLayout const layout(file);
+    auto const video = layout.fromTrailer();
+    if (!video.isSound())
+        return;
+    auto const form = published::TrailerForm::of(layout, video);
+    if (form.isRecognised())
+        return;
+    auto const result = published::recognise(file);
+    if (!form.version.empty())
+        done.push_back("trailer's version \"" + form.versionFound + "\" set to \"" + form.version + "\"");
+    if (!result.brand.empty())
+        done.push_back("movie's brand \"" + result.brand + "\" set to \"" + movie::RECOGNISED_BRAND + "\"");
+    if (form.isShort)
+        done.push_back("movie of " + std::to_string(video.size) + " bytes lifted above a pointer's size");
 }
 
 /// A movie that nothing claims: out with it, or, where there is no other, a claim for it.

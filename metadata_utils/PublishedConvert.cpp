@@ -16,6 +16,7 @@
 #include "PublishedEdit.h"
 #include "StillEnd.h"
 #include "Text.h"
+#include "TrailerForm.h"
 #include "XMPEditImpl.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
@@ -26,9 +27,6 @@ namespace android::lumo::published {
 
 namespace {
 
-constexpr char RECOGNISED_BRAND[] = "mp42";
-constexpr char QUICK_TIME_BRAND[] = "qt  ";
-constexpr uint32_t BRAND_OFFSET = 8;
 constexpr uint32_t BOX_HEADER_SIZE = 8;
 
 std::string bigEndian(uint32_t value) {
@@ -45,6 +43,7 @@ struct NewTrailer {
     QRTDataInfo video;
     QRTDataInfo note;
     bool hasNote = false;
+    uint32_t version = 0;
 
     void layOut() {
         video.type = qrt::TYPE_MOTION_PHOTO_DATA;
@@ -74,7 +73,7 @@ struct NewTrailer {
             trailer::appendRecord(bytes, note, note.data);
             records.push_back(trailer::withoutBytes(note));
         }
-        return bytes.put(trailer::serializeTail(0, records));
+        return bytes.put(trailer::serializeTail(version, records));
     }
 };
 
@@ -87,7 +86,7 @@ struct Change {
 
 Change changeFor(PhotoLayout const& layout, MotionVideo const& video) {
     Change change;
-    change.brand = video.brand != RECOGNISED_BRAND && video.brand != QUICK_TIME_BRAND;
+    change.brand = !movie::isRecognised(video.brand);
     if (layout.isHEIC || video.size > VideoPointer::MAX_RECORD_SIZE)
         return change;
     change.filler = std::max(VideoPointer::MAX_RECORD_SIZE + 1 - video.size, BOX_HEADER_SIZE);
@@ -109,7 +108,7 @@ std::vector<std::string> otherRecords(PhotoLayout const& layout) {
 std::optional<MovieNote> noteIn(PhotoLayout const& layout, MotionVideo const& video) {
     for (auto const& record : layout.records) {
         auto const note = MovieNote::in(*layout.file, record);
-        bool const isItsBrand = note && (video.brand == RECOGNISED_BRAND || video.brand == note->brand);
+        bool const isItsBrand = note && (video.brand == movie::RECOGNISED_BRAND || video.brand == note->brand);
         if (isItsBrand && note->stored == video.size && note->length <= note->stored &&
             note->isAbout(*layout.file, video.position))
             return note;
@@ -143,6 +142,9 @@ void requireConvertible(PhotoLayout const& layout, MotionVideo const& video) {
         throw ErrorAt().as(Error::Code::DAMAGED, *layout.file)("the HEIC's boxes do not add up: %s",
                                                                reasonOf(*layout.topLevel.damage).c_str());
     requireNoHiddenTrailer(layout);
+    if (layout.videoRecord() != nullptr)
+        throw ErrorAt().as(Error::Code::DAMAGED,
+                           *layout.file)("the trailer's record of the video does not lead to it; repair sets it right");
     if (layout.tail)
         throw ErrorAt().as(Error::Code::UNSUPPORTED,
                            *layout.file)("the photo has a trailer already, without the video: only into another file "
@@ -207,7 +209,7 @@ void putTrailerIntoJPEG(MediaFile& file, uint32_t position, uint32_t size, Chang
         end += change.filler;
     }
     if (change.brand)
-        writeAt(file, video + BRAND_OFFSET, RECOGNISED_BRAND);
+        writeAt(file, video + movie::BRAND_OFFSET, movie::RECOGNISED_BRAND);
     writeAt(file, end, textOf(planned.rest()));
 }
 
@@ -217,9 +219,42 @@ void putTrailerIntoHEIC(std::shared_ptr<MediaFile> const& file, Change const& ch
     uint32_t const position = now.videoBox->content();
     planned.video.data = VideoPointer{VideoPointer::TAG, position, now.videoBox->end() - position}.encode();
     if (change.brand)
-        writeAt(*file, position + BRAND_OFFSET, RECOGNISED_BRAND);
+        writeAt(*file, position + movie::BRAND_OFFSET, movie::RECOGNISED_BRAND);
     writeAt(*file, now.fileSize,
             trailer::serializeBoxHeader(planned.size()) + textOf(planned.head()) + textOf(planned.rest()));
+}
+
+/// Into the file itself, or an output; a trailer that there was has gone, and leaves its version.
+Conversion putTrailer(PhotoLayout const& layout, MotionVideo const& video, uint32_t version,
+                      std::shared_ptr<MediaFile> const& output) {
+    requireConvertible(layout, video);
+    Conversion done;
+    auto const change = changeFor(layout, video);
+    auto planned = planTrailer(layout, video, change);
+    planned.version = version;
+    auto const fields = fieldsWithTrailer(layout, video, change, planned);
+    done.isXMPWritten = takesFields(layout, fields);
+
+    auto const file = begin(layout.file, output);
+    // In a JPEG the planned record counts the video, which is there already.
+    uint64_t const grown = uint64_t{layout.fileSize} + planned.size() - (layout.isHEIC ? 0 : video.size) +
+                           trailer::BOX_HEADER_SIZE + (done.isXMPWritten ? xmpGrowth(layout, fields) : 0);
+    checked::SpaceKeeper const space(file, checked::sizeOf(grown));
+    if (done.isXMPWritten)
+        writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), fields); });
+    if (layout.isHEIC) {
+        putTrailerIntoHEIC(file, change, planned);
+    } else {
+        uint32_t const position = file->size() - (layout.fileSize - video.position);
+        if (position + video.size < file->size())
+            checked::truncate(*file, position + video.size); // padding behind the video
+        image_index::moveBytes(file, position, planned.headSize());
+        putTrailerIntoJPEG(*file, position, video.size, change, planned);
+    }
+    done.isChanged = true;
+    done.brand = change.brand ? video.brand : "";
+    done.filler = change.filler;
+    return done;
 }
 
 // From a trailer. -----------------------------------------------------------------------------------------------------
@@ -299,49 +334,19 @@ Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional
 Conversion toTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
     PhotoLayout const layout(photo);
     auto const video = layout.locate();
-    Conversion done;
-    if (video.isSound() && video.source == MotionVideo::Source::TRAILER) {
-        auto const file = begin(photo, output);
-        done.isChanged = changeFor(layout, video).brand;
-        if (done.isChanged) {
-            writeAt(*file, video.position + BRAND_OFFSET, RECOGNISED_BRAND);
-            done.brand = video.brand;
-        }
-        return done;
-    }
-    if (video.isSound() && layout.tail && layout.trailerFault.empty() && isElsewhere(*photo, output)) {
-        removeTrailer(photo, output);
-        done = toTrailer(output);
-        auto const edit = MotionPhotoInfo::parse(output)->edit();
-        edit->addQRTInfo(QRTInfo::parse(photo)); // other records come behind those of the video
-        edit->commit();
-        return done;
-    }
-    requireConvertible(layout, video);
-    auto const change = changeFor(layout, video);
-    auto planned = planTrailer(layout, video, change);
-    auto const fields = fieldsWithTrailer(layout, video, change, planned);
-    done.isXMPWritten = takesFields(layout, fields);
-
-    auto const file = begin(photo, output);
-    // In a JPEG the planned record counts the video, which is there already.
-    uint64_t const grown = uint64_t{layout.fileSize} + planned.size() - (layout.isHEIC ? 0 : video.size) +
-                           trailer::BOX_HEADER_SIZE + (done.isXMPWritten ? xmpGrowth(layout, fields) : 0);
-    checked::SpaceKeeper const space(file, checked::sizeOf(grown));
-    if (done.isXMPWritten)
-        writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), fields); });
-    if (layout.isHEIC) {
-        putTrailerIntoHEIC(file, change, planned);
-    } else {
-        uint32_t const position = file->size() - (layout.fileSize - video.position);
-        if (position + video.size < file->size())
-            checked::truncate(*file, position + video.size); // padding behind the video
-        image_index::moveBytes(file, position, planned.headSize());
-        putTrailerIntoJPEG(*file, position, video.size, change, planned);
-    }
-    done.isChanged = true;
-    done.brand = change.brand ? video.brand : "";
-    done.filler = change.filler;
+    if (video.isSound() && video.source == MotionVideo::Source::TRAILER)
+        return recognise(photo, output);
+    bool const hasOther =
+        video.isSound() && layout.tail && layout.trailerFault.empty() && layout.videoRecord() == nullptr;
+    if (!hasOther || !isElsewhere(*photo, output))
+        return putTrailer(layout, video, 0, output);
+    removeTrailer(photo, output);
+    PhotoLayout const without(output);
+    auto done = putTrailer(without, without.locate(), layout.tail->version, nullptr);
+    auto const edit = MotionPhotoInfo::parse(output)->edit();
+    edit->addQRTInfo(QRTInfo::parse(photo)); // other records come behind those of the video
+    edit->commit();
+    recognise(output); // a record 2609 among them
     return done;
 }
 
@@ -378,7 +383,7 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
     uint32_t const position = size - (layout.fileSize - video.position);
     checked::truncate(*file, size - back.cut);
     if (note)
-        writeAt(*file, position + BRAND_OFFSET, note->brand);
+        writeAt(*file, position + movie::BRAND_OFFSET, note->brand);
     if (note && note->isOpen && back.length < video.size)
         setSizeOfLastBox(*file, position, back.length, true);
     image_index::moveBytes(file, position, int64_t{back.start} - int64_t{video.position});

@@ -217,6 +217,14 @@ bool isFiller(MediaFile const& file, uint32_t position, uint32_t size) {
     return true;
 }
 
+void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
+    if (!isElsewhere(photo, output))
+        return edit.commit();
+    checked::requireEditable(*output);
+    checked::truncate(*output, 0);
+    edit.commit(output);
+}
+
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes) {
     checked::seek(file, position);
     checked::write(file, bytes);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "MotionPhotoEdit.h"
 #include "PhotoLayout.h"
 #include "SplicedCopy.h"
 #include "XMPInfoImpl.h"
@@ -54,6 +55,9 @@ void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change
 /// Whether these bytes are nobody's: zeros, or a 'free' box of zeros. Padding that is anything else, whoever claims it,
 /// is a picture or a record that the XMP does not name.
 bool isFiller(MediaFile const& file, uint32_t position, uint32_t size);
+
+/// Lets an editor of the photo commit: into the output, whose bytes go (the editor takes an empty one), or in place.
+void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output);
 
 /// Writes at a position.
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes);

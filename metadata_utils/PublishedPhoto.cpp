@@ -159,15 +159,6 @@ void dropClaims(MotionPhotoEdit& edit) {
                                      motion_names::MOTION_PHOTO); // so that the editor knows of the change
 }
 
-/// What an output held goes; the editor itself takes only an empty one.
-void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
-    if (!isElsewhere(photo, output))
-        return edit.commit();
-    checked::requireEditable(*output);
-    checked::truncate(*output, 0);
-    edit.commit(output);
-}
-
 void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const& output) {
     auto const edit = MotionPhotoInfo::parse(layout.file)->edit();
     edit->removeVideo(layout.file);

@@ -93,6 +93,8 @@ ExitCode convert(Arguments const& args) {
         photo.requireVideo();
         auto const result = args.form == "trailer" ? published::toTrailer(photo.file, output)
                                                    : published::toPublished(photo.file, args.dropRecords, output);
+        if (auto const changes = changesOf(result.brand, result.filler); args.form == "trailer" && !changes.empty())
+            note(args, photo.path(), changes);
         if (!result.dropped.empty()) {
             std::string names;
             for (auto const& name : result.dropped)

@@ -22,16 +22,6 @@ std::optional<int64_t> momentFor(Arguments const& args, std::shared_ptr<MediaFil
     return args.at == Arguments::AUTOMATIC ? stillMomentOf(clip) : microseconds(args.at);
 }
 
-/// What a clip lost or got on its way, in one line.
-std::string changesOf(MotionClip const& clip) {
-    std::string text;
-    if (clip.isBrandChanged)
-        text = "its brand '" + escaped(clip.brand) + "' becomes 'mp42' in the photo";
-    if (clip.filler > 0)
-        text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(clip.filler) + " bytes stands behind it");
-    return text;
-}
-
 /// Where the photo has the editor's own trailer or is a plain still, the editor keeps the moment that is there.
 MotionClip put(Arguments const& args, std::string const& path, Photo const& photo,
                std::shared_ptr<MediaFile> const& output) {
@@ -60,9 +50,19 @@ void note(Arguments const& args, std::string const& path, std::string const& tex
         std::fprintf(stderr, "%smotionphoto: %s: %s\n", lineStart(), escaped(path).c_str(), escaped(text).c_str());
 }
 
+std::string changesOf(std::string const& brand, uint32_t filler) {
+    std::string text;
+    if (!brand.empty())
+        text = "the brand '" + escaped(brand) + "' becomes 'mp42' in the photo";
+    if (filler > 0)
+        text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(filler) + " bytes stands behind it");
+    return text;
+}
+
 void putClip(Arguments const& args, std::string const& clip, Photo const& photo,
              std::shared_ptr<MediaFile> const& output) {
-    if (auto const changes = changesOf(put(args, clip, photo, output)); !changes.empty())
+    auto const done = put(args, clip, photo, output);
+    if (auto const changes = changesOf(done.isBrandChanged ? done.brand : "", done.filler); !changes.empty())
         note(args, clip, changes);
 }
 

@@ -11,6 +11,7 @@
 #include "QRTDataInfo.h"
 #include "io/ImageMetaWriter.h"
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <iostream>
@@ -106,6 +107,20 @@ bool editTrailer(Photo const& photo, FilePtr const& output, std::function<void(Q
     edit->makeDirty();
     edit->commit();
     return true;
+}
+
+/// The views follow no pointer beside "mpv1".
+void requireVideoFound(Photo const& photo, int32_t type, std::vector<unsigned char> const& data) {
+    static constexpr std::string_view INSIDE = "mpv1";
+    bool const saysInside = type == qrt::TYPE_MOTION_PHOTO_VERSION && data.size() >= INSIDE.size() &&
+                            std::equal(INSIDE.begin(), INSIDE.end(), data.begin());
+    if (!saysInside || !photo.hasClaim() || photo.file->mimeType() != MediaDefs::MimeType::IMAGE_HEIC)
+        return;
+    auto const inside = QRTInfo::parse(photo.file)->getDataPositionLength(qrt::TYPE_MOTION_PHOTO_DATA);
+    if (inside.first != photo.video.position)
+        throw Failure(ExitCode::BAD_INPUT, photo.path(),
+                      "version mpv1 says that the video stands inside the trailer, where it does not stand: it would "
+                      "not be found any more; give mpv3");
 }
 
 std::optional<QRTDataInfo> recordOf(Arguments const& args, QRTInfo const& trailer) {
@@ -214,6 +229,7 @@ ExitCode trailerPut(Arguments const& args) {
                 throw Failure(ExitCode::USAGE, "", "a new record needs its type: --type N");
             if (type == qrt::TYPE_MOTION_PHOTO_DATA)
                 throw Failure(ExitCode::USAGE, "", "that record is the video; motionphoto add puts one in");
+            requireVideoFound(photo, type, data);
             edit.putData(type, args.key, ByteBuffer(data));
         });
     });

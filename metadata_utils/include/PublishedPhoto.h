@@ -71,8 +71,9 @@ struct Conversion {
 
 /// Gives a published photo the trailer that the motion-photo views recognise; keeps everything else. A movie whose
 /// brand the views do not recognise becomes "mp42", one too short for a JPEG's record gets a 'free' box behind it: what
-/// it was is noted in the record "MotionPhoto_Info", as MotionClip::stage does, for the way back. Refused when an item
-/// stands behind the video. Records of a trailer that does not hold the video come behind it, into another file only.
+/// it was is noted in the record "MotionPhoto_Info", as MotionClip::stage does, for the way back. A photo that has its
+/// trailer already, in a form that the views do not recognise, gets the form that they do. Refused when an item stands
+/// behind the video. Records of a trailer that does not hold the video come behind it, into another file only.
 METADATA_UTILS_EXPORT Conversion toTrailer(std::shared_ptr<MediaFile> const& photo,
                                            std::shared_ptr<MediaFile> const& output = nullptr);
 

@@ -19,9 +19,12 @@ std::string idsOf(PhotoCheck const& check) {
 }
 
 /// A HEIC with a video box, claims for it, and a trailer whose pointer is `shift` off.
-std::string heic(std::string const& movie, int shift, std::string const& behind = {}) {
+std::string heic(std::string const& movie, int shift, std::string const& behind = {}, std::string const& version = {}) {
     auto const build = [&](size_t position) {
-        std::string const trailer = qrtdBox(trailerBytes({videoRecord(pointerTo(position, movie.size()))}));
+        std::vector<TrailerRecord> records{videoRecord(pointerTo(position, movie.size()))};
+        if (!version.empty())
+            records.push_back({2609, "MotionPhoto_Version", version});
+        std::string const trailer = qrtdBox(trailerBytes(records));
         return heicWith(videoBox(movie) + trailer + behind,
                         itemOf("Primary", "image/heic", paddingOf(8)) +
                             videoItem(movie.size() + trailer.size() + behind.size()));
@@ -71,9 +74,9 @@ std::vector<Sample> samples() {
         {heic(movie, 0, heicBox("free", "cdif debug info")), "trailer-last directory-video", ""},
         {JpegBuilder().build("scan", trailerBytes({record, twin})), "trailer-one-video xmp-claim", "trailer-one-video"},
         {JpegBuilder().build("scan", trailerBytes({{2608, "V", pattern(126'000)}})), "trailer-video", "="},
-        {JpegBuilder().build("scan", trailerBytes({{2608, "V", movie}})), "trailer-pointer-size xmp-claim",
-         "trailer-pointer-size"},
-        {withTrailer(isom, ""), "trailer-brand", "="},
+        {JpegBuilder().build("scan", trailerBytes({{2608, "V", movie}})), "trailer-pointer-size xmp-claim", ""},
+        {withTrailer(isom, ""), "trailer-brand", ""},
+        {heic(movie, 0, "", "mpv1"), "trailer-version", ""},
         {claimsNothing, "xmp-claim", ""},
         {heic(movie, 8), "trailer-video", ""},
         {heicOf(box + heicBox("skip", pointing(0))), "trailer-box xmp-claim", "trailer-box"},

@@ -305,7 +305,8 @@ class ToolTest(unittest.TestCase):
         self.done("trailer", "put", "Note", "--type", "4000", "--text", "by the sea", "photo.jpg", "--in-place")
         self.refused(3, "Note", "convert", "photo.jpg", "--to", "published", "-o", "published.jpg")
         self.tool("convert", "photo.jpg", "--to", "published", "--drop-records", "-o", "published.jpg")
-        self.done("convert", "published.jpg", "--to", "trailer", "-o", "back.jpg")
+        said = self.tool("convert", "published.jpg", "--to", "trailer", "-o", "back.jpg").stderr
+        self.assertIn("becomes 'mp42'", said)
         for name, source in (("photo.jpg", "trailer"), ("published.jpg", "directory"), ("back.jpg", "trailer")):
             with self.subTest(name=name):
                 motion = self.info(name)["motionPhoto"]
