@@ -82,11 +82,8 @@ void Checker::checkContainer() {
     stillEnd = findStillEnd(*layout.file);
     if (!layout.isHEIC && !stillEnd)
         add("jpeg-segments", layout.fileSize, "segments and scans up to an end of image", "none");
-    if (layout.isHEIC && layout.topLevel.damage) {
-        auto const& boxes = layout.topLevel.boxes;
-        add("heic-boxes", boxes.empty() ? 0 : boxes.back().end(), "boxes up to the file's end",
-            reasonOf(*layout.topLevel.damage));
-    }
+    if (layout.isHEIC && layout.topLevel.damage)
+        add("heic-boxes", layout.boxFaultPosition(), "boxes up to the file's end", layout.boxFault());
     if (!layout.xmpFault.empty())
         add("xmp-packet", 0, "an XMP packet", layout.xmpFault);
 }

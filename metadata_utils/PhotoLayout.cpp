@@ -111,6 +111,19 @@ bool PhotoLayout::hasHiddenTrailer() const {
     return isHEIC && !topLevel.damage && HEIFMetaWriter::isTrailerHidden(*file);
 }
 
+/// A box that goes beyond the file's end is listed, as far as it is there.
+uint32_t PhotoLayout::boxFaultPosition() const {
+    auto const& boxes = topLevel.boxes;
+    if (boxes.empty())
+        return 0;
+    return boxes.back().end() < fileSize ? boxes.back().end() : boxes.back().position;
+}
+
+std::string PhotoLayout::boxFault() const {
+    return "no whole box at " + std::to_string(boxFaultPosition()) + " of " + std::to_string(fileSize) +
+           " bytes: damaged, or cut off";
+}
+
 MotionVideo PhotoLayout::damaged(Source source, std::string const& reason) const {
     MotionVideo video;
     video.source = source;
@@ -195,6 +208,10 @@ MotionVideo PhotoLayout::locate() const {
         if (first.status == Status::NONE)
             first = video;
     }
+    if (first.status == Status::NONE && topLevel.damage)
+        first.reason = "its boxes do not add up: " + boxFault();
+    else if (first.status == Status::NONE && !xmpFault.empty())
+        first.reason = "its XMP cannot be read: " + xmpFault;
     return first;
 }
 

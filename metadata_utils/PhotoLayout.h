@@ -42,12 +42,16 @@ struct PhotoLayout {
     uint32_t trailerStart() const;
     /// A HEIC's trailer stands in front of other boxes, where it is not looked for.
     bool hasHiddenTrailer() const;
+    /// Where a HEIC's boxes stop adding up, and a text about it for a file with such damage.
+    uint32_t boxFaultPosition() const;
+    std::string boxFault() const;
     /// The claim of a source, looked at; status NONE where it makes none.
     MotionVideo fromTrailer() const;
     MotionVideo fromBox() const;
     MotionVideo fromDirectory() const;
     MotionVideo fromMicroVideo() const;
-    /// The first that holds, else the first that was made.
+    /// The first that holds, else the first that was made; where there is none, the reason tells what could not be
+    /// read.
     MotionVideo locate() const;
 
 private:

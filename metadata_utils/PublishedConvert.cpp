@@ -140,7 +140,7 @@ void requireConvertible(PhotoLayout const& layout, MotionVideo const& video) {
                                          video.reason.empty() ? "none is claimed" : video.reason.c_str());
     if (layout.topLevel.damage)
         throw ErrorAt().as(Error::Code::DAMAGED, *layout.file)("the HEIC's boxes do not add up: %s",
-                                                               reasonOf(*layout.topLevel.damage).c_str());
+                                                               layout.boxFault().c_str());
     requireNoHiddenTrailer(layout);
     if (layout.videoRecord() != nullptr)
         throw ErrorAt().as(Error::Code::DAMAGED,

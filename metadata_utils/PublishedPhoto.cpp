@@ -210,7 +210,9 @@ MotionVideo removeVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr
     PhotoLayout const layout(photo);
     auto const video = layout.locate();
     if (video.status == MotionVideo::Status::NONE && !layout.claims.any())
-        throw ErrorAt()("nothing in %s speaks of a video", photo->getPath().c_str());
+        throw ErrorAt().as(video.reason.empty() ? Error::Code::REFUSED : Error::Code::DAMAGED,
+                           *photo)("nothing in %s speaks of a video%s%s", photo->getPath().c_str(),
+                                   video.reason.empty() ? "" : ", as far as it can be read: ", video.reason.c_str());
     if (isForEditor(layout)) {
         removeByEditor(layout, output);
         return video;

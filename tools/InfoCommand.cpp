@@ -37,12 +37,17 @@ ExitCode info(Arguments const& args) {
         args,
         [&](Input const& input) {
             std::ostringstream out;
+            bool isWhole = true;
             try {
-                print(args, reportOn(input.path), out);
+                auto const report = reportOn(input.path);
+                print(args, report, out);
+                isWhole = report.damage.empty();
             } catch (Failure const& failure) {
                 return failedReport(args, input.path, failure);
             }
-            return Outcome{Outcome::Kind::DONE, ExitCode::DONE, out.str() + (apart ? "\n" : ""), ""};
+            auto const text = out.str() + (apart ? "\n" : "");
+            return isWhole ? Outcome{Outcome::Kind::DONE, ExitCode::DONE, text, ""}
+                           : Outcome{Outcome::Kind::FAILED, ExitCode::BAD_INPUT, text, ""};
         },
         Summary::NO);
 }

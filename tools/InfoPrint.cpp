@@ -171,6 +171,7 @@ Json toJson(InfoReport const& report) {
         {"imageSize", report.imageSize},
     };
     json["motionPhoto"] = report.motionPhoto ? toJson(*report.motionPhoto) : Json(nullptr);
+    json["damage"] = report.damage.empty() ? Json(nullptr) : Json(report.damage);
     json["trailer"] = report.trailer ? toJson(*report.trailer) : Json(nullptr);
     json["xmp"] = xmpToJson(report);
     json["debugInfo"] = nullptr;
@@ -190,7 +191,7 @@ void printText(InfoReport const& report, std::ostream& out) {
     if (report.motionPhoto)
         printMotionPhoto(row, *report.motionPhoto);
     else
-        row("motion photo", "no");
+        row("motion photo", report.damage.empty() ? "no" : "cannot be told: " + report.damage);
     if (report.trailer)
         printTrailer(row, *report.trailer);
     printXmp(row, report);
@@ -201,7 +202,7 @@ void printText(InfoReport const& report, std::ostream& out) {
 void printLine(InfoReport const& report, std::ostream& out) {
     out << left(escaped(report.file), 40) << "  " << left(report.mimeType, 10) << "  ";
     if (!report.motionPhoto)
-        out << "no motion photo\n";
+        out << (report.damage.empty() ? "no motion photo\n" : "damaged, cannot be told\n");
     else if (!report.motionPhoto->valid)
         out << "damaged motion photo\n";
     else

@@ -83,6 +83,8 @@ InfoReport gather(Photo const& photo) {
         report.trailer = trailerOf(*trailer);
     if (photo.hasClaim())
         report.motionPhoto = motionPhotoOf(photo, *view);
+    else
+        report.damage = photo.damage();
     auto const xmp = view->getXMPInfo();
     for (auto const& [schema, path] : xmp->getProperties())
         report.properties.push_back({schema, path, xmp->getProperty(schema, path)});

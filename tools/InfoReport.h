@@ -61,6 +61,7 @@ struct InfoReport {
     uint64_t fileSize = 0;
     uint64_t imageSize = 0;
     std::optional<MotionPhoto> motionPhoto;
+    std::string damage; ///< what could not be read, so that a video may be there that is not known of
     std::optional<Trailer> trailer;
     std::vector<Property> properties;
     std::vector<Item> items; ///< in directory order

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Photo.h"
 
+#include "PhotoCheck.h"
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -118,9 +120,31 @@ std::shared_ptr<MotionPhotoInfo> Photo::view() const {
     return parsed ? parsed : guarded(path(), [&] { return MotionPhotoInfo::parse(file); });
 }
 
+std::string Photo::damage() const {
+    if (!hasClaim())
+        return video.reason;
+    if (file->mimeType() != MediaDefs::MimeType::IMAGE_HEIC)
+        return "";
+    // A video may be found by a trailer, and the image be cut.
+    auto const check = guarded(path(), [&] { return PhotoCheck::run(file); });
+    auto const found = std::find_if(check.findings.begin(), check.findings.end(),
+                                    [](auto const& each) { return std::string_view(each.rule->id) == "heic-boxes"; });
+    return found == check.findings.end() ? "" : "its boxes do not add up: " + found->found;
+}
+
+void Photo::requireReadable() const {
+    if (auto const fault = damage(); !fault.empty())
+        throw Failure(ExitCode::BAD_INPUT, path(), fault + "; what it holds cannot be told");
+}
+
+void Photo::failAbsent(std::string const& text) const {
+    requireReadable();
+    throw Failure(ExitCode::NO_MOTION_PHOTO, path(), text);
+}
+
 void Photo::requireVideo() const {
     if (!hasClaim())
-        throw Failure(ExitCode::NO_MOTION_PHOTO, path(), "is no motion photo");
+        failAbsent("is no motion photo");
     if (!video.isSound())
         throw Failure(ExitCode::BAD_INPUT, path(), "its video is damaged: " + video.reason);
 }

@@ -40,6 +40,12 @@ struct Photo {
     bool hasClaim() const { return video.status != android::lumo::MotionVideo::Status::NONE; }
     /// The view of the library's own trailer, XMP and all.
     std::shared_ptr<android::lumo::MotionPhotoInfo> view() const;
+    /// What of the file could not be read, so that it may hold what was not found; empty for a whole one.
+    std::string damage() const;
+    /// A Failure about what is not there, unless damage may hide it.
+    [[noreturn]] void failAbsent(std::string const& text) const;
+    /// A Failure where damage may hide what was not found.
+    void requireReadable() const;
     /// A Failure unless something speaks of a video (NO_MOTION_PHOTO) and it is whole (BAD_INPUT).
     void requireVideo() const;
     /// The ending of a file of its own for the video.

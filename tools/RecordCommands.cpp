@@ -83,8 +83,7 @@ std::string asText(ByteBuffer const& data) {
 // Trailer. ------------------------------------------------------------------------------------------------------------
 
 [[noreturn]] void failNoRecord(Arguments const& args, Photo const& photo) {
-    throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(),
-                  "has no record '" + args.key + "'; motionphoto trailer list shows those it has");
+    photo.failAbsent("has no record '" + args.key + "'; motionphoto trailer list shows those it has");
 }
 
 /// Runs the change on the trailer's editor and commits it: the photo's own one where XMP counts the trailer's bytes to
@@ -202,7 +201,10 @@ bool editXmp(Photo const& photo, FilePtr const& output, std::function<void(XMPEd
 ExitCode trailerList(Arguments const& args) {
     return giveEach(args, [&](Photo const& photo) {
         std::string text;
-        for (auto const& record : QRTInfo::parse(photo.file)->getRecords())
+        auto const records = QRTInfo::parse(photo.file)->getRecords();
+        if (records.empty())
+            photo.requireReadable();
+        for (auto const& record : records)
             text += escaped(photo.path()) + "\t" + std::to_string(record.type) + "\t" + escaped(record.name) + "\t" +
                     std::to_string(record.dataPosition) + "\t" + std::to_string(record.dataPayload) + "\n";
         return text;
@@ -260,7 +262,7 @@ ExitCode xmpGet(Arguments const& args) {
         auto const name = nameOf(args, *xmp);
         auto const value = xmp->getProperty(name.schema, name.path);
         if (value.empty())
-            throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "has no property " + args.key);
+            photo.failAbsent("has no property " + args.key);
         return value + "\n";
     });
 }
@@ -279,7 +281,7 @@ ExitCode xmpRemove(Arguments const& args) {
         return editXmp(photo, output, [&](XMPEdit& edit) {
             auto const name = nameOf(args, edit);
             if (edit.getProperty(name.schema, name.path).empty())
-                throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "has no property " + args.key);
+                photo.failAbsent("has no property " + args.key);
             edit.removeProperty(name.schema, name.path);
         });
     });
@@ -287,7 +289,10 @@ ExitCode xmpRemove(Arguments const& args) {
 
 ExitCode xmpDump(Arguments const& args) {
     return giveEach(args, [&](Photo const& photo) {
-        auto const packet = XMPInfo::parse(photo.file)->serializeToBuffer();
+        auto const xmp = XMPInfo::parse(photo.file);
+        if (!xmp->isNotEmpty())
+            photo.requireReadable();
+        auto const packet = xmp->serializeToBuffer();
         return std::string(packet.begin(), packet.end()) + "\n";
     });
 }
@@ -296,7 +301,7 @@ ExitCode debugInfoGet(Arguments const& args) {
     return giveEach(args, [&](Photo const& photo) {
         auto const block = blocksOf(photo.file)->getCameraDebugInfo();
         if (block.type == MediaDefs::MetaType::NONE)
-            throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "has no debug info");
+            photo.failAbsent("has no debug info");
         return block.toTypedData<std::string>();
     });
 }

@@ -127,6 +127,7 @@ bool stillAlone(Arguments const& args, Photo const& photo, FilePtr const& output
         dropEmptyDirectory(output != nullptr ? output : photo.file);
         return true;
     }
+    photo.requireReadable();
     if (output != nullptr)
         copyWhole(photo, output);
     return output != nullptr;
@@ -159,7 +160,7 @@ ExitCode replace(Arguments const& args) {
 ExitCode remove(Arguments const& args) {
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         if (!photo.hasClaim())
-            throw Failure(ExitCode::NO_MOTION_PHOTO, photo.path(), "is no motion photo");
+            photo.failAbsent("is no motion photo");
         removeVideo(args, photo, output);
         if (auto const orphan = MotionVideo::scan(output != nullptr ? output : photo.file); orphan.isSound())
             note(args, photo.path(),

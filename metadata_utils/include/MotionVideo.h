@@ -25,8 +25,7 @@ class MotionPhotoInfo;
 ///                  Padding and the lengths and paddings of the items behind it, counted from the file's end (Motion
 ///                  Photo format 1.0; Dynamic Depth format 1.0). "GCamera:MotionPhoto" 0 withdraws it.
 ///     MICRO_VIDEO  "GCamera:MicroVideoOffset": bytes from the video's first to the file's end, with "MicroVideo" 1
-///     (the
-///                  format before Motion Photo 1.0)
+///                  (the format before Motion Photo 1.0)
 ///
 /// It believes none of them: at the place there must begin a movie ('ftyp' of any brand, ISO/IEC 14496-12 or QuickTime)
 /// with a 'moov' whose top-level boxes end where the claim ends; a last box of size 0 ends there too. The first claim
@@ -52,8 +51,10 @@ struct METADATA_UTILS_EXPORT MotionVideo {
     uint32_t size = 0;            ///< bytes of the video, without padding or anything behind it
     /// The still's moment in the video in microseconds, from the XMP; nothing where it names none.
     std::optional<int64_t> momentUs;
-    std::string brand;  ///< major brand of the movie ("mp42", "qt  "); empty where none begins
-    std::string reason; ///< of a damaged claim, without "[source:line] "
+    std::string brand; ///< major brand of the movie ("mp42", "qt  "); empty where none begins
+    /// Of a damaged claim, without "[source:line] "; under NONE what of the file could not be read, if anything: there
+    /// a claim may have been.
+    std::string reason;
 
     /// Whether position and size name a whole movie.
     bool isSound() const { return status == Status::SOUND; }

@@ -366,6 +366,10 @@ class ToolTest(unittest.TestCase):
         result = self.tool("info", "text.txt", "named.jpg", errors="replace")
         self.assertIn("motion photo  damaged", result.stdout)
         self.assertNotIn("\x1b", result.stdout)
+        self.write("cut.heic", bytes.fromhex("00000014667479706865696300000000686569630000009966726565"))
+        self.assertEqual(self.tool("info", "cut.heic").returncode, 3)
+        for args in (["still", "--in-place"], ["remove", "--in-place"], ["xmp", "get", "xmp:Rating"], ["trailer", "list"]):
+            self.refused(3, "do not add up", *args, "cut.heic")
         self.refused(3, "its video is damaged", "extract", "named.jpg", "-o", "out.mp4")
         self.write("claimless.jpg", STILL + trailer((2608, b"MotionPhoto_Data", CLIP)))
         self.assertIn("xmp-claim: expected", self.tool("check", "claimless.jpg").stdout)
