@@ -102,7 +102,7 @@ typedef struct mu_video {
     uint32_t size;         /* its bytes */
     int64_t moment_us;     /* of the still in the video; -1 where nothing names it */
     char const* mime_type; /* "video/mp4", "video/quicktime"; "none" without a movie */
-    char const* reason;    /* of MU_STATUS_DAMAGED, else "" */
+    char const* reason;    /* of MU_STATUS_DAMAGED; of MU_STATUS_NONE what could not be read; else "" */
 } mu_video;
 
 /* Asks what the photo claims, and whether a movie is there. A photo without one is MU_OK too: see the status. */
