@@ -26,9 +26,8 @@ using File = std::shared_ptr<MediaFile>;
 struct Edit {
     /// Edits `photo` in place, or writes the edited photo into `output`.
     std::function<void(File const& photo, File const& output)> carryOut;
-    /// What the step does to a packet: all of these are tried before the first step is carried out. Empty where the
-    /// step does more, or depends on those before it.
-    std::function<void(XMPEdit& packet)> change = {};
+    /// For changes of the packet: the ones this step makes, in one commit. Another one joins them.
+    std::shared_ptr<std::vector<std::function<void(XMPEdit& packet)>>> changes = {};
 };
 
 struct Property {

@@ -114,8 +114,9 @@ int mu_copy_video_to_path(mu_photo* photo, char const* path) {
         auto const video = soundVideo(of(photo));
         auto const target = outputAt(path);
         require(!MediaFile::isFdsDup(photo->file->getFd(), target->getFd()), "the output is the photo itself");
-        checked::truncate(*target, 0);
+        checked::requireSpace(*target, video.size);
         checked::copy(photo->file, target, video.position, video.size);
+        checked::truncate(*target, video.size);
     });
 }
 
@@ -167,10 +168,6 @@ int mu_read_record(mu_photo* photo, size_t index, void* bytes, size_t capacity, 
         out(size) = record.dataPayload;
         auto const wanted = static_cast<uint32_t>(std::min<size_t>(capacity, record.dataPayload));
         require(bytes != nullptr || wanted == 0, "no place for the answer given");
-        if (wanted == 0)
-            return;
-        if (checked::readUpTo(*photo->file, record.dataPosition, bytes, wanted) != wanted) // it was there once
-            throw ErrorAt().as(Error::Code::CHANGED)("the photo has changed since it was read: no record at %zu",
-                                                     size_t{record.dataPosition});
+        checked::readAgain(*photo->file, record.dataPosition, bytes, wanted);
     });
 }

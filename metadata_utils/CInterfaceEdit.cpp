@@ -5,6 +5,8 @@
 #include "MemoryFile.h"
 #include "MotionPhotoEdit.h"
 #include "PublishedPhoto.h"
+#include "ScratchFile.h"
+#include "SplicedCopy.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -15,10 +17,7 @@ using namespace android::lumo::handles;
 namespace {
 
 void copyWhole(File const& source, File const& target) {
-    uint32_t const size = source->size();
-    checked::seek(*target, 0);
-    checked::copy(source, target, 0, size);
-    checked::truncate(*target, size);
+    SplicedCopy(source).writeTo(target);
 }
 
 /// For edits that know only to work in place.
@@ -30,16 +29,15 @@ Edit inPlace(std::function<void(File const&)> const& edit) {
     }};
 }
 
-/// For the edit of a property. A name without steps below it means the same before and behind every other step, so it
-/// can be tried ahead.
-Edit ofPacket(std::string const& path, std::function<void(XMPEdit&)> const& change) {
-    auto edit = inPlace([change](File const& file) {
+Edit ofPacket() {
+    auto const changes = std::make_shared<std::vector<std::function<void(XMPEdit&)>>>();
+    auto edit = inPlace([changes](File const& file) {
         auto const packet = XMPInfo::parse(file)->edit();
-        change(*packet);
+        for (auto const& change : *changes)
+            change(*packet);
         packet->commit();
     });
-    if (path.find_first_of("[/") == std::string::npos)
-        edit.change = change;
+    edit.changes = changes;
     return edit;
 }
 
@@ -60,27 +58,39 @@ void putRecord(File const& file, int32_t type, std::string const& name, ByteBuff
     edit->commit();
 }
 
-/// A property that cannot be set is found before the first step has changed the file.
+/// What a later step refuses is found on a copy, before the first one has changed the file.
 void rehearse(mu_photo const& photo) {
-    if (std::none_of(photo.staged.begin(), photo.staged.end(), [](auto const& edit) { return edit.change != nullptr; }))
-        return;
-    auto const packet = XMPInfo::parse(photo.file)->edit();
-    for (auto const& edit : photo.staged) {
-        if (edit.change)
-            edit.change(*packet);
-    }
+    auto const copy = scratchBeside(*photo.file);
+    copyWhole(photo.file, copy);
+    for (auto const& edit : photo.staged)
+        edit.carryOut(copy, nullptr);
 }
 
 /// The first edit makes the output, the others work on it.
-void writeInto(mu_photo const& photo, File const& output) {
+void carryOutInto(mu_photo const& photo, File const& output) {
     if (photo.staged.empty())
         return copyWhole(photo.file, output);
-    if (MediaFile::isFdsDup(photo.file->getFd(), output->getFd()))
-        throw ErrorAt()("the output is the photo itself");
-    rehearse(photo);
     photo.staged.front().carryOut(photo.file, output);
     std::for_each(photo.staged.begin() + 1, photo.staged.end(),
                   [&](auto const& edit) { edit.carryOut(output, nullptr); });
+}
+
+/// What an output holds stays until all is carried out elsewhere; an empty one is empty again after a failure.
+void writeInto(mu_photo const& photo, File const& output) {
+    if (MediaFile::isFdsDup(photo.file->getFd(), output->getFd()))
+        throw ErrorAt()("the output is the photo itself");
+    checked::requireEditable(*output);
+    if (output->size() > 0) {
+        auto const result = scratchBeside(*output);
+        carryOutInto(photo, result);
+        return copyWhole(result, output);
+    }
+    try {
+        carryOutInto(photo, output);
+    } catch (...) {
+        output->truncate(0);
+        throw;
+    }
 }
 
 } // namespace
@@ -110,15 +120,17 @@ int mu_stage_moment(mu_photo* photo, int64_t moment_us) {
 }
 
 int mu_stage_property(mu_photo* photo, char const* schema, char const* path, char const* value) {
-    return stage(photo, [&] {
-        return ofPacket(given(path),
-                        [name = std::pair<std::string, std::string>(given(schema), given(path)),
-                         text = value != nullptr ? std::optional<std::string>(value) : std::nullopt](XMPEdit& packet) {
-                            if (text)
-                                packet.setProperty(name.first, name.second, *text);
-                            else
-                                packet.removeProperty(name.first, name.second);
-                        });
+    return guarded([&] {
+        auto& staged = of(photo).staged;
+        std::function<void(XMPEdit&)> change;
+        std::string const name = given(schema), steps = given(path);
+        if (value != nullptr)
+            change = [=, text = std::string(value)](XMPEdit& packet) { packet.setProperty(name, steps, text); };
+        else
+            change = [=](XMPEdit& packet) { packet.removeProperty(name, steps); };
+        if (staged.empty() || staged.back().changes == nullptr)
+            staged.push_back(ofPacket());
+        staged.back().changes->push_back(std::move(change));
     });
 }
 
@@ -148,7 +160,8 @@ int mu_stage_to_published(mu_photo* photo, int drop_records) {
 int mu_commit(mu_photo* photo) {
     return guarded([&] {
         of(photo).contents.reset();
-        rehearse(*photo);
+        if (photo->staged.size() > 1)
+            rehearse(*photo);
         while (!photo->staged.empty()) {
             photo->staged.front().carryOut(photo->file, nullptr);
             photo->staged.erase(photo->staged.begin());

@@ -238,12 +238,16 @@ size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n
     return count;
 }
 
+void readAgain(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at) {
+    if (size_t const count = readUpTo(file, position, buffer, n, at); count != n)
+        throw at.as(Error::Code::CHANGED, file)("fail to read bytes: %zu, expected %zu", count, n);
+}
+
 void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint32_t block, ErrorAt at) {
     std::vector<uint8_t> bytes(std::min(n, block));
     for (uint32_t done = 0; done < n;) {
         size_t const wanted = std::min<size_t>(n - done, bytes.size());
-        if (size_t const count = readUpTo(file, uint64_t{position} + done, bytes.data(), wanted, at); count != wanted)
-            throw at.as(Error::Code::CHANGED, file)("fail to read bytes: %zu, expected %zu", count, wanted);
+        readAgain(file, uint64_t{position} + done, bytes.data(), wanted, at);
         done += static_cast<uint32_t>(wanted);
     }
 }

@@ -84,6 +84,10 @@ size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n
 /// Fills the buffer from `position`; "fail to read bytes: %zu, expected %zu" where the file ends before.
 void readExactly(MediaFile const& file, uint32_t position, void* buffer, size_t n, ErrorAt at = ErrorAt());
 
+/// Fills the buffer from `position` with bytes that were there when the file was read; CHANGED where the file ends
+/// before, "fail to read bytes: %zu, expected %zu".
+void readAgain(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at = ErrorAt());
+
 /// Reads a range once, up to `block` bytes at a time, so that a move of it will not end halfway: bytes that cannot be
 /// read throw READ_FAILED, a file that has become shorter CHANGED.
 void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint32_t block, ErrorAt at = ErrorAt());

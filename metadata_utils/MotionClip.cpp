@@ -6,46 +6,16 @@
 #include "MotionPhotoEdit.h"
 #include "MovieBoxes.h"
 #include "MovieNote.h"
+#include "ScratchFile.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-
-#include <fcntl.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 namespace android::lumo {
 
 namespace {
 
 constexpr uint32_t BOX_HEADER_SIZE = 8;
-
-/// A file that is gone with its descriptor.
-int openNameless(std::string const& folder) {
-    if (int const fd = open64(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600); fd >= 0)
-        return fd;
-    // A file system without nameless files: one with a name, for a moment.
-    std::string name = folder + "/motion.XXXXXX";
-    int const fd = mkostemp64(name.data(), O_CLOEXEC);
-    if (fd >= 0)
-        unlink(name.c_str());
-    return fd;
-}
-
-std::shared_ptr<MediaFile> scratchFile(std::string const& wanted) {
-    std::error_code failure;
-    auto const folder = wanted.empty() ? std::filesystem::temp_directory_path(failure).string() : wanted;
-    int const fd = openNameless(folder);
-    if (fd <= 0)
-        throw ErrorAt().as(Error::Code::WRITE_FAILED)("no temporary file in %s: %s", folder.c_str(),
-                                                      std::strerror(errno));
-    auto const file = std::make_shared<MediaFile>(fd); // has a descriptor of its own
-    close(fd);
-    return file;
-}
 
 std::string boxHeader(uint32_t size, char const* type) {
     uint32_t const stored = __builtin_bswap32(size);

@@ -112,7 +112,7 @@ METADATA_UTILS_EXPORT int mu_scan_video(mu_photo* photo, mu_video* video);
 /* Copies the video, as stored, to the descriptor's position. A photo without a sound video gives MU_REFUSED. After a
  * failure part of it may have been written. */
 METADATA_UTILS_EXPORT int mu_copy_video_to_descriptor(mu_photo* photo, int fd);
-/* The same to a path, which must exist; what it held is gone once the video is found. */
+/* The same to a file that exists; what it held stays until the video and room for it are found. */
 METADATA_UTILS_EXPORT int mu_copy_video_to_path(mu_photo* photo, char const* path);
 
 /* What the photo says. ----------------------------------------------------------------------------------------------*/
@@ -157,7 +157,10 @@ METADATA_UTILS_EXPORT int mu_get_record_at(mu_photo* photo, size_t index, mu_rec
 /* The first `capacity` bytes of a record's data, which holds `size`. */
 METADATA_UTILS_EXPORT int mu_read_record(mu_photo* photo, size_t index, void* bytes, size_t capacity, size_t* size);
 
-/* Editing: staged in the order of the calls, written by a commit. ---------------------------------------------------*/
+/* Editing: staged in the order of the calls, written by a commit. Whatever an edit can be refused for is found before a
+ * byte of the photo or the output changes, for all that are staged: several are first tried on a temporary copy (beside
+ * the file that is written, or in the system's temporary folder, or in memory). Properties that are staged one behind
+ * the other are one edit. ------------------------------------------------------------------------------------------*/
 
 /* A clip in place of the video there is; `moment_us` -1 for the clip's end. The clip is read at the commit and may be
  * closed before. */
@@ -177,11 +180,13 @@ METADATA_UTILS_EXPORT int mu_stage_to_trailer(mu_photo* photo);
  * be dropped. */
 METADATA_UTILS_EXPORT int mu_stage_to_published(mu_photo* photo, int drop_records);
 
-/* Carries out what is staged, in place, and spends it: an edit that was written is not staged any more. A failure
- * leaves the rest staged; what the file then holds is told in docs/failure-states.md. */
+/* Carries out what is staged, in place, and spends it: an edit that was written is not staged any more. A refusal leaves
+ * the photo as it was and everything staged. After a read or write that failed the rest is staged; what the file then
+ * holds is told in docs/failure-states.md. */
 METADATA_UTILS_EXPORT int mu_commit(mu_photo* photo);
 /* Into another file, which exists and whose content is replaced. The photo is only read, and what is staged stays. A
- * failure leaves a file that is no whole photo. */
+ * refusal leaves what the file held, a write that failed a file that is no whole photo. One that is empty before gets
+ * the result directly and is emptied again after a failure; otherwise the result is made in a temporary file first. */
 METADATA_UTILS_EXPORT int mu_commit_to_path(mu_photo* photo, char const* path);
 /* The same by a descriptor that is open for reading and writing. */
 METADATA_UTILS_EXPORT int mu_commit_to_descriptor(mu_photo* photo, int fd);

@@ -61,6 +61,14 @@ TEST(Client, IsRefusedAheadOfAnyChangeWhatNoCommitCanDo) {
              mu_stage_property(photo, "urn:unknown", "x:y", "1");
              return mu_commit(photo);
          }},
+        {MU_REFUSED,
+         [](auto* photo) {
+             TempFile const held("not empty");
+             mu_stage_record(photo, 2900, "Note", "x", 1);
+             mu_stage_removal(photo);
+             int const code = mu_commit_to_path(photo, held.path().c_str());
+             return held.bytes() == "not empty" ? code : -1;
+         }},
     };
     for (auto const& [code, tried] : rows) {
         TempFile const still(STILL);
