@@ -3,8 +3,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -127,84 +129,142 @@ std::string namesBelow(App const& app) {
     return text;
 }
 
+/// What a shell offers in an option's place.
+struct Values {
+    char const* type;
+    char const* words; ///< to choose from; files otherwise, where there is a rule for them
+    char const* zsh;
+    char const* fish;
+};
+
+Values const& valuesOf(CLI::Option const& option) {
+    static constexpr Values VALUES[] = {
+        {"FILE", "", "_files", " -r"},
+        {"OUT", "", "_files", " -r"},
+        {"EDITED", "", "_files", " -r"},
+        {"DIR", "", "_files -/", " -x -a '(__fish_complete_directories)'"},
+        {"FORM", "trailer published", "(trailer published)", " -x -a 'trailer published'"},
+        {"", "", "", " -x"},
+    };
+    std::string const type = valueOf(option);
+    return *std::find_if(std::begin(VALUES), std::end(VALUES) - 1, [&](auto const& each) { return type == each.type; });
+}
+
+/// Of the command that does something: "add", "trailer put".
+bool isOfFamily(std::string const& name) {
+    return name.find(' ') != std::string::npos;
+}
+
+void printBashValues(App const& app) {
+    forEachCommand(app, [](std::string const& name, App const& command) {
+        for (auto const* option : optionsOf(command)) {
+            std::string const values = valuesOf(*option).words;
+            for (auto const& spelling : values.empty() ? std::vector<std::string>() : option->get_lnames())
+                std::cout << "    '" << name << " '*' --" << spelling << "') words='" << values << "' ;;\n";
+        }
+    });
+}
+
 void printBash(App const& app) {
-    std::cout << "# bash completion for motionphoto\n_motionphoto() {\n    local words=''\n"
-              << "    case \"${COMP_WORDS[1]} ${COMP_WORDS[2]}\" in\n";
+    std::cout << "# bash completion for motionphoto\n_motionphoto() {\n    local words='' first=1\n"
+              << "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}\n"
+              // Options of the tool as a whole stand in front of the command.
+              << "    while [[ first -lt COMP_CWORD && ${COMP_WORDS[first]} == -* ]]; do first=$((first + 1)); done\n"
+              << "    case \"${COMP_WORDS[first]} ${COMP_WORDS[first + 1]} $before\" in\n";
+    printBashValues(app);
     for (auto const* sub : app.get_subcommands(nullptr)) {
         if (!isShown(sub) || sub->get_require_subcommand_min() == 0)
             continue;
+        std::string const family = sub->get_name() + " ";
         forEachCommand(*sub, [&](std::string const& name, App const& command) {
-            std::cout << "    '" << sub->get_name() << " " << name << "') words='" << words(command) << "' ;;\n";
+            std::cout << "    '" << family << name << " '*) words='" << words(command) << "' ;;\n";
         });
-        std::cout << "    '" << sub->get_name() << " '*) words='" << namesBelow(*sub) << "' ;;\n";
+        std::cout << "    '" << family << "'*) words='" << namesBelow(*sub) << "' ;;\n";
     }
     forEachCommand(app, [](std::string const& name, App const& command) {
-        if (name.find(' ') == std::string::npos)
+        if (!isOfFamily(name))
             std::cout << "    '" << name << " '*) words='" << words(command) << "' ;;\n";
     });
-    std::cout << "    esac\n    [ \"$COMP_CWORD\" -gt 1 ] || words='" << namesBelow(app) << words(app) << "'\n"
-              << "    COMPREPLY=($(compgen -W \"$words\" -- \"${COMP_WORDS[COMP_CWORD]}\"))\n"
+    std::cout << "    esac\n    [ \"$COMP_CWORD\" -gt \"$first\" ] || words='" << namesBelow(app) << words(app) << "'\n"
+              << "    COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
               // Options where one is begun; otherwise the shell offers files.
-              << "    [[ ${COMP_WORDS[COMP_CWORD]} == -* ]] || COMPREPLY=(${COMPREPLY[@]##-*})\n"
+              << "    [[ $word == -* ]] || COMPREPLY=(${COMPREPLY[@]##-*})\n"
               << "}\ncomplete -o bashdefault -o default -F _motionphoto motionphoto\n";
 }
 
+void printZshOptions(App const& app) {
+    for (auto const* option : optionsOf(app)) {
+        std::string const purpose =
+            "[" + quotedFor(quotedFor(option->get_description(), '\'', "'\\''"), ']', "\\]") + "]";
+        std::string const name = valueOf(*option);
+        std::string const value = name.empty() ? "" : ":" + name + ":" + valuesOf(*option).zsh;
+        for (auto const& spelling : option->get_snames())
+            std::cout << " '-" << spelling << purpose << value << "'";
+        for (auto const& spelling : option->get_lnames())
+            std::cout << " '--" << spelling << (value.empty() ? "" : "=") << purpose << value << "'";
+    }
+}
+
 void printZsh(App const& app) {
-    std::cout << "#compdef motionphoto\nlocal -a commands\ncommands=(\n";
+    std::cout << "#compdef motionphoto\nlocal -a commands\nlocal -i first=2\ncommands=(\n";
     for (auto const* sub : app.get_subcommands(nullptr)) {
         if (isShown(sub))
-            std::cout << "    '" << sub->get_name() << ":" << quotedFor(sub->get_description(), '\'', "") << "'\n";
+            std::cout << "    '" << sub->get_name() << ":" << quotedFor(sub->get_description(), '\'', "'\\''") << "'\n";
     }
-    std::cout << ")\nif (( CURRENT == 2 )); then\n    _describe command commands\n    return\nfi\n"
-              << "case \"$words[2] $words[3]\" in\n";
-    forEachCommand(app, [](std::string const& name, App const& sub) {
-        bool const isOfFamily = name.find(' ') != std::string::npos;
-        std::cout << "'" << name << (isOfFamily ? "'" : " '*") << ") _arguments";
-        for (auto const* option : optionsOf(sub)) {
-            auto const purpose = "[" + quotedFor(quotedFor(option->get_description(), '\'', ""), ']', "") + "]";
-            auto const value = valueOf(*option).empty() ? "" : ":" + valueOf(*option) + ":_files";
-            for (auto const& spelling : option->get_snames())
-                std::cout << " '-" << spelling << purpose << value << "'";
-            for (auto const& spelling : option->get_lnames())
-                std::cout << " '--" << spelling << (value.empty() ? "" : "=") << purpose << value << "'";
-        }
-        std::cout << " '*:file:_files' ;;\n";
-    });
+    std::cout << ")\nwhile (( first < CURRENT )) && [[ $words[first] == -* ]]; do (( first++ )); done\n"
+              << "if (( CURRENT == first )); then\n    if [[ $PREFIX == -* ]]; then _arguments";
+    printZshOptions(app);
+    std::cout << "; else _describe command commands; fi\n    return\nfi\n"
+              << "(( CURRENT == first + 1 )) && case $words[first] in\n";
     for (auto const* sub : app.get_subcommands(nullptr)) {
         if (isShown(sub) && sub->get_require_subcommand_min() > 0)
-            std::cout << "'" << sub->get_name() << " '*) compadd " << namesBelow(*sub) << ";;\n";
+            std::cout << "'" << sub->get_name() << "') compadd " << namesBelow(*sub) << "; return ;;\n";
     }
+    std::cout << "esac\ncase \"$words[first] $words[first+1]\" in\n";
+    forEachCommand(app, [](std::string const& name, App const& sub) {
+        std::cout << "'" << name << (isOfFamily(name) ? "'" : " '*") << ") _arguments";
+        printZshOptions(sub);
+        std::cout << " '*:file:_files' ;;\n";
+    });
     std::cout << "esac\n";
 }
 
+/// The lines of a command's options, for words in front of the cursor that satisfy `condition`.
+void printFishOptions(App const& app, std::string const& condition) {
+    for (auto const* option : optionsOf(app)) {
+        if (option->get_positional())
+            continue;
+        std::cout << "complete -c motionphoto -n '" << condition << "'";
+        for (auto const& spelling : option->get_snames())
+            std::cout << " -s " << spelling;
+        for (auto const& spelling : option->get_lnames())
+            std::cout << " -l " << spelling;
+        std::cout << (valueOf(*option).empty() ? "" : valuesOf(*option).fish) << " -d '"
+                  << quotedFor(option->get_description(), '\'', "\\'") << "'\n";
+    }
+}
+
 void printFish(App const& app) {
+    // A file may be called like a command: only the first words name one.
+    std::cout << "function __motionphoto_begins\n"
+              << "    set -l words (commandline -opc | string match -v -- '-*')[2..]\n"
+              << "    test \"$words[1..$(count $argv)]\" = \"$argv\"\nend\n"
+              << "function __motionphoto_is\n"
+              << "    set -l words (commandline -opc | string match -v -- '-*')[2..]\n"
+              << "    test \"$words\" = \"$argv\"\nend\n";
+    char const* const line = "complete -c motionphoto -f -n '__motionphoto_is";
     for (auto const* sub : app.get_subcommands(nullptr)) {
         if (isShown(sub))
-            std::cout << "complete -c motionphoto -n __fish_use_subcommand -a " << sub->get_name() << " -d '"
-                      << quotedFor(sub->get_description(), '\'', "\\'") << "'\n";
+            std::cout << line << "' -a " << sub->get_name() << " -d '" << quotedFor(sub->get_description(), '\'', "\\'")
+                      << "'\n";
     }
+    printFishOptions(app, "__motionphoto_is");
     for (auto const* sub : app.get_subcommands(nullptr)) {
         if (isShown(sub) && sub->get_require_subcommand_min() > 0)
-            std::cout << "complete -c motionphoto -n '__fish_seen_subcommand_from " << sub->get_name() << "' -a '"
-                      << namesBelow(*sub) << "'\n";
+            std::cout << line << " " << sub->get_name() << "' -a '" << namesBelow(*sub) << "'\n";
     }
-    forEachCommand(app, [](std::string const& name, App const& sub) {
-        for (auto const* option : optionsOf(sub)) {
-            if (option->get_positional())
-                continue;
-            auto const space = name.find(' ');
-            std::cout << "complete -c motionphoto -n '__fish_seen_subcommand_from " << name.substr(0, space);
-            if (space != std::string::npos)
-                std::cout << "; and __fish_seen_subcommand_from " << name.substr(space + 1);
-            std::cout << "'";
-            for (auto const& spelling : option->get_snames())
-                std::cout << " -s " << spelling;
-            for (auto const& spelling : option->get_lnames())
-                std::cout << " -l " << spelling;
-            std::cout << (option->get_items_expected_max() > 0 ? " -r" : "") << " -d '"
-                      << quotedFor(option->get_description(), '\'', "\\'") << "'\n";
-        }
-    });
+    forEachCommand(
+        app, [](std::string const& name, App const& sub) { printFishOptions(sub, "__motionphoto_begins " + name); });
 }
 
 } // namespace
