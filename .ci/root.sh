@@ -46,13 +46,18 @@ mu_unpack_root() {
     mount -t proc proc "$1/proc" || mu_no_root "proc cannot be mounted"
 }
 
-# mu_in_root root folder command... : in a folder of the root.
-mu_in_root() {
-    local root=$1 folder=$2 name
-    local environment=(PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root)
-    shift 2
+# mu_plainly command... : with no environment but PATH, HOME and the proxy variables.
+mu_plainly() {
+    local environment=(PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root) name
     for name in {http,https,ftp,all,no}_proxy {HTTP,HTTPS,FTP,ALL,NO}_PROXY; do
         [ -z "${!name:-}" ] || environment+=("$name=${!name}")
     done
-    env -i "${environment[@]}" chroot "$root" /bin/bash -c 'cd "$1" && shift && exec "$@"' - "$folder" "$@"
+    env -i "${environment[@]}" "$@"
+}
+
+# mu_in_root root folder command... : in a folder of the root.
+mu_in_root() {
+    local root=$1 folder=$2
+    shift 2
+    mu_plainly chroot "$root" /bin/bash -c 'cd "$1" && shift && exec "$@"' - "$folder" "$@"
 }
