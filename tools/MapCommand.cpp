@@ -101,7 +101,7 @@ void putBase64(MediaFile& out, MediaFile const& photo, uint64_t position, uint64
     constexpr uint64_t PIECE = 3 << 18;
     std::string bytes, text;
     while (size > 0) {
-        bytes.resize(std::min(size, PIECE));
+        bytes.resize(static_cast<size_t>(std::min(size, PIECE)));
         if (pread(photo.getFd(), bytes.data(), bytes.size(), static_cast<off_t>(position)) !=
             static_cast<ssize_t>(bytes.size()))
             throw systemFailure(ExitCode::BAD_INPUT, photo.getPath(), "cannot be read");

@@ -26,8 +26,9 @@ public:
     int at(uint64_t position) {
         if (position < start || position >= start + bytes.size())
             load(position);
-        return bytes.empty() || position >= start + bytes.size() ? -1
-                                                                 : static_cast<unsigned char>(bytes[position - start]);
+        return bytes.empty() || position >= start + bytes.size()
+                   ? -1
+                   : static_cast<unsigned char>(bytes[static_cast<size_t>(position - start)]);
     }
     uint32_t number(uint64_t position, int width) {
         uint32_t value = 0;

@@ -73,10 +73,10 @@ Outcome writeClip(Photo const& photo, Destination const& destination) {
 }
 
 Outcome streamClip(Photo const& photo) {
-    constexpr uint64_t CHUNK = 1 << 20;
+    constexpr uint32_t CHUNK = 1 << 20;
     std::string buffer(CHUNK, '\0');
     uint64_t at = photo.video.position;
-    for (uint64_t left = photo.video.size; left > 0;) {
+    for (uint32_t left = photo.video.size; left > 0;) {
         auto const got = pread(photo.file->getFd(), buffer.data(), std::min(left, CHUNK), static_cast<off_t>(at));
         if (got <= 0)
             throw systemFailure(ExitCode::BAD_INPUT, photo.path(), "cannot be read");
@@ -89,7 +89,7 @@ Outcome streamClip(Photo const& photo) {
             done += put;
         }
         at += static_cast<uint64_t>(got);
-        left -= static_cast<uint64_t>(got);
+        left -= static_cast<uint32_t>(got);
     }
     return {};
 }

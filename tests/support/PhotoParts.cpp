@@ -28,7 +28,7 @@ struct Cursor {
     std::string const& bytes;
     size_t at;
 
-    uint64_t number(size_t width) {
+    uint64_t number(uint64_t width) {
         uint64_t value = 0;
         for (; width > 0; --width)
             value = value << 8 | static_cast<unsigned char>(bytes.at(at++));
@@ -81,7 +81,7 @@ private:
     void readInfos() {
         auto const& iinf = parts.at("iinf");
         auto [version, at] = open(iinf);
-        size_t const count = at.number(version == 0 ? 2 : 4);
+        uint64_t const count = at.number(version == 0 ? 2 : 4);
         for (auto const& box : boxesIn(file, at.at, iinf.end)) {
             auto [entry, fields] = open(box);
             require(entry >= 2, "an item info of an old kind");
@@ -136,7 +136,7 @@ private:
             Item& item = all.at(at.number(version == 0 ? 2 : 4));
             for (uint64_t count = at.number(1); count > 0; --count) {
                 uint64_t const value = at.number(isWide ? 2 : 1), mark = isWide ? 0x8000 : 0x80;
-                auto const& box = held.at((value & ~mark) - 1);
+                auto const& box = held.at(static_cast<size_t>(value & ~mark) - 1);
                 item.about += (value & mark ? '!' : ' ') + file.substr(box.start, box.end - box.start);
             }
         }
