@@ -12,8 +12,9 @@ from pathlib import Path
 
 TOOL, SAMPLES = Path(sys.argv[1]).resolve(), Path(sys.argv[2])
 GOOD, BAD, MANY = 990, 10, 10_000
-ROUNDS = 3
+ROUNDS = 5
 SHARE = 0.9  # of a worker's rate that every further core has to bring
+OF_CEILING = 0.95
 
 
 def run(*args, cwd):
@@ -67,13 +68,33 @@ def memory_does_not_grow(work):
     assert peaks[1] < peaks[0] + 4096, "memory grows with the number of files"
 
 
+def seconds(work, lists, jobs):
+    """Of processes side by side, one a list of names, each with so many workers."""
+    started = time.monotonic()
+    processes = [subprocess.Popen([TOOL, "info", "--json", "--files-from", names, "-j", str(jobs)], cwd=work, stdout=subprocess.DEVNULL)
+                 for names in lists]
+    assert [process.wait() for process in processes] == [0] * len(lists)
+    return time.monotonic() - started
+
+
 def workers_share_the_work(work):
     cores = len(os.sched_getaffinity(0))
-    best = {jobs: min(run("info", "--json", "-r", "many", "-j", str(jobs), cwd=work)[3] for _ in range(ROUNDS)) for jobs in (1, cores)}
-    ratio = best[1] / best[cores]
-    print(f"{MANY / best[1]:.0f} files/s by one worker, {MANY / best[cores]:.0f} by {cores}: {ratio:.2f} times as many")
+    names = [f"many/{i}.jpg" for i in range(MANY)]
+    shares = [work / f"share{i}" for i in range(cores)]
+    for i, share in enumerate([names] + [names[i::cores] for i in range(cores)]):
+        ([work / "all"] + shares)[i].write_text("\n".join(share) + "\n")
+    best = [min(times) for times in zip(*((seconds(work, [work / "all"], 1), seconds(work, [work / "all"], cores),
+                                           seconds(work, shares, 1)) for _ in range(ROUNDS)))]
+    ratio, ceiling = best[0] / best[1], best[0] / best[2]
+    print(f"{MANY / best[0]:.0f} files/s by one worker, {MANY / best[1]:.0f} by {cores}: {ratio:.2f} times as many; "
+          f"{cores} processes that share nothing: {ceiling:.2f} times")
+    # Cores that share caches and clocks give less than their number even to programs that have nothing to do with each other.
+    needed = SHARE * cores
+    if ceiling < needed:
+        needed = OF_CEILING * ceiling
+        print(f"(that is this machine's ceiling: {OF_CEILING} of it is asked for)")
     busy = os.getloadavg()[0] > cores
-    assert ratio >= SHARE * cores or busy, "the workers stand in each other's way"
+    assert ratio >= needed or busy, "the workers stand in each other's way"
     if busy:
         print("(the machine was busy with other work: the ratio is not judged)")
 

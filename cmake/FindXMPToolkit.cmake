@@ -22,9 +22,9 @@ if(XMPToolkit_FOUND AND NOT TARGET XMPToolkit::XMPCore)
     add_library(xmp_core STATIC EXCLUDE_FROM_ALL
         ${_xmp_core}
         ${CMAKE_CURRENT_LIST_DIR}/XMPCoreShim.cpp
+        ${CMAKE_CURRENT_LIST_DIR}/XMPCoreLocks.cpp
         ${XMPToolkit_SOURCE_DIR}/source/UnicodeConversions.cpp
         ${XMPToolkit_SOURCE_DIR}/source/XML_Node.cpp
-        ${XMPToolkit_SOURCE_DIR}/source/XMP_LibUtils.cpp
         ${XMPToolkit_SOURCE_DIR}/third-party/zuid/interfaces/MD5.cpp)
     target_include_directories(xmp_core
         PRIVATE ${XMPToolkit_SOURCE_DIR}
@@ -34,7 +34,7 @@ if(XMPToolkit_FOUND AND NOT TARGET XMPToolkit::XMPCore)
     target_include_directories(xmp_core SYSTEM
         INTERFACE ${XMPToolkit_SOURCE_DIR}/public/include)
     target_compile_definitions(xmp_core
-        PRIVATE HAVE_EXPAT_CONFIG_H=1 BUILDING_XMPCORE_LIB=1
+        PRIVATE HAVE_EXPAT_CONFIG_H=1 BUILDING_XMPCORE_LIB=1 UsePThreadLock=1
         PUBLIC UNIX_ENV=1 XMP_StaticBuild=1 ENABLE_CPP_DOM_MODEL=0
         INTERFACE METADATA_UTILS_XMP_SHIM=1)
     # The shim has these two in their place.

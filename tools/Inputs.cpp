@@ -97,32 +97,37 @@ bool Inputs::nextName(Input& input) {
 }
 
 void Inputs::open(Input const& folder) {
-    std::vector<Input> entries;
+    std::vector<Found> entries;
     std::error_code error;
     fs::directory_iterator entry(folder.path, error);
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
         bool const isLink = entry->is_symlink(error);
         error.clear(); // an entry that cannot be asked is told when it is opened
+        std::error_code unknown;
+        bool const isBelow = !isLink && entry->is_directory(unknown); // of most file systems, without asking again
         auto const name = entry->path().filename();
-        if ((isFolder(entry->path().string()) && !isLink && name.string().front() != '.') || isNamed(name, kind))
-            entries.push_back({entry->path().string(), (fs::path(folder.relative) / name).string()});
+        if ((isBelow && name.string().front() != '.') || isNamed(name, kind))
+            entries.push_back(
+                {{entry->path().string(), (fs::path(folder.relative) / name).string()}, isLink || isBelow});
     }
     if (error)
         throw Failure(ExitCode::BAD_INPUT, folder.path, "cannot be read: " + error.message());
-    std::sort(entries.begin(), entries.end(), [](auto& a, auto& b) { return a.path < b.path; });
+    std::sort(entries.begin(), entries.end(), [](auto& a, auto& b) { return a.input.path < b.input.path; });
     found.insert(found.begin(), entries.begin(), entries.end());
 }
 
 bool Inputs::next(Input& input) {
     for (;;) {
         bool const below = !found.empty();
+        bool mayBeFolder = recursive;
         if (below) {
-            input = found.front();
+            input = std::move(found.front().input);
+            mayBeFolder = found.front().mayBeFolder;
             found.pop_front();
         } else if (!nextName(input)) {
             return false;
         }
-        if (!recursive || !isFolder(input.path))
+        if (!mayBeFolder || !isFolder(input.path))
             return true;
         if (!below)
             input.relative.clear();

@@ -41,6 +41,10 @@ public:
 
 private:
     struct Listing;
+    struct Found {
+        Input input;
+        bool mayBeFolder; ///< a link may lead to one
+    };
     void open(Input const& folder);
     bool nextName(Input& input);
 
@@ -48,7 +52,7 @@ private:
     bool recursive;
     bool many;
     std::deque<std::string> given;
-    std::deque<Input> found; ///< of the folders being read, in order
+    std::deque<Found> found; ///< of the folders being read, in order
     std::unique_ptr<Listing> listing;
 };
 
