@@ -57,15 +57,6 @@ ByteBuffer& ByteBuffer::put(ByteBuffer&& other) {
     return *this;
 }
 
-template<class T>
-ByteBuffer& ByteBuffer::put(T value) {
-    append(&value, sizeof value);
-    return *this;
-}
-
-template ByteBuffer& ByteBuffer::put(int32_t value);
-template ByteBuffer& ByteBuffer::put(uint32_t value);
-
 /// The source may lie in this very buffer: it is copied before the old storage goes, and never into its own range.
 void ByteBuffer::append(void const* source, size_t length) {
     if (length == 0)
@@ -87,17 +78,11 @@ void ByteBuffer::append(void const* source, size_t length) {
     bytes.swap(grown);
 }
 
-template<class T, class R>
-R ByteBuffer::get(uint32_t index) const {
-    if (uint64_t{index} + sizeof(T) > bytes.size())
+void ByteBuffer::copyOut(uint32_t index, void* target, size_t length) const {
+    if (uint64_t{index} + length > bytes.size())
         throw error()("buffer read overflow");
-    T value;
-    std::memcpy(&value, bytes.data() + index, sizeof value);
-    return static_cast<R>(value);
+    std::memcpy(target, bytes.data() + index, length);
 }
-
-template int32_t ByteBuffer::get<int32_t, int32_t>(uint32_t index) const;
-template uint32_t ByteBuffer::get<uint32_t, uint32_t>(uint32_t index) const;
 
 ByteBuffer ByteBuffer::slice(uint32_t offset, uint32_t length) const {
     uint32_t const first = offset > MAX_CAPACITY ? 0 : offset;

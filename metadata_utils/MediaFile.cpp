@@ -162,23 +162,15 @@ ssize_t MediaFile::read(void* buffer, uint32_t n) const {
     return ::read(fd, buffer, n);
 }
 
-template<class T, class R>
-R MediaFile::read() const {
-    T value{};
-    ssize_t const n = ::read(fd, &value, sizeof value);
-    if (n != ssize_t{sizeof value}) {
+void MediaFile::readWhole(void* value, size_t size) const {
+    ssize_t const n = ::read(fd, value, size);
+    if (n != static_cast<ssize_t>(size)) {
         auto const count = static_cast<size_t>(std::max<ssize_t>(n, 0));
         throw ErrorAt(__LINE__, "metadata_utils/include/MediaFile")
             .as(n < 0 ? Error::Code::READ_FAILED : Error::Code::DAMAGED, *this)("fail to read bytes: %zu, expected %zu",
-                                                                                count, sizeof value);
+                                                                                count, size);
     }
-    return static_cast<R>(value);
 }
-
-template uint16_t MediaFile::read<uint16_t, uint16_t>() const;
-template int32_t MediaFile::read<int32_t, int32_t>() const;
-template uint32_t MediaFile::read<uint32_t, uint32_t>() const;
-template uint64_t MediaFile::read<uint64_t, uint64_t>() const;
 
 template<class T>
 std::vector<T> MediaFile::read(uint32_t n) const {
@@ -230,16 +222,6 @@ ssize_t MediaFile::write(void const* bytes, uint32_t n) {
 ssize_t MediaFile::write(std::string const& bytes) {
     return write(static_cast<void const*>(bytes.data()), static_cast<uint32_t>(bytes.size()));
 }
-
-template<class T>
-ssize_t MediaFile::write(T value, uint32_t count) {
-    std::vector<T> const copies(count, value);
-    return write(static_cast<void const*>(copies.data()), static_cast<uint32_t>(copies.size() * sizeof(T)));
-}
-
-template ssize_t MediaFile::write(uint8_t value, uint32_t count);
-template ssize_t MediaFile::write(uint16_t value, uint32_t count);
-template ssize_t MediaFile::write(int32_t value, uint32_t count);
 
 int MediaFile::truncate(uint32_t size) {
     off64_t const before = sizeKeepingPosition(fd);

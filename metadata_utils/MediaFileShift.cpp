@@ -71,9 +71,8 @@ struct MediaFile::Tail {
 };
 
 /// Chunk after chunk as the strategy directs.
-void MediaFile::moveTail(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail) {
-    bufferSize = std::min(bufferSize, tail.size());
-    std::vector<uint8_t> chunk(bufferSize);
+void MediaFile::moveTail(ShiftStrategy const& strategy, uint32_t bufferSize, Tail& tail) {
+    std::vector<uint8_t> chunk(std::min(bufferSize, tail.size()));
     if (tail.isRetry && tail.size() > bufferSize)
         checked::requireReadable(*this, tail.start, tail.size(), bufferSize, error());
     uint32_t from = strategy.initialReadPosition();
@@ -99,7 +98,7 @@ void MediaFile::moveTail(ShiftStrategy const& strategy, uint32_t& bufferSize, Ta
                                     written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), chunk.size());
         from = strategy.toNextReadPosition(to);
     }
-    LOGD("shiftRightSafely X: targetBytes=%zu, writeBytes=%zd", size_t{tail.size()}, static_cast<ssize_t>(tail.moved));
+    LOGI("shiftRightSafely X: targetBytes=%zu, writeBytes=%zd", size_t{tail.size()}, static_cast<ssize_t>(tail.moved));
 }
 
 void MediaFile::moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail) {
@@ -135,8 +134,7 @@ void MediaFile::moveTailSafely(char const* name, int shift, ShiftStrategy const&
     bool const onePiece = tail.size() <= TOO_SMALL_BUFFER;
     for (bool isLast = onePiece;; isLast = bufferSize == 0) {
         LOGI("%s E: doShift=%d, bufferSize=%zu", name, shift, size_t{bufferSize});
-        if (onePiece)
-            bufferSize = tail.size();
+        bufferSize = onePiece ? tail.size() : std::min(bufferSize, tail.size());
         try {
             return onePiece ? moveTail(strategy, bufferSize, tail) : moveTailInChunks(strategy, bufferSize, tail);
         } catch (std::exception const& exception) {

@@ -3,6 +3,7 @@
 
 #include "Export.h"
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -25,10 +26,10 @@ public:
     ByteBuffer(ByteBuffer const& other) = default;
     /// Takes the storage over.
     ByteBuffer(ByteBuffer&& other) noexcept;
-    /// The bytes of a vector, copied.
-    explicit ByteBuffer(std::vector<uint8_t> const& bytes);
+    /// The bytes of a vector, copied. Not explicit: what a vector of bytes becomes is no question.
+    ByteBuffer(std::vector<uint8_t> const& bytes);
     /// The bytes of a vector, taken over.
-    explicit ByteBuffer(std::vector<uint8_t>&& bytes) noexcept;
+    ByteBuffer(std::vector<uint8_t>&& bytes) noexcept;
     /// As the copy.
     ByteBuffer& operator=(ByteBuffer const& other) = default;
     /// Gives its own storage back, then takes over that of `other`.
@@ -57,14 +58,21 @@ public:
     ByteBuffer& put(ByteBuffer const& other);
     /// The same, and empties `other`.
     ByteBuffer& put(ByteBuffer&& other);
-    /// Appends the value's bytes in the machine's order. Instantiated for int32_t and uint32_t.
-    template<class T>
-    ByteBuffer& put(T value);
+    /// Appends the value's bytes in the machine's order.
+    template<std::integral T>
+    ByteBuffer& put(T value) {
+        append(&value, sizeof value);
+        return *this;
+    }
 
     /// The value at byte `index`, in the machine's order, as an R. A value that does not lie wholly inside the content
-    /// is "buffer read overflow". Instantiated for (int32_t, int32_t) and (uint32_t, uint32_t).
-    template<class T, class R>
-    R get(uint32_t index) const;
+    /// is "buffer read overflow".
+    template<std::integral T, class R = T>
+    R get(uint32_t index) const {
+        T value;
+        copyOut(index, &value, sizeof value);
+        return static_cast<R>(value);
+    }
 
     /// A copy of min(length, size()) bytes from `offset`; an offset above 2^31 - 1 counts as 0. The length is clamped
     /// to the whole size, so the caller keeps offset + length inside the buffer; bytes that would lie behind the
@@ -82,6 +90,7 @@ public:
 
 private:
     void append(void const* source, size_t length);
+    void copyOut(uint32_t index, void* target, size_t length) const;
 
     std::vector<uint8_t> bytes;
 };

@@ -6,6 +6,7 @@
 #include "MediaDefs.h"
 
 #include <array>
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -61,9 +62,12 @@ public:
     /// One read call and its result: may be short, 0 or -1.
     ssize_t read(void* buffer, uint32_t n) const;
     /// One integer in the machine's order, converted to R. A short read throws "fail to read bytes: %zu, expected %zu".
-    /// Instantiated for uint16_t, int32_t, uint32_t and uint64_t with R the same type.
-    template<class T, class R>
-    R read() const;
+    template<std::integral T, class R = T>
+    R read() const {
+        T value{};
+        readWhole(&value, sizeof value);
+        return static_cast<R>(value);
+    }
     /// `n` elements of char or int32_t. Never allocates more than the file still holds; a short read is logged and
     /// gives a shorter vector, a failed one throws std::length_error.
     template<class T>
@@ -75,9 +79,12 @@ public:
 
     /// The bytes of a text, without a terminator. The number written, or -1 with errno set.
     ssize_t write(std::string const& bytes);
-    /// `count` copies of an integer in the machine's order. Instantiated for uint8_t, uint16_t and int32_t.
-    template<class T>
-    ssize_t write(T value, uint32_t count);
+    /// `count` copies of an integer in the machine's order.
+    template<std::integral T>
+    ssize_t write(T value, uint32_t count) {
+        std::vector<T> const copies(count, value);
+        return write(static_cast<void const*>(copies.data()), static_cast<uint32_t>(copies.size() * sizeof(T)));
+    }
     /// The raw form the two above go through.
     ssize_t write(void const* bytes, uint32_t n);
 
@@ -155,9 +162,10 @@ public:
 private:
     /// The run of bytes that a shift moves, and how far the shift has come.
     struct Tail;
+    void readWhole(void* value, size_t size) const;
     std::string typeBytes() const;
     Tail tailToShift(char const* name, int shift, bool towardsStart) const;
-    void moveTail(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
+    void moveTail(ShiftStrategy const& strategy, uint32_t bufferSize, Tail& tail);
     void moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
     void moveTailSafely(char const* name, int shift, ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
 

@@ -35,7 +35,8 @@ Error::Code codeOf(HEIFMetaReader const& reader, int32_t result, char const* tex
     reader.rethrowReadFailure();
     if (result == HBOX_ERR_MEMORY)
         throw std::bad_alloc();
-    LOGE("%s: err=%d, %s", text, static_cast<int>(result), hbox_last_error());
+    LOGE("%s", text);
+    LOGE("err=%d, %s", static_cast<int>(result), hbox_last_error());
     return result == HBOX_ERR_FORMAT ? Error::Code::DAMAGED : Error::Code::UNSUPPORTED;
 }
 

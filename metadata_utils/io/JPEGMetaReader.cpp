@@ -54,9 +54,16 @@ Metadata JPEGMetaReader::getCameraDebugInfo() {
 }
 
 std::vector<Metadata> JPEGMetaReader::findAllXMP() {
+    return findXMP(SIZE_MAX);
+}
+
+std::vector<Metadata> JPEGMetaReader::findXMP(size_t atMost) {
     std::vector<Metadata> found;
     jpeg::SegmentScanner scanner(*file);
-    while (auto const segment = scanner.nextApp({1})) {
+    while (found.size() < atMost) {
+        auto const segment = scanner.nextApp({1});
+        if (!segment)
+            break;
         LOGD("parseMetadata");
         Metadata const meta =
             describe(segment->marker, segment->payloadPosition(), segment->payload(), scanner.payloadStart(*segment));
@@ -162,7 +169,7 @@ void JPEGMetaReader::tellFound(std::vector<Metadata> const& found) {
 Metadata JPEGMetaReader::findXMPApp1Marker() {
     jpeg::seekBehindStart(*file);
     try {
-        auto const found = findAllXMP();
+        auto const found = findXMP(1); // what cannot be read behind it says nothing of it
         if (found.empty())
             return {};
         tellFound(found);

@@ -48,6 +48,7 @@ private:
 
     using Resolver = std::pair<MediaDefs::MetaType, uint64_t> (*)(std::string const& payloadStart);
 
+    std::vector<Metadata> findXMP(size_t atMost);
     void init();
     void scan();
     Metadata describe(uint16_t marker, uint32_t position, uint32_t payload, std::string const& payloadStart) const;

@@ -81,6 +81,8 @@ Metadata JPEGMetaWriter::reserveXMP(unsigned int required) {
         uint32_t const offset = type == MediaDefs::MetaType::XMP ? jpeg::XMP_IDENTIFIER_SIZE : 0;
         LOGI("found meta: %s",
              Metadata{type, segment.payloadPosition(), segment.payload(), offset, reader->loader}.toString().c_str());
+        if (type == MediaDefs::MetaType::XMP)
+            LOGD("XMP case, shifted left by %zu bytes.", size_t{segment.size()});
         if (type == MediaDefs::MetaType::NONE)
             LOGD("Default case, skipped %zu bytes.", size_t{segment.payload()});
     }
@@ -119,11 +121,6 @@ Metadata JPEGMetaWriter::reserveXMP(unsigned int required) {
 /// otherwise show twice.
 Metadata JPEGMetaWriter::makeChange(jpeg::Change const& change, jpeg::SegmentMap const& segments, bool isLast) {
     moveTail(file, change.position + change.removed, change.growth());
-    for (auto const& [type, segment] : segments.blocks) {
-        bool const isRemoved = segment.position >= change.position && segment.end() <= change.position + change.removed;
-        if (type == MediaDefs::MetaType::XMP && isRemoved)
-            LOGD("XMP case, shifted left by %zu bytes.", size_t{segment.size()});
-    }
     if (change.inserted == 0)
         return {};
     uint32_t const payload = change.inserted - jpeg::HEADER_SIZE;
