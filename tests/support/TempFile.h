@@ -64,9 +64,7 @@ inline std::shared_ptr<MediaFile> open(std::filesystem::path const& path, std::s
 /// One file with given bytes in a folder of its own.
 class TempFile {
 public:
-    explicit TempFile(std::string_view content = {}, std::string const& fileName = "file") : name(dir.file(fileName)) {
-        writeBytes(name, content);
-    }
+    explicit TempFile(std::string_view content = {}) : name(dir.file("file")) { writeBytes(name, content); }
 
     std::string const& path() const { return name; }
     std::string bytes() const { return bytesOf(name); }

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -36,11 +35,6 @@ struct TrailerRecord {
 
     bool operator==(TrailerRecord const&) const = default;
 };
-
-inline std::ostream& operator<<(std::ostream& out, TrailerRecord const& record) {
-    return out << record.type << ' ' << record.name << " [" << record.data.size() << "]"
-               << (record.subInfo ? " sub-info [" + std::to_string(record.subInfo->size()) + "]" : "");
-}
 
 inline uint32_t headerWord(TrailerRecord const& record) {
     return static_cast<uint32_t>(record.type) << 16 | (record.subInfo ? 0x8000U : 0U);
