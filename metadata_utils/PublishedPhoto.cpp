@@ -10,6 +10,8 @@
 #include "MotionPhotoInfoImpl.h"
 #include "PublishedEdit.h"
 #include "XMPEditImpl.h"
+#include "XMPInFile.h"
+#include "io/JPEGSegments.h"
 #include "io/TrailingBoxes.h"
 
 #include <algorithm>
@@ -283,6 +285,23 @@ void removeTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Medi
         });
     }
     checked::truncate(*file, file->size() - size);
+}
+
+/// Empty is what this library writes of an empty packet, blanks behind it: whatever else stands there stays.
+bool removeEmptyXMP(std::shared_ptr<MediaFile> const& photo) {
+    if (photo == nullptr || photo->mimeType() != MediaDefs::MimeType::IMAGE_JPEG)
+        return false;
+    auto const segments = jpeg::mapSegments(*photo);
+    auto const isXMP = [](auto const& block) { return block.type == MediaDefs::MetaType::XMP; };
+    auto const found = std::find_if(segments.blocks.begin(), segments.blocks.end(), isXMP);
+    auto const packet = XMPInFile(photo).packet();
+    bool const isEmpty = packet.ends_with("</x:xmpmeta>") && XMPPacket().serialize().starts_with(packet);
+    if (segments.count(MediaDefs::MetaType::XMP) != 1 || !isEmpty)
+        return false;
+    checked::requireEditable(*photo);
+    jpeg::requireInImage(*photo, found->segment.position, found->segment.size());
+    image_index::moveBytes(photo, found->segment.end(), -int64_t{found->segment.size()});
+    return true;
 }
 
 } // namespace android::lumo::published

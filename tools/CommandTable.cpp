@@ -135,7 +135,8 @@ std::vector<Command> videoCommands() {
          remove,
          {"remove photo.jpg -o still.jpg", "remove -r Camera/ -d Stills/ --skip-existing"}},
         {"still",
-         "The still alone, as if it had never moved",
+         "The still alone, as if it had never moved; XMP that only told of the video goes (a HEIC keeps its empty "
+         "packet)",
          CHANGING,
          still,
          {"still photo.jpg -o still.jpg", "still -r Camera/ -d Stills/"}},

@@ -104,14 +104,16 @@ Outcome extractOne(Arguments const& args, Input const& input) {
     return destination.isSkipped() ? destination.skippedOutcome() : writeClip(photo, destination);
 }
 
-/// A directory that names the image alone came with the video and says nothing without it.
-void dropEmptyDirectory(FilePtr const& file) {
+/// A directory that names the image alone came with the video and says nothing without it; nor does a packet that held
+/// nothing else.
+void dropEmptyXMP(FilePtr const& file) {
     auto const edit = XMPInfo::parse(file)->edit();
-    if (auto const names = edit->getItemNames(); names.size() != 1 || names.front() != PRIMARY)
-        return;
-    edit->removeItem(PRIMARY);
-    edit->removeProperty(xmp_ns::CONTAINER, "Directory");
-    edit->commit();
+    if (auto const names = edit->getItemNames(); names.size() == 1 && names.front() == PRIMARY) {
+        edit->removeItem(PRIMARY);
+        edit->removeProperty(xmp_ns::CONTAINER, "Directory");
+        edit->commit();
+    }
+    published::removeEmptyXMP(file);
 }
 
 /// A claim that does not hold goes alone: what stands behind the picture then is not known to be a video.
@@ -124,7 +126,7 @@ void removeVideo(Arguments const& args, Photo const& photo, FilePtr const& outpu
 bool stillAlone(Arguments const& args, Photo const& photo, FilePtr const& output) {
     if (photo.hasClaim()) {
         removeVideo(args, photo, output);
-        dropEmptyDirectory(output != nullptr ? output : photo.file);
+        dropEmptyXMP(output != nullptr ? output : photo.file);
         return true;
     }
     photo.requireReadable();

@@ -89,4 +89,8 @@ METADATA_UTILS_EXPORT Conversion toPublished(std::shared_ptr<MediaFile> const& p
 METADATA_UTILS_EXPORT void removeTrailer(std::shared_ptr<MediaFile> const& photo,
                                          std::shared_ptr<MediaFile> const& output = nullptr);
 
+/// Takes the XMP segment of a JPEG out whose packet holds nothing, as claims leave it that were all there was. False,
+/// and nothing changed, for any other packet, for several, and in a HEIC, where the packet's item stays.
+METADATA_UTILS_EXPORT bool removeEmptyXMP(std::shared_ptr<MediaFile> const& photo);
+
 } // namespace android::lumo::published
