@@ -91,6 +91,8 @@ Outcome Destination::edit(Photo const& photo, Edit const& edit) const {
     bool const replace = args.force || args.isInPlace();
     SafeOutput safe(out, photo.file->getFd(), replace ? SafeOutput::Existing::REPLACE : SafeOutput::Existing::REFUSE,
                     args.preserve);
+    if (args.isInPlace())
+        safe.replacesOnly(photo.opened);
     if (guarded(photo.path(), out, [&] { return edit(safe.file()); }))
         safe.publish();
     return {};

@@ -21,7 +21,11 @@ public:
 
     bool isSkipped() const { return skipped; }
     bool isInBytes() const { return args.isInBytes(); }
-    Access access() const { return isInBytes() && !args.dryRun ? Access::READ_WRITE : Access::READ; }
+    Access access() const {
+        if (args.dryRun || !args.isInPlace())
+            return Access::READ;
+        return isInBytes() ? Access::READ_WRITE : Access::REPLACE;
+    }
     std::string const& path() const { return out; }
     /// What came of an input that was skipped, or done unless this is a dry run, which says what would have been.
     Outcome skippedOutcome() const;

@@ -75,6 +75,21 @@ FileRights FileRights::of(int fd) {
     return {status.st_uid, status.st_gid, status.st_mode & PERMISSIONS, accessListOf(fd)};
 }
 
+FileState FileState::of(int fd) {
+    struct stat status {};
+    fstat(fd, &status);
+    return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+}
+
+bool FileState::standsAt(std::string const& path) const {
+    auto const same = [](timespec const& a, timespec const& b) {
+        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    };
+    struct stat now {};
+    return stat(path.c_str(), &now) == 0 && now.st_dev == device && now.st_ino == inode && now.st_size == size &&
+           same(now.st_mtim, modified) && same(now.st_ctim, changed);
+}
+
 int applyRights(int fd, RightsWanted const& wanted) {
     FileRights const& model = wanted.replaced ? *wanted.replaced : wanted.still;
     bool const keep = wanted.replaced || wanted.preserve;

@@ -18,6 +18,19 @@ struct FileRights {
     static FileRights of(int fd);
 };
 
+/// What tells a file from another one, and from itself after a change.
+struct FileState {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+    timespec changed{};
+
+    static FileState of(int fd);
+    /// Whether it is what stands under the name now.
+    bool standsAt(std::string const& path) const;
+};
+
 /// What a result may become.
 struct RightsWanted {
     FileRights still;                   ///< the photo it was made from

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <string_view>
 
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,6 +77,13 @@ void requireStill(std::shared_ptr<MediaFile> const& file) {
                           "neither a JPEG nor a HEIC still");
 }
 
+/// Two that edit one file at a time would spoil it, or lose what one of them did. A file system without locks has none.
+void holdAlone(MediaFile const& file) {
+    if (flock(file.getFd(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        throw Failure(ExitCode::WRITE_FAILED, file.getPath(),
+                      "is being edited by another program; try again when it is done");
+}
+
 } // namespace
 
 std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
@@ -89,7 +98,11 @@ std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
         throw Failure(ExitCode::BAD_INPUT, path, "is no regular file");
     if (access == Access::READ_WRITE && ::access(path.c_str(), W_OK) != 0)
         throw systemFailure(ExitCode::WRITE_FAILED, path, "cannot be written");
-    return guarded(path, [&] { return std::make_shared<MediaFile>(path, access == Access::READ ? "r" : "rw"); });
+    auto const file =
+        guarded(path, [&] { return std::make_shared<MediaFile>(path, access == Access::READ_WRITE ? "rw" : "r"); });
+    if (access != Access::READ)
+        holdAlone(*file);
+    return file;
 }
 
 std::string readAt(MediaFile const& file, uint64_t at, uint64_t size) {
@@ -108,7 +121,7 @@ std::string readAt(MediaFile const& file, uint64_t at, uint64_t size) {
 }
 
 Photo::Photo(std::string const& path, Access access, Look look)
-    : file(openFile(path, access)),
+    : file(openFile(path, access)), opened(FileState::of(file->getFd())),
       parsed(guarded(path,
                      [&] {
                          requireStill(file);
@@ -167,8 +180,11 @@ std::unique_ptr<ImageMetaReader> blocksOf(std::shared_ptr<MediaFile> const& stil
 }
 
 void copyWhole(Photo const& photo, std::shared_ptr<MediaFile> const& output) {
-    if (photo.file->transferTo(output, 0, 0) != static_cast<int64_t>(photo.size()))
-        throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to copy");
+    if (photo.file->transferTo(output, 0, 0) == photo.opened.size)
+        return;
+    if (!photo.opened.standsAt(photo.path()))
+        throw Failure(ExitCode::BAD_INPUT, photo.path(), "was changed by another program while it was read");
+    throw systemFailure(ExitCode::WRITE_FAILED, photo.path(), "fail to copy");
 }
 
 void requireOtherThanRoom(Photo const& photo, Error const& refusal) {

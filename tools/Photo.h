@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Failure.h"
+#include "FileRights.h"
 
 #include "Error.h"
 #include "MotionPhotoEdit.h"
@@ -14,10 +15,11 @@
 
 namespace motionphoto {
 
-enum class Access { READ, READ_WRITE };
+/// REPLACE: only read, but the result takes its place.
+enum class Access { READ, READ_WRITE, REPLACE };
 
 /// Opens a file for the library. Throws a Failure that tells what stands there when it is no regular file or may not be
-/// opened so.
+/// opened so, or when another process edits it: whoever is to change it holds it until the file is closed.
 std::shared_ptr<android::lumo::MediaFile> openFile(std::string const& path, Access access);
 
 /// `size` bytes at a place of the file, fewer where it ends; a Failure where the system refuses.
@@ -29,6 +31,7 @@ enum class Look { VIDEO, WHOLE_VIEW };
 /// A still: the open file and what its video is, whoever wrote it.
 struct Photo {
     std::shared_ptr<android::lumo::MediaFile> file;
+    FileState opened;                                       ///< as it was before anything was read of it
     std::shared_ptr<android::lumo::MotionPhotoInfo> parsed; ///< none unless the whole view was asked for
     android::lumo::MotionVideo video;
 

@@ -137,6 +137,9 @@ void SafeOutput::takeName() {
         return temporary.keep();
     if (refuse && errno == EEXIST)
         refuseExisting();
+    if (expected && !expected->standsAt(target))
+        throw Failure(ExitCode::WRITE_FAILED, out,
+                      "was changed by another program while it was edited; it is left as that one wrote it");
     if (std::rename(temporary.path().c_str(), target.c_str()) != 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "fail to rename the finished file");
     temporary.keep();

@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace motionphoto {
@@ -31,6 +32,8 @@ public:
     SafeOutput(SafeOutput const&) = delete;
     SafeOutput& operator=(SafeOutput const&) = delete;
 
+    /// What stands under the name has to be this file still when the output takes it.
+    void replacesOnly(FileState const& file) { expected = file; }
     int descriptor() const { return fd; }
     /// The still empty file for the library, over the same descriptor.
     std::shared_ptr<android::lumo::MediaFile> file() const { return std::make_shared<android::lumo::MediaFile>(fd); }
@@ -51,6 +54,7 @@ private:
     int still;
     Existing existing;
     RightsWanted rights;
+    std::optional<FileState> expected;
     int fd = -1;
     TemporaryName temporary; ///< empty while the file has no name
 };
