@@ -106,7 +106,7 @@ void CommandLine::define(Command const& command) {
     }
     auto* sub = parent->add_subcommand(name, command.purpose);
     command.options(*sub, args);
-    std::string examples = "Examples:";
+    std::string examples = command.more + (command.more.empty() ? "" : "\n\n") + "Examples:";
     for (auto const& example : command.examples)
         examples += "\n  motionphoto " + example;
     sub->footer(examples);

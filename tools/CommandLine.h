@@ -22,6 +22,7 @@ struct Command {
     std::function<void(CLI::App&, Arguments&)> options;
     std::function<ExitCode(Arguments const&)> run;
     std::vector<std::string> examples;
+    std::string more = {}; ///< what the purpose leaves open
 };
 
 /// The commands in the order of the help.

@@ -61,7 +61,7 @@ void newFile(App& app, Arguments& args) {
     group->add_flag("--force", args.force, "Replace an output that is there; follow links, part hard links");
     group->add_flag_callback(
         "--no-preserve", [&args] { args.preserve = false; },
-        "Do not keep times, owner, mode and attributes of the still");
+        "Do not keep times, owner, mode and attributes (user.*) of the still");
 }
 
 void anyOutput(App& app, Arguments& args) {
@@ -133,13 +133,14 @@ std::vector<Command> videoCommands() {
          "Take the video out of motion photos",
          CHANGING,
          remove,
-         {"remove photo.jpg -o still.jpg", "remove -r Camera/ -d Stills/ --skip-existing"}},
+         {"remove photo.jpg -o still.jpg", "remove -r Camera/ -d Stills/ --skip-existing"},
+         "Everything else stays as it is; motionphoto still leaves no empty XMP behind."},
         {"still",
-         "The still alone, as if it had never moved; XMP that only told of the video goes (a HEIC keeps its empty "
-         "packet)",
+         "The still alone, as if it had never moved",
          CHANGING,
          still,
-         {"still photo.jpg -o still.jpg", "still -r Camera/ -d Stills/"}},
+         {"still photo.jpg -o still.jpg", "still -r Camera/ -d Stills/"},
+         "XMP that told of the video alone goes too; a HEIC keeps the room of it, an empty packet."},
         {"set",
          "Set the still's moment in the video",
          all(stills, moment(""), EDITING),
