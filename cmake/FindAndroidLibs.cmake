@@ -37,6 +37,7 @@ endif()
 if(AndroidLibs_FOUND AND NOT TARGET Android::log)
     get_filename_component(_android_link_dir "${AndroidLibs_LOG_LIBRARY}" DIRECTORY)
     add_library(Android::log SHARED IMPORTED)
+    # In the linker driver's own words, which other build systems that read this package understand as well.
     # rpath-link: the library may need further ones of the same folder, which the linker wants to see.
     set_target_properties(Android::log PROPERTIES
         IMPORTED_LOCATION "${AndroidLibs_LOG_LIBRARY}"
@@ -44,6 +45,6 @@ if(AndroidLibs_FOUND AND NOT TARGET Android::log)
     # On Android itself the library stands where every loader looks.
     if(AndroidLibs_RUNTIME_DIR MATCHES "/android$")
         set_target_properties(Android::log PROPERTIES
-            INTERFACE_LINK_OPTIONS "LINKER:-rpath,${AndroidLibs_RUNTIME_DIR};LINKER:-rpath-link,${_android_link_dir}")
+            INTERFACE_LINK_OPTIONS "-Wl,-rpath,${AndroidLibs_RUNTIME_DIR};-Wl,-rpath-link,${_android_link_dir}")
     endif()
 endif()

@@ -22,6 +22,7 @@ endforeach()
 set_target_properties(metadata_utils_archive PROPERTIES OUTPUT_NAME metadata_utils EXPORT_NAME metadata_utils_static)
 target_include_directories(metadata_utils_archive INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(metadata_utils_archive INTERFACE EXPAT::EXPAT Android::log)
+target_compile_features(metadata_utils_archive INTERFACE cxx_std_20)
 
 install(TARGETS metadata_utils metadata_utils_archive EXPORT metadata_utils
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})

@@ -11,7 +11,10 @@
 #ifdef __cplusplus
 #include <string>
 
-namespace android::lumo::metadata_utils {
+/* Clients of the C interface may be of any C++. */
+namespace android {
+namespace lumo {
+namespace metadata_utils {
 
 /// Logs the version once the library is loaded; needs no counterpart, there is nothing to tear down.
 METADATA_UTILS_EXPORT void library_init();
@@ -20,7 +23,9 @@ METADATA_UTILS_EXPORT long getVersionCode();
 /// "1.0.0".
 METADATA_UTILS_EXPORT std::string getVersionString();
 
-} // namespace android::lumo::metadata_utils
+} // namespace metadata_utils
+} // namespace lumo
+} // namespace android
 
 extern "C" {
 #endif
@@ -180,9 +185,9 @@ METADATA_UTILS_EXPORT int mu_stage_to_trailer(mu_photo* photo);
  * be dropped. */
 METADATA_UTILS_EXPORT int mu_stage_to_published(mu_photo* photo, int drop_records);
 
-/* Carries out what is staged, in place, and spends it: an edit that was written is not staged any more. A refusal leaves
- * the photo as it was and everything staged. After a read or write that failed the rest is staged; what the file then
- * holds is told in docs/failure-states.md. */
+/* Carries out what is staged, in place, and spends it: an edit that was written is not staged any more. A refusal
+ * leaves the photo as it was and everything staged. After a read or write that failed the rest is staged; what the file
+ * then holds is told in docs/failure-states.md. */
 METADATA_UTILS_EXPORT int mu_commit(mu_photo* photo);
 /* Into another file, which exists and whose content is replaced. The photo is only read, and what is staged stays. A
  * refusal leaves what the file held, a write that failed a file that is no whole photo. One that is empty before gets
