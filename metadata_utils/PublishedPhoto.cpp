@@ -194,8 +194,11 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
         if (other != nullptr && MediaFile::isFdsDup(other->getFd(), clipSource->getFd()))
             throw ErrorAt()("the video is the photo itself: %s", other->toString().c_str());
     }
-    if (options.momentUs)
+    if (options.momentUs) {
         requireInside(*options.momentUs, durationOf(*clip.file, 0, clip.file->size()));
+        if (static_cast<long>(*options.momentUs) != *options.momentUs) // 32 bits on some platforms
+            throw ErrorAt().as(Error::Code::TOO_BIG)("a moment of %lld us", static_cast<long long>(*options.momentUs));
+    }
     // About the fields the editor will write; it refuses the rest itself, but only when the old video may be gone.
     if (layout.isHEIC && !takesFields(layout, {clip.file->size(), 0, 8, 0}))
         throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(

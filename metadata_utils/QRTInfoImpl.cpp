@@ -66,7 +66,7 @@ void QRTInfoImpl::load() {
     uint32_t const box = boxHeaderSize();
     uint32_t const image = start > box ? start - box : 0;
     if (image == 0)
-        throw ErrorAt()("invalid image size: %zu", size_t{image});
+        throw ErrorAt().as(Error::Code::DAMAGED, *file)("invalid image size: %zu", size_t{image});
     LOGI("lastImageSize=%zu, dataOffsetFromEnd=%d, qrtTailStartSignatureOffset=%d", size_t{image},
          static_cast<int>(farthest + tail->size), static_cast<int>(tail->size));
 

@@ -26,7 +26,7 @@ public:
     /// "Invalid file descriptor provided: %d".
     explicit MediaFile(int fd);
     /// Opens an existing file; it is never created. Mode "r" reads, "w" writes, "rw" does both, any other text reads.
-    /// Throws "fail to open file %s".
+    /// Throws "fail to open file %s" (READ_FAILED, whatever the mode).
     MediaFile(std::string const& path, std::string const& mode);
     ~MediaFile();
     MediaFile(MediaFile const&) = delete;

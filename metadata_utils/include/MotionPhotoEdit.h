@@ -11,11 +11,16 @@ namespace android::lumo {
 /// place, or into another file, keeping the three consistent.
 ///
 /// Every MotionPhotoInfo query is answered by the view it was made from. Staging operations return the editor, for
-/// chaining, and write nothing. An editor is made from a view, stages any number of changes and is committed once; the
-/// view is then up to date without a new parse. One thread at a time.
+/// chaining, and write nothing. After a commit in place the view is up to date without a new parse, and the editor
+/// writes at the next one what was staged since; what went into another file stays staged.
+///
+/// A refusal (REFUSED, UNSUPPORTED, DAMAGED, TOO_BIG, NO_SPACE, XMPError; CHANGED when the file is no longer the one
+/// that was read) leaves every byte as it was. READ_FAILED and WRITE_FAILED may come later; docs/failure-states.md says
+/// what the file then holds, and that commit() may be called again. One thread at a time.
 class METADATA_UTILS_EXPORT MotionPhotoEdit : public MotionPhotoInfo {
 public:
-    /// The still's moment in the video, in microseconds.
+    /// The still's moment in the video, in microseconds (2^31 - 1 at most where a long has 32 bits). Without it a new
+    /// video gets its duration.
     virtual MotionPhotoEdit& setPhotoPresentationTimestampUs(long timestampUs) = 0;
     /// A trailer record; type 2608 on a HEIC is a video and goes into its 'mpvd' box.
     virtual MotionPhotoEdit& addQRTData(int type, std::string const& key, ByteBuffer const& data) = 0;

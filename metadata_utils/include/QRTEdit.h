@@ -52,8 +52,9 @@ public:
     /// Whether it is marked; a commit takes the mark away.
     virtual bool isDirty() const = 0;
     /// Rewrites the trailer in place, from the image's end on, and cuts the file behind it. Without records it leaves
-    /// the file as it is. Everything that can be foreseen is refused before the first write; a write that fails later
-    /// throws and leaves the image whole and the trailer partly written. After it the view describes the new trailer.
+    /// the file as it is. Everything that can be foreseen is refused before the first write (Error of CHANGED when the
+    /// trailer is no longer the one that was read, NO_SPACE, TOO_BIG); a write that fails later throws and leaves the
+    /// image whole and the trailer partly written. After it the view describes the new trailer.
     virtual void commit() = 0;
     /// Copies the whole source to offset 0 of `target`, cuts a longer target, and writes the trailer there. The source
     /// and its view stay as they are.

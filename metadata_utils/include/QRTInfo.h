@@ -28,7 +28,8 @@ class METADATA_UTILS_EXPORT QRTInfo {
 public:
     virtual ~QRTInfo();
 
-    /// Throws std::runtime_error on a damaged trailer or a file of 4 GiB and more.
+    /// Throws an Error: DAMAGED for a trailer that contradicts itself, TOO_BIG for a file of 4 GiB and more,
+    /// READ_FAILED when the system refuses a read.
     static std::shared_ptr<QRTInfo> parse(std::shared_ptr<MediaFile> const& file);
 
     /// The format's number in the tail; 0 as well without a trailer.

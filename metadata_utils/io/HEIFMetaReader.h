@@ -108,7 +108,7 @@ public:
     /// Where the XMP stands and whether it may be written there; nothing without XMP.
     std::optional<XMPItem> getXMPItem();
 
-    // The images, asked of the demuxer. Each failure throws with the demuxer's error code. ----------------------------
+    // The images, asked of the demuxer, in its types (hboxd.h, hboxm.h). A failure throws with its code. ---------
 
     /// The id of the primary item ('pitm').
     int getCoverImageId();

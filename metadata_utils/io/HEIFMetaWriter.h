@@ -68,7 +68,7 @@ public:
         return std::max(MIN_XMP_ROOM, (packetSize + STEP - 1) / STEP * STEP);
     }
     /// Makes it in a copy of the file instead, where the packet does not fit, and puts the packet there if it is
-    /// wanted.
+    /// wanted. For the library's own editors.
     void putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bool isWanted);
 
     /// Gives a last box that is stored with size 0 ("to the end of the file") its size, so that something can follow

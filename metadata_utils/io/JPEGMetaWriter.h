@@ -52,7 +52,8 @@ public:
     void removeCameraDebugInfo() override;
 
     /// Does what writeXMP(view) would do with this packet in a copy of the file instead. False, and nothing done, where
-    /// that takes more steps: several packets or Exif segments, an index of several pictures behind a room to open.
+    /// that takes more steps: several packets or Exif segments, an index of several pictures behind a room to open. For
+    /// the library's own editors.
     bool putXMPIn(SplicedCopy& copy, std::vector<uint8_t> const& packet) const;
 
     /// (segment position, marker value - 2) of the first such segment, (-1, -1) when there is none, and where a read
