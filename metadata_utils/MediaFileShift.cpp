@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 
+#include <fcntl.h>
 #include <sys/sendfile.h>
 #include <unistd.h>
 
@@ -29,6 +30,8 @@ namespace {
 constexpr char LOG_TAG[] = "MediaFile";
 /// Moving a file in chunks up to this size is refused as a caller's mistake.
 constexpr uint32_t TOO_SMALL_BUFFER = 1024;
+/// What is copied between two requests to write, where the disk is to begin at once.
+constexpr uint32_t EARLY_PIECE = 2 * 1024 * 1024;
 
 /// The class is one for its users, whichever file its code stands in.
 ErrorAt error(int line = __builtin_LINE()) {
@@ -206,15 +209,25 @@ ssize_t copyOnce(int target, int source, off64_t& from, size_t n) {
 
 } // namespace
 
+/// Lets the disk begin with the bytes in front of the position. Only a request: what it cannot do, a later sync does.
+void MediaFile::startWriting(int64_t bytes) const {
+    if (off64_t const end = lseek64(fd, 0, SEEK_CUR); end >= bytes)
+        static_cast<void>(sync_file_range(fd, end - bytes, bytes, SYNC_FILE_RANGE_WRITE));
+}
+
 int64_t MediaFile::transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t bytes) const {
     uint32_t const wanted = bytes == 0 ? size() : bytes;
     if (wanted == 0)
         throw error()("invalid size: %zu", size_t{wanted});
     off64_t from = checked::offsetFrom(offset);
+    bool const isEarly = target->isWrittenEarly && wanted >= EARLY_PIECE;
     uint32_t sent = 0;
     while (sent < wanted) {
-        ssize_t const n = copyOnce(target->fd, fd, from, wanted - sent);
+        uint32_t const left = wanted - sent;
+        ssize_t const n = copyOnce(target->fd, fd, from, isEarly ? std::min(left, EARLY_PIECE) : left);
         if (n > 0) {
+            if (isEarly)
+                target->startWriting(n);
             sent += static_cast<uint32_t>(n);
             ++target->changeCount;
         } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {

@@ -58,6 +58,12 @@ SafeOutput::~SafeOutput() {
     close(fd);
 }
 
+std::shared_ptr<android::lumo::MediaFile> SafeOutput::file() const {
+    auto result = std::make_shared<android::lumo::MediaFile>(fd);
+    result->writeEarly(); // publish() syncs
+    return result;
+}
+
 void SafeOutput::refuseExisting() const {
     throw Failure(ExitCode::WRITE_FAILED, out, THERE_ALREADY);
 }

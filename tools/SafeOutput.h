@@ -36,7 +36,7 @@ public:
     void replacesOnly(FileState const& file) { expected = file; }
     int descriptor() const { return fd; }
     /// The still empty file for the library, over the same descriptor.
-    std::shared_ptr<android::lumo::MediaFile> file() const { return std::make_shared<android::lumo::MediaFile>(fd); }
+    std::shared_ptr<android::lumo::MediaFile> file() const;
     /// Gives the content its rights, times and attributes (see FileRights), brings it to disk and gives it its name.
     /// Throws a Failure (WRITE_FAILED), OUT untouched.
     void publish();

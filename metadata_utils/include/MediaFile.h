@@ -144,6 +144,9 @@ public:
     /// set, or 0 when this file ended early. What was copied before such an end is shown by the target's position
     /// alone.
     int64_t transferTo(std::shared_ptr<MediaFile> const& target, long offset, uint32_t size) const;
+    /// For a file that will be synced: what is copied into it from now on goes to the disk while the copy goes on,
+    /// which the sync then has less to wait for. Without a sync it would only keep the disk busy.
+    void writeEarly() { isWrittenEarly = true; }
 
     /// Cuts or extends the file; the result of the system call.
     int truncate(uint32_t size);
@@ -164,6 +167,7 @@ private:
     struct Tail;
     void readWhole(void* value, size_t size) const;
     std::string typeBytes() const;
+    void startWriting(int64_t bytes) const;
     Tail tailToShift(char const* name, int shift, bool towardsStart) const;
     void moveTail(ShiftStrategy const& strategy, uint32_t bufferSize, Tail& tail);
     void moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
@@ -173,6 +177,7 @@ private:
     std::string path;
     mutable MediaDefs::MimeType cachedMimeType = MediaDefs::MimeType::NONE;
     uint64_t changeCount = 0;
+    bool isWrittenEarly = false;
 };
 
 /// Opens a gap of `shift` bytes at `position` and writes a JPEG segment header into it: marker and length, both
