@@ -38,18 +38,17 @@ uint32_t lowBits(uint64_t value, unsigned width, bool& fits) {
     return static_cast<uint32_t>(value);
 }
 
-/// The one extent of an entry whose head was read last: index, offset and length.
-HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::ItemLocation const& head) {
+/// The one extent of an entry whose head was read last: an index of `indexWidth` bytes, offset and length.
+HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::ItemLocation const& head,
+                                        unsigned indexWidth) {
     HEIFMetaReader::ItemLocation location;
     location.id = head.id;
-    bool const isIndexPassedOver = head.indexWidth == 0 || head.indexWidth == INDEX_BYTES;
-    location.isExact = head.dataReference == 0 && isIndexPassedOver; // else what follows is read off its place
+    location.isExact = head.dataReference == 0 && head.indexWidth == indexWidth; // else it is read off its place
     location.base = lowBits(head.base, reader.baseWidth(), location.isExact);
     if (head.extentCount != 1)
         throw readerError().as(Error::Code::UNSUPPORTED)("multi extent not supported");
     auto& fields = reader.rest();
-    if (head.indexWidth != 0)
-        fields.skip(INDEX_BYTES); // whatever the index size: no writer uses another
+    fields.skip(indexWidth);
     location.offset = lowBits(fields.number(head.offsetWidth), head.offsetWidth, location.isExact);
     location.length = lowBits(fields.number(head.lengthWidth), head.lengthWidth, location.isExact);
     return location;
@@ -57,8 +56,8 @@ HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::It
 
 } // namespace
 
-void Items::parse(ByteWindow& window, TopLevelBox const& meta, Divided divided) {
-    wantsDivided = divided;
+void Items::parse(ByteWindow& window, TopLevelBox const& meta, Locations wanted) {
+    wantedLocations = wanted;
     fileSize = window.size();
     LOGI("meta box found: start=%ld, end=%ld", static_cast<long>(meta.content()), static_cast<long>(meta.end()));
     visitMetaChildren(window, meta, [&](BoxType type, uint32_t position, uint32_t size) {
@@ -115,11 +114,15 @@ void Items::parseILOCBox(BoxView const& iloc) {
         throw readerError().as(Error::Code::DAMAGED)("iloc read error");
     boxes::LocationReader reader(iloc, boxes::LocationReader::Widths::Any);
     while (auto const head = reader.nextHead()) {
-        if (head->extentCount != 1 && wantsDivided == Divided::PASSED_OVER) {
+        if (head->extentCount != 1 && wantedLocations == Locations::ALL) {
             passOver(reader, *head);
             continue;
         }
-        ItemLocation const location = readExtent(reader, *head);
+        unsigned indexWidth = head->indexWidth;
+        if (indexWidth != 0 && wantedLocations == Locations::SIMPLE)
+            indexWidth = INDEX_BYTES; // no writer uses another
+        isIndexMisread |= indexWidth != head->indexWidth;
+        ItemLocation const location = readExtent(reader, *head, indexWidth);
         if (head->method() == METHOD_FILE)
             locations.push_back(location);
         else if (head->method() == METHOD_ITEM_DATA)
@@ -127,7 +130,8 @@ void Items::parseILOCBox(BoxView const& iloc) {
     }
 }
 
-/// Unlike the other reader of references this one ends at a size below 8, and keeps the first to-item alone.
+/// Unlike the other reader of references this one ends at a size below 8, and keeps the first to-item apart: it alone
+/// is what the item describes for all but an edit.
 ///
 /// | offset | width  | name (big-endian)                                                               |
 /// |--------|--------|---------------------------------------------------------------------------------|
@@ -135,7 +139,7 @@ void Items::parseILOCBox(BoxView const& iloc) {
 /// | then   | ...    | references, boxes of the reference's type:                                      |
 /// | 8      | 2 or 4 | from-item id (2 bytes in version 0 of 'iref')                                   |
 /// | then   | 2      | number of to-items, 1 or more                                                   |
-/// | then   | ...    | to-item ids of the same width, of which the first is kept                       |
+/// | then   | ...    | to-item ids of the same width                                                   |
 void Items::parseIREFBox(BoxView const& iref) {
     BoxCursor payload = iref.payload();
     unsigned const idSize = readFullBoxHeader(payload).version == 0 ? 2 : 4;
@@ -148,8 +152,11 @@ void Items::parseIREFBox(BoxView const& iref) {
         if (type != boxType("cdsc") || reference.left() < 2 * idSize + 2)
             continue;
         int const from = static_cast<int>(reference.number(idSize));
-        if (reference.u16() != 0)
+        unsigned const count = reference.u16();
+        if (count != 0)
             references.push_back({from, {static_cast<int>(reference.number(idSize))}});
+        for (unsigned i = 1; i < count && reference.left() >= idSize; ++i)
+            furtherReferences.emplace_back(from, static_cast<int>(reference.number(idSize)));
     }
 }
 
@@ -169,28 +176,48 @@ void Items::settleItemDataLocations() {
 }
 
 std::optional<Items::ItemLocation> Items::findDescribing(std::vector<int> const& ids) const {
-    if (!primaryId || ids.empty() || references.empty())
-        return std::nullopt;
+    return firstInFile(describingFirst(ids));
+}
+
+std::optional<Items::ItemLocation> Items::findXMP() const {
+    std::vector<int> candidates = describingFirst(mimeIds);
+    for (auto const& [from, to] : furtherReferences) {
+        if (primaryId && static_cast<uint32_t>(to) == *primaryId && packetIds.contains(from))
+            candidates.push_back(from);
+    }
+    return firstInFile(candidates);
+}
+
+std::vector<int> Items::describingFirst(std::vector<int> const& ids) const {
+    std::vector<int> describing;
     // Ordered: a file can choose its ids so that hashes collide. Files have them in order as a rule.
     std::set<int> const wanted(ids.begin(), ids.end());
+    for (auto const& reference : references) {
+        if (primaryId && static_cast<uint32_t>(reference.to.front()) == *primaryId && wanted.contains(reference.from))
+            describing.push_back(reference.from);
+    }
+    return describing;
+}
+
+std::optional<Items::ItemLocation> Items::firstInFile(std::vector<int> const& candidates) const {
+    if (candidates.empty())
+        return std::nullopt;
     std::vector<std::pair<uint32_t, ItemLocation const*>> places;
     places.reserve(locations.size());
     for (auto const& location : locations)
         places.emplace_back(location.id, &location);
     if (!std::is_sorted(places.begin(), places.end()))
         std::sort(places.begin(), places.end()); // of two with one id the first comes first
-    for (auto const& reference : references) {
-        if (!wanted.contains(reference.from) || static_cast<uint32_t>(reference.to.front()) != *primaryId)
-            continue;
-        if (dividedIds.contains(static_cast<uint32_t>(reference.from)))
-            throw readerError().as(Error::Code::UNSUPPORTED)("item %d stands in several pieces", reference.from);
-        std::pair<uint32_t, ItemLocation const*> const first(static_cast<uint32_t>(reference.from), nullptr);
+    for (int const id : candidates) {
+        if (dividedIds.contains(static_cast<uint32_t>(id)))
+            throw readerError().as(Error::Code::UNSUPPORTED)("item %d stands in several pieces", id);
+        std::pair<uint32_t, ItemLocation const*> const first(static_cast<uint32_t>(id), nullptr);
         auto const place = std::lower_bound(places.begin(), places.end(), first);
         if (place == places.end() || place->first != first.first)
             continue;
         if (rangeFits(startOf(*place->second), place->second->length, fileSize))
             return *place->second;
-        LOGW("item %d lies outside the file", reference.from);
+        LOGW("item %d lies outside the file", id);
     }
     return std::nullopt;
 }

@@ -9,6 +9,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace android::lumo::heif {
@@ -20,16 +21,22 @@ public:
     using ItemLocation = HEIFMetaReader::ItemLocation;
     using ItemReference = HEIFMetaReader::ItemReference;
 
-    /// An item whose bytes stand in several pieces ends the search, or is only not found itself.
-    enum class Divided { ENDS, PASSED_OVER };
+    /// SIMPLE takes the index of an extent for 4 bytes, and an item whose bytes stand in several pieces ends the
+    /// search. ALL takes the index as wide as it is, and does not find such an item alone.
+    enum class Locations { SIMPLE, ALL };
 
     /// Reads 'iinf', 'iloc', 'iref' and 'pitm' of a 'meta' box; throws on damage and keeps what was read in front of
     /// it.
-    void parse(ByteWindow& window, TopLevelBox const& meta, Divided divided = Divided::ENDS);
+    void parse(ByteWindow& window, TopLevelBox const& meta, Locations wanted = Locations::SIMPLE);
+    /// False once an index was taken for 4 bytes that has another width.
+    bool isIndexRead() const { return !isIndexMisread; }
 
-    /// The first of the items, in the order of the references, that describes the primary item and has its bytes in the
-    /// file. Throws (UNSUPPORTED) for one that was passed over.
+    /// The first of the items, in the order of the references, that describes the primary item, before any other, and
+    /// has its bytes in the file. Throws (UNSUPPORTED) for one that was passed over.
     std::optional<ItemLocation> findDescribing(std::vector<int> const& ids) const;
+    /// The XMP of the primary item as an edit takes it: the first such 'mime' item, or else the first packet that
+    /// describes the primary behind others. Whoever makes room for XMP takes that packet's item.
+    std::optional<ItemLocation> findXMP() const;
 
     /// Whether the item is plain (neither encoded nor protected) application/rdf+xml.
     bool isPacket(ItemLocation const& location) const { return packetIds.contains(static_cast<int>(location.id)); }
@@ -51,11 +58,15 @@ private:
     void parseIREFBox(BoxView const& iref);
     void parsePITMBox(BoxView const& pitm);
     void settleItemDataLocations();
+    std::vector<int> describingFirst(std::vector<int> const& ids) const;
+    std::optional<ItemLocation> firstInFile(std::vector<int> const& candidates) const;
 
-    Divided wantsDivided = Divided::ENDS;
+    Locations wantedLocations = Locations::SIMPLE;
+    bool isIndexMisread = false;
     uint32_t fileSize = 0;
     std::set<uint32_t> dividedIds;                         ///< items that were passed over
     std::vector<FileRange> pieces;                         ///< their bytes, of those in the file
+    std::vector<std::pair<int, int>> furtherReferences;    ///< from an item to one that it does not describe first
     std::set<int> packetIds;                               ///< 'mime' items that are plain application/rdf+xml
     std::vector<ItemLocation> inItemData;                  ///< method 1: relative to 'idat', which may follow 'iloc'
     std::optional<std::pair<uint32_t, uint32_t>> itemData; ///< position and size of the content of 'idat'

@@ -108,23 +108,22 @@ bool HEIFMetaReader::parseItems() {
     items = std::make_shared<heif::Items>();
     allItems = items;
     auto const found = std::make_shared<heif::Items>(), all = std::make_shared<heif::Items>();
-    bool const isWhole = readItems(*found, false);
-    if (!isWhole)
+    bool const isWhole = readItems(*found, false), isAll = isWhole && found->isIndexRead();
+    if (!isAll)
         readItems(*all, true);
     items = found;
-    allItems = isWhole ? found : all;
+    allItems = isAll ? found : all;
     isParsed = true;
     return isWhole;
 }
 
-bool HEIFMetaReader::readItems(heif::Items& found, bool passesDividedOver) const {
+bool HEIFMetaReader::readItems(heif::Items& found, bool wantsAll) const {
     try {
         heif::ByteWindow window(*file);
         heif::TopLevel const topLevel = heif::scanTopLevel(window, boxType("meta"));
         auto const* meta = topLevel.find(boxType("meta"));
         if (meta != nullptr)
-            found.parse(window, *meta,
-                        passesDividedOver ? heif::Items::Divided::PASSED_OVER : heif::Items::Divided::ENDS);
+            found.parse(window, *meta, wantsAll ? heif::Items::Locations::ALL : heif::Items::Locations::SIMPLE);
         return meta != nullptr;
     } catch (std::exception const& exception) {
         rethrowUnlessDamage();
@@ -141,18 +140,16 @@ void HEIFMetaReader::requireParsed() {
 Metadata HEIFMetaReader::getXMP() {
     if (!isParsed)
         parseMetadata();
-    return getMeta(*items, items->mimeIds, MediaDefs::MetaType::XMP);
+    return getMeta(items->findDescribing(items->mimeIds), MediaDefs::MetaType::XMP);
 }
 
 std::vector<Metadata> HEIFMetaReader::findAllXMP() {
     requireParsed();
-    Metadata const xmp = getMeta(*allItems, allItems->mimeIds, MediaDefs::MetaType::XMP);
+    Metadata const xmp = getMeta(allItems->findXMP(), MediaDefs::MetaType::XMP);
     return xmp.type == MediaDefs::MetaType::NONE ? std::vector<Metadata>() : std::vector{xmp};
 }
 
-Metadata HEIFMetaReader::getMeta(heif::Items const& known, std::vector<int> const& ids,
-                                 MediaDefs::MetaType type) const {
-    auto const place = known.findDescribing(ids);
+Metadata HEIFMetaReader::getMeta(std::optional<ItemLocation> const& place, MediaDefs::MetaType type) const {
     if (!place)
         return {};
     return {type, place->base + place->offset, place->length, 0, loader};
@@ -167,7 +164,7 @@ Metadata HEIFMetaReader::getMeta(heif::Items const& known, std::vector<int> cons
 /// | 4 + N  | ...   | TIFF header and directories                                              |
 Metadata HEIFMetaReader::getExif() {
     requireParsed();
-    Metadata exif = getMeta(*items, items->exifIds, MediaDefs::MetaType::EXIF);
+    Metadata exif = getMeta(items->findDescribing(items->exifIds), MediaDefs::MetaType::EXIF);
     if (exif.payload < EXIF_OFFSET_SIZE)
         return exif;
     ByteBuffer const field = checked::readAt(*file, exif.position, EXIF_OFFSET_SIZE);
@@ -240,7 +237,7 @@ uint32_t HEIFMetaReader::getEndOfImagePosition(bool rescan) {
 
 std::optional<HEIFMetaReader::XMPItem> HEIFMetaReader::getXMPItem() {
     requireParsed();
-    auto const place = allItems->findDescribing(allItems->mimeIds);
+    auto const place = allItems->findXMP();
     if (!place)
         return std::nullopt;
     heif::ByteWindow window(*file);

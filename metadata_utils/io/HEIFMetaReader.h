@@ -34,8 +34,10 @@ class Items;
 ///
 /// The XMP is the first item of type 'mime' that a 'cdsc' reference ties to the primary item; the Exif likewise. An
 /// item in another item (method 2) is not found; a data reference is not followed: the item is looked for in this file.
-/// An item in several extents ends the search of getXMP() and getExif(); findAllXMP() and getXMPItem() pass it over,
-/// and throw when it is the XMP itself. Files of 4 GiB and more are refused.
+/// An item in several extents ends the search of getXMP() and getExif(), which take an extent's index for 4 bytes;
+/// findAllXMP() and getXMPItem(), which views and edits go by, pass such an item over, throw when it is the XMP itself,
+/// take the index as wide as it is, and where nothing describes the primary item first take the first packet that
+/// describes it among others. Files of 4 GiB and more are refused.
 ///
 /// XMP, Exif and debug info are found with small reads. The demuxer sees the image part alone, and reads of it what a
 /// question needs; it is opened when the first is asked (or at once when EAGER). A file that the demuxer refuses still
@@ -73,7 +75,7 @@ public:
         std::vector<int> to; ///< the item that is described
     };
 
-    /// The item behind getXMP().
+    /// The item behind findAllXMP().
     struct XMPItem {
         uint32_t position = 0; ///< of the first byte in the file
         uint32_t length = 0;   ///< bytes: the room, blanks included
@@ -142,9 +144,9 @@ private:
     void init();
     void deinit();
     bool parseItems();
-    bool readItems(heif::Items& found, bool passesDividedOver) const;
+    bool readItems(heif::Items& found, bool wantsAll) const;
     void requireParsed();
-    Metadata getMeta(heif::Items const& known, std::vector<int> const& ids, MediaDefs::MetaType type) const;
+    Metadata getMeta(std::optional<ItemLocation> const& place, MediaDefs::MetaType type) const;
 
     uint32_t fileSize = 0;
     uint32_t endOfImage = 0;
@@ -153,7 +155,7 @@ private:
     std::unique_ptr<heif::ImageStream> stream;
     hboxd_context* demuxer = nullptr;
     std::shared_ptr<heif::Items> items;
-    std::shared_ptr<heif::Items> allItems; ///< the same, or, where one in several pieces ended that, past it
+    std::shared_ptr<heif::Items> allItems; ///< the same, or, where that ends early or reads past an index, all there is
 };
 
 } // namespace android::lumo

@@ -71,5 +71,15 @@ TEST(HEIFMetaReader, MetadataInFrontOfDamageIsReadWhileTheWholeIsRefused) {
     EXPECT_TRUE(failsWith("to get fd & size[err=", [&] { HEIFMetaReader(empty.open("r"), ParseMode::LAZY); }));
 }
 
+TEST(HEIFMetaReader, EditsFindXMPBehindLocationsThatEndTheSimpleSearch) {
+    for (HeicOptions const& options :
+         {HeicOptions{.xmp = "<packet/>", .tileExtents = 2}, HeicOptions{.xmp = "<packet/>", .indexWidth = 8}}) {
+        TempFile const file(buildHeic(options));
+        HEIFMetaReader reader(file.open("r"), ParseMode::LAZY);
+        EXPECT_EQ(reader.findAllXMP().size(), 1U);
+        EXPECT_EQ(reader.getXMPItem().value().refusal, "");
+    }
+}
+
 } // namespace
 } // namespace android::lumo::test
