@@ -37,10 +37,12 @@ MotionVideo found(movie::Walk const& walk, uint32_t position) {
 /// Walks over candidates until one is a whole movie; the first that at least begins like one is kept.
 class Search {
 public:
-    Search(MediaFile const& searched, uint32_t searchLimit) : file(searched), limit(searchLimit) {}
+    Search(PhotoLayout const& photo, uint32_t searchLimit) : layout(photo), file(*photo.file), limit(searchLimit) {}
 
     /// False when the search is over.
     bool look(uint32_t position) {
+        if (layout.isOtherItems(position))
+            return true;
         auto const walk = movie::walkUnclaimed(file, position, limit);
         bool const isPicture = std::find(std::begin(PICTURES), std::end(PICTURES), walk.brand) != std::end(PICTURES);
         if (!walk.begins || isPicture)
@@ -52,6 +54,7 @@ public:
     MotionVideo const& result() const { return best; }
 
 private:
+    PhotoLayout const& layout;
     MediaFile const& file;
     uint32_t limit;
     size_t candidates = 0;
@@ -107,11 +110,11 @@ MotionVideo MotionVideo::scan(std::shared_ptr<MediaFile> const& photo) {
         return {};
     // A claimed movie is no find: the bytes in front of it and behind it are searched.
     uint32_t const end = claimed.isSound() ? std::clamp(claimed.position, *from, limit) : limit;
-    Search search(*photo, end);
+    Search search(layout, end);
     searchBytes(search, *photo, *from, end);
     if (search.result().isSound() || !claimed.isSound())
         return search.result();
-    Search behind(*photo, limit);
+    Search behind(layout, limit);
     searchBytes(behind, *photo, std::max(*from, claimed.position + claimed.size), limit);
     return behind.result().status != Status::NONE ? behind.result() : search.result();
 }

@@ -124,6 +124,16 @@ std::string PhotoLayout::boxFault() const {
            " bytes: damaged, or cut off";
 }
 
+bool PhotoLayout::isOtherItems(uint32_t position) const {
+    auto const* video = claims.video();
+    return std::any_of(claims.items.begin(), claims.items.end(), [&](claims::Item const& item) {
+        uint64_t const fromEnd = claims.distanceFromEnd(item);
+        bool const isOther = !item.isPrimary() && (video == nullptr || item.place != video->place);
+        return isOther && fromEnd <= fileSize && position >= fileSize - fromEnd &&
+               position - (fileSize - fromEnd) < item.length;
+    });
+}
+
 MotionVideo PhotoLayout::damaged(Source source, std::string const& reason) const {
     MotionVideo video;
     video.source = source;

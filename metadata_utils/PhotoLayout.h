@@ -45,6 +45,8 @@ struct PhotoLayout {
     /// Where a HEIC's boxes stop adding up, and a text about it for a file with such damage.
     uint32_t boxFaultPosition() const;
     std::string boxFault() const;
+    /// An item of the directory that is neither the picture nor the video has this byte.
+    bool isOtherItems(uint32_t position) const;
     /// The claim of a source, looked at; status NONE where it makes none.
     MotionVideo fromTrailer() const;
     MotionVideo fromBox() const;

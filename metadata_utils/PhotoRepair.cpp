@@ -9,6 +9,7 @@
 #include "TrailerForm.h"
 #include "XMPEditImpl.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/TrailingBoxes.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -50,6 +51,8 @@ private:
     void setForm();
     void settleOrphan(PhotoCheck const& check);
     void dropOrphan(MotionVideo const& orphan);
+    void dropFromHEIC(PhotoLayout const& layout, MotionVideo const& orphan);
+    void dropFromJPEG(PhotoLayout const& layout, MotionVideo const& orphan);
     void dropStaleClaims(PhotoCheck const& check);
     bool holdsTornMovie() const;
     void setXMP();
@@ -115,18 +118,60 @@ void Mender::settleOrphan(PhotoCheck const& check) {
     done.push_back("movie claimed: " + range(check.orphan));
 }
 
+/// In a HEIC with the box that it fills, or where it ends the file; in a JPEG what counts from the file's end follows.
 void Mender::dropOrphan(MotionVideo const& orphan) {
     PhotoLayout const layout(file);
+    if (layout.isHEIC)
+        dropFromHEIC(layout, orphan);
+    else
+        dropFromJPEG(layout, orphan);
+    done.push_back("movie taken out: " + range(orphan));
+}
+
+void Mender::dropFromHEIC(PhotoLayout const& layout, MotionVideo const& orphan) {
     uint32_t const end = orphan.position + orphan.size;
-    bool const isLast = end == layout.fileSize;
-    if (layout.isHEIC && !isLast)
-        throw ErrorAt().as(Error::Code::UNSUPPORTED, *file)(
-            "the movie of %s stands among the boxes of a HEIC and is not the last", range(orphan).c_str());
-    if (isLast)
+    auto const& boxes = layout.topLevel.boxes;
+    auto const holder = std::find_if(boxes.begin(), boxes.end(), [&](auto const& box) {
+        return box.type == VIDEO_BOX && box.content() == orphan.position && box.end() == end;
+    });
+    auto const around = std::find_if(boxes.begin(), boxes.end(), [&](auto const& box) {
+        return box.position < orphan.position && orphan.position < box.end();
+    });
+    if (holder != boxes.end()) {
+        heif::TrailingBoxes trailing(file);
+        if (holder->position < trailing.endOfImage() || trailing.mustStay(*holder))
+            trailing.blankOut(*holder);
+        else
+            trailing.takeOut(*holder);
+    } else if (around == boxes.end() && end == layout.fileSize) {
         checked::truncate(*file, orphan.position);
+    } else {
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *file)(
+            "the movie of %s stands among or inside the boxes of a HEIC, in no video box of its own",
+            range(orphan).c_str());
+    }
+}
+
+void Mender::dropFromJPEG(PhotoLayout const& layout, MotionVideo const& orphan) {
+    uint32_t const behind = layout.fileSize - orphan.position - orphan.size;
+    auto const video = layout.locate();
+    bool const isCounted = video.source == Source::DIRECTORY || video.source == Source::MICRO_VIDEO;
+    if (video.isSound() && isCounted && orphan.position > video.position) {
+        published::writeXMP(file, [&](auto const& view) {
+            claims::followEnd(*view->getMeta(), -int64_t{orphan.size});
+            uint64_t const expected = uint64_t{layout.fileSize} - video.position - orphan.size;
+            auto const now = claims::read(*view->getMeta()).distances();
+            if (std::find(now.begin(), now.end(), expected) == now.end())
+                throw ErrorAt().as(Error::Code::UNSUPPORTED, *file)(
+                    "the movie of %s is counted among the items behind the video", range(orphan).c_str());
+            view->reindex();
+        });
+    }
+    uint32_t const end = file->size() - behind;
+    if (behind == 0)
+        checked::truncate(*file, end - orphan.size);
     else
         image_index::moveBytes(file, end, -int64_t{orphan.size});
-    done.push_back("movie taken out: " + range(orphan));
 }
 
 void Mender::dropStaleClaims(PhotoCheck const& check) {
@@ -170,11 +215,14 @@ void Mender::setXMP() {
 
 Repair Repair::run(std::shared_ptr<MediaFile> const& photo, RepairOptions const& options,
                    std::shared_ptr<MediaFile> const& output) {
-    PhotoCheck::run(photo); // what cannot be read or is no photo is refused before anything is written
+    auto const before = PhotoCheck::run(photo); // what cannot be read is refused before anything is written
     auto const file = published::begin(photo, output);
     Repair repair;
     repair.done = Mender(file, options).run();
     repair.after = PhotoCheck::run(file);
+    if (before.verdict == PhotoCheck::Verdict::SOUND && !repair.after.video.isSound())
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *photo)("repairing it would lose its video: %s",
+                                                             repair.after.video.reason.c_str());
     return repair;
 }
 

@@ -33,6 +33,8 @@ void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still,
         claims::remove(*view.getMeta());
         view.reindex();
     }
+    claims::putPrimaryFirst(*view.getMeta(), MediaDefs::mimeString(still));
+    view.reindex();
     if (held.primary() == nullptr || held.primary()->containerNS != xmp_ns::CONTAINER)
         edit.setItem(PRIMARY, still);
     if (!isKept)

@@ -87,16 +87,24 @@ std::vector<Item> directoryOf(XMPPacket const& packet, Generation const& generat
     return items;
 }
 
-/// The same entry with its fields in a struct "Container:Item".
-void nest(XMPPacket& packet, Item const& item, std::string const& prefix, int32_t count) {
-    std::vector<std::pair<std::string, std::string>> fields;
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+/// Prefixed names and values of an entry's fields; nothing where there are none, or more than simple ones.
+Fields fieldsOf(XMPPacket const& packet, Item const& item) {
+    Fields fields;
     bool isSimple = true;
     packet.visitLeaves(item.containerNS, item.structPath, [&](std::string const&, std::string const& path) {
         auto const name = path.substr(std::min(path.size(), item.structPath.size() + 1));
         isSimple = isSimple && !name.empty() && name.find_first_of("[/") == std::string::npos;
         fields.emplace_back(name, packet.get(item.containerNS, path).value_or(""));
     });
-    if (!isSimple || fields.empty())
+    return isSimple ? fields : Fields();
+}
+
+/// The same entry with its fields in a struct "Container:Item".
+void nest(XMPPacket& packet, Item const& item, std::string const& prefix, int32_t count) {
+    auto const fields = fieldsOf(packet, item);
+    if (fields.empty())
         return;
     auto const directory = prefix + "Directory";
     packet.removeEntry(item.containerNS, directory, item.place);
@@ -175,6 +183,23 @@ void nestTypedNodes(XMPPacket& packet) {
                 nest(packet, item, prefixOf(generation.containerNS), static_cast<int32_t>(items.size()));
         }
     }
+}
+
+void putPrimaryFirst(XMPPacket& packet, std::string const& mime) {
+    auto const& generation = GENERATIONS[0];
+    auto const items = directoryOf(packet, generation);
+    auto const primary = std::find_if(items.begin(), items.end(), [](auto const& item) { return item.isPrimary(); });
+    auto const prefix = prefixOf(generation.containerNS), fieldPrefix = prefixOf(generation.itemNS);
+    bool const isThere = primary != items.end();
+    auto const fields = isThere ? fieldsOf(packet, *primary)
+                                : Fields{{fieldPrefix + "Mime", mime}, {fieldPrefix + "Semantic", names::PRIMARY}};
+    if (items.empty() || fields.empty() || (isThere && primary->place == 1))
+        return;
+    packet.insertStruct(generation.containerNS, prefix + "Directory", 1);
+    for (auto const& [name, value] : fields)
+        packet.set(generation.containerNS, prefix + "Directory[1]/" + prefix + "Item/" + name, value);
+    if (isThere)
+        packet.removeEntry(generation.containerNS, prefix + "Directory", primary->place + 1);
 }
 
 uint32_t remove(XMPPacket& packet) {

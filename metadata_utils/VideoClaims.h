@@ -71,6 +71,10 @@ Claims read(XMPPacket const& packet);
 /// and fields stay. An entry with more than simple fields stays as it is.
 void nestTypedNodes(XMPPacket& packet);
 
+/// The entry "Primary" first in a directory of the current generation, as readers that add up from the picture's end
+/// need it: a missing one is made, of this type, one that stands behind others is moved with its fields.
+void putPrimaryFirst(XMPPacket& packet, std::string const& mime);
+
 /// Takes out every property and directory entry that speaks of a video; returns how many it took. Other entries and
 /// their order stay. Whoever holds an index of the packet renews it.
 uint32_t remove(XMPPacket& packet);

@@ -67,7 +67,8 @@ struct METADATA_UTILS_EXPORT MotionVideo {
     /// what is staged in its XMP.
     static MotionVideo locate(MotionPhotoInfo const& photo);
     /// The first movie behind the picture that nothing claims, or which only a damaged claim names: behind the end of
-    /// image of a JPEG, among or behind the top-level boxes of a HEIC, in front of the trailer's records. Reads
+    /// image of a JPEG, among or behind the top-level boxes of a HEIC, in front of the trailer's records, and outside
+    /// what other items of the directory take. Reads
     /// everything behind the picture through a window. Its size is where the movie's boxes end.
     static MotionVideo scan(std::shared_ptr<MediaFile> const& photo);
 

@@ -89,6 +89,10 @@ std::vector<Sample> samples() {
         {published(PRIMARY + video, movie, otherMoment), "moment-number", ""},
         {published(entryOf("Item:Semantic=\"Primary\"") + video, movie), "directory-fields", "="},
         {published(video + PRIMARY, movie), "directory-order directory-order", "="},
+        {published(PRIMARY + video +
+                       itemOf("Extra", "video/mp4", "Item:Length=\"" + std::to_string(movie.size()) + "\""),
+                   movie + movie),
+         "directory-order", "="},
         {published(PRIMARY, movie, CLAIMED + microVideo(std::to_string(movie.size()))), "directory-video", ""},
         {published(itemOf("Primary", "image/jpeg", paddingOf(5)) + video, movie), "primary-padding", "="},
         {JpegBuilder().mpf(mpfIndex(99, GAIN_MAP.size(), 60)).build(), "mpf-image", "="},
@@ -136,12 +140,18 @@ TEST(PhotoCheck, NamesTheRuleThatAPhotoBreaksAndRepairMakesTheClaimsAgree) {
 
 TEST(PhotoCheck, RepairTakesAMovieThatNothingClaimsOutWhereItIsAsked) {
     std::string const movie = clip(), orphan = clip(99);
-    std::string const photo = published(PRIMARY + videoItem(movie.size()), orphan + movie);
-    TempFile const file(photo);
-    auto const repair = Repair::run(file.open(), {.dropOrphans = true});
-    EXPECT_EQ(idsOf(repair.after), "");
-    EXPECT_EQ(file.bytes(), published(PRIMARY + videoItem(movie.size()), movie));
-    EXPECT_NE(repair.done.at(0).find(std::to_string(photo.size() - movie.size() - orphan.size())), std::string::npos);
+    std::string const inFront = published(PRIMARY + videoItem(movie.size()), orphan + movie);
+    std::string const behind = published(PRIMARY + videoItem(movie.size(), paddingOf(orphan.size())), movie + orphan);
+    for (auto const& [photo, place] :
+         {std::pair(inFront, inFront.size() - movie.size() - orphan.size()),
+          std::pair(behind, behind.size() - orphan.size()), std::pair(heic(movie, 0, videoBox(orphan)), size_t{0})}) {
+        TempFile const file(photo);
+        auto const repair = Repair::run(file.open(), {.dropOrphans = true});
+        EXPECT_EQ(idsOf(repair.after), "");
+        EXPECT_EQ(file.bytes().substr(repair.after.video.position, movie.size()), movie);
+        EXPECT_EQ(file.bytes().find(orphan), std::string::npos);
+        EXPECT_TRUE(place == 0 || repair.done.at(0).find(std::to_string(place)) != std::string::npos);
+    }
 }
 
 } // namespace android::lumo::test

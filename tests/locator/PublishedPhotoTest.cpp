@@ -74,7 +74,10 @@ TEST(PublishedPhoto, RemoveTakesTheRecordOfAHiddenTrailer) {
 TEST(PublishedPhoto, ConvertsToATrailerThatTheViewsRecogniseAndBackToTheSameVideoAndImage) {
     std::string const open = clip(5000, "isom") + bigEndian(0, 4) + "free"; // its last box ends where the file does
     for (auto const& movie : {open, clip(5000, "qt  "), clip(126'000, "mp42"), clip(126'000, "iso5")}) {
-        for (auto const& [name, photo, source, padding, behind] : forms(movie)) {
+        auto photos = forms(movie);
+        photos.push_back({"no primary", published(videoItem(movie.size()), movie), "directory"});
+        photos.push_back({"primary behind", published(videoItem(movie.size()) + PRIMARY, movie), "directory"});
+        for (auto const& [name, photo, source, padding, behind] : photos) {
             if (source == std::string("directory") && behind > 0)
                 continue; // refused
             SCOPED_TRACE(name);
