@@ -21,7 +21,7 @@ constexpr uint32_t FIRST_HEAD_READ = RECORD_HEADER_SIZE + SUB_INFO_LENGTH_SIZE +
 
 /// Messages name the view, for which all this is read.
 ErrorAt error(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/QRTInfoImpl");
+    return ErrorAt(line, "metadata_utils/QRTInfoImpl").as(Error::Code::DAMAGED);
 }
 
 uint32_t word(ByteBuffer const& bytes, uint32_t index) {
