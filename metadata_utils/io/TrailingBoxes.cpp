@@ -248,9 +248,10 @@ void TrailingBoxes::requireRoomForDebugInfo(size_t size) const {
     checked::sizeOf(needed);
     for (auto const& box : debugInfos())
         needed -= box.position >= endOfImage() ? box.size : 0;
-    if (auto const* next = firstMovable())
+    auto const* next = firstMovable();
+    if (next != nullptr)
         requireNoItemBehind(next->position);
-    else if (hasVideoInFrontOf(fileSize()) && isVideoCounted())
+    if (hasVideoInFrontOf(next != nullptr ? next->position : fileSize()) && isVideoCounted())
         throw ErrorAt().as(Error::Code::UNSUPPORTED)(
             "nothing can be put behind a video that XMP counts from the file's end, nor in front of it");
     requireDebugInfosCanGo();

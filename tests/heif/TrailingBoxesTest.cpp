@@ -71,6 +71,8 @@ TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
         {buildHeic({.mdat = HeicOptions::Mdat::ToEnd, .tail = trailerBytes({{1, "Other", "data"}})}), put,
          "the trailer stands in no box of its own"},
         {parts.build("I" + std::string(17, 'D')), put, "17 camera debug infos"},
+        {HeicParts{buildHeic({.xmp = "<MotionPhoto/>", .beforeMdat = videoBox("v")})}.build("IT"), put,
+         "behind a video that XMP counts"},
         {parts.image, putNone, "[metadata_utils/io/HEIFMetaWriter:474] empty camera debug info"},
         {tileBehind("IVT", 400), put, "bytes behind"},
         {tileBehind("IDVT", 400), put, "bytes behind"},
