@@ -26,7 +26,7 @@ void CommitFields::requireTimestamp() const {
         return;
     std::string const moment = VideoFields(*parts.xmpEdit).timestamp();
     bool const isRead =
-        moment == staged.takenTimestamp ||
+        moment == staged.takenTimestamp || moment == staged.replacedTimestamp ||
         moment == XMPInfoImpl(parts.view->getFile()).getProperty(xmp_ns::CAMERA, VideoFields::TIMESTAMP);
     if (moment.empty() || (isRead && !staged.isTimestampSet))
         return;
@@ -63,12 +63,19 @@ void CommitFields::stageExpectedFields() {
         return stagePublishedFields();
     // A change of XMP alone leaves the video's moment as it is.
     bool const isMissing = parts.qrtEdit->isDirty() && fields.timestamp().empty();
-    if (isMissing || (staged.isVideoReplaced && !fields.timestamp().empty())) {
+    if (isMissing || isMomentOfReplaced(fields.timestamp())) {
         auto const duration = expected->durationUs();
         if (duration && (isMissing || parts.view->getCaptureTimestampUs() > *duration))
             takeMoment(*duration);
     }
     fields.setPlace(expected->length, expected->padding);
+}
+
+/// A moment of the old video, which means nothing behind the new one's end.
+bool CommitFields::isMomentOfReplaced(std::string const& moment) const {
+    if (moment.empty() || staged.isVideoReplaced)
+        return !moment.empty();
+    return moment == staged.replacedTimestamp && moment != staged.takenTimestamp && !staged.isTimestampSet;
 }
 
 void CommitFields::stageTrailerFields() {

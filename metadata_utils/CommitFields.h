@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 namespace android::lumo {
 
@@ -44,6 +45,7 @@ private:
     bool describeNewItem(XMPPacket& packet, claims::Claims const& held);
     void followGrowth(Written written, bool isNew);
     std::optional<ExpectedVideo> expectedVideo(Written written) const;
+    bool isMomentOfReplaced(std::string const& moment) const;
     void takeMoment(int64_t durationUs);
 
     MotionPhotoParts& parts;

@@ -221,6 +221,10 @@ void MotionPhotoEditImpl::noteVideoEdit(std::optional<VideoSource> const& video)
     staged.video = video;
     staged.isMotionPhotoXMPRemoved = !video;
     staged.isVideoReplaced = false;
+    staged.replacedTimestamp.clear();
+    if (video && parts.view->hasVideo())
+        staged.replacedTimestamp =
+            parts.view->getPacket()->packetInFile()->get(xmp_ns::CAMERA, VideoFields::TIMESTAMP).value_or("");
     parts.qrtEdit->staging().dropSubInfo(qrt::TYPE_MOTION_PHOTO_DATA);
     parts.qrtEdit->staging().cutWhenEmpty(!video);
     if (parts.isHEIC() && video)
@@ -336,6 +340,7 @@ void MotionPhotoEditImpl::adopt(MotionPhotoEditImpl const& other, bool isFirst, 
     if (isNewVideo && other.videoEdit != nullptr) {
         noteVideoEdit(other.staged.video);
         staged.isVideoReplaced = other.staged.isVideoReplaced;
+        staged.replacedTimestamp = other.staged.replacedTimestamp;
     }
     staged.isMotionPhotoXMPRemoved = other.staged.isMotionPhotoXMPRemoved;
     staged.isImageDataXMPRemoved = other.staged.isImageDataXMPRemoved;

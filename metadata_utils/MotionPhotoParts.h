@@ -35,8 +35,9 @@ struct StagedMotion {
     bool isImageDataXMPRemoved = false;
     bool isVideoReplaced = false;
     bool isTimestampSet = false;
-    std::string takenTimestamp; ///< from another photo
-    bool isXMPSetAside = false; ///< written into targets only
+    std::string takenTimestamp;    ///< from another photo
+    std::string replacedTimestamp; ///< of the video that `video` takes the place of, as the file has it
+    bool isXMPSetAside = false;    ///< written into targets only
     bool isTrailerSetAside = false;
     std::unordered_map<ExtraType, Extra> extras; ///< deferred changes of the file
 

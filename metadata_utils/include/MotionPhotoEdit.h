@@ -32,6 +32,7 @@ public:
     virtual MotionPhotoEdit& addXMPInfo(std::shared_ptr<XMPInfo> const& info) = 0;
     /// The video of the motion photo, replacing one that is there. The file is read at commit and must not change until
     /// then. In a JPEG a video of 125,000 bytes or fewer would be read back as a pointer; it is staged with a warning.
+    /// A moment that the file has for the old video becomes the new one's end where it lies behind that.
     virtual MotionPhotoEdit& addVideo(std::shared_ptr<MediaFile> const& video) = 0;
     /// The same with a video in memory, which the editor keeps.
     virtual MotionPhotoEdit& addVideo(std::shared_ptr<ByteBuffer> const& video) = 0;

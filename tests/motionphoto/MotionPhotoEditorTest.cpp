@@ -83,13 +83,15 @@ TEST(MotionPhotoEditor, AMomentBehindANewVideosEndBecomesItsEndAndIsRefusedWhenI
         commit(photo, [&](auto& e) { e.replaceVideo(clip.open("r")).setPhotoPresentationTimestampUs(98'000'000); });
     }));
     EXPECT_EQ(photo.bytes(), before);
-    Edit const replace = [&](auto&e) { e.replaceVideo(clip.open("r")); }, loseMoment = [](auto&e) {
-        e.getXMPEdit().removeProperty(xmp_ns::CAMERA, "GCamera:MotionPhotoPresentationTimestampUs");
-        e.getXMPEdit().setProperty(TIFF, "Make", std::string(3000, 'm'));
-    };
-    for (auto const& edit : {replace, loseMoment}) {
-        commit(photo, edit);
-        auto const view = parsePhoto(photo.path());
+    Edit const replace = [&](auto&e) { e.replaceVideo(clip.open("r")); },
+               add = [&](auto&e) { e.addVideo(clip.open("r")); }, loseMoment = [](auto&e) {
+                   e.getXMPEdit().removeProperty(xmp_ns::CAMERA, "GCamera:MotionPhotoPresentationTimestampUs");
+                   e.getXMPEdit().setProperty(TIFF, "Make", std::string(3000, 'm'));
+               };
+    for (auto const& edit : {replace, add, loseMoment}) {
+        TempFile const edited(before);
+        commit(edited, edit);
+        auto const view = parsePhoto(edited.path());
         EXPECT_EQ(view->getCaptureTimestampUs(), view->getVideoDurationUs());
     }
 }
