@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the tool promises on the command line: exit codes, outputs that are whole or absent, reports that agree with the
-bytes. Run as: tool_test.py TOOL SAMPLES [unittest arguments]; TOOL may be "EMULATOR;ITS ARGUMENT;...;TOOL". Shares no
-code with the library."""
+bytes. Run as: tool_test.py TOOL SAMPLES [unittest arguments]; TOOL may be "EMULATOR;ITS ARGUMENT;...;TOOL"."""
 
 import base64
 import json
@@ -246,10 +245,9 @@ class ToolTest(unittest.TestCase):
         self.done("add", "still.jpg", "clip.mp4", "--at", "1500ms", "-o", "photo.jpg")
         self.tool("split", "photo.jpg", "-d", "parts")
         self.assertEqual(self.read("parts/photo.mp4"), CLIP)
-        self.done("still", "photo.jpg", "-o", "alone.jpg")
-        self.assertEqual(self.read("alone.jpg"), STILL)
-        self.done("still", "still.jpg", "-o", "copy.jpg")
-        self.assertEqual(self.read("copy.jpg"), STILL)
+        for photo, still in (("photo.jpg", "alone.jpg"), ("still.jpg", "copy.jpg")):
+            self.done("still", photo, "-o", still)
+            self.assertEqual(self.read(still), STILL)
         self.done("carry", "photo.jpg", "--into", "alone.jpg", "-o", "again.jpg")
         self.assertEqual(self.info("again.jpg")["motionPhoto"]["presentationTimestampUs"], 1_500_000)
         self.assertEqual(subprocess.run([*TOOL, "extract", "again.jpg", "-o", "-"], cwd=self.folder, stdout=-1).stdout, CLIP)
