@@ -26,11 +26,15 @@ inline constexpr size_t MAX_NAMESPACES = 256;
 inline constexpr size_t MAX_NAMESPACE_LENGTH = 512;
 inline constexpr size_t MAX_NEW_NAMESPACES = 2048;
 
-/// Bytes of memory for what a packet is made of: the XML tree and the XMP tree stand side by side while it is read.
-inline constexpr uint64_t MEMORY = 16 * 1024 * 1024; ///< besides what the packet's size allows
-inline constexpr uint64_t COST_OF_NAME = 400;        ///< an element, an array item or an attribute
+/// Bytes of memory for what a packet is made of: the XML tree and the XMP tree stand side by side while it is read. Its
+/// text alone takes five times its size.
+inline constexpr uint64_t MEMORY = 16 * 1024 * 1024; ///< besides four times the packet's size
+inline constexpr uint64_t COST_OF_NAME = 450;        ///< an element or an array item
 inline constexpr uint64_t COST_OF_NAME_BYTE = 3;
-inline constexpr uint64_t COST_OF_TEXT_PIECE = 200; ///< a line, or what an entity or a repaired byte cuts off
+inline constexpr uint64_t COST_OF_ATTRIBUTE = 350;
+inline constexpr size_t SHORT_NAME = 15; ///< of an attribute: takes no memory of its own
+/// A line, what an entity, a repaired byte or a bracket cuts off, an instruction.
+inline constexpr uint64_t COST_OF_TEXT_PIECE = 212;
 
 /// Bytes that are no UTF-8 text, times the packet's bytes: the toolkit repairs each by a call of its own into the
 /// parser, which then looks at an unfinished tag from its beginning again.

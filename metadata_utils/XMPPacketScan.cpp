@@ -101,7 +101,7 @@ public:
             if (c == '!')
                 i = declaration(i);
             else if (c == '?')
-                i = units.behind("?>", i + 2);
+                i = instruction(i);
             else if (c == '/')
                 i = endTag(i + 2);
             else
@@ -113,17 +113,20 @@ public:
 private:
     /// Counts what stands in front of the next tag, and returns where that begins.
     size_t text(size_t i) {
-        auto const begin = i;
-        for (; i < units.size(); ++i) {
+        auto const end = units.find('<', i);
+        countPieces(i, end, '&');
+        return end;
+    }
+
+    /// The parser hands a text over line by line, and ends of lines alone; `cut` is what else ends a piece.
+    void countPieces(size_t i, size_t end, unsigned cut) {
+        for (bool isInPiece = false; i < end; ++i) {
             auto const c = units.at(i);
-            if (c == '<')
-                break;
-            if (c == '\n' || c == '\r' || c == '&')
+            bool const isCut = c == '\n' || c == '\r' || c == cut;
+            if (isCut || !isInPiece)
                 spend(COST_OF_TEXT_PIECE);
+            isInPiece = !isCut;
         }
-        if (i > begin)
-            spend(COST_OF_TEXT_PIECE);
-        return i;
     }
 
     /// What the toolkit replaces before the parser sees it, wherever it stands: controls, bytes that are no UTF-8,
@@ -152,13 +155,16 @@ private:
             return units.behind("-->", i + 4);
         if (units.startsWith(i, "<![CDATA[")) {
             auto const end = units.behind("]]>", i + 9);
-            for (; i < end; ++i) {
-                if (units.at(i) == '\n' || units.at(i) == '\r')
-                    spend(COST_OF_TEXT_PIECE);
-            }
+            countPieces(i, end, ']');
             return end;
         }
         throw ErrorAt().as(Error::Code::XMP)("DOCTYPE is not allowed");
+    }
+
+    /// The tree has a node for it as for a piece of text.
+    size_t instruction(size_t i) {
+        spend(COST_OF_TEXT_PIECE);
+        return units.behind("?>", i + 2);
     }
 
     size_t endTag(size_t i) {
@@ -171,6 +177,7 @@ private:
         auto const end = units.size();
         auto i = behindName(nameStart);
         bool const isItem = i >= nameStart + 3 && units.startsWith(i - 3, ":li");
+        spend(COST_OF_NAME + COST_OF_NAME_BYTE * (i - nameStart));
         name(depth, i - nameStart, isItem);
         if (depth + 1 > COMMON_DEPTH && depth + 1 < siblings.size())
             siblings[depth + 1] = 0; // an element of its own
@@ -201,7 +208,7 @@ private:
         if (units.startsWith(nameStart, "xmlns"))
             declare(i + 1, end);
         else
-            name(depth + 1, nameEnd - nameStart, false);
+            attributeName(nameEnd - nameStart);
         return std::min(end + 1, units.size());
     }
 
@@ -215,11 +222,15 @@ private:
         namespaces.push_back(std::move(uri));
     }
 
+    void attributeName(size_t length) {
+        spend(COST_OF_ATTRIBUTE + COST_OF_NAME_BYTE * (length - std::min(length, SHORT_NAME)));
+        name(depth + 1, length, false);
+    }
+
     /// Counts a name among those of its parent, which is open at `level`.
     void name(size_t level, size_t length, bool isItem) {
         if (length > MAX_NAME_LENGTH)
             refuse("a name");
-        spend(COST_OF_NAME + COST_OF_NAME_BYTE * length);
         if (isItem)
             return;
         // The outermost parents are one each to the toolkit, in however many elements they are written.
@@ -232,7 +243,7 @@ private:
 
     void spend(uint64_t cost) {
         spent += cost;
-        if (spent > MEMORY + size)
+        if (spent + size > MEMORY)
             refuse("what it is made of");
     }
 
