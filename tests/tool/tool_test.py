@@ -112,7 +112,7 @@ class ToolTest(unittest.TestCase):
         primary, item = report["xmp"]["items"]
         self.assertEqual((primary["Padding"], video["padding"]), (str(at - report["imageSize"]), at - report["imageSize"]))
         self.assertEqual((item["semantic"], item["Length"]), ("MotionPhoto", str(len(photo) - at)))
-        self.assertRegex(self.done("info", "photo.jpg"), r"(?m)^  video +219,772 bytes at [\d,]+, video/mp4, 2\.5\d* s$")
+        self.assertRegex(self.done("info", "photo.jpg"), r"in front of the trailer(?s:.*)\n  video +219,772 bytes at [\d,]+, video/mp4, 2\.5\d* s\n")
         self.write("told.jpg", STILL[:2] + b"\xff\xe4\0\5abc" + STILL[2:])
         self.assertIn("debug info    3 bytes at 6", self.done("info", "told.jpg"))
         self.done("remove", "photo.jpg", "-o", "bare.jpg")
@@ -135,6 +135,7 @@ class ToolTest(unittest.TestCase):
         for code, reason, args in (
             (2, "give a command", []),
             (2, "'xmp gt', the nearest is 'xmp get'", ["xmp", "gt", "still.jpg"]),
+            (2, "'inof', the nearest is 'info'", ["inof", "still.jpg"]),
             (2, "put -- in front", ["info", "-dash.jpg"]),
             (2, "one of -o OUT, -d DIR and --in-place", [*add, "clip.mp4"]),
             (2, "--in-place=bytes", [*add, "clip.mp4", "--in-place=all"]),
@@ -227,8 +228,8 @@ class ToolTest(unittest.TestCase):
         clips = sorted(str(path.relative_to(self.folder)) for path in (self.folder / "out").rglob("*") if path.is_file())
         self.assertEqual(clips, ["out/b.mp4", "out/deep/\x1b[31m.mp4", "out/deep/a.mp4"])
         self.assertEqual({self.read(clip) for clip in clips}, {CLIP})
-        result = self.tool(*call, "--skip-existing")
-        self.assertEqual(result.stderr.splitlines()[-1], "0 done, 3 skipped, 1 without a video, 1 failed")
+        skipped = self.tool(*call, "--skip-existing").stderr.splitlines()[-1]
+        self.assertEqual(skipped, "0 done, 3 skipped, 1 without a video, 1 failed")
         self.assertEqual(self.tool(*call, "-q").stderr.count("is there already"), 3)
         (self.folder / "other").mkdir()
         self.write("other/a.jpeg", photo)
@@ -280,6 +281,7 @@ class ToolTest(unittest.TestCase):
 
     def test_map_accounts_for_every_byte(self):
         self.write("still.jpg", STILL[:2] + b"\xff\xff" + STILL[2:])
+        self.write("clip.mp4", CLIP + box(b"free", bytes(800_000)))
         self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         self.done("trailer", "put", "<'&\">", "--type", "4000", "--text", "x", "photo.jpg", "--in-place")
         rows = re.findall(r"^ +([\d,]+) +([\d,]+)  . (.+)$", self.done("map", "photo.jpg"), re.M)
@@ -290,7 +292,7 @@ class ToolTest(unittest.TestCase):
         self.assertIn((video["position"], video["size"], "video (trailer)"), places)
         self.done("map", "photo.jpg", "--html", "page.html")
         data = re.findall(rb"base64,([A-Za-z0-9+/=]+)", self.read("page.html"))
-        self.assertEqual([base64.b64decode(each) for each in data], [self.read("photo.jpg")[: video["position"]], CLIP])
+        self.assertEqual([base64.b64decode(each) for each in data], [self.read("photo.jpg")[: video["position"]], self.read("clip.mp4")])
         self.done("map", "photo.jpg", "--svg", "page.svg")
         drawing = ElementTree.fromstring(self.read("page.svg"))
         self.assertEqual((len(drawing), "".join(drawing.itertext()).count("<'&\">")), (5 * len(places), 2))
@@ -374,9 +376,7 @@ class ToolTest(unittest.TestCase):
         self.assertRegex(self.tool("info", "-v", "damaged.jpg").stderr, r"damaged\.jpg: \[metadata_utils/\w+:\d+\] ")
 
     def test_help_man_page_and_completions_know_every_command(self):
-        shown = self.done("--help")
-        self.assertIn("Exit codes", shown)
-        for text in (shown, *(self.done("generate", form) for form in ("man", "bash", "zsh", "fish"))):
+        for text in (self.done("--help"), *(self.done("generate", form) for form in ("man", "bash", "zsh", "fish"))):
             for command in ("info", "add", "extract", "carry"):
                 self.assertIn(command, text)
             self.assertNotIn("generate", text)
