@@ -259,29 +259,20 @@ Conversion putTrailer(PhotoLayout const& layout, MotionVideo const& video, uint3
 
 // From a trailer. -----------------------------------------------------------------------------------------------------
 
-/// The directory's entry in front of the video's, which is not the picture.
-claims::Item const* itemInFront(claims::Claims const& claims) {
-    auto const* video = claims.video();
-    auto const found = std::find_if(claims.items.begin(), claims.items.end(), [&](auto const& item) {
-        return video != nullptr && item.place + 1 == video->place && !item.isPrimary();
-    });
-    return found == claims.items.end() ? nullptr : &*found;
-}
-
 /// Bytes between the picture's end and the first thing the directory names behind it; `shift` is added to the padding
 /// of the last in front of the video. What the photo has there of its own, in front of its video, is no padding.
 std::optional<uint64_t> primaryPaddingOf(PhotoLayout const& layout, uint32_t start, int64_t shift) {
     if (layout.isHEIC)
         return layout.videoBox ? std::optional<uint64_t>(layout.videoBox->headerSize) : std::nullopt;
     auto const* video = layout.claims.video();
-    int64_t between = itemInFront(layout.claims) != nullptr ? shift : 0;
+    int64_t between = layout.claims.inFrontOfVideo() != nullptr ? shift : 0;
     for (auto const& item : layout.claims.items) {
         if (!item.isPrimary() && video != nullptr && item.place < video->place)
             between += static_cast<int64_t>(std::min<uint64_t>(layout.fileSize, item.length) +
                                             std::min<uint64_t>(layout.fileSize, item.padding));
     }
     auto const end = findStillEnd(*layout.file);
-    bool const isOwn = end && *end < start && itemInFront(layout.claims) == nullptr;
+    bool const isOwn = end && *end < start && layout.claims.inFrontOfVideo() == nullptr;
     if (!end || (isOwn && !isFiller(*layout.file, *end, start - *end)))
         return 0;
     return static_cast<uint64_t>(std::max<int64_t>(0, int64_t{start} - *end - between));
@@ -319,11 +310,7 @@ Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional
     }
     back.fields.length = back.length;
     back.fields.itemPadding = back.behind;
-    // What the record's head added to the padding in front of the video, when it was put there, goes again.
-    auto const* inFront = itemInFront(layout.claims);
-    if (auto const head = int64_t{video.position} - back.start;
-        inFront != nullptr && static_cast<int64_t>(inFront->padding) >= head)
-        back.fields.addedInFront = -head;
+    back.fields.addedInFront = -int64_t{countedHead(layout, video)};
     back.fields.primaryPadding = primaryPaddingOf(layout, back.start, back.fields.addedInFront);
     back.fields.mime = MediaDefs::mimeString(video.mimeType());
     return back;

@@ -219,6 +219,23 @@ bool isFiller(MediaFile const& file, uint32_t position, uint32_t size) {
     return true;
 }
 
+uint32_t countedHead(PhotoLayout const& layout, MotionVideo const& video) {
+    auto const* item = layout.claims.inFrontOfVideo();
+    uint32_t const start = layout.trailerStart();
+    if (layout.isHEIC || item == nullptr || video.position < start || item->padding < video.position - start)
+        return 0;
+    // A picture tells which of the two places its padding leads to.
+    auto const isPictureInFrontOf = [&](uint64_t end) {
+        uint64_t const size = item->padding + item->length;
+        if (size >= end || item->length < 2)
+            return false;
+        auto const bytes = checked::readAt(*layout.file, static_cast<uint32_t>(end - size), 2);
+        return bytes.data()[0] == 0xFF && bytes.data()[1] == 0xD8;
+    };
+    bool const isOwn = isPictureInFrontOf(start) && !isPictureInFrontOf(video.position);
+    return isOwn ? 0 : video.position - start;
+}
+
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
     if (!isElsewhere(photo, output))
         return edit.commit();

@@ -56,6 +56,10 @@ void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change
 /// is a picture or a record that the XMP does not name.
 bool isFiller(MediaFile const& file, uint32_t position, uint32_t size);
 
+/// Bytes between a JPEG's trailer and the video in it that the padding of the item in front counts, as toTrailer makes
+/// it do: with the trailer they go from there. 0 where the padding is the photo's own.
+uint32_t countedHead(PhotoLayout const& layout, MotionVideo const& video);
+
 /// Lets an editor of the photo commit: into the output, whose bytes go (the editor takes an empty one), or in place.
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output);
 

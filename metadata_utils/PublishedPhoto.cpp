@@ -150,11 +150,17 @@ bool isForEditor(PhotoLayout const& layout) {
     return layout.videoRecord() != nullptr || !layout.trailerFault.empty() || layout.hasHiddenTrailer();
 }
 
-/// All claims out of the editor's packet, whatever form they have; it puts its own in.
-void dropClaims(MotionPhotoEdit& edit) {
+/// All claims out of the editor's packet, whatever form they have; it puts its own in. `head`: bytes that go with them
+/// from the padding of the entry at a place.
+void dropClaims(MotionPhotoEdit& edit, int32_t place = 0, uint32_t head = 0) {
     auto const view = XMPInfoImpl::of(edit.getXMPEdit());
     view->takeOthers();
     claims::nestTypedNodes(*view->getMeta());
+    for (auto const& item : claims::read(*view->getMeta()).items) {
+        if (head > 0 && item.place == place && item.padding >= head)
+            claims::setField(*view->getMeta(), item, motion_names::PADDING,
+                             item.padding == head ? "" : std::to_string(item.padding - head));
+    }
     claims::remove(*view->getMeta());
     view->reindex();
     edit.getXMPEdit().removeProperty(xmp_ns::CAMERA,
@@ -163,9 +169,11 @@ void dropClaims(MotionPhotoEdit& edit) {
 
 void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const& output) {
     auto const edit = MotionPhotoInfo::parse(layout.file)->edit();
+    auto const video = layout.fromTrailer();
+    auto const head = video.isSound() ? countedHead(layout, video) : 0;
     edit->removeVideo(layout.file);
     if (layout.claims.any())
-        dropClaims(*edit);
+        dropClaims(*edit, head > 0 ? layout.claims.inFrontOfVideo()->place : 0, head);
     commit(*edit, *layout.file, output);
 }
 

@@ -128,6 +128,14 @@ Item const* Claims::primary() const {
     return found == items.end() ? nullptr : &*found;
 }
 
+Item const* Claims::inFrontOfVideo() const {
+    auto const* behind = video();
+    auto const found = std::find_if(items.begin(), items.end(), [&](Item const& item) {
+        return behind != nullptr && item.place + 1 == behind->place && !item.isPrimary();
+    });
+    return found == items.end() ? nullptr : &*found;
+}
+
 uint64_t Claims::distanceFromEnd(Item const& item) const {
     constexpr uint64_t ENOUGH = uint64_t{1} << 40; // behind every file's start: no sum overflows
     uint64_t distance = 0;

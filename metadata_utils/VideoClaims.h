@@ -55,6 +55,8 @@ struct Claims {
 
     Item const* video() const;
     Item const* primary() const;
+    /// The entry in front of the video's that is not the picture's.
+    Item const* inFrontOfVideo() const;
     /// Bytes from the item's first to the file's end.
     uint64_t distanceFromEnd(Item const& item) const;
     /// Bytes from the video's first to the file's end, as the current and the older generation say it.

@@ -106,9 +106,11 @@ void Inputs::open(Input const& folder) {
         std::error_code unknown;
         bool const isBelow = !isLink && entry->is_directory(unknown); // of most file systems, without asking again
         auto const name = entry->path().filename();
-        if ((isBelow && name.string().front() != '.') || isNamed(name, kind))
-            entries.push_back(
-                {{entry->path().string(), (fs::path(folder.relative) / name).string()}, isLink || isBelow});
+        // A link to a folder may lead back to where it stands, whatever it is called.
+        bool const isWanted = isBelow ? name.string().front() != '.'
+                                      : isNamed(name, kind) && !(isLink && isFolder(entry->path().string()));
+        if (isWanted)
+            entries.push_back({{entry->path().string(), (fs::path(folder.relative) / name).string()}, isBelow});
     }
     if (error)
         throw Failure(ExitCode::BAD_INPUT, folder.path, "cannot be read: " + error.message());

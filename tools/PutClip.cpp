@@ -55,7 +55,7 @@ std::string changesOf(std::string const& brand, uint32_t filler) {
     if (!brand.empty())
         text = "the brand '" + escaped(brand) + "' becomes 'mp42' in the photo";
     if (filler > 0)
-        text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(filler) + " bytes stands behind it");
+        text += (text.empty() ? "" : ", ") + ("a free box of " + grouped(filler) + " bytes stands behind the video");
     return text;
 }
 
