@@ -108,7 +108,7 @@ TEST_F(XMPPacketTest, BoundsWhatAPacketMayCost) {
         takeMostBytes();
         auto const start = std::clock();
         EXPECT_EQ(!refusalOf([text = std::cref(packet)] { parseXMPPacket(text); }).empty(), refused);
-        EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC);
+        EXPECT_LT(std::clock() - start, TIME_FACTOR * CLOCKS_PER_SEC);
         EXPECT_LT(takeMostBytes() - memory, MEMORY + 4 * packet.size());
     }
 }
@@ -121,7 +121,7 @@ TEST_F(XMPPacketTest, TakesAllItemsOfALongDirectoryInLinearTime) {
     auto const editor = target.view()->edit();
     auto const start = std::clock();
     editor->putAll(source, std::filesystem::copy_options::skip_existing);
-    EXPECT_LT(std::clock() - start, 2 * CLOCKS_PER_SEC);
+    EXPECT_LT(std::clock() - start, 2 * TIME_FACTOR * CLOCKS_PER_SEC);
     EXPECT_EQ(editor->getItemNameAt(4900), "Item4899");
     EXPECT_EQ(refusalOf([&] { editor->serializeToBuffer(); }), "");
 }
