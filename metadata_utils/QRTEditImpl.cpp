@@ -374,6 +374,7 @@ void QRTEditImpl::showStaged() {
         if (place != source.places().end()) {
             form.payload = form.size();
             form.offsetFromTail = stored->recordsSize() - place->second;
+            trailer::locate(form, info->getTailPosition());
         } else if (auto const* memory = std::get_if<StagedRecord::InMemory>(&record.source)) {
             form.data = *memory->data.getBuffer();
         }

@@ -244,10 +244,8 @@ void QRTInfoImpl::takeOver(std::shared_ptr<trailer::Stored const> written, uint3
     imageSize = image;
     auto now = stored->records;
     uint32_t const tail = getTailPosition();
-    for (auto& record : now) {
-        record.dataPosition = trailer::storedData(record, tail).position;
-        record.subInfoPosition = record.hasSubInfo ? trailer::storedSubInfo(record, tail).position : 0;
-    }
+    for (auto& record : now)
+        trailer::locate(record, tail);
     if (listeners.empty())
         return show(std::move(now));
     show(now);

@@ -183,10 +183,8 @@ QRTDataInfo readRecord(ReadWindow& window, Tail const& tail, DirectoryEntry cons
     if (nameSize > head.size() - fixed)
         head = window.at(start, fixed + nameSize, isShort, error());
     record.name.assign(reinterpret_cast<char const*>(head.data()) + fixed, nameSize);
-    record.subInfoPosition = record.hasSubInfo ? storedSubInfo(record, tail.position).position : 0;
-    auto const data = storedData(record, tail.position);
-    record.dataPosition = data.position;
-    record.dataPayload = data.size;
+    locate(record, tail.position);
+    record.dataPayload = storedData(record, tail.position).size;
     LOGI("data: %s", record.toString().c_str());
     return record;
 }
@@ -207,6 +205,11 @@ Range storedData(QRTDataInfo const& record, uint32_t tailPosition) {
 Range storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition) {
     uint32_t const size = record.hasSubInfo ? record.subInfoPayload : 0;
     return {storedData(record, tailPosition).position - size, size};
+}
+
+void locate(QRTDataInfo& record, uint32_t tailPosition) {
+    record.dataPosition = storedData(record, tailPosition).position;
+    record.subInfoPosition = record.hasSubInfo ? storedSubInfo(record, tailPosition).position : 0;
 }
 
 QRTDataInfo withoutBytes(QRTDataInfo const& record) {

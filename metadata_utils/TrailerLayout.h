@@ -93,6 +93,8 @@ struct Range {
 /// alone, because a load callback may have pointed dataPosition elsewhere.
 Range storedData(QRTDataInfo const& record, uint32_t tailPosition);
 Range storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition);
+/// Sets the positions of both.
+void locate(QRTDataInfo& record, uint32_t tailPosition);
 
 /// Bytes of a record in front of its data: fixed fields, name, sub-info.
 uint32_t headSize(size_t nameSize, bool hasSubInfo, uint32_t subInfoSize);

@@ -75,6 +75,7 @@ TEST(TrailerCommit, TakesNoKeyFormOrOptionThatIsNotThere) {
     editor->commit();
     EXPECT_EQ(file.bytes(), STILLS[0].with({A}));
     EXPECT_EQ(view->getKeys(), (std::list<std::string>{"A", "B"}));
+    EXPECT_EQ(textOf(view->getData("A")) + textOf(view->getData("B")), A.data + "b");
 }
 
 TEST(TrailerCommit, ARecordThatStaysIsNotReadAndOneThatMovesIsReadBeforeAnythingChanges) {
