@@ -39,17 +39,20 @@ std::string withTrailer(std::string const& movie, std::string const& items = PRI
                      inFront + trailer);
 }
 
+/// A HEIC with XMP that says nothing, and these boxes behind its image.
+std::string heicOf(std::string const& tail) {
+    return buildHeic({.xmp = packetOf("") + std::string(1500, ' '), .tail = tail});
+}
+
+std::string const NO_TRAILER = "QRTH" + little(0) + little(9) + little(12) + "QRTT";
+
 std::vector<Sample> samples() {
     std::string const movie = clip(), big = clip(126'000), isom = clip(126'000, "isom");
     std::string const video = videoItem(movie.size());
     std::string const noMedia = heicBox("ftyp", "mp42" + bigEndian(0, 4)) + heicBox("moov", heicBox("free", ""));
     std::string const tornMovie = noMedia + heicBox("mdat", pattern(99)).substr(0, 60);
     std::string const played = bytesOf(std::string(SAMPLES_DIR) + "/clip.mp4"); // 2.5 s
-    std::string const noTrailer = "QRTH" + little(0) + little(9) + little(12) + "QRTT";
     std::string const whole = published(PRIMARY, "", "");
-    auto const heicOf = [](std::string const& tail) {
-        return buildHeic({.xmp = packetOf("") + std::string(1500, ' '), .tail = tail});
-    };
     std::string const box = videoBox(movie);
     auto const pointing = [&](size_t behind) { // to a movie so far behind the first
         return trailerBytes({videoRecord(pointerTo(heicOf(box).find("mpvd") + 4 + behind, movie.size()))});
@@ -70,7 +73,7 @@ std::vector<Sample> samples() {
         {whole.substr(0, whole.size() - 4), "jpeg-segments", "="},
         {heicOf("\1\2\3\4junk"), "heic-boxes", "="},
         {JpegBuilder().xmp("<x:xmpmeta").build(), "xmp-packet", "="},
-        {published(PRIMARY + video, noTrailer), "trailer-whole stale-claim", "="},
+        {published(PRIMARY + video, NO_TRAILER), "trailer-whole stale-claim", "="},
         {heic(movie, 0, heicBox("free", "cdif debug info")), "trailer-last directory-video", ""},
         {JpegBuilder().build("scan", trailerBytes({record, twin})), "trailer-one-video xmp-claim", "trailer-one-video"},
         {JpegBuilder().build("scan", trailerBytes({{2608, "V", pattern(126'000)}})), "trailer-video", "="},
