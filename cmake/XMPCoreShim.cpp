@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <memory>
 #include <string_view>
 
 void xmpForgetAliases() {
@@ -71,14 +72,11 @@ static bool isPlainName(std::string_view name) {
            std::all_of(name.begin(), name.end(), isPlain);
 }
 
-/// A name that is not among these: certain when another of them has its prefix, so that the namespace is one the
-/// toolkit knows.
-static XMPFound absent(XMP_NodeOffspring const& nodes, std::string_view name) {
+/// A name of a namespace that the toolkit knows.
+static bool isKnownName(std::string_view name) {
     auto const prefix = prefixOf(name);
-    bool const isKnown =
-        !prefix.empty() && isPlainName(name.substr(prefix.size())) &&
-        std::any_of(nodes.begin(), nodes.end(), [&](XMP_Node const* node) { return prefixOf(node->name) == prefix; });
-    return {isKnown ? Answer::ABSENT : Answer::UNKNOWN};
+    return !prefix.empty() && isPlainName(name.substr(prefix.size())) &&
+           sRegisteredNamespaces->GetURI(std::string(prefix).c_str(), nullptr, nullptr);
 }
 
 /// Takes the next step, up to the next '/' or '[', off a path.
@@ -105,20 +103,44 @@ static size_t takeIndex(std::string_view& path) {
     return number;
 }
 
+/// A property that is not there: certain where its name and all that follows it are what the toolkit takes.
+static XMPFound absent(std::string_view name, std::string_view rest) {
+    bool isKnown = isKnownName(name);
+    while (isKnown && !rest.empty()) {
+        if (rest[0] == '[') {
+            isKnown = takeIndex(rest) != 0;
+            continue;
+        }
+        rest.remove_prefix(rest.substr(0, 2) == "/?" ? 2 : 1);
+        isKnown = isKnownName(takeStep(rest));
+    }
+    return {isKnown ? Answer::ABSENT : Answer::UNKNOWN};
+}
+
+/// The property's name with its namespace's prefix; empty where the toolkit knows no such namespace, or another prefix.
+static std::string rootName(XMP_Node const* namespaceNode, std::string const& schema, std::string_view name) {
+    XMP_StringPtr known = nullptr;
+    if (namespaceNode == nullptr &&
+        (schema.empty() || !sRegisteredNamespaces->GetPrefix(schema.c_str(), &known, nullptr)))
+        return {};
+    std::string const prefix = namespaceNode != nullptr ? namespaceNode->value : known;
+    if (name.find(':') == std::string_view::npos)
+        return prefix + std::string(name);
+    return prefixOf(name) == prefix ? std::string(name) : std::string();
+}
+
 XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const& path) {
     auto const* found = named(treeOf(packet).children, schema);
-    if (found == nullptr)
-        return {};
     std::string_view rest = path;
-    std::string root(takeStep(rest));
-    if (root.find(':') == std::string::npos)
-        root.insert(0, found->value); // of a schema: its prefix
-    else if (prefixOf(root) != found->value)
+    auto const root = rootName(found, schema, takeStep(rest));
+    if (root.empty())
         return {};
+    if (found == nullptr)
+        return absent(root, rest);
     auto const* nodes = &found->children;
     found = named(*nodes, root);
     if (found == nullptr)
-        return absent(*nodes, root);
+        return absent(root, rest);
     while (!rest.empty()) {
         if (rest[0] == '[') {
             auto const index = takeIndex(rest);
@@ -138,9 +160,30 @@ XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const
         nodes = isQualifier ? &found->qualifiers : &found->children;
         found = named(*nodes, step);
         if (found == nullptr)
-            return absent(*nodes, step);
+            return absent(step, rest);
     }
     return {Answer::THERE, &found->value, found->options, found->children.size(), found};
+}
+
+void xmpNestTyped(XMPMetaRef packet, std::string const& schema, std::string const& array, std::string const& type,
+                  std::string const& field) {
+    auto const found = xmpFind(packet, schema, array);
+    if (found.answer != Answer::THERE || !XMP_PropIsArray(found.form))
+        return;
+    for (auto* entry : static_cast<XMP_Node const*>(found.node)->children) {
+        auto const* typeOf = named(entry->qualifiers, "rdf:type");
+        if (typeOf == nullptr || typeOf->value != type || XMP_PropIsArray(entry->options))
+            continue;
+        auto item = std::make_unique<XMP_Node>(entry, field, kXMP_PropValueIsStruct);
+        item->children.reserve(1); // the entry's, after the exchange
+        item->children.swap(entry->children);
+        for (auto* each : item->children)
+            each->parent = item.get();
+        entry->children.push_back(item.release());
+        entry->RemoveQualifiers();
+        entry->value.clear();
+        entry->options = kXMP_PropValueIsStruct;
+    }
 }
 
 /// `path` is the node's; it is as before afterwards.

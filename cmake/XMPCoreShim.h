@@ -29,6 +29,11 @@ struct XMPFound {
 /// any other path, or of a name it may not take, it has to say itself.
 XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const& path);
 
+/// Gives each entry of an array that is a typed node of this type the form in which the node is a field of the entry:
+/// its own fields go into one of that name. What the toolkit's calls would do by a path for each of them.
+void xmpNestTyped(XMPMetaRef packet, std::string const& schema, std::string const& array, std::string const& type,
+                  std::string const& field);
+
 /// Calls `visit(schema, path)` for every simple value of the packet, or below the node found at `path`, without
 /// qualifiers: what the toolkit's iterator shows, which searches for each node anew from the root.
 using XMPVisit = std::function<void(std::string const& schema, std::string const& path)>;

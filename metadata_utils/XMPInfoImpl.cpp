@@ -125,12 +125,11 @@ XMPInfoImpl::Directory XMPInfoImpl::readDirectory(std::shared_ptr<XMPPacket> con
         std::set<std::string> seen;
         for (int32_t place = 1; place <= count; ++place) {
             read.firstUnread = place;
-            XMPItemInfo item(packet, place);
-            auto const name = packet->get(xmp_ns::CONTAINER, item.getStructPath() + "/Item:Semantic");
+            auto const name = packet->get(xmp_ns::CONTAINER, XMPItemInfo::structPathAt(place) + "/Item:Semantic");
             if (!name)
                 throw ErrorAt().as(Error::Code::XMP)("fail to get item field");
             read.hasDuplicates |= !seen.insert(*name).second;
-            read.items.insert_or_assign(*name, item);
+            auto const& item = read.items.insert_or_assign(*name, XMPItemInfo(packet, place)).first->second;
             LOGI("fieldValue=%s, struct path: %s", name->c_str(), item.getStructPath().c_str());
             if (!item.contains("Mime"))
                 throw ErrorAt().as(Error::Code::XMP)("Mime should be given");

@@ -131,6 +131,16 @@ void XMPPacket::appendStruct(std::string const& schema, std::string const& array
     });
 }
 
+bool XMPPacket::nestTyped([[maybe_unused]] std::string const& schema, [[maybe_unused]] std::string const& array,
+                          [[maybe_unused]] std::string const& type, [[maybe_unused]] std::string const& field) {
+#ifdef METADATA_UTILS_XMP_SHIM
+    xmpNestTyped(meta.GetInternalRef(), schema, array, type, field);
+    return true;
+#else
+    return false;
+#endif
+}
+
 void XMPPacket::removeEntry(std::string const& schema, std::string const& array, int32_t place) {
     toolkit([&] { meta.DeleteArrayItem(schema.c_str(), array.c_str(), place); });
 }

@@ -53,6 +53,10 @@ public:
     void insertStruct(std::string const& schema, std::string const& array, int32_t place);
     /// The same at the end; the array is made, an ordered one, when it is absent.
     void appendStruct(std::string const& schema, std::string const& array);
+    /// Puts the fields of each entry that is a typed node of this type into a struct `field` of the entry. False: a
+    /// toolkit without our shim has to be asked for it step by step.
+    bool nestTyped(std::string const& schema, std::string const& array, std::string const& type,
+                   std::string const& field);
     void removeEntry(std::string const& schema, std::string const& array, int32_t place);
 
     /// Namespace and prefixed name of every top-level property, each once.

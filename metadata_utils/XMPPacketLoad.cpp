@@ -33,6 +33,8 @@ constexpr Namespace NAMESPACES[] = {
 /// commit would write a form that no reader of the format knows.
 void nestTypedEntries(XMPPacket& packet) {
     static std::string const directory = "Container:Directory", itemType = std::string(xmp_ns::CONTAINER) + "Item";
+    if (packet.nestTyped(xmp_ns::CONTAINER, directory, itemType, "Container:Item"))
+        return;
     XMP_OptionBits form = 0;
     if (!packet.get(xmp_ns::CONTAINER, directory, &form) || !XMP_PropIsArray(form))
         return;
@@ -121,7 +123,8 @@ std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text) {
     if (brought != 0 && namespacesBrought + brought > xmp_limits::MAX_NEW_NAMESPACES)
         throw ErrorAt().as(Error::Code::TOO_BIG)("XMP brings namespaces, and this process has seen %zu already",
                                                  namespacesBrought.load());
-    namespacesBrought += brought;
+    if (brought != 0)
+        namespacesBrought += brought;
     packet->parse(text);
     nestTypedEntries(*packet);
     return packet;

@@ -5,6 +5,7 @@
 #include "XMPLimits.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -15,6 +16,31 @@ namespace android::lumo {
 using namespace xmp_limits;
 
 namespace {
+
+/// What a run of units may consist of, in sets that a byte of a table holds.
+enum Run : uint8_t {
+    NAME = 1,          ///< of an element or an attribute
+    TEXT = 2,          ///< between tags, that the toolkit keeps in one piece
+    PLAIN = 4,         ///< taken over as it is
+    BETWEEN = 8,       ///< in a tag in front of the next attribute's name
+    BEFORE_VALUE = 16, ///< in front of a quote
+    LITERAL = 32,      ///< in a CDATA section, that the parser hands over at once
+};
+
+constexpr std::array<uint8_t, 256> RUNS = [] {
+    std::array<uint8_t, 256> runs{};
+    for (unsigned c = 0; c < runs.size(); ++c) {
+        bool const isName = c > ' ' && c != '>' && c != '/' && c != '=', isQuote = c == '"' || c == '\'';
+        int run = isName ? NAME : 0;
+        run |= c != '<' && c != '\n' && c != '\r' && c != '&' ? TEXT : 0;
+        run |= c >= ' ' && c < 0x7F && c != '&' ? PLAIN : 0;
+        run |= (!isName || isQuote) && c != '>' ? BETWEEN : 0;
+        run |= c != '>' && !isQuote ? BEFORE_VALUE : 0;
+        run |= c != ']' && c != '\n' && c != '\r' ? LITERAL : 0;
+        runs[c] = static_cast<uint8_t>(run);
+    }
+    return runs;
+}();
 
 /// The packet as code units: bytes, or 16-bit numbers of either byte order.
 class Units {
@@ -52,6 +78,19 @@ public:
                 return 1;
         }
         return std::max<size_t>(length, 1);
+    }
+    /// The first unit from `i` on that a run of this kind does not hold, or size().
+    size_t behindRun(Run run, size_t i) const {
+        auto const end = size();
+        if (!wide) {
+            auto const* bytes = reinterpret_cast<uint8_t const*>(text.data());
+            while (i < end && (RUNS[bytes[i]] & run) != 0)
+                ++i;
+        } else {
+            while (i < end && (RUNS[std::min(at(i), 0xFFU)] & run) != 0)
+                ++i;
+        }
+        return i;
     }
     /// The first `c` from `i` on, or size().
     size_t find(unsigned c, size_t i) const {
@@ -114,18 +153,15 @@ private:
     /// Counts what stands in front of the next tag, and returns where that begins.
     size_t text(size_t i) {
         auto const end = units.find('<', i);
-        countPieces(i, end, '&');
+        countPieces(i, end, TEXT);
         return end;
     }
 
-    /// The parser hands a text over line by line, and ends of lines alone; `cut` is what else ends a piece.
-    void countPieces(size_t i, size_t end, unsigned cut) {
-        for (bool isInPiece = false; i < end; ++i) {
-            auto const c = units.at(i);
-            bool const isCut = c == '\n' || c == '\r' || c == cut;
-            if (isCut || !isInPiece)
-                spend(COST_OF_TEXT_PIECE);
-            isInPiece = !isCut;
+    /// The parser hands a text over line by line, and ends of lines alone, as what else ends the run.
+    void countPieces(size_t i, size_t end, Run run) {
+        for (size_t next = 0; i < end; i = next + 1) {
+            next = std::min(units.behindRun(run, i), end);
+            spend(COST_OF_TEXT_PIECE * ((next > i ? 1U : 0U) + (next < end ? 1U : 0U)));
         }
     }
 
@@ -133,13 +169,10 @@ private:
     /// escapes of characters.
     void countRepairs() {
         uint64_t repairs = 0;
-        for (size_t i = 0, next = 0; i < units.size(); i = next) {
+        for (size_t i = units.behindRun(PLAIN, 0), next = 0; i < units.size(); i = units.behindRun(PLAIN, next)) {
             auto const c = units.at(i);
-            bool const isPlain = c >= ' ' && c < 0x7F;
-            auto const length = isPlain ? 1 : units.sequenceAt(i);
+            auto const length = units.sequenceAt(i);
             next = i + length;
-            if (isPlain && c != '&')
-                continue;
             bool const isControl = (c < ' ' && c != '\t' && c != '\n' && c != '\r') || c == 0x7F;
             bool const isEscape = c == '&' && units.startsWith(i, "&#");
             if (!isControl && !isEscape && (c < 0x80 || length > 1))
@@ -155,7 +188,7 @@ private:
             return units.behind("-->", i + 4);
         if (units.startsWith(i, "<![CDATA[")) {
             auto const end = units.behind("]]>", i + 9);
-            countPieces(i, end, ']');
+            countPieces(i, end, LITERAL);
             return end;
         }
         throw ErrorAt().as(Error::Code::XMP)("DOCTYPE is not allowed");
@@ -181,12 +214,8 @@ private:
         name(depth, i - nameStart, isItem);
         if (depth + 1 > COMMON_DEPTH && depth + 1 < siblings.size())
             siblings[depth + 1] = 0; // an element of its own
-        while (i < end && units.at(i) != '>') {
-            if (isNameStart(units.at(i)))
-                i = attribute(i);
-            else
-                ++i;
-        }
+        for (i = units.behindRun(BETWEEN, i); i < end && units.at(i) != '>'; i = units.behindRun(BETWEEN, i))
+            i = attribute(i);
         if (i >= end)
             return end;
         if (depth >= maxDepth)
@@ -199,9 +228,7 @@ private:
     /// A name, and the value in quotes behind it; returns the place behind both.
     size_t attribute(size_t nameStart) {
         auto const nameEnd = behindName(nameStart);
-        auto i = nameEnd;
-        while (i < units.size() && units.at(i) != '>' && units.at(i) != '"' && units.at(i) != '\'')
-            ++i;
+        auto const i = units.behindRun(BEFORE_VALUE, nameEnd);
         if (i >= units.size() || units.at(i) == '>')
             return i;
         auto const end = units.find(units.at(i), i + 1);
@@ -247,13 +274,7 @@ private:
             refuse("what it is made of");
     }
 
-    size_t behindName(size_t i) const {
-        while (i < units.size() && isNameUnit(units.at(i)))
-            ++i;
-        return i;
-    }
-    static bool isNameUnit(unsigned c) { return c > ' ' && c != '>' && c != '/' && c != '='; }
-    static bool isNameStart(unsigned c) { return isNameUnit(c) && c != '"' && c != '\''; }
+    size_t behindName(size_t i) const { return units.behindRun(NAME, i); }
 
     static constexpr size_t COMMON_DEPTH = 4; ///< x:xmpmeta, rdf:RDF, rdf:Description, property
 
