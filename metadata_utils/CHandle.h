@@ -28,6 +28,8 @@ struct Edit {
     std::function<void(File const& photo, File const& output)> carryOut;
     /// For changes of the packet: the ones this step makes, in one commit. Another one joins them.
     std::shared_ptr<std::vector<std::function<void(XMPEdit& packet)>>> changes = {};
+    /// The clip that goes in: it can be no output.
+    File clip = {};
 };
 
 struct Property {

@@ -50,6 +50,10 @@ MotionVideo soundVideo(mu_photo const& photo) {
     return video;
 }
 
+void requireElsewhere(mu_photo const& photo, MediaFile const& target) {
+    require(!MediaFile::isFdsDup(photo.file->getFd(), target.getFd()), "the output is the photo itself");
+}
+
 } // namespace
 
 // Errors, version, log. -----------------------------------------------------------------------------------------------
@@ -105,7 +109,9 @@ int mu_scan_video(mu_photo* photo, mu_video* video) {
 int mu_copy_video_to_descriptor(mu_photo* photo, int fd) {
     return guarded([&] {
         auto const video = soundVideo(of(photo));
-        checked::copy(photo->file, std::make_shared<MediaFile>(fd), video.position, video.size);
+        auto const target = std::make_shared<MediaFile>(fd);
+        requireElsewhere(*photo, *target);
+        checked::copy(photo->file, target, video.position, video.size);
     });
 }
 
@@ -113,7 +119,7 @@ int mu_copy_video_to_path(mu_photo* photo, char const* path) {
     return guarded([&] {
         auto const video = soundVideo(of(photo));
         auto const target = outputAt(path);
-        require(!MediaFile::isFdsDup(photo->file->getFd(), target->getFd()), "the output is the photo itself");
+        requireElsewhere(*photo, *target);
         checked::requireSpace(*target, video.size);
         checked::copy(photo->file, target, video.position, video.size);
         checked::truncate(*target, video.size);

@@ -75,10 +75,20 @@ void carryOutInto(mu_photo const& photo, File const& output) {
                   [&](auto const& edit) { edit.carryOut(output, nullptr); });
 }
 
+/// An output that one of the inputs is would be lost, or read when it is written already.
+void requireNoInput(mu_photo const& photo, File const& output) {
+    auto const is = [&](File const& input) {
+        return input != nullptr && MediaFile::isFdsDup(input->getFd(), output->getFd());
+    };
+    if (is(photo.file))
+        throw ErrorAt()("the output is the photo itself");
+    if (std::any_of(photo.staged.begin(), photo.staged.end(), [&](auto const& edit) { return is(edit.clip); }))
+        throw ErrorAt()("the output is the video itself");
+}
+
 /// What an output holds stays until all is carried out elsewhere; an empty one is empty again after a failure.
 void writeInto(mu_photo const& photo, File const& output) {
-    if (MediaFile::isFdsDup(photo.file->getFd(), output->getFd()))
-        throw ErrorAt()("the output is the photo itself");
+    requireNoInput(photo, output);
     checked::requireEditable(*output);
     if (output->size() > 0) {
         auto const result = scratchBeside(*output);
@@ -100,9 +110,12 @@ int mu_stage_video(mu_photo* photo, mu_photo* clip, int64_t moment_us) {
         published::AddOptions options;
         if (moment_us >= 0)
             options.momentUs = moment_us;
-        return {[movie = of(clip).file, options](File const& still, File const& output) {
-            published::addVideo(still, movie, options, output);
-        }};
+        auto const movie = of(clip).file;
+        return {[movie, options](File const& still, File const& output) {
+                    published::addVideo(still, movie, options, output);
+                },
+                {},
+                movie};
     });
 }
 

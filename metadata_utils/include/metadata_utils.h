@@ -168,7 +168,7 @@ METADATA_UTILS_EXPORT int mu_read_record(mu_photo* photo, size_t index, void* by
  * the other are one edit. ------------------------------------------------------------------------------------------*/
 
 /* A clip in place of the video there is; `moment_us` -1 for the clip's end. The clip is read at the commit and may be
- * closed before. */
+ * closed before; its file can be no output. */
 METADATA_UTILS_EXPORT int mu_stage_video(mu_photo* photo, mu_photo* clip, int64_t moment_us);
 /* The video with everything that speaks of it; MU_REFUSED at the commit when nothing does. */
 METADATA_UTILS_EXPORT int mu_stage_removal(mu_photo* photo);
