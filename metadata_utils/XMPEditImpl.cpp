@@ -109,8 +109,8 @@ XMPEdit& XMPEditImpl::replaceItemField(std::string const& itemName, std::string 
 
 void XMPEditImpl::setField(XMPInfoImpl::XMPItemInfo& item, std::string const& itemName, std::string const& fieldName,
                            std::string const& value) {
-    xmp_text::requireValue(value, fieldName);
     try {
+        xmp_text::requireValue(value, fieldName);
         xmp_text::requireName(fieldName);
         item.set(fieldName, value);
         if (fieldName == "Semantic" && value != itemName)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "XMPText.h"
 
+#include "XMPError.h"
+
 #include <algorithm>
 
 namespace android::lumo::xmp_text {
@@ -41,6 +43,13 @@ uint32_t decode(std::string_view bytes, size_t length) {
     return c >= SMALLEST[length] ? c : 0;
 }
 
+/// What the toolkit throws for such text; it keeps the pointer to its message.
+XMPError refusal(Error const& error, XMP_Int32 id, char const* reason) {
+    return {error.what(), XMP_Error(id, reason)};
+}
+
+constexpr char NO_TEXT[] = "not UTF-8 text that XML can carry";
+
 } // namespace
 
 bool isXMLText(std::string_view text) {
@@ -55,18 +64,18 @@ bool isXMLText(std::string_view text) {
 
 void requireValue(std::string const& value, std::string const& name, ErrorAt at) {
     if (!isXMLText(value))
-        throw at.as(Error::Code::XMP)("value of %s is not UTF-8 text that XML can carry", name.c_str());
+        throw refusal(at("value of %s is %s", name.c_str(), NO_TEXT), kXMPErr_BadUnicode, NO_TEXT);
 }
 
 void requireName(std::string const& name, ErrorAt at) {
     if (!isXMLText(name))
-        throw at.as(Error::Code::XMP)("name is not UTF-8 text that XML can carry");
+        throw refusal(at("name is %s", NO_TEXT), kXMPErr_BadUnicode, NO_TEXT);
 }
 
 void requirePath(std::string const& path, ErrorAt at) {
     requireName(path, at);
     if (std::count_if(path.begin(), path.end(), [](char c) { return c == '/' || c == '['; }) > MAX_PATH_STEPS)
-        throw at.as(Error::Code::XMP)("property path has too many steps");
+        throw refusal(at("property path has too many steps"), kXMPErr_BadXPath, "too many steps");
 }
 
 } // namespace android::lumo::xmp_text

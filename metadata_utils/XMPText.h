@@ -13,7 +13,8 @@ namespace android::lumo::xmp_text {
 /// Valid UTF-8 (RFC 3629) of characters that XML 1.0 allows (its production 2, Char).
 bool isXMLText(std::string_view text);
 
-/// Throws "value of %s is not UTF-8 text that XML can carry".
+/// Throws "value of %s is not UTF-8 text that XML can carry", as the two below an XMPError: what the toolkit throws for
+/// text that is not UTF-8. A control character, which it would make a blank of, is refused as well.
 void requireValue(std::string const& value, std::string const& name, ErrorAt at = ErrorAt());
 
 /// For names of namespaces and fields: throws on text as above. What else makes a name good is the toolkit's to judge.
