@@ -4,6 +4,7 @@
 #include "Commands.h"
 
 #include "Destination.h"
+#include "JsonLine.h"
 #include "PhotoMap.h"
 #include "Text.h"
 
@@ -61,9 +62,11 @@ std::string printTerminal(Photo const& photo, std::vector<Region> const& regions
     return out.str();
 }
 
+/// A drawing is XML, which holds no bytes that are no UTF-8: they become the replacement character.
 std::string forMarkup(std::string const& text) {
+    std::string const utf8 = Json::parse(Json(escaped(text)).dump(-1, ' ', false, Json::error_handler_t::replace));
     std::string result;
-    for (char const c : escaped(text))
+    for (char const c : utf8)
         result += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '&' ? "&amp;" : c == '"' ? "&quot;" : std::string(1, c);
     return result;
 }
