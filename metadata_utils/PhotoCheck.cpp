@@ -235,6 +235,8 @@ void Checker::checkPadding() {
         uint64_t const gap = video().position - std::min(stillEnd.value_or(0), video().position);
         other = expected = gap - std::min(other, gap);
     }
+    if (!layout.isHEIC && primary->padding > 0 && isPicture(stillEnd.value_or(0) + primary->padding))
+        return; // the photo's own, in front of a gain map
     if (primary->padding != expected && primary->padding != other)
         add("primary-padding", 0, number(expected), number(primary->padding));
 }

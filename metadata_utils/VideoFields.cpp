@@ -4,9 +4,11 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
+#include "StillEnd.h"
 #include "VideoClaims.h"
 #include "XMPInfoImpl.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -22,6 +24,31 @@ std::optional<uint32_t> numberOf(std::string const& text) {
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     bool const isNumber = error == std::errc() && end == text.data() + text.size() && value > 0;
     return isNumber ? std::optional(value) : std::nullopt;
+}
+
+/// Whether the bytes that a JPEG's primary claims behind it are the photo's own: they lead to another picture, a gain
+/// map, that the directory names next. What the trailer has in front of the video comes behind that one.
+bool isPaddingOwn(XMPEdit const& packet) {
+    auto const view = XMPInfoImpl::of(packet);
+    auto const held = claims::read(*view->getMeta());
+    auto const* primary = held.primary();
+    if (primary == nullptr || primary->padding == 0)
+        return false;
+    bool const isPictureNext = std::any_of(held.items.begin(), held.items.end(), [&](auto const& item) {
+        return item.place == primary->place + 1 && !item.isVideo();
+    });
+    MediaFile const& file = *view->getFile();
+    if (!isPictureNext || file.mimeType() != MediaDefs::MimeType::IMAGE_JPEG)
+        return false;
+    constexpr uint8_t START_OF_IMAGE[] = {0xFF, 0xD8};
+    auto const end = findStillEnd(file);
+    return end && primary->padding < file.size() - *end &&
+           checked::holds(file, *end + static_cast<uint32_t>(primary->padding), START_OF_IMAGE, sizeof START_OF_IMAGE);
+}
+
+void setPrimaryPadding(XMPEdit& packet, std::string const& held, std::string const& value) {
+    if (held != value && !isPaddingOwn(packet))
+        packet.replaceItemField(VideoFields::PRIMARY_ITEM, names::PADDING, value);
 }
 
 } // namespace
@@ -50,14 +77,11 @@ void VideoFields::setTimestamp(int64_t us) {
 }
 
 void VideoFields::setPlace(uint32_t length, uint32_t padding) {
-    auto const set = [this](char const* item, std::string const& value) {
-        if (packet.getItemField(item, names::PADDING) != value)
-            packet.replaceItemField(item, names::PADDING, value);
-    };
-    set(PRIMARY_ITEM, std::to_string(padding));
+    setPrimaryPadding(packet, packet.getItemField(PRIMARY_ITEM, names::PADDING), std::to_string(padding));
     addItem();
     setLength(length);
-    set(ITEM, "0");
+    if (packet.getItemField(ITEM, names::PADDING) != "0")
+        packet.replaceItemField(ITEM, names::PADDING, "0");
 }
 
 void VideoFields::setLength(uint32_t length) {
@@ -70,10 +94,9 @@ void VideoFields::setLength(uint32_t length) {
 }
 
 void VideoFields::correctPadding(uint32_t padding) {
-    auto const value = std::to_string(padding);
     auto const held = packet.getItemField(PRIMARY_ITEM, names::PADDING);
-    if (!held.empty() && held != value)
-        packet.replaceItemField(PRIMARY_ITEM, names::PADDING, value);
+    if (!held.empty())
+        setPrimaryPadding(packet, held, std::to_string(padding));
 }
 
 void VideoFields::clear() {
@@ -85,7 +108,8 @@ void VideoFields::clear() {
     }
     while (packet.containsItemField(ITEM, "Semantic")) // a damaged directory may name it twice
         packet.removeItem(ITEM);
-    packet.replaceItemField(PRIMARY_ITEM, names::PADDING, "0");
+    if (!isPaddingOwn(packet))
+        packet.replaceItemField(PRIMARY_ITEM, names::PADDING, "0");
 }
 
 void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
