@@ -35,6 +35,19 @@ TEST(MotionPhotoTransfer, TakesOverWhatItsBytesFollow) {
     EXPECT_EQ(giver.bytes(), richPhoto());
 }
 
+TEST(MotionPhotoTransfer, PaddingThatLeadsToTheGainMapStaysWhenAVideoComesAndGoes) {
+    std::string const map = JpegBuilder().build(), length = "Item:Length='" + std::to_string(map.size()) + "'";
+    auto const items =
+        itemOf("Primary", "image/jpeg", "Item:Padding='16'") + itemOf("GainMap", "image/jpeg", length.c_str());
+    TempFile const photo(JpegBuilder().xmp(packetWith("", directoryOf(items)), 3000).build() + pattern(16) + map);
+    TempFile const video(videoOf(140000));
+    Edit const add = [&](auto&e) { e.addVideo(video.open("r")); }, remove = [](auto&e) { e.removeVideo(nullptr); };
+    for (auto const& edit : {add, remove}) {
+        commit(photo, edit);
+        EXPECT_EQ(parsePhoto(photo.path())->getXMPInfo()->getItemField("Primary", "Padding"), "16");
+    }
+}
+
 TEST(MotionPhotoTransfer, WhatIsSaidOfOwnGainMapAndMotionStays) {
     std::string const one = packetOf("Camera:MotionPhotoPresentationTimestampUs='1'",
                                      arrayOf("hdrgm:GainMapMax", "Seq", "<rdf:li>1</rdf:li>"));
