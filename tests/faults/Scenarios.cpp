@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Session.h"
 
+#include "PublishedPhoto.h"
 #include "heif/HeicParts.h"
 #include "io/ImageMetaWriter.h"
 #include "support/Attempt.h"
@@ -92,6 +93,22 @@ std::string edited(std::string const& before, Prepare const& prepare) {
     return outcome({"", "", before, prepare}).at("still");
 }
 
+/// A motion photo without a trailer.
+std::string publishedWith(std::string const& before, TempFile const& video) {
+    return edited(before, [&](Desk& desk) -> std::vector<Step> {
+        return {[&, photo = desk.still] { published::addVideo(photo, video.open("r")); }};
+    });
+}
+
+/// The same as phones of the first generation tell of one.
+std::string microVideo(JpegBuilder const& still, std::string const& video) {
+    std::string packet = heicXmp("first");
+    packet.insert(packet.find("dc:source"), "xmlns:GCamera=\"http://ns.google.com/photos/1.0/camera/\" "
+                                            "GCamera:MicroVideo=\"1\" GCamera:MicroVideoOffset=\"" +
+                                                std::to_string(video.size()) + "\" ");
+    return JpegBuilder(still).xmp(packet).build(std::string(2000, 's')) + video;
+}
+
 /// What the operations start from and put in.
 struct Material {
     TempFile clip{bytesOf(SAMPLES_DIR "/clip.mp4")};
@@ -127,6 +144,8 @@ struct Material {
         roomy + qrtdBox(trailerBytes({{2816, "Large", pattern(3000)}, {2817, "Other", "o"}}));
     std::string const heicVideo = edited(roomy, script("c", replace));
     std::string const hidden = HeicParts{roomy}.build("ITV");
+    std::string const published = publishedWith(tight, clip), heicPublished = publishedWith(roomy, clip);
+    std::string const micro = microVideo(exif, clip.bytes());
     std::string const toEnd = buildHeic({.xmp = heicXmp("roomy", 3000), .mdat = HeicOptions::Mdat::ToEnd});
 };
 
@@ -238,6 +257,9 @@ void addSecondCommits(Material const& m, std::vector<Scenario>& all) {
              {"HEIC, video replaced", m.heicMotion, m.replace},
              {"HEIC, video removed", m.heicMotion, m.remove},
              {"HEIC, hidden trailer, video removed", m.hidden, m.remove},
+             {"JPEG, published, record added", m.published, m.record},
+             {"JPEG, first generation, record added", m.micro, m.record},
+             {"HEIC, published, record added", m.heicPublished, m.record},
          }) {
         std::string const after = edited(before, script("c", stage));
         auto const add = [&, &what = name, &from = before, &staged = stage](char const* then, char const* letters,
@@ -305,7 +327,9 @@ void addPrepared(Material const& m, std::vector<Scenario>& all) {
                                 false, [=](XMPEdit& e) { e.setProperty(TIFF, name, "of a prepared still"); }));
     };
     for (auto const& [name, before, still] :
-         {std::tuple("JPEG", m.motion, m.tight), std::tuple("HEIC", m.heicMotion, m.roomy)}) {
+         {std::tuple("JPEG", m.motion, m.tight), std::tuple("HEIC", m.heicMotion, m.roomy),
+          std::tuple("JPEG, published", m.published, m.tight), std::tuple("HEIC, published", m.heicPublished, m.roomy),
+          std::tuple("JPEG, onto a published one", m.motion, m.published)}) {
         std::string const one = property(still, "Make"), two = property(still, "Model");
         auto const alone = outcome({"", "", before, preparedTwice(two, two, m.record)});
         all.push_back({name + std::string(", two prepared stills"), "", before, preparedTwice(one, two, m.record),
