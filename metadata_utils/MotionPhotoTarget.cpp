@@ -6,6 +6,7 @@
 #include "MotionVideo.h"
 #include "PacketMerge.h"
 #include "PhotoCopy.h"
+#include "PhotoLayout.h"
 #include "PublishedPhoto.h"
 #include "VideoClaims.h"
 #include "VideoFields.h"
@@ -150,6 +151,8 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
         auto const before = std::make_shared<XMPInfoImpl>(owner.getView()->getFile());
         before->takeOthersThatAgree();
         packets::merge(*before, *packet, xmpEdit, true);
+        if (auto const box = PhotoLayout(file).videoBox; box && fields.containsItem())
+            fields.correctPadding(box->headerSize);
         xmpEdit.makeDirty();
     } else if (handedPacket->serializeToBuffer() != packet->serializeToBuffer()) {
         packets::merge(*handedPacket, *packet, xmpEdit, false);

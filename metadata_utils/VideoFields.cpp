@@ -113,6 +113,11 @@ void VideoFields::clear() {
 }
 
 void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
+    if (!packet.getItemNames().empty()) { // behind another item it would be no picture
+        auto const view = XMPInfoImpl::of(packet);
+        claims::putPrimaryFirst(*view->getMeta(), MediaDefs::mimeString(mime));
+        view->reindex();
+    }
     packet.setItem(PRIMARY_ITEM, mime);
     packet.setItemField(PRIMARY_ITEM, names::PADDING, "0");
 }
