@@ -9,6 +9,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -124,6 +125,32 @@ private:
     int rootDepth = 0; ///< of the rdf:RDF that is open, 0 outside
 };
 
+/// Asks for top-level properties by the very name.
+class Listed {
+public:
+    explicit Listed(XMPPacket const& of) : packet(of) {
+#ifndef METADATA_UTILS_XMP_SHIM
+        for (auto const& [schema, path] : packet.properties())
+            names.emplace(schema, path.substr(path.find(':') + 1));
+#endif
+    }
+
+    /// Without the shim the toolkit says of an alias that it is there when its base is; its list has the names.
+    bool has(std::string const& schema, std::string const& name) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+        return packet.has(schema, name);
+#else
+        return packet.has(schema, name) && names.contains({schema, name});
+#endif
+    }
+
+private:
+    XMPPacket const& packet;
+#ifndef METADATA_UTILS_XMP_SHIM
+    std::set<std::pair<std::string, std::string>> names;
+#endif
+};
+
 } // namespace
 
 std::string lostByParsing(std::string const& text, XMPPacket const& packet) {
@@ -135,10 +162,11 @@ std::string lostByParsing(std::string const& text, XMPPacket const& packet) {
     }
     if (contents.roots > 1)
         return "a second rdf:RDF";
+    Listed const listed(packet);
     for (auto const& [space, name] : contents.names) {
         bool isThere = false;
         try {
-            isThere = packet.has(space, name);
+            isThere = listed.has(space, name);
         } catch (Error const&) {
             // A namespace or name the toolkit does not take.
         }
