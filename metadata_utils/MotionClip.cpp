@@ -43,6 +43,11 @@ MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs
     checked::requireAddressable(*clip);
     uint32_t const size = clip->size();
     auto const walk = movie::walk(*clip, 0, size);
+    if (!walk.isSound() && walk.begins)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *clip)(
+            "%s is a movie that is damaged or was cut off (%s); get it again, or remux it without a new encoding, for "
+            "example with: ffmpeg -i IN -c copy OUT.mp4",
+            clip->getPath().c_str(), walk.fault.c_str());
     if (!walk.isSound())
         throw ErrorAt().as(Error::Code::UNSUPPORTED, *clip)("%s is no MP4 or QuickTime movie that begins with 'ftyp' "
                                                             "(%s); remux it without a new encoding, for example "

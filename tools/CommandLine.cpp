@@ -43,11 +43,6 @@ std::string firstWord(std::string const& name) {
     return name.substr(0, name.find(' '));
 }
 
-std::string secondWord(std::string const& name) {
-    auto const space = name.find(' ');
-    return space == std::string::npos ? "" : name.substr(space + 1);
-}
-
 char const* purposeOf(std::string const& family) {
     return family == "trailer" ? "List, read, put and remove records of the trailer"
            : family == "xmp"   ? "Read, set and remove properties of the XMP"
@@ -128,9 +123,9 @@ void CommandLine::checkWords(int argc, char** argv) const {
         auto* const found = find(*place, word);
         if (found == nullptr) {
             std::vector<std::string> names;
-            for (auto const& command : commands()) {
-                if (family.empty() || firstWord(command.name) + " " == family)
-                    names.push_back(family.empty() ? firstWord(command.name) : secondWord(command.name));
+            for (auto const* sub : place->get_subcommands(nullptr)) {
+                if (!family.empty() || !sub->get_group().empty())
+                    names.push_back(sub->get_name());
             }
             refuseWord(word, family, names);
         }

@@ -169,6 +169,18 @@ Name nameOf(Arguments const& args, XMPInfo const& xmp) {
     throw Failure(ExitCode::USAGE, "", "the prefix '" + escaped(prefix) + "' is not known and not used in the packet");
 }
 
+/// A path that the packet does not take is the user's, the packet is good.
+void changeProperty(Arguments const& args, std::function<void()> const& change) {
+    try {
+        change();
+    } catch (Error const& error) {
+        if (error.code() != Error::Code::XMP)
+            throw;
+        throw Failure(ExitCode::USAGE, "",
+                      "'" + escaped(args.key) + "' cannot be changed so: " + std::string(withoutSource(error.what())));
+    }
+}
+
 /// A HEIC's packet may outgrow the room it has: then more is made, where the image can be written anew.
 bool editXmp(Photo const& photo, FilePtr const& output, std::function<void(XMPEdit&)> const& change) {
     auto const file = copied(photo, output);
@@ -271,7 +283,7 @@ ExitCode xmpSet(Arguments const& args) {
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         return editXmp(photo, output, [&](XMPEdit& edit) {
             auto const name = nameOf(args, edit);
-            edit.setProperty(name.schema, name.path, args.value);
+            changeProperty(args, [&] { edit.setProperty(name.schema, name.path, args.value); });
         });
     });
 }
@@ -282,7 +294,7 @@ ExitCode xmpRemove(Arguments const& args) {
             auto const name = nameOf(args, edit);
             if (edit.getProperty(name.schema, name.path).empty())
                 photo.failAbsent("has no property " + args.key);
-            edit.removeProperty(name.schema, name.path);
+            changeProperty(args, [&] { edit.removeProperty(name.schema, name.path); });
         });
     });
 }

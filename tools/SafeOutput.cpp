@@ -113,6 +113,8 @@ void SafeOutput::makeNamed() {
         if (fd >= 0)
             temporary = TemporaryName(name);
     } while (fd < 0 && errno == EEXIST);
+    if (fd < 0 && errno == ENOENT)
+        throw Failure(ExitCode::WRITE_FAILED, out, "cannot be written: there is no folder '" + folderOf(target) + "'");
     if (fd < 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
 }

@@ -208,8 +208,14 @@ ExitCode split(Arguments const& args) {
 ExitCode carry(Arguments const& args) {
     if (!args.out.empty() && isSameFile(args.out, args.edited))
         throw Failure(ExitCode::USAGE, args.out, "is both input and output");
+    Photo const edited(args.edited, Access::READ);
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         photo.requireVideo();
+        auto const nameOf = [](Photo const& each) { return MediaDefs::mimeString(each.file->mimeType()); };
+        if (nameOf(edited) != nameOf(photo))
+            throw Failure(ExitCode::BAD_INPUT, edited.path(),
+                          "is of type " + nameOf(edited) + ", its motion is of a photo of type " + nameOf(photo) +
+                              ": save it in that type first");
         // The editor carries from the form with a trailer.
         auto source = photo.file;
         Scratch scratch;
@@ -218,7 +224,7 @@ ExitCode carry(Arguments const& args) {
             published::toTrailer(photo.file, source);
         }
         auto const edit = MotionPhotoInfo::parse(source)->edit();
-        edit->setOutputSource(openFile(args.edited, Access::READ));
+        edit->setOutputSource(edited.file);
         edit->commit(output);
         return true;
     });

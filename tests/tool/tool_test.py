@@ -160,7 +160,7 @@ class ToolTest(unittest.TestCase):
             (4, "is a link;", ["add", "link.jpg", "clip.mp4", "--in-place"]),
             (4, "is a link to a file that is not there", [*add, "clip.mp4", "-o", "dangling.jpg"]),
             (4, "has 2 names", ["remove", "photo.jpg", "--in-place"]),
-            (4, "No such file", [*add, "clip.mp4", "-o", "absent/new.jpg"]),
+            (4, "no folder", [*add, "clip.mp4", "-o", "absent/new.jpg"]),
             (4, "regular file", [*add, "clip.mp4", "-o", "."]),
         ):
             self.refused(code, reason, *args)
