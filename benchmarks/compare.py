@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Puts the library beside its peers or its limits in one run, and prints the numbers as Markdown tables.
 
-compare.py BUILD_FOLDER [--rounds N] [--only SECTION...]: the folder is the one that the preset "benchmark" builds. What is
+compare.py BUILD_FOLDER [--rounds N] [--readme] [--only SECTION...]: the folder is the one that the preset "benchmark" builds. What is
 compared takes turns, round by round, so that a busy machine is as busy for all; the numbers are medians over the rounds.
 """
 
@@ -18,6 +18,9 @@ import sys
 import tempfile
 import time
 from pathlib import Path
+
+sys.dont_write_bytecode = True
+from report import Table, against, milliseconds, refused  # noqa: E402
 
 ROOT = Path(__file__).resolve().parent.parent
 SAMPLES = ROOT / "samples"
@@ -46,26 +49,12 @@ def make_still(path, size):
     return path
 
 
-class Table:
-    def __init__(self):
-        self.missed = []
-
-    def section(self, title):
-        print(f"\n### {title}\n\n| Measured | metadata_utils | Beside it | Ratio | Aim |\n|---|---:|---|---:|---|", flush=True)
-
-    def row(self, what, ours, beside="", ratio=None, aim="", met=True):
-        shown = "" if ratio is None else f"{ratio:.2f}"
-        print(f"| {what} | {ours} | {beside} | {shown} | {aim}{'' if met else ', **missed**'} |", flush=True)
-        if not met:
-            self.missed.append(f"{what} ({shown or ours})")
-
-
 class Setting:
     """The programs that are run, the folder they work in, and how often."""
 
     def __init__(self, build, folder, rounds):
         self.tool = str(build / "tools" / "motionphoto")
-        self.parsers = [str(build / "benchmarks" / f"benchmark_{name}") for name in ("metadata_utils", "exiv2", "exempi")]
+        self.parsers = [str(build / "benchmarks" / f"benchmark_{name}") for name in ("metadata_utils", "exiv2", "exempi", "toolkit")]
         self.operations = str(build / "benchmarks" / "operations")
         self.folder, self.rounds = folder, rounds
         self.still = SAMPLES / "still.jpg"
@@ -98,16 +87,13 @@ class Setting:
         return [json.loads(line) for line in done.stdout.splitlines()]
 
     def turns(self, contenders, rounds=None):
-        """{name: median CPU time} of operations that take turns."""
+        """{name: median CPU time} of operations that take turns, in a process that has done each of them before: the first
+        time in a process binds symbols and starts the toolkit."""
         runs = {name: [] for name in contenders}
         for i in range(rounds or self.rounds):
             for name in list(contenders) if i % 2 == 0 else reversed(list(contenders)):
-                runs[name].append(self.run(*contenders[name])[0]["cpu"])
+                runs[name].append(self.run(*contenders[name], count=3)[-1]["cpu"])
         return {name: statistics.median(times) for name, times in runs.items()}
-
-
-def refused(table, what, error):
-    table.row(what, f"refused: {str(error).rsplit('] ', 1)[-1]}", met=False)
 
 
 # Whole commands. --------------------------------------------------------------------------------------------------------
@@ -131,16 +117,6 @@ def take_turns(commands, rounds, before=lambda: None):
             before()
             runs[name].append(run_command(commands[name]))
     return [{name: statistics.median(each[i] for each in times) for name, times in runs.items()} for i in (0, 1)]
-
-
-def milliseconds(seconds):
-    return f"{seconds * 1e3:.2f} ms"
-
-
-def against(table, what, median, ours, limits):
-    for peer, limit in limits.items():
-        ratio = median[ours] / median[peer]
-        table.row(what, milliseconds(median[ours]), f"`{peer}` {milliseconds(median[peer])}", ratio, f"≤ {limit}", ratio <= limit)
 
 
 def commands(table, s):
@@ -221,14 +197,18 @@ def growth(table, s):
         table.row(f"JPEG: parse, {size:,} MB", milliseconds(parse), f"1 MB {milliseconds(first)}", parse / first, "≤ 2", parse / first <= 2)
         for path in out, peer, photo, *([s.video(size)] if size == 1000 else []):
             path.unlink()
-    for side in 7, 22, 45:
-        heic = s.heic(side, 2000)
+    # Tiles as cameras write them, and so small that what is known of each is a good part of the file.
+    for side, tile in (7, 80_000), (22, 80_000), (45, 80_000), (7, 2000), (22, 2000), (45, 2000):
+        heic, what = s.heic(side, tile), f"HEIC: written again, {side * side:,} tiles of {tile // 1000} KB"
         try:
-            median = s.turns({"ours": ["room", heic, out], "copy": ["copy", heic, peer]})
+            median = s.turns({"ours": ["room", heic, out], "copy": ["copy", heic, peer]}, rounds=5 if side * tile > 10**6 else None)
         except RuntimeError as error:
-            refused(table, f"HEIC: written again, {side * side:,} tiles", error)
+            refused(table, what, error)
             continue
-        against(table, f"HEIC: written again, {side * side:,} tiles of 2 KB", median, "ours", {"copy": 1.3})
+        finally:
+            for path in out, peer, heic:
+                path.unlink(missing_ok=True)
+        against(table, what, median, "ours", {"copy": 1.3})
 
 
 def records(table, s):
@@ -344,6 +324,9 @@ def run_benchmark(program, arguments, min_time):
     return times
 
 
+BOUND = 0.6  # of the faster peer's time, taken by the toolkit's parse alone: no caller of it can be much faster
+
+
 def parsing(table, s):
     table.section("Parse and query, CPU time, geometric means")
     groups = {f"the sample with a video of {size} MB": [s.photo(s.still, size)] for size in (1, 12)}
@@ -364,14 +347,20 @@ def parsing(table, s):
         for group, members in groups.items():
             taken = [str(file) for file in members if all((library, str(file)) in median for library in libraries)]
             mean = {library: statistics.geometric_mean([median[library, file] for file in taken]) for library in libraries}
-            ratios = {file: median[what, file] / min(median["exiv2", file], median["exempi", file]) for file in taken}
-            slow += [f"{Path(file).name} {ratio:.2f} ({text})" for file, ratio in ratios.items() if ratio > 0.7]
-            note = f", {len(taken)} files, worst {max(ratios.values()):.2f}" if len(taken) > 1 else ""
+            met = True
+            for file in taken:
+                peer = min(median["exiv2", file], median["exempi", file])
+                ratio, bound = median[what, file] / peer, median.get(("toolkit", file), 0) / peer
+                met &= ratio <= (0.85 if bound >= BOUND else 0.7)
+                if ratio > 0.7:
+                    over = "" if bound >= BOUND and ratio <= 0.85 else "**"
+                    slow.append(f"`{Path(file).stem}` {over}{ratio:.2f}{over} ({text}; the toolkit's parse alone {bound:.2f})")
+            note = f", mean of {len(taken)} files" if len(taken) > 1 else ""
             beside = ", ".join(f"lib{peer} {mean[peer] * 1e6:.0f} µs" for peer in ("exiv2", "exempi"))
             ratio = mean[what] / min(mean["exiv2"], mean["exempi"])
-            table.row(f"{text}: {group}{note}", f"{mean[what] * 1e6:.0f} µs", beside, ratio, "≤ 0.7", max(ratios.values()) <= 0.7)
+            table.row(f"{text}: {group}{note}", f"{mean[what] * 1e6:.0f} µs", beside, ratio, "≤ 0.7 each, 0.85 where the toolkit takes 0.6", met)
     if slow:
-        print(f"\nAbove 0.7 of the faster peer: {'; '.join(slow)}")
+        table.say(f"\nAbove 0.7 of the faster peer: {'; '.join(slow)}.")
     for file in map(str, files):
         answers = {library: runs[library, file][1] if (library, file) in runs else "refused" for library in libraries}
         if len(set(answers.values())) > 1:
@@ -385,6 +374,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build", type=Path)
     parser.add_argument("--rounds", type=int, default=9)
+    parser.add_argument("--readme", action="store_true", help="puts the tables into the README")
     parser.add_argument("--only", nargs="+", choices=SECTIONS, default=list(SECTIONS))
     arguments = parser.parse_args()
     table = Table()
@@ -393,6 +383,8 @@ def main():
         for name in arguments.only:
             SECTIONS[name](table, setting)
     print("\nMissed: " + ("; ".join(table.missed) or "nothing"))
+    if arguments.readme:
+        table.write(ROOT / "README.md", arguments.rounds)
 
 
 if __name__ == "__main__":
