@@ -377,6 +377,8 @@ def main():
     parser.add_argument("--readme", action="store_true", help="puts the tables into the README")
     parser.add_argument("--only", nargs="+", choices=SECTIONS, default=list(SECTIONS))
     arguments = parser.parse_args()
+    if arguments.readme and set(arguments.only) != set(SECTIONS):
+        parser.error("--readme takes all sections")
     table = Table()
     with tempfile.TemporaryDirectory() as temporary:
         setting = Setting(arguments.build.resolve(), Path(temporary), arguments.rounds)
