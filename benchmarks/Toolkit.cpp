@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The toolkit's parse of each file's first packet, its image's, and nothing else: what no caller of it can be faster than.
+// The toolkit's parse of each file's first packet, its image's, and nothing else: what no caller of it can be faster
+// than.
 
 #include "Workload.h"
 
