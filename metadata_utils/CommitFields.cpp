@@ -59,6 +59,10 @@ void CommitFields::stageExpectedFields() {
         return;
     VideoFields fields(*parts.xmpEdit);
     auto const expected = expectedVideo(Written::EVERYTHING);
+    if (!expected && isRecordTakenOut()) {
+        hasTakenClaimsOut = true;
+        return fields.clear();
+    }
     if (!expected)
         return stagePublishedFields();
     // A change of XMP alone leaves the video's moment as it is.
@@ -69,6 +73,13 @@ void CommitFields::stageExpectedFields() {
             takeMoment(*duration);
     }
     fields.setPlace(expected->length, expected->padding);
+}
+
+/// The video's own record goes, as any other: nothing may claim a video then.
+bool CommitFields::isRecordTakenOut() const {
+    bool const isInTrailer = !parts.isHEIC() && parts.view->hasVideo() && !outside.hasPointedVideo();
+    return isInTrailer && parts.qrtEdit->isDirty() &&
+           parts.qrtEdit->staging().plan().find(qrt::TYPE_MOTION_PHOTO_DATA) == nullptr;
 }
 
 /// A moment of the old video, which means nothing behind the new one's end.

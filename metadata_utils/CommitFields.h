@@ -31,6 +31,9 @@ public:
     /// The values are read off the finished file; nothing here may fail for a reason that could be foreseen.
     void completeCommit(size_t orgFileSize);
 
+    /// The video's record went without a word about the video: none is claimed from then on.
+    bool endsClaims() const { return hasTakenClaimsOut; }
+
 private:
     struct ExpectedVideo {
         uint32_t length = 0;                                ///< from the video's first byte to the file's end
@@ -45,12 +48,14 @@ private:
     bool describeNewItem(XMPPacket& packet, claims::Claims const& held);
     void followGrowth(Written written, bool isNew);
     std::optional<ExpectedVideo> expectedVideo(Written written) const;
+    bool isRecordTakenOut() const;
     bool isMomentOfReplaced(std::string const& moment) const;
     void takeMoment(int64_t durationUs);
 
     MotionPhotoParts& parts;
     StagedMotion const& staged;
     OutsideVideo& outside;
+    bool hasTakenClaimsOut = false;
     bool isMomentTaken = false; ///< from the video's length
 };
 

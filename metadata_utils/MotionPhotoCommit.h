@@ -40,6 +40,8 @@ public:
 
     /// Writes what is staged; one that throws leaves packet and records staged as they were.
     void write();
+    /// Whether what was written took the last claim of a video out, its record having gone as any other.
+    bool hasEndedClaims() const { return fields && fields->endsClaims(); }
     /// Throws what a commit into `output` would refuse of what is staged.
     void requireCommittable(MediaFile const& output, bool isTrailerWritten = false);
     /// The trailer's editor is going to commit alone, into `file`: refuses what its commit, or the change of the packet

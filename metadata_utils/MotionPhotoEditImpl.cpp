@@ -316,6 +316,7 @@ void MotionPhotoEditImpl::commitInPlace() {
     if (staged.isTrailerSetAside || staged.video)
         parts.qrtEdit->makeDirty();
     inPlace->write();
+    staged.isMotionPhotoXMPRemoved = staged.isMotionPhotoXMPRemoved || inPlace->hasEndedClaims();
     staged.spend();
     videoEdit.reset();
     targets.clear();
