@@ -149,7 +149,6 @@ class ToolTest(unittest.TestCase):
             (3, "ffmpeg -i IN", [*add, "short.mp4", "--in-place"]),
             (3, "No such file", [*add, "absent.mp4", "-o", "new.jpg"]),
             (3, "is a folder; -r", ["info", "."]),
-            (3, "Input/output error", ["extract", "/proc/self/mem", "-o", "new.mp4"]),
             (3, "is a text,", ["info", "text.txt"]),
             (3, "is empty", ["info", "empty.jpg"]),
             (3, "is a PNG image,", ["info", "image.png"]),
@@ -289,7 +288,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual([at for at, _, _ in places[1:]], [at + size for at, size, _ in places[:-1]])
         self.assertEqual((places[0][0], sum(size for _, size, _ in places)), (0, len(self.read("photo.jpg"))))
         video = self.info("photo.jpg")["motionPhoto"]["video"]
-        self.assertIn((video["position"], video["size"], "video (trailer)"), places)
+        self.assertLessEqual({(2, 2, "fill bytes"), (video["position"], video["size"], "video (trailer)")}, {*places})
         self.done("map", "photo.jpg", "--html", "page.html")
         data = re.findall(rb"base64,([A-Za-z0-9+/=]+)", self.read("page.html"))
         self.assertEqual([base64.b64decode(each) for each in data], [self.read("photo.jpg")[: video["position"]], self.read("clip.mp4")])
