@@ -12,8 +12,8 @@ namespace android::lumo {
 /// in memory. Editors of one view are not used at the same time; only the dirty flag is atomic.
 class METADATA_UTILS_EXPORT XMPEdit : public XMPInfo {
 public:
-    /// Sets a simple property; text that is not UTF-8, or has a control character that XML cannot carry, throws XMPError
-    /// before anything changes. setItem() refuses it alike.
+    /// Sets a simple property; text that is not UTF-8, or has a control character that XML cannot carry, throws
+    /// XMPError before anything changes. setItem() refuses it alike.
     virtual XMPEdit& setProperty(std::string const& schemaNS, std::string const& path, std::string const& value) = 0;
     /// Appends a directory item with "Mime" and "Semantic"; an item of that name stays as it is.
     virtual XMPEdit& setItem(std::string const& itemName, MediaDefs::MimeType mime) = 0;
