@@ -25,7 +25,7 @@ void ByteSource::requireReadable(MediaFile const& output, std::string const& wha
         return;
     }
     checked::requireAddressable(*file, at);
-    if (MediaFile::isFdsDup(file->getFd(), output.getFd()))
+    if (checked::isSameFile(*file, output, at))
         throw at("%s is the file to write: %s", what.c_str(), file->toString().c_str());
     uint32_t const size = file->size();
     uint32_t const held = size - std::min(size, position);

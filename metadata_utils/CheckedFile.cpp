@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -176,6 +177,16 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
         if (got != wanted)
             refuseCopy(*source, *target, offset, copied, size, at);
     }
+}
+
+bool isSameFile(MediaFile const& a, MediaFile const& b, ErrorAt at) {
+    struct stat64 first;
+    struct stat64 second;
+    for (auto const& [file, status] : {std::pair(&a, &first), std::pair(&b, &second)}) {
+        if (fstat64(file->getFd(), status) != 0)
+            throw at.as(Error::Code::READ_FAILED, *file)("fail to ask which file it is: %s", std::strerror(errno));
+    }
+    return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
 void truncate(MediaFile& file, uint32_t size, ErrorAt at) {

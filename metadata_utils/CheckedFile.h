@@ -52,6 +52,9 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
 /// opened for appending would write everything at the file's end.
 void requireEditable(MediaFile const& file, ErrorAt at = ErrorAt());
 
+/// Whether two descriptors are of one file. One that cannot be asked throws: it is not another file for that.
+bool isSameFile(MediaFile const& a, MediaFile const& b, ErrorAt at = ErrorAt());
+
 /// Cuts the file; "fail to truncate to %zu: %s".
 void truncate(MediaFile& file, uint32_t size, ErrorAt at = ErrorAt());
 

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace android::lumo {
 
@@ -88,8 +89,15 @@ public:
         onCommitted(this);
     }
     void commit(std::shared_ptr<MediaFile> const& target) override {
-        if (target != nullptr)
-            onCommit(*target);
+        if (target != nullptr) { // it will be a copy of the view's file, not of a target before it
+            auto before = trailer->leaveTarget();
+            try {
+                onCommit(*target);
+            } catch (...) {
+                trailer->returnTo(std::move(before));
+                throw;
+            }
+        }
         commitPrepared(target);
     }
     /// As a step of the whole photo's commit, which has prepared everything.

@@ -207,7 +207,7 @@ void MotionPhotoCommit::prepareTrailer(MediaFile const& file) {
 }
 
 void MotionPhotoCommit::prepareTrailerSteps(MediaFile const& file) {
-    bool const isElsewhere = !MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
+    bool const isElsewhere = !checked::isSameFile(file, *parts.outputFile);
     if (isElsewhere) { // which gets nothing of what is staged for the packet
         QRTEditImpl::requireNotHidden(*parts.outputFile);
         parts.view->getPacket()->adopt(parts.view->getPacket()->packetInFile()->clone());

@@ -55,7 +55,7 @@ MPXMPEdit& MotionPhotoEditImpl::getXMPEdit() {
 
 /// The file a caller names as the one being edited.
 bool MotionPhotoEditImpl::isSource(MediaFile const& file) const {
-    return MediaFile::isFdsDup(file.getFd(), parts.view->getFile()->getFd());
+    return checked::isSameFile(file, *parts.view->getFile());
 }
 
 /// What is staged counts: a video staged for removal is not there any more.
@@ -297,6 +297,8 @@ void MotionPhotoEditImpl::commit(std::shared_ptr<MediaFile> const& file) {
 }
 
 void MotionPhotoEditImpl::commit() {
+    if (parts.qrtEdit->staging().leaveTarget()) // of a commit of its own, which spent nothing
+        parts.qrtEdit->makeDirty();
     if (otherFile == nullptr)
         return commitInPlace();
     LOGI("commit: %p", static_cast<void*>(this));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "MotionPhotoMediator.h"
 
+#include "CheckedFile.h"
 #include "Log.h"
 #include "VideoClaims.h"
 #include "VideoFields.h"
@@ -43,7 +44,7 @@ uint32_t MotionPhotoEditImpl::Mediator::behindImage() const {
 }
 
 bool MotionPhotoEditImpl::Mediator::isOutput(MediaFile const& file) const {
-    return MediaFile::isFdsDup(file.getFd(), parts.outputFile->getFd());
+    return checked::isSameFile(file, *parts.outputFile);
 }
 
 void MotionPhotoEditImpl::Mediator::notify(void const* sender, Event event, std::shared_ptr<MediaFile> const& file) {

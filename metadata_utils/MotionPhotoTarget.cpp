@@ -91,7 +91,7 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
 
 void MotionPhotoTarget::composePhoto(MotionPhotoEditImpl const& owner) {
     auto const& photo = owner.getView()->getFile();
-    if (MediaFile::isFdsDup(file->getFd(), still->getFd()))
+    if (checked::isSameFile(*file, *still))
         throw ErrorAt()("the prepared still is the output itself: %s", still->toString().c_str());
     if (still->mimeType() != photo->mimeType())
         throw ErrorAt()("the prepared still is of another type: %s, expected %s",

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "CheckedFile.h"
 #include "MediaFile.h"
 #include "MotionPhotoEditImpl.h"
 
@@ -19,7 +20,7 @@ class MotionPhotoTarget {
 public:
     explicit MotionPhotoTarget(std::shared_ptr<MediaFile> const& output) : file(output) {}
 
-    bool isFile(MediaFile const& other) const { return MediaFile::isFdsDup(file->getFd(), other.getFd()); }
+    bool isFile(MediaFile const& other) const { return checked::isSameFile(*file, other); }
     /// With a prepared still the copy begins with its image, followed by what stands behind the image of the photo.
     void commit(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& prepared);
 

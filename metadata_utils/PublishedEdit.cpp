@@ -104,12 +104,12 @@ bool putXMPIn(SplicedCopy& copy, std::shared_ptr<MediaFile> const& photo, Packet
 } // namespace
 
 bool isElsewhere(MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
-    return output != nullptr && !MediaFile::isFdsDup(photo.getFd(), output->getFd());
+    return output != nullptr && !checked::isSameFile(photo, *output);
 }
 
 std::shared_ptr<MediaFile> begin(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output,
                                  Stretch const& leftOut, PacketChange* change) {
-    if (output == nullptr || MediaFile::isFdsDup(photo->getFd(), output->getFd())) {
+    if (output == nullptr || checked::isSameFile(*photo, *output)) {
         checked::requireEditable(*photo);
         return photo;
     }

@@ -278,7 +278,7 @@ bool QRTEditImpl::adopt(QRTEditImpl const& other, std::function<uint32_t(uint32_
 // Commit. -------------------------------------------------------------------------------------------------------------
 
 bool QRTEditImpl::isSource(MediaFile const& file) const {
-    return MediaFile::isFdsDup(file.getFd(), source.getFile()->getFd());
+    return checked::isSameFile(file, *source.getFile());
 }
 
 void QRTEditImpl::commit(std::shared_ptr<MediaFile> const& file) {

@@ -14,6 +14,7 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace android::lumo {
@@ -94,6 +95,10 @@ public:
     StagedRecords::List const& getStaged() const { return records.all(); }
     /// The file that commits write.
     std::shared_ptr<MediaFile> const& getOutput() const { return output().getFile(); }
+    /// Makes this an editor of the view's file again, with all that is staged, and gives the other file that it was
+    /// last committed into.
+    std::optional<TrailerFile> leaveTarget() { return std::exchange(elsewhere, std::nullopt); }
+    void returnTo(std::optional<TrailerFile> target) { elsewhere = std::move(target); }
     /// A commit was cut short, and the next one will write over what it left.
     bool isUnfinished() const { return output().isUnfinished(); }
     /// Data in the record that matches both, or in a new one; `mayBeEmpty` when that is how another trailer has it.

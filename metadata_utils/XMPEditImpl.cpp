@@ -222,11 +222,11 @@ void XMPEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
     if (!target)
         throw ErrorAt()("no target given");
     checked::requireAddressable(*target);
-    bool const isSource = MediaFile::isFdsDup(target->getFd(), sourceFile->getFd());
+    bool const isSource = checked::isSameFile(*target, *sourceFile);
     bool const isEmpty = target->size() == 0;
     if (!isEmpty && !isSource && !mustCopy)
         requireSameType(*target, *sourceFile);
-    if (isEmpty || !MediaFile::isFdsDup(target->getFd(), file->getFd())) {
+    if (isEmpty || !checked::isSameFile(*target, *file)) {
         targetXMP.reset();
         mustCopy = isEmpty && !isSource;
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "MediaFile.h"
 #include "XMPPacket.h"
@@ -28,7 +29,7 @@ public:
 
     /// The packet that the file's view answers from, the last one; empty when there is none.
     std::string const& packet() const;
-    bool isThisFile(MediaFile const& other) const { return MediaFile::isFdsDup(file->getFd(), other.getFd()); }
+    bool isThisFile(MediaFile const& other) const { return checked::isSameFile(*file, other); }
 
     /// Throws "changed since it was read" (CHANGED) when the file's packets are not those last seen, or when a commit
     /// that failed left the file in a state that the next one cannot mend.
