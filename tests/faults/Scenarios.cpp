@@ -269,6 +269,7 @@ void addSecondCommits(Material const& m, std::vector<Scenario>& all) {
         add(" and committed again", "cc", {{"still", after}});
         add(" and the trailer committed first", "qc", {{"still", after}});
         add(" and the XMP committed first", "xc", {{"still", after}});
+        add(" and the trailer into a target first", "Qc", {{"still", after}});
         add(" into a target and again", "tc", {{"still", before}, {"target", after}});
         add(" into two targets", "ts", {{"still", before}, {"target", after}, {"second", after}});
         add(" in place, then into a target", "ct", {{"still", after}, {"target", after}});
