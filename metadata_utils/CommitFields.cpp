@@ -8,6 +8,7 @@
 #include "VideoBox.h"
 #include "VideoClaims.h"
 #include "VideoFields.h"
+#include "io/VideoPointer.h"
 
 #include <string>
 
@@ -120,7 +121,7 @@ std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo(Written w
     auto const* place = plan.find(qrt::TYPE_MOTION_PHOTO_DATA);
     if (place == nullptr)
         return std::nullopt;
-    if (place->record->dataSize > MAX_POINTER_RECORD_SIZE) {
+    if (place->record->dataSize > VideoPointer::MAX_RECORD_SIZE) {
         expected.length = plan.lengthFrom(*place);
         expected.padding =
             parts.isHEIC() ? static_cast<uint32_t>(parts.view->getImageVideoPadding()) : plan.paddingOf(*place);

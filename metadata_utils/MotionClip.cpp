@@ -29,7 +29,7 @@ uint32_t fillerFor(uint32_t size, MediaDefs::MimeType still) {
     return std::max(VideoPointer::MAX_RECORD_SIZE + 1 - size, BOX_HEADER_SIZE);
 }
 
-void setSize(MediaFile& copy, movie::Box const& last) {
+void setSize(MediaFile& copy, movie::MovieBox const& last) {
     checked::seek(copy, last.position);
     checked::write(copy, boxHeader(last.size, "").substr(0, sizeof(uint32_t)));
 }

@@ -206,9 +206,9 @@ void MotionPhotoEditImpl::stageVideo(VideoSource const& video) {
                                hasBox ? static_cast<uint32_t>(getVideoSize()) : 0};
         parts.qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, old.encode());
     } else {
-        if (video.size() <= MAX_POINTER_RECORD_SIZE)
+        if (video.size() <= VideoPointer::MAX_RECORD_SIZE)
             LOGW("a video of %zu bytes will be read as a pointer, %zu is the largest such record", size_t{video.size()},
-                 size_t{MAX_POINTER_RECORD_SIZE});
+                 size_t{VideoPointer::MAX_RECORD_SIZE});
         parts.qrtEdit->staging().stage(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, video);
     }
     noteVideoEdit(video);
@@ -276,7 +276,7 @@ MotionPhotoEdit& MotionPhotoEditImpl::removeVideo(std::shared_ptr<MediaFile> con
     return *this;
 }
 
-// Commit. ----------
+// Commit. -------------------------------------------------------------------------------------------------------------
 
 void MotionPhotoEditImpl::commit(std::shared_ptr<MediaFile> const& file) {
     if (file == nullptr)

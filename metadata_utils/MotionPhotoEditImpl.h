@@ -17,7 +17,6 @@ class MotionPhotoTarget;
 struct PacketAhead;
 
 /// The motion-photo editor.
-///
 class MotionPhotoEditImpl : public MotionPhotoEdit {
 public:
     using ExtraType = StagedMotion::ExtraType;

@@ -81,9 +81,6 @@ private:
         std::make_shared<MediaDefs::MotionPhotoFormat>(MediaDefs::MotionPhotoFormat::NONE);
 };
 
-/// Data of record 2608 up to this size is a pointer, never a video.
-inline constexpr uint32_t MAX_POINTER_RECORD_SIZE = VideoPointer::MAX_RECORD_SIZE;
-
 /// The duration in microseconds of the first video track between two offsets of a file, 0 when the track names none.
 /// Throws when the platform's extractor cannot open it or finds no video.
 int64_t videoDurationUs(MediaFile const& file, uint32_t position, uint32_t size);

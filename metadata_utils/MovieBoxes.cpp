@@ -69,13 +69,13 @@ bool isCutOff(MediaFile const& file, uint32_t position, uint32_t limit) {
 
 } // namespace
 
-std::optional<Box> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason) {
+std::optional<MovieBox> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason) {
     uint32_t const left = position < end ? end - position : 0;
     ByteBuffer const head = checked::readAt(file, position, std::min(left, MAX_HEADER));
     BoxHeader header;
     switch (decodeBoxHeader({head.data(), head.size()}, left, header)) {
     case BoxFault::None:
-        return Box{header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd};
+        return MovieBox{header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd};
     case BoxFault::Truncated:
         reason = "box header cut off" + at(position) + ": " + std::to_string(left) + " bytes left";
         break;
@@ -88,7 +88,7 @@ std::optional<Box> boxAt(MediaFile const& file, uint32_t position, uint32_t end,
     return std::nullopt;
 }
 
-std::optional<Box> findBox(MediaFile const& file, uint32_t from, uint32_t end, BoxType type) {
+std::optional<MovieBox> findBox(MediaFile const& file, uint32_t from, uint32_t end, BoxType type) {
     std::string ignored;
     for (size_t count = 0; from < end && count < MAX_BOXES; ++count) {
         auto const box = boxAt(file, from, end, ignored);

@@ -11,7 +11,7 @@
 /// A movie inside another file, by its top-level boxes (ISO/IEC 14496-12 4.2; QuickTime files have the same shape).
 namespace android::lumo::movie {
 
-struct Box {
+struct MovieBox {
     BoxType type = 0;
     uint32_t position = 0; ///< of the header's first byte, in the file
     uint32_t size = 0;     ///< whole box; what is left of the range for the size-0 form
@@ -33,16 +33,16 @@ inline bool isRecognised(std::string const& brand) {
 
 /// The box at `position` of a range that ends at `end`; nothing, with a reason, where none fits. A read that the system
 /// refuses throws READ_FAILED.
-std::optional<Box> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason);
+std::optional<MovieBox> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason);
 
 /// The first child of that type in [from, end); nothing where the boxes end without one or are damaged.
-std::optional<Box> findBox(MediaFile const& file, uint32_t from, uint32_t end, BoxType type);
+std::optional<MovieBox> findBox(MediaFile const& file, uint32_t from, uint32_t end, BoxType type);
 
 /// What a walk over a movie's top-level boxes found. Sound: it begins with 'ftyp', holds 'moov', and the last box ends
 /// where the range ends.
 struct Walk {
     std::string brand;   ///< major brand of 'ftyp'
-    Box last;            ///< the last whole box
+    MovieBox last;       ///< the last whole box
     uint32_t end = 0;    ///< behind it
     bool begins = false; ///< a whole 'ftyp' stands at the start
     bool hasMovie = false;
@@ -50,7 +50,6 @@ struct Walk {
     std::string fault;     ///< empty for a sound movie
 
     bool isSound() const { return fault.empty(); }
-    bool isQuickTime() const { return brand == QUICK_TIME_BRAND; }
 };
 
 /// Reads box headers only, at most MAX_BOXES of them.

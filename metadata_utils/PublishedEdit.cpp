@@ -203,7 +203,6 @@ void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change
 }
 
 bool isFiller(MediaFile const& file, uint32_t position, uint32_t size) {
-    constexpr uint32_t BLOCK = 1024 * 1024;
     std::string ignored;
     if (!rangeFits(position, size, file.size()))
         return false;
@@ -211,7 +210,7 @@ bool isFiller(MediaFile const& file, uint32_t position, uint32_t size) {
     auto const box = size > 0 ? movie::boxAt(file, position, end, ignored) : std::nullopt;
     uint32_t from = box && box->type == boxType("free") && box->end() == end ? box->content() : position;
     while (from < end) {
-        auto const bytes = checked::readAt(file, from, std::min(BLOCK, end - from));
+        auto const bytes = checked::readAt(file, from, std::min(checked::MOVE_BLOCK, end - from));
         if (std::any_of(bytes.data(), bytes.data() + bytes.size(), [](auto byte) { return byte != 0; }))
             return false;
         from += static_cast<uint32_t>(bytes.size());

@@ -3,6 +3,7 @@
 
 #include "ErrorAt.h"
 #include "MediaFile.h"
+#include "Stretch.h"
 
 #include <cstdint>
 #include <map>
@@ -10,15 +11,6 @@
 #include <string>
 
 namespace android::lumo {
-
-/// Bytes of a file that follow each other.
-struct Stretch {
-    uint32_t position = 0;
-    uint32_t size = 0;
-
-    uint32_t end() const { return position + size; }
-    bool meets(Stretch const& other) const { return position < other.end() && other.position < end(); }
-};
 
 /// A copy of a file, but for some places where other bytes stand or none: what an edit will drop is not copied, and
 /// what it needs room for has it from the start. Each byte is written once, at its place.

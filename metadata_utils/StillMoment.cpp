@@ -26,8 +26,9 @@ constexpr uint32_t MAX_TABLE = 64 * 1024; ///< of a box that is read whole
 constexpr size_t MAX_TRACKS = 64;
 
 /// Box within box; nothing where one is missing.
-std::optional<movie::Box> descend(MediaFile const& file, movie::Box const& from, std::initializer_list<BoxType> path) {
-    std::optional<movie::Box> box = from;
+std::optional<movie::MovieBox> descend(MediaFile const& file, movie::MovieBox const& from,
+                                       std::initializer_list<BoxType> path) {
+    std::optional<movie::MovieBox> box = from;
     for (auto const type : path) {
         box = movie::findBox(file, box->content(), box->end(), type);
         if (!box)
@@ -36,16 +37,16 @@ std::optional<movie::Box> descend(MediaFile const& file, movie::Box const& from,
     return box;
 }
 
-ByteBuffer contentOf(MediaFile const& file, movie::Box const& box) {
+ByteBuffer contentOf(MediaFile const& file, movie::MovieBox const& box) {
     return checked::readAt(file, box.content(), std::min(box.end() - box.content(), MAX_TABLE));
 }
 
-BoxCursor cursorOver(ByteBuffer const& bytes, movie::Box const& box) {
+BoxCursor cursorOver(ByteBuffer const& bytes, movie::MovieBox const& box) {
     return {{bytes.data(), bytes.size()}, box.content(), box.type};
 }
 
 /// Units a second, from 'mvhd'.
-uint32_t timeScaleOf(MediaFile const& file, movie::Box const& header) {
+uint32_t timeScaleOf(MediaFile const& file, movie::MovieBox const& header) {
     auto const bytes = contentOf(file, header);
     auto cursor = cursorOver(bytes, header);
     bool const isWide = readFullBoxHeader(cursor).version == 1;
@@ -53,7 +54,7 @@ uint32_t timeScaleOf(MediaFile const& file, movie::Box const& header) {
     return cursor.u32();
 }
 
-bool namesStill(MediaFile const& file, movie::Box const& track) {
+bool namesStill(MediaFile const& file, movie::MovieBox const& track) {
     auto const handler = descend(file, track, {boxType("mdia"), boxType("hdlr")});
     auto const table = descend(file, track, {boxType("mdia"), boxType("minf"), boxType("stbl"), boxType("stsd")});
     if (!handler || !table)
@@ -70,7 +71,7 @@ bool namesStill(MediaFile const& file, movie::Box const& track) {
 }
 
 /// The empty edits in front of the first real one, in units of the movie.
-uint64_t delayOf(MediaFile const& file, movie::Box const& track) {
+uint64_t delayOf(MediaFile const& file, movie::MovieBox const& track) {
     auto const list = descend(file, track, {boxType("edts"), boxType("elst")});
     if (!list)
         return 0;
@@ -91,7 +92,7 @@ uint64_t delayOf(MediaFile const& file, movie::Box const& track) {
 }
 
 /// The first sample is shown when the first real edit begins.
-std::optional<int64_t> momentOf(MediaFile const& file, movie::Box const& movie, movie::Box const& track) {
+std::optional<int64_t> momentOf(MediaFile const& file, movie::MovieBox const& movie, movie::MovieBox const& track) {
     constexpr uint64_t LONGEST = uint64_t{1} << 40; // in any unit: what is longer is damage
     auto const header = descend(file, movie, {boxType("mvhd")});
     if (!header)

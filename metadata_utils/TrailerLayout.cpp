@@ -197,12 +197,12 @@ uint32_t headSize(QRTDataInfo const& record) {
     return headSize(record.name.size(), record.hasSubInfo, record.subInfoPayload);
 }
 
-Range storedData(QRTDataInfo const& record, uint32_t tailPosition) {
+Stretch storedData(QRTDataInfo const& record, uint32_t tailPosition) {
     uint32_t const head = headSize(record);
     return {tailPosition - record.offsetFromTail + head, record.payload - head};
 }
 
-Range storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition) {
+Stretch storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition) {
     uint32_t const size = record.hasSubInfo ? record.subInfoPayload : 0;
     return {storedData(record, tailPosition).position - size, size};
 }

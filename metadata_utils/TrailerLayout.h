@@ -4,6 +4,7 @@
 #include "MediaFile.h"
 #include "QRTDataInfo.h"
 #include "ReadWindow.h"
+#include "Stretch.h"
 
 #include <cstdint>
 #include <optional>
@@ -83,16 +84,10 @@ inline bool isStored(QRTDataInfo const& record) {
     return record.offsetFromTail > 0 && record.payload > 0;
 }
 
-/// A part of a record in the file.
-struct Range {
-    uint32_t position = 0;
-    uint32_t size = 0;
-};
-
 /// Where the data and the sub-info stored for a record lie, given the tail's position. Taken from the layout values
 /// alone, because a load callback may have pointed dataPosition elsewhere.
-Range storedData(QRTDataInfo const& record, uint32_t tailPosition);
-Range storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition);
+Stretch storedData(QRTDataInfo const& record, uint32_t tailPosition);
+Stretch storedSubInfo(QRTDataInfo const& record, uint32_t tailPosition);
 /// Sets the positions of both.
 void locate(QRTDataInfo& record, uint32_t tailPosition);
 

@@ -116,7 +116,7 @@ void XMPInfoImpl::updateXMPItems() {
 }
 
 /// Puts each entry under its name, over what is known; stops at one that lacks a field every item has.
-XMPInfoImpl::Directory XMPInfoImpl::readDirectory(std::shared_ptr<XMPPacket> const& packet, Items const& known) {
+XMPInfoImpl::Directory XMPInfoImpl::readDirectory(std::shared_ptr<XMPPacket> const& packet, ItemIndex const& known) {
     LOGI("updateXMPItems E");
     Directory read{known, 0, false};
     try {

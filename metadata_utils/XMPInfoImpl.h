@@ -77,11 +77,11 @@ public:
         int32_t place = 0;
     };
 
-    using Items = std::unordered_map<std::string, XMPItemInfo>;
+    using ItemIndex = std::unordered_map<std::string, XMPItemInfo>;
 
     /// The index of a packet's directory.
     struct Directory {
-        Items items;
+        ItemIndex items;
         int32_t firstUnread = 0;    ///< place of the first entry that could not be read, 0 when all could
         bool hasDuplicates = false; ///< some name stands in the directory more than once
     };
@@ -148,7 +148,7 @@ public:
     XMPInFile& getInFile() const { return *inFile; }
     /// What serializeToBuffer() answered last: the packet a writer has written.
     std::string const& getSerialized() const { return serialized; }
-    Items const& getItems() const { return directory.items; }
+    ItemIndex const& getItems() const { return directory.items; }
     /// Item names in directory order.
     std::list<std::string> getItemNamesInOrder() const;
     /// The item, its place checked against the packet's "Item:Semantic" and corrected when a removal in front of it has
@@ -176,7 +176,7 @@ public:
 
 private:
     std::optional<std::string> itemNameAt(int32_t place) const;
-    static Directory readDirectory(std::shared_ptr<XMPPacket> const& packet, Items const& known);
+    static Directory readDirectory(std::shared_ptr<XMPPacket> const& packet, ItemIndex const& known);
 
     std::shared_ptr<MediaFile> file;
     std::unique_ptr<XMPInFile> inFile;

@@ -318,7 +318,6 @@ void TrailingBoxes::writeDebugInfo(std::span<uint8_t const> data, uint32_t posit
 } // namespace heif
 
 // The writer's questions about their order.
-// ----------------------------------------------------------------------------
 
 namespace {
 

@@ -24,7 +24,7 @@ constexpr size_t kMaxTracks = 64;
 constexpr unsigned kMaxBoxes = 200'000;
 
 /// A box's payload in the window.
-struct Range {
+struct BoxContent {
     uint64_t from = 0, end = 0;
     BoxType type = 0;
 };
@@ -61,16 +61,16 @@ public:
     std::vector<Track> tracks();
 
 private:
-    std::optional<Range> next(Range& parent);
-    std::optional<Range> find(Range parent, BoxType type);
-    Range require(Range const& parent, BoxType type);
-    BoxCursor fields(Range const& box);
+    std::optional<BoxContent> next(BoxContent& parent);
+    std::optional<BoxContent> find(BoxContent parent, BoxType type);
+    BoxContent require(BoxContent const& parent, BoxType type);
+    BoxCursor fields(BoxContent const& box);
 
-    Timing movieTiming(Range const& movie);
-    uint64_t editedTicks(Range const& track);
-    Track track(Range const& box, Timing const& movie);
-    std::string entryMime(Range const& table, BoxType handler);
-    uint8_t objectType(Range const& entry);
+    Timing movieTiming(BoxContent const& movie);
+    uint64_t editedTicks(BoxContent const& track);
+    Track track(BoxContent const& box, Timing const& movie);
+    std::string entryMime(BoxContent const& table, BoxType handler);
+    uint8_t objectType(BoxContent const& entry);
 
     MovieWindow& window;
     unsigned walked = 0;
@@ -78,7 +78,7 @@ private:
 
 /// Takes the next child off the front of `parent`; none when it holds no more. Less than a header at the end is what
 /// QuickTime closes lists with.
-std::optional<Range> MovieReader::next(Range& parent) {
+std::optional<BoxContent> MovieReader::next(BoxContent& parent) {
     uint64_t const left = parent.end - parent.from;
     if (left < 8)
         return {};
@@ -87,12 +87,12 @@ std::optional<Range> MovieReader::next(Range& parent) {
         throw BoxError(__LINE__, "invalid box at " + std::to_string(parent.from));
     if (++walked > kMaxBoxes)
         throw BoxError(__LINE__, "more than " + std::to_string(kMaxBoxes) + " boxes");
-    Range const box{parent.from + header.headerSize, parent.from + header.size, header.type};
+    BoxContent const box{parent.from + header.headerSize, parent.from + header.size, header.type};
     parent.from = box.end;
     return box;
 }
 
-std::optional<Range> MovieReader::find(Range parent, BoxType type) {
+std::optional<BoxContent> MovieReader::find(BoxContent parent, BoxType type) {
     while (auto const child = next(parent)) {
         if (child->type == type)
             return child;
@@ -101,14 +101,14 @@ std::optional<Range> MovieReader::find(Range parent, BoxType type) {
 }
 
 /// A box without which the movie cannot be understood.
-Range MovieReader::require(Range const& parent, BoxType type) {
+BoxContent MovieReader::require(BoxContent const& parent, BoxType type) {
     if (auto const found = find(parent, type))
         return *found;
     throw BoxError(__LINE__, "no '" + lumo::boxTypeText(type) + "' in '" + lumo::boxTypeText(parent.type) + "'");
 }
 
 /// The payload's start: all of any box that is read here, unless it is padded. To be used before the next read.
-BoxCursor MovieReader::fields(Range const& box) {
+BoxCursor MovieReader::fields(BoxContent const& box) {
     auto const size = static_cast<size_t>(std::min<uint64_t>(box.end - box.from, MovieWindow::PIECE));
     return {window.read(box.from, size), box.from, box.type};
 }
@@ -134,7 +134,7 @@ Timing readTiming(BoxCursor cursor) {
 /// |--------|--------|--------------------------|
 /// | 0      | 4      | version, flags           |
 /// | 4      | 4 or 8 | duration in movie ticks  |
-Timing MovieReader::movieTiming(Range const& movie) {
+Timing MovieReader::movieTiming(BoxContent const& movie) {
     Timing timing = readTiming(fields(require(movie, boxType("mvhd"))));
     if (timing.ticks == 0) {
         auto const fragments = find(movie, boxType("mvex"));
@@ -155,7 +155,7 @@ Timing MovieReader::movieTiming(Range const& movie) {
 /// | 0      | 4 or 8 | length in movie ticks (8 in version 1)                   |
 /// | 4 or 8 | 4 or 8 | where it begins in the media; all ones: nothing is shown |
 /// | then   | 4      | rate                                                     |
-uint64_t MovieReader::editedTicks(Range const& track) {
+uint64_t MovieReader::editedTicks(BoxContent const& track) {
     auto const edits = find(track, boxType("edts"));
     auto const list = edits ? find(*edits, boxType("elst")) : std::nullopt;
     if (!list)
@@ -180,7 +180,7 @@ uint64_t MovieReader::editedTicks(Range const& track) {
 /// |------|---------------------------------------------------------------------------------------------------|
 /// | 0x03 | stream id (2), flags (1); with flag 0x80 another id (2), 0x40 a text (1 + n), 0x20 a third id (2) |
 /// | 0x04 | object type (1), ...                                                                              |
-uint8_t MovieReader::objectType(Range const& entry) {
+uint8_t MovieReader::objectType(BoxContent const& entry) {
     auto stream = find(entry, boxType("esds"));
     if (auto const wave = stream ? std::nullopt : find(entry, boxType("wave")))
         stream = find(*wave, boxType("esds"));
@@ -213,11 +213,11 @@ uint8_t MovieReader::objectType(Range const& entry) {
 ///
 /// An entry's payload: reserved (6), data reference (2), and for pictures 70, for sounds 20 bytes of fields, the first
 /// of which is a version (2): QuickTime's sounds of version 1 and 2 have 16 and 36 bytes more. Then come boxes.
-std::string MovieReader::entryMime(Range const& table, BoxType handler) {
+std::string MovieReader::entryMime(BoxContent const& table, BoxType handler) {
     constexpr uint64_t kPicture = 78, kSound = 28, kMore1 = 16, kMore2 = 36;
     BoxCursor head = fields(table);
     uint8_t const tableVersion = lumo::readFullBoxHeader(head).version;
-    Range entries{table.from + 8, table.end, table.type};
+    BoxContent entries{table.from + 8, table.end, table.type};
     auto const entry = head.u32() > 0 ? next(entries) : std::nullopt;
     if (!entry)
         throw BoxError(__LINE__, "track without a sample description");
@@ -236,7 +236,7 @@ std::string MovieReader::entryMime(Range const& table, BoxType handler) {
     }
     if (fixed > entry->end - entry->from)
         throw BoxError(__LINE__, "sample description cut off");
-    Range const inside{entry->from + fixed, entry->end, entry->type};
+    BoxContent const inside{entry->from + fixed, entry->end, entry->type};
 
     BoxType codec = entry->type;
     if (codec == boxType("encv") || codec == boxType("enca")) { // encrypted: "sinf"/"frma" names the codec
@@ -258,22 +258,22 @@ std::string MovieReader::entryMime(Range const& table, BoxType handler) {
 /// | 0      | 4     | version, flags                                            |
 /// | 4      | 4     | 0; QuickTime's "mhlr"                                     |
 /// | 8      | 4     | kind of media: "vide", "soun", "meta", ...                |
-Track MovieReader::track(Range const& box, Timing const& movie) {
-    Range const media = require(box, boxType("mdia"));
+Track MovieReader::track(BoxContent const& box, Timing const& movie) {
+    BoxContent const media = require(box, boxType("mdia"));
     int64_t const mediaUs = readTiming(fields(require(media, boxType("mdhd")))).us();
     int64_t const wholeUs = mediaUs > 0 ? mediaUs : movie.us();
     int64_t const shownUs = microseconds(editedTicks(box), movie.rate);
     BoxCursor cursor = fields(require(media, boxType("hdlr")));
     cursor.skip(8);
     BoxType const handler = cursor.u32();
-    Range const samples = require(require(media, boxType("minf")), boxType("stbl"));
+    BoxContent const samples = require(require(media, boxType("minf")), boxType("stbl"));
     bool const isCut = shownUs > 0 && (wholeUs == 0 || shownUs < wholeUs);
     return {entryMime(require(samples, boxType("stsd")), handler), isCut ? shownUs : wholeUs};
 }
 
 /// The movie's headers stand in the first "moov", one "trak" a track; what lies behind it is not looked at.
 std::vector<Track> MovieReader::tracks() {
-    Range movie = require({0, window.length(), boxType("file")}, boxType("moov"));
+    BoxContent movie = require({0, window.length(), boxType("file")}, boxType("moov"));
     Timing const timing = movieTiming(movie);
     std::vector<Track> found;
     while (auto const child = next(movie)) {
