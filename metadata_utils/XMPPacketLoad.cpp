@@ -6,8 +6,8 @@
 #include "XMPPacketScan.h"
 
 #include <algorithm>
-#include <atomic>
 #include <mutex>
+#include <set>
 
 namespace android::lumo {
 
@@ -64,13 +64,29 @@ void nestTypedEntries(XMPPacket& packet) {
     }
 }
 
-std::atomic<size_t> namespacesBrought{0}; ///< by packets, since the process began
+/// The one lock around what packets bring to the look-up of prefixes.
+std::mutex& lookUps() {
+    static std::mutex lock;
+    return lock;
+}
 
-/// Those among a packet's namespaces that the toolkit has not seen.
-size_t countNew(std::vector<std::string> const& namespaces) {
-    return static_cast<size_t>(std::count_if(namespaces.begin(), namespaces.end(), [](auto const& uri) {
-        return !uri.empty() && XMPPacket::prefixOf(uri).empty();
-    }));
+/// The toolkit keeps every namespace for ever. One that it takes in under a corrected text is known here by its own:
+/// the same packet is no news however often it is read.
+void countNamespaces(std::vector<std::string> const& namespaces) {
+    static std::set<std::string> brought; // by packets, since the process began
+    std::set<std::string> added;
+    for (auto const& uri : namespaces) {
+        if (!uri.empty() && XMPPacket::prefixOf(uri).empty())
+            added.insert(uri);
+    }
+    if (added.empty())
+        return;
+    std::lock_guard const lock(lookUps());
+    std::erase_if(added, [](auto const& uri) { return brought.contains(uri); });
+    if (!added.empty() && brought.size() + added.size() > xmp_limits::MAX_NEW_NAMESPACES)
+        throw ErrorAt().as(Error::Code::TOO_BIG)("XMP brings namespaces, and this process has seen %zu already",
+                                                 brought.size());
+    brought.merge(added);
 }
 
 bool isReady = false; ///< under the lock of prepareXMPToolkit()
@@ -88,8 +104,7 @@ std::map<std::string, std::string>& xmpNamespaces() {
 }
 
 std::string namespaceOfPrefix(std::string const& prefix) {
-    static std::mutex lookUp;
-    std::lock_guard const lock(lookUp);
+    std::lock_guard const lock(lookUps());
     return xmpNamespaces()[prefix];
 }
 
@@ -118,13 +133,7 @@ std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text) {
     auto packet = std::make_shared<XMPPacket>();
     if (text.find_first_not_of(BLANKS) == std::string::npos)
         return packet;
-    auto const namespaces = refuseHostilePacket(text);
-    auto const brought = countNew(namespaces);
-    if (brought != 0 && namespacesBrought + brought > xmp_limits::MAX_NEW_NAMESPACES)
-        throw ErrorAt().as(Error::Code::TOO_BIG)("XMP brings namespaces, and this process has seen %zu already",
-                                                 namespacesBrought.load());
-    if (brought != 0)
-        namespacesBrought += brought;
+    countNamespaces(refuseHostilePacket(text));
     packet->parse(text);
     nestTypedEntries(*packet);
     return packet;
