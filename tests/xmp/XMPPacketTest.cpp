@@ -136,6 +136,8 @@ TEST(XMPNamesDeathTest, RefusesOnlyPacketsThatBringFurtherNamespaces) {
                 return refusalOf([&] { parseXMPPacket(packetOf(numbered("xmlns:p#" + uri, 200))); });
             };
             int round = 0;
+            for (int i = 0; i < 3000; ++i) // the toolkit keeps it under a corrected text
+                static_cast<void>(parseXMPPacket(packetOf("xmlns:q='urn:\x01q:' ")));
             while (round < 100 && bring(round).empty())
                 ++round;
             bool const isBounded = round > 5 && round < 15;
