@@ -93,6 +93,7 @@ mu_say_skipped() {
     awk '
         /: Skipped$/ { getline reason }
         /^\[  SKIPPED \] .* \([0-9]+ ms\)$/ { count++; names[reason] = names[reason] (names[reason] ? ", " : "") $4 }
+        / \.\.\. skipped \047/ { split($0, part, "\047"); count++; names[part[2]] = names[part[2]] (names[part[2]] ? ", " : "") $1 }
         END {
             for (reason in names)
                 text = text (text ? "; " : "") names[reason] " (" reason ")"

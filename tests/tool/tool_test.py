@@ -382,6 +382,7 @@ class ToolTest(unittest.TestCase):
         self.assertIn("'extract:", self.done("generate", "zsh"))
         self.assertIn("motionphoto add still.jpg clip.mp4 -o photo.jpg", self.done("add", "--help"))
 
+    @unittest.skipUnless(os.path.exists("/dev/pts/ptmx"), "no terminal can be made here")
     def test_progress_counts_what_is_done(self):
         terminal, side = pty.openpty()
         call = [*TOOL, "info", "--list", "--files-from", "-", "-j", "1"]
