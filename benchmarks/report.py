@@ -25,7 +25,7 @@ class Table:
             self.missed.append(f"{what} ({shown or ours})")
         bold = [text if met or not text else f"**{text}**" for text in ((ours, "") if ratio is None else (ours, shown))]
         cells = (what, bold[0] if ratio is None else ours, beside, bold[1], aim)
-        self.say(f"| {' | '.join(cells)} |")
+        self.say(f"| {' | '.join(map(str, cells))} |")
 
     def write(self, readme, rounds):
         """Over what stands between the marks."""
