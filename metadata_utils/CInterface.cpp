@@ -51,7 +51,7 @@ MotionVideo soundVideo(mu_photo const& photo) {
 }
 
 void requireElsewhere(mu_photo const& photo, MediaFile const& target) {
-    require(!MediaFile::isFdsDup(photo.file->getFd(), target.getFd()), "the output is the photo itself");
+    require(!checked::isSameFile(*photo.file, target), "the output is the photo itself");
 }
 
 } // namespace

@@ -77,9 +77,7 @@ void carryOutInto(mu_photo const& photo, File const& output) {
 
 /// An output that one of the inputs is would be lost, or read when it is written already.
 void requireNoInput(mu_photo const& photo, File const& output) {
-    auto const is = [&](File const& input) {
-        return input != nullptr && MediaFile::isFdsDup(input->getFd(), output->getFd());
-    };
+    auto const is = [&](File const& input) { return input != nullptr && checked::isSameFile(*input, *output); };
     if (is(photo.file))
         throw ErrorAt()("the output is the photo itself");
     if (std::any_of(photo.staged.begin(), photo.staged.end(), [&](auto const& edit) { return is(edit.clip); }))

@@ -179,6 +179,18 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
     }
 }
 
+std::shared_ptr<MediaFile> owning(int fd) {
+    std::shared_ptr<MediaFile> file;
+    try {
+        file = std::make_shared<MediaFile>(fd);
+    } catch (...) {
+        close(fd);
+        throw;
+    }
+    close(fd);
+    return file;
+}
+
 bool isSameFile(MediaFile const& a, MediaFile const& b, ErrorAt at) {
     struct stat64 first;
     struct stat64 second;

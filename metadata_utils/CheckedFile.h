@@ -52,6 +52,9 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
 /// opened for appending would write everything at the file's end.
 void requireEditable(MediaFile const& file, ErrorAt at = ErrorAt());
 
+/// A file over a descriptor that is the caller's own: it is closed in any case, the file has another.
+std::shared_ptr<MediaFile> owning(int fd);
+
 /// Whether two descriptors are of one file. One that cannot be asked throws: it is not another file for that.
 bool isSameFile(MediaFile const& a, MediaFile const& b, ErrorAt at = ErrorAt());
 

@@ -352,7 +352,7 @@ size_t MotionPhotoInfoImpl::transferVideo(std::shared_ptr<MediaFile> const& targ
     Stretch const place{position, size};
     if (place.size == 0)
         return 0;
-    if (MediaFile::isFdsDup(file->getFd(), target->getFd()))
+    if (checked::isSameFile(*file, *target))
         throw ErrorAt()("the video's target is the motion photo itself: %s", target->toString().c_str());
     if (!liesIn(place, file->size()))
         throw ErrorAt()("video at %zu for %zu bytes lies outside the file of %zu", static_cast<size_t>(place.position),

@@ -128,7 +128,7 @@ MediaDefs::MimeType MotionVideo::mimeType() const {
 void MotionVideo::copyTo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& target) const {
     if (photo == nullptr || target == nullptr || !isSound())
         throw ErrorAt()("no sound video to copy");
-    if (MediaFile::isFdsDup(photo->getFd(), target->getFd()))
+    if (checked::isSameFile(*photo, *target))
         throw ErrorAt()("the video's target is the photo itself: %s", target->toString().c_str());
     auto const now = movie::walk(*photo, position, size);
     if (!now.isSound() || now.brand != brand)

@@ -6,6 +6,7 @@
 #include "ImageIndex.h"
 #include "MovieBoxes.h"
 #include "PublishedEdit.h"
+#include "ScratchFile.h"
 #include "TrailerForm.h"
 #include "XMPEditImpl.h"
 #include "io/HEIFMetaWriter.h"
@@ -216,6 +217,8 @@ void Mender::setXMP() {
 Repair Repair::run(std::shared_ptr<MediaFile> const& photo, RepairOptions const& options,
                    std::shared_ptr<MediaFile> const& output) {
     auto const before = PhotoCheck::run(photo); // what cannot be read is refused before anything is written
+    if (output == nullptr && options.dropOrphans && before.orphan.isSound())
+        run(photo, options, scratchBeside(*photo)); // refuses on a copy what would lose the video here
     auto const file = published::begin(photo, output);
     Repair repair;
     repair.done = Mender(file, options).run();

@@ -199,7 +199,7 @@ void requireInside(int64_t momentUs, std::optional<int64_t> const& durationUs) {
 void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOptions const& options,
                     std::shared_ptr<MediaFile> const& clipSource, std::shared_ptr<MediaFile> const& output) {
     for (auto const& other : {layout.file, output}) {
-        if (other != nullptr && MediaFile::isFdsDup(other->getFd(), clipSource->getFd()))
+        if (other != nullptr && checked::isSameFile(*other, *clipSource))
             throw ErrorAt()("the video is the photo itself: %s", other->toString().c_str());
     }
     if (options.momentUs) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ScratchFile.h"
 
+#include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "MemoryFile.h"
 
@@ -29,18 +30,6 @@ int openNameless(std::string const& folder) {
     return fd;
 }
 
-std::shared_ptr<MediaFile> owning(int fd) {
-    std::shared_ptr<MediaFile> file;
-    try {
-        file = std::make_shared<MediaFile>(fd); // has a descriptor of its own
-    } catch (...) {
-        close(fd);
-        throw;
-    }
-    close(fd);
-    return file;
-}
-
 /// Where the file stands; empty for one that has no name (any more).
 std::string folderOf(MediaFile const& file) {
     struct stat64 status;
@@ -58,7 +47,7 @@ std::shared_ptr<MediaFile> scratchFile(std::string const& folder) {
     auto const place = folder.empty() ? std::filesystem::temp_directory_path(failure).string() : folder;
     int const fd = place.empty() ? -1 : openNameless(place);
     if (fd >= 0)
-        return owning(fd);
+        return checked::owning(fd);
     if (folder.empty())
         return memoryFile("", 0);
     throw ErrorAt().as(Error::Code::WRITE_FAILED)("no temporary file in %s: %s", folder.c_str(), std::strerror(errno));
@@ -67,7 +56,7 @@ std::shared_ptr<MediaFile> scratchFile(std::string const& folder) {
 std::shared_ptr<MediaFile> scratchBeside(MediaFile const& file) {
     if (auto const folder = folderOf(file); !folder.empty()) {
         if (int const fd = openNameless(folder); fd >= 0)
-            return owning(fd);
+            return checked::owning(fd);
     }
     return scratchFile({});
 }
