@@ -5,7 +5,7 @@
 mu_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 mu_build_packages=(g++ cmake ninja-build pkg-config xz-utils libexpat1-dev zlib1g-dev android-liblog-dev
     libcli11-dev nlohmann-json3-dev)
-mu_test_packages=(libgtest-dev libgmock-dev libheif-dev exiv2 python3)
+mu_test_packages=(libgtest-dev libheif-dev exiv2 python3)
 mu_arm_packages=(g++-arm-linux-gnueabihf qemu-user)
 
 mu_fail() {
