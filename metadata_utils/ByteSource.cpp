@@ -2,10 +2,20 @@
 #include "ByteSource.h"
 
 #include "CheckedFile.h"
+#include "Log.h"
+#include "MemoryFile.h"
+#include "MotionPhotoInfoImpl.h"
 
 #include <algorithm>
+#include <exception>
 
 namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
+
+} // namespace
 
 ByteSource::ByteSource(std::shared_ptr<ByteBuffer const> bytes)
     : buffer(std::move(bytes)), length(buffer != nullptr ? buffer->size() : 0) {}
@@ -46,6 +56,19 @@ ByteBuffer ByteSource::load(ErrorAt at) const {
     if (file != nullptr)
         return checked::readAt(*file, position, length, at);
     return buffer != nullptr ? *buffer : ByteBuffer();
+}
+
+std::optional<int64_t> VideoSource::durationUs() const {
+    try {
+        if (getFile() != nullptr)
+            return videoDurationUs(*getFile(), getPosition(), size());
+        ByteBuffer const bytes = load();
+        return videoDurationUs(*memoryFile(bytes.data(), bytes.size()), 0, size()); // the extractor reads files
+    } catch (std::exception const& e) {
+        rethrowUnlessDamage();
+        LOGW("fail to get the video's duration: %s", e.what());
+        return std::nullopt;
+    }
 }
 
 } // namespace android::lumo

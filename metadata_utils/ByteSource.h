@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace android::lumo {
@@ -40,6 +41,17 @@ private:
     std::shared_ptr<MediaFile> file;
     uint32_t position = 0;
     uint32_t length = 0;
+};
+
+/// A video that is staged: its bytes, and how long it plays.
+class VideoSource : public ByteSource {
+public:
+    using ByteSource::ByteSource;
+    VideoSource() = default;
+    explicit VideoSource(ByteSource const& bytes) : ByteSource(bytes) {}
+
+    /// Microseconds, 0 when the video names none; nothing when it cannot be played.
+    std::optional<int64_t> durationUs() const;
 };
 
 } // namespace android::lumo

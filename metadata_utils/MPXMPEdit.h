@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "VideoClaims.h"
+#include "VideoFields.h"
 #include "XMPEditImpl.h"
 
 #include <functional>
@@ -89,9 +91,15 @@ public:
     void setAside() { isSetAside = true; }
     /// Sets the MotionPhoto item's "Length" to what stands between the video and the file's end, and the bytes that
     /// Primary names in front of the video. Without a video or item nothing happens.
-    void updateMotionPhotoInfo(size_t size, size_t position, size_t padding);
+    void updateMotionPhotoInfo(size_t size, size_t position, size_t padding) {
+        VideoFields(*this).follow(size, position, padding);
+    }
     /// As many bytes more stand behind a video that XMP counts from the file's end.
-    void followEnd(int64_t growth);
+    void followEnd(int64_t growth) {
+        claims::followEnd(*xmpView()->getMeta(), growth);
+        xmpView()->reindex();
+        makeDirty();
+    }
 
 private:
     XMPEdit& chained(XMPEdit& /*answer*/) {

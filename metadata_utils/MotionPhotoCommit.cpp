@@ -4,13 +4,13 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
-#include "PacketKeeper.h"
 #include "VideoBox.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/ImageMetaReader.h"
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 namespace android::lumo {
 
@@ -22,6 +22,31 @@ constexpr size_t XMP_OVERHEAD = 256;
 constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
 /// The fields of a motion photo take no more, in XMP that has none of them.
 constexpr uint32_t EXPECTED_FIELDS = 2048;
+
+/// The packet as the caller staged it, for a commit that fails: the next one starts over.
+class PacketKeeper {
+public:
+    explicit PacketKeeper(MotionPhotoParts& photo)
+        : parts(photo), contents(photo.view->getPacket()->copyContents()), wasDirty(photo.xmpEdit->isDirty()) {}
+    ~PacketKeeper() {
+        if (isDone)
+            return;
+        parts.view->getPacket()->exchange(std::move(contents));
+        if (wasDirty)
+            parts.xmpEdit->makeDirty();
+        else
+            parts.xmpEdit->setAside();
+    }
+    PacketKeeper(PacketKeeper const&) = delete;
+    PacketKeeper& operator=(PacketKeeper const&) = delete;
+    void release() { isDone = true; }
+
+private:
+    MotionPhotoParts& parts;
+    XMPInfoImpl::Contents contents;
+    bool wasDirty;
+    bool isDone = false;
+};
 
 } // namespace
 

@@ -3,7 +3,6 @@
 
 #include "CheckedFile.h"
 #include "Log.h"
-#include "VideoClaims.h"
 #include "VideoFields.h"
 #include "io/HEIFMetaWriter.h"
 
@@ -17,22 +16,6 @@ namespace {
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 
 } // namespace
-
-void MPXMPEdit::updateMotionPhotoInfo(size_t size, size_t position, size_t padding) {
-    if (position == 0 || position > size || !containsItem(VideoFields::ITEM, false))
-        return;
-    LOGI("update MotionPhoto::Length to %zu, size=%zu, pos=%zu", size - position, size, position);
-    VideoFields fields(*this);
-    fields.setLength(static_cast<uint32_t>(size - position));
-    if (padding <= size) // a JPEG's pointer may lead into the image
-        fields.correctPadding(static_cast<uint32_t>(padding));
-}
-
-void MPXMPEdit::followEnd(int64_t growth) {
-    claims::followEnd(*xmpView()->getMeta(), growth);
-    xmpView()->reindex();
-    makeDirty();
-}
 
 MotionPhotoEditImpl::Mediator::Mediator(MotionPhotoParts& photo) : parts(photo) {
     lastBehind = behindImage();

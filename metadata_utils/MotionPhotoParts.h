@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ByteSource.h"
 #include "MPQRTEdit.h"
 #include "MPXMPEdit.h"
 #include "MotionPhotoInfoImpl.h"
-#include "VideoSource.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 namespace android::lumo {
 
@@ -42,10 +45,21 @@ struct StagedMotion {
     std::unordered_map<ExtraType, Extra> extras; ///< deferred changes of the file
 
     /// A commit into the photo itself has returned.
-    void spend();
+    void spend() {
+        StagedMotion kept;
+        kept.isMotionPhotoXMPRemoved = isMotionPhotoXMPRemoved;
+        kept.isImageDataXMPRemoved = isImageDataXMPRemoved;
+        *this = std::move(kept);
+    }
 };
 
 /// Records that go with the video.
-bool belongsToVideo(StagedRecord const& record);
+inline bool belongsToVideo(StagedRecord const& record) {
+    constexpr char const* NAMES[] = {qrt::NAME_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_VERSION,
+                                     qrt::NAME_MOTION_PHOTO_INFO, qrt::NAME_MOTION_PHOTO_AUTO_PLAY,
+                                     qrt::NAME_LONG_EXPOSURE_INFO};
+    return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
+           std::find(std::begin(NAMES), std::end(NAMES), record.name) != std::end(NAMES);
+}
 
 } // namespace android::lumo

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "ErrorAt.h"
-#include "HandedRecords.h"
 #include "QRTEdit.h"
 #include "QRTInfoImpl.h"
 #include "StagedRecord.h"

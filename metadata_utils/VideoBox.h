@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ByteSource.h"
 #include "MediaFile.h"
-#include "VideoSource.h"
 
 #include <cstdint>
 #include <memory>

@@ -99,6 +99,15 @@ void VideoFields::correctPadding(uint32_t padding) {
         setPrimaryPadding(packet, held, std::to_string(padding));
 }
 
+void VideoFields::follow(size_t size, size_t position, size_t padding) {
+    if (position == 0 || position > size || !containsItem())
+        return;
+    LOGI("update MotionPhoto::Length to %zu, size=%zu, pos=%zu", size - position, size, position);
+    setLength(static_cast<uint32_t>(size - position));
+    if (padding <= size) // a JPEG's pointer may lead into the image
+        correctPadding(static_cast<uint32_t>(padding));
+}
+
 void VideoFields::clear() {
     for (auto const* name : names::CURRENT)
         packet.removeProperty(xmp_ns::CAMERA, name);

@@ -7,6 +7,7 @@
 #include "TrailerPlan.h"
 #include "XMPEdit.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -52,6 +53,9 @@ public:
     void setLength(uint32_t length);
     /// The bytes between image and video, where the packet names them.
     void correctPadding(uint32_t padding);
+    /// The file has `size` bytes now, and the video stands at `position`, `padding` behind the image: an item's
+    /// "Length" and what Primary names in front of the video are set. Without a video or item nothing happens.
+    void follow(size_t size, size_t position, size_t padding);
     /// Takes back everything that is said of a video.
     void clear();
 

@@ -4,9 +4,11 @@
 #include "CheckedFile.h"
 #include "Log.h"
 #include "XMPCopy.h"
-#include "XMPText.h"
+#include "XMPError.h"
 #include "io/ImageMetaWriter.h"
 
+#include <algorithm>
+#include <string_view>
 #include <unordered_set>
 
 namespace android::lumo {
@@ -15,6 +17,81 @@ namespace {
 
 constexpr char LOG_TAG[] = "XMPEditImpl";
 constexpr char DIRECTORY[] = "Container:Directory";
+
+// What may go into a packet: checked before the toolkit is asked to change it, because a value it refuses leaves an
+// empty property behind, and one that XML cannot carry makes a packet that no parser reads back.
+
+/// Steps of a property path. Each nests up to two elements in the packet, whose reader follows 100 in large packets.
+constexpr auto MAX_PATH_STEPS = 40;
+
+bool isXMLChar(uint32_t c) {
+    if (c < 0x20)
+        return c == '\t' || c == '\n' || c == '\r';
+    return c <= 0xD7FF || (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
+}
+
+/// Bytes of the sequence that `lead` begins, 0 when no sequence begins so.
+size_t sequenceLength(uint8_t lead) {
+    if (lead < 0x80)
+        return 1;
+    if (lead >= 0xC2 && lead <= 0xDF)
+        return 2;
+    if (lead >= 0xE0 && lead <= 0xEF)
+        return 3;
+    return lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
+}
+
+/// The character of a sequence of `length` bytes; one that is malformed or longer than needed gives no XML character.
+uint32_t decode(std::string_view bytes, size_t length) {
+    constexpr uint32_t LEAD_BITS[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+    constexpr uint32_t SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000};
+    auto c = static_cast<uint8_t>(bytes[0]) & LEAD_BITS[length];
+    for (size_t i = 1; i < length; ++i) {
+        auto const next = static_cast<uint8_t>(bytes[i]);
+        if ((next & 0xC0) != 0x80)
+            return 0;
+        c = c << 6 | (next & 0x3F);
+    }
+    return c >= SMALLEST[length] ? c : 0;
+}
+
+/// What the toolkit throws for such text; it keeps the pointer to its message.
+XMPError refusal(Error const& error, XMP_Int32 id, char const* reason) {
+    return {error.what(), XMP_Error(id, reason)};
+}
+
+constexpr char NO_TEXT[] = "not UTF-8 text that XML can carry";
+
+/// Valid UTF-8 (RFC 3629) of characters that XML 1.0 allows (its production 2, Char).
+bool isXMLText(std::string_view text) {
+    while (!text.empty()) {
+        auto const length = sequenceLength(static_cast<uint8_t>(text[0]));
+        if (length == 0 || length > text.size() || !isXMLChar(decode(text, length)))
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+/// Throws "value of %s is not UTF-8 text that XML can carry", as the two below an XMPError: what the toolkit throws for
+/// text that is not UTF-8. A control character, which it would make a blank of, is refused as well.
+void requireValue(std::string const& value, std::string const& name, ErrorAt at = ErrorAt()) {
+    if (!isXMLText(value))
+        throw refusal(at("value of %s is %s", name.c_str(), NO_TEXT), kXMPErr_BadUnicode, NO_TEXT);
+}
+
+/// For names of namespaces and fields: throws on text as above. What else makes a name good is the toolkit's to judge.
+void requireName(std::string const& name, ErrorAt at = ErrorAt()) {
+    if (!isXMLText(name))
+        throw refusal(at("name is %s", NO_TEXT), kXMPErr_BadUnicode, NO_TEXT);
+}
+
+/// For property paths: throws also on more steps than a packet may be nested deep.
+void requirePath(std::string const& path, ErrorAt at = ErrorAt()) {
+    requireName(path, at);
+    if (std::count_if(path.begin(), path.end(), [](char c) { return c == '/' || c == '['; }) > MAX_PATH_STEPS)
+        throw refusal(at("property path has too many steps"), kXMPErr_BadXPath, "too many steps");
+}
 
 /// A target with an image of its own; what is no still at all, the writers refuse.
 void requireSameType(MediaFile const& target, MediaFile const& source, ErrorAt at = ErrorAt()) {
@@ -34,9 +111,9 @@ XMPEditImpl::XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view)
 // Properties. ---------------------------------------------------------------------------------------------------------
 
 XMPEdit& XMPEditImpl::setProperty(std::string const& schemaNS, std::string const& path, std::string const& value) {
-    xmp_text::requireName(schemaNS);
-    xmp_text::requirePath(path);
-    xmp_text::requireValue(value, path);
+    requireName(schemaNS);
+    requirePath(path);
+    requireValue(value, path);
     info->getMeta()->set(schemaNS, path, value);
     if (schemaNS == xmp_ns::CONTAINER)
         info->reindex();
@@ -46,8 +123,8 @@ XMPEdit& XMPEditImpl::setProperty(std::string const& schemaNS, std::string const
 
 XMPEdit& XMPEditImpl::removeProperty(std::string const& schemaNS, std::string const& name) {
     LOGI("removeProperty E: schemaNS=%s, propertyName=%s", schemaNS.c_str(), name.c_str());
-    xmp_text::requireName(schemaNS);
-    xmp_text::requirePath(name);
+    requireName(schemaNS);
+    requirePath(name);
     info->getMeta()->remove(schemaNS, name);
     if (schemaNS == xmp_ns::CONTAINER)
         info->reindex();
@@ -63,7 +140,7 @@ XMPEdit& XMPEditImpl::setItem(std::string const& itemName, MediaDefs::MimeType m
         LOGI("already exist item, use exist one");
         return *this;
     }
-    xmp_text::requireValue(itemName, "Item:Semantic");
+    requireValue(itemName, "Item:Semantic");
     auto const mimeText = MediaDefs::mimeString(mime);
     auto const place = addItemEntry();
     auto const path = XMPInfoImpl::XMPItemInfo::structPathAt(place);
@@ -110,8 +187,8 @@ XMPEdit& XMPEditImpl::replaceItemField(std::string const& itemName, std::string 
 void XMPEditImpl::setField(XMPInfoImpl::XMPItemInfo& item, std::string const& itemName, std::string const& fieldName,
                            std::string const& value) {
     try {
-        xmp_text::requireValue(value, fieldName);
-        xmp_text::requireName(fieldName);
+        requireValue(value, fieldName);
+        requireName(fieldName);
         item.set(fieldName, value);
         if (fieldName == "Semantic" && value != itemName)
             info->itemRenamed(itemName, value);
@@ -127,7 +204,7 @@ XMPEdit& XMPEditImpl::removeItemField(std::string const& itemName, std::string c
     auto* item = info->findItem(itemName);
     if (!item)
         return *this;
-    xmp_text::requireName(fieldName);
+    requireName(fieldName);
     item->remove(fieldName);
     if (fieldName == "Semantic" || fieldName == "Mime")
         info->itemBroken(itemName, item->getPlace(), fieldName == "Semantic");

@@ -3,7 +3,6 @@
 
 #include "CheckedFile.h"
 #include "XMPKept.h"
-#include "XMPPacketLoad.h"
 #include "io/ImageMetaReader.h"
 
 #include <algorithm>

@@ -7,7 +7,6 @@
 #include "Text.h"
 #include "XMPCopy.h"
 #include "XMPEditImpl.h"
-#include "XMPPacketLoad.h"
 
 #include <algorithm>
 #include <optional>

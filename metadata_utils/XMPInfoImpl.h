@@ -15,12 +15,6 @@
 
 namespace android::lumo {
 
-/// Prefix to namespace URI of the four registered namespaces, and an empty entry for every other prefix that was looked
-/// up.
-std::map<std::string, std::string>& xmpNamespaces();
-/// The look-up, of one thread at a time; an unknown prefix is entered.
-std::string namespaceOfPrefix(std::string const& prefix);
-
 class XMPInfoImpl;
 
 /// Whatever has an XMP view behind it: the view itself and the editors that work on it.

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -77,5 +78,18 @@ public:
 private:
     SXMPMeta meta;
 };
+
+/// Makes the toolkit ready, once a process: its initialisation, then the four namespaces. Throws XMPError, also when
+/// one of them is registered under another prefix already: prefixed paths would not be found.
+void prepareXMPToolkit();
+
+/// The packet of a text; an empty or blank one gives an empty packet, one that is not wholly XMP throws (code XMP).
+std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text);
+
+/// Prefix to namespace URI of the four registered namespaces, and an empty entry for every other prefix that was looked
+/// up.
+std::map<std::string, std::string>& xmpNamespaces();
+/// The look-up, of one thread at a time; an unknown prefix is entered.
+std::string namespaceOfPrefix(std::string const& prefix);
 
 } // namespace android::lumo

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "XMPPacket.h"
 #include "XMPFixture.h"
-#include "XMPPacketLoad.h"
 #include "support/Memory.h"
 
 #include <ctime>
