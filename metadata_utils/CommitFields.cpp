@@ -18,6 +18,11 @@ namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 
+VideoSource videoOf(MotionPhotoInfoImpl const& view) {
+    auto const [position, size] = view.videoPlace();
+    return VideoSource(view.getFile(), position, size);
+}
+
 } // namespace
 
 /// A moment behind the new video's end: one that the file had becomes the video's end, one that was set for this edit
@@ -45,7 +50,7 @@ void CommitFields::prepareXMP() {
         return;
     // The moment alone claimed a video that the first generation or a box has told of so far.
     auto const isTold = [&] {
-        return fields.containsOffset() || (parts.isHEIC() && video_box::totalSize(parts.outputFile) > 0);
+        return fields.containsOffset() || (parts.isHEIC && video_box::totalSize(parts.outputFile) > 0);
     };
     bool const isNewClaim = staged.isTimestampSet && !fields.containsItem() && isTold();
     if (!fields.contains() || isNewClaim || (staged.video && !fields.isClaimed())) { // "0": it had no video
@@ -78,7 +83,7 @@ void CommitFields::stageExpectedFields() {
 
 /// The video's own record goes, as any other: nothing may claim a video then.
 bool CommitFields::isRecordTakenOut() const {
-    bool const isInTrailer = !parts.isHEIC() && parts.view->hasVideo() && !outside.hasPointedVideo();
+    bool const isInTrailer = !parts.isHEIC && parts.view->hasVideo() && !outside.pointedVideo();
     return isInTrailer && parts.qrtEdit->isDirty() &&
            parts.qrtEdit->staging().plan().find(qrt::TYPE_MOTION_PHOTO_DATA) == nullptr;
 }
@@ -105,13 +110,11 @@ void CommitFields::stageTrailerFields() {
 std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo(Written written) const {
     ExpectedVideo expected;
     expected.durationUs = [this]() -> std::optional<int64_t> {
-        auto const held = VideoSource(parts.view->getFile(), static_cast<uint32_t>(parts.view->getVideoPosition()),
-                                      static_cast<uint32_t>(parts.view->getVideoSize()));
-        return staged.video ? staged.video->durationUs() : held.durationUs();
+        return staged.video ? staged.video->durationUs() : videoOf(*parts.view).durationUs();
     };
     bool const writesTrailer = written == Written::TRAILER || parts.qrtEdit->isDirty();
     if (!writesTrailer) { // it stays as it was written, in that order or another
-        if (!parts.view->hasVideo() || (!parts.isHEIC() && outside.hasPointedVideo()))
+        if (!parts.view->hasVideo() || (!parts.isHEIC && outside.pointedVideo()))
             return std::nullopt;
         expected.length = parts.outputFile->size() - static_cast<uint32_t>(parts.view->getVideoPosition());
         expected.padding = static_cast<uint32_t>(parts.view->getImageVideoPadding());
@@ -124,11 +127,11 @@ std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo(Written w
     if (place->record->dataSize > VideoPointer::MAX_RECORD_SIZE) {
         expected.length = plan.lengthFrom(*place);
         expected.padding =
-            parts.isHEIC() ? static_cast<uint32_t>(parts.view->getImageVideoPadding()) : plan.paddingOf(*place);
+            parts.isHEIC ? static_cast<uint32_t>(parts.view->getImageVideoPadding()) : plan.paddingOf(*place);
         return expected;
     }
     bool const writesBox = written == Written::EVERYTHING && staged.video;
-    if (!parts.isHEIC() || (!writesBox && !parts.view->hasVideo()))
+    if (!parts.isHEIC || (!writesBox && !parts.view->hasVideo()))
         return std::nullopt;
     uint32_t const inFront = writesBox ? staged.video->size()
                                        : plan.getGround().image - static_cast<uint32_t>(parts.view->getVideoPosition());
@@ -195,9 +198,7 @@ void CommitFields::completeCommit(size_t orgFileSize) {
         return;
     VideoFields fields(*parts.xmpEdit);
     if (fields.timestamp().empty()) {
-        VideoSource const video(parts.view->getFile(), static_cast<uint32_t>(parts.view->getVideoPosition()),
-                                static_cast<uint32_t>(parts.view->getVideoSize()));
-        if (auto const duration = video.durationUs())
+        if (auto const duration = videoOf(*parts.view).durationUs())
             takeMoment(*duration);
     }
     if (isMomentTaken)

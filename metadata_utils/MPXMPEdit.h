@@ -14,7 +14,7 @@ namespace android::lumo {
 class MPXMPEdit : public XMPEdit, public XMPViewHolder {
 public:
     MPXMPEdit(std::unique_ptr<XMPEdit> editor, std::function<void(MPXMPEdit*)> const& report)
-        : wrapped(std::move(editor)), onCommitted(report), output(xmpView()->getFile()) {}
+        : wrapped(std::move(editor)), onCommitted(report), view(XMPInfoImpl::of(*wrapped)), output(view->getFile()) {}
 
     bool isEmpty() const override { return wrapped->isEmpty(); }
     bool isNotEmpty() const override { return wrapped->isNotEmpty(); }
@@ -78,7 +78,7 @@ public:
         finish();
     }
 
-    std::shared_ptr<XMPInfoImpl> xmpView() const override { return XMPInfoImpl::of(*wrapped); }
+    std::shared_ptr<XMPInfoImpl> xmpView() const override { return view; }
     /// The file that commits write.
     std::shared_ptr<MediaFile> const& getOutput() const { return output; }
 
@@ -96,8 +96,8 @@ public:
     }
     /// As many bytes more stand behind a video that XMP counts from the file's end.
     void followEnd(int64_t growth) {
-        claims::followEnd(*xmpView()->getMeta(), growth);
-        xmpView()->reindex();
+        claims::followEnd(*view->getMeta(), growth);
+        view->reindex();
         makeDirty();
     }
 
@@ -114,6 +114,7 @@ private:
 
     std::unique_ptr<XMPEdit> wrapped;
     std::function<void(MPXMPEdit*)> onCommitted;
+    std::shared_ptr<XMPInfoImpl> view;
     std::shared_ptr<MediaFile> output;
     bool isMarked = false;
     bool isSetAside = false;

@@ -51,14 +51,14 @@ private:
 } // namespace
 
 void MotionPhotoCommit::write() {
-    Survey survey(parts.qrtEdit->staging());
+    Planned planned(parts.qrtEdit->staging());
     requireCommittable(*parts.outputFile);
     PacketKeeper packet(parts);
     mediator.reset();
     try {
-        writeSteps(survey);
+        writeSteps(planned);
     } catch (...) {
-        survey.reset();
+        planned.reset();
         noteGrowth();
         throw;
     }
@@ -68,19 +68,19 @@ void MotionPhotoCommit::write() {
 }
 
 /// The trailer is looked at once for everything that is worked out before the first step writes.
-void MotionPhotoCommit::writeSteps(Survey& survey) {
+void MotionPhotoCommit::writeSteps(Planned& planned) {
     if (!orgFileSize)
         orgFileSize = parts.view->getFileSize();
     fields.emplace(parts, staged, outside);
     bool const isWithoutXMP = isVideoRemovalWithoutXMP();
     std::optional<checked::SpaceKeeper> space;
     if (!isWithoutXMP) {
-        prepareCommit(survey);
+        prepareCommit(planned);
         space.emplace(parts.outputFile, expectedFileSize(), ErrorAt());
-        survey.reset();
+        planned.reset();
         prepareImageType();
     }
-    survey.reset();
+    planned.reset();
     LOGI("xmp-isDirty: %d, qrt-isDirty: %d", parts.xmpEdit->isDirty(), parts.qrtEdit->isDirty());
     if (parts.xmpEdit->isDirty() && !isWithoutXMP)
         parts.xmpEdit->commit(parts.outputFile);
@@ -103,18 +103,18 @@ void MotionPhotoCommit::noteGrowth() noexcept {
         if (trailer.getTrailerSize() > 0)
             known += uint64_t{trailer.boxHeaderSize()} + trailer.getTrailerSize();
         uint32_t const size = parts.outputFile->size();
-        if (parts.isHEIC() && !parts.qrtEdit->staging().isUnfinished() && size > known)
+        if (parts.isHEIC && !parts.qrtEdit->staging().isUnfinished() && size > known)
             sizeWithGrowth = size;
     } catch (std::exception const& e) {
         LOGE("fail to look at what a failed commit has left: %s", e.what());
     }
 }
 
-void MotionPhotoCommit::prepareCommit(Survey& survey) {
+void MotionPhotoCommit::prepareCommit(Planned& planned) {
     if (mustRestoreTrailer()) {
-        survey.reset();
+        planned.reset();
         restoreTrailer();
-        survey.emplace(parts.qrtEdit->staging());
+        planned.emplace(parts.qrtEdit->staging());
     }
     fields->prepareXMP();
     fields->stageExpectedFields();
@@ -136,10 +136,10 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output, bool isTrail
     if (parts.qrtEdit->isDirty() || !staged.extras.empty())
         static_cast<void>(
             parts.qrtEdit->staging().plan()); // a file that is no longer the one that was read, before all else
-    if (parts.isHEIC() && !staged.extras.empty())
+    if (parts.isHEIC && !staged.extras.empty())
         video_box::requireMovable(parts.outputFile, parts.qrtEdit->staging().plan().getGround().image);
-    if (!parts.isHEIC() && !staged.extras.empty())
-        outside.requirePointedVideoLast();
+    if (!parts.isHEIC && !staged.extras.empty())
+        static_cast<void>(outside.pointedVideoLast());
     parts.view->getPacket()->requireUnchanged();
     CommitFields(parts, staged, outside).requireTimestamp();
     checked::sizeOf(uint64_t{expectedFileSize()} + XMP_OVERHEAD + MIN_XMP_ROOM);
@@ -175,7 +175,7 @@ uint32_t MotionPhotoCommit::expectedFileSize() {
         size += room.payload < needed ? needed + XMP_OVERHEAD : 0;
     }
     most = std::max(most, size);
-    if (parts.isHEIC() && !staged.extras.empty()) {
+    if (parts.isHEIC && !staged.extras.empty()) {
         size -= std::min(size, video_box::totalSize(parts.outputFile));
         size += staged.video ? video_box::sizeFor(*staged.video) : 0;
         most = std::max(most, size);
@@ -190,7 +190,7 @@ uint32_t MotionPhotoCommit::expectedFileSize() {
 /// Nothing is left to be said of a video, and nothing else is asked for: a HEIC without XMP stays without, and needs no
 /// room for any.
 bool MotionPhotoCommit::isVideoRemovalWithoutXMP() {
-    if (!parts.isHEIC() || !staged.isMotionPhotoXMPRemoved || !parts.xmpEdit->isEmpty())
+    if (!parts.isHEIC || !staged.isMotionPhotoXMPRemoved || !parts.xmpEdit->isEmpty())
         return false;
     auto const& records = parts.qrtEdit->staging().getStaged();
     bool const onlyRemoves =
@@ -207,7 +207,7 @@ PacketAhead MotionPhotoCommit::packetAhead() {
     CommitFields ahead(parts, staged, outside);
     ahead.prepareXMP();
     ahead.stageExpectedFields();
-    if (!parts.isHEIC() && !parts.xmpEdit->isDirty())
+    if (!parts.isHEIC && !parts.xmpEdit->isDirty())
         return {};
     return {parts.view->getPacket()->getMeta(), parts.xmpEdit->serializeToBuffer(), parts.xmpEdit->isDirty()};
 }
@@ -254,7 +254,7 @@ void MotionPhotoCommit::prepareTrailerSteps(MediaFile const& file) {
 /// An image part that cannot be written again is found before the trailer moves; what the XMP will need exactly is
 /// known only afterwards.
 void MotionPhotoCommit::requireRoomFor(uint32_t packetSize) const {
-    if (!parts.isHEIC())
+    if (!parts.isHEIC)
         return;
     HEIFMetaWriter writer(parts.outputFile);
     if (writer.xmpRoom() < packetSize)
@@ -262,7 +262,7 @@ void MotionPhotoCommit::requireRoomFor(uint32_t packetSize) const {
 }
 
 bool MotionPhotoCommit::mustRestoreTrailer() const {
-    return parts.isHEIC() && (isTrailerFound || HEIFMetaWriter::isTrailerHidden(*parts.outputFile));
+    return parts.isHEIC && (isTrailerFound || HEIFMetaWriter::isTrailerHidden(*parts.outputFile));
 }
 
 /// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they

@@ -52,10 +52,10 @@ public:
     OutsideVideo& outsideVideo() { return outside; }
 
 private:
-    using Survey = std::optional<QRTEditImpl::OneSurvey>;
+    using Planned = std::optional<QRTEditImpl::OnePlan>;
 
-    void writeSteps(Survey& survey);
-    void prepareCommit(Survey& survey);
+    void writeSteps(Planned& planned);
+    void prepareCommit(Planned& planned);
     void prepareTrailerSteps(MediaFile const& file);
     void noteGrowth() noexcept;
     void requireNothingLeft() const;

@@ -26,6 +26,7 @@ MotionPhotoEditImpl::MotionPhotoEditImpl(std::shared_ptr<MotionPhotoInfo> const&
     if (parts.view == nullptr)
         throw ErrorAt()("a motion-photo editor needs the library's own view");
     parts.outputFile = parts.view->getFile();
+    parts.isHEIC = parts.view->getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC;
     mediator = std::make_shared<Mediator>(parts);
     staged.extras.max_load_factor(1.0F);
     getQRTEdit();
@@ -89,7 +90,7 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTData(int type, std::string const& ke
 
 /// A video goes where the still has its place for one.
 void MotionPhotoEditImpl::stageRecord(int type, std::string const& key, ByteSource const& data) {
-    if (type == qrt::TYPE_MOTION_PHOTO_DATA && parts.isHEIC()) {
+    if (type == qrt::TYPE_MOTION_PHOTO_DATA && parts.isHEIC) {
         stageVideo(VideoSource(data));
         parts.qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_VERSION, qrt::NAME_MOTION_PHOTO_VERSION,
                                MediaDefs::motionphotoFormatString(MediaDefs::MotionPhotoFormat::MPV3));
@@ -109,7 +110,7 @@ MotionPhotoEdit& MotionPhotoEditImpl::addQRTInfo(std::shared_ptr<QRTInfo> const&
     for (auto const& record : records) {
         auto const pointed = pointedVideo(*other, record);
         bool const isVideo = record.type == qrt::TYPE_MOTION_PHOTO_DATA;
-        if (isVideo && parts.isHEIC()) {
+        if (isVideo && parts.isHEIC) {
             stageRecord(record.type, record.name, pointed ? *pointed : parts.qrtEdit->staging().dataOf(*other, record));
             continue;
         }
@@ -200,7 +201,7 @@ void MotionPhotoEditImpl::stageVideo(VideoSource const& video) {
     parts.qrtEdit->staging().removeWhere([](auto const& record) {
         return record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.name != qrt::NAME_MOTION_PHOTO_DATA;
     });
-    if (parts.isHEIC()) { // until the box is written, the pointer to the old one keeps the record's place
+    if (parts.isHEIC) { // until the box is written, the pointer to the old one keeps the record's place
         bool const hasBox = parts.view->hasVideo() && video_box::totalSize(parts.outputFile) > 0;
         VideoPointer const old{VideoPointer::TAG, hasBox ? static_cast<uint32_t>(getVideoPosition()) : 0,
                                hasBox ? static_cast<uint32_t>(getVideoSize()) : 0};
@@ -227,11 +228,11 @@ void MotionPhotoEditImpl::noteVideoEdit(std::optional<VideoSource> const& video)
             parts.view->getPacket()->packetInFile()->get(xmp_ns::CAMERA, VideoFields::TIMESTAMP).value_or("");
     parts.qrtEdit->staging().dropSubInfo(qrt::TYPE_MOTION_PHOTO_DATA);
     parts.qrtEdit->staging().cutWhenEmpty(!video);
-    if (parts.isHEIC() && video)
+    if (parts.isHEIC && video)
         staged.extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this, video](auto const& file) {
             inPlace->outsideVideo().addMPVDBox(file, *video);
         };
-    else if (parts.isHEIC())
+    else if (parts.isHEIC)
         staged.extras[ExtraType::MOTION_PHOTO_VIDEO_BOX] = [this](auto const& file) {
             inPlace->outsideVideo().removeMPVDBox(file);
         };

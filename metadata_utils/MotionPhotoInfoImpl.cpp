@@ -56,9 +56,8 @@ bool isResolved(QRTDataInfo const& record, uint32_t tailPosition) {
 
 /// The record of the video, its pointer resolved: by the load callback already, or from the record's data now.
 Stretch placeOf(QRTInfoImpl& trailer) {
-    auto const& records = trailer.getRecordList();
-    auto const record = std::find_if(records.begin(), records.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
-    if (record == records.end())
+    auto const* record = trailer.find(qrt::TYPE_MOTION_PHOTO_DATA);
+    if (record == nullptr)
         return {};
     // Unsigned: as a signed number a video of 2 GiB and more would be negative, and read into memory as a pointer.
     bool const isVideo = record->dataPayload > VideoPointer::MAX_RECORD_SIZE;
@@ -274,6 +273,10 @@ std::shared_ptr<MotionPhotoEdit> MotionPhotoInfoImpl::edit() {
 }
 
 // The video. ----------------------------------------------------------------------------------------------------------
+
+Stretch MotionPhotoInfoImpl::videoPlace() const {
+    return placeOf(*qrtInfo);
+}
 
 size_t MotionPhotoInfoImpl::getVideoPosition() const {
     return placeOf(*qrtInfo).position;

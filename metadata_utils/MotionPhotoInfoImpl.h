@@ -65,6 +65,8 @@ public:
     std::shared_ptr<MediaFile> const& getFile() const { return file; }
     std::shared_ptr<QRTInfoImpl> const& getTrailer() const { return qrtInfo; }
     std::shared_ptr<XMPInfoImpl> const& getPacket() const { return xmpInfo; }
+    /// Where the video stands; nothing of it is read, its pointer apart.
+    Stretch videoPlace() const;
     /// Whether a video stands at getVideoPosition() for getVideoSize() bytes, as far as the file's length tells.
     bool hasVideo() const;
 

@@ -100,7 +100,7 @@ void MotionPhotoEditImpl::Mediator::commitXMP(std::shared_ptr<MediaFile> const& 
 }
 
 void MotionPhotoEditImpl::Mediator::makeRoom() {
-    if (!parts.isHEIC())
+    if (!parts.isHEIC)
         return;
     uint32_t const need = static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size());
     HEIFMetaWriter writer(parts.outputFile);

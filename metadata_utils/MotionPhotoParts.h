@@ -24,8 +24,7 @@ struct MotionPhotoParts {
     std::shared_ptr<MediaFile> outputFile; ///< the view's file, perhaps through another descriptor
     std::unique_ptr<MPQRTEdit> qrtEdit;
     std::unique_ptr<MPXMPEdit> xmpEdit;
-
-    bool isHEIC() const { return view->getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC; }
+    bool isHEIC = false;
 };
 
 /// What is asked of the photo's video, and of what the packet says of it, beside the staged records and packet.

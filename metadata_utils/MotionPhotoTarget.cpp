@@ -65,7 +65,7 @@ uint32_t startOfMotion(MotionPhotoEditImpl const& owner) {
 void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<MediaFile> const& prepared) {
     bool const isFirst = editor == nullptr || prepared != still;
     std::optional<PhotoCopy> copy;
-    std::optional<QRTEditImpl::OneSurvey> survey(owner.getQRTEdit().staging());
+    std::optional<QRTEditImpl::OnePlan> planned(owner.getQRTEdit().staging());
     owner.requireCommittable(*file, isFirst && prepared != nullptr);
     if (isFirst) {
         editor = nullptr;
@@ -78,7 +78,7 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
             copy ? std::make_shared<XMPPacket>() : nullptr; // the copy's view is handed the owner's packet
         editor = std::make_shared<MotionPhotoEditImpl>(std::make_shared<MotionPhotoInfoImpl>(file, none));
     }
-    survey.reset();
+    planned.reset();
     try {
         handOver(owner, isFirst, copy ? &*copy : nullptr);
         editor->commit();

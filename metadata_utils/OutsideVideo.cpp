@@ -37,36 +37,35 @@ void OutsideVideo::removeMPVDBox(std::shared_ptr<MediaFile> const& file) {
     parts.view->getTrailer()->adjustPosition(file->size());
 }
 
-/// The pointer that the file has now leads to a whole video in front of the trailer.
-bool OutsideVideo::hasPointedVideo() const {
+std::optional<Stretch> OutsideVideo::pointedVideo() const {
     auto const& trailer = *parts.view->getTrailer();
-    auto const& records = trailer.getRecordList();
-    auto const record = std::find_if(records.begin(), records.end(), ofType(qrt::TYPE_MOTION_PHOTO_DATA));
-    if (parts.isHEIC() || record == records.end() || !VideoPointer::mayStandIn(record->type, record->dataPayload))
-        return false;
-    uint64_t const end = uint64_t{parts.view->getVideoPosition()} + parts.view->getVideoSize();
-    return parts.view->getVideoPosition() > 0 && parts.view->getVideoSize() > 0 && end <= trailer.getImageSize() &&
-           VideoFields::standsAt(*parts.outputFile,
-                                 parts.outputFile->size() - static_cast<uint32_t>(parts.view->getVideoPosition()));
+    auto const* record = trailer.find(qrt::TYPE_MOTION_PHOTO_DATA);
+    if (parts.isHEIC || record == nullptr || !VideoPointer::mayStandIn(record->type, record->dataPayload))
+        return std::nullopt;
+    Stretch const video = parts.view->videoPlace();
+    bool const liesInImage =
+        video.position > 0 && video.size > 0 && uint64_t{video.position} + video.size <= trailer.getImageSize();
+    if (!liesInImage || !VideoFields::standsAt(*parts.outputFile, parts.outputFile->size() - video.position))
+        return std::nullopt;
+    return video;
 }
 
-/// A video that a JPEG's pointer leads to goes with the pointer, when nothing but the trailer stands behind it.
-void OutsideVideo::requirePointedVideoLast() const {
-    size_t const end = parts.view->getVideoPosition() + parts.view->getVideoSize();
-    if (hasPointedVideo() && end != parts.view->getImageSize())
+std::optional<Stretch> OutsideVideo::pointedVideoLast() const {
+    auto const video = pointedVideo();
+    if (video && video->end() != parts.view->getImageSize())
         throw ErrorAt().as(Error::Code::UNSUPPORTED)("other bytes stand between the video that ends at %zu and the "
                                                      "trailer",
-                                                     end);
+                                                     size_t{video->end()});
+    return video;
 }
 
 void OutsideVideo::removePointedVideo(std::shared_ptr<MediaFile> const& file) {
-    requirePointedVideoLast();
-    if (!hasPointedVideo())
+    auto const video = pointedVideoLast();
+    if (!video)
         return;
-    auto const size = static_cast<uint32_t>(parts.view->getVideoSize());
     uint64_t const changes = file->changes();
     try {
-        moveTail(file, static_cast<uint32_t>(parts.view->getVideoPosition()) + size, -int64_t{size});
+        moveTail(file, video->end(), -int64_t{video->size});
     } catch (...) {
         isCutShort = file->changes() != changes;
         throw;

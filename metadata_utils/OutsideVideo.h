@@ -19,8 +19,10 @@ public:
     void addMPVDBox(std::shared_ptr<MediaFile> const& file, VideoSource const& video);
     void removeMPVDBox(std::shared_ptr<MediaFile> const& file);
     void removePointedVideo(std::shared_ptr<MediaFile> const& file);
-    bool hasPointedVideo() const;
-    void requirePointedVideoLast() const;
+    /// The whole video in front of the trailer that the pointer leads to which the file has now.
+    std::optional<Stretch> pointedVideo() const;
+    /// The same. It goes with the pointer: throws when something else than the trailer stands behind it.
+    std::optional<Stretch> pointedVideoLast() const;
     /// A removal has failed with the video written over in part: nobody would find what is left of it.
     bool isTorn() const { return isCutShort; }
 

@@ -322,12 +322,18 @@ void QRTEditImpl::commit() {
     LOGI("commit X");
 }
 
+TrailerPlan QRTEditImpl::plan() {
+    if (!kept)
+        return plan(output(), *output().getFile());
+    if (!*kept)
+        kept->emplace(plan(output(), *output().getFile()));
+    return **kept;
+}
+
 /// What is to stand behind the image of `from`, which goes into that file or a copy of it.
 TrailerPlan QRTEditImpl::plan(TrailerFile const& from, MediaFile const& into) {
     auto const& seen = *info->getStored();
-    auto const ground = surveyed && *surveyed ? **surveyed : from.survey(info->boxHeaderSize());
-    if (surveyed)
-        *surveyed = ground;
+    auto const ground = from.survey(info->boxHeaderSize());
     if (&from == &source && !seen.holdsSameAs(*source.getStored()))
         throw ErrorAt().as(Error::Code::CHANGED)("the trailer has changed since it was read: its view has others now");
     if (&from == &source && !source.isUnfinished()) {

@@ -77,13 +77,13 @@ public:
 
     std::shared_ptr<QRTInfoImpl> qrtView() const override { return info; }
 
-    /// While it lives, plans are made from one look at the file: for steps that do not write it.
-    class OneSurvey {
+    /// While it lives, the file is looked at and the trailer planned once: for steps that neither write nor stage.
+    class OnePlan {
     public:
-        explicit OneSurvey(QRTEditImpl& of) : editor(of) { editor.surveyed.emplace(); }
-        ~OneSurvey() { editor.surveyed.reset(); }
-        OneSurvey(OneSurvey const&) = delete;
-        OneSurvey& operator=(OneSurvey const&) = delete;
+        explicit OnePlan(QRTEditImpl& of) : editor(of) { editor.kept.emplace(); }
+        ~OnePlan() { editor.kept.reset(); }
+        OnePlan(OnePlan const&) = delete;
+        OnePlan& operator=(OnePlan const&) = delete;
 
     private:
         QRTEditImpl& editor;
@@ -125,7 +125,7 @@ public:
     /// Throws where a HEIC's boxes hide a trailer, which no editor of it knows.
     static void requireNotHidden(MediaFile const& file, ErrorAt at = ErrorAt());
     /// What a commit would write now. Throws what a commit would refuse.
-    TrailerPlan plan() { return plan(output(), *output().getFile()); }
+    TrailerPlan plan();
     /// The view has found other records than it had when this editor was made: those that are neither staged nor
     /// `dropped` go in front of what is staged.
     void takeUpFound(std::function<bool(StagedRecord const&)> const& dropped);
@@ -154,7 +154,7 @@ private:
     TrailerPlan::Order order;
     std::list<std::string> unsupportedKeys{qrt::NAME_3D_PHOTO_INFO};
     HandedRecords handed;
-    std::optional<std::optional<TrailerPlan::Ground>> surveyed; ///< with OneSurvey, and once it is known
+    std::optional<std::optional<TrailerPlan>> kept; ///< with OnePlan, and once it is made
     bool isCutWhenEmpty = false;
     bool ownerKeepsFields = false;
 };

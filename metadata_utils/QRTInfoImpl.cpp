@@ -162,6 +162,11 @@ std::list<ByteBuffer> QRTInfoImpl::getAllData(int type) {
     return all;
 }
 
+QRTDataInfo const* QRTInfoImpl::find(int type) const {
+    auto const found = index.ofType(records, type);
+    return found.count > 0 ? &records[found.first] : nullptr;
+}
+
 std::pair<uint32_t, uint32_t> QRTInfoImpl::placeOf(RecordIndex::Found found) const {
     if (found.count == 0)
         return {0, 0};

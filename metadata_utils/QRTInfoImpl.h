@@ -14,17 +14,9 @@ namespace android::lumo {
 
 class QRTInfoImpl;
 
-// Which record is meant. The name must outlive the answer.
+/// Which record is meant.
 inline auto ofType(int type) {
     return [type](QRTDataInfo const& record) { return record.type == type; };
-}
-
-inline auto named(std::string const& name) {
-    return [&name](QRTDataInfo const& record) { return record.name == name; };
-}
-
-inline auto matching(int type, std::string const& name) {
-    return [type, &name](QRTDataInfo const& record) { return record.type == type && record.name == name; };
 }
 
 /// Whatever answers a trailer view's queries from a view it holds: the editors.
@@ -87,6 +79,8 @@ public:
     uint32_t getTrailerSize() const { return stored->size; }
     /// What the queries answer from: the file's records, and behind them those that addQRTInfo() appended.
     std::vector<QRTDataInfo> const& getRecordList() const { return records; }
+    /// The first of the type, null without one.
+    QRTDataInfo const* find(int type) const;
     /// What the file held when it was last read or written through this view.
     std::shared_ptr<trailer::Stored const> const& getStored() const { return stored; }
     /// Shows one more record, one that only an editor has yet. A data file's bytes begin at dataPosition.

@@ -3,7 +3,6 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "TrailerLayout.h"
 
 #include <algorithm>
 #include <map>
@@ -26,10 +25,6 @@ bool StagedRecord::isFileBacked() const {
         return wasFileBacked;
     auto const* file = std::get_if<DataFile>(&source);
     return file != nullptr && file->isWholeFile;
-}
-
-uint32_t StagedRecord::headSize() const {
-    return trailer::headSize(name.size(), hasSubInfo, subInfoSize);
 }
 
 void StagedRecord::replaceData(std::variant<InFile, InMemory, DataFile> bytes) {

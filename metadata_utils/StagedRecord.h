@@ -4,6 +4,7 @@
 #include "ByteSource.h"
 #include "QRTDataInfo.h"
 #include "RecordIndex.h"
+#include "TrailerLayout.h"
 
 #include <cstdint>
 #include <deque>
@@ -48,7 +49,7 @@ struct StagedRecord {
     bool isInFile() const { return std::holds_alternative<InFile>(source); }
     /// Put as a file, by this commit or an earlier one: a commit again has the same order.
     bool isFileBacked() const;
-    uint32_t headSize() const;
+    uint32_t headSize() const { return trailer::headSize(name.size(), hasSubInfo, subInfoSize); }
     uint64_t size() const { return uint64_t{headSize()} + dataSize; }
     void replaceData(std::variant<InFile, InMemory, DataFile> bytes);
     /// Throws when its bytes are not there or would be written over.

@@ -6,7 +6,6 @@
 #include "Log.h"
 #include "StillEnd.h"
 #include "VideoClaims.h"
-#include "XMPInfoImpl.h"
 
 #include <algorithm>
 #include <charconv>
@@ -28,16 +27,15 @@ std::optional<uint32_t> numberOf(std::string const& text) {
 
 /// Whether the bytes that a JPEG's primary claims behind it are the photo's own: they lead to another picture, a gain
 /// map, that the directory names next. What the trailer has in front of the video comes behind that one.
-bool isPaddingOwn(XMPEdit const& packet) {
-    auto const view = XMPInfoImpl::of(packet);
-    auto const held = claims::read(*view->getMeta());
+bool isPaddingOwn(XMPInfoImpl const& view) {
+    auto const held = claims::read(*view.getMeta());
     auto const* primary = held.primary();
     if (primary == nullptr || primary->padding == 0)
         return false;
     bool const isPictureNext = std::any_of(held.items.begin(), held.items.end(), [&](auto const& item) {
         return item.place == primary->place + 1 && !item.isVideo();
     });
-    MediaFile const& file = *view->getFile();
+    MediaFile const& file = *view.getFile();
     if (!isPictureNext || file.mimeType() != MediaDefs::MimeType::IMAGE_JPEG)
         return false;
     constexpr uint8_t START_OF_IMAGE[] = {0xFF, 0xD8};
@@ -46,15 +44,10 @@ bool isPaddingOwn(XMPEdit const& packet) {
            checked::holds(file, *end + static_cast<uint32_t>(primary->padding), START_OF_IMAGE, sizeof START_OF_IMAGE);
 }
 
-void setPrimaryPadding(XMPEdit& packet, std::string const& held, std::string const& value) {
-    if (held != value && !isPaddingOwn(packet))
-        packet.replaceItemField(VideoFields::PRIMARY_ITEM, names::PADDING, value);
-}
-
 } // namespace
 
 bool VideoFields::isClaimed() const {
-    return packet.getProperty(xmp_ns::CAMERA, names::MOTION_PHOTO) == "1";
+    return view.getProperty(xmp_ns::CAMERA, names::MOTION_PHOTO) == "1";
 }
 
 void VideoFields::claim() {
@@ -67,36 +60,44 @@ void VideoFields::addItem() {
 }
 
 std::string VideoFields::timestamp() const {
-    return packet.getProperty(xmp_ns::CAMERA, TIMESTAMP);
+    return view.getProperty(xmp_ns::CAMERA, TIMESTAMP);
 }
 
 void VideoFields::setTimestamp(int64_t us) {
     packet.setProperty(xmp_ns::CAMERA, TIMESTAMP, std::to_string(us));
-    if (!packet.getProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_TIMESTAMP).empty())
+    if (!view.getProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_TIMESTAMP).empty())
         packet.setProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_TIMESTAMP, std::to_string(us));
 }
 
 void VideoFields::setPlace(uint32_t length, uint32_t padding) {
-    setPrimaryPadding(packet, packet.getItemField(PRIMARY_ITEM, names::PADDING), std::to_string(padding));
+    setPrimaryPadding(view.getItemField(PRIMARY_ITEM, names::PADDING), padding);
     addItem();
     setLength(length);
-    if (packet.getItemField(ITEM, names::PADDING) != "0")
+    if (view.getItemField(ITEM, names::PADDING) != "0")
         packet.replaceItemField(ITEM, names::PADDING, "0");
 }
 
 void VideoFields::setLength(uint32_t length) {
     std::string const value = std::to_string(length);
-    if (packet.getItemField(ITEM, names::LENGTH) != value)
+    if (view.getItemField(ITEM, names::LENGTH) != value)
         packet.replaceItemField(ITEM, names::LENGTH, value);
-    std::string const offset = packet.getProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET);
+    std::string const offset = view.getProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET);
     if (!offset.empty() && offset != value)
         packet.setProperty(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET, value);
 }
 
 void VideoFields::correctPadding(uint32_t padding) {
-    auto const held = packet.getItemField(PRIMARY_ITEM, names::PADDING);
+    auto const held = view.getItemField(PRIMARY_ITEM, names::PADDING);
     if (!held.empty())
-        setPrimaryPadding(packet, held, std::to_string(padding));
+        setPrimaryPadding(held, padding);
+}
+
+/// `held` is what it has now; bytes of the photo's own stay named.
+void VideoFields::setPrimaryPadding(std::string const& held, uint32_t padding) {
+    std::string const value = std::to_string(padding);
+    bool const namesBytes = !held.empty() && held != "0";
+    if (held != value && !(namesBytes && isPaddingOwn(view)))
+        packet.replaceItemField(PRIMARY_ITEM, names::PADDING, value);
 }
 
 void VideoFields::follow(size_t size, size_t position, size_t padding) {
@@ -112,20 +113,19 @@ void VideoFields::clear() {
     for (auto const* name : names::CURRENT)
         packet.removeProperty(xmp_ns::CAMERA, name);
     for (auto const* name : names::OLDER) {
-        if (!packet.getProperty(xmp_ns::CAMERA, name).empty())
+        if (!view.getProperty(xmp_ns::CAMERA, name).empty())
             packet.removeProperty(xmp_ns::CAMERA, name);
     }
-    while (packet.containsItemField(ITEM, "Semantic")) // a damaged directory may name it twice
+    while (view.containsItemField(ITEM, "Semantic")) // a damaged directory may name it twice
         packet.removeItem(ITEM);
-    if (!isPaddingOwn(packet))
+    if (!isPaddingOwn(view))
         packet.replaceItemField(PRIMARY_ITEM, names::PADDING, "0");
 }
 
 void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
-    if (!packet.getItemNames().empty()) { // behind another item it would be no picture
-        auto const view = XMPInfoImpl::of(packet);
-        claims::putPrimaryFirst(*view->getMeta(), MediaDefs::mimeString(mime));
-        view->reindex();
+    if (!view.getItemNames().empty()) { // behind another item it would be no picture
+        claims::putPrimaryFirst(*view.getMeta(), MediaDefs::mimeString(mime));
+        view.reindex();
     }
     packet.setItem(PRIMARY_ITEM, mime);
     packet.setItemField(PRIMARY_ITEM, names::PADDING, "0");
@@ -134,8 +134,8 @@ void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
 VideoFields::Claim VideoFields::getClaim() const {
     Claim claim;
     auto const take = [&](char const* name) {
-        if (packet.containsProperty(std::string("GCamera:") + name, false))
-            claim[name] = packet.getProperty(xmp_ns::CAMERA, name);
+        if (view.containsProperty(std::string("GCamera:") + name, false))
+            claim[name] = view.getProperty(xmp_ns::CAMERA, name);
     };
     for (auto const* name : names::CURRENT)
         take(name);

@@ -6,6 +6,7 @@
 #include "MotionNames.h"
 #include "TrailerPlan.h"
 #include "XMPEdit.h"
+#include "XMPInfoImpl.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -34,14 +35,14 @@ public:
     static constexpr auto const& TIMESTAMP = motion_names::TIMESTAMP;
 
     /// The packet must outlive this.
-    explicit VideoFields(XMPEdit& edited) : packet(edited) {}
+    explicit VideoFields(XMPEdit& edited) : packet(edited), view(*XMPInfoImpl::of(edited)) {}
 
     /// Whether it says anything of being a motion photo, be it "0".
-    bool contains() const { return packet.containsProperty("GCamera:MotionPhoto", false); }
+    bool contains() const { return view.containsProperty("GCamera:MotionPhoto", false); }
     bool isClaimed() const;
-    bool containsItem() const { return packet.containsItem(ITEM, false); }
+    bool containsItem() const { return view.containsItem(ITEM, false); }
     /// The first generation's.
-    bool containsOffset() const { return packet.containsProperty("GCamera:MicroVideoOffset", false); }
+    bool containsOffset() const { return view.containsProperty("GCamera:MicroVideoOffset", false); }
     /// "MotionPhoto" and "MotionPhotoVersion".
     void claim();
     void addItem();
@@ -59,7 +60,7 @@ public:
     /// Takes back everything that is said of a video.
     void clear();
 
-    bool containsPrimary() const { return packet.containsItem(PRIMARY_ITEM, false); }
+    bool containsPrimary() const { return view.containsItem(PRIMARY_ITEM, false); }
     void fillPrimary(MediaDefs::MimeType mime);
 
     /// What the top-level properties say, to be said again.
@@ -77,7 +78,10 @@ public:
     static void requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned);
 
 private:
-    XMPEdit& packet;
+    void setPrimaryPadding(std::string const& held, uint32_t padding);
+
+    XMPEdit& packet;   ///< changes go through the editor,
+    XMPInfoImpl& view; ///< questions to the view behind it
 };
 
 } // namespace android::lumo
