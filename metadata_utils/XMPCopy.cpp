@@ -81,10 +81,10 @@ void XMPCopy::items() {
     if (source.getMeta() == target->getMeta())
         return;
     std::unordered_set<std::string> existing;
-    for (auto const& entry : target->getItems())
+    for (auto const& entry : target->getDirectory().all())
         existing.insert(lowered(entry.first));
-    for (auto const& name : source.getItemNamesInOrder()) {
-        auto* item = source.findItem(name);
+    for (auto const& name : source.getDirectory().namesInOrder()) {
+        auto* item = source.getDirectory().find(name);
         if (!item)
             continue;
         if (skipExisting && !existing.insert(lowered(name)).second) {
@@ -108,7 +108,7 @@ void XMPCopy::field(std::string const& itemName, XMPInfoImpl::XMPItemInfo& item,
 
 /// Fields that are arrays or structs, and those of other namespaces than "Item".
 void XMPCopy::structuredFields(std::string const& itemName, XMPInfoImpl::XMPItemInfo const& item) {
-    auto const* copy = target->findItem(itemName);
+    auto const* copy = target->getDirectory().find(itemName);
     if (!copy)
         return;
     std::string last;
@@ -125,13 +125,13 @@ void XMPCopy::structuredFields(std::string const& itemName, XMPInfoImpl::XMPItem
 void XMPCopy::itemsAsRemembered() {
     if (source.getMeta() == target->getMeta())
         return;
-    for (auto const& name : source.getItemNamesInOrder()) {
-        auto* item = source.findItem(name);
+    for (auto const& name : source.getDirectory().namesInOrder()) {
+        auto* item = source.getDirectory().find(name);
         if (!item)
             continue;
         auto const mime = item->getMime();
         auto const type = MediaDefs::mimeTypeOf(mime);
-        auto const isNew = target->findItem(name) == nullptr;
+        auto const isNew = target->getDirectory().find(name) == nullptr;
         editor.setItem(name, type);
         if (isNew && type == MediaDefs::MimeType::NONE)
             editor.setItemField(name, "Mime", mime); // a type this library has no number for keeps its text

@@ -136,7 +136,7 @@ XMPEdit& XMPEditImpl::removeProperty(std::string const& schemaNS, std::string co
 // Items. --------------------------------------------------------------------------------------------------------------
 
 XMPEdit& XMPEditImpl::setItem(std::string const& itemName, MediaDefs::MimeType mime) {
-    if (info->getItems().contains(itemName)) {
+    if (info->getDirectory().all().contains(itemName)) {
         LOGI("already exist item, use exist one");
         return *this;
     }
@@ -147,17 +147,17 @@ XMPEdit& XMPEditImpl::setItem(std::string const& itemName, MediaDefs::MimeType m
     auto const& meta = info->getMeta();
     meta->set(xmp_ns::CONTAINER, path + "/Item:Mime", mimeText);
     meta->set(xmp_ns::CONTAINER, path + "/Item:Semantic", itemName);
-    info->itemInserted(itemName, place);
+    info->getDirectory().inserted(itemName, place);
     dirty = true;
     return *this;
 }
 
 /// An empty entry of the directory; returns its place.
 int32_t XMPEditImpl::addItemEntry() {
-    auto const unread = info->getFirstUnread();
+    auto const unread = info->getDirectory().getFirstUnread();
     if (unread == 0) {
         addArrayItem();
-        return info->countDirectory();
+        return info->getDirectory().count();
     }
     info->getMeta()->insertStruct(xmp_ns::CONTAINER, DIRECTORY, unread);
     return unread;
@@ -170,7 +170,7 @@ void XMPEditImpl::addArrayItem() {
 XMPEdit& XMPEditImpl::setItemField(std::string const& itemName, std::string const& fieldName,
                                    std::string const& value) {
     LOGI("setItemField: itemName=%s, fieldName=%s, fieldValue=%s", itemName.c_str(), fieldName.c_str(), value.c_str());
-    auto* item = info->findItem(itemName);
+    auto* item = info->getDirectory().find(itemName);
     if (!item)
         throw ErrorAt()("no such item(%s) exist, add item first w/ addItem", itemName.c_str());
     setField(*item, itemName, fieldName, value);
@@ -179,7 +179,7 @@ XMPEdit& XMPEditImpl::setItemField(std::string const& itemName, std::string cons
 
 XMPEdit& XMPEditImpl::replaceItemField(std::string const& itemName, std::string const& fieldName,
                                        std::string const& value) {
-    if (auto* item = info->findItem(itemName))
+    if (auto* item = info->getDirectory().find(itemName))
         setField(*item, itemName, fieldName, value);
     return *this;
 }
@@ -191,8 +191,8 @@ void XMPEditImpl::setField(XMPInfoImpl::XMPItemInfo& item, std::string const& it
         requireName(fieldName);
         item.set(fieldName, value);
         if (fieldName == "Semantic" && value != itemName)
-            info->itemRenamed(itemName, value);
-        else if (fieldName == "Mime" && item.getPlace() == info->getFirstUnread())
+            info->getDirectory().renamed(itemName, value);
+        else if (fieldName == "Mime" && item.getPlace() == info->getDirectory().getFirstUnread())
             info->updateXMPItems(); // the entry is complete, those behind it can be read
     } catch (Error const& e) {
         LOGI("err: %s", messageOf(e));
@@ -201,24 +201,24 @@ void XMPEditImpl::setField(XMPInfoImpl::XMPItemInfo& item, std::string const& it
 }
 
 XMPEdit& XMPEditImpl::removeItemField(std::string const& itemName, std::string const& fieldName) {
-    auto* item = info->findItem(itemName);
+    auto* item = info->getDirectory().find(itemName);
     if (!item)
         return *this;
     requireName(fieldName);
     item->remove(fieldName);
     if (fieldName == "Semantic" || fieldName == "Mime")
-        info->itemBroken(itemName, item->getPlace(), fieldName == "Semantic");
+        info->getDirectory().broken(itemName, item->getPlace(), fieldName == "Semantic");
     dirty = true;
     return *this;
 }
 
 XMPEdit& XMPEditImpl::removeItem(std::string const& itemName) {
-    auto const* item = info->findItem(itemName);
+    auto const* item = info->getDirectory().find(itemName);
     if (!item)
         return *this;
     auto const index = item->getIndex();
     info->getMeta()->removeEntry(xmp_ns::CONTAINER, DIRECTORY, item->getPlace());
-    info->itemRemoved(itemName);
+    info->getDirectory().removed(itemName);
     dirty = true;
     LOGI("remove %s[%d]", itemName.c_str(), index);
     return *this;
@@ -229,7 +229,7 @@ XMPEdit& XMPEditImpl::removeItem(std::string const& itemName) {
 XMPEdit& XMPEditImpl::removeAll() {
     LOGI("removeAll E");
     auto const byIndex = [](auto const& a, auto const& b) { return a.second.getIndex() < b.second.getIndex(); };
-    auto const names = MediaDefs::getKeys(info->getItems(), byIndex);
+    auto const names = MediaDefs::getKeys(info->getDirectory().all(), byIndex);
     for (auto name = names.rbegin(); name != names.rend(); ++name)
         removeItem(*name);
     // Entries the index does not know, duplicates and broken ones, go with the array.

@@ -16,7 +16,6 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "XMPInfoImpl";
-constexpr char DIRECTORY[] = "Container:Directory";
 
 /// Whether the name is one of the list; with `ignoreCase` all of them are lowered first.
 bool holds(std::list<std::string> const& names, std::string const& name, bool ignoreCase) {
@@ -27,6 +26,31 @@ bool holds(std::list<std::string> const& names, std::string const& name, bool ig
 }
 
 } // namespace
+
+XMPInfo::~XMPInfo() = default;
+
+std::shared_ptr<XMPInfo> XMPInfo::parse(std::shared_ptr<MediaFile> const& file) {
+    if (!file)
+        throw ErrorAt()("no file given");
+    checked::requireAddressable(*file);
+    return std::make_shared<XMPInfoImpl>(file);
+}
+
+std::list<std::pair<std::string, std::string>> XMPInfo::getProperties() const {
+    return XMPInfoImpl::of(*this)->getProperties();
+}
+
+std::set<std::string> XMPInfo::getItemFieldNames(std::string const& itemName) const {
+    return XMPInfoImpl::of(*this)->getItemFieldNames(itemName);
+}
+
+void XMPInfo::copyTo(XMPInfo& target) const {
+    XMPInfoImpl::of(*this)->copyTo(target);
+}
+
+std::string XMPInfo::dump() const {
+    return XMPInfoImpl::of(*this)->dump();
+}
 
 XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed) : file(viewed) {
     prepareXMPToolkit();
@@ -70,10 +94,10 @@ void XMPInfoImpl::takeOthers() {
         return;
     inFile->requireKeepable();
     auto merged = copyContents();
-    auto const count = countDirectory();
+    auto const count = directory.count();
     inFile->mergeInto(*merged.packet);
-    if (merged.packet->count(xmp_ns::CONTAINER, DIRECTORY) != count)
-        merged.directory = readDirectory(merged.packet, {});
+    if (merged.directory.count() != count)
+        merged.directory = XMPDirectory(merged.packet);
     exchange(std::move(merged));
     areOthersIn = true;
 }
@@ -88,10 +112,8 @@ void XMPInfoImpl::takeOthersThatAgree() {
 }
 
 XMPInfoImpl::Contents XMPInfoImpl::copyContents() const {
-    Contents copied{meta->clone(), directory};
-    for (auto& entry : copied.directory.items)
-        entry.second.moveInto(copied.packet);
-    return copied;
+    auto const copied = meta->clone();
+    return {copied, directory.in(copied)};
 }
 
 XMPInfoImpl::Contents XMPInfoImpl::exchange(Contents contents) noexcept {
@@ -103,141 +125,15 @@ XMPInfoImpl::Contents XMPInfoImpl::exchange(Contents contents) noexcept {
 // The index of the directory. -----------------------------------------------------------------------------------------
 
 void XMPInfoImpl::adopt(std::shared_ptr<XMPPacket> const& packet) {
-    exchange({packet, readDirectory(packet, {})});
+    exchange({packet, XMPDirectory(packet)});
 }
 
 void XMPInfoImpl::reindex() {
-    directory = readDirectory(meta, {});
+    directory = XMPDirectory(meta);
 }
 
 void XMPInfoImpl::updateXMPItems() {
-    directory = readDirectory(meta, directory.items);
-}
-
-/// Puts each entry under its name, over what is known; stops at one that lacks a field every item has.
-XMPInfoImpl::Directory XMPInfoImpl::readDirectory(std::shared_ptr<XMPPacket> const& packet, ItemIndex const& known) {
-    LOGI("updateXMPItems E");
-    Directory read{known, 0, false};
-    try {
-        auto const count = packet->count(xmp_ns::CONTAINER, DIRECTORY);
-        LOGI("arrSize=%d", count);
-        std::set<std::string> seen;
-        for (int32_t place = 1; place <= count; ++place) {
-            read.firstUnread = place;
-            auto const name = packet->get(xmp_ns::CONTAINER, XMPItemInfo::structPathAt(place) + "/Item:Semantic");
-            if (!name)
-                throw ErrorAt().as(Error::Code::XMP)("fail to get item field");
-            read.hasDuplicates |= !seen.insert(*name).second;
-            auto const& item = read.items.insert_or_assign(*name, XMPItemInfo(packet, place)).first->second;
-            LOGI("fieldValue=%s, struct path: %s", name->c_str(), item.getStructPath().c_str());
-            if (!item.contains("Mime"))
-                throw ErrorAt().as(Error::Code::XMP)("Mime should be given");
-            read.firstUnread = 0;
-        }
-    } catch (std::exception const& e) {
-        rethrowUnlessDamage();
-        LOGI("fail to parse xmp items: %s", messageOf(e));
-    }
-    LOGI("updateXMPItems X");
-    return read;
-}
-
-int32_t XMPInfoImpl::countDirectory() const {
-    return meta->count(xmp_ns::CONTAINER, DIRECTORY);
-}
-
-/// The "Item:Semantic" of the entry that stands at a place now.
-std::optional<std::string> XMPInfoImpl::itemNameAt(int32_t place) const {
-    try {
-        return meta->get(xmp_ns::CONTAINER, XMPItemInfo::structPathAt(place) + "/Item:Semantic");
-    } catch (Error const&) {
-        return std::nullopt; // an entry that is no struct has no name
-    }
-}
-
-XMPInfoImpl::XMPItemInfo* XMPInfoImpl::findItem(std::string const& name) const {
-    auto const found = directory.items.find(name);
-    if (found == directory.items.end())
-        return nullptr;
-    auto& item = found->second;
-    auto const recorded = item.getPlace();
-    if (itemNameAt(recorded) == name)
-        return &item;
-    auto const moveTo = [&](int32_t place) {
-        item.moveTo(place);
-        return &item;
-    };
-    // Removals move items towards the front, so the nearest place in front comes first.
-    for (auto place = recorded - 1; place > 0; --place) {
-        if (itemNameAt(place) == name)
-            return moveTo(place);
-    }
-    for (auto place = recorded + 1; place <= countDirectory(); ++place) {
-        if (itemNameAt(place) == name)
-            return moveTo(place);
-    }
-    return nullptr;
-}
-
-std::list<std::string> XMPInfoImpl::getItemNamesInOrder() const {
-    for (auto const& entry : directory.items)
-        findItem(entry.first); // corrects the place
-    return MediaDefs::getKeys(directory.items,
-                              [](auto const& a, auto const& b) { return a.second.getPlace() < b.second.getPlace(); });
-}
-
-void XMPInfoImpl::itemInserted(std::string const& name, int32_t place) {
-    if (directory.firstUnread != 0) {
-        ++directory.firstUnread;
-        for (auto& entry : directory.items)
-            entry.second.makeWayAt(place);
-    }
-    directory.items.insert_or_assign(name, XMPItemInfo(meta, place));
-}
-
-void XMPInfoImpl::itemRemoved(std::string const& name) {
-    auto const found = directory.items.find(name);
-    if (found == directory.items.end())
-        return;
-    auto const place = found->second.getPlace();
-    if (place == directory.firstUnread) {
-        directory.items.erase(found);
-        updateXMPItems(); // what stood behind it can be read now
-        return;
-    }
-    if (place < directory.firstUnread)
-        --directory.firstUnread;
-    if (directory.hasDuplicates) {
-        for (auto i = directory.firstUnread != 0 ? directory.firstUnread - 1 : countDirectory(); i > 0; --i) {
-            if (itemNameAt(i) == name) {
-                found->second = XMPItemInfo(meta, i);
-                return;
-            }
-        }
-    }
-    directory.items.erase(found);
-}
-
-void XMPInfoImpl::itemBroken(std::string const& name, int32_t place, bool isNameless) {
-    directory.firstUnread = directory.firstUnread == 0 ? place : std::min(place, directory.firstUnread);
-    if (isNameless)
-        directory.items.erase(name);
-}
-
-void XMPInfoImpl::itemRenamed(std::string const& oldName, std::string const& newName) {
-    auto node = directory.items.extract(oldName);
-    if (node && !directory.items.contains(newName)) {
-        directory.items.insert_or_assign(newName, std::move(node.mapped()));
-        return;
-    }
-    // Of two entries of a name the later one counts.
-    directory.hasDuplicates = true;
-    for (auto place = countDirectory(); place > 0; --place) {
-        if (itemNameAt(place) == newName) {
-            directory.items.insert_or_assign(newName, XMPItemInfo(meta, place));
-            return;
-        }
-    }
+    directory.readOn();
 }
 
 // Queries. ------------------------------------------------------------------------------------------------------------
@@ -297,9 +193,9 @@ std::list<std::string> XMPInfoImpl::getPropertyNames() const {
 }
 
 std::list<std::string> XMPInfoImpl::getItemNames() const {
-    LOGI("getItemNames E: %zu", directory.items.size());
+    LOGI("getItemNames E: %zu", directory.all().size());
     std::list<std::string> names;
-    for (auto const& entry : directory.items)
+    for (auto const& entry : directory.all())
         names.push_back(entry.first);
     LOGI("getItemNames X: %zu", names.size());
     return names;
@@ -316,7 +212,7 @@ std::string XMPInfoImpl::getProperty(std::string const& schemaNS, std::string co
 
 std::string XMPInfoImpl::getItemField(std::string const& itemName, std::string const& fieldName) const {
     try {
-        if (auto* item = findItem(itemName))
+        if (auto* item = directory.find(itemName))
             return item->get(fieldName);
         LOGI("%s is not given", itemName.c_str());
     } catch (std::exception const& e) {
@@ -327,29 +223,29 @@ std::string XMPInfoImpl::getItemField(std::string const& itemName, std::string c
 }
 
 std::set<std::string> XMPInfoImpl::getItemFieldNames(std::string const& itemName) const {
-    auto* item = findItem(itemName);
+    auto* item = directory.find(itemName);
     return item ? item->getAllFields() : std::set<std::string>{};
 }
 
 std::string XMPInfoImpl::getItemNameAt(int32_t index) const {
-    for (auto const& entry : directory.items) {
+    for (auto const& entry : directory.all()) {
         if (entry.second.getIndex() != index)
             continue;
-        auto const* item = findItem(entry.first);
+        auto const* item = directory.find(entry.first);
         return item ? item->getName() : std::string{};
     }
     return {};
 }
 
 std::string XMPInfoImpl::getLastItem() const {
-    auto const count = countDirectory();
+    auto const count = directory.count();
     auto const name = getItemNameAt(count);
-    auto const* item = findItem(name);
+    auto const* item = directory.find(name);
     if (count == 0 || (item && item->getPlace() == count))
         return name;
     // A removal in front has left the recorded positions behind: the packet says which item is the last.
-    auto const last = itemNameAt(count);
-    return last && directory.items.contains(*last) ? *last : std::string{};
+    auto const last = directory.nameAt(count);
+    return last && directory.all().contains(*last) ? *last : std::string{};
 }
 
 /// The toolkit writes namespaces without escaping them, and nests deeper than it is let read. Every writer gets its
