@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "BigEndian.h"
+
 /// The one home of bounds checks for boxes of the ISO base media file format (ISO/IEC 14496-12).
 ///
 /// A parser that has the bytes in memory reads them through BoxCursor: every read is one take(n), which tests n against
@@ -21,10 +23,7 @@ namespace android::lumo {
 using BoxType = uint32_t;
 
 constexpr BoxType boxType(char const (&code)[5]) {
-    BoxType value = 0;
-    for (int i = 0; i < 4; ++i)
-        value = value << 8 | static_cast<unsigned char>(code[i]);
-    return value;
+    return static_cast<BoxType>(bigEndianNumber(std::string_view(code, 4)));
 }
 
 /// The code as text for messages; bytes that cannot be printed show as '?'.
@@ -76,18 +75,6 @@ enum class BoxFault {
     TooSmall,  ///< the size is smaller than the header
     BeyondEnd, ///< the size is larger than the bytes left; the header is filled in all the same
 };
-
-/// The usual widths apart, so that each is one load.
-inline uint64_t bigEndianNumber(std::span<uint8_t const> bytes) {
-    if (bytes.size() == 4)
-        return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | uint32_t{bytes[3]};
-    if (bytes.size() == 2)
-        return uint32_t{bytes[0]} << 8 | uint32_t{bytes[1]};
-    uint64_t value = 0;
-    for (uint8_t const byte : bytes)
-        value = value << 8 | byte;
-    return value;
-}
 
 /// Decodes the header at the start of `bytes` (16 bytes, or what there is), `left` bytes before the container's end.
 inline BoxFault decodeBoxHeader(std::span<uint8_t const> bytes, uint64_t left, BoxHeader& header) {

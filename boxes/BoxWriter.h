@@ -14,8 +14,8 @@ namespace android::lumo::boxes {
 class BoxWriter {
 public:
     void number(uint64_t value, unsigned width) {
-        for (unsigned i = width; i-- > 0;)
-            bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+        bytes.resize(bytes.size() + width);
+        putBigEndian(value, std::span(bytes).last(width));
     }
     void append(std::span<uint8_t const> source) { bytes.insert(bytes.end(), source.begin(), source.end()); }
 
@@ -33,11 +33,7 @@ public:
         return start;
     }
     /// The sources' sizes have 32 bits and an edit adds less than the checks of the finished length leave.
-    void endBox(size_t start) {
-        uint64_t const size = bytes.size() - start;
-        for (unsigned i = 0; i < 4; ++i)
-            bytes[start + i] = static_cast<uint8_t>(size >> (24 - 8 * i));
-    }
+    void endBox(size_t start) { putBigEndian(bytes.size() - start, std::span(bytes).subspan(start, 4)); }
 
     std::vector<uint8_t> finish() { return std::move(bytes); }
 

@@ -31,10 +31,11 @@ public:
     std::optional<uint32_t> at(uint64_t offset, unsigned width) const {
         if (!rangeFits(offset, width, bytes.size()))
             return std::nullopt;
-        uint32_t value = 0;
-        for (unsigned i = 0; i < width; ++i)
-            value = value << 8 | bytes[static_cast<size_t>(offset) + (bigEndian ? i : width - 1 - i)];
-        return value;
+        auto const field = bytes.subspan(static_cast<size_t>(offset), width);
+        std::string stored(field.begin(), field.end());
+        if (!bigEndian)
+            std::reverse(stored.begin(), stored.end());
+        return static_cast<uint32_t>(bigEndianNumber(stored));
     }
 
 private:
@@ -76,9 +77,11 @@ Index parse(std::span<uint8_t const> bytes, uint32_t base) {
 }
 
 void write(MediaFile& file, Index const& index, uint32_t position, uint32_t value) {
-    uint32_t const stored = index.isBigEndian ? __builtin_bswap32(value) : value;
+    std::string stored = bigEndianBytes(value, FIELD);
+    if (!index.isBigEndian)
+        std::reverse(stored.begin(), stored.end());
     checked::seek(file, position);
-    checked::write(file, &stored, sizeof stored);
+    checked::write(file, stored);
 }
 
 } // namespace
@@ -106,7 +109,7 @@ std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index) {
     for (uint32_t const end : {index.images[0].size, next}) {
         std::array<uint8_t, jpeg::MARKER_SIZE> last{};
         if (end > index.base && checked::readUpTo(file, end - last.size(), last.data(), last.size()) == last.size() &&
-            jpeg::bigEndian(last.data()) == jpeg::END_OF_IMAGE)
+            bigEndianAt<uint16_t>(last.data()) == jpeg::END_OF_IMAGE)
             return end;
     }
     return std::nullopt;

@@ -3,10 +3,10 @@
 #include "ErrorAt.h"
 #include "Log.h"
 #include "MediaFile.h"
+#include "boxes/BigEndian.h"
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -36,12 +36,6 @@ constexpr uint32_t EARLY_PIECE = 2 * 1024 * 1024;
 /// The class is one for its users, whichever file its code stands in.
 ErrorAt error(int line = __builtin_LINE()) {
     return ErrorAt(line, "metadata_utils/MediaFile");
-}
-
-uint16_t bigEndian(uint16_t value) {
-    if constexpr (std::endian::native == std::endian::big)
-        return value;
-    return static_cast<uint16_t>(value << 8 | value >> 8);
 }
 
 /// The whole buffer; a failed or short read throws.
@@ -245,10 +239,9 @@ ssize_t perform_file_shift_and_write(std::shared_ptr<MediaFile> const& file, uin
     checked::seek(*file, position, error());
     file->shiftRightSafely(static_cast<int>(shift), checked::MOVE_BLOCK);
     checked::seek(*file, position, error());
-    uint16_t const header[] = {bigEndian(marker), bigEndian(length)};
-    checked::write(*file, &header[0], sizeof header[0], error());
-    checked::write(*file, &header[1], sizeof header[1], error());
-    return sizeof header[1];
+    checked::write(*file, bigEndianBytes(marker, sizeof marker), error());
+    checked::write(*file, bigEndianBytes(length, sizeof length), error());
+    return sizeof length;
 }
 
 } // namespace android::lumo

@@ -18,6 +18,7 @@
 #include "Text.h"
 #include "TrailerForm.h"
 #include "XMPEditImpl.h"
+#include "boxes/BigEndian.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
 
@@ -28,11 +29,7 @@ namespace android::lumo::published {
 namespace {
 
 constexpr uint32_t BOX_HEADER_SIZE = 8;
-
-std::string bigEndian(uint32_t value) {
-    uint32_t const stored = __builtin_bswap32(value);
-    return {reinterpret_cast<char const*>(&stored), sizeof stored};
-}
+constexpr unsigned BOX_SIZE_FIELD = 4;
 
 std::string textOf(ByteBuffer const& bytes) {
     return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
@@ -194,7 +191,7 @@ Fields fieldsWithTrailer(PhotoLayout const& layout, MotionVideo const& video, Ch
 /// Of a movie's last box; 0 says that it ends where the movie does.
 void setSizeOfLastBox(MediaFile& file, uint32_t position, uint32_t size, bool isOpen) {
     auto const last = movie::walk(file, position, size).last;
-    writeAt(file, last.position, bigEndian(isOpen ? 0 : last.size));
+    writeAt(file, last.position, bigEndianBytes(isOpen ? 0 : last.size, BOX_SIZE_FIELD));
 }
 
 void putTrailerIntoJPEG(MediaFile& file, uint32_t position, uint32_t size, Change const& change, NewTrailer& planned) {
@@ -204,7 +201,7 @@ void putTrailerIntoJPEG(MediaFile& file, uint32_t position, uint32_t size, Chang
     if (change.filler > 0) {
         if (change.closesLastBox)
             setSizeOfLastBox(file, video, size, false);
-        writeAt(file, end, bigEndian(change.filler) + "free");
+        writeAt(file, end, bigEndianBytes(change.filler, BOX_SIZE_FIELD) + "free");
         checked::fill(file, 0, change.filler - BOX_HEADER_SIZE);
         end += change.filler;
     }

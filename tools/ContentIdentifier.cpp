@@ -5,6 +5,8 @@
 
 #include "Error.h"
 
+#include "boxes/BigEndian.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -31,13 +33,10 @@ struct Bytes {
     uint32_t number(uint64_t offset, unsigned width) const {
         if (offset > text.size() || text.size() - offset < width)
             return 0;
-        uint32_t value = 0;
-        for (unsigned i = 0; i < width; ++i) {
-            auto const byte =
-                static_cast<unsigned char>(text[static_cast<size_t>(offset) + (isLittle ? width - 1 - i : i)]);
-            value = value << 8 | byte;
-        }
-        return value;
+        std::string field(text.substr(static_cast<size_t>(offset), width));
+        if (isLittle)
+            std::reverse(field.begin(), field.end());
+        return static_cast<uint32_t>(bigEndianNumber(field));
     }
 };
 
@@ -113,10 +112,8 @@ std::string identifierInMetadata(Bytes const& meta) {
         if (size < BOX_HEADER)
             break;
         if (keys.from(at + BOX_HEADER, size - BOX_HEADER).text == KEY) {
-            char const type[4] = {static_cast<char>(index >> 24), static_cast<char>(index >> 16),
-                                  static_cast<char>(index >> 8), static_cast<char>(index)};
             // 'data': type 4, locale 4, value.
-            return std::string(box(box(box(meta, "ilst"), {type, 4}), "data").from(8).text);
+            return std::string(box(box(box(meta, "ilst"), bigEndianBytes(index, 4)), "data").from(8).text);
         }
         at += size;
     }

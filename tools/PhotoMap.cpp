@@ -30,11 +30,10 @@ public:
                    ? -1
                    : static_cast<unsigned char>(bytes[static_cast<size_t>(position - start)]);
     }
-    uint32_t number(uint64_t position, int width) {
-        uint32_t value = 0;
-        for (int i = 0; i < width; ++i)
-            value = value << 8 | static_cast<uint32_t>(std::max(at(position + static_cast<uint64_t>(i)), 0));
-        return value;
+    uint32_t number(uint64_t position, unsigned width) {
+        std::string field = text(position, width);
+        field.resize(width, '\0');
+        return static_cast<uint32_t>(bigEndianNumber(field));
     }
     std::string text(uint64_t position, size_t count) {
         std::string result;

@@ -4,6 +4,7 @@
 #include "CheckedFile.h"
 #include "JPEGSegments.h"
 #include "Log.h"
+#include "boxes/BigEndian.h"
 
 #include <algorithm>
 #include <array>
@@ -146,7 +147,7 @@ Metadata JPEGMetaReader::parseMetadata(uint16_t marker) {
             throw ErrorAt()("fail to read bytes: %zu, expected %zu", count, size_t{jpeg::HEADER_SIZE});
         if (file->position(position) != position)
             throw ErrorAt()("Failed to restore file position to %zu", size_t{position});
-        uint16_t const length = jpeg::bigEndian(bytes.data() + jpeg::MARKER_SIZE);
+        uint16_t const length = bigEndianAt<uint16_t>(bytes.data() + jpeg::MARKER_SIZE);
         if (length < jpeg::LENGTH_SIZE)
             throw ErrorAt()("segment length %zu is too small", size_t{length});
         uint32_t const payload = length - jpeg::LENGTH_SIZE;

@@ -7,6 +7,7 @@
 #include "Log.h"
 #include "MoveTail.h"
 #include "SplicedCopy.h"
+#include "boxes/BigEndian.h"
 
 #include <algorithm>
 #include <string>
@@ -53,12 +54,10 @@ void requireApp4Fits(MediaFile& file, size_t dataSize, ErrorAt at = ErrorAt()) {
     checked::requireSpace(file, checked::sizeOf(uint64_t{file.size()} + jpeg::HEADER_SIZE + dataSize, at), at);
 }
 
-std::string bigEndian(uint32_t value) {
-    return {static_cast<char>(value >> 8), static_cast<char>(value)};
-}
-
-std::string littleEndian(uint32_t value) {
-    return {static_cast<char>(value), static_cast<char>(value >> 8)};
+/// Of an APP1 with so many bytes of payload.
+std::string headerFor(uint32_t payload) {
+    return bigEndianBytes(jpeg::APP1, jpeg::MARKER_SIZE) +
+           bigEndianBytes(payload + jpeg::LENGTH_SIZE, jpeg::LENGTH_SIZE);
 }
 
 } // namespace
@@ -125,7 +124,7 @@ Metadata JPEGMetaWriter::makeChange(jpeg::Change const& change, jpeg::SegmentMap
         return {};
     uint32_t const payload = change.inserted - jpeg::HEADER_SIZE;
     checked::seek(*file, change.position);
-    checked::write(*file, bigEndian(jpeg::APP1) + bigEndian(payload + jpeg::LENGTH_SIZE));
+    checked::write(*file, headerFor(payload));
     if (!isLast)
         checked::fill(*file, ' ', payload);
     if (segments.count(MediaDefs::MetaType::EXIF) > 0)
@@ -202,7 +201,7 @@ bool JPEGMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> const& pac
         return false;
     jpeg::requireInImage(*file, segments);
     payload.resize(size, ' ');
-    std::string const room = bigEndian(jpeg::APP1) + bigEndian(size + jpeg::LENGTH_SIZE) + payload;
+    std::string const room = headerFor(size) + payload;
     for (auto const& change : jpeg::changesFor(segments, size + jpeg::HEADER_SIZE))
         copy.replace({change.position, change.removed}, change.inserted > 0 ? room : std::string());
     return true;
@@ -301,12 +300,11 @@ void JPEGMetaWriter::writeApp4(std::vector<unsigned char> const& data, uint64_t 
             position = segment->end();
     }
     jpeg::requireInImage(*file, position, 0);
-    // The gap opens where the segment is written, so that it covers nothing. Its header is in little-endian order.
+    // The gap opens where the segment is written, so that it covers nothing.
     auto const size = static_cast<uint32_t>(data.size()) + jpeg::HEADER_SIZE;
     image_index::moveBytes(file, position, size);
     checked::seek(*file, position);
-    checked::write(*file,
-                   littleEndian(jpeg::APP4) + littleEndian(static_cast<uint32_t>(data.size()) + jpeg::LENGTH_SIZE));
+    checked::write(*file, jpeg::debugInfoHeader(static_cast<uint32_t>(data.size())));
     checked::write(*file, data.data(), data.size());
     LOGI("APP4 segment written. Size: %lld, Data size: %zu at position %lld", static_cast<long long>(size), data.size(),
          static_cast<long long>(position));

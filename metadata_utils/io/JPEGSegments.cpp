@@ -4,6 +4,7 @@
 #include "CheckedFile.h"
 #include "Log.h"
 #include "TrailerLayout.h"
+#include "boxes/BigEndian.h"
 
 #include <algorithm>
 
@@ -57,19 +58,20 @@ void add(std::vector<Change>& changes, Change const& change) {
     }
 }
 
-/// A debug info that was written at the image's start begins with FF E4 in little-endian order, so that no reader takes
-/// it for a segment; nothing behind it is found, but an index there has to stay right.
+uint16_t littleEndianAt(uint8_t const* bytes) {
+    return static_cast<uint16_t>(bytes[1] << 8 | bytes[0]);
+}
+
+/// Nothing behind a debug info that was written at the image's start is found, but an index there has to stay right.
 std::optional<Segment> findIndexBehindDebugInfo(MediaFile const& file) {
-    auto const littleEndian = [](uint8_t const* bytes) { return static_cast<uint16_t>(bytes[1] << 8 | bytes[0]); };
     uint32_t position = MARKER_SIZE;
     std::array<uint8_t, HEADER_SIZE> header{};
     for (size_t i = 0; i < MAX_BLOCKS; ++i) {
-        bool const isThere = checked::readUpTo(file, position, header.data(), header.size()) == header.size() &&
-                             littleEndian(header.data()) == APP4;
-        uint32_t const length = littleEndian(header.data() + MARKER_SIZE);
-        if (!isThere || length < LENGTH_SIZE)
+        bool const isWhole = checked::readUpTo(file, position, header.data(), header.size()) == header.size();
+        auto const length = isWhole ? debugInfoLength(header) : std::nullopt;
+        if (!length)
             break;
-        position += MARKER_SIZE + length;
+        position += MARKER_SIZE + *length;
     }
     if (position == MARKER_SIZE)
         return std::nullopt;
@@ -82,6 +84,17 @@ std::optional<Segment> findIndexBehindDebugInfo(MediaFile const& file) {
 }
 
 } // namespace
+
+std::string debugInfoHeader(uint32_t dataSize) {
+    std::string header = bigEndianBytes(dataSize + LENGTH_SIZE, LENGTH_SIZE) + bigEndianBytes(APP4, MARKER_SIZE);
+    std::reverse(header.begin(), header.end());
+    return header;
+}
+
+std::optional<uint32_t> debugInfoLength(std::span<uint8_t const, HEADER_SIZE> header) {
+    uint32_t const length = littleEndianAt(header.data() + MARKER_SIZE);
+    return littleEndianAt(header.data()) == APP4 && length >= LENGTH_SIZE ? std::optional(length) : std::nullopt;
+}
 
 // The search. ---------------------------------------------------------------------------------------------------------
 
@@ -97,13 +110,13 @@ std::span<uint8_t const> SegmentScanner::bytesAt(uint32_t from, uint32_t n) {
 
 std::optional<Segment> SegmentScanner::next() {
     auto bytes = bytesAt(position, HEADER_SIZE);
-    while (position <= INT32_MAX && bytes.size() >= MARKER_SIZE && bigEndian(bytes.data()) == FILL)
+    while (position <= INT32_MAX && bytes.size() >= MARKER_SIZE && bigEndianAt<uint16_t>(bytes.data()) == FILL)
         bytes = bytesAt(++position, HEADER_SIZE);
     if (bytes.size() < MARKER_SIZE) {
         logShort(bytes.size(), MARKER_SIZE);
         return std::nullopt;
     }
-    uint16_t const marker = bigEndian(bytes.data());
+    uint16_t const marker = bigEndianAt<uint16_t>(bytes.data());
     if (marker <= LAST_NON_MARKER)
         LOGI("invalid marker: 0x%x", marker);
     if (marker <= LAST_NON_MARKER || marker == START_OF_SCAN || marker == END_OF_IMAGE)
@@ -112,7 +125,7 @@ std::optional<Segment> SegmentScanner::next() {
         logShort(bytes.size() - MARKER_SIZE, LENGTH_SIZE);
         return std::nullopt;
     }
-    Segment const segment{position, marker, bigEndian(bytes.data() + MARKER_SIZE)};
+    Segment const segment{position, marker, bigEndianAt<uint16_t>(bytes.data() + MARKER_SIZE)};
     LOGD("marker: 0x%x, len: %zu", marker, size_t{segment.length});
     if (segment.length < LENGTH_SIZE || position > INT32_MAX)
         return std::nullopt;

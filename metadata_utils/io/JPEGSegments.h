@@ -38,9 +38,11 @@ inline constexpr uint32_t XMP_IDENTIFIER_SIZE = sizeof(XMP_IDENTIFIER); ///< wit
 inline constexpr char IMAGE_INDEX_IDENTIFIER[] = "MPF";
 inline constexpr uint32_t IDENTIFYING_BYTES = 32; ///< of a payload, enough to tell what it is
 
-inline uint16_t bigEndian(uint8_t const* bytes) {
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-}
+/// What the camera debug info's segment begins with where this library has put it: marker and length in little-endian
+/// order, so that no reader takes it for a segment.
+std::string debugInfoHeader(uint32_t dataSize);
+/// The bytes of such a segment behind the marker; nothing where `header` is no such header.
+std::optional<uint32_t> debugInfoLength(std::span<uint8_t const, HEADER_SIZE> header);
 
 /// A segment whose header has been read; its payload may reach past the file's end.
 struct Segment {

@@ -4,9 +4,9 @@
 #include "CheckedFile.h"
 #include "Log.h"
 #include "TrailerLayout.h"
+#include "boxes/BigEndian.h"
 
 #include <algorithm>
-#include <bit>
 #include <exception>
 
 namespace android::lumo {
@@ -15,19 +15,15 @@ namespace {
 
 constexpr char LOG_TAG[] = "VideoPointer";
 constexpr uint32_t TAG_SIZE = 4;
-constexpr uint32_t LENGTH_OFFSET = 8;
+constexpr unsigned FIELD_SIZE = 4;
+constexpr uint32_t LENGTH_OFFSET = TAG_SIZE + FIELD_SIZE;
 constexpr char TAG_START[] = "mpv";
-
-uint32_t swapToBigEndian(uint32_t value) {
-    return std::endian::native == std::endian::little ? __builtin_bswap32(value) : value;
-}
 
 } // namespace
 
 VideoPointer VideoPointer::read(ByteBuffer const& bytes) {
-    return {std::string(bytes.data(), bytes.data() + TAG_SIZE),
-            swapToBigEndian(bytes.get<uint32_t, uint32_t>(TAG_SIZE)),
-            swapToBigEndian(bytes.get<uint32_t, uint32_t>(LENGTH_OFFSET))};
+    return {std::string(bytes.data(), bytes.data() + TAG_SIZE), bigEndianAt<uint32_t>(bytes.data() + TAG_SIZE),
+            bigEndianAt<uint32_t>(bytes.data() + LENGTH_OFFSET)};
 }
 
 std::optional<VideoPointer> VideoPointer::decode(ByteBuffer const& bytes) {
@@ -41,7 +37,7 @@ ByteBuffer VideoPointer::encode() const {
     ByteBuffer bytes(SIZE);
     std::string field = tag;
     field.resize(TAG_SIZE, ' ');
-    bytes.put(field).put(swapToBigEndian(position)).put(swapToBigEndian(length));
+    bytes.put(field).put(bigEndianBytes(position, FIELD_SIZE)).put(bigEndianBytes(length, FIELD_SIZE));
     return bytes;
 }
 

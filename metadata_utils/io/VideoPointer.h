@@ -33,7 +33,7 @@ struct VideoPointer {
     uint32_t position = 0;
     uint32_t length = 0;
 
-    /// What the first 12 of `bytes` say, whatever their tag.
+    /// What the first 12 of `bytes` say, whatever their tag; there must be as many.
     static VideoPointer read(ByteBuffer const& bytes);
     /// Nothing unless `bytes` begins with 12 bytes whose tag starts "mpv".
     static std::optional<VideoPointer> decode(ByteBuffer const& bytes);

@@ -9,6 +9,7 @@
 namespace android::media {
 namespace {
 
+using lumo::bigEndianNumber;
 using lumo::boxType;
 
 enum class Kind { Video, Audio, Text };
@@ -66,10 +67,7 @@ constexpr CodecName kCodecs[] = {
 
 constexpr bool names(CodecName const& codec, uint32_t entry) {
     for (size_t i = 0; i + 4 <= codec.entries.size(); i += 4) {
-        uint32_t code = 0;
-        for (char const each : codec.entries.substr(i, 4))
-            code = code << 8 | static_cast<unsigned char>(each);
-        if (code == entry)
+        if (bigEndianNumber(codec.entries.substr(i, 4)) == entry)
             return true;
     }
     return false;
