@@ -256,8 +256,13 @@ void requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_
     TopLevel const topLevel = scanWhole(window);
     auto const* meta = topLevel.find(boxType("meta"));
     Items items;
-    if (meta != nullptr)
-        items.parse(window, *meta);
+    try {
+        if (meta != nullptr)
+            items.parse(window, *meta);
+    } catch (BoxError const& error) {
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("room for XMP would not be found in the image: %s",
+                                                     error.reason());
+    }
     auto const place = items.findDescribing(items.mimeIds);
     if (!place || place->base + place->offset != offset || place->length < size)
         throw ErrorAt().as(Error::Code::UNSUPPORTED)(

@@ -118,7 +118,8 @@ void Planner::layOutMeta() {
     size_t const headerPiece = result.layout.add(std::vector<uint8_t>(8));
     BoxCursor children = source.metaChildren();
     uint64_t const childrenAt = children.offset();
-    result.layout.copy({meta.position + meta.header.headerSize, childrenAt - meta.position - meta.header.headerSize});
+    result.layout.copyStructure(
+        {meta.position + meta.header.headerSize, childrenAt - meta.position - meta.header.headerSize});
     unsigned counts[3] = {};
     while (children.left() > 0) {
         BoxView const child = children.box();
@@ -151,7 +152,7 @@ void Planner::layOutMetaChild(BoxView const& child) {
     } else {
         if (child.type() == boxType("idat"))
             notePayload({child.payload().offset(), child.payload().left()});
-        result.layout.copy({child.position, child.bytes.size()});
+        result.layout.copyStructure({child.position, child.bytes.size()});
     }
 }
 

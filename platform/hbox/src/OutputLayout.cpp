@@ -16,15 +16,14 @@ constexpr uint64_t LARGE = 64 * 1024;
 constexpr uint64_t BOX_HEADER = 32;
 } // namespace
 
-void OutputLayout::copy(FileRange source) {
+void OutputLayout::copyAs(Kind kind, FileRange source) {
     if (source.length == 0)
         return;
     copied.push_back(source);
-    if (!pieces.empty() && pieces.back().kind == Kind::Copied &&
-        pieces.back().source + pieces.back().length == source.position)
+    if (!pieces.empty() && pieces.back().kind == kind && pieces.back().source + pieces.back().length == source.position)
         pieces.back().length += source.length;
     else
-        pieces.push_back({Kind::Copied, length, source.length, source.position});
+        pieces.push_back({kind, length, source.length, source.position});
     length += source.length;
 }
 
@@ -48,7 +47,7 @@ void OutputLayout::addBlanks(uint64_t count) {
 
 std::optional<uint64_t> OutputLayout::moved(FileRange source) const {
     for (Piece const& piece : pieces) {
-        if (piece.kind == Kind::Copied && source.position >= piece.source &&
+        if (piece.isCopied() && source.position >= piece.source &&
             android::lumo::rangeFits(source.position - piece.source, source.length, piece.length))
             return piece.start + (source.position - piece.source);
     }
@@ -107,7 +106,7 @@ void OutputLayout::write(Stream const& source, std::span<uint8_t> out, Parts par
     auto const leftOut = parts == Parts::CHANGES ? unchanged() : std::vector<Unchanged>();
     for (Piece const& piece : pieces) {
         auto const target = out.subspan(static_cast<size_t>(piece.start), static_cast<size_t>(piece.length));
-        if (piece.kind == Kind::Copied)
+        if (piece.isCopied())
             writeCopied(piece, leftOut, source, out);
         else if (piece.kind == Kind::Own)
             std::copy(piece.own.begin(), piece.own.end(), target.begin());
