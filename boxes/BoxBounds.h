@@ -54,6 +54,9 @@ inline constexpr BoxType TRAILER_BOX = boxType("qrtd"); ///< the trailer
 /// What the content of a 'free' box begins with that holds the camera's debug info.
 inline constexpr BoxType DEBUG_INFO_MARKER = boxType("cdif");
 
+/// Of a header without a 64-bit size, as all that are written have it.
+inline constexpr uint32_t BOX_HEADER_SIZE = 8;
+
 /// A box header as stored.
 ///
 /// | offset | width | name                                                       |
@@ -79,9 +82,9 @@ enum class BoxFault {
 /// Decodes the header at the start of `bytes` (16 bytes, or what there is), `left` bytes before the container's end.
 inline BoxFault decodeBoxHeader(std::span<uint8_t const> bytes, uint64_t left, BoxHeader& header) {
     auto const number = [&](size_t from, size_t width) { return bigEndianNumber(bytes.subspan(from, width)); };
-    if (left < 8 || bytes.size() < 8)
+    if (left < BOX_HEADER_SIZE || bytes.size() < BOX_HEADER_SIZE)
         return BoxFault::Truncated;
-    header = {static_cast<BoxType>(number(4, 4)), 8, number(0, 4), false};
+    header = {static_cast<BoxType>(number(4, 4)), BOX_HEADER_SIZE, number(0, 4), false};
     if (header.size == 1) {
         if (left < 16 || bytes.size() < 16)
             return BoxFault::Truncated;
@@ -94,6 +97,11 @@ inline BoxFault decodeBoxHeader(std::span<uint8_t const> bytes, uint64_t left, B
     if (header.size < header.headerSize)
         return BoxFault::TooSmall;
     return header.size > left ? BoxFault::BeyondEnd : BoxFault::None;
+}
+
+/// The header of a box of so many bytes, itself among them.
+inline std::string boxHeader(uint64_t size, BoxType type) {
+    return bigEndianBytes(size, 4) + bigEndianBytes(type, 4);
 }
 
 /// What a cursor or a box reader throws: "[boxes/BoxBounds:line] " and the reason, which names box, offset and sizes.

@@ -7,7 +7,6 @@ namespace android::lumo::boxes {
 
 namespace {
 
-constexpr unsigned SMALLEST_BOX = 8;
 constexpr unsigned OLD_FIELDS = 4;
 
 BoxError unsupported(std::string const& what, int line = __builtin_LINE()) {
@@ -38,7 +37,7 @@ ItemInfo readItemInfo(BoxView const& box) {
 ItemInfoReader::ItemInfoReader(BoxView const& iinf) : cursor(iinf.payload()) {
     boxVersion = readFullBoxHeader(cursor).version;
     entryCount = static_cast<uint32_t>(cursor.number(boxVersion == 0 ? 2 : 4)); // unsigned int(16 or 32) entry_count;
-    cursor.requireEntries(entryCount, SMALLEST_BOX);
+    cursor.requireEntries(entryCount, BOX_HEADER_SIZE);
     entriesLeft = entryCount;
 }
 

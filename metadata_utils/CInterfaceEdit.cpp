@@ -6,7 +6,7 @@
 #include "MotionPhotoEdit.h"
 #include "PublishedPhoto.h"
 #include "ScratchFile.h"
-#include "SplicedCopy.h"
+#include "io/SplicedCopy.h"
 
 #include <algorithm>
 #include <cstdlib>

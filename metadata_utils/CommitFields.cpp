@@ -5,9 +5,9 @@
 #include "Log.h"
 #include "MotionVideo.h"
 #include "PhotoLayout.h"
-#include "VideoBox.h"
 #include "VideoClaims.h"
 #include "VideoFields.h"
+#include "io/TrailingBoxes.h"
 #include "io/VideoPointer.h"
 
 #include <string>
@@ -50,7 +50,7 @@ void CommitFields::prepareXMP() {
         return;
     // The moment alone claimed a video that the first generation or a box has told of so far.
     auto const isTold = [&] {
-        return fields.containsOffset() || (parts.isHEIC && video_box::totalSize(parts.outputFile) > 0);
+        return fields.containsOffset() || (parts.isHEIC && heif::TrailingBoxes(parts.outputFile).videosSize() > 0);
     };
     bool const isNewClaim = staged.isTimestampSet && !fields.containsItem() && isTold();
     if (!fields.contains() || isNewClaim || (staged.video && !fields.isClaimed())) { // "0": it had no video
@@ -136,7 +136,7 @@ std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo(Written w
     uint32_t const inFront = writesBox ? staged.video->size()
                                        : plan.getGround().image - static_cast<uint32_t>(parts.view->getVideoPosition());
     expected.length = inFront + plan.behindImage();
-    expected.padding = video_box::HEADER_SIZE;
+    expected.padding = heif::TrailingBoxes::VIDEO_HEADER_SIZE;
     return expected;
 }
 

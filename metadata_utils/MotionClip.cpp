@@ -15,13 +15,6 @@ namespace android::lumo {
 
 namespace {
 
-constexpr uint32_t BOX_HEADER_SIZE = 8;
-
-std::string boxHeader(uint32_t size, char const* type) {
-    uint32_t const stored = __builtin_bswap32(size);
-    return std::string(reinterpret_cast<char const*>(&stored), sizeof(stored)) + type;
-}
-
 /// What a pointer's record could hold has to grow past it.
 uint32_t fillerFor(uint32_t size, MediaDefs::MimeType still) {
     if (still != MediaDefs::MimeType::IMAGE_JPEG || size > VideoPointer::MAX_RECORD_SIZE)
@@ -31,7 +24,7 @@ uint32_t fillerFor(uint32_t size, MediaDefs::MimeType still) {
 
 void setSize(MediaFile& copy, movie::MovieBox const& last) {
     checked::seek(copy, last.position);
-    checked::write(copy, boxHeader(last.size, "").substr(0, sizeof(uint32_t)));
+    checked::write(copy, bigEndianBytes(last.size, sizeof last.size));
 }
 
 } // namespace
@@ -67,7 +60,7 @@ MotionClip MotionClip::prepare(std::shared_ptr<MediaFile> const& clip, MediaDefs
     checked::seek(copy, 0);
     checked::copy(clip, prepared.file, 0, size);
     if (prepared.filler > 0) {
-        checked::write(copy, boxHeader(prepared.filler, "free"));
+        checked::write(copy, boxHeader(prepared.filler, boxType("free")));
         checked::fill(copy, 0, prepared.filler - BOX_HEADER_SIZE);
     }
     if (prepared.isLastBoxClosed)

@@ -4,9 +4,9 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "Log.h"
-#include "VideoBox.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/ImageMetaReader.h"
+#include "io/TrailingBoxes.h"
 
 #include <algorithm>
 #include <exception>
@@ -137,7 +137,7 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output, bool isTrail
         static_cast<void>(
             parts.qrtEdit->staging().plan()); // a file that is no longer the one that was read, before all else
     if (parts.isHEIC && !staged.extras.empty())
-        video_box::requireMovable(parts.outputFile, parts.qrtEdit->staging().plan().getGround().image);
+        heif::TrailingBoxes(parts.outputFile).requireVideosCanGo(parts.qrtEdit->staging().plan().getGround().image);
     if (!parts.isHEIC && !staged.extras.empty())
         static_cast<void>(outside.pointedVideoLast());
     parts.view->getPacket()->requireUnchanged();
@@ -176,8 +176,8 @@ uint32_t MotionPhotoCommit::expectedFileSize() {
     }
     most = std::max(most, size);
     if (parts.isHEIC && !staged.extras.empty()) {
-        size -= std::min(size, video_box::totalSize(parts.outputFile));
-        size += staged.video ? video_box::sizeFor(*staged.video) : 0;
+        size -= std::min(size, heif::TrailingBoxes(parts.outputFile).videosSize());
+        size += staged.video ? uint64_t{heif::TrailingBoxes::VIDEO_HEADER_SIZE} + staged.video->size() : 0;
         most = std::max(most, size);
     }
     if (parts.qrtEdit->isDirty()) {

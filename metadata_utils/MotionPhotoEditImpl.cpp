@@ -8,8 +8,8 @@
 #include "MotionPhotoCopy.h"
 #include "MotionPhotoMediator.h"
 #include "MotionPhotoTarget.h"
-#include "VideoBox.h"
 #include "VideoFields.h"
+#include "io/TrailingBoxes.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -133,9 +133,7 @@ std::optional<ByteSource> MotionPhotoEditImpl::pointedVideo(QRTInfoImpl const& t
     if (record.type != qrt::TYPE_MOTION_PHOTO_DATA || !isStored)
         return std::nullopt;
     auto const stored = trailer::storedData(record, trailer.getTailPosition());
-    if (!VideoPointer::mayStandIn(record.type, stored.size))
-        return std::nullopt;
-    auto const pointer = VideoPointer::decode(checked::readAt(*file, stored.position, VideoPointer::SIZE));
+    auto const pointer = VideoPointer::in(*file, record.type, stored);
     if (!pointer)
         return std::nullopt;
     ByteSource const data(file, pointer->position, pointer->length);
@@ -202,7 +200,7 @@ void MotionPhotoEditImpl::stageVideo(VideoSource const& video) {
         return record.type == qrt::TYPE_MOTION_PHOTO_DATA && record.name != qrt::NAME_MOTION_PHOTO_DATA;
     });
     if (parts.isHEIC) { // until the box is written, the pointer to the old one keeps the record's place
-        bool const hasBox = parts.view->hasVideo() && video_box::totalSize(parts.outputFile) > 0;
+        bool const hasBox = parts.view->hasVideo() && heif::TrailingBoxes(parts.outputFile).videosSize() > 0;
         VideoPointer const old{VideoPointer::TAG, hasBox ? static_cast<uint32_t>(getVideoPosition()) : 0,
                                hasBox ? static_cast<uint32_t>(getVideoSize()) : 0};
         parts.qrtEdit->putData(qrt::TYPE_MOTION_PHOTO_DATA, qrt::NAME_MOTION_PHOTO_DATA, old.encode());

@@ -3,7 +3,7 @@
 
 #include "MotionPhotoEdit.h"
 #include "MotionPhotoParts.h"
-#include "SplicedCopy.h"
+#include "io/SplicedCopy.h"
 
 #include <functional>
 #include <memory>

@@ -6,7 +6,7 @@
 #include "Log.h"
 #include "MotionNames.h"
 #include "MotionPhotoEditImpl.h"
-#include "VideoBox.h"
+#include "io/TrailingBoxes.h"
 #include "io/VideoPointer.h"
 
 #include <media/stagefright/NuMediaExtractor.h>
@@ -240,7 +240,7 @@ std::string MotionPhotoInfoImpl::getExtraInfo() const {
 size_t MotionPhotoInfoImpl::getImageVideoPadding() const {
     switch (getImageMimeType()) {
     case MediaDefs::MimeType::IMAGE_HEIC:
-        return video_box::HEADER_SIZE;
+        return heif::TrailingBoxes::VIDEO_HEADER_SIZE;
     case MediaDefs::MimeType::IMAGE_JPEG:
         return static_cast<uint32_t>(getVideoPosition() - getImageSize());
     default:

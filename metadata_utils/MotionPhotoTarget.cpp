@@ -12,7 +12,7 @@
 #include "VideoFields.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
-#include "io/VideoPointer.h"
+#include "io/MoveTail.h"
 
 #include <algorithm>
 #include <optional>

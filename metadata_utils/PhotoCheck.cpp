@@ -3,12 +3,12 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "ImageIndex.h"
 #include "MotionPhotoInfoImpl.h"
 #include "PhotoLayout.h"
 #include "StillEnd.h"
 #include "TrailerForm.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/ImageIndex.h"
 
 #include <algorithm>
 #include <cstring>

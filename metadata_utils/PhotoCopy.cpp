@@ -2,9 +2,8 @@
 #include "PhotoCopy.h"
 
 #include "CheckedFile.h"
-#include "ImageIndex.h"
-#include "boxes/BoxWriter.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/ImageIndex.h"
 #include "io/JPEGMetaWriter.h"
 #include "io/TrailingBoxes.h"
 
@@ -19,18 +18,9 @@ namespace {
 /// What is smaller is dropped in place.
 constexpr uint32_t LEAST_LEFT_OUT = 4096;
 
-std::string textOf(std::vector<uint8_t> const& bytes) {
-    return {bytes.begin(), bytes.end()};
-}
-
 std::string emptyBox(heif::TopLevelBox const& box) {
-    boxes::BoxWriter bytes;
-    bool const isLarge = box.headerSize > trailer::BOX_HEADER_SIZE;
-    bytes.number(isLarge ? 1 : box.headerSize, 4);
-    bytes.number(box.type, 4);
-    if (isLarge)
-        bytes.number(box.headerSize, 8);
-    return textOf(bytes.finish());
+    return box.headerSize == BOX_HEADER_SIZE ? boxHeader(box.headerSize, box.type)
+                                             : boxHeader(1, box.type) + bigEndianBytes(box.headerSize, 8);
 }
 
 } // namespace
@@ -120,7 +110,7 @@ void PhotoCopy::leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& 
     auto const bytes = trailer::serializeTail(stored.version, records);
     copy.replace({tail, stored.tailSize}, std::string(bytes.data(), bytes.data() + bytes.size()));
     if (isHEIC)
-        copy.replace({trailerStart - trailer::BOX_HEADER_SIZE, trailer::BOX_HEADER_SIZE},
+        copy.replace({trailerStart - BOX_HEADER_SIZE, BOX_HEADER_SIZE},
                      trailer::serializeBoxHeader(recordPlace(stored.recordsSize()) + bytes.size()));
 }
 
@@ -129,9 +119,7 @@ std::optional<PhotoCopy::Pointer> PhotoCopy::findPointer(trailer::Stored const& 
     if (record == stored.records.end())
         return std::nullopt;
     auto const data = trailer::storedData(*record, trailerStart + stored.recordsSize());
-    if (!VideoPointer::mayStandIn(record->type, data.size))
-        return std::nullopt;
-    auto const video = VideoPointer::decode(checked::readAt(*photo, data.position, VideoPointer::SIZE));
+    auto const video = VideoPointer::in(*photo, record->type, data);
     return video ? std::optional(Pointer{{data.position, data.size}, *video}) : std::nullopt;
 }
 

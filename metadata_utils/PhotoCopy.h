@@ -3,8 +3,8 @@
 
 #include "MotionPhotoCommit.h"
 #include "MotionPhotoEditImpl.h"
-#include "SplicedCopy.h"
 #include "TrailerPlan.h"
+#include "io/SplicedCopy.h"
 #include "io/VideoPointer.h"
 
 #include <cstdint>

@@ -176,11 +176,8 @@ MotionVideo PhotoLayout::fromTrailer() const {
     if (record == nullptr)
         return {};
     auto const stored = trailer::storedData(*record, tail->position);
-    if (VideoPointer::mayStandIn(record->type, stored.size)) {
-        auto const bytes = checked::readAt(*file, stored.position, VideoPointer::SIZE);
-        if (auto const pointer = VideoPointer::decode(bytes))
-            return examine(Source::TRAILER, pointer->position, pointer->length);
-    }
+    if (auto const pointer = VideoPointer::in(*file, record->type, stored))
+        return examine(Source::TRAILER, pointer->position, pointer->length);
     return examine(Source::TRAILER, stored.position, stored.size);
 }
 

@@ -3,13 +3,13 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "ImageIndex.h"
 #include "MovieBoxes.h"
 #include "PublishedEdit.h"
 #include "ScratchFile.h"
 #include "TrailerForm.h"
 #include "XMPEditImpl.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/ImageIndex.h"
 #include "io/TrailingBoxes.h"
 #include "io/VideoPointer.h"
 

@@ -9,7 +9,6 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "ImageIndex.h"
 #include "MotionPhotoEdit.h"
 #include "MovieBoxes.h"
 #include "MovieNote.h"
@@ -18,8 +17,9 @@
 #include "Text.h"
 #include "TrailerForm.h"
 #include "XMPEditImpl.h"
-#include "boxes/BigEndian.h"
+#include "boxes/BoxBounds.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/ImageIndex.h"
 #include "io/VideoPointer.h"
 
 #include <algorithm>
@@ -27,9 +27,6 @@
 namespace android::lumo::published {
 
 namespace {
-
-constexpr uint32_t BOX_HEADER_SIZE = 8;
-constexpr unsigned BOX_SIZE_FIELD = 4;
 
 std::string textOf(ByteBuffer const& bytes) {
     return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
@@ -191,7 +188,7 @@ Fields fieldsWithTrailer(PhotoLayout const& layout, MotionVideo const& video, Ch
 /// Of a movie's last box; 0 says that it ends where the movie does.
 void setSizeOfLastBox(MediaFile& file, uint32_t position, uint32_t size, bool isOpen) {
     auto const last = movie::walk(file, position, size).last;
-    writeAt(file, last.position, bigEndianBytes(isOpen ? 0 : last.size, BOX_SIZE_FIELD));
+    writeAt(file, last.position, bigEndianBytes(isOpen ? 0 : last.size, sizeof last.size));
 }
 
 void putTrailerIntoJPEG(MediaFile& file, uint32_t position, uint32_t size, Change const& change, NewTrailer& planned) {
@@ -201,7 +198,7 @@ void putTrailerIntoJPEG(MediaFile& file, uint32_t position, uint32_t size, Chang
     if (change.filler > 0) {
         if (change.closesLastBox)
             setSizeOfLastBox(file, video, size, false);
-        writeAt(file, end, bigEndianBytes(change.filler, BOX_SIZE_FIELD) + "free");
+        writeAt(file, end, boxHeader(change.filler, boxType("free")));
         checked::fill(file, 0, change.filler - BOX_HEADER_SIZE);
         end += change.filler;
     }

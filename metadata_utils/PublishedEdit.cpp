@@ -3,14 +3,14 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "ImageIndex.h"
 #include "MovieBoxes.h"
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
+#include "io/ImageIndex.h"
 #include "io/ImageMetaReader.h"
 #include "io/JPEGMetaWriter.h"
-#include "io/VideoPointer.h"
+#include "io/MoveTail.h"
 
 #include <algorithm>
 

@@ -3,8 +3,8 @@
 
 #include "MotionPhotoEdit.h"
 #include "PhotoLayout.h"
-#include "SplicedCopy.h"
 #include "XMPInfoImpl.h"
+#include "io/SplicedCopy.h"
 
 #include <cstdint>
 #include <functional>

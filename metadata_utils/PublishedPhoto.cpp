@@ -4,13 +4,13 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "ImageIndex.h"
 #include "Log.h"
 #include "MotionPhotoEditImpl.h"
 #include "MotionPhotoInfoImpl.h"
 #include "PublishedEdit.h"
 #include "XMPEditImpl.h"
 #include "XMPInFile.h"
+#include "io/ImageIndex.h"
 #include "io/JPEGSegments.h"
 #include "io/TrailingBoxes.h"
 

@@ -55,12 +55,10 @@ bool TrailerFile::endsUnfinished(bool box) const {
 
 void TrailerFile::followPointer(TrailerPlan& planned) const {
     auto const* place = planned.find(qrt::TYPE_MOTION_PHOTO_DATA);
-    bool const mayPoint =
-        place != nullptr && place->was && VideoPointer::mayStandIn(place->record->type, place->record->dataSize);
-    if (!mayPoint || !planned.getGround().hasTrailer)
+    if (place == nullptr || !place->was || !planned.getGround().hasTrailer)
         return;
     uint32_t const data = planned.start() + *place->was + place->record->headSize();
-    auto pointer = VideoPointer::decode(checked::readAt(*file, data, VideoPointer::SIZE));
+    auto pointer = VideoPointer::in(*file, place->record->type, {data, place->record->dataSize});
     if (!pointer || pointer->length == 0 || pointer->position < planned.start() ||
         pointer->position - planned.start() >= stored->recordsSize())
         return;

@@ -336,11 +336,7 @@ uint32_t Stored::requireIn(MediaFile const& file, bool box) const {
 ///     0       4      box size, big-endian, header included
 ///     4       4      "qrtd"
 std::string serializeBoxHeader(uint32_t recordsAndTail) {
-    uint32_t const size = recordsAndTail + BOX_HEADER_SIZE;
-    std::string header;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        header += static_cast<char>(size >> shift & 0xFF);
-    return header + boxTypeText(TRAILER_BOX);
+    return boxHeader(recordsAndTail + BOX_HEADER_SIZE, TRAILER_BOX);
 }
 
 } // namespace android::lumo::trailer

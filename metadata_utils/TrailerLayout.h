@@ -5,6 +5,7 @@
 #include "QRTDataInfo.h"
 #include "ReadWindow.h"
 #include "Stretch.h"
+#include "boxes/BoxBounds.h"
 
 #include <cstdint>
 #include <optional>
@@ -30,7 +31,7 @@ namespace android::lumo::trailer {
 inline constexpr char START_MAGIC[] = "QRTH";
 inline constexpr char END_MAGIC[] = "QRTT";
 inline constexpr uint32_t MAGIC_SIZE = 4;
-inline constexpr uint32_t BOX_HEADER_SIZE = 8;
+using lumo::BOX_HEADER_SIZE;
 inline constexpr uint32_t DIRECTORY_ENTRY_SIZE = 12;
 inline constexpr uint32_t RECORD_HEADER_SIZE = 8; ///< header word and name length
 inline constexpr uint32_t SUB_INFO_LENGTH_SIZE = 4;

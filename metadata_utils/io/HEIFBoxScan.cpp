@@ -15,7 +15,6 @@ namespace android::lumo::heif {
 namespace {
 
 constexpr uint32_t WINDOW = 4096;
-constexpr uint32_t BOX_HEADER = 8;
 constexpr uint32_t MAX_HEADER = 16;
 constexpr uint32_t FULL_BOX_FIELDS = 4; ///< version and flags
 /// A still has ten boxes at its top level, an image sequence some thousands.
@@ -141,11 +140,11 @@ TopLevel scanTopLevel(ByteWindow& window, BoxType until) {
 void visitMetaChildren(ByteWindow& window, TopLevelBox const& meta,
                        std::function<void(BoxType, uint32_t, uint32_t)> const& visit) {
     uint32_t position = meta.content() + std::min(FULL_BOX_FIELDS, meta.size - meta.headerSize);
-    while (position < meta.end() && meta.end() - position >= BOX_HEADER) {
-        BoxCursor header(window.at(position, BOX_HEADER), position, meta.type);
+    while (position < meta.end() && meta.end() - position >= BOX_HEADER_SIZE) {
+        BoxCursor header(window.at(position, BOX_HEADER_SIZE), position, meta.type);
         uint32_t const size = header.u32();
         BoxType const type = header.u32();
-        if (size < BOX_HEADER)
+        if (size < BOX_HEADER_SIZE)
             return;
         if (size > meta.end() - position)
             throw readerError().as(Error::Code::DAMAGED)("invalid chunk payload: %lu",

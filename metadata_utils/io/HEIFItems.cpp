@@ -13,7 +13,6 @@ namespace android::lumo::heif {
 namespace {
 
 constexpr char LOG_TAG[] = "HEIFMetaReader";
-constexpr uint32_t BOX_HEADER = 8;
 constexpr uint32_t FULL_BOX_FIELDS = 4; ///< version and flags
 constexpr char XMP_CONTENT_TYPE[] = "application/rdf+xml";
 
@@ -78,7 +77,7 @@ void Items::parseChild(ByteWindow& window, BoxType type, uint32_t position, uint
         {boxType("pitm"), &Items::parsePITMBox},
     };
     if (type == boxType("idat") && !itemData)
-        itemData.emplace(position + BOX_HEADER, size - BOX_HEADER);
+        itemData.emplace(position + BOX_HEADER_SIZE, size - BOX_HEADER_SIZE);
     for (auto const& [parsedType, parseBox] : PARSERS) {
         if (type != parsedType)
             continue;
@@ -143,12 +142,12 @@ void Items::parseILOCBox(BoxView const& iloc) {
 void Items::parseIREFBox(BoxView const& iref) {
     BoxCursor payload = iref.payload();
     unsigned const idSize = readFullBoxHeader(payload).version == 0 ? 2 : 4;
-    while (payload.left() >= BOX_HEADER) {
+    while (payload.left() >= BOX_HEADER_SIZE) {
         uint32_t const size = payload.u32();
         BoxType const type = payload.u32();
-        if (size < BOX_HEADER)
+        if (size < BOX_HEADER_SIZE)
             return;
-        BoxCursor reference = payload.range(size - BOX_HEADER);
+        BoxCursor reference = payload.range(size - BOX_HEADER_SIZE);
         if (type != boxType("cdsc") || reference.left() < 2 * idSize + 2)
             continue;
         int const from = static_cast<int>(reference.number(idSize));

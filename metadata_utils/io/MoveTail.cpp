@@ -2,11 +2,51 @@
 #include "MoveTail.h"
 
 #include "CheckedFile.h"
-#include "VideoPointer.h"
+#include "Log.h"
+#include "TrailerLayout.h"
 
 #include <algorithm>
+#include <exception>
 
 namespace android::lumo {
+
+namespace {
+
+constexpr char LOG_TAG[] = "VideoPointer";
+
+} // namespace
+
+VideoPointerKeeper::VideoPointerKeeper(std::shared_ptr<MediaFile> const& edited) : file(edited) {
+    try {
+        auto const tail = trailer::readTail(*file);
+        if (!tail)
+            return;
+        auto const entry = std::find_if(tail->entries.begin(), tail->entries.end(), [](auto const& candidate) {
+            return trailer::typeOfHeader(candidate.header) == qrt::TYPE_MOTION_PHOTO_DATA;
+        });
+        if (entry == tail->entries.end())
+            return;
+        QRTDataInfo const record = trailer::readRecord(*file, *tail, *entry);
+        pointer = VideoPointer::in(*file, record.type, {record.dataPosition, record.dataPayload});
+        distanceFromEnd = file->size() - record.dataPosition;
+    } catch (std::exception const& exception) {
+        // A damaged trailer has no pointer that anybody could follow; about one that cannot be read nothing is known.
+        rethrowUnlessDamage();
+        LOGW("fail to find the video pointer: %s", exception.what());
+    }
+}
+
+void VideoPointerKeeper::moved(uint32_t from, int64_t distance) {
+    if (!pointer || pointer->position < from)
+        return;
+    int64_t const position = int64_t{pointer->position} + distance;
+    if (position < 0 || position > int64_t{UINT32_MAX})
+        return;
+    pointer->position = static_cast<uint32_t>(position);
+    checked::seek(*file, file->size() - distanceFromEnd);
+    checked::write(*file, pointer->encode());
+    LOGD("video pointer moved to %zu", size_t{pointer->position});
+}
 
 void moveTail(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance, ErrorAt at) {
     if (distance == 0)

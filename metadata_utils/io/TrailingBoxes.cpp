@@ -7,7 +7,6 @@
 #include "Log.h"
 #include "MoveTail.h"
 #include "TrailerLayout.h"
-#include "boxes/BoxWriter.h"
 #include "boxes/ItemBoxes.h"
 
 #include <algorithm>
@@ -65,6 +64,13 @@ std::vector<TopLevelBox> TrailingBoxes::videos() const {
     std::copy_if(topLevel().boxes.begin(), topLevel().boxes.end(), std::back_inserter(found),
                  [end = endOfImage()](auto const& box) { return box.type == VIDEO_BOX && box.position >= end; });
     return found;
+}
+
+uint64_t TrailingBoxes::videosSize() const {
+    uint64_t total = 0;
+    for (auto const& box : videos())
+        total += box.size;
+    return total;
 }
 
 std::vector<TopLevelBox> TrailingBoxes::debugInfos() const {
@@ -158,11 +164,8 @@ void TrailingBoxes::closeLast() {
     if (topLevel().boxes.empty() || !topLevel().boxes.back().toEnd)
         return;
     auto& box = known->boxes.back();
-    boxes::BoxWriter size;
-    size.number(box.size, 4);
-    auto const bytes = size.finish();
     checked::seek(*file, box.position);
-    checked::write(*file, bytes.data(), bytes.size());
+    checked::write(*file, bigEndianBytes(box.size, sizeof box.size));
     box.toEnd = false;
 }
 
@@ -200,11 +203,9 @@ void TrailingBoxes::takeOut(TopLevelBox const& box) {
 }
 
 void TrailingBoxes::blankOut(TopLevelBox const& box) {
-    boxes::BoxWriter type;
-    type.number(boxType("free"), 4);
-    auto const bytes = type.finish();
-    checked::seek(*file, box.position + static_cast<uint32_t>(bytes.size())); // the size stands in front
-    checked::write(*file, bytes.data(), bytes.size());
+    std::string const type = bigEndianBytes(boxType("free"), sizeof box.type);
+    checked::seek(*file, box.position + static_cast<uint32_t>(type.size())); // the size stands in front
+    checked::write(*file, type);
     checked::seek(*file, box.content());
     checked::fill(*file, 0, box.size - box.headerSize);
     known.reset();
@@ -233,6 +234,32 @@ void TrailingBoxes::requireVideosCanGo(uint32_t from) const {
             from = std::min(from, box.position);
     }
     requireNoItemBehind(from);
+}
+
+/// The room comes first, so that the boxes add up to the file at every step.
+uint32_t TrailingBoxes::putVideo(uint32_t position, uint32_t size, std::function<void()> const& write) {
+    requireNoItemBehind(position);
+    closeLast();
+    uint32_t const boxSize = checked::sizeOf(uint64_t{VIDEO_HEADER_SIZE} + size);
+    uint32_t const end = checked::sizeOf(uint64_t{position} + boxSize);
+    known.reset();
+    if (position == file->size())
+        checked::reserve(*file, end);
+    else
+        moveTail(file, position, boxSize);
+    try {
+        checked::seek(*file, position, ErrorAt(661, "metadata_utils/MotionPhotoEditImpl"));
+        checked::write(*file, boxHeader(boxSize, VIDEO_BOX));
+        write();
+    } catch (...) {
+        try {
+            moveTail(file, end, -int64_t{boxSize});
+        } catch (std::exception const& e) {
+            LOGE("fail to take an unfinished video box out: %s", e.what());
+        }
+        throw;
+    }
+    return position + VIDEO_HEADER_SIZE;
 }
 
 // The debug info. -----------------------------------------------------------------------------------------------------
@@ -305,13 +332,9 @@ void TrailingBoxes::appendDebugInfo(std::span<uint8_t const> data) {
 }
 
 void TrailingBoxes::writeDebugInfo(std::span<uint8_t const> data, uint32_t position) {
-    boxes::BoxWriter header;
-    header.number(DEBUG_INFO_HEADER_SIZE + data.size(), 4);
-    header.number(boxType("free"), 4);
-    header.number(DEBUG_INFO_MARKER, 4);
-    auto const bytes = header.finish();
     checked::seek(*file, position);
-    checked::write(*file, bytes.data(), bytes.size());
+    checked::write(*file, boxHeader(DEBUG_INFO_HEADER_SIZE + data.size(), boxType("free")) +
+                              bigEndianBytes(DEBUG_INFO_MARKER, sizeof DEBUG_INFO_MARKER));
     checked::write(*file, data.data(), data.size());
 }
 

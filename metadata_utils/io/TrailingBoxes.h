@@ -6,6 +6,7 @@
 #include "MediaFile.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -39,7 +40,8 @@ namespace android::lumo::heif {
 /// 3. Memory is bounded, and the boxes add up to the file again when an operation has returned.
 class TrailingBoxes {
 public:
-    static constexpr uint32_t DEBUG_INFO_HEADER_SIZE = 12;
+    static constexpr uint32_t VIDEO_HEADER_SIZE = BOX_HEADER_SIZE; ///< of the box that is written
+    static constexpr uint32_t DEBUG_INFO_HEADER_SIZE = BOX_HEADER_SIZE + sizeof DEBUG_INFO_MARKER;
 
     explicit TrailingBoxes(std::shared_ptr<MediaFile> const& file);
 
@@ -47,6 +49,8 @@ public:
     uint32_t fileSize() const { return topLevel().fileSize; }
     /// The video boxes behind the image, in file order.
     std::vector<TopLevelBox> videos() const;
+    /// The bytes of all of them.
+    uint64_t videosSize() const;
     /// The debug infos, last first, so that taking one out leaves the places of the others. More than 16 throw.
     std::vector<TopLevelBox> debugInfos() const;
     /// Another box stands behind the trailer, where no reader finds it then.
@@ -74,6 +78,11 @@ public:
     bool takeVideosOut();
     /// Throws what that, and a move of all that stands from `from` on, can be foreseen to fail for.
     void requireVideosCanGo(uint32_t from) const;
+
+    /// Opens room at `position`, in front of what stands there, and puts a box with a video of so many bytes there;
+    /// `write` writes them from the file's position on. One that cannot be finished is taken out again. Returns where
+    /// the video begins.
+    uint32_t putVideo(uint32_t position, uint32_t size, std::function<void()> const& write);
 
     /// Puts a debug info where it does not hide the trailer, and where nothing comes behind the video, whose XMP counts
     /// from the file's end: directly behind the image in front of video and trailer, else at the file's end. `old` (may

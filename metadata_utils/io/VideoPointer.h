@@ -3,9 +3,9 @@
 
 #include "MediaFile.h"
 #include "QRTDataInfo.h"
+#include "Stretch.h"
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -33,33 +33,13 @@ struct VideoPointer {
     uint32_t position = 0;
     uint32_t length = 0;
 
+    /// What stands in these bytes of the file, the data of a record of that type; nothing where it is no pointer.
+    static std::optional<VideoPointer> in(MediaFile const& file, int32_t type, Stretch const& data);
     /// What the first 12 of `bytes` say, whatever their tag; there must be as many.
     static VideoPointer read(ByteBuffer const& bytes);
     /// Nothing unless `bytes` begins with 12 bytes whose tag starts "mpv".
     static std::optional<VideoPointer> decode(ByteBuffer const& bytes);
     ByteBuffer encode() const;
-    /// Replaces the pointer that `bytes` begins with.
-    void encodeInto(ByteBuffer& bytes) const;
-};
-
-/// Keeps the pointer of a file right while a container writer moves bytes: made before the move, told what moved after
-/// it.
-///
-/// The pointer's place is remembered from the file's end, because every edit of a container leaves the trailer there.
-class VideoPointerKeeper {
-public:
-    /// Looks for a trailer record 2608 of the short form; a file without one (or with a damaged trailer) needs
-    /// nothing; one that cannot be read throws.
-    explicit VideoPointerKeeper(std::shared_ptr<MediaFile> const& file);
-
-    /// The bytes from `from` on have moved by `distance` (negative: towards the start): a pointer to one of them is
-    /// rewritten in the file. May be called once for each move.
-    void moved(uint32_t from, int64_t distance);
-
-private:
-    std::shared_ptr<MediaFile> file;
-    std::optional<VideoPointer> pointer;
-    uint32_t distanceFromEnd = 0;
 };
 
 } // namespace android::lumo

@@ -28,8 +28,8 @@ public:
     /// Where the source's byte at `position` stands in the copy; of one that was replaced, what comes in its place.
     uint32_t newPlace(uint32_t position) const;
 
-    /// Makes the target the copy. A disk without room, and a source that has become shorter, throw before a byte is
-    /// written; whatever throws later leaves a target that is no copy.
+    /// Makes the target the copy. A disk without room throws before a byte is written; what throws later, like a source
+    /// that has become shorter, leaves a target that is no copy.
     void writeTo(std::shared_ptr<MediaFile> const& target, ErrorAt at = ErrorAt()) const;
 
 private:

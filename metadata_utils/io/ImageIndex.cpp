@@ -3,9 +3,9 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "JPEGSegments.h"
+#include "MoveTail.h"
 #include "boxes/BoxBounds.h"
-#include "io/JPEGSegments.h"
-#include "io/MoveTail.h"
 
 #include <algorithm>
 #include <array>
