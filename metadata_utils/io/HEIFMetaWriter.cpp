@@ -2,7 +2,7 @@
 #include "HEIFMetaWriter.h"
 
 #include "CheckedFile.h"
-#include "HEIFCodecInfo.h"
+#include "HEIFImageMuxer.h"
 #include "HEIFImagePart.h"
 #include "HEIFItems.h"
 #include "Log.h"
@@ -11,9 +11,6 @@
 #include "TrailingBoxes.h"
 
 #include <algorithm>
-#include <array>
-#include <exception>
-#include <new>
 #include <optional>
 
 namespace android::lumo {
@@ -22,27 +19,14 @@ namespace {
 
 constexpr char LOG_TAG[] = "HEIFMetaWriter";
 constexpr uint8_t BLANK = 0x20;
-constexpr uint32_t MAX_FRM_SIZE = 0x20000000;
-constexpr std::array<uint32_t, 2> BRANDS = {HBOX_FOURCC('h', 'e', 'i', 'c'), HBOX_FOURCC('m', 'i', 'f', '1')};
 
 void requireFits(size_t packet, uint32_t room, int line = __builtin_LINE()) {
     if (packet > room)
         throw ErrorAt(line).as(Error::Code::TOO_BIG)("xmpBuffer size must be smaller than xmpBox size");
 }
 
-/// An answer of the muxer that ends the rewrite; what it objects to goes to the log.
-Error::Code codeOf(HEIFMetaReader const& reader, int32_t result, char const* text) {
-    reader.rethrowReadFailure();
-    if (result == HBOX_ERR_MEMORY)
-        throw std::bad_alloc();
-    LOGE("%s", text);
-    LOGE("err=%d, %s", static_cast<int>(result), hbox_last_error());
-    return result == HBOX_ERR_FORMAT ? Error::Code::DAMAGED : Error::Code::UNSUPPORTED;
-}
-
-void requireOk(HEIFMetaReader const& reader, int32_t result, char const* text) {
-    if (result != HBOX_OK)
-        throw Error(codeOf(reader, result, text), text);
+bool isHEIC(MediaFile const& file) {
+    return file.mimeType() == MediaDefs::MimeType::IMAGE_HEIC;
 }
 
 } // namespace
@@ -50,13 +34,11 @@ void requireOk(HEIFMetaReader const& reader, int32_t result, char const* text) {
 HEIFMetaWriter::HEIFMetaWriter(std::shared_ptr<MediaFile> const& target)
     : ImageMetaWriter(target), reader(std::make_unique<HEIFMetaReader>(target, ParseMode::LAZY)) {}
 
-HEIFMetaWriter::~HEIFMetaWriter() {
-    deinit();
-}
+HEIFMetaWriter::~HEIFMetaWriter() = default;
 
 /// What a reader has found is out of date once bytes have moved.
 void HEIFMetaWriter::rescan() {
-    deinit();
+    muxer.reset();
     reader = std::make_unique<HEIFMetaReader>(file, ParseMode::LAZY);
 }
 
@@ -104,7 +86,7 @@ void HEIFMetaWriter::writeXMP(std::vector<unsigned char> const& packet) {
 
 // Room for XMP. -------------------------------------------------------------------------------------------------------
 //
-// The muxer writes what changes of the image part again into memory, and the new one takes the old one's place.
+// ImageMuxer writes what changes of the image part again into memory, and the new one takes the old one's place.
 //
 //     source                          result
 //     +--------------------+          +--------------------+
@@ -157,7 +139,7 @@ void HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bo
     uint32_t const oldSize = reader->getEndOfImagePosition(true);
     auto const image = imageWithRoom(roomFor(needed));
     uint32_t size = 0;
-    uint32_t const offset = getMetadataOffset(&size);
+    uint32_t const offset = muxer->getMetadataOffset(&size);
     packet.resize(std::max<size_t>(size, packet.size()), BLANK);
     if (isWanted)
         std::copy(packet.begin(), packet.end(), image.bytes.get() + offset);
@@ -170,11 +152,9 @@ heif::ImagePart HEIFMetaWriter::imageWithRoom(unsigned int size) {
         throw ErrorAt().as(Error::Code::TOO_BIG)("room of %zu bytes for XMP is too large", size_t{size});
     heif::scanWhole(*file);
     requireReplaceableXMP();
-    init();
-    copyCover(std::max<uint32_t>(size, HBOXM_MIN_XMP_SIZE));
-    stop();
-    auto image = dumpImage();
-    heif::requireRoomIsFound(image.span(), getMetadataOffset(), size);
+    muxer = std::make_unique<heif::ImageMuxer>(*reader);
+    auto image = muxer->write(size);
+    heif::requireRoomIsFound(image.span(), muxer->getMetadataOffset(), size);
     return image;
 }
 
@@ -183,130 +163,6 @@ void HEIFMetaWriter::requireReplaceableXMP() {
     auto const item = reader->getXMPItem();
     if (item && !item->isPacket)
         throw ErrorAt().as(Error::Code::UNSUPPORTED)("no room for XMP can be made: %s", item->refusal.c_str());
-}
-
-// The muxer's work. ---------------------------------------------------------------------------------------------------
-
-void HEIFMetaWriter::init() {
-    uint32_t const imageLength = reader->getEndOfImagePosition(false);
-    HBOXM_CONFIG const config{BRANDS.data(), BRANDS.size(), reader->getDemuxer(), imageLength};
-    int32_t error = HBOX_OK;
-    muxer = hboxm_create(&config, &error);
-    if (muxer == nullptr || error != HBOX_OK)
-        throw ErrorAt().as(codeOf(*reader, error, "fail to create hboxm"))("fail to create hboxm: err=%d",
-                                                                           static_cast<int>(error));
-}
-
-void HEIFMetaWriter::deinit() {
-    if (muxer != nullptr)
-        hboxm_delete(muxer);
-    muxer = nullptr;
-}
-
-void HEIFMetaWriter::copyCover(uint32_t xmpSize) {
-    int const coverId = reader->getCoverImageId();
-    requireOk(*reader, hboxm_set_cover_image(muxer, static_cast<uint32_t>(coverId)),
-              "[HEIFMetaWriter]fail to set cover image");
-    HBOXD_IMAGE_INFO const cover = reader->getImageInfo(coverId);
-    if (cover.is_grid == 0 || cover.tile_count == 0)
-        throw Error(Error::Code::UNSUPPORTED, "[HEIFController]not grid image or no item");
-    copyImage(cover, reader->getItemIds(coverId, static_cast<int>(cover.tile_count)), xmpSize);
-    copyThumbnail(coverId);
-}
-
-void HEIFMetaWriter::copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& tiles,
-                               uint32_t xmpSize) {
-    heif::CodecInfo const codec(*reader, imageInfo);
-    LOGD("image %d is turned by %d degrees clockwise", static_cast<int>(imageInfo.id),
-         static_cast<int>(getClockWiseRotation(imageInfo.rotation)));
-    HBOXM_IMAGE_INFO info{};
-    info.id = imageInfo.id;
-    info.width = imageInfo.width;
-    info.height = imageInfo.height;
-    info.rotation = imageInfo.rotation;
-    if (imageInfo.is_grid != 0)
-        info.grid = reader->getGridInfo(static_cast<int>(imageInfo.id));
-    info.hevc = codec.get();
-    info.tile_ids = tiles.data();
-    info.tile_count = static_cast<uint32_t>(tiles.size());
-    info.xmp_size = xmpSize;
-    requireOk(*reader, hboxm_set_image_info(muxer, &info), "[HEIFMetaWriter]fail to set image info");
-    copyImageFrames(imageInfo, tiles.empty() ? std::vector<uint32_t>{imageInfo.id} : tiles);
-}
-
-/// A tile that stands in several places is one item, put once. Lossless coding can exceed the usual frame size, so the
-/// image's own size bounds a frame as well.
-void HEIFMetaWriter::copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> ids) {
-    uint32_t const imageSize = reader->getEndOfImagePosition(false);
-    auto const maxSize = static_cast<int>(std::max(getMaxBufferSize(imageInfo), std::min(imageSize, MAX_FRM_SIZE)));
-    std::sort(ids.begin(), ids.end());
-    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-    for (uint32_t const id : ids) {
-#ifdef HBOXM_HAS_UNCHANGED
-        reader->getImageFrameSize(static_cast<int>(id), maxSize);
-        int32_t const result = hboxm_put_source_frm(muxer, id);
-#else
-        std::vector<uint8_t> frame;
-        reader->getImageFrame(static_cast<int>(id), frame, maxSize);
-        int32_t const result = hboxm_put_frm(muxer, id, frame.data(), static_cast<uint32_t>(frame.size()));
-#endif
-        if (result != HBOX_OK)
-            throw ErrorAt().as(codeOf(*reader, result, "hboxm_put_frm"))("[HEIFMetaWriter]fail to set image frame");
-    }
-}
-
-/// The muxer carries every item over in any case; a thumbnail it has a question about is no reason to stop.
-void HEIFMetaWriter::copyThumbnail(int coverId) {
-    try {
-        HBOXD_IMAGE_INFO const thumbnail = reader->getThumbnailImageInfo(coverId);
-        std::vector<uint32_t> tiles;
-        if (thumbnail.tile_count != 0)
-            tiles = reader->getItemIds(static_cast<int>(thumbnail.id), static_cast<int>(thumbnail.tile_count));
-        copyImage(thumbnail, tiles, 0);
-    } catch (std::exception const& exception) {
-        rethrowUnlessDamage();
-        LOGE("fail to copy thumbnail: %s", exception.what());
-    }
-}
-
-uint32_t HEIFMetaWriter::getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo) {
-    uint32_t const n = imageInfo.width * imageInfo.height, size = (3 * n) / 2 + (3 * n) / 10;
-    if (size > MAX_FRM_SIZE)
-        throw ErrorAt(239).as(Error::Code::TOO_BIG)("max buffer size is larger than MAX_FRM_SIZE");
-    return size;
-}
-
-void HEIFMetaWriter::stop() {
-    if (int32_t const result = hboxm_stop_muxing(muxer); result != HBOX_OK)
-        throw ErrorAt().as(codeOf(*reader, result, "hboxm_stop_muxing"))("fail to stop muxing");
-}
-
-heif::ImagePart HEIFMetaWriter::dumpImage() {
-    int64_t const size = hboxm_get_outputbuffer_size(muxer);
-    if (size > int64_t{UINT32_MAX})
-        throw Error(Error::Code::TOO_BIG, "[HEIFController]invalid overflowed output buffer size");
-    if (size < 0)
-        requireOk(*reader, static_cast<int32_t>(size), "[HEIFController]invalid minus output buffer size");
-    auto const capacity = static_cast<uint32_t>(size);
-    heif::ImagePart image(capacity);
-    uint32_t written = 0;
-#ifdef HBOXM_HAS_UNCHANGED
-    int32_t const result = hboxm_dump_changes_to_outputbuffer(muxer, image.bytes.get(), capacity, &written);
-    HBOXM_UNCHANGED range{};
-    while (hboxm_get_unchanged(muxer, static_cast<uint32_t>(image.unchanged.size()), &range) == HBOX_OK)
-        image.unchanged.push_back({range.position, range.source, range.length});
-#else
-    int32_t const result = hboxm_dump_image_to_outputbuffer(muxer, image.bytes.get(), capacity, &written);
-#endif
-    if (result != HBOX_OK || written != capacity)
-        throw ErrorAt().as(codeOf(*reader, result, "hboxm_dump_image_to_outputbuffer"))("fail to write");
-    return image;
-}
-
-uint32_t HEIFMetaWriter::getMetadataOffset(uint32_t* size) {
-    uint32_t offset = 0;
-    requireOk(*reader, hboxm_get_metadata_offset(muxer, &offset, size), "[HEIFController]not alloc xmp buffer");
-    return offset;
 }
 
 // The file. -----------------------------------------------------------------------------------------------------------
@@ -330,6 +186,23 @@ void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, heif::ImagePart& ima
     image.writeOver(*file);
     if (file->size() != newSize)
         checked::truncate(*file, newSize);
+}
+
+// What stands behind the image.
+// -----------------------------------------------------------------------------------------
+
+void HEIFMetaWriter::closeLastBox(std::shared_ptr<MediaFile> const& file) {
+    if (isHEIC(*file))
+        heif::TrailingBoxes(file).closeLast();
+}
+
+bool HEIFMetaWriter::isTrailerHidden(MediaFile const& file) {
+    auto const shared = std::const_pointer_cast<MediaFile>(file.shared_from_this());
+    return isHEIC(file) && heif::TrailingBoxes(shared).isTrailerHidden();
+}
+
+bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file) {
+    return isHEIC(*file) && heif::TrailingBoxes(file).bringTrailerToEnd();
 }
 
 // Camera debug info. --------------------------------------------------------------------------------------------------

@@ -11,11 +11,10 @@
 #include <string>
 #include <vector>
 
-struct hboxm_context;
-
 namespace android::lumo {
 
 namespace heif {
+class ImageMuxer;
 class TrailingBoxes;
 struct ImagePart;
 struct TopLevelBox;
@@ -86,25 +85,15 @@ public:
     static uint32_t getClockWiseRotation(int heifCcwRotation);
 
 private:
-    void init();
-    void deinit();
     void rescan();
     void requireReplaceableXMP();
     heif::ImagePart imageWithRoom(unsigned int size);
-    void copyCover(uint32_t xmpSize);
-    void copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> const& tiles, uint32_t xmpSize);
-    void copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> ids);
-    void copyThumbnail(int coverId);
-    static uint32_t getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo);
-    void stop();
-    heif::ImagePart dumpImage();
-    uint32_t getMetadataOffset(uint32_t* size = nullptr);
     void replaceImagePart(uint32_t imageLength, heif::ImagePart& image);
 
     void cutOut(heif::TrailingBoxes& boxes, heif::TopLevelBox const& box);
 
     std::unique_ptr<HEIFMetaReader> reader;
-    hboxm_context* muxer = nullptr;
+    std::unique_ptr<heif::ImageMuxer> muxer; ///< of the image part that was made last
 };
 
 } // namespace android::lumo

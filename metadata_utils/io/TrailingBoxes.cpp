@@ -3,7 +3,6 @@
 
 #include "CheckedFile.h"
 #include "HEIFMetaReader.h"
-#include "HEIFMetaWriter.h"
 #include "Log.h"
 #include "MoveTail.h"
 #include "TrailerLayout.h"
@@ -15,9 +14,7 @@
 #include <limits>
 #include <string_view>
 
-namespace android::lumo {
-
-namespace heif {
+namespace android::lumo::heif {
 
 namespace {
 
@@ -338,30 +335,4 @@ void TrailingBoxes::writeDebugInfo(std::span<uint8_t const> data, uint32_t posit
     checked::write(*file, data.data(), data.size());
 }
 
-} // namespace heif
-
-// The writer's questions about their order.
-
-namespace {
-
-bool isHEIC(MediaFile const& file) {
-    return file.mimeType() == MediaDefs::MimeType::IMAGE_HEIC;
-}
-
-} // namespace
-
-void HEIFMetaWriter::closeLastBox(std::shared_ptr<MediaFile> const& file) {
-    if (isHEIC(*file))
-        heif::TrailingBoxes(file).closeLast();
-}
-
-bool HEIFMetaWriter::isTrailerHidden(MediaFile const& file) {
-    auto const shared = std::const_pointer_cast<MediaFile>(file.shared_from_this());
-    return isHEIC(file) && heif::TrailingBoxes(shared).isTrailerHidden();
-}
-
-bool HEIFMetaWriter::restoreTrailerOrder(std::shared_ptr<MediaFile> const& file) {
-    return isHEIC(*file) && heif::TrailingBoxes(file).bringTrailerToEnd();
-}
-
-} // namespace android::lumo
+} // namespace android::lumo::heif
