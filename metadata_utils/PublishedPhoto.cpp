@@ -10,6 +10,8 @@
 #include "PublishedEdit.h"
 #include "XMPEditImpl.h"
 #include "XMPInFile.h"
+#include "io/HEIFItemRemoval.h"
+#include "io/HEIFMetaReader.h"
 #include "io/ImageIndex.h"
 #include "io/JPEGSegments.h"
 #include "io/TrailingBoxes.h"
@@ -298,21 +300,43 @@ void removeTrailer(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Medi
     checked::truncate(*file, file->size() - size);
 }
 
-/// Empty is what this library writes of an empty packet, blanks behind it: whatever else stands there stays.
-bool removeEmptyXMP(std::shared_ptr<MediaFile> const& photo) {
-    if (photo == nullptr || photo->mimeType() != MediaDefs::MimeType::IMAGE_JPEG)
-        return false;
+namespace {
+
+bool removeSegment(std::shared_ptr<MediaFile> const& photo) {
     auto const segments = jpeg::mapSegments(*photo);
     auto const isXMP = [](auto const& block) { return block.type == MediaDefs::MetaType::XMP; };
     auto const found = std::find_if(segments.blocks.begin(), segments.blocks.end(), isXMP);
-    auto const packet = XMPInFile(photo).packet();
-    bool const isEmpty = packet.ends_with("</x:xmpmeta>") && XMPPacket().serialize().starts_with(packet);
-    if (segments.count(MediaDefs::MetaType::XMP) != 1 || !isEmpty)
+    if (segments.count(MediaDefs::MetaType::XMP) != 1)
         return false;
     checked::requireEditable(*photo);
     jpeg::requireInImage(*photo, found->segment.position, found->segment.size());
     image_index::moveBytes(photo, found->segment.end(), -int64_t{found->segment.size()});
     return true;
+}
+
+bool removeXMPItem(std::shared_ptr<MediaFile> const& photo) {
+    auto const item = HEIFMetaReader(photo, ParseMode::LAZY).getXMPItem();
+    if (!item || !item->refusal.empty())
+        return false;
+    auto const removal = heif::ItemRemoval::ofXMP(photo, {item->position, item->length});
+    if (removal)
+        removal->carryOut();
+    return removal.has_value();
+}
+
+} // namespace
+
+/// Empty is what this library writes of an empty packet, blanks behind it: whatever else stands there stays.
+bool removeEmptyXMP(std::shared_ptr<MediaFile> const& photo) {
+    if (photo == nullptr)
+        return false;
+    bool const isJPEG = photo->mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
+    if (!isJPEG && photo->mimeType() != MediaDefs::MimeType::IMAGE_HEIC)
+        return false;
+    XMPInFile const inFile(photo);
+    auto const packet = inFile.packet();
+    bool const isEmpty = packet.ends_with("</x:xmpmeta>") && XMPPacket().serialize().starts_with(packet);
+    return isEmpty && inFile.count() == 1 && (isJPEG ? removeSegment(photo) : removeXMPItem(photo));
 }
 
 } // namespace android::lumo::published

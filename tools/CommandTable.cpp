@@ -140,7 +140,7 @@ std::vector<Command> videoCommands() {
          CHANGING,
          still,
          {"still photo.jpg -o still.jpg", "still -r Camera/ -d Stills/"},
-         "XMP that told of the video alone goes too; a HEIC keeps the room of it, an empty packet."},
+         "XMP that told of the video alone goes too."},
         {"set",
          "Set the still's moment in the video",
          all(stills, moment(""), EDITING),

@@ -105,15 +105,20 @@ Outcome extractOne(Arguments const& args, Input const& input) {
 }
 
 /// A directory that names the image alone came with the video and says nothing without it; nor does a packet that held
-/// nothing else.
+/// nothing else. One that editors do not take stays.
 void dropEmptyXMP(FilePtr const& file) {
-    auto const edit = XMPInfo::parse(file)->edit();
-    if (auto const names = edit->getItemNames(); names.size() == 1 && names.front() == PRIMARY) {
-        edit->removeItem(PRIMARY);
-        edit->removeProperty(xmp_ns::CONTAINER, "Directory");
-        edit->commit();
+    try {
+        auto const edit = XMPInfo::parse(file)->edit();
+        if (auto const names = edit->getItemNames(); names.size() == 1 && names.front() == PRIMARY) {
+            edit->removeItem(PRIMARY);
+            edit->removeProperty(xmp_ns::CONTAINER, "Directory");
+            edit->commit();
+        }
+        published::removeEmptyXMP(file);
+    } catch (Error const& error) {
+        if (error.code() != Error::Code::UNSUPPORTED)
+            throw;
     }
-    published::removeEmptyXMP(file);
 }
 
 /// A claim that does not hold goes alone: what stands behind the picture then is not known to be a video.

@@ -89,8 +89,9 @@ METADATA_UTILS_EXPORT Conversion toPublished(std::shared_ptr<MediaFile> const& p
 METADATA_UTILS_EXPORT void removeTrailer(std::shared_ptr<MediaFile> const& photo,
                                          std::shared_ptr<MediaFile> const& output = nullptr);
 
-/// Takes the XMP segment of a JPEG out whose packet holds nothing, as claims leave it that were all there was. False,
-/// and nothing changed, for any other packet, for several, and in a HEIC, where the packet's item stays.
+/// Takes XMP out that holds nothing, as claims leave it that were all there was: the segment of a JPEG; of a HEIC the
+/// item, its location, its reference and its bytes. False, and nothing changed, for any other packet, for several, and
+/// in a HEIC where more than the image counts on the item or its bytes' place.
 METADATA_UTILS_EXPORT bool removeEmptyXMP(std::shared_ptr<MediaFile> const& photo);
 
 } // namespace android::lumo::published

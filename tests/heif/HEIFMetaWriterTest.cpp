@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "io/HEIFMetaWriter.h"
 #include "HeicParts.h"
+#include "PublishedPhoto.h"
 #include "XMPInfo.h"
+#include "XMPPacket.h"
 #include "hbox.h"
 #include "io/ImageMetaReader.h"
 #include "support/HeicPicture.h"
@@ -84,6 +86,21 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         EXPECT_TRUE(is.packet().starts_with(options.xmp ? packet : "<x:xmpmeta")) << is.packet();
         EXPECT_TRUE(packet.empty() || newImage.find(packet) == newImage.rfind(packet)) << "the old packet is left";
         EXPECT_TRUE(withoutMeta(newImage) == imageOutsideMeta(image, oldXmp, is.packet()));
+
+        TempFile const undone(after);
+        auto const room = undone.open();
+        EXPECT_FALSE(options.xmp && published::removeEmptyXMP(room)) << "it holds something";
+        if (!options.xmp) { // as if there had never been room, but for wider locations
+            HEIFMetaWriter(room).writeXMP(XMPInfo::parse(room));
+            EXPECT_TRUE(published::removeEmptyXMP(room));
+            EXPECT_TRUE(undone.bytes() == HeicParts{image}.build("I" + expectedTail) || options.fieldWidth > 4);
+        }
+        HeicOptions without = options, empty = options;
+        without.xmp.reset();
+        empty.xmp = XMPPacket().serialize();
+        TempFile const emptied(HeicParts{buildHeic(empty)}.build("I" + expectedTail));
+        EXPECT_TRUE(published::removeEmptyXMP(emptied.open()));
+        EXPECT_TRUE(emptied.bytes() == HeicParts{buildHeic(without)}.build("I" + expectedTail));
     }
 }
 
