@@ -20,7 +20,8 @@ auto const& at(Elements const& elements, size_t index) {
     return elements[index];
 }
 
-int opened(mu_photo** photo, std::function<File()> const& open) noexcept {
+template<class Open>
+int opened(mu_photo** photo, Open const& open) noexcept {
     log::silenceByDefault();
     return guarded([&] {
         out(photo) = nullptr;

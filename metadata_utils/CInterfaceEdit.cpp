@@ -41,7 +41,9 @@ Edit ofPacket() {
     return edit;
 }
 
-int stage(mu_photo* photo, std::function<Edit()> const& make) noexcept {
+/// Whatever is allocated for `make` is so behind the border.
+template<class Make>
+int stage(mu_photo* photo, Make const& make) noexcept {
     return guarded([&] { of(photo).staged.push_back(make()); });
 }
 

@@ -87,6 +87,9 @@ std::vector<Item> directoryOf(XMPPacket const& packet, Generation const& generat
     return items;
 }
 
+/// In front of every file's start: a greater number is nobody's distance. No sum of such overflows.
+constexpr uint64_t ENOUGH = uint64_t{1} << 40;
+
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 /// Prefixed names and values of an entry's fields; nothing where there are none, or more than simple ones.
@@ -137,7 +140,6 @@ Item const* Claims::inFrontOfVideo() const {
 }
 
 uint64_t Claims::distanceFromEnd(Item const& item) const {
-    constexpr uint64_t ENOUGH = uint64_t{1} << 40; // behind every file's start: no sum overflows
     uint64_t distance = 0;
     for (auto const& each : items) {
         if (each.place >= item.place)
@@ -150,7 +152,8 @@ std::vector<uint64_t> Claims::distances() const {
     std::vector<uint64_t> found;
     if (auto const* item = video(); item != nullptr && item->length > 0 && motionPhoto != "0")
         found.push_back(distanceFromEnd(*item));
-    if (auto const offset = parseNumber(microVideoOffset); offset && *offset > 0 && microVideo == "1")
+    if (auto const offset = parseNumber(microVideoOffset);
+        offset && *offset > 0 && *offset < ENOUGH && microVideo == "1")
         found.push_back(*offset);
     return found;
 }
@@ -253,12 +256,14 @@ void followEnd(XMPPacket& packet, int64_t growth) {
     auto const grown = [growth](uint64_t number) {
         return std::to_string(std::max<int64_t>(0, static_cast<int64_t>(number) + growth));
     };
-    if (auto const offset = parseNumber(held.microVideoOffset))
+    if (auto const offset = parseNumber(held.microVideoOffset); offset && *offset < ENOUGH)
         packet.set(xmp_ns::CAMERA, names::MICRO_VIDEO_OFFSET, grown(*offset));
     auto const* video = held.video();
     if (video == nullptr || video->length == 0)
         return;
     auto const& last = held.items.back();
+    if (last.length > ENOUGH || last.padding > ENOUGH)
+        return;
     bool const isInLength =
         last.place == video->place && (last.padding == 0 || static_cast<int64_t>(last.padding) + growth < 0);
     setField(packet, last, isInLength ? names::LENGTH : names::PADDING, grown(isInLength ? last.length : last.padding));

@@ -59,6 +59,9 @@ private:
     std::string bytes;
 };
 
+/// Each is a line of the map. What a file has more of is made to have it, and shows as one.
+constexpr size_t MAX_REGIONS = 10'000;
+
 constexpr int SOI = 0xD8, EOI = 0xD9, SOS = 0xDA, APP0 = 0xE0, FIRST_RESTART = 0xD0, LAST_RESTART = 0xD7;
 
 Region::Kind kindOfApp(std::string const& name) {
@@ -101,7 +104,7 @@ uint64_t endOfScan(Window& window, uint64_t position) {
 uint64_t mapJpeg(Window& window, uint64_t position, std::vector<Region>& regions) {
     regions.push_back({Region::Kind::HEADER, "start of image", position, 2});
     position += 2;
-    while (position + 1 < window.end() && window.at(position) == 0xFF) {
+    while (position + 1 < window.end() && window.at(position) == 0xFF && regions.size() < MAX_REGIONS) {
         int const marker = window.at(position + 1);
         if (marker == EOI) {
             regions.push_back({Region::Kind::IMAGE, "end of image", position, 2});
@@ -153,7 +156,7 @@ Region::Kind kindOfBox(BoxType type) {
 
 uint64_t mapBoxes(Window& window, std::vector<Region>& regions) {
     uint64_t position = 0;
-    while (position + 8 <= window.end()) {
+    while (position + 8 <= window.end() && regions.size() < MAX_REGIONS) {
         uint64_t size = window.number(position, 4);
         if (size == 1)
             size = uint64_t{window.number(position + 8, 4)} << 32 | window.number(position + 12, 4);
@@ -191,14 +194,14 @@ std::vector<Region> knownBehind(Photo const& photo) {
 
 /// Bytes that nobody names.
 void mapGap(Window& window, uint64_t from, uint64_t to, bool hasTrailer, std::vector<Region>& regions) {
-    if (from >= to)
-        return;
-    if (window.at(from) == 0xFF && window.at(from + 1) == SOI) {
+    while (from < to && regions.size() < MAX_REGIONS && window.at(from) == 0xFF && window.at(from + 1) == SOI) {
         std::vector<Region> inner;
         uint64_t const end = std::min(mapJpeg(window, from, inner), to);
         regions.push_back({Region::Kind::IMAGE, "another picture", from, end - from});
-        return mapGap(window, end, to, hasTrailer, regions);
+        from = end;
     }
+    if (from >= to)
+        return;
     bool const isTail = to == window.end() && window.text(to - std::min<uint64_t>(to, 4), 4) == "QRTT";
     regions.push_back({isTail || hasTrailer ? Region::Kind::TRAILER : Region::Kind::OTHER,
                        isTail       ? "trailer's directory"
