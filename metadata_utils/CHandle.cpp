@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CHandle.h"
 
+#include "XMPInfoImpl.h"
+
 namespace android::lumo::handles {
 
 namespace {
 
 thread_local std::string text;
 thread_local int code = MU_OK;
-/// Of a directory's places that are looked at.
-constexpr int32_t MAX_PLACES = 10'000;
 
 } // namespace
 
@@ -45,19 +45,8 @@ Contents::Contents(File const& file) : trailer(QRTInfo::parse(file)), xmp(XMPInf
     for (auto const& [schema, path] : xmp->getProperties())
         properties.push_back({schema, path, xmp->getProperty(schema, path)});
     auto const field = [this](auto const& name, char const* which) { return xmp->getItemField(name, which); };
-    for (auto const& name : namesInOrder())
+    for (auto const& name : XMPInfoImpl::of(*xmp)->getItemNamesInOrder())
         items.push_back({name, field(name, "Mime"), field(name, "Length"), field(name, "Padding")});
-}
-
-/// Places may be missing: of several items with one name only the last is indexed.
-std::vector<std::string> Contents::namesInOrder() const {
-    auto left = xmp->getItemNames();
-    std::vector<std::string> names;
-    for (int32_t place = 1; names.size() < left.size() && place <= MAX_PLACES; ++place) {
-        if (auto const name = xmp->getItemNameAt(place); !name.empty())
-            names.push_back(name);
-    }
-    return names;
 }
 
 } // namespace android::lumo::handles

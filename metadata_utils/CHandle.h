@@ -49,9 +49,6 @@ struct Contents {
     std::vector<QRTDataInfo> records;
 
     explicit Contents(File const& file);
-
-private:
-    std::vector<std::string> namesInOrder() const;
 };
 
 /// Remembers what went wrong for this thread, and answers `code`.

@@ -79,6 +79,8 @@ void Mender::setPointer() {
     auto const stored = trailer::storedData(*layout.videoRecord(), layout.tail->position);
     if (!VideoPointer::mayStandIn(qrt::TYPE_MOTION_PHOTO_DATA, stored.size))
         return;
+    if (!VideoPointer::decode(checked::readAt(*file, stored.position, VideoPointer::SIZE)))
+        return; // bytes that nobody knows
     auto const pointer = VideoPointer{VideoPointer::TAG, box.position, box.size}.encode();
     checked::seek(*file, stored.position);
     checked::write(*file, pointer);

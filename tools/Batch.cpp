@@ -13,6 +13,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -74,8 +75,13 @@ public:
     ExitCode run() {
         unsigned const workers = inputs.isMany() ? workersFor(args) : 1;
         std::vector<std::thread> others;
-        for (unsigned i = 1; i < workers; ++i)
-            others.emplace_back([this] { workThrough(); });
+        others.reserve(workers);
+        try {
+            for (unsigned i = 1; i < workers; ++i)
+                others.emplace_back([this] { workThrough(); });
+        } catch (std::system_error const&) {
+            // Those there are do the work: this one at least.
+        }
         workThrough();
         for (auto& other : others)
             other.join();

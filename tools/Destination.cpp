@@ -4,8 +4,8 @@
 #include "Signals.h"
 #include "Text.h"
 
+#include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <mutex>
 #include <unordered_set>
 
@@ -19,12 +19,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// 64 bits everywhere, so that no two of a million names share a number (FNV-1a).
+uint64_t numberOf(std::string const& path) {
+    uint64_t number = 0xCBF29CE484222325U;
+    for (char const c : path)
+        number = (number ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
+    return number;
+}
+
 /// What this run has given names to, so that two inputs of one name do not take each other's place. Sixteen bytes each.
 bool isFirstToTake(std::string const& path) {
     static std::mutex lock;
-    static std::unordered_set<size_t> taken;
+    static std::unordered_set<uint64_t> taken;
     std::lock_guard const guard(lock);
-    return taken.insert(std::hash<std::string>()(path)).second;
+    return taken.insert(numberOf(path)).second;
 }
 
 } // namespace

@@ -27,7 +27,7 @@ public:
         return isInBytes() ? Access::READ_WRITE : Access::REPLACE;
     }
     std::string const& path() const { return out; }
-    /// What came of an input that was skipped, or done unless this is a dry run, which says what would have been.
+    /// What came of an input that was skipped.
     Outcome skippedOutcome() const;
     /// Whether an edit has a result: false leaves everything as it is.
     using Edit = std::function<bool(std::shared_ptr<android::lumo::MediaFile> const& output)>;

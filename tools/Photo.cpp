@@ -36,7 +36,6 @@ std::string kindOf(std::string_view start) {
         Kind{4, "ftypavif", "an AVIF image"},
         Kind{4, "ftypavis", "an AVIF image"},
         Kind{4, "ftypcrx ", "a raw image"},
-        Kind{4, "ftypmif1", "a HEIF image of a brand that is not supported"},
         Kind{4, "ftyp", "a movie"},
         Kind{0, "%PDF", "a PDF document"},
         Kind{0, "PK\x03\x04", "a ZIP archive"},

@@ -68,8 +68,8 @@ struct METADATA_UTILS_EXPORT MotionVideo {
     static MotionVideo locate(MotionPhotoInfo const& photo);
     /// The first movie behind the picture that nothing claims, or which only a damaged claim names: behind the end of
     /// image of a JPEG, among or behind the top-level boxes of a HEIC, in front of the trailer's records, and outside
-    /// what other items of the directory take. Reads
-    /// everything behind the picture through a window. Its size is where the movie's boxes end.
+    /// what other items of the directory take. Reads everything behind the picture through a window. Its size is where
+    /// the movie's boxes end.
     static MotionVideo scan(std::shared_ptr<MediaFile> const& photo);
 
     /// Copies the video as it stands in the photo to the target's current position, inside the kernel where it can.

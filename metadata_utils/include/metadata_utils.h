@@ -56,7 +56,8 @@ enum {
     MU_INTERNAL = 11     /* none of the above: a fault of this library */
 };
 
-/* The text of the last error on this thread, without end of line; "" when there was none. */
+/* The text of the last error on this thread, without end of line; "" when there was none. It lives until the thread's
+ * next call that fails. */
 METADATA_UTILS_EXPORT char const* mu_last_error(void);
 /* Its code, one of those above; MU_OK when there was none. A call that succeeds leaves both as they are. */
 METADATA_UTILS_EXPORT int mu_last_error_code(void);
