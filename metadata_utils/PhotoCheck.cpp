@@ -225,15 +225,14 @@ void Checker::checkPadding() {
     if (layout.isHEIC) {
         expected = layout.videoBox ? layout.videoBox->headerSize : 0;
         other = 8; // what this library's editor claims for every box
-    } else if (video().source == Source::TRAILER && layout.tail) {
-        uint32_t const start = trailer::startOf(*layout.tail);
-        other = expected = video().position - std::min(start, video().position);
     } else {
         auto const* item = layout.claims.video();
         for (auto const& each : layout.claims.items)
-            other += !each.isPrimary() && each.place < item->place ? each.length + each.padding : 0;
+            other += !each.isPrimary() && item != nullptr && each.place < item->place ? each.length + each.padding : 0;
         uint64_t const gap = video().position - std::min(stillEnd.value_or(0), video().position);
         other = expected = gap - std::min(other, gap);
+        if (video().source == Source::TRAILER && layout.tail)
+            expected = video().position - std::min(trailer::startOf(*layout.tail), video().position);
     }
     if (!layout.isHEIC && primary->padding > 0 && isPicture(stillEnd.value_or(0) + primary->padding))
         return; // the photo's own, in front of a gain map

@@ -179,7 +179,10 @@ Fields fieldsWithTrailer(PhotoLayout const& layout, MotionVideo const& video, Ch
         fields.primaryPadding = layout.videoBox->headerSize;
     } else {
         fields.length = uint64_t{planned.video.dataPayload} + planned.size() - planned.video.payload;
-        fields.primaryPadding = planned.headSize();
+        // Between picture and video the head joins what is there; in front of a gain map it has no place.
+        bool const isOwn = isPrimaryPaddingOwn(layout, video.position);
+        if (!isOwn || layout.claims.inFrontOfVideo() == nullptr)
+            fields.primaryPadding = planned.headSize() + (isOwn ? layout.claims.primary()->padding : 0);
         fields.addedInFront = planned.headSize();
     }
     return fields;
@@ -272,6 +275,15 @@ std::optional<uint64_t> primaryPaddingOf(PhotoLayout const& layout, uint32_t sta
     return static_cast<uint64_t>(std::max<int64_t>(0, int64_t{start} - *end - between));
 }
 
+/// What Primary's padding will be: the photo's own, without the trailer's head, where that can be told.
+std::optional<uint64_t> primaryPaddingBack(PhotoLayout const& layout, MotionVideo const& video, uint32_t start,
+                                           int64_t shift) {
+    bool const isOwn = isPrimaryPaddingOwn(layout, video.position);
+    if (isOwn && layout.claims.inFrontOfVideo() == nullptr)
+        return layout.claims.primary()->padding - (video.position - start);
+    return isOwn || isPrimaryPaddingOwn(layout, start) ? std::nullopt : primaryPaddingOf(layout, start, shift);
+}
+
 struct Back {
     uint32_t start = 0;  ///< where the video will begin, before XMP moves it
     uint32_t length = 0; ///< of the video as it was
@@ -305,7 +317,7 @@ Back planBack(PhotoLayout const& layout, MotionVideo const& video, std::optional
     back.fields.length = back.length;
     back.fields.itemPadding = back.behind;
     back.fields.addedInFront = -int64_t{countedHead(layout, video)};
-    back.fields.primaryPadding = primaryPaddingOf(layout, back.start, back.fields.addedInFront);
+    back.fields.primaryPadding = primaryPaddingBack(layout, video, back.start, back.fields.addedInFront);
     back.fields.mime = MediaDefs::mimeString(video.mimeType());
     return back;
 }

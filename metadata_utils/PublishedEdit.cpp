@@ -4,6 +4,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "MovieBoxes.h"
+#include "StillEnd.h"
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
@@ -138,8 +139,9 @@ Fields fieldsFor(PhotoLayout const& layout, MotionVideo const& video) {
     if (video.source == MotionVideo::Source::TRAILER) {
         fields.length = toEnd;
         fields.itemPadding = 0;
-        if (!layout.isHEIC)
-            fields.primaryPadding = video.position - std::min(video.position, trailer::startOf(*layout.tail));
+        uint32_t const start = trailer::startOf(*layout.tail);
+        if (!layout.isHEIC && !isPrimaryPaddingOwn(layout, start) && !isPrimaryPaddingOwn(layout, video.position))
+            fields.primaryPadding = video.position - std::min(video.position, start);
     }
     return fields;
 }
@@ -233,6 +235,19 @@ uint32_t countedHead(PhotoLayout const& layout, MotionVideo const& video) {
     };
     bool const isOwn = isPictureInFrontOf(start) && !isPictureInFrontOf(video.position);
     return isOwn ? 0 : video.position - start;
+}
+
+bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position) {
+    auto const* primary = layout.claims.primary();
+    if (layout.isHEIC || primary == nullptr || primary->padding == 0 || primary->padding > layout.fileSize)
+        return false;
+    auto const end = findStillEnd(*layout.file);
+    uint64_t const place = end.value_or(0) + primary->padding;
+    if (!end || layout.claims.inFrontOfVideo() == nullptr)
+        return end && place == position;
+    constexpr uint8_t START_OF_IMAGE[] = {0xFF, 0xD8};
+    return place < layout.fileSize &&
+           checked::holds(*layout.file, static_cast<uint32_t>(place), START_OF_IMAGE, sizeof START_OF_IMAGE);
 }
 
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {

@@ -60,6 +60,10 @@ bool isFiller(MediaFile const& file, uint32_t position, uint32_t size);
 /// it do: with the trailer they go from there. 0 where the padding is the photo's own.
 uint32_t countedHead(PhotoLayout const& layout, MotionVideo const& video);
 
+/// Whether the padding that a JPEG's Primary claims is the photo's own: it leads from the picture's end to this place
+/// or, where an item stands in front of the video, to a picture.
+bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position);
+
 /// Lets an editor of the photo commit: into the output, whose bytes go (the editor takes an empty one), or in place.
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output);
 
