@@ -189,7 +189,7 @@ void Checker::checkDirectory() {
         add("directory-order", 0, "Primary first", items.front().semantic);
     auto const* item = layout.claims.video();
     if (item == nullptr) {
-        if (video().isSound())
+        if (video().isSound() && layout.claims.motionPhoto == "1") // the older format has no item
             add("directory-video", 0, "an item MotionPhoto", "none");
         return;
     }

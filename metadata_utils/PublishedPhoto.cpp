@@ -8,6 +8,7 @@
 #include "MotionPhotoEditImpl.h"
 #include "MotionPhotoInfoImpl.h"
 #include "PublishedEdit.h"
+#include "ScratchFile.h"
 #include "XMPEditImpl.h"
 #include "XMPInFile.h"
 #include "io/HEIFItemRemoval.h"
@@ -73,7 +74,8 @@ Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
         uint32_t const last = std::max(end, layout.trailerStart()); // a padding may count the trailer
         auto const padding = static_cast<uint32_t>(std::min<uint64_t>(item->padding, last - end));
         end += isFiller(*layout.file, end, padding) ? padding : 0;
-        cut.left = item->length + item->padding - std::min(item->length + item->padding, uint64_t{end} - start);
+        uint64_t const counted = item->length + item->padding, trailer = layout.fileSize - layout.trailerStart();
+        cut.left = counted - std::min(counted, uint64_t{end} - start + trailer); // what is a trailer's is no padding
         cut.takesPrimaryPadding = isPaddingOfPrimary(layout, *item, start);
         start -= cut.takesPrimaryPadding ? static_cast<uint32_t>(layout.claims.primary()->padding) : 0;
     }
@@ -219,6 +221,19 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
         checked::requireSpace(*layout.file, needed - std::min(needed, layout.locate().size));
 }
 
+/// What the packet of the new video would be refused for, found on the still alone while the old one is there.
+void rehearsePacket(PhotoLayout const& layout, Cut const& cut) {
+    auto const still = scratchBeside(*layout.file);
+    PacketChange const drop = dropClaimsOf(layout, cut);
+    begin(layout.file, still, cut.stretchOf(*layout.file));
+    writeXMP(still, [&](auto const& view) {
+        if (drop)
+            drop(view);
+        setFields(view, still->mimeType(), {UINT32_MAX, 0, layout.fileSize, 0});
+        XMPEditImpl(view).setProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP, std::to_string(UINT32_MAX));
+    });
+}
+
 } // namespace
 
 MotionVideo removeVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<MediaFile> const& output) {
@@ -246,8 +261,10 @@ MotionClip addVideo(std::shared_ptr<MediaFile> const& photo, std::shared_ptr<Med
     bool const isKnownToEditor = isForEditor(layout) || layout.videoBox.has_value();
     auto const cut = isKnownToEditor ? Cut() : planCut(layout, layout.locate());
     bool const byEditor = isKnownToEditor || isElsewhere(*photo, output);
-    if (!byEditor)
+    if (!byEditor) {
+        rehearsePacket(layout, cut);
         takeOut(layout, cut, nullptr);
+    }
     auto const edit = MotionPhotoInfo::parse(photo)->edit();
     if (!isKnownToEditor && byEditor)
         dynamic_cast<MotionPhotoEditImpl&>(*edit).leaveOut(cut.stretchOf(*photo));

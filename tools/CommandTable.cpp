@@ -203,7 +203,13 @@ auto key(char const* name, char const* purpose) {
     return [=](App& app, Arguments& args) { app.add_option(name, args.key, purpose)->required(); };
 }
 
-auto const RECORD = key("RECORD", "The record's name, as trailer list shows it");
+void recordType(App& app, Arguments& args) {
+    app.add_option("--type", args.type, "The record's type; of one that is there it is known")
+        ->type_name("N")
+        ->check(CLI::Range(1, 0xFFFF));
+}
+
+auto const RECORD = all(key("RECORD", "The record's name, as trailer list shows it"), recordType);
 auto const PROPERTY = key("PROPERTY", "The property with its prefix: xmp:Rating");
 
 void value(App& app, Arguments& args) {
@@ -219,9 +225,6 @@ auto const DATA = option("--data", &Arguments::data, "FILE", "File with the data
 void recordData(App& app, Arguments& args) {
     option("--data", &Arguments::data, "FILE", "File with the data; - is standard input")(app, args);
     app.add_option("--text", args.value, "The data itself")->type_name("TEXT")->excludes("--data");
-    app.add_option("--type", args.type, "The record's type; of one that is there it is known")
-        ->type_name("N")
-        ->check(CLI::Range(1, 0xFFFF));
 }
 
 std::vector<Command> recordCommands() {

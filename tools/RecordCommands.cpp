@@ -122,12 +122,20 @@ void requireVideoFound(Photo const& photo, int32_t type, std::vector<unsigned ch
                       "not be found any more; give mpv3");
 }
 
+/// Of two types under one name it takes --type to say which.
 std::optional<QRTDataInfo> recordOf(Arguments const& args, QRTInfo const& trailer) {
+    std::optional<QRTDataInfo> found;
     for (auto const& record : trailer.getRecords()) {
-        if (record.name == args.key && (args.type == 0 || record.type == args.type))
-            return record;
+        if (record.name != args.key || (args.type != 0 && record.type != args.type))
+            continue;
+        if (found && found->type != record.type)
+            throw Failure(ExitCode::USAGE, "",
+                          "the trailer has '" + args.key + "' as type " + std::to_string(found->type) + " and " +
+                              std::to_string(record.type) + "; --type says which");
+        if (!found)
+            found = record;
     }
-    return std::nullopt;
+    return found;
 }
 
 // XMP. ----------------------------------------------------------------------------------------------------------------
