@@ -45,7 +45,7 @@ Contents::Contents(File const& file) : trailer(QRTInfo::parse(file)), xmp(XMPInf
     for (auto const& [schema, path] : xmp->getProperties())
         properties.push_back({schema, path, xmp->getProperty(schema, path)});
     auto const field = [this](auto const& name, char const* which) { return xmp->getItemField(name, which); };
-    for (auto const& name : XMPInfoImpl::of(*xmp)->getItemNamesInOrder())
+    for (auto const& name : XMPInfoImpl::of(*xmp)->getDirectory().namesInOrder())
         items.push_back({name, field(name, "Mime"), field(name, "Length"), field(name, "Padding")});
 }
 
