@@ -135,7 +135,7 @@ std::optional<CommitFields::ExpectedVideo> CommitFields::expectedVideo(Written w
         return std::nullopt;
     uint32_t const inFront = writesBox ? staged.video->size()
                                        : plan.getGround().image - static_cast<uint32_t>(parts.view->getVideoPosition());
-    expected.length = inFront + plan.behindImage();
+    expected.length = plan.lengthFrom(inFront);
     expected.padding = heif::TrailingBoxes::VIDEO_HEADER_SIZE;
     return expected;
 }
@@ -181,7 +181,7 @@ void CommitFields::followGrowth(Written written, bool isNew) {
     bool const isAsked = written == Written::TRAILER || parts.qrtEdit->isDirty();
     if (isAsked && parts.qrtEdit->staging().writesTrailer()) {
         auto const plan = parts.qrtEdit->staging().plan();
-        growth = int64_t{plan.behindImage()} - (plan.getGround().fileSize - plan.getGround().image);
+        growth = plan.growth();
     }
     if (isNew || (growth != 0 && VideoFields::find(*parts.outputFile, *parts.xmpEdit)))
         parts.xmpEdit->followEnd(growth);

@@ -17,12 +17,6 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
-/// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
-constexpr size_t XMP_OVERHEAD = 256;
-constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
-/// The fields of a motion photo take no more, in XMP that has none of them.
-constexpr uint32_t EXPECTED_FIELDS = 2048;
-
 /// The packet as the caller staged it, for a commit that fails: the next one starts over.
 class PacketKeeper {
 public:
@@ -76,7 +70,7 @@ void MotionPhotoCommit::writeSteps(Planned& planned) {
     std::optional<checked::SpaceKeeper> space;
     if (!isWithoutXMP) {
         prepareCommit(planned);
-        space.emplace(parts.outputFile, expectedFileSize(), ErrorAt());
+        space.emplace(parts.outputFile, sizes().workSize(), ErrorAt());
         planned.reset();
         prepareImageType();
     }
@@ -142,7 +136,7 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output, bool isTrail
         static_cast<void>(outside.pointedVideoLast());
     parts.view->getPacket()->requireUnchanged();
     CommitFields(parts, staged, outside).requireTimestamp();
-    checked::sizeOf(uint64_t{expectedFileSize()} + XMP_OVERHEAD + MIN_XMP_ROOM);
+    sizes().requireAddressable();
 }
 
 void MotionPhotoCommit::requireNothingLeft() const {
@@ -164,27 +158,18 @@ void MotionPhotoCommit::requireVideoStaysReadable() const {
                                                      "would not be found");
 }
 
-/// The most bytes the output will have on the way, so that a full disk is found before its first byte moves. A size
-/// that needs no new space is not asked for, however little is left.
-uint32_t MotionPhotoCommit::expectedFileSize() {
-    uint64_t size = parts.outputFile->size();
-    uint64_t most = size;
-    if (parts.xmpEdit->isDirty()) {
-        auto const room = ImageMetaReader::of(parts.outputFile, ParseMode::LAZY)->getXMP();
-        size_t const needed = std::max<size_t>(parts.xmpEdit->serializeToBuffer().size() + room.offset, MIN_XMP_ROOM);
-        size += room.payload < needed ? needed + XMP_OVERHEAD : 0;
-    }
-    most = std::max(most, size);
-    if (parts.isHEIC && !staged.extras.empty()) {
-        size -= std::min(size, heif::TrailingBoxes(parts.outputFile).videosSize());
-        size += staged.video ? uint64_t{heif::TrailingBoxes::VIDEO_HEADER_SIZE} + staged.video->size() : 0;
-        most = std::max(most, size);
-    }
-    if (parts.qrtEdit->isDirty()) {
-        auto const plan = parts.qrtEdit->staging().plan();
-        most = std::max(most, size + plan.workSize() - std::min(plan.getGround().fileSize, plan.workSize()));
-    }
-    return checked::sizeOf(most);
+/// What the disk is asked for before the first byte moves.
+CommitSizes MotionPhotoCommit::sizes() {
+    CommitSizes sizes(parts.outputFile->size());
+    if (parts.xmpEdit->isDirty())
+        sizes.addXMP(parts.xmpEdit->serializeToBuffer().size(),
+                     ImageMetaReader::of(parts.outputFile, ParseMode::LAZY)->getXMP());
+    if (parts.isHEIC && !staged.extras.empty())
+        sizes.exchangeBox(heif::TrailingBoxes(parts.outputFile).videosSize(),
+                          staged.video ? uint64_t{heif::TrailingBoxes::VIDEO_HEADER_SIZE} + staged.video->size() : 0);
+    if (parts.qrtEdit->isDirty())
+        sizes.addTrailer(parts.qrtEdit->staging().plan());
+    return sizes;
 }
 
 /// Nothing is left to be said of a video, and nothing else is asked for: a HEIC without XMP stays without, and needs no
@@ -245,7 +230,7 @@ void MotionPhotoCommit::prepareTrailerSteps(MediaFile const& file) {
     parts.view->getPacket()->requireUnchanged();
     if (isElsewhere)
         return requireRoomFor(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()));
-    checked::SpaceKeeper const space(parts.outputFile, expectedFileSize());
+    checked::SpaceKeeper const space(parts.outputFile, sizes().workSize());
     mediator.makeRoom();
 }
 
@@ -258,7 +243,7 @@ void MotionPhotoCommit::requireRoomFor(uint32_t packetSize) const {
         return;
     HEIFMetaWriter writer(parts.outputFile);
     if (writer.xmpRoom() < packetSize)
-        writer.requireRoomCanBeMade(std::max(MIN_XMP_ROOM, packetSize));
+        writer.requireRoomCanBeMade(std::max(ImageMetaWriter::MIN_XMP_ROOM, packetSize));
 }
 
 bool MotionPhotoCommit::mustRestoreTrailer() const {
@@ -270,7 +255,7 @@ bool MotionPhotoCommit::mustRestoreTrailer() const {
 /// fails in between leaves that to the next one.
 void MotionPhotoCommit::restoreTrailer() {
     if (HEIFMetaWriter::isTrailerHidden(*parts.outputFile)) {
-        requireRoomFor(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()) + EXPECTED_FIELDS);
+        requireRoomFor(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()) + CommitSizes::VIDEO_FIELDS);
         isTrailerFound = true;
         HEIFMetaWriter::restoreTrailerOrder(parts.outputFile);
     }

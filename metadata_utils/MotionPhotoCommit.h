@@ -60,7 +60,7 @@ private:
     void noteGrowth() noexcept;
     void requireNothingLeft() const;
     void requireVideoStaysReadable() const;
-    uint32_t expectedFileSize();
+    CommitSizes sizes();
     bool isVideoRemovalWithoutXMP();
     bool mustRestoreTrailer() const;
     void restoreTrailer();

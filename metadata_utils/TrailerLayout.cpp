@@ -230,7 +230,7 @@ QRTDataInfo withoutBytes(QRTDataInfo const& record) {
 void appendRecord(ByteBuffer& bytes, QRTDataInfo const& record, ByteBuffer const& data) {
     uint32_t const start = bytes.size();
     LOGI("add header");
-    bytes.put(record.getDataHeader());
+    bytes.put(headerOf(record.type, record.hasSubInfo));
     LOGI("add name size");
     bytes.put(static_cast<uint32_t>(record.name.size()));
     if (record.hasSubInfo) {
@@ -272,7 +272,7 @@ ByteBuffer serializeTail(uint32_t version, std::vector<QRTDataInfo> const& recor
     ByteBuffer bytes(size);
     bytes.put(std::string(START_MAGIC)).put(version).put(static_cast<uint32_t>(records.size()));
     for (auto const& record : records) {
-        bytes.put(record.getDataHeader()).put(record.offsetFromTail).put(record.payload);
+        bytes.put(headerOf(record.type, record.hasSubInfo)).put(record.offsetFromTail).put(record.payload);
     }
     bytes.put(size - TAIL_END_SIZE).put(std::string(END_MAGIC));
     return bytes;

@@ -3,6 +3,7 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "io/ImageMetaWriter.h"
 
 #include <algorithm>
 #include <limits>
@@ -229,6 +230,38 @@ RecordPlaces TrailerPlan::keptPlaces(size_t movesDone, bool isNextCutShort) cons
 
 void TrailerPlan::patch(Place const& place, ByteBuffer bytes) {
     dataPatch = {start() + place.dataStart(), std::move(bytes)};
+}
+
+// The whole commit. ---------------------------------------------------------------------------------------------------
+
+namespace {
+
+/// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
+constexpr uint64_t XMP_OVERHEAD = 256;
+
+} // namespace
+
+void CommitSizes::addXMP(size_t packet, Metadata const& room) {
+    uint64_t const needed = std::max<uint64_t>(uint64_t{packet} + room.offset, ImageMetaWriter::MIN_XMP_ROOM);
+    size += room.payload < needed ? needed + XMP_OVERHEAD : 0;
+    most = std::max(most, size);
+}
+
+void CommitSizes::exchangeBox(uint64_t old, uint64_t now) {
+    size = size - std::min(size, old) + now;
+    most = std::max(most, size);
+}
+
+void CommitSizes::addTrailer(TrailerPlan const& plan) {
+    most = std::max(most, size + plan.workSize() - std::min(plan.getGround().fileSize, plan.workSize()));
+}
+
+uint32_t CommitSizes::workSize() const {
+    return checked::sizeOf(most);
+}
+
+void CommitSizes::requireAddressable() const {
+    checked::sizeOf(uint64_t{workSize()} + XMP_OVERHEAD + ImageMetaWriter::MIN_XMP_ROOM);
 }
 
 } // namespace android::lumo

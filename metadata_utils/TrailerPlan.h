@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "Metadata.h"
 #include "QRTEdit.h"
 #include "StagedRecord.h"
 #include "TrailerLayout.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -90,6 +93,10 @@ public:
     /// Bytes from the image's end to a place's data, and from there to the file's end.
     uint32_t paddingOf(Place const& place) const { return ground.boxHeader + place.dataStart(); }
     uint32_t lengthFrom(Place const& place) const { return trailerSize() - place.dataStart(); }
+    /// The same from the first of so many bytes that end where the image does.
+    uint32_t lengthFrom(uint32_t inFront) const { return inFront + behindImage(); }
+    /// How many more bytes will stand behind the image than do now.
+    int64_t growth() const { return int64_t{behindImage()} - (ground.fileSize - ground.image); }
     /// Where bytes that stand `from` the trailer's first byte will stand; nothing when no kept record holds them.
     std::optional<uint32_t> newPlaceOf(uint32_t from) const;
 
@@ -118,6 +125,32 @@ private:
     uint32_t scratchEnd = 0;
     std::vector<Move> moves;
     std::optional<Patch> dataPatch;
+};
+
+/// What a commit of a whole photo takes on the disk, summed up in the order in which it is written: XMP, video box,
+/// trailer.
+class CommitSizes {
+public:
+    /// The fields of a motion photo take no more, in XMP that has none of them.
+    static constexpr uint32_t VIDEO_FIELDS = 2048;
+
+    explicit CommitSizes(uint32_t fileSize) : size(fileSize), most(fileSize) {}
+
+    /// A packet of so many bytes is written; `room` is what XMP has now.
+    void addXMP(size_t packet, Metadata const& room);
+    /// A HEIC's video box goes, or is not there, and one comes, or none.
+    void exchangeBox(uint64_t old, uint64_t now);
+    void addTrailer(TrailerPlan const& plan);
+
+    /// The most bytes the file will have on the way. A size that needs no new space is not asked for, however little of
+    /// it is left. Throws past 4 GiB.
+    uint32_t workSize() const;
+    /// Throws past 4 GiB, also where XMP that fits now should not do so any more with the video's fields.
+    void requireAddressable() const;
+
+private:
+    uint64_t size;
+    uint64_t most;
 };
 
 } // namespace android::lumo

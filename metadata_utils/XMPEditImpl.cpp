@@ -103,8 +103,7 @@ void requireSameType(MediaFile const& target, MediaFile const& source, ErrorAt a
 
 } // namespace
 
-XMPEditImpl::XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view)
-    : file(view->getFile()), info(view), sourceFile(view->getFile()) {
+XMPEditImpl::XMPEditImpl(std::shared_ptr<XMPInfoImpl> const& view) : file(view->getFile()), info(view) {
     info->takeOthersThatAgree();
 }
 
@@ -269,8 +268,10 @@ void XMPEditImpl::commit() {
     checked::requireAddressable(*file);
     checked::requireEditable(*file);
     bool const isSource = info->getInFile().isThisFile(*file);
-    if (!isSource && mustCopy)
-        copySource();
+    if (!isSource && mustCopy) {
+        targetXMP.reset();
+        info->getInFile().copyFileTo(file);
+    }
     if (!isSource && targetXMP == nullptr)
         targetXMP = std::make_unique<XMPInFile>(file); // its own XMP is what the caller wants replaced
     auto& known = isSource ? info->getInFile() : *targetXMP;
@@ -284,25 +285,14 @@ void XMPEditImpl::commit() {
     LOGI("commit X");
 }
 
-/// The whole source, over whatever a commit that failed has left.
-void XMPEditImpl::copySource() {
-    checked::requireAddressable(*sourceFile);
-    info->requireUnchanged();
-    targetXMP.reset();
-    checked::truncate(*file, 0);
-    checked::seek(*file, 0);
-    checked::reserve(*file, sourceFile->size());
-    checked::copy(sourceFile, file, 0, sourceFile->size());
-}
-
 void XMPEditImpl::commit(std::shared_ptr<MediaFile> const& target) {
     if (!target)
         throw ErrorAt()("no target given");
     checked::requireAddressable(*target);
-    bool const isSource = checked::isSameFile(*target, *sourceFile);
+    bool const isSource = checked::isSameFile(*target, *info->getFile());
     bool const isEmpty = target->size() == 0;
     if (!isEmpty && !isSource && !mustCopy)
-        requireSameType(*target, *sourceFile);
+        requireSameType(*target, *info->getFile());
     if (isEmpty || !checked::isSameFile(*target, *file)) {
         targetXMP.reset();
         mustCopy = isEmpty && !isSource;

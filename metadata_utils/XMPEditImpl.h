@@ -58,8 +58,6 @@ public:
     void commit(std::shared_ptr<MediaFile> const& target) override;
 
     std::shared_ptr<XMPInfoImpl> xmpView() const override { return info; }
-    /// The view is loaded already.
-    void load() {}
     /// Appends an empty struct to "Container:Directory", which becomes an ordered array when it is absent.
     void addArrayItem();
     std::shared_ptr<XMPInfoImpl> const& getView() const { return info; }
@@ -69,12 +67,9 @@ private:
     void setField(XMPInfoImpl::XMPItemInfo& item, std::string const& itemName, std::string const& fieldName,
                   std::string const& value);
 
-    void copySource();
-
     std::shared_ptr<MediaFile> file; ///< what commit() writes
     std::atomic<bool> dirty{false};
     std::shared_ptr<XMPInfoImpl> info;
-    std::shared_ptr<MediaFile> sourceFile;
     std::unique_ptr<XMPInFile> targetXMP; ///< of a target that is not the source, once it was looked at
     bool mustCopy = false;                ///< the target was empty and does not hold a whole edited copy yet
 };

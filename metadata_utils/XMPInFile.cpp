@@ -68,6 +68,16 @@ void XMPInFile::requireRoomToRetry(std::function<size_t()> const& size, ErrorAt 
                     *file)("XMP changed since it was read: a commit that needs room for it failed");
 }
 
+void XMPInFile::copyFileTo(std::shared_ptr<MediaFile> const& target) {
+    checked::requireAddressable(*file);
+    requireUnchanged();
+    requireKeepable();
+    checked::truncate(*target, 0);
+    checked::seek(*target, 0);
+    checked::reserve(*target, file->size());
+    checked::copy(file, target, 0, file->size());
+}
+
 void XMPInFile::roomOpened() {
     forget();
     blocks = readBlocks();

@@ -50,6 +50,9 @@ public:
     /// Runs `commit`, which writes the packet through `handle` and leaves it in `text`. What a commit that throws had
     /// changed is remembered: only a packet half written over its predecessor can be written again.
     void write(MediaFile const& handle, std::string const& text, std::function<void()> const& commit);
+    /// Makes `target` a copy of the whole file, over whatever a commit that failed has left there. Throws as
+    /// requireUnchanged() and requireKeepable() do.
+    void copyFileTo(std::shared_ptr<MediaFile> const& target);
     /// Whoever asked requireUnchanged() has opened room where the packet stood; what stands there now is known.
     void roomOpened();
 
