@@ -18,7 +18,7 @@
 
 namespace android::lumo {
 
-/// The trailer editor: what is staged, and the file a commit writes. TrailerPlan works out the result, TrailerWriter
+/// The trailer editor: what is staged, and the file a commit writes. TrailerPlan works out the result, TrailerFile
 /// writes it.
 ///
 /// What was staged stays staged until a commit into the editor's own file has returned. Where a commit was cut short,
