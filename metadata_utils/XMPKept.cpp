@@ -33,7 +33,11 @@ std::pair<std::string_view, std::string_view> split(std::string_view name) {
 class Contents {
 public:
     std::vector<std::pair<std::string, std::string>> names;
-    std::unordered_map<std::string, int> values; ///< lowered: the toolkit rewrites the letters of languages
+    struct Value {
+        int count = 0;
+        std::string text; ///< as one of them is written
+    };
+    std::unordered_map<std::string, Value> values; ///< lowered: the toolkit rewrites the letters of languages
     int roots = 0;
 
     /// False when it is no XML in this encoding (none: what the text itself says).
@@ -113,8 +117,11 @@ private:
     }
 
     void keep(std::string_view value) {
-        if (value.find_first_not_of(" \t\r\n") != std::string_view::npos)
-            ++values[lowered(std::string(value))];
+        if (value.find_first_not_of(" \t\r\n") == std::string_view::npos)
+            return;
+        auto& known = values[lowered(std::string(value))];
+        if (known.count++ == 0)
+            known.text = value;
     }
 
     XML_Parser parser = nullptr; ///< while it reads
@@ -175,11 +182,11 @@ std::string lostByParsing(std::string const& text, XMPPacket const& packet) {
     }
     packet.visitValues([&](std::string const& value) {
         if (auto const found = contents.values.find(lowered(value)); found != contents.values.end())
-            --found->second;
+            --found->second.count;
     });
-    for (auto const& [value, left] : contents.values) {
-        if (left > 0)
-            return "the value \"" + value.substr(0, 40) + "\"";
+    for (auto const& [key, value] : contents.values) {
+        if (value.count > 0)
+            return "the value \"" + value.text.substr(0, 40) + "\"";
     }
     return {};
 }

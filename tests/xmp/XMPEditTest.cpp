@@ -246,7 +246,7 @@ TEST(XMPEdit, KeepsWhatOthersWroteInFormsOfTheirOwn) {
          "<t:deep rdf:parseType='Resource'><t:x>1</t:x></t:deep></t:s><t:uri rdf:resource='urn:x'/>",
          false},
         {"languages", "", arrayOf("dc:title", "Alt", LANGUAGES), false},
-        {"a value that is cleaned up", "t:a='caf&#xE9;'", "", true},
+        {"characters by number", "t:a='caf&#xE9; &#x27;A&#x26;&#x9;'", "<t:b><![CDATA[&#]]>&#x3c;</t:b>", false},
         {"a date made of two", "exif:GPSDateStamp='2001:01:01'", "<exif:GPSTimeStamp>10:00:00Z</exif:GPSTimeStamp>",
          false},
         {"a description without languages", "", arrayOf("dc:description", "Bag", "<rdf:li><t:a>x</t:a></rdf:li>"),
