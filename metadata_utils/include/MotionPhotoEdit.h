@@ -53,7 +53,8 @@ public:
     /// result. What can be foreseen is refused before the first byte moves. A write that fails later throws; nothing is
     /// rolled back. docs/failure-states.md lists what a failure at each step may leave.
     virtual void commit() = 0;
-    /// Writes the result into `target`, replacing its content; the source is never written.
+    /// Writes the result into `target`, which is empty or was written by this editor before; any other is refused. The
+    /// source is never written, and another handle of it counts as commit().
     virtual void commit(std::shared_ptr<MediaFile> const& target) = 0;
 
     /// The image the next commit(target) starts from instead of the source's: a prepared still of the same type (an

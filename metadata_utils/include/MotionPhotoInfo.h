@@ -72,9 +72,11 @@ public:
     /// Not provided: throws "implement video-info". Instead, on average: 8,000,000 * getVideoSize() /
     /// getVideoDurationUs() bits a second.
     virtual int32_t getVideoBitrate() const = 0;
-    /// The video's first byte; 0 without one. For a pointer record that is where it points to.
+    /// The video's first byte; 0 without one. For a pointer record that is where it points to, and every record of the
+    /// video of at least 12 and up to 125,000 bytes is read as a pointer: whether a video stands there, isValid()
+    /// tells.
     virtual size_t getVideoPosition() const = 0;
-    /// Bytes of the video; 0 without one.
+    /// Bytes of the video; 0 without one. As getVideoPosition() a number that nobody has checked.
     virtual size_t getVideoSize() const = 0;
     /// Not provided: throws "implement auto-play-video-info". Its bytes: getAutoPlayVideoPosition() and -Size().
     virtual int32_t getAutoPlayVideoBitrate() const = 0;
@@ -87,7 +89,7 @@ public:
     /// The text of record "MotionPhoto_Info"; empty when missing.
     virtual std::string getExtraInfo() const = 0;
     /// Bytes between the image's end and the video's first byte: record and name in a JPEG, the box header (8) in a
-    /// HEIC.
+    /// HEIC. Where a JPEG's pointer leads in front of the image's end, or without a video, the difference wraps around.
     virtual size_t getImageVideoPadding() const = 0;
     /// The views this one is made of, kept up to date by its editors; never null. First that of the XMP.
     virtual std::shared_ptr<XMPInfo> getXMPInfo() const = 0;
