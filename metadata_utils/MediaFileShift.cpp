@@ -55,9 +55,10 @@ void readChunk(MediaFile const& file, std::vector<uint8_t>& chunk) {
                                                  chunk.size());
 }
 
-} // namespace
+using Strategy = MediaFile::ShiftStrategy;
 
-struct MediaFile::Tail {
+/// The run of bytes that a shift moves, from the file's position to its end, and how far the shift has come.
+struct Shift {
     uint32_t start = 0;
     uint32_t end = 0;
     uint32_t moved = 0;                  ///< bytes written at their new place
@@ -68,122 +69,125 @@ struct MediaFile::Tail {
 };
 
 /// Chunk after chunk as the strategy directs.
-void MediaFile::moveTail(ShiftStrategy const& strategy, uint32_t bufferSize, Tail& tail) {
-    std::vector<uint8_t> chunk(std::min(bufferSize, tail.size()));
-    if (tail.isRetry && tail.size() > bufferSize)
-        checked::requireReadable(*this, tail.start, tail.size(), bufferSize, error());
+void move(MediaFile& file, Strategy const& strategy, uint32_t bufferSize, Shift& shift) {
+    std::vector<uint8_t> chunk(std::min(bufferSize, shift.size()));
+    if (shift.isRetry && shift.size() > bufferSize)
+        checked::requireReadable(file, shift.start, shift.size(), bufferSize, error());
     uint32_t from = strategy.initialReadPosition();
-    LOGD("bufferSize=%zu targetBytes=%zu targetPosition=%zu rwPosition=%zu", size_t{bufferSize}, size_t{tail.size()},
-         size_t{tail.start}, size_t{from});
-    while (tail.moved < tail.size()) {
-        chunk.resize(std::min<size_t>(chunk.size(), tail.size() - tail.moved));
-        if (position(from) != from)
-            throw error().as(Error::Code::READ_FAILED, *this)("Failed to set file position to %zu for reading",
-                                                              size_t{from});
-        readChunk(*this, chunk);
+    LOGD("bufferSize=%zu targetBytes=%zu targetPosition=%zu rwPosition=%zu", size_t{bufferSize}, size_t{shift.size()},
+         size_t{shift.start}, size_t{from});
+    while (shift.moved < shift.size()) {
+        chunk.resize(std::min<size_t>(chunk.size(), shift.size() - shift.moved));
+        if (file.position(from) != from)
+            throw error().as(Error::Code::READ_FAILED, file)("Failed to set file position to %zu for reading",
+                                                             size_t{from});
+        readChunk(file, chunk);
         uint32_t const to = strategy.toWritePosition(from);
-        if (position(to) != to)
-            throw error().as(Error::Code::WRITE_FAILED, *this)("Failed to set file position to %zu for writing",
-                                                               size_t{to});
-        size_t const written = checked::writeUpTo(*this, chunk.data(), chunk.size());
+        if (file.position(to) != to)
+            throw error().as(Error::Code::WRITE_FAILED, file)("Failed to set file position to %zu for writing",
+                                                              size_t{to});
+        size_t const written = checked::writeUpTo(file, chunk.data(), chunk.size());
         if (written > 0)
-            tail.lowestWritten = std::min(tail.lowestWritten, to);
-        tail.moved += static_cast<uint32_t>(written);
+            shift.lowestWritten = std::min(shift.lowestWritten, to);
+        shift.moved += static_cast<uint32_t>(written);
         if (written != chunk.size())
             throw error().as(checked::writeFailure(errno),
-                             *this)("fail to write bytes: %zd, expected %zu",
-                                    written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), chunk.size());
+                             file)("fail to write bytes: %zd, expected %zu",
+                                   written == 0 ? ssize_t{-1} : static_cast<ssize_t>(written), chunk.size());
         from = strategy.toNextReadPosition(to);
     }
-    LOGI("shiftRightSafely X: targetBytes=%zu, writeBytes=%zd", size_t{tail.size()}, static_cast<ssize_t>(tail.moved));
+    LOGI("shiftRightSafely X: targetBytes=%zu, writeBytes=%zd", size_t{shift.size()},
+         static_cast<ssize_t>(shift.moved));
 }
 
-void MediaFile::moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail) {
+void moveInChunks(MediaFile& file, Strategy const& strategy, uint32_t& bufferSize, Shift& shift) {
     if (bufferSize == 0) {
-        bufferSize = tail.size();
-        LOGD("update bufferSize to %zu[size=%zu, pos=%zu]", size_t{bufferSize}, size_t{tail.end}, size_t{tail.start});
+        bufferSize = shift.size();
+        LOGD("update bufferSize to %zu[size=%zu, pos=%zu]", size_t{bufferSize}, size_t{shift.end}, size_t{shift.start});
     }
     if (bufferSize <= TOO_SMALL_BUFFER)
         throw error()("fail to shift: buffer-size %zu is less than minimum value 1024 byte", size_t{bufferSize});
-    moveTail(strategy, bufferSize, tail);
-}
-
-void MediaFile::doShift(ShiftStrategy const& strategy, uint32_t& bufferSize) {
-    Tail tail{position(), size()};
-    tail.end = std::max(tail.start, tail.end);
-    moveTailInChunks(strategy, bufferSize, tail);
+    move(file, strategy, bufferSize, shift);
 }
 
 /// What a safe shift is about to move; an impossible one throws.
-MediaFile::Tail MediaFile::tailToShift(char const* name, int shift, bool towardsStart) const {
-    checked::requireAddressable(*this, error());
-    Tail const tail{position(), size()};
-    if (shift < 0 || tail.start > tail.end || (towardsStart && static_cast<uint32_t>(shift) > tail.start))
-        throw error()("fail to shift: %s by %d at %zu of %zu", name, shift, size_t{tail.start}, size_t{tail.end});
-    return tail;
+Shift shiftOf(MediaFile const& file, char const* name, int distance, bool towardsStart) {
+    checked::requireAddressable(file, error());
+    Shift const shift{file.position(), file.size()};
+    if (distance < 0 || shift.start > shift.end || (towardsStart && static_cast<uint32_t>(distance) > shift.start))
+        throw error()("fail to shift: %s by %d at %zu of %zu", name, distance, size_t{shift.start}, size_t{shift.end});
+    return shift;
 }
 
 /// Halves the buffer after each attempt that failed without moving a byte, down to the last one with a buffer of 0,
-/// which stands for the whole tail. A tail too short for chunks is moved in one piece, and a smaller buffer would not
-/// help it.
-void MediaFile::moveTailSafely(char const* name, int shift, ShiftStrategy const& strategy, uint32_t& bufferSize,
-                               Tail& tail) {
-    bool const onePiece = tail.size() <= TOO_SMALL_BUFFER;
+/// which stands for all that is shifted. A tail too short for chunks is moved in one piece, and a smaller buffer would
+/// not help it.
+void moveSafely(MediaFile& file, char const* name, int distance, Strategy const& strategy, uint32_t& bufferSize,
+                Shift& shift) {
+    bool const onePiece = shift.size() <= TOO_SMALL_BUFFER;
     for (bool isLast = onePiece;; isLast = bufferSize == 0) {
-        LOGI("%s E: doShift=%d, bufferSize=%zu", name, shift, size_t{bufferSize});
-        bufferSize = onePiece ? tail.size() : std::min(bufferSize, tail.size());
+        LOGI("%s E: doShift=%d, bufferSize=%zu", name, distance, size_t{bufferSize});
+        bufferSize = onePiece ? shift.size() : std::min(bufferSize, shift.size());
         try {
-            return onePiece ? moveTail(strategy, bufferSize, tail) : moveTailInChunks(strategy, bufferSize, tail);
+            return onePiece ? move(file, strategy, bufferSize, shift) : moveInChunks(file, strategy, bufferSize, shift);
         } catch (std::exception const& exception) {
-            if (isLast || tail.moved > 0)
+            if (isLast || shift.moved > 0)
                 throw;
             LOGW("Exception in %s, retrying with smaller buffer: %s", name, exception.what());
         }
         bufferSize /= 2;
-        tail.isRetry = true;
+        shift.isRetry = true;
     }
 }
 
-void MediaFile::shiftRightSafely(int shift, uint32_t bufferSize) {
-    Tail tail = tailToShift("shiftRightSafely", shift, false);
-    uint32_t const distance = static_cast<uint32_t>(shift);
-    uint32_t const newSize = checked::sizeOf(uint64_t{tail.end} + distance, error());
+} // namespace
+
+void MediaFile::doShift(ShiftStrategy const& strategy, uint32_t& bufferSize) {
+    Shift shift{position(), size()};
+    shift.end = std::max(shift.start, shift.end);
+    moveInChunks(*this, strategy, bufferSize, shift);
+}
+
+void MediaFile::shiftRightSafely(int by, uint32_t bufferSize) {
+    Shift shift = shiftOf(*this, "shiftRightSafely", by, false);
+    uint32_t const distance = static_cast<uint32_t>(by);
+    uint32_t const newSize = checked::sizeOf(uint64_t{shift.end} + distance, error());
     if (distance == 0)
         return;
     ShiftStrategy const backwards{
-        [&] { return tail.end - bufferSize; },
+        [&] { return shift.end - bufferSize; },
         [&](uint32_t read) { return read + distance; },
         [&](uint32_t written) {
             uint32_t const read = written - distance;
-            return read - tail.start > bufferSize ? read - bufferSize : tail.start;
+            return read - shift.start > bufferSize ? read - bufferSize : shift.start;
         },
     };
-    if (tail.size() == 0)
+    if (shift.size() == 0)
         return checked::reserve(*this, newSize, error());
     checked::requireSpace(*this, newSize, error()); // the file grows with the first write, the tail's end in it
     try {
-        moveTailSafely("shiftRightSafely", shift, backwards, bufferSize, tail);
+        moveSafely(*this, "shiftRightSafely", by, backwards, bufferSize, shift);
     } catch (...) {
-        if (tail.lowestWritten >= tail.end)
-            truncate(tail.end);
+        if (shift.lowestWritten >= shift.end)
+            truncate(shift.end);
         throw;
     }
 }
 
-void MediaFile::shiftLeftSafely(int shift, uint32_t bufferSize, bool cut) {
-    Tail tail = tailToShift("shiftLeftSafely", shift, true);
-    uint32_t const distance = static_cast<uint32_t>(shift);
+void MediaFile::shiftLeftSafely(int by, uint32_t bufferSize, bool cut) {
+    Shift shift = shiftOf(*this, "shiftLeftSafely", by, true);
+    uint32_t const distance = static_cast<uint32_t>(by);
     if (distance == 0)
         return;
-    checked::requireSpace(*this, tail.end - distance, error());
+    checked::requireSpace(*this, shift.end - distance, error());
     ShiftStrategy const forwards{
-        [&] { return tail.start; },
+        [&] { return shift.start; },
         [&](uint32_t read) { return read - distance; },
         [&](uint32_t written) { return written + distance + bufferSize; },
     };
-    moveTailSafely("shiftLeftSafely", shift, forwards, bufferSize, tail);
+    moveSafely(*this, "shiftLeftSafely", by, forwards, bufferSize, shift);
     if (cut)
-        checked::truncate(*this, tail.end - distance, error());
+        checked::truncate(*this, shift.end - distance, error());
 }
 
 namespace {

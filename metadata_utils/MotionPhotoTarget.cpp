@@ -12,7 +12,7 @@
 #include "VideoFields.h"
 #include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
-#include "io/MoveTail.h"
+#include "io/MoveRest.h"
 
 #include <algorithm>
 #include <optional>

@@ -4,7 +4,7 @@
 #include "ErrorAt.h"
 #include "Log.h"
 #include "VideoFields.h"
-#include "io/MoveTail.h"
+#include "io/MoveRest.h"
 #include "io/TrailingBoxes.h"
 #include "io/VideoPointer.h"
 
@@ -66,7 +66,7 @@ void OutsideVideo::removePointedVideo(std::shared_ptr<MediaFile> const& file) {
         return;
     uint64_t const changes = file->changes();
     try {
-        moveTail(file, video->end(), -int64_t{video->size});
+        moveRest(file, video->end(), -int64_t{video->size});
     } catch (...) {
         isCutShort = file->changes() != changes;
         throw;

@@ -11,7 +11,7 @@
 #include "io/ImageIndex.h"
 #include "io/ImageMetaReader.h"
 #include "io/JPEGMetaWriter.h"
-#include "io/MoveTail.h"
+#include "io/MoveRest.h"
 
 #include <algorithm>
 

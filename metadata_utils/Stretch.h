@@ -5,7 +5,8 @@
 
 namespace android::lumo {
 
-/// Bytes of a file that follow each other.
+/// Bytes of a file that follow each other, where the file can be addressed with 32 bits. What a box names, which may
+/// lie anywhere, is a FileRange (boxes/BoxBounds.h).
 struct Stretch {
     uint32_t position = 0;
     uint32_t size = 0;

@@ -121,10 +121,11 @@ std::string identifierInMetadata(Bytes const& meta) {
 }
 
 /// A stretch of the file: where it begins and ends.
-using Place = std::pair<uint64_t, uint64_t>;
+/// Of a box's content: its first byte, and the one behind it.
+using Bounds = std::pair<uint64_t, uint64_t>;
 
 /// The content of the first box of that type in a place.
-std::optional<Place> find(MediaFile const& file, std::optional<Place> const& place, std::string_view type) {
+std::optional<Bounds> find(MediaFile const& file, std::optional<Bounds> const& place, std::string_view type) {
     for (uint64_t from = place ? place->first : 1, end = place ? place->second : 0; from + BOX_HEADER <= end;) {
         auto const header = readAt(file, from, 2 * BOX_HEADER);
         Bytes const bytes{header};
@@ -138,13 +139,13 @@ std::optional<Place> find(MediaFile const& file, std::optional<Place> const& pla
         if (size < head || size > end - from)
             break;
         if (bytes.text.substr(4, 4) == type)
-            return Place(from + head, from + size);
+            return Bounds(from + head, from + size);
         from += size;
     }
     return std::nullopt;
 }
 
-std::string identifierIn(MediaFile const& file, std::optional<Place> const& meta) {
+std::string identifierIn(MediaFile const& file, std::optional<Bounds> const& meta) {
     if (!meta || meta->second - meta->first > MAX_METADATA)
         return "";
     auto const content = readAt(file, meta->first, meta->second - meta->first);
@@ -167,7 +168,7 @@ std::string contentIdentifierOfStill(std::shared_ptr<MediaFile> const& still) {
 }
 
 std::string contentIdentifierOfClip(std::shared_ptr<MediaFile> const& clip) {
-    auto const movie = find(*clip, Place(0, clip->size()), "moov");
+    auto const movie = find(*clip, Bounds(0, clip->size()), "moov");
     auto const identifier = identifierIn(*clip, find(*clip, movie, "meta"));
     return identifier.empty() ? identifierIn(*clip, find(*clip, find(*clip, movie, "udta"), "meta")) : identifier;
 }

@@ -163,15 +163,9 @@ public:
     uint64_t changes() const { return changeCount; }
 
 private:
-    /// The run of bytes that a shift moves, and how far the shift has come.
-    struct Tail;
     void readWhole(void* value, size_t size) const;
     std::string typeBytes() const;
     void startWriting(int64_t bytes) const;
-    Tail tailToShift(char const* name, int shift, bool towardsStart) const;
-    void moveTail(ShiftStrategy const& strategy, uint32_t bufferSize, Tail& tail);
-    void moveTailInChunks(ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
-    void moveTailSafely(char const* name, int shift, ShiftStrategy const& strategy, uint32_t& bufferSize, Tail& tail);
 
     int fd;
     std::string path;

@@ -3,7 +3,7 @@
 
 #include "CheckedFile.h"
 #include "Log.h"
-#include "MoveTail.h"
+#include "MoveRest.h"
 #include "boxes/BoxWriter.h"
 #include "boxes/PropertyBoxes.h"
 
@@ -319,7 +319,7 @@ void ItemRemoval::carryOut() const {
     auto const writeMeta = [&] {
         checked::seek(*file, static_cast<uint32_t>(meta.position));
         checked::write(*file, bytes.data(), bytes.size());
-        moveTail(file, metaEnd, static_cast<int64_t>(bytes.size()) - static_cast<int64_t>(metaBytes.size()));
+        moveRest(file, metaEnd, static_cast<int64_t>(bytes.size()) - static_cast<int64_t>(metaBytes.size()));
     };
     bool const isMediaBehind = media.position > meta.position;
     if (media.size > 0 && !isMediaBehind)
@@ -330,7 +330,7 @@ void ItemRemoval::carryOut() const {
     }
     for (auto const& each : cuts) {
         if (!holds(rangeOf(meta), each))
-            moveTail(file, static_cast<uint32_t>(endOf(each)), -static_cast<int64_t>(each.length));
+            moveRest(file, static_cast<uint32_t>(endOf(each)), -static_cast<int64_t>(each.length));
     }
     if (media.size == 0 || isMediaBehind)
         writeMeta();

@@ -6,7 +6,7 @@
 #include "HEIFImagePart.h"
 #include "HEIFItems.h"
 #include "Log.h"
-#include "MoveTail.h"
+#include "MoveRest.h"
 #include "SplicedCopy.h"
 #include "TrailingBoxes.h"
 
@@ -180,7 +180,7 @@ void HEIFMetaWriter::replaceImagePart(uint32_t imageLength, heif::ImagePart& ima
     if (imageLength == fileSize)
         checked::reserve(*file, newSize);
     else
-        moveTail(file, imageLength, distance);
+        moveRest(file, imageLength, distance);
     if (file->position(0) != 0)
         throw ErrorAt(406).as(Error::Code::READ_FAILED, *file)("Failed to reset file position to 0");
     image.writeOver(*file);

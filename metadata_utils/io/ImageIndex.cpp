@@ -4,7 +4,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "JPEGSegments.h"
-#include "MoveTail.h"
+#include "MoveRest.h"
 #include "boxes/BoxBounds.h"
 
 #include <algorithm>
@@ -145,7 +145,7 @@ void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t di
         return;
     auto const index = file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? read(*file) : Index();
     auto const own = ownSize(*file, index);
-    moveTail(file, from, distance);
+    moveRest(file, from, distance);
     moved(*file, index, own, from, distance);
 }
 

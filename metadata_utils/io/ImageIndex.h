@@ -49,7 +49,7 @@ void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize,
 /// The same for a copy of the photo that was made without a stretch of it.
 void leftOut(MediaFile& copy, MediaFile const& photo, Stretch const& stretch);
 
-/// Moves the bytes from `from` on and corrects what points to them: the trailer's pointer to a video (moveTail), and
+/// Moves the bytes from `from` on and corrects what points to them: the trailer's pointer to a video (moveRest), and
 /// the index of a JPEG.
 void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance);
 

@@ -5,7 +5,7 @@
 #include "ImageIndex.h"
 #include "JPEGSegments.h"
 #include "Log.h"
-#include "MoveTail.h"
+#include "MoveRest.h"
 #include "SplicedCopy.h"
 #include "boxes/BigEndian.h"
 
@@ -13,10 +13,10 @@
 #include <string>
 
 // What holds while segments move:
-// 1. Whatever can be foreseen to fail is refused before the first byte moves (planRoom, requireApp4Fits, moveTail).
+// 1. Whatever can be foreseen to fail is refused before the first byte moves (planRoom, requireApp4Fits, moveRest).
 // 2. Room that is opened becomes a whole segment at once, so that the segments behind it are found again after every
 // step.
-// 3. A video that moved has its pointer corrected before the next move (moveTail), an MPF index with the last one.
+// 3. A video that moved has its pointer corrected before the next move (moveRest), an MPF index with the last one.
 
 namespace android::lumo {
 
@@ -119,7 +119,7 @@ Metadata JPEGMetaWriter::reserveXMP(unsigned int required) {
 /// the last room of the file gets the packet; others are blanked, because the bytes they were opened over would
 /// otherwise show twice.
 Metadata JPEGMetaWriter::makeChange(jpeg::Change const& change, jpeg::SegmentMap const& segments, bool isLast) {
-    moveTail(file, change.position + change.removed, change.growth());
+    moveRest(file, change.position + change.removed, change.growth());
     if (change.inserted == 0)
         return {};
     uint32_t const payload = change.inserted - jpeg::HEADER_SIZE;

@@ -33,14 +33,14 @@ public:
     void writeTo(std::shared_ptr<MediaFile> const& target, ErrorAt at = ErrorAt()) const;
 
 private:
-    struct Place {
+    struct Splice {
         uint32_t removed = 0;
         std::string bytes;
     };
 
     std::shared_ptr<MediaFile> source;
     uint32_t sourceSize;
-    std::map<uint32_t, Place> places;
+    std::map<uint32_t, Splice> splices;
 };
 
 } // namespace android::lumo

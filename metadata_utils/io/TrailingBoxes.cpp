@@ -4,7 +4,7 @@
 #include "CheckedFile.h"
 #include "HEIFMetaReader.h"
 #include "Log.h"
-#include "MoveTail.h"
+#include "MoveRest.h"
 #include "TrailerLayout.h"
 #include "boxes/ItemBoxes.h"
 
@@ -183,7 +183,7 @@ bool TrailingBoxes::bringTrailerToEnd() {
         checked::seek(*file, oldSize);
         checked::copy(file, file, trailer.position, trailer.size);
         changes = file->changes();
-        moveTail(file, trailer.end(), -int64_t{trailer.size});
+        moveRest(file, trailer.end(), -int64_t{trailer.size});
     } catch (...) {
         if (file->changes() == changes || file->size() < oldSize + trailer.size)
             file->truncate(oldSize);
@@ -195,7 +195,7 @@ bool TrailingBoxes::bringTrailerToEnd() {
 
 void TrailingBoxes::takeOut(TopLevelBox const& box) {
     requireNoItemBehind(box.position);
-    moveTail(file, box.end(), -int64_t{box.size});
+    moveRest(file, box.end(), -int64_t{box.size});
     known.reset();
 }
 
@@ -243,14 +243,14 @@ uint32_t TrailingBoxes::putVideo(uint32_t position, uint32_t size, std::function
     if (position == file->size())
         checked::reserve(*file, end);
     else
-        moveTail(file, position, boxSize);
+        moveRest(file, position, boxSize);
     try {
         checked::seek(*file, position, ErrorAt(661, "metadata_utils/MotionPhotoEditImpl"));
         checked::write(*file, boxHeader(boxSize, VIDEO_BOX));
         write();
     } catch (...) {
         try {
-            moveTail(file, end, -int64_t{boxSize});
+            moveRest(file, end, -int64_t{boxSize});
         } catch (std::exception const& e) {
             LOGE("fail to take an unfinished video box out: %s", e.what());
         }
@@ -307,7 +307,7 @@ void TrailingBoxes::putDebugInfo(std::span<uint8_t const> data, TopLevelBox cons
     uint32_t const position = next->position - oldSize;
     LOGI("append free cdif: size=%zu", data.size());
     LOGI("insert free cdif: size=%zu, pos=%zu", data.size(), size_t{position});
-    moveTail(file, next->position, int64_t{size} - oldSize);
+    moveRest(file, next->position, int64_t{size} - oldSize);
     writeDebugInfo(data, position);
     known.reset();
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CheckedFile.h"
-#include "io/MoveTail.h"
+#include "io/MoveRest.h"
 #include "support/Faults.h"
 #include "support/TempFile.h"
 
@@ -122,8 +122,8 @@ TEST(CheckedFile, ForeseesALimitOnTheSizeOfFiles) {
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &low), 0); // to pass it ends the process
     checked::requireSpace(*file, 4'000);
     std::function<void()> const cases[] = {[&] { checked::requireSpace(*file, 4'001); },
-                                           [&] { checked::reserve(*file, 6'000); }, [&] { moveTail(file, 100, 10); },
-                                           [&] { moveTail(file, 100, -10); }};
+                                           [&] { checked::reserve(*file, 6'000); }, [&] { moveRest(file, 100, 10); },
+                                           [&] { moveRest(file, 100, -10); }};
     for (auto const& action : cases)
         EXPECT_EQ(failureOf(action), std::pair(NO_SPACE, temp.path()));
     setrlimit(RLIMIT_FSIZE, &old);

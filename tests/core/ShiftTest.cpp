@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Error.h"
 #include "MediaFile.h"
-#include "io/MoveTail.h"
+#include "io/MoveRest.h"
 #include "support/Faults.h"
 #include "support/TempFile.h"
 
@@ -127,7 +127,7 @@ TEST(Shift, LeavesTheFileAsItWas) {
                 EXPECT_THROW(shiftSafely(*file, distance > 0, std::abs(distance), buffer), Error);
             }
             if (buffer == WHOLE) {
-                EXPECT_THROW(moveTail(file, 1'000, distance), Error);
+                EXPECT_THROW(moveRest(file, 1'000, distance), Error);
             }
             EXPECT_TRUE(temp.bytes() == pattern(SIZE)) << &make - &std::get<0>(cases[0]) << " by " << distance;
         }

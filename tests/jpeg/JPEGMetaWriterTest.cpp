@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "io/JPEGMetaWriter.h"
 #include "XMPInfoImpl.h"
-#include "io/MoveTail.h"
+#include "io/MoveRest.h"
 #include "support/Faults.h"
 #include "support/PhotoParts.h"
 #include "xmp/XMPFixture.h"
@@ -217,7 +217,7 @@ TEST(JPEGMetaWriter, PointerFollowsTheVideo) {
         TempFile const file(stillWithPointer(image, image.open().size() > 50'000 ? "more" : ""));
         for (std::function<void()> const& move : std::initializer_list<std::function<void()>>{
                  [] {}, [&] { writeView(file, std::string(4000, 'p')); }, [&] { writeDebugInfo(file, "123"); },
-                 [&] { moveTail(file.open(), static_cast<uint32_t>(file.bytes().find(VIDEO)), 10); }}) {
+                 [&] { moveRest(file.open(), static_cast<uint32_t>(file.bytes().find(VIDEO)), 10); }}) {
             move();
             EXPECT_TRUE(takeApart(file.bytes()).video == VIDEO) << treeOf(file.bytes());
         }

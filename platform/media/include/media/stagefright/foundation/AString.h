@@ -16,9 +16,6 @@ public:
     size_t size() const { return mText.size(); }
     bool empty() const { return mText.empty(); }
 
-    /// Compares ASCII letters without regard to case; an empty prefix always matches.
-    bool startsWithIgnoreCase(char const* prefix) const;
-
 private:
     std::string mText;
 };

@@ -39,6 +39,6 @@ private:
 /// Refused before the first byte moves: a trailer or a pointer that cannot be read, bytes that cannot be read, a result
 /// past 4 GiB or past what the disk has room for. What else in the file names a place behind `from` is the caller's to
 /// ask for.
-void moveTail(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance, ErrorAt at = ErrorAt());
+void moveRest(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance, ErrorAt at = ErrorAt());
 
 } // namespace android::lumo

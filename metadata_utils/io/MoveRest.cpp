@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "MoveTail.h"
+#include "MoveRest.h"
 
 #include "CheckedFile.h"
 #include "Log.h"
@@ -48,7 +48,7 @@ void VideoPointerKeeper::moved(uint32_t from, int64_t distance) {
     LOGD("video pointer moved to %zu", size_t{pointer->position});
 }
 
-void moveTail(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance, ErrorAt at) {
+void moveRest(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance, ErrorAt at) {
     if (distance == 0)
         return;
     VideoPointerKeeper keeper(file);
