@@ -55,6 +55,7 @@ struct ItemLocation {
     uint8_t lengthWidth = 0;
     uint8_t indexWidth = 0;
 
+    static constexpr unsigned IN_FILE = 0, IN_ITEM_DATA = 1; ///< methods: what positions count from
     unsigned method() const { return construction & 0xFU; }
     /// The next extent of `extents`, its position counted from the start of the file or of 'idat': base added.
     FileRange nextExtent();

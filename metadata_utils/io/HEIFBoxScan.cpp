@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "HEIFBoxScan.h"
 
-#include "ErrorAt.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -24,11 +22,6 @@ constexpr uint32_t LOOK_AHEAD = MAX_HEADER + 4;
 constexpr std::array IMAGE_BOXES = {boxType("ftyp"), boxType("styp"), boxType("meta"), boxType("mdat"),
                                     boxType("moov"), boxType("moof"), boxType("meco")};
 constexpr std::array TRAILING_BOXES = {VIDEO_BOX, TRAILER_BOX};
-
-/// The messages of the scan are the reader's.
-ErrorAt readerError(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/io/HEIFMetaReader");
-}
 
 bool isImage(TopLevelBox const& box) {
     return std::find(IMAGE_BOXES.begin(), IMAGE_BOXES.end(), box.type) != IMAGE_BOXES.end();
@@ -64,6 +57,14 @@ TopLevelBox boxOf(BoxHeader const& header, uint32_t position, uint32_t left) {
 }
 
 } // namespace
+
+ErrorAt readerError(int line) {
+    return ErrorAt(line, "metadata_utils/io/HEIFMetaReader");
+}
+
+ErrorAt writerError(int line) {
+    return ErrorAt(line, "metadata_utils/io/HEIFMetaWriter");
+}
 
 ByteWindow::ByteWindow(MediaFile const& source) : file(&source), total(source.size()) {}
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "Error.h"
+#include "ErrorAt.h"
 #include "MediaFile.h"
 #include "boxes/BoxBounds.h"
 
@@ -14,6 +14,10 @@
 
 /// The top level of a HEIF file: its boxes from the first byte to the last, and where the image ends among them.
 namespace android::lumo::heif {
+
+/// Errors of the reader and of the writer, whichever file holds the code that says them.
+ErrorAt readerError(int line = __builtin_LINE());
+ErrorAt writerError(int line = __builtin_LINE());
 
 /// Bytes of a file, or of memory, by position. Small neighbouring requests are answered from one read, so that a scan
 /// over any number of small boxes costs few system calls. The file or memory must outlive the window and keep its size.

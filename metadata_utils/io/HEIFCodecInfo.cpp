@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "HEIFCodecInfo.h"
 
-#include "ErrorAt.h"
+#include "HEIFBoxScan.h"
 #include "Log.h"
+#include "boxes/PropertyBoxes.h"
 
 #include <algorithm>
 #include <array>
@@ -17,14 +18,6 @@ namespace {
 
 constexpr char LOG_TAG[] = "HEIFMetaWriter";
 constexpr std::array<uint8_t, 4> START_CODE = {0, 0, 0, 1};
-/// NAL unit types (ITU-T H.265 table 7-1).
-constexpr unsigned NAL_VPS = 32;
-constexpr unsigned NAL_SPS = 33;
-constexpr unsigned NAL_PPS = 34;
-
-ErrorAt writerError(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/io/HEIFMetaWriter");
-}
 
 void require(bool condition, int line) {
     if (!condition)
@@ -33,11 +26,11 @@ void require(bool condition, int line) {
 
 void addUnit(std::span<uint8_t const> unit, HBOXM_INFO_HEVC* hevcInfo) {
     switch ((unit.front() >> 1) & 0x3FU) {
-    case NAL_VPS:
+    case boxes::NAL_VPS:
         return addVPS(hevcInfo, unit.data(), unit.size());
-    case NAL_SPS:
+    case boxes::NAL_SPS:
         return addSPS(hevcInfo, unit.data(), unit.size());
-    case NAL_PPS:
+    case boxes::NAL_PPS:
         return addPPS(hevcInfo, unit.data(), unit.size());
     default:
         throw writerError()("invalid nal unit type");

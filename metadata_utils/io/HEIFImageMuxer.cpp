@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "HEIFImageMuxer.h"
 
-#include "ErrorAt.h"
+#include "HEIFBoxScan.h"
 #include "HEIFCodecInfo.h"
 #include "HEIFMetaWriter.h"
 #include "Log.h"
@@ -16,14 +16,8 @@ namespace android::lumo::heif {
 namespace {
 
 constexpr char LOG_TAG[] = "HEIFMetaWriter";
-constexpr char WRITER[] = "metadata_utils/io/HEIFMetaWriter";
 constexpr uint32_t MAX_FRM_SIZE = 0x20000000;
 constexpr std::array<uint32_t, 2> BRANDS = {HBOX_FOURCC('h', 'e', 'i', 'c'), HBOX_FOURCC('m', 'i', 'f', '1')};
-
-/// What the muxer cannot do is the writer's to say.
-ErrorAt error(int line = __builtin_LINE()) {
-    return ErrorAt(line, WRITER);
-}
 
 /// An answer of the muxer that ends the rewrite; what it objects to goes to the log.
 Error::Code codeOf(HEIFMetaReader const& reader, int32_t result, char const* text) {
@@ -48,8 +42,8 @@ ImageMuxer::ImageMuxer(HEIFMetaReader& source) : reader(source) {
     int32_t result = HBOX_OK;
     muxer.reset(hboxm_create(&config, &result));
     if (muxer == nullptr || result != HBOX_OK)
-        throw error().as(codeOf(reader, result, "fail to create hboxm"))("fail to create hboxm: err=%d",
-                                                                         static_cast<int>(result));
+        throw writerError().as(codeOf(reader, result, "fail to create hboxm"))("fail to create hboxm: err=%d",
+                                                                               static_cast<int>(result));
 }
 
 void ImageMuxer::Deleter::operator()(hboxm_context* context) const {
@@ -109,7 +103,7 @@ void ImageMuxer::copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<
         int32_t const result = hboxm_put_frm(muxer.get(), id, frame.data(), static_cast<uint32_t>(frame.size()));
 #endif
         if (result != HBOX_OK)
-            throw error().as(codeOf(reader, result, "hboxm_put_frm"))("[HEIFMetaWriter]fail to set image frame");
+            throw writerError().as(codeOf(reader, result, "hboxm_put_frm"))("[HEIFMetaWriter]fail to set image frame");
     }
 }
 
@@ -130,13 +124,13 @@ void ImageMuxer::copyThumbnail(int coverId) {
 uint32_t ImageMuxer::getMaxBufferSize(HBOXD_IMAGE_INFO const& imageInfo) {
     uint32_t const n = imageInfo.width * imageInfo.height, size = (3 * n) / 2 + (3 * n) / 10;
     if (size > MAX_FRM_SIZE)
-        throw ErrorAt(239, WRITER).as(Error::Code::TOO_BIG)("max buffer size is larger than MAX_FRM_SIZE");
+        throw writerError(239).as(Error::Code::TOO_BIG)("max buffer size is larger than MAX_FRM_SIZE");
     return size;
 }
 
 void ImageMuxer::stop() {
     if (int32_t const result = hboxm_stop_muxing(muxer.get()); result != HBOX_OK)
-        throw error().as(codeOf(reader, result, "hboxm_stop_muxing"))("fail to stop muxing");
+        throw writerError().as(codeOf(reader, result, "hboxm_stop_muxing"))("fail to stop muxing");
 }
 
 ImagePart ImageMuxer::dumpImage() {
@@ -157,7 +151,7 @@ ImagePart ImageMuxer::dumpImage() {
     int32_t const result = hboxm_dump_image_to_outputbuffer(muxer.get(), image.bytes.get(), capacity, &written);
 #endif
     if (result != HBOX_OK || written != capacity)
-        throw error().as(codeOf(reader, result, "hboxm_dump_image_to_outputbuffer"))("fail to write");
+        throw writerError().as(codeOf(reader, result, "hboxm_dump_image_to_outputbuffer"))("fail to write");
     return image;
 }
 

@@ -16,16 +16,10 @@ constexpr char LOG_TAG[] = "HEIFMetaReader";
 constexpr uint32_t FULL_BOX_FIELDS = 4; ///< version and flags
 constexpr char XMP_CONTENT_TYPE[] = "application/rdf+xml";
 
-ErrorAt readerError(int line = __builtin_LINE()) {
-    return ErrorAt(line, "metadata_utils/io/HEIFMetaReader");
-}
-
 uint64_t startOf(HEIFMetaReader::ItemLocation const& location) {
     return uint64_t{location.base} + location.offset;
 }
 
-constexpr unsigned METHOD_FILE = 0;
-constexpr unsigned METHOD_ITEM_DATA = 1;
 constexpr unsigned INDEX_BYTES = 4;
 constexpr size_t LOCATION_FIELDS = FULL_BOX_FIELDS + 2; ///< up to the widths of the others
 
@@ -104,7 +98,8 @@ void Items::passOver(boxes::LocationReader& reader, boxes::ItemLocation location
     uint32_t const width = location.indexWidth + location.offsetWidth + location.lengthWidth;
     location.extents = reader.rest().range(size_t{width} * location.extentCount);
     dividedIds.insert(location.id);
-    for (unsigned i = 0; location.method() == METHOD_FILE && width > 0 && i < location.extentCount; ++i)
+    for (unsigned i = 0; location.method() == boxes::ItemLocation::IN_FILE && width > 0 && i < location.extentCount;
+         ++i)
         pieces.push_back(location.nextExtent());
 }
 
@@ -122,9 +117,9 @@ void Items::parseILOCBox(BoxView const& iloc) {
             indexWidth = INDEX_BYTES; // no writer uses another
         isIndexMisread |= indexWidth != head->indexWidth;
         ItemLocation const location = readExtent(reader, *head, indexWidth);
-        if (head->method() == METHOD_FILE)
+        if (head->method() == boxes::ItemLocation::IN_FILE)
             locations.push_back(location);
-        else if (head->method() == METHOD_ITEM_DATA)
+        else if (head->method() == boxes::ItemLocation::IN_ITEM_DATA)
             inItemData.push_back(location);
     }
 }

@@ -19,7 +19,6 @@ namespace android::lumo::heif {
 namespace {
 
 constexpr char LOG_TAG[] = "HEIFMetaWriter";
-constexpr char WRITER[] = "metadata_utils/io/HEIFMetaWriter";
 /// Only damage gives a file more than one; each costs a move of all that follows.
 constexpr size_t MAX_DEBUG_INFOS = 16;
 
@@ -30,10 +29,9 @@ bool reachesInto(FileRange item, uint32_t from, uint32_t to) {
 
 /// Throws when a location of the box names bytes of the file in [from, to).
 void requireNoneIn(BoxView const& iloc, uint32_t from, uint32_t to) {
-    constexpr unsigned METHOD_FILE = 0;
     boxes::LocationReader reader(iloc);
     while (auto location = reader.next()) {
-        for (unsigned i = 0; location->method() == METHOD_FILE && i < location->extentCount; ++i) {
+        for (unsigned i = 0; location->method() == boxes::ItemLocation::IN_FILE && i < location->extentCount; ++i) {
             if (reachesInto(location->nextExtent(), from, to))
                 throw ErrorAt().as(Error::Code::UNSUPPORTED)(
                     "item %u of the image has bytes behind %zu, where boxes would move", location->id, size_t{from});
@@ -319,7 +317,7 @@ void TrailingBoxes::appendDebugInfo(std::span<uint8_t const> data) {
     checked::reserve(*file, checked::sizeOf(uint64_t{end} + DEBUG_INFO_HEADER_SIZE + data.size()));
     try {
         if (file->position(end) != end)
-            throw ErrorAt(532, WRITER).as(Error::Code::READ_FAILED, *file)("failed to seek to end");
+            throw writerError(532).as(Error::Code::READ_FAILED, *file)("failed to seek to end");
         writeDebugInfo(data, end);
     } catch (...) {
         file->truncate(end);
