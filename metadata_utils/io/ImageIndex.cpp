@@ -3,7 +3,6 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "JPEGSegments.h"
 #include "MoveRest.h"
 #include "boxes/BoxBounds.h"
 
@@ -84,23 +83,19 @@ void write(MediaFile& file, Index const& index, uint32_t position, uint32_t valu
     checked::write(file, stored);
 }
 
-} // namespace
-
-Index read(MediaFile const& file) {
-    auto const found = jpeg::mapSegments(file).imageIndex;
-    return found ? read(file, found->position, found->length) : Index();
-}
-
-Index read(MediaFile const& file, uint32_t position, uint32_t length) {
-    uint32_t const base = position + jpeg::HEADER_SIZE + IDENTIFIER_SIZE;
-    uint32_t const size = length - jpeg::LENGTH_SIZE - IDENTIFIER_SIZE;
+/// Of the segment that holds it.
+Index readFrom(MediaFile const& file, jpeg::Segment const& segment) {
+    uint32_t const base = segment.payloadPosition() + IDENTIFIER_SIZE;
+    uint32_t const size = segment.payload() - IDENTIFIER_SIZE;
     if (!rangeFits(base, size, file.size()))
         return {};
     auto const body = checked::readAt(file, base, size);
     return parse({body.data(), body.size()}, base);
 }
 
-std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index) {
+/// The bytes of the JPEG's own picture: what the index says where a picture ends there, else up to the picture behind
+/// where one ends there. Nothing without an index, or where neither holds.
+std::optional<uint32_t> findOwnSize(MediaFile const& file, Index const& index) {
     if (index.images.empty() || index.images[0].position != 0)
         return std::nullopt;
     uint32_t next = 0;
@@ -115,7 +110,28 @@ std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index) {
     return std::nullopt;
 }
 
-void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize, uint32_t from, int64_t distance) {
+std::optional<jpeg::Segment> findSegment(MediaFile const& file) {
+    bool const mayHold = file.mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
+    return mayHold ? jpeg::mapSegments(file).imageIndex : std::nullopt;
+}
+
+} // namespace
+
+Index read(MediaFile const& file) {
+    auto const found = jpeg::mapSegments(file).imageIndex;
+    return found ? readFrom(file, *found) : Index();
+}
+
+Keeper::Keeper(MediaFile const& file) : Keeper(file, findSegment(file)) {}
+
+Keeper::Keeper(MediaFile const& file, std::optional<jpeg::Segment> const& found) {
+    if (!found)
+        return;
+    index = readFrom(file, *found);
+    ownSize = findOwnSize(file, index);
+}
+
+void Keeper::moved(MediaFile& file, uint32_t from, int64_t distance) const {
     int64_t const goneFrom = int64_t{from} + std::min<int64_t>(distance, 0);
     auto const isGone = [&](uint32_t position) { return position >= goneFrom && position < from; };
     auto const placeOf = [&](uint32_t position) { return int64_t{position} + (position >= from ? distance : 0); };
@@ -135,18 +151,16 @@ void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize,
 }
 
 void leftOut(MediaFile& copy, MediaFile const& photo, Stretch const& stretch) {
-    bool const mayHold = stretch.size > 0 && photo.mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
-    auto const index = mayHold ? read(photo) : Index();
-    moved(copy, index, ownSize(photo, index), stretch.end(), -int64_t{stretch.size});
+    if (stretch.size > 0)
+        Keeper(photo).moved(copy, stretch.end(), -int64_t{stretch.size});
 }
 
 void moveBytes(std::shared_ptr<MediaFile> const& file, uint32_t from, int64_t distance) {
     if (distance == 0)
         return;
-    auto const index = file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG ? read(*file) : Index();
-    auto const own = ownSize(*file, index);
+    Keeper const index(*file);
     moveRest(file, from, distance);
-    moved(*file, index, own, from, distance);
+    index.moved(*file, from, distance);
 }
 
 } // namespace android::lumo::image_index

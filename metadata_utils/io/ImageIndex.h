@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "JPEGSegments.h"
 #include "MediaFile.h"
-#include "SplicedCopy.h"
+#include "Stretch.h"
 
 #include <cstdint>
 #include <memory>
@@ -34,19 +35,26 @@ struct Index {
 /// is damaged.
 Index read(MediaFile const& file);
 
-/// The same for an index whose segment has been found: its marker's place and its length field.
-Index read(MediaFile const& file, uint32_t position, uint32_t length);
+/// Keeps the index of a JPEG right while bytes move: made before the move, told what moved after it.
+class Keeper {
+public:
+    /// A file that is no JPEG needs nothing.
+    explicit Keeper(MediaFile const& file);
+    /// Of the index whose segment has been found, if there is one.
+    Keeper(MediaFile const& file, std::optional<jpeg::Segment> const& found);
 
-/// The bytes of the JPEG's own picture: what the index says where a picture ends there, else up to the picture behind
-/// where one ends there. Nothing without an index, or where neither holds.
-std::optional<uint32_t> ownSize(MediaFile const& file, Index const& index);
+    /// Bytes of the file, which may be a copy, have moved by `distance` from `from` on, over those in front of them
+    /// where it is negative: the index is corrected where it stands now. What is wrong of another picture's offset is
+    /// written, and the size of the JPEG's own where it is known; a picture that was cut into or is gone keeps what the
+    /// index says of it. Once.
+    void moved(MediaFile& file, uint32_t from, int64_t distance) const;
 
-/// Bytes of the file from `from` on have moved by `distance`, over those in front of them where it is negative: the
-/// index, read before, is corrected where it stands now. What is wrong of another picture's offset is written, and the
-/// size of the JPEG's own where it is known; a picture that was cut into or is gone keeps what the index says of it.
-void moved(MediaFile& file, Index const& index, std::optional<uint32_t> ownSize, uint32_t from, int64_t distance);
+private:
+    Index index;
+    std::optional<uint32_t> ownSize; ///< bytes of the JPEG's own picture
+};
 
-/// The same for a copy of the photo that was made without a stretch of it.
+/// For a copy of the photo that was made without a stretch of it.
 void leftOut(MediaFile& copy, MediaFile const& photo, Stretch const& stretch);
 
 /// Moves the bytes from `from` on and corrects what points to them: the trailer's pointer to a video (moveRest), and

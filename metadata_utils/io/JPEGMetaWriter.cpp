@@ -85,9 +85,7 @@ Metadata JPEGMetaWriter::reserveXMP(unsigned int required) {
         if (type == MediaDefs::MetaType::NONE)
             LOGD("Default case, skipped %zu bytes.", size_t{segment.payload()});
     }
-    auto const& found = segments.imageIndex;
-    auto const index = found ? image_index::read(*file, found->position, found->length) : image_index::Index();
-    auto const ownSize = image_index::ownSize(*file, index);
+    image_index::Keeper const index(*file, segments.imageIndex);
     Metadata room;
     int64_t moved = 0;
     auto const tellCount = [&] {
@@ -110,7 +108,7 @@ Metadata JPEGMetaWriter::reserveXMP(unsigned int required) {
     else
         room.type = MediaDefs::MetaType::XMP;
     if (moved != 0) // all of it in front of the index, or there is none
-        image_index::moved(*file, index, ownSize, jpeg::MARKER_SIZE, moved);
+        index.moved(*file, jpeg::MARKER_SIZE, moved);
     checked::seek(*file, room.position + room.payload);
     return room;
 }
