@@ -12,7 +12,7 @@
 #include <exception>
 #include <iterator>
 #include <limits>
-#include <string_view>
+#include <string>
 
 namespace android::lumo::heif {
 
@@ -118,7 +118,9 @@ bool TrailingBoxes::isVideoCounted() const {
     if (!item || !item->refusal.empty())
         return item.has_value();
     auto const bytes = checked::readAt(*file, item->position, item->length);
-    std::string_view const packet(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+    std::string packet; // of two or four bytes a character as of one: the names are ASCII
+    std::copy_if(bytes.data(), bytes.data() + bytes.size(), std::back_inserter(packet),
+                 [](uint8_t byte) { return byte != 0; });
     return packet.find("MotionPhoto") != packet.npos || packet.find("MicroVideo") != packet.npos;
 }
 

@@ -73,6 +73,9 @@ TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
         {parts.build("I" + std::string(17, 'D')), put, "17 camera debug infos"},
         {HeicParts{buildHeic({.xmp = "<MotionPhoto/>", .beforeMdat = videoBox("v")})}.build("IT"), put,
          "behind a video that XMP counts"},
+        {HeicParts{buildHeic({.xmp = std::string("M\0i\0c\0r\0o\0V\0i\0d\0e\0o", 19), .beforeMdat = videoBox("v")})}
+             .build("IT"),
+         put, "behind a video that XMP counts"},
         {parts.image, putNone, "[metadata_utils/io/HEIFMetaWriter:474] empty camera debug info"},
         {tileBehind("IVT", 400), put, "bytes behind"},
         {tileBehind("IDVT", 400), put, "bytes behind"},
