@@ -145,7 +145,7 @@ public:
     /// The next n bytes. Throws BoxError when fewer are left.
     std::span<uint8_t const> take(uint64_t n) {
         if (n > bytes.size())
-            refuse(n);
+            refuse(n, bytes.size(), fileOffset, name);
         auto const taken = bytes.first(static_cast<size_t>(n));
         bytes = bytes.subspan(taken.size());
         fileOffset += n;
@@ -191,10 +191,19 @@ public:
     BoxView box();
 
 private:
-    /// Apart, so that the reading of a field is short enough to be part of what reads it.
-    [[noreturn, gnu::noinline, gnu::cold]] void refuse(uint64_t n) const {
-        throw BoxError(__LINE__, "box '" + boxTypeText(name) + "': " + std::to_string(n) + " bytes wanted at " +
-                                     std::to_string(fileOffset) + ", " + std::to_string(bytes.size()) + " left");
+    /// Apart, so that the reading of a field is short enough to be part of what reads it; handed values, so that a
+    /// cursor that nobody else holds stays in registers.
+    [[noreturn, gnu::noinline, gnu::cold]] static void refuse(uint64_t n, size_t left, uint64_t position, BoxType box) {
+        throw BoxError(__LINE__, "box '" + boxTypeText(box) + "': " + std::to_string(n) + " bytes wanted at " +
+                                     std::to_string(position) + ", " + std::to_string(left) + " left");
+    }
+
+    [[noreturn, gnu::noinline, gnu::cold]] static void refuseChild(BoxFault fault, uint64_t size, size_t left,
+                                                                   uint64_t position, BoxType box) {
+        throw BoxError(__LINE__, "box '" + boxTypeText(box) + "': invalid child at " + std::to_string(position) +
+                                     (fault == BoxFault::Truncated ? std::string(": header cut off")
+                                                                   : ": size " + std::to_string(size)) +
+                                     ", " + std::to_string(left) + " bytes left");
     }
 
     std::span<uint8_t const> bytes;
@@ -216,10 +225,7 @@ inline BoxView BoxCursor::box() {
     BoxView child{{}, fileOffset, {}};
     BoxFault const fault = decodeBoxHeader(bytes, bytes.size(), child.header);
     if (fault != BoxFault::None)
-        throw BoxError(__LINE__, "box '" + boxTypeText(name) + "': invalid child at " + std::to_string(fileOffset) +
-                                     (fault == BoxFault::Truncated ? std::string(": header cut off")
-                                                                   : ": size " + std::to_string(child.header.size)) +
-                                     ", " + std::to_string(bytes.size()) + " bytes left");
+        refuseChild(fault, child.header.size, bytes.size(), fileOffset, name);
     child.bytes = take(child.header.size);
     return child;
 }
@@ -231,8 +237,8 @@ struct FullBoxHeader {
 };
 
 inline FullBoxHeader readFullBoxHeader(BoxCursor& cursor) {
-    uint8_t const version = cursor.u8();
-    return {version, cursor.u24()};
+    uint32_t const both = cursor.u32(); // unsigned int(8) version; bit(24) flags;
+    return {static_cast<uint8_t>(both >> 24), both & 0xFFFFFF};
 }
 
 } // namespace android::lumo

@@ -17,6 +17,8 @@ public:
         bytes.resize(bytes.size() + width);
         putBigEndian(value, std::span(bytes).last(width));
     }
+    void reserve(size_t size) { bytes.reserve(size); }
+    size_t size() const { return bytes.size(); }
     void append(std::span<uint8_t const> source) { bytes.insert(bytes.end(), source.begin(), source.end()); }
 
     /// Starts a box and returns its place for endBox.

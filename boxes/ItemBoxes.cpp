@@ -13,23 +13,24 @@ BoxError unsupported(std::string const& what, int line = __builtin_LINE()) {
     return BoxError(line, what, BoxError::Kind::Unsupported);
 }
 
-ItemInfo readItemInfo(BoxView const& box) {
+std::optional<ItemInfo> readItemInfo(BoxView const& box) {
     BoxCursor cursor = box.payload();
-    ItemInfo info;
+    std::optional<ItemInfo> item(std::in_place); // filled where it is handed out
+    ItemInfo& info = *item;
     info.version = readFullBoxHeader(cursor).version;
     if (info.version > 3 || (info.version < 2 && cursor.left() < OLD_FIELDS))
-        return info;
+        return item;
     info.id = static_cast<uint32_t>(cursor.number(info.version == 3 ? 4 : 2)); // unsigned int(16 or 32) item_ID;
     info.protectionIndex = cursor.u16(); // unsigned int(16) item_protection_index;
     if (info.version < 2)
-        return info;
+        return item;
     info.type = cursor.u32(); // unsigned int(32) item_type;
     cursor.text();            // utf8string item_name;
     if (info.type == boxType("mime")) {
         info.contentType = cursor.text();     // utf8string content_type;
         info.contentEncoding = cursor.text(); // utf8string content_encoding; // optional
     }
-    return info;
+    return item;
 }
 
 } // namespace
@@ -77,14 +78,17 @@ std::optional<ItemLocation> LocationReader::nextHead() {
     if (itemsLeft == 0)
         return std::nullopt;
     --itemsLeft;
-    ItemLocation location = widths;
-    location.id = static_cast<uint32_t>(cursor.number(idWidth())); // unsigned int(16 or 32) item_ID;
+    std::optional<ItemLocation> entry(widths); // filled where it is handed out
+    ItemLocation& location = *entry;
+    BoxCursor fields = cursor;
+    location.id = static_cast<uint32_t>(fields.number(idWidth())); // unsigned int(16 or 32) item_ID;
     if (hasMethod())
-        location.construction = cursor.u16();   // unsigned int(12) reserved; unsigned int(4) construction_method;
-    location.dataReference = cursor.u16();      // unsigned int(16) data_reference_index;
-    location.base = cursor.number(widthOfBase); // unsigned int(base_offset_size*8) base_offset;
-    location.extentCount = cursor.u16();        // unsigned int(16) extent_count;
-    return location;
+        location.construction = fields.u16();   // unsigned int(12) reserved; unsigned int(4) construction_method;
+    location.dataReference = fields.u16();      // unsigned int(16) data_reference_index;
+    location.base = fields.number(widthOfBase); // unsigned int(base_offset_size*8) base_offset;
+    location.extentCount = fields.u16();        // unsigned int(16) extent_count;
+    cursor = fields;
+    return entry;
 }
 
 std::optional<ItemLocation> LocationReader::next() {
@@ -97,9 +101,11 @@ std::optional<ItemLocation> LocationReader::next() {
 }
 
 FileRange ItemLocation::nextExtent() {
-    extents.skip(indexWidth);                            // unsigned int(index_size*8) item_reference_index;
-    uint64_t const offset = extents.number(offsetWidth); // unsigned int(offset_size*8) extent_offset;
-    uint64_t const length = extents.number(lengthWidth); // unsigned int(length_size*8) extent_length;
+    BoxCursor fields = extents;
+    fields.skip(indexWidth);                            // unsigned int(index_size*8) item_reference_index;
+    uint64_t const offset = fields.number(offsetWidth); // unsigned int(offset_size*8) extent_offset;
+    uint64_t const length = fields.number(lengthWidth); // unsigned int(length_size*8) extent_length;
+    extents = fields;
     if (offset > UINT64_MAX - base)
         throw BoxError(__LINE__, "'iloc': item " + std::to_string(id) + ": offset beyond 64 bits");
     return {base + offset, length};

@@ -91,7 +91,8 @@ void ImageMuxer::copyImage(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32
 void ImageMuxer::copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<uint32_t> ids) {
     uint32_t const imageSize = reader.getEndOfImagePosition(false);
     auto const maxSize = static_cast<int>(std::max(getMaxBufferSize(imageInfo), std::min(imageSize, MAX_FRM_SIZE)));
-    std::sort(ids.begin(), ids.end());
+    if (!std::is_sorted(ids.begin(), ids.end()))
+        std::sort(ids.begin(), ids.end());
     ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
     for (uint32_t const id : ids) {
 #ifdef HBOXM_HAS_UNCHANGED

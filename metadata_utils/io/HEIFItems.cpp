@@ -5,6 +5,7 @@
 #include "Log.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -23,10 +24,14 @@ uint64_t startOf(HEIFMetaReader::ItemLocation const& location) {
 constexpr unsigned INDEX_BYTES = 4;
 constexpr size_t LOCATION_FIELDS = FULL_BOX_FIELDS + 2; ///< up to the widths of the others
 
+[[noreturn, gnu::noinline, gnu::cold]] void refuseWidth() {
+    throw readerError().as(Error::Code::DAMAGED)("iloc invalid size field");
+}
+
 /// A field of 0, 4 or 8 bytes, of which the low 32 bits are kept; `fits` tells whether the rest was zero.
-uint32_t lowBits(uint64_t value, unsigned width, bool& fits) {
+inline uint32_t lowBits(uint64_t value, unsigned width, bool& fits) {
     if (!boxes::LocationReader::isRegular(width))
-        throw readerError().as(Error::Code::DAMAGED)("iloc invalid size field");
+        refuseWidth();
     fits = fits && value <= UINT32_MAX;
     return static_cast<uint32_t>(value);
 }
@@ -40,10 +45,11 @@ HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::It
     location.base = lowBits(head.base, reader.baseWidth(), location.isExact);
     if (head.extentCount != 1)
         throw readerError().as(Error::Code::UNSUPPORTED)("multi extent not supported");
-    auto& fields = reader.rest();
+    BoxCursor fields = reader.rest();
     fields.skip(indexWidth);
     location.offset = lowBits(fields.number(head.offsetWidth), head.offsetWidth, location.isExact);
     location.length = lowBits(fields.number(head.lengthWidth), head.lengthWidth, location.isExact);
+    reader.rest() = fields;
     return location;
 }
 
@@ -107,6 +113,7 @@ void Items::parseILOCBox(BoxView const& iloc) {
     if (iloc.payload().left() < LOCATION_FIELDS)
         throw readerError().as(Error::Code::DAMAGED)("iloc read error");
     boxes::LocationReader reader(iloc, boxes::LocationReader::Widths::Any);
+    locations.reserve(locations.size() + reader.count());
     while (auto const head = reader.nextHead()) {
         if (head->extentCount != 1 && wantedLocations == Locations::ALL) {
             passOver(reader, *head);
@@ -196,21 +203,25 @@ std::vector<int> Items::describingFirst(std::vector<int> const& ids) const {
 std::optional<Items::ItemLocation> Items::firstInFile(std::vector<int> const& candidates) const {
     if (candidates.empty())
         return std::nullopt;
-    std::vector<std::pair<uint32_t, ItemLocation const*>> places;
-    places.reserve(locations.size());
-    for (auto const& location : locations)
-        places.emplace_back(location.id, &location);
-    if (!std::is_sorted(places.begin(), places.end()))
-        std::sort(places.begin(), places.end()); // of two with one id the first comes first
+    // Of two with one id the first counts. The candidates are one or two as a rule, and the items thousands.
+    std::map<uint32_t, ItemLocation const*> places;
+    for (int const id : candidates)
+        places.emplace(id, nullptr);
+    uint32_t const lowest = places.begin()->first, highest = places.rbegin()->first;
+    for (auto const& location : locations) {
+        if (location.id < lowest || location.id > highest)
+            continue;
+        if (auto const place = places.find(location.id); place != places.end() && place->second == nullptr)
+            place->second = &location;
+    }
     for (int const id : candidates) {
         if (dividedIds.contains(static_cast<uint32_t>(id)))
             throw readerError().as(Error::Code::UNSUPPORTED)("item %d stands in several pieces", id);
-        std::pair<uint32_t, ItemLocation const*> const first(static_cast<uint32_t>(id), nullptr);
-        auto const place = std::lower_bound(places.begin(), places.end(), first);
-        if (place == places.end() || place->first != first.first)
+        auto const* place = places[static_cast<uint32_t>(id)];
+        if (place == nullptr)
             continue;
-        if (rangeFits(startOf(*place->second), place->second->length, fileSize))
-            return *place->second;
+        if (rangeFits(startOf(*place), place->length, fileSize))
+            return *place;
         LOGW("item %d lies outside the file", id);
     }
     return std::nullopt;

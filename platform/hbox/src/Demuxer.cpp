@@ -150,7 +150,7 @@ extern "C" int32_t hboxd_get_image_frm(HBOXD_HANDLE handle, uint32_t id, void* b
                                        uint32_t* size) {
     return guarded([&] {
         requireArguments(handle, size);
-        auto const ranges = handle->ranges(id);
+        auto const& ranges = handle->ranges(id);
         uint64_t total = 0; // at most the file's size: 32 bits
         for (auto const& range : ranges)
             total += range.length;

@@ -2,6 +2,8 @@
 #include "MetaRewrite.h"
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 #include "Failure.h"
 #include "boxes/BoxWriter.h"
@@ -9,6 +11,7 @@
 namespace hbox {
 
 using android::lumo::FullBoxHeader;
+using android::lumo::putBigEndian;
 using android::lumo::readFullBoxHeader;
 
 // --- 'iinf' ----------------------------------------------------------------------------------------------------------
@@ -125,13 +128,9 @@ std::vector<uint8_t> rewriteReferences(std::optional<BoxView> const& iref, XmpTa
 
 namespace {
 
-struct NewLocation {
-    uint32_t id;
-    uint16_t construction;
-    std::optional<FileRange> extent;
-};
+constexpr size_t LONGEST_LOCATION = 18;
 
-/// One entry in the widths that every rewritten 'iloc' has.
+/// Writes one entry in the widths that every rewritten 'iloc' has and returns where its extent_offset stands.
 ///
 /// | width  | name                                              |
 /// |--------|---------------------------------------------------|
@@ -141,16 +140,25 @@ struct NewLocation {
 /// | 2      | extent_count: 0 or 1                              |
 /// | 4      | extent_offset                                     |
 /// | 4      | extent_length                                     |
-void writeLocation(BoxWriter& writer, uint8_t version, NewLocation const& location) {
-    writer.number(location.id, version == 2 ? 4 : 2);
+size_t writeLocation(BoxWriter& writer, uint8_t version, ItemLocation const& location, uint64_t length) {
+    std::array<uint8_t, LONGEST_LOCATION> entry{};
+    size_t end = 0;
+    auto const add = [&](uint64_t value, size_t width) {
+        putBigEndian(value, std::span(entry).subspan(end, width));
+        end += width;
+    };
+    add(location.id, version == 2 ? 4 : 2);
     if (version > 0)
-        writer.number(location.construction, 2);
-    writer.number(0, 2);
-    writer.number(location.extent ? 1 : 0, 2);
-    if (location.extent) {
-        writer.number(location.extent->position, 4);
-        writer.number(location.extent->length, 4);
+        add(location.construction, 2);
+    add(0, 2);
+    add(location.extentCount, 2);
+    size_t const offsetAt = writer.size() + end;
+    if (location.extentCount > 0) {
+        add(0, 4);
+        add(length, 4);
     }
+    writer.append(std::span(entry).first(end));
+    return offsetAt;
 }
 
 /// Throws for a location that cannot be written again as it is.
@@ -165,52 +173,71 @@ void requireSimple(ItemLocation const& location) {
                       static_cast<unsigned>(location.dataReference));
 }
 
-NewLocation relocated(ItemLocation location, Mover const& move) {
-    NewLocation fresh{location.id, location.construction, std::nullopt};
-    if (location.extentCount == 1) {
-        FileRange const extent = location.nextExtent();
-        fresh.extent = FileRange{move(location, {extent.position, extent.length}), extent.length};
-    }
-    return fresh;
-}
-
 void requireDistinct(std::vector<uint32_t> ids) {
-    std::sort(ids.begin(), ids.end());
+    if (!std::is_sorted(ids.begin(), ids.end())) // writers number their items in order
+        std::sort(ids.begin(), ids.end());
     auto const twice = std::adjacent_find(ids.begin(), ids.end());
     if (twice != ids.end())
         throw failure(HBOX_ERR_FORMAT, "'iloc': item %u has two locations", static_cast<unsigned>(*twice));
 }
 
+ItemLocation xmpLocation(XmpTarget const& target) {
+    ItemLocation location;
+    location.id = target.id;
+    location.extentCount = 1;
+    return location;
+}
+
 } // namespace
 
-std::vector<uint8_t> rewriteLocations(BoxView const& iloc, XmpTarget const& target, FileRange room, Mover const& move) {
+NewLocations rewriteLocations(BoxView const& iloc, XmpTarget const& target) {
     LocationReader reader(iloc);
     uint8_t const version = reader.version();
-    NewLocation const xmp{target.id, 0, room};
-    BoxWriter entries;
-    std::vector<uint32_t> ids;
-    bool placed = false;
-    while (auto const location = reader.next()) {
-        requireSimple(*location);
-        ids.push_back(location->id);
-        placed |= location->id == target.id;
-        writeLocation(entries, version, location->id == target.id ? xmp : relocated(*location, move));
-    }
-    requireDistinct(ids);
     uint32_t const count = reader.count();
-    if (!placed && count == (version == 2 ? UINT32_MAX : UINT16_MAX))
-        throw failure(HBOX_ERR_UNSUPPORTED, "'iloc': no room for one more item");
-    if (!placed)
-        writeLocation(entries, version, xmp);
-
+    NewLocations result;
+    std::vector<uint32_t> ids;
+    ids.reserve(count);
+    result.places.reserve(count);
     BoxWriter writer;
+    writer.reserve((size_t{count} + 2) * LONGEST_LOCATION);
     size_t const box = writer.beginFullBox(boxType("iloc"), headerOf(iloc));
     writer.number(0x44, 1); // offset_size = 4, length_size = 4
     writer.number(0x00, 1); // base_offset_size = 0, index_size = 0
-    writer.number(count + (placed ? 0 : 1), version == 2 ? 4 : 2);
-    writer.append(entries.finish());
+    size_t const countAt = writer.size();
+    writer.number(0, version == 2 ? 4 : 2);
+    bool placed = false;
+    auto const writeXmp = [&] { result.xmpAt = writeLocation(writer, version, xmpLocation(target), 0); };
+    while (auto location = reader.next()) {
+        requireSimple(*location);
+        ids.push_back(location->id);
+        if (location->id == target.id) {
+            placed = true;
+            writeXmp();
+            continue;
+        }
+        FileRange const extent = location->extentCount == 1 ? location->nextExtent() : FileRange{};
+        size_t const at = writeLocation(writer, version, *location, extent.length);
+        if (location->extentCount == 1)
+            result.places.push_back({at, location->id, location->method(), extent});
+    }
+    requireDistinct(std::move(ids));
+    if (!placed && count == (version == 2 ? UINT32_MAX : UINT16_MAX))
+        throw failure(HBOX_ERR_UNSUPPORTED, "'iloc': no room for one more item");
+    if (!placed)
+        writeXmp();
     writer.endBox(box);
-    return writer.finish();
+    result.box = writer.finish();
+    putBigEndian(count + (placed ? 0 : 1), std::span(result.box).subspan(countAt, version == 2 ? 4 : 2));
+    return result;
+}
+
+void NewLocations::putOffset(size_t at, uint32_t offset) {
+    putBigEndian(offset, std::span(box).subspan(at, 4));
+}
+
+void NewLocations::putRoom(FileRange room) {
+    putBigEndian(room.position, std::span(box).subspan(xmpAt, 4));
+    putBigEndian(room.length, std::span(box).subspan(xmpAt + 4, 4));
 }
 
 } // namespace hbox

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <vector>
 
@@ -19,11 +18,25 @@ std::vector<uint8_t> rewriteItemInfos(BoxView const& iinf, XmpTarget const& targ
 /// the XMP item names the primary first, where readers look for it.
 std::vector<uint8_t> rewriteReferences(std::optional<BoxView> const& iref, XmpTarget const& target);
 
-/// Where a range of the source stands in the output. Throws when it was not carried over.
-using Mover = std::function<uint32_t(ItemLocation const&, FileRange)>;
+/// 'iloc' in the same version with 4-byte offsets and lengths and no base offset. Its length is known before the places
+/// are: they are put in later.
+struct NewLocations {
+    struct Place {
+        size_t at; ///< of the offset, in the box
+        uint32_t id;
+        unsigned method;
+        FileRange source; ///< what stands there, as the old 'iloc' says
+    };
 
-/// 'iloc' in the same version with 4-byte offsets and lengths and no base offset. The XMP item's location becomes
-/// `room`. Throws Failure for what cannot be written again: several extents, construction method 2, data references.
-std::vector<uint8_t> rewriteLocations(BoxView const& iloc, XmpTarget const& target, FileRange room, Mover const& move);
+    std::vector<uint8_t> box;  ///< with zeros for all offsets
+    std::vector<Place> places; ///< of all items with bytes, but for the XMP item
+    size_t xmpAt = 0;          ///< of the XMP item's offset, which its length follows
+
+    void putOffset(size_t at, uint32_t offset);
+    void putRoom(FileRange room);
+};
+
+/// Throws Failure for what cannot be written again: several extents, construction method 2, data references.
+NewLocations rewriteLocations(BoxView const& iloc, XmpTarget const& target);
 
 } // namespace hbox

@@ -44,8 +44,7 @@ private:
     void placeItems();
     void blankOldPacket();
 
-    std::vector<uint8_t> locations(bool placed) const;
-    uint32_t movedTo(ItemLocation const& location, FileRange range) const;
+    uint32_t movedTo(NewLocations::Place const& place) const;
     std::vector<uint8_t> roomPacket() const;
     bool sharesBytes(FileRange range) const;
     void notePayload(FileRange payload);
@@ -56,6 +55,7 @@ private:
     MuxPlan result;
     BoxView iloc;
     size_t ilocPiece = 0;
+    NewLocations locations;
     unsigned metaBoxes = 0;
     bool packetInPayload = false; ///< the old packet stands inside an 'mdat' or 'idat'
 };
@@ -148,7 +148,8 @@ void Planner::layOutMetaChild(BoxView const& child) {
         result.layout.add(rewriteReferences(child, target));
     } else if (child.type() == boxType("iloc")) {
         iloc = child;
-        ilocPiece = result.layout.add(locations(false));
+        locations = rewriteLocations(iloc, target);
+        ilocPiece = result.layout.add(locations.box);
     } else {
         if (child.type() == boxType("idat"))
             notePayload({child.payload().offset(), child.payload().left()});
@@ -189,21 +190,18 @@ void Planner::layOutRoom(uint32_t xmpSize) {
 
 // --- offsets ---------------------------------------------------------------------------------------------------------
 
-/// 'iloc' with all places set, or with zeros: the widths are fixed, so its length is known before the places are.
-std::vector<uint8_t> Planner::locations(bool placed) const {
-    if (!placed)
-        return rewriteLocations(iloc, target, {}, [](ItemLocation const&, FileRange) { return 0U; });
-    return rewriteLocations(iloc, target, result.room,
-                            [this](ItemLocation const& location, FileRange range) { return movedTo(location, range); });
-}
-
 void Planner::placeItems() {
-    result.layout.replace(ilocPiece, locations(true));
+    for (auto const& place : locations.places)
+        locations.putOffset(place.at, movedTo(place));
+    locations.putRoom(result.room);
+    result.layout.replace(ilocPiece, std::move(locations.box));
 }
 
-uint32_t Planner::movedTo(ItemLocation const& location, FileRange range) const {
-    auto const id = static_cast<unsigned>(location.id);
-    if (location.method() == 1) {
+/// Where the item's range stands in the output. Throws when it was not carried over.
+uint32_t Planner::movedTo(NewLocations::Place const& place) const {
+    auto const id = static_cast<unsigned>(place.id);
+    FileRange const range = place.source;
+    if (place.method == 1) {
         if (!rangeFits(range.position, range.length, source.itemData().length))
             throw failure(HBOX_ERR_FORMAT, "item %u: bytes outside 'idat'", id);
         return static_cast<uint32_t>(range.position);

@@ -103,12 +103,16 @@ void setCoverInfo(hboxm_context& muxer, HBOXM_IMAGE_INFO const& info) {
                       static_cast<int>(HBOXM_MIN_XMP_SIZE));
     muxer.plan = planOutput(muxer.source, muxer.imageLength, info.xmp_size);
     muxer.awaited = {info.tile_ids, info.tile_ids + info.tile_count};
-    std::sort(muxer.awaited.begin(), muxer.awaited.end(), std::greater<>());
+    std::reverse(muxer.awaited.begin(), muxer.awaited.end()); // writers number their tiles in order
+    if (!std::is_sorted(muxer.awaited.begin(), muxer.awaited.end(), std::greater<>()))
+        std::sort(muxer.awaited.begin(), muxer.awaited.end(), std::greater<>());
     muxer.awaited.erase(std::unique(muxer.awaited.begin(), muxer.awaited.end()), muxer.awaited.end());
 }
 
 /// Who puts frames in the order of their ids takes them off the end.
 void noteFrame(hboxm_context& muxer, uint32_t id) {
+    if (!muxer.awaited.empty() && muxer.awaited.back() == id)
+        return muxer.awaited.pop_back();
     auto const isBehind = [](uint32_t wanted, uint32_t other) { return wanted > other; };
     auto const place = std::lower_bound(muxer.awaited.begin(), muxer.awaited.end(), id, isBehind);
     if (place != muxer.awaited.end() && *place == id)
@@ -117,7 +121,7 @@ void noteFrame(hboxm_context& muxer, uint32_t id) {
 
 void requireSameBytes(Source const& source, uint32_t id, std::span<uint8_t const> given) {
     std::array<uint8_t, 16384> stored;
-    auto const ranges = source.ranges(id);
+    auto const& ranges = source.ranges(id);
     for (FileRange range : ranges) {
         while (range.length > 0) {
             auto const part =
@@ -215,7 +219,7 @@ extern "C" int32_t hboxm_put_source_frm(HBOXM_HANDLE handle, uint32_t id) {
     return guarded([&] {
         requireArguments(handle);
         requireState(handle->plan && !handle->stopped, "no cover info set, or muxing was stopped");
-        auto const ranges = handle->source.ranges(id);
+        auto const& ranges = handle->source.ranges(id);
         if (ranges.empty() || ranges.front().length == 0)
             throw failure(HBOX_ERR_PARAMETER, "item %u has no bytes", static_cast<unsigned>(id));
         hbox::noteFrame(*handle, id);

@@ -98,10 +98,17 @@ Source::ItemIndex const& Source::itemIndex() const {
     return items.emplace(std::move(index));
 }
 
+std::vector<ItemInfo> const& Source::allItems() const {
+    auto const& [infos, damage] = itemIndex();
+    if (damage)
+        throw *damage;
+    return infos;
+}
+
 Source::LocationIndex const& Source::locationIndex() const {
     if (locations)
         return *locations;
-    LocationIndex index{LocationReader(child(boxType("iloc"))), {}};
+    LocationIndex index{LocationReader(child(boxType("iloc"))), {}, {}};
     try {
         LocationReader reader = index.reader;
         index.places.reserve(reader.count());
@@ -110,9 +117,10 @@ Source::LocationIndex const& Source::locationIndex() const {
             index.places.emplace_back(location->id, place);
             place = reader.place();
         }
-    } catch (android::lumo::BoxError const&) {
+    } catch (android::lumo::BoxError const& error) {
         if (index.places.empty())
             throw; // else the entries in front of the damage still answer
+        index.damage = error;
     }
     if (!std::is_sorted(index.places.begin(), index.places.end()))
         std::sort(index.places.begin(), index.places.end());
@@ -120,13 +128,27 @@ Source::LocationIndex const& Source::locationIndex() const {
 }
 
 std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
-    auto const& [first, places] = locationIndex();
-    auto const found = std::lower_bound(places.begin(), places.end(), std::pair(id, 0U));
-    if (found == places.end() || found->first != id)
+    auto const& index = locationIndex();
+    auto const isBefore = [](auto const& place, uint32_t wanted) { return place.first < wanted; };
+    auto const found = std::lower_bound(index.places.begin(), index.places.end(), id, isBefore);
+    if (found == index.places.end() || found->first != id)
         return std::nullopt;
-    LocationReader reader = first;
+    LocationReader reader = index.reader;
     reader.skip(found->second);
     return reader.next();
+}
+
+std::vector<uint32_t> Source::locatedIds() const {
+    auto const& index = locationIndex();
+    if (index.damage)
+        throw *index.damage;
+    std::vector<uint32_t> ids;
+    ids.reserve(index.places.size());
+    for (auto const& place : index.places) {
+        if (ids.empty() || ids.back() != place.first)
+            ids.push_back(place.first);
+    }
+    return ids;
 }
 
 FileRange Source::itemData() const {
@@ -137,7 +159,11 @@ FileRange Source::itemData() const {
     return *idat;
 }
 
-std::vector<FileRange> Source::ranges(uint32_t id) const {
+std::vector<FileRange> const& Source::ranges(uint32_t id) const {
+    if (lastRangesOf == id)
+        return lastRanges;
+    lastRangesOf.reset();
+    lastRanges.clear();
     auto const name = static_cast<unsigned>(id);
     auto location = findLocation(id);
     if (!location)
@@ -146,7 +172,6 @@ std::vector<FileRange> Source::ranges(uint32_t id) const {
         throw failure(HBOX_ERR_UNSUPPORTED, "item %u: construction method %u, data reference %u", name,
                       location->method(), static_cast<unsigned>(location->dataReference));
     FileRange const container = location->method() == 1 ? itemData() : FileRange{0, file.size()};
-    std::vector<FileRange> ranges;
     uint64_t total = 0;
     for (unsigned i = 0; i < location->extentCount; ++i) {
         FileRange const extent = location->nextExtent();
@@ -159,9 +184,10 @@ std::vector<FileRange> Source::ranges(uint32_t id) const {
         if (total > file.size())
             throw failure(HBOX_ERR_FORMAT, "item %u: extents overlap", name);
         if (extent.length > 0 || i == 0)
-            ranges.push_back({container.position + extent.position, extent.length});
+            lastRanges.push_back({container.position + extent.position, extent.length});
     }
-    return ranges;
+    lastRangesOf = id;
+    return lastRanges;
 }
 
 std::vector<uint32_t> Source::referencesFrom(uint32_t id, BoxType type) const {
@@ -171,8 +197,12 @@ std::vector<uint32_t> Source::referencesFrom(uint32_t id, BoxType type) const {
         return ids;
     ReferenceReader reader(*iref);
     while (auto reference = reader.next()) {
-        for (unsigned i = 0; reference->type == type && reference->from == id && i < reference->count; ++i)
-            ids.push_back(reference->nextId());
+        if (reference->type != type || reference->from != id)
+            continue;
+        ids.reserve(ids.size() + reference->count);
+        BoxCursor stored = reference->ids;
+        for (unsigned i = 0; i < reference->count; ++i)
+            ids.push_back(static_cast<uint32_t>(stored.number(reference->idWidth)));
     }
     return ids;
 }
@@ -205,7 +235,7 @@ HBOXD_IMAGE_INFO Source::imageInfo(uint32_t id) const {
 HBOXM_GRID_INFO Source::gridInfo(uint32_t id) const {
     if (item(id).type != boxType("grid"))
         throw failure(HBOX_ERR_NOT_FOUND, "item %u is no grid", static_cast<unsigned>(id));
-    auto const stored = ranges(id);
+    auto const& stored = ranges(id);
     uint64_t const position = stored.empty() ? 0 : stored.front().position;
     uint64_t const length = stored.empty() ? 0 : stored.front().length;
     GridFields const fields = readGrid(file.read(position, std::min<uint64_t>(length, 12)), position);

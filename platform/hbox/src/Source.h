@@ -46,8 +46,13 @@ public:
     uint32_t primaryId() const { return readPrimaryId(child(boxType("pitm"))); }
     ItemInfo item(uint32_t id) const;
     std::optional<ItemLocation> findLocation(uint32_t id) const;
-    /// An item's bytes in the file, one range per extent, compared with the bytes that exist.
-    std::vector<FileRange> ranges(uint32_t id) const;
+    /// All entries of 'iinf', by id. Throws on damage, which item() does only where it matters to the item.
+    std::vector<ItemInfo> const& allItems() const;
+    /// The ids in 'iloc', ascending and each once. Throws on damage likewise.
+    std::vector<uint32_t> locatedIds() const;
+    /// An item's bytes in the file, one range per extent, compared with the bytes that exist. Valid until the next
+    /// question of this kind: a rewrite asks twice for each of some thousand tiles.
+    std::vector<FileRange> const& ranges(uint32_t id) const;
     /// The content of 'idat', from which method 1 counts. Throws HBOX_ERR_NOT_FOUND when there is none.
     FileRange itemData() const;
     /// Ids that `id` refers to by `type`, in stored order.
@@ -64,6 +69,7 @@ private:
     struct LocationIndex {
         LocationReader reader;                             ///< in front of the first entry
         std::vector<std::pair<uint32_t, uint32_t>> places; ///< id, LocationReader::place
+        std::optional<android::lumo::BoxError> damage;
     };
 
     /// Entries of 'iinf' by id, likewise. What stood in front of damage answers.
@@ -82,6 +88,8 @@ private:
     mutable std::optional<LocationIndex> locations;
     mutable std::optional<ItemIndex> items;
     mutable std::optional<FileRange> idat; ///< found once: every item may stand in it
+    mutable std::vector<FileRange> lastRanges;
+    mutable std::optional<uint32_t> lastRangesOf; ///< the item that they belong to
 };
 
 } // namespace hbox

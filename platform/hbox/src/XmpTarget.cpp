@@ -16,42 +16,27 @@ bool contains(Ids const& sorted, uint32_t id) {
     return std::binary_search(sorted.begin(), sorted.end(), id);
 }
 
-void sortUnique(Ids& ids) {
-    std::sort(ids.begin(), ids.end());
-    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-}
-
-Ids locatedIds(Source const& source) {
-    Ids ids;
-    LocationReader reader(source.child(boxType("iloc")));
-    while (auto const location = reader.next())
-        ids.push_back(location->id);
-    sortUnique(ids);
-    return ids;
-}
-
 struct ItemList {
-    Ids all;
+    Ids all; ///< ascending, as those of XMP are
     Ids xmp;
     bool wideIds = false; ///< some 'infe' has a 32-bit id
 };
 
 ItemList readItems(Source const& source) {
     ItemList items;
-    ItemInfoReader reader(source.child(boxType("iinf")));
-    while (auto const info = reader.next()) {
-        if (info->version > 3)
-            throw failure(HBOX_ERR_UNSUPPORTED, "'infe' of version %u", static_cast<unsigned>(info->version));
-        items.all.push_back(info->id);
-        items.wideIds |= info->version == 3;
-        if (info->isXmp())
-            items.xmp.push_back(info->id);
+    auto const& infos = source.allItems();
+    items.all.reserve(infos.size());
+    for (auto const& info : infos) {
+        if (info.version > 3)
+            throw failure(HBOX_ERR_UNSUPPORTED, "'infe' of version %u", static_cast<unsigned>(info.version));
+        items.all.push_back(info.id);
+        items.wideIds |= info.version == 3;
+        if (info.isXmp())
+            items.xmp.push_back(info.id);
     }
-    std::sort(items.all.begin(), items.all.end());
     auto const twice = std::adjacent_find(items.all.begin(), items.all.end());
     if (twice != items.all.end())
         throw failure(HBOX_ERR_FORMAT, "'iinf': two items have the id %u", static_cast<unsigned>(*twice));
-    sortUnique(items.xmp);
     return items;
 }
 
@@ -61,7 +46,7 @@ std::optional<uint32_t> findXmpItem(Source const& source, ItemList const& items,
     auto const iref = source.findChild(boxType("iref"));
     if (!iref)
         return std::nullopt;
-    Ids const located = locatedIds(source);
+    Ids const located = source.locatedIds();
     std::optional<uint32_t> second;
     ReferenceReader reader(*iref);
     while (auto const reference = reader.next()) {
@@ -78,7 +63,7 @@ std::optional<uint32_t> findXmpItem(Source const& source, ItemList const& items,
 }
 
 Ids usedIds(Source const& source, ItemList const& items, uint32_t primary) {
-    Ids ids = locatedIds(source);
+    Ids ids = source.locatedIds();
     ids.insert(ids.end(), items.all.begin(), items.all.end());
     ids.push_back(primary);
     if (auto const iref = source.findChild(boxType("iref"))) {
