@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
+#include <string_view>
 
 namespace motionphoto {
 
@@ -52,13 +53,15 @@ std::string seconds(int64_t us) {
 /// Label and text in two columns; further lines under one label leave it empty.
 class Rows {
 public:
-    explicit Rows(std::ostream& stream) : out(stream) {}
-    void operator()(std::string const& label, std::string const& text) {
-        out << "  " << left(label, LABEL_WIDTH) << text << '\n';
+    explicit Rows(std::string const& title) : rows(title + '\n') {}
+    void operator()(std::string_view label, std::string_view text) {
+        rows.append(2, ' ').append(label).append(LABEL_WIDTH - std::min(label.size(), LABEL_WIDTH), ' ');
+        rows.append(text) += '\n';
     }
+    std::string const& text() const { return rows; }
 
 private:
-    std::ostream& out;
+    std::string rows;
 };
 
 /// The width of a column of texts, within reason.
@@ -183,8 +186,7 @@ Json toJson(InfoReport const& report) {
 } // namespace
 
 void printText(InfoReport const& report, std::ostream& out) {
-    Rows row(out);
-    out << escaped(report.file) << '\n';
+    Rows row(escaped(report.file));
     row("type", report.mimeType);
     row("file", bytes(report.fileSize));
     row("image", bytes(report.imageSize) + (report.trailer ? " in front of the trailer" : ""));
@@ -197,6 +199,7 @@ void printText(InfoReport const& report, std::ostream& out) {
     printXmp(row, report);
     if (report.debugInfo)
         row("debug info", bytes(report.debugInfo->size) + " at " + grouped(report.debugInfo->position));
+    out << row.text();
 }
 
 void printLine(InfoReport const& report, std::ostream& out) {

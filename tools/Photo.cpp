@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <exception>
 #include <filesystem>
 #include <string_view>
 
@@ -59,21 +60,25 @@ std::string startOf(std::shared_ptr<MediaFile> const& file) {
 
 void requireStill(std::shared_ptr<MediaFile> const& file) {
     using enum MediaDefs::MimeType;
-    std::string const kind = kindOf(startOf(file));
-    if (kind == "empty")
-        throw Failure(ExitCode::BAD_INPUT, file->getPath(), "is empty");
-    std::string const what = kind.empty() ? "" : "is " + kind + ", ";
     MediaDefs::MimeType type = NONE;
+    std::exception_ptr unknown;
     try {
         type = file->mimeType();
     } catch (Error const& error) {
-        if (what.empty() || error.code() == Error::Code::READ_FAILED)
+        if (error.code() == Error::Code::READ_FAILED)
             throw;
+        unknown = std::current_exception();
     }
-    if (type != IMAGE_JPEG && type != IMAGE_HEIC)
-        throw Failure(ExitCode::BAD_INPUT, file->getPath(),
-                      (what.empty() ? "is of type " + MediaDefs::mimeString(type) + ", " : what) +
-                          "neither a JPEG nor a HEIC still");
+    if (type == IMAGE_JPEG || type == IMAGE_HEIC)
+        return;
+    std::string const kind = kindOf(startOf(file));
+    if (kind == "empty")
+        throw Failure(ExitCode::BAD_INPUT, file->getPath(), "is empty");
+    if (kind.empty() && unknown)
+        std::rethrow_exception(unknown);
+    throw Failure(ExitCode::BAD_INPUT, file->getPath(),
+                  "is " + (kind.empty() ? "of type " + MediaDefs::mimeString(type) : kind) +
+                      ", neither a JPEG nor a HEIC still");
 }
 
 /// Two that edit one file at a time would spoil it, or lose what one of them did. A file system without locks has none.

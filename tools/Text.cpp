@@ -3,6 +3,7 @@
 
 #include "Failure.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -12,8 +13,10 @@
 namespace motionphoto {
 
 std::string escaped(std::string const& text) {
-    std::string result;
-    for (size_t i = 0; i < text.size(); ++i) {
+    auto const isPlain = [](char c) { return c >= ' ' && c < 0x7F; };
+    auto const rest = std::find_if_not(text.begin(), text.end(), isPlain); // most texts are plain to their end
+    std::string result(text.begin(), rest);
+    for (auto i = static_cast<size_t>(rest - text.begin()); i < text.size(); ++i) {
         auto const byte = static_cast<unsigned char>(text[i]);
         // Above 0x7F only the control characters that UTF-8 begins with C2.
         bool const high = byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0;
