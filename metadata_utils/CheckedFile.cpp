@@ -310,9 +310,15 @@ uint32_t sizeOf(uint64_t size, ErrorAt at) {
 }
 
 void requireAddressable(MediaFile const& file, ErrorAt at) {
-    if (uint64_t const size = sizeOnDisk(file, at); size > MAX_FILE_SIZE)
+    addressableSize(file, at);
+}
+
+uint32_t addressableSize(MediaFile const& file, ErrorAt at) {
+    uint64_t const size = sizeOnDisk(file, at);
+    if (size > MAX_FILE_SIZE)
         throw at.as(Error::Code::TOO_BIG, file)("file of %llu bytes is too big, 4 GiB cannot be addressed",
                                                 static_cast<unsigned long long>(size));
+    return size > 0 ? static_cast<uint32_t>(size) : file.size(); // a device's end is found by seeking
 }
 
 } // namespace android::lumo::checked

@@ -110,5 +110,7 @@ uint32_t sizeOf(uint64_t size, ErrorAt at = ErrorAt());
 
 /// Throws "file of %llu bytes is too big, 4 GiB cannot be addressed" for a file that 32-bit offsets cannot reach.
 void requireAddressable(MediaFile const& file, ErrorAt at = ErrorAt());
+/// The same, and the file's size.
+uint32_t addressableSize(MediaFile const& file, ErrorAt at = ErrorAt());
 
 } // namespace android::lumo::checked

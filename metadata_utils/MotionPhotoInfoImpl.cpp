@@ -36,9 +36,9 @@ QRTDataInfo* findType(std::vector<QRTDataInfo>& records, int32_t type) {
 std::string readTag(MediaFile const& file, uint32_t position, int line) {
     if (file.position(position) != position)
         throw ErrorAt(line)("Failed to set file position to %ld", static_cast<long>(position));
-    uint32_t const size = file.size();
-    auto const bytes = checked::readAt(file, position, std::min(TAG_SIZE, size - std::min(size, position)));
-    return bytes.toTypedData<std::string>([](unsigned char c) { return c; });
+    std::string tag(TAG_SIZE, '\0');
+    tag.resize(checked::readUpTo(file, position, tag.data(), tag.size()));
+    return tag;
 }
 
 Format formatOf(std::string const& tag) {
@@ -87,7 +87,6 @@ MotionPhotoInfo::~MotionPhotoInfo() = default;
 std::shared_ptr<MotionPhotoInfo> MotionPhotoInfo::parse(std::shared_ptr<MediaFile> const& file) {
     if (file == nullptr)
         throw ErrorAt()("no file given");
-    checked::requireAddressable(*file);
     return std::make_shared<MotionPhotoInfoImpl>(file);
 }
 

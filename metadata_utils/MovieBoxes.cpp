@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 namespace android::lumo::movie {
 
@@ -21,18 +22,53 @@ constexpr std::array MOVIE_BOXES = {boxType("ftyp"), boxType("moov"), boxType("m
                                     boxType("mfra"), boxType("sidx"), boxType("ssix"), boxType("styp"), boxType("prft"),
                                     boxType("pdin"), boxType("emsg"), boxType("pnot"), boxType("PICT")};
 
-std::string text(ByteBuffer const& bytes) {
-    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
-}
-
 std::string at(uint32_t position) {
     return " at " + std::to_string(position);
 }
 
+/// The first bytes of boxes. Those that a movie begins with stand side by side.
+class Heads {
+public:
+    explicit Heads(MediaFile const& read) : file(read) {}
+
+    std::span<uint8_t const> at(uint32_t position, uint32_t n) {
+        if (position < start || position - start + n > held) {
+            start = position;
+            held = static_cast<uint32_t>(checked::readUpTo(file, position, bytes.data(), bytes.size()));
+        }
+        if (held < n)
+            throw ErrorAt().as(Error::Code::DAMAGED)("fail to read bytes: %zu, expected %zu", size_t{held}, size_t{n});
+        return std::span<uint8_t const>(bytes).subspan(position - start, n);
+    }
+
+private:
+    MediaFile const& file;
+    std::array<uint8_t, 4 * MAX_HEADER> bytes;
+    uint32_t start = 0, held = 0;
+};
+
+std::optional<MovieBox> boxIn(Heads& heads, uint32_t position, uint32_t end, std::string& reason) {
+    uint32_t const left = position < end ? end - position : 0;
+    BoxHeader header;
+    switch (decodeBoxHeader(heads.at(position, std::min(left, MAX_HEADER)), left, header)) {
+    case BoxFault::None:
+        return MovieBox{header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd};
+    case BoxFault::Truncated:
+        reason = "box header cut off" + at(position) + ": " + std::to_string(left) + " bytes left";
+        break;
+    case BoxFault::TooSmall:
+    case BoxFault::BeyondEnd:
+        reason = "box '" + boxTypeText(header.type) + "'" + at(position) + " has " + std::to_string(header.size) +
+                 " bytes, " + std::to_string(left) + " are left";
+        break;
+    }
+    return std::nullopt;
+}
+
 /// Takes the next box into the walk; false, with a fault, where it cannot.
-bool step(MediaFile const& file, Walk& walk, uint32_t end) {
+bool step(Heads& heads, Walk& walk, uint32_t end) {
     std::string reason;
-    auto const box = boxAt(file, walk.end, end, reason);
+    auto const box = boxIn(heads, walk.end, end, reason);
     if (!box) {
         walk.fault = walk.begins ? reason : "no movie begins" + at(walk.end) + ": " + reason;
         return false;
@@ -43,7 +79,8 @@ bool step(MediaFile const& file, Walk& walk, uint32_t end) {
                          std::to_string(box->size) + " bytes, expected 'ftyp'";
             return false;
         }
-        walk.brand = text(checked::readAt(file, box->content(), BRAND_SIZE));
+        auto const brand = heads.at(box->content(), BRAND_SIZE);
+        walk.brand.assign(brand.begin(), brand.end());
         walk.begins = true;
     }
     walk.hasMovie |= box->type == boxType("moov");
@@ -70,28 +107,15 @@ bool isCutOff(MediaFile const& file, uint32_t position, uint32_t limit) {
 } // namespace
 
 std::optional<MovieBox> boxAt(MediaFile const& file, uint32_t position, uint32_t end, std::string& reason) {
-    uint32_t const left = position < end ? end - position : 0;
-    ByteBuffer const head = checked::readAt(file, position, std::min(left, MAX_HEADER));
-    BoxHeader header;
-    switch (decodeBoxHeader({head.data(), head.size()}, left, header)) {
-    case BoxFault::None:
-        return MovieBox{header.type, position, static_cast<uint32_t>(header.size), header.headerSize, header.toEnd};
-    case BoxFault::Truncated:
-        reason = "box header cut off" + at(position) + ": " + std::to_string(left) + " bytes left";
-        break;
-    case BoxFault::TooSmall:
-    case BoxFault::BeyondEnd:
-        reason = "box '" + boxTypeText(header.type) + "'" + at(position) + " has " + std::to_string(header.size) +
-                 " bytes, " + std::to_string(left) + " are left";
-        break;
-    }
-    return std::nullopt;
+    Heads heads(file);
+    return boxIn(heads, position, end, reason);
 }
 
 std::optional<MovieBox> findBox(MediaFile const& file, uint32_t from, uint32_t end, BoxType type) {
     std::string ignored;
+    Heads heads(file);
     for (size_t count = 0; from < end && count < MAX_BOXES; ++count) {
-        auto const box = boxAt(file, from, end, ignored);
+        auto const box = boxIn(heads, from, end, ignored);
         if (!box || box->type == type)
             return box;
         from = box->end();
@@ -109,9 +133,10 @@ Walk walk(MediaFile const& file, uint32_t position, uint32_t size) {
         return walk;
     }
     uint32_t const end = position + size;
+    Heads heads(file);
     size_t count = 0;
     while ((walk.end < end || !walk.begins) && count++ < MAX_BOXES) {
-        if (!step(file, walk, end))
+        if (!step(heads, walk, end))
             return walk;
     }
     if (walk.end < end)
@@ -124,9 +149,10 @@ Walk walk(MediaFile const& file, uint32_t position, uint32_t size) {
 Walk walkUnclaimed(MediaFile const& file, uint32_t position, uint32_t limit) {
     Walk found;
     found.end = position;
+    Heads heads(file);
     for (size_t count = 0; found.end < limit && count < MAX_BOXES; ++count) {
         Walk next = found;
-        bool const isMore = step(file, next, limit) && mayStandInMovie(next.last.type) &&
+        bool const isMore = step(heads, next, limit) && mayStandInMovie(next.last.type) &&
                             (count == 0 || next.last.type != boxType("ftyp"));
         if (!isMore) {
             found.fault = found.hasMovie && !isCutOff(file, found.end, limit) ? "" : next.fault;

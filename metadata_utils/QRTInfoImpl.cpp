@@ -50,10 +50,9 @@ std::shared_ptr<QRTInfoImpl> QRTInfoImpl::of(QRTInfo const& info) {
 
 void QRTInfoImpl::load() {
     LOGI("load E");
-    checked::requireAddressable(*file);
-    uint32_t const fileSize = file->size();
+    uint32_t const fileSize = checked::addressableSize(*file);
     checked::seek(*file, 0);
-    auto const tail = trailer::readTail(*file);
+    auto const tail = trailer::readTail(*file, fileSize);
     if (!tail) {
         show({});
         imageSize = fileSize;

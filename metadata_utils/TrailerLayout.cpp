@@ -110,7 +110,10 @@ uint32_t tailSize(size_t count) {
 }
 
 std::optional<Tail> readTail(MediaFile const& file) {
-    uint32_t const fileSize = file.size();
+    return readTail(file, file.size());
+}
+
+std::optional<Tail> readTail(MediaFile const& file, uint32_t fileSize) {
     if (fileSize < MAGIC_SIZE) {
         LOGI("no end of qrt-tail marker: %s", file.getPath().c_str());
         return std::nullopt;

@@ -68,6 +68,7 @@ uint32_t tailSize(size_t count);
 /// count whose directory does not fit between "QRTH" and the tail-size field throws, and so does an entry whose record
 /// does not lie in front of the tail, or entries that claim more bytes than there are.
 std::optional<Tail> readTail(MediaFile const& file);
+std::optional<Tail> readTail(MediaFile const& file, uint32_t fileSize);
 
 /// Where the first record stands: what is in front of it is the image (and, in a HEIC, the box header).
 uint32_t startOf(Tail const& tail);

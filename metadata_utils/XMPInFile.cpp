@@ -6,16 +6,23 @@
 #include "io/ImageMetaReader.h"
 
 #include <algorithm>
-#include <string_view>
+#include <utility>
 
 namespace android::lumo {
 
 namespace {
 
-constexpr std::string_view BLANKS("\0 \t\r\n", 5);
+/// Packets end with some hundreds of them.
+bool isBlank(char c) {
+    return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\0';
+}
 
-std::string withoutBlanksBehind(std::string_view text) {
-    return std::string(text.substr(0, text.find_last_not_of(BLANKS) + 1));
+std::string withoutBlanksBehind(std::string text) {
+    auto size = text.size();
+    while (size > 0 && isBlank(text[size - 1]))
+        --size;
+    text.resize(size);
+    return text;
 }
 
 /// Blocks up to this size are read without asking for the file's size: what a JPEG's segment holds.
@@ -31,7 +38,7 @@ std::string textOf(MediaFile const& file, Metadata const& block) {
         return {};
     std::string bytes(static_cast<size_t>(end - begin), '\0');
     bytes.resize(checked::readUpTo(file, begin, bytes.data(), bytes.size()));
-    return withoutBlanksBehind(bytes);
+    return withoutBlanksBehind(std::move(bytes));
 }
 
 } // namespace

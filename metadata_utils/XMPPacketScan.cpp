@@ -45,20 +45,20 @@ constexpr std::array<uint8_t, 256> RUNS = [] {
 /// The packet as code units: bytes, or 16-bit numbers of either byte order.
 class Units {
 public:
-    explicit Units(std::string_view packet) : text(packet) {
-        if (text.size() < 2)
+    explicit Units(std::string_view bytes) : packet(bytes) {
+        if (packet.size() < 2)
             return;
-        auto const first = static_cast<uint8_t>(text[0]), second = static_cast<uint8_t>(text[1]);
+        auto const first = static_cast<uint8_t>(packet[0]), second = static_cast<uint8_t>(packet[1]);
         bigEndian = first == 0 || (first == 0xFE && second == 0xFF);
         wide = bigEndian || (first < 0x80 && second == 0) || (first == 0xFF && second == 0xFE);
     }
 
     bool isWide() const { return wide; }
-    size_t size() const { return wide ? text.size() / 2 : text.size(); }
+    size_t size() const { return wide ? packet.size() / 2 : packet.size(); }
     unsigned at(size_t i) const {
         if (!wide)
-            return static_cast<uint8_t>(text[i]);
-        auto const first = static_cast<uint8_t>(text[2 * i]), second = static_cast<uint8_t>(text[2 * i + 1]);
+            return static_cast<uint8_t>(packet[i]);
+        auto const first = static_cast<uint8_t>(packet[2 * i]), second = static_cast<uint8_t>(packet[2 * i + 1]);
         return static_cast<unsigned>(bigEndian ? first << 8 | second : second << 8 | first);
     }
     bool startsWith(size_t i, std::string_view expected) const {
@@ -69,6 +69,15 @@ public:
                 return false;
         }
         return true;
+    }
+    /// The units of a run, cut to bytes.
+    std::string text(size_t i, size_t end) const {
+        if (!wide)
+            return std::string(packet.substr(i, end - i));
+        std::string bytes;
+        for (; i < end; ++i)
+            bytes += static_cast<char>(at(i));
+        return bytes;
     }
     /// Bytes of the UTF-8 sequence here, as loosely as the toolkit looks at one; 1 for what is none.
     size_t sequenceAt(size_t i) const {
@@ -83,7 +92,7 @@ public:
     size_t behindRun(Run run, size_t i) const {
         auto const end = size();
         if (!wide) {
-            auto const* bytes = reinterpret_cast<uint8_t const*>(text.data());
+            auto const* bytes = reinterpret_cast<uint8_t const*>(packet.data());
             while (i < end && (RUNS[bytes[i]] & run) != 0)
                 ++i;
         } else {
@@ -96,8 +105,8 @@ public:
     size_t find(unsigned c, size_t i) const {
         if (!wide) {
             auto const* found =
-                i < size() ? std::memchr(text.data() + i, static_cast<int>(c), text.size() - i) : nullptr;
-            return found ? static_cast<size_t>(static_cast<char const*>(found) - text.data()) : size();
+                i < size() ? std::memchr(packet.data() + i, static_cast<int>(c), packet.size() - i) : nullptr;
+            return found ? static_cast<size_t>(static_cast<char const*>(found) - packet.data()) : size();
         }
         while (i < size() && at(i) != c)
             ++i;
@@ -114,7 +123,7 @@ public:
     }
 
 private:
-    std::string_view text;
+    std::string_view packet;
     bool wide = false;
     bool bigEndian = false;
 };
@@ -240,9 +249,7 @@ private:
     }
 
     void declare(size_t begin, size_t end) {
-        std::string uri;
-        for (auto i = begin; i < end && uri.size() <= MAX_NAMESPACE_LENGTH; ++i)
-            uri += static_cast<char>(units.at(i));
+        std::string uri = units.text(begin, std::min(end, begin + MAX_NAMESPACE_LENGTH + 1));
         if (namespaces.size() >= MAX_NAMESPACES || uri.size() > MAX_NAMESPACE_LENGTH)
             refuse("namespaces");
         spend(COST_OF_NAME);
