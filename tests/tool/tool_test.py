@@ -3,6 +3,7 @@
 bytes. Run as: tool_test.py TOOL SAMPLES [unittest arguments]; TOOL may be "EMULATOR;ITS ARGUMENT;...;TOOL"."""
 
 import base64
+import contextlib
 import json
 import os
 import pty
@@ -21,7 +22,13 @@ from xml.etree import ElementTree
 TOOL, SAMPLES = list(filter(None, sys.argv[1].split(";"))), Path(sys.argv[2])
 STILL = (SAMPLES / "still.jpg").read_bytes()
 CLIP = (SAMPLES / "clip.mp4").read_bytes()
-DAMAGED = STILL + struct.pack("<II", 999, 1) + b"QRTH" + struct.pack("<III", 0, 9, 12) + b"QRTT"
+FILES = {
+    "still.jpg": STILL,
+    "clip.mp4": CLIP,
+    "isom.mp4": CLIP.replace(b"ftypmp42", b"ftypisom", 1),
+    "damaged.jpg": STILL + struct.pack("<II", 999, 1) + b"QRTH" + struct.pack("<III", 0, 9, 12) + b"QRTT",
+    "text.txt": b"neither an image nor a video",
+}
 
 
 def trailer(*records):
@@ -60,8 +67,9 @@ class ToolTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
-        self.write("still.jpg", STILL)
-        self.write("clip.mp4", CLIP)
+        for name, content in FILES.items():
+            self.write(name, content)
+        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
 
     def write(self, name, content):
         (self.folder / name).write_bytes(content)
@@ -69,13 +77,10 @@ class ToolTest(unittest.TestCase):
     def read(self, name):
         return (self.folder / name).read_bytes()
 
-    def tool(self, *args, limit=None, **options):
-        def limited():
-            if limit is not None:
-                resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
-
-        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
-        return subprocess.run([*TOOL, *args], cwd=self.folder, preexec_fn=limited, text=True, timeout=120, **options)
+    def tool(self, *args, limit=resource.RLIM_INFINITY, front=(), **options):
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True, "timeout": 120, **options}
+        limited = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+        return subprocess.run([*front, *TOOL, *args], cwd=self.folder, preexec_fn=limited, **options)
 
     def done(self, *args):
         result = self.tool(*args)
@@ -98,7 +103,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(self.snapshot(), before, args)
 
     def test_report_agrees_with_the_bytes_and_the_video_comes_back(self):
-        self.done("add", "still.jpg", "clip.mp4", "--timestamp-us", "1234567", "-o", "photo.jpg")
+        self.done("add", "still.jpg", "clip.mp4", "--timestamp-us", "1234567", "-o", "photo.jpg", "--force")
         photo, report = self.read("photo.jpg"), self.info("photo.jpg")
         motion, video = report["motionPhoto"], report["motionPhoto"]["video"]
         at, size = video["position"], video["size"]
@@ -115,21 +120,14 @@ class ToolTest(unittest.TestCase):
         self.assertRegex(self.done("info", "photo.jpg"), r"in front of the trailer(?s:.*)\n  video +219,772 bytes at [\d,]+, video/mp4, 2\.5\d* s\n")
         self.write("told.jpg", STILL[:2] + b"\xff\xe4\0\5abc" + STILL[2:])
         self.assertIn("debug info    3 bytes at 6", self.done("info", "told.jpg"))
-        self.done("remove", "photo.jpg", "-o", "bare.jpg")
-        self.assertEqual((self.info("bare.jpg")["motionPhoto"], self.read("bare.jpg").count(b"ftypmp42")), (None, 0))
 
     def test_what_is_refused_changes_nothing(self):
-        self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
         self.write("short.mp4", CLIP[:125_000])
-        self.write("text.txt", b"neither an image nor a video")
-        self.write("damaged.jpg", DAMAGED)
         self.write("out.jpg", b"what was there")
         self.write("empty.jpg", b"")
-        self.write("image.png", b"\x89PNG\r\n\x1a\n" + bytes(40))
         self.write("-dash.jpg", STILL)
         os.symlink("still.jpg", self.folder / "link.jpg")
         os.symlink("absent.jpg", self.folder / "dangling.jpg")
-        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         os.link(self.folder / "photo.jpg", self.folder / "twin.jpg")
         add = ["add", "still.jpg"]
         for code, reason, args in (
@@ -147,11 +145,9 @@ class ToolTest(unittest.TestCase):
             (3, "outside the video", [*add, "clip.mp4", "--in-place", "--at", "2.6s"]),
             (3, "isom", [*add, "isom.mp4", "--in-place", "--keep-brand"]),
             (3, "ffmpeg -i IN", [*add, "short.mp4", "--in-place"]),
-            (3, "No such file", [*add, "absent.mp4", "-o", "new.jpg"]),
             (3, "is a folder; -r", ["info", "."]),
             (3, "is a text,", ["info", "text.txt"]),
             (3, "is empty", ["info", "empty.jpg"]),
-            (3, "is a PNG image,", ["info", "image.png"]),
             (3, "is a movie,", ["add", "clip.mp4", "still.jpg", "-o", "new.jpg"]),
             (3, "damaged.jpg", ["add", "damaged.jpg", "clip.mp4", "--in-place"]),
             (1, "no motion photo", ["replace", "still.jpg", "clip.mp4", "--in-place"]),
@@ -165,7 +161,6 @@ class ToolTest(unittest.TestCase):
             self.refused(code, reason, *args)
 
     def test_failed_write_leaves_the_output_as_it_was(self):
-        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         for command in (["add", "still.jpg", "clip.mp4"], ["remove", "photo.jpg"], ["extract", "photo.jpg"]):
             self.done(*command, "-o", "whole")
             size = len(self.read("whole"))
@@ -193,32 +188,36 @@ class ToolTest(unittest.TestCase):
                 os.chmod(self.folder / "out.jpg", replaced)
             self.tool("add", "still.jpg", "clip.mp4", "-o", "out.jpg", "--force", *extra, umask=0o027)
             self.assertEqual(stat.S_IMODE((self.folder / "out.jpg").stat().st_mode), expected, (still, replaced, extra))
+        if os.geteuid() == 0:  # in the group of a still of somebody else, and without the right to give files away
+            os.chown(self.folder / "still.jpg", 1, 4711)
+            os.chmod(self.folder / "still.jpg", 0o640)
+            front = ["setpriv", "--bounding-set=-chown", "--groups=4711"]
+            self.tool("add", "still.jpg", "clip.mp4", "-o", "group.jpg", front=front, umask=0o027)
+            kept = (self.folder / "group.jpg").stat()
+            self.assertEqual((kept.st_uid, kept.st_gid, stat.S_IMODE(kept.st_mode)), (0, 4711, 0o640))
 
     def test_links_times_and_attributes_are_kept(self):
         os.symlink("still.jpg", self.folder / "link.jpg")
         os.utime(self.folder / "still.jpg", ns=(10**18, 10**18 + 7))
         entries = (1, 6, -1), (2, 4, 65534), (4, 4, -1), (16, 4, -1), (32, 0, -1)
         acl = struct.pack("<I", 2) + b"".join(struct.pack("<HHi", *entry) for entry in entries)
-        try:
+        attributes = lambda name: {each: os.getxattr(self.folder / name, each) for each in os.listxattr(self.folder / name)}
+        with contextlib.suppress(OSError):  # where the file system has none
             os.setxattr(self.folder / "still.jpg", "system.posix_acl_access", acl)
-            attribute = True
-        except OSError:
-            attribute = False
+        before = attributes("still.jpg")
         self.done("add", "link.jpg", "clip.mp4", "--in-place", "--force")
         self.assertTrue((self.folder / "link.jpg").is_symlink())
         for command in (["set", "still.jpg", "--at", "1s", "--in-place=bytes"], ["remove", "still.jpg", "-o", "out.jpg"]):
             self.done(*command)
-            path = self.folder / ("out.jpg" if "-o" in command else "still.jpg")
-            self.assertEqual(path.stat().st_mtime_ns, 10**18 + 7)
-            self.assertTrue(not attribute or os.getxattr(path, "system.posix_acl_access") == acl)
+            name = "out.jpg" if "-o" in command else "still.jpg"
+            self.assertEqual(((self.folder / name).stat().st_mtime_ns, attributes(name)), (10**18 + 7, before))
 
     def test_folders_are_worked_through_whatever_one_file_is(self):
-        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         photo = self.read("photo.jpg")
         for name in ("in/b.JPG", "in/deep/a.jpeg", "in/deep/\x1b[31m.jpg"):
             (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
             self.write(name, photo)
-        self.write("in/bad.jpg", DAMAGED)
+        self.write("in/bad.jpg", FILES["damaged.jpg"])
         self.write("in/plain.jpg", STILL)
         self.write("in/notes.txt", b"text")
         call = ["extract", "-r", "in", "-d", "out", "-j", "3"]
@@ -242,7 +241,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(self.snapshot(), before)
 
     def test_parts_come_apart_and_together(self):
-        self.done("add", "still.jpg", "clip.mp4", "--at", "1500ms", "-o", "photo.jpg")
+        self.done("add", "still.jpg", "clip.mp4", "--at", "1500ms", "-o", "photo.jpg", "--force")
         self.tool("split", "photo.jpg", "-d", "parts")
         self.assertEqual(self.read("parts/photo.mp4"), CLIP)
         for photo, still in (("photo.jpg", "alone.jpg"), ("still.jpg", "copy.jpg")):
@@ -254,7 +253,6 @@ class ToolTest(unittest.TestCase):
 
     def test_stills_and_clips_that_belong_together_are_joined(self):
         still, clip = identified(STILL, CLIP, b"0A1B-2C3D")
-        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         (self.folder / "in/deep").mkdir(parents=True)
         pairs = {
             "in/IMG_5.jpg": ("in/5.mp4", *identified(STILL, CLIP.replace(b"udta", b"free"), b"5", lambda meta: box(b"udta", meta))),
@@ -281,7 +279,7 @@ class ToolTest(unittest.TestCase):
     def test_map_accounts_for_every_byte(self):
         self.write("still.jpg", STILL[:2] + b"\xff\xff" + STILL[2:])
         self.write("clip.mp4", CLIP + box(b"free", bytes(800_000)))
-        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
+        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg", "--force")
         self.done("trailer", "put", "<'&\">", "--type", "4000", "--text", "x", "photo.jpg", "--in-place")
         rows = re.findall(r"^ +([\d,]+) +([\d,]+)  . (.+)$", self.done("map", "photo.jpg"), re.M)
         places = [(int(at.replace(",", "")), int(size.replace(",", "")), name) for at, size, name in rows]
@@ -297,8 +295,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual((len(drawing), "".join(drawing.itertext()).count("<'&\">")), (5 * len(places), 2))
 
     def test_both_forms_carry_the_same_video(self):
-        self.write("isom.mp4", CLIP.replace(b"ftypmp42", b"ftypisom", 1))
-        result = self.tool("add", "still.jpg", "isom.mp4", "--at", "1s", "-o", "photo.jpg")
+        result = self.tool("add", "still.jpg", "isom.mp4", "--at", "1s", "-o", "photo.jpg", "--force")
         self.assertEqual((result.returncode, result.stderr.count("'isom' becomes 'mp42'")), (0, 1))
         self.done("trailer", "put", "Note", "--type", "4000", "--text", "by the sea", "photo.jpg", "--in-place")
         self.refused(3, "Note", "convert", "photo.jpg", "--to", "published", "-o", "published.jpg")
@@ -315,15 +312,12 @@ class ToolTest(unittest.TestCase):
             self.assertEqual(self.info("replaced.jpg")["motionPhoto"]["presentationTimestampUs"], 700_000)
         self.write("orphan.jpg", STILL + CLIP)
         self.assertIn("orphan-movie", self.tool("check", "orphan.jpg").stdout)
-        self.write("torn.jpg", STILL + CLIP[:-200])
-        self.assertEqual(self.tool("repair", "torn.jpg", "-o", "mended.jpg").returncode, 3)
         self.tool("repair", "orphan.jpg", "-o", "claimed.jpg")
         self.assertEqual(self.info("claimed.jpg")["motionPhoto"]["video"]["size"], len(CLIP))
         self.tool("repair", "orphan.jpg", "--drop-orphans", "--in-place")
         self.assertEqual((self.read("orphan.jpg"), self.tool("check", "orphan.jpg").returncode), (STILL, 1))
 
     def test_records_and_properties_go_in_and_out(self):
-        self.done("add", "still.jpg", "clip.mp4", "-o", "photo.jpg")
         self.write("data.bin", bytes(range(256)))
         for name in ("still.jpg", "photo.jpg"):
             for way in ("--in-place", "--in-place=bytes"):
@@ -348,7 +342,6 @@ class ToolTest(unittest.TestCase):
 
     def test_info_goes_on_behind_a_file_that_fails(self):
         self.write("named.jpg", STILL + trailer((1, b"\xff\x1b[31m", b"abc"), (2608, b"MotionPhoto_Data", b"mpv2" + bytes(8))))
-        self.write("text.txt", b"text")
         result = self.tool("info", "--json", "still.jpg", "text.txt", "named.jpg")
         self.assertEqual((result.returncode, result.stderr.count("\n")), (3, 1))
         plain, bad, named = map(json.loads, result.stdout.splitlines())
@@ -362,7 +355,6 @@ class ToolTest(unittest.TestCase):
         self.assertIn("motion photo  damaged", result.stdout)
         self.assertNotIn("\x1b", result.stdout)
         self.write("cut.heic", bytes.fromhex("00000014667479706865696300000000686569630000009966726565"))
-        self.assertEqual(self.tool("info", "cut.heic").returncode, 3)
         for args in (["still", "--in-place"], ["remove", "--in-place"], ["xmp", "get", "xmp:Rating"], ["trailer", "list"]):
             self.refused(3, "do not add up", *args, "cut.heic")
         self.refused(3, "its video is damaged", "extract", "named.jpg", "-o", "out.mp4")
@@ -370,17 +362,8 @@ class ToolTest(unittest.TestCase):
         self.assertIn("xmp-claim: expected", self.tool("check", "claimless.jpg").stdout)
         self.done("remove", "named.jpg", "--in-place")
         self.assertEqual([record["type"] for record in self.info("named.jpg")["trailer"]["records"]], [1])
-        self.write("damaged.jpg", DAMAGED)
         self.assertIn("MediaFile", self.tool("-v", "info", "still.jpg").stderr)
         self.assertRegex(self.tool("info", "-v", "damaged.jpg").stderr, r"damaged\.jpg: \[metadata_utils/\w+:\d+\] ")
-
-    def test_help_man_page_and_completions_know_every_command(self):
-        for text in (self.done("--help"), *(self.done("generate", form) for form in ("man", "bash", "zsh", "fish"))):
-            for command in ("info", "add", "extract", "carry"):
-                self.assertIn(command, text)
-            self.assertNotIn("generate", text)
-        self.assertIn("'extract:", self.done("generate", "zsh"))
-        self.assertIn("motionphoto add still.jpg clip.mp4 -o photo.jpg", self.done("add", "--help"))
 
     @unittest.skipUnless(os.path.exists("/dev/pts/ptmx"), "no terminal can be made here")
     def test_progress_counts_what_is_done(self):
