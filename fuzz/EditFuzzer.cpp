@@ -20,7 +20,7 @@ namespace {
 constexpr char TIFF[] = "http://ns.adobe.com/tiff/1.0/";
 constexpr std::array<char const*, 3> PROPERTIES{"Make", "Model", "HostComputer"};
 constexpr std::pair<int, char const*> RECORDS[] = {
-    {2817, "A"}, {2900, "A"}, {2900, "B"}, {-7, "Note"}, {2562, "MotionPhoto_Info"}};
+    {2817, "A"}, {2900, "A"}, {2900, "B"}, {-7, "Note"}, {2610, "MotionPhoto_Info"}};
 constexpr int VIDEO = 2608, VIDEO_VERSION = 2609;
 constexpr int MAX_COMMITS = 6;
 

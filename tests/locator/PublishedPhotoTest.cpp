@@ -228,9 +228,10 @@ TEST(PublishedPhoto, PicturesOfTheIndexAreFoundWhenWhatStandsInFrontOfThemGoes) 
 
 TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
     std::string const movie = clip(130'000);
+    std::string const note = "major_brand=isom length=5 stored=5"; // of a clip, but under another name
     std::string const withRecords = JpegBuilder().exif().build(
-        "scan", trailerBytes({{1, "Scene", "sea"}, {2608, "MotionPhoto_Data", movie}, {7, "Mood", "blue"}}));
-    std::string const others = trailerBytes({{1, "Scene", "sea"}, {7, "Mood", "blue"}});
+        "scan", trailerBytes({{1, "Scene", "sea"}, {2608, "MotionPhoto_Data", movie}, {7, "Mood", note}}));
+    std::string const others = trailerBytes({{1, "Scene", "sea"}, {7, "Mood", note}});
     std::string const besideRecords = published(PRIMARY + videoItem(movie.size() + others.size()), movie + others);
     std::string const plain = JpegBuilder().exif().build();
     auto const add = [](std::string const& bytes, published::AddOptions const& options = {}) -> Edit {

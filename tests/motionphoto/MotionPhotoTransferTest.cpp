@@ -103,11 +103,12 @@ TEST(MotionPhotoTransfer, AnEditedStillKeepsItsMotion) {
     edit->getXMPEdit().setProperty(TIFF, "Model", "Changed").setProperty(MEDIA, FIELD, "first");
     edit->commit(target.open());
     EXPECT_EQ(parsePhoto(target.path())->getXMPInfo()->getProperty(MEDIA, FIELD), "first");
-    edit->getXMPEdit().setProperty(MEDIA, FIELD, "then");
+    edit->getXMPEdit().setProperty(MEDIA, FIELD, "then").setItemField("Primary", "Label", "edited");
     edit->commit(target.open());
     auto const result = parsePhoto(target.path());
     expectConsistent(target.path());
     EXPECT_EQ(result->getXMPInfo()->getProperty(MEDIA, FIELD), "then");
+    EXPECT_EQ(result->getXMPInfo()->getItemField("Primary", "Label"), "edited");
     EXPECT_EQ(trailerOf(target.bytes()), "2608 MotionPhoto_Data 140000;2817 Other 70;");
     EXPECT_EQ(takeApart(target.bytes()).image, takeApart(image).image);
     EXPECT_EQ(result->getCaptureTimestampUs(), 777);

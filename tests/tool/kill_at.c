@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /* Preloaded into the tool: ends the process by KILL_SIGNAL at its call number KILL_AT (from 0) that changes a file, KILL_HOW
  * "before" it, "after" it, or when "half" of its bytes are written; with KILL_NAMED there are no files without a name.
- * Without KILL_AT nothing happens. */
+ * Without KILL_AT nothing happens. Its call number READ_FAILS that reads at a place fails. */
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -64,6 +64,15 @@ WRAP(int, linkat, -1, (int from, char const* name, int to, char const* other, in
 WRAP(int, renameat2, -1, (int from, char const* name, int to, char const* other, unsigned flags),
      (from, name, to, other, flags))
 WRAP(int, rename, -1, (char const* from, char const* to), (from, to))
+
+ssize_t pread64(int fd, void* bytes, size_t n, off64_t at) {
+    static int calls;
+    char const* failing = getenv("READ_FAILS");
+    if (failing == NULL || calls++ != atoi(failing))
+        return REAL(pread64)(fd, bytes, n, at);
+    errno = EIO;
+    return -1;
+}
 
 int open64(char const* path, int flags, ...) {
     va_list rest;

@@ -91,6 +91,15 @@ class KillTest(unittest.TestCase):
         for output in OUTPUTS:
             self.end_everywhere("replace", output, ("before", "after"), list(SIGNALS), named=True)
 
+    def test_a_read_that_fails_is_the_fault_of_what_was_read(self):
+        photo = self.edited(STILL, "add")
+        for number in itertools.count():
+            code, content, still, left = self.run_tool(photo, "extract", "in place of a file", READ_FAILS=number)
+            if code == 0:
+                break
+            self.assertEqual((code, content, still, left), (3, b"what was there", photo, set()), number)
+        self.assertGreater(number, 0, "no read failed")
+
 
 if __name__ == "__main__":
     unittest.main(argv=[sys.argv[0], *sys.argv[4:]])

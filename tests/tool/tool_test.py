@@ -90,6 +90,11 @@ class ToolTest(unittest.TestCase):
     def info(self, name):
         return json.loads(self.done("info", "--json", name))
 
+    def claimed(self, name):
+        """What another reader sees in the XMP: whether a video is claimed, and the bytes from its begin to the file's end."""
+        seen = subprocess.run(["exiv2", "-px", name], cwd=self.folder, stdout=-1, text=True).stdout
+        return "GCamera.MotionPhoto " in seen, [int(size) for size in re.findall(r"Item:Length .* (\d+)\n", seen)]
+
     def snapshot(self):
         return {path.name: path.read_bytes() for path in self.folder.iterdir() if path.is_file()}
 
@@ -303,6 +308,7 @@ class ToolTest(unittest.TestCase):
         self.assertIn("becomes 'mp42'", self.tool("convert", "published.jpg", "--to", "trailer", "-o", "back.jpg").stderr)
         for name, source in (("photo.jpg", "trailer"), ("published.jpg", "directory"), ("back.jpg", "trailer")):
             motion = self.info(name)["motionPhoto"]
+            self.assertEqual(self.claimed(name), (True, [len(self.read(name)) - motion["video"]["position"]]))
             self.assertEqual((motion["source"], motion["presentationTimestampUs"]), (source, 1_000_000))
             self.assertEqual(json.loads(self.done("check", "--json", name))["verdict"], "sound")
             self.done("extract", name, "-o", name + ".mp4")
@@ -310,6 +316,8 @@ class ToolTest(unittest.TestCase):
             self.done("set", name, "--at", "0.5s", "--in-place")
             self.done("replace", name, "clip.mp4", "--at", "700ms", "-o", "replaced.jpg", "--force")
             self.assertEqual(self.info("replaced.jpg")["motionPhoto"]["presentationTimestampUs"], 700_000)
+        self.done("remove", "published.jpg", "-o", "bare.jpg")
+        self.assertEqual(self.claimed("bare.jpg"), (False, []))
         self.write("orphan.jpg", STILL + CLIP)
         self.assertIn("orphan-movie", self.tool("check", "orphan.jpg").stdout)
         self.tool("repair", "orphan.jpg", "-o", "claimed.jpg")
