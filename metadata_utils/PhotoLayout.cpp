@@ -5,6 +5,7 @@
 #include "ErrorAt.h"
 #include "MotionPhotoInfoImpl.h"
 #include "MovieBoxes.h"
+#include "io/HEIFMetaReader.h"
 #include "io/HEIFMetaWriter.h"
 #include "io/VideoPointer.h"
 
@@ -17,8 +18,9 @@ using Status = MotionVideo::Status;
 
 std::string reasonOf(std::exception const& error) {
     std::string const text = error.what();
-    auto const end = text.starts_with("[") ? text.find("] ") : std::string::npos;
-    return end == std::string::npos ? text : text.substr(end + 2);
+    auto const end = text.starts_with("[") ? text.find(']') : std::string::npos;
+    auto const start = end == std::string::npos ? 0 : text.find_first_not_of(' ', end + 1);
+    return start == std::string::npos ? text : text.substr(start);
 }
 
 PhotoLayout::PhotoLayout(std::shared_ptr<MediaFile> const& photo) : file(photo) {
@@ -84,7 +86,9 @@ void PhotoLayout::readPacket() {
         take(view->getMeta());
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
-        xmpFault = reasonOf(error);
+        auto const item = isHEIC ? HEIFMetaReader(file, ParseMode::LAZY).getXMPItem() : std::nullopt;
+        if (!item || item->isPacket) // a text that describes the picture is no XMP
+            xmpFault = reasonOf(error);
     }
 }
 

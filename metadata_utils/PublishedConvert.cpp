@@ -358,11 +358,17 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
         throw ErrorAt().as(Error::Code::REFUSED, *photo)("the trailer holds records that would go: %s",
                                                          join(done.dropped).c_str());
     if (video.source != MotionVideo::Source::TRAILER) {
-        done.isChanged = layout.tail.has_value();
-        if (done.isChanged)
+        bool const isClaimed = layout.claims.motionPhoto == "1" || layout.claims.microVideo == "1";
+        done.isXMPWritten = isClaimed || takesFields(layout, fieldsFor(layout, video));
+        bool const claims = !isClaimed && done.isXMPWritten;
+        done.isChanged = claims || layout.tail;
+        if (layout.tail)
             removeTrailer(photo, output);
-        else
-            begin(photo, output);
+        auto const file = layout.tail && isElsewhere(*photo, output) ? output : begin(photo, output);
+        if (claims) {
+            PhotoLayout const now(file);
+            writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), fieldsFor(now, now.locate())); });
+        }
         return done;
     }
     auto const note = noteIn(layout, video);

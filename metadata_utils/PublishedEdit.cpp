@@ -42,6 +42,13 @@ void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still,
         edit.setItem(MOTION_PHOTO, MediaDefs::mimeTypeOf(mime));
 }
 
+Error noRoom(MediaFile const& file, uint32_t size, std::exception const& reason) {
+    return ErrorAt().as(Error::Code::UNSUPPORTED,
+                        file)("the HEIC's XMP has no room for %zu bytes, and only an image of several tiles can be "
+                              "given more: %s",
+                              size_t{size}, reasonOf(reason).c_str());
+}
+
 /// A HEIC's XMP may have no room for claims, and none that can be made: then it goes without, if it had none before.
 bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
     if (!layout.isHEIC)
@@ -55,9 +62,7 @@ bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
         if (layout.claims.any())
-            throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
-                "the HEIC's XMP has no room for %zu bytes, and only an image of several tiles can be given more: %s",
-                size_t{size}, reasonOf(error).c_str());
+            throw noRoom(*layout.file, size, error);
         return false;
     }
 }
@@ -197,7 +202,11 @@ void writeXMP(std::shared_ptr<MediaFile> const& file, PacketChange const& change
         auto const size = static_cast<uint32_t>(view->serializeToBuffer().size());
         HEIFMetaWriter writer(file);
         if (writer.xmpRoom() < size) {
-            writer.reserveXMP(std::max(MIN_XMP_ROOM, size));
+            try {
+                writer.reserveXMP(std::max(MIN_XMP_ROOM, size));
+            } catch (Error const& error) {
+                throw error.code() == Error::Code::UNSUPPORTED ? noRoom(*file, size, error) : error;
+            }
             view->roomOpened();
         }
     }

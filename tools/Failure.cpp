@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Failure.h"
 
+#include "Photo.h"
 #include "Text.h"
 
 #include "Error.h"
@@ -19,9 +20,6 @@ namespace {
 /// What a file handle over a bare descriptor calls its file; of the tool's only outputs are.
 constexpr char NAMELESS[] = "unknown";
 
-/// How the library calls a box that does not fit.
-constexpr std::string_view TORN_BOX = "invalid chunk payload: ";
-
 bool isFailedWrite(Error const& error, bool inOutput) {
     using enum Error::Code;
     return error.code() == WRITE_FAILED || error.code() == NO_SPACE || (error.code() == READ_FAILED && inOutput);
@@ -33,10 +31,8 @@ bool isFailedWrite(Error const& error, bool inOutput) {
     bool const named = !error.path().empty() && error.path() != NAMELESS;
     auto const& subject = named ? error.path() : wrote ? output : input;
     std::string text = error.what();
-    if (auto const at = text.find(TORN_BOX); error.code() == Error::Code::DAMAGED && at != std::string::npos)
-        text.replace(at, std::string::npos,
-                     "its boxes do not add up, one of " + text.substr(at + TORN_BOX.size()) +
-                         " bytes does not fit: the file is damaged, or was cut off");
+    if (auto const torn = error.code() == Error::Code::DAMAGED ? tornBoxesOf(input) : ""; !torn.empty())
+        text.replace(text.size() - withoutSource(text).size(), std::string::npos, torn);
     if (error.code() == Error::Code::XMP)
         text.insert(text.size() - withoutSource(text).size(), "unusable XMP: ");
     throw Failure(wrote ? ExitCode::WRITE_FAILED : ExitCode::BAD_INPUT, subject, text);

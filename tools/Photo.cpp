@@ -81,6 +81,13 @@ void requireStill(std::shared_ptr<MediaFile> const& file) {
                       ", neither a JPEG nor a HEIC still");
 }
 
+std::string tornBoxesIn(std::shared_ptr<MediaFile> const& file) {
+    auto const check = PhotoCheck::run(file);
+    auto const found = std::find_if(check.findings.begin(), check.findings.end(),
+                                    [](auto const& each) { return std::string_view(each.rule->id) == "heic-boxes"; });
+    return found == check.findings.end() ? "" : "its boxes do not add up: " + found->found;
+}
+
 /// Two that edit one file at a time would spoil it, or lose what one of them did. A file system without locks has none.
 void holdAlone(MediaFile const& file) {
     if (flock(file.getFd(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
@@ -143,10 +150,7 @@ std::string Photo::damage() const {
     if (file->mimeType() != MediaDefs::MimeType::IMAGE_HEIC)
         return "";
     // A video may be found by a trailer, and the image be cut.
-    auto const check = guarded(path(), [&] { return PhotoCheck::run(file); });
-    auto const found = std::find_if(check.findings.begin(), check.findings.end(),
-                                    [](auto const& each) { return std::string_view(each.rule->id) == "heic-boxes"; });
-    return found == check.findings.end() ? "" : "its boxes do not add up: " + found->found;
+    return guarded(path(), [&] { return tornBoxesIn(file); });
 }
 
 void Photo::requireReadable() const {
@@ -175,6 +179,14 @@ std::shared_ptr<MediaFile> openVideo(std::string const& path, Photo const& photo
     if (MediaFile::isFdsDup(photo.file->getFd(), video->getFd()))
         throw Failure(ExitCode::USAGE, path, "is given both as the still and as the video");
     return video;
+}
+
+std::string tornBoxesOf(std::string const& path) {
+    try {
+        return tornBoxesIn(std::make_shared<MediaFile>(path, "r"));
+    } catch (std::exception const&) {
+        return ""; // another error is told already
+    }
 }
 
 std::unique_ptr<ImageMetaReader> blocksOf(std::shared_ptr<MediaFile> const& still) {

@@ -66,6 +66,9 @@ void copyWhole(Photo const& photo, std::shared_ptr<android::lumo::MediaFile> con
 /// Throws in a person's words what a HEIC is mostly refused for, where the library tells of boxes: its XMP needs room.
 void requireOtherThanRoom(Photo const& photo, android::lumo::Error const& refusal);
 
+/// Where a HEIC's boxes stop adding up, in a person's words; empty where they do, and for what cannot be looked at.
+std::string tornBoxesOf(std::string const& path);
+
 /// Finds the blocks of a still's metadata. What the system refuses to read throws, it is no absent block.
 std::unique_ptr<android::lumo::ImageMetaReader> blocksOf(std::shared_ptr<android::lumo::MediaFile> const& still);
 

@@ -93,7 +93,12 @@ bool editTrailer(Photo const& photo, FilePtr const& output, std::function<void(Q
         auto const edit = photo.view()->edit();
         change(edit->getQRTEdit());
         edit->getQRTEdit().makeDirty();
-        output != nullptr ? edit->commit(output) : edit->commit();
+        try {
+            output != nullptr ? edit->commit(output) : edit->commit();
+        } catch (Error const& error) {
+            requireOtherThanRoom(photo, error);
+            throw;
+        }
         return true;
     }
     for (auto const& record : QRTInfo::parse(photo.file)->getRecords()) {
