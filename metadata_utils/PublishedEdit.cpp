@@ -267,6 +267,17 @@ void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<Media
     edit.commit(output);
 }
 
+void requireNoHiddenTrailer(PhotoLayout const& layout) {
+    if (layout.hasHiddenTrailer())
+        throw ErrorAt().as(Error::Code::DAMAGED,
+                           *layout.file)("other boxes hide the HEIC's trailer; repair brings it to the end");
+}
+
+void setSizeOfLastBox(MediaFile& file, uint32_t position, uint32_t size, bool isOpen) {
+    auto const last = movie::walk(file, position, size).last;
+    writeAt(file, last.position, bigEndianBytes(isOpen ? 0 : last.size, sizeof last.size));
+}
+
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes) {
     checked::seek(file, position);
     checked::write(file, bytes);

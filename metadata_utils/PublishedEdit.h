@@ -67,7 +67,13 @@ bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position);
 /// Lets an editor of the photo commit: into the output, whose bytes go (the editor takes an empty one), or in place.
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output);
 
+/// Throws for a trailer that stands where nobody looks for it: it would go on claiming the video.
+void requireNoHiddenTrailer(PhotoLayout const& layout);
+
 /// Writes at a position.
 void writeAt(MediaFile& file, uint32_t position, std::string const& bytes);
+
+/// Sets the size of a movie's last box; one that is left open ends where the movie does.
+void setSizeOfLastBox(MediaFile& file, uint32_t position, uint32_t size, bool isOpen);
 
 } // namespace android::lumo::published

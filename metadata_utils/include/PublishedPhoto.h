@@ -78,7 +78,8 @@ METADATA_UTILS_EXPORT Conversion toTrailer(std::shared_ptr<MediaFile> const& pho
                                            std::shared_ptr<MediaFile> const& output = nullptr);
 
 /// Makes a photo that ends with its video, for readers of the published format alone: the trailer goes, one that
-/// does not hold the video too. Refused while it holds records other than the video's, which the text names, unless
+/// does not hold the video too; the video of a HEIC that the trailer held gets its own box. Claims that are missing are
+/// filled in. Refused while it holds records other than the video's, which the text names, unless
 /// `dropRecords`.
 METADATA_UTILS_EXPORT Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords = false,
                                              std::shared_ptr<MediaFile> const& output = nullptr);

@@ -268,6 +268,18 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
     }
 }
 
+TEST(PublishedPhoto, BecomesPublishedFromTrailersThatOthersWrite) {
+    std::string const movie = clip(130'000), jpeg = JpegBuilder().exif().build(), heic = heicWith("");
+    for (auto const& [still, behind] :
+         {std::pair(heic, qrtdBox(trailerBytes({videoRecord(movie)}))),
+          {jpeg, movie + trailerBytes({videoRecord(pointerTo(jpeg.size(), movie.size()))})}}) {
+        std::string const made = edited(still + behind, TO_PUBLISHED);
+        EXPECT_TRUE(made.ends_with(movie));
+        EXPECT_EQ(takeApart(made).image, takeApart(still).image);
+        EXPECT_TRUE(PhotoCheck::run(TempFile(made).open("r")).findings.empty());
+    }
+}
+
 /// Unless its bytes were being moved, a claim or a scan finds the movie whole after a change that failed.
 TEST(PublishedPhoto, AnEditThatFailsLeavesTheMovieWithinReach) {
     std::string const movie = clip(6000);
