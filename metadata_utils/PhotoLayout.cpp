@@ -193,6 +193,8 @@ MotionVideo PhotoLayout::fromBox() const {
 
 MotionVideo PhotoLayout::fromDirectory() const {
     auto const* item = claims.video();
+    if (item == nullptr && claims.motionPhoto == "1")
+        return damaged(Source::DIRECTORY, "GCamera:MotionPhoto is 1, and nothing says where a video is");
     if (item == nullptr || claims.motionPhoto == "0")
         return {};
     if (item->length == 0)
@@ -202,7 +204,7 @@ MotionVideo PhotoLayout::fromDirectory() const {
 
 MotionVideo PhotoLayout::fromMicroVideo() const {
     auto const offset = claims::parseNumber(claims.microVideoOffset);
-    if (claims.microVideo != "1" || claims.microVideoOffset.empty())
+    if (claims.microVideo != "1")
         return {};
     if (!offset || *offset == 0)
         return damaged(Source::MICRO_VIDEO, "MicroVideoOffset is no distance: \"" + claims.microVideoOffset + "\"");

@@ -83,7 +83,8 @@ TEST(MotionVideo, SaysWhyAClaimDoesNotHold) {
     std::string const size = std::to_string(movie.size());
     std::string const noMovie = heicBox("ftyp", "mp42" + bigEndian(0, 4)) + heicBox("mdat", "1234");
     for (auto const& [photo, expected] : std::vector<std::pair<std::string, std::string>>{
-             {published(PRIMARY, ""), "none none"},
+             {published(PRIMARY, ""), "directory damaged: GCamera:MotionPhoto is 1, and nothing says"},
+             {published(PRIMARY, "", microVideo("")), "micro-video damaged: MicroVideoOffset is no distance"},
              {published(PRIMARY + videoItem(movie.size()), movie, "Camera:MotionPhoto=\"0\" "), "none none"},
              {published(PRIMARY, movie, microVideo(size, "0")), "none none"},
              {published(PRIMARY + videoItem(99'999), movie), "directory damaged: a video 99999 bytes from the end"},
