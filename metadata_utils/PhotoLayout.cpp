@@ -23,6 +23,21 @@ std::string reasonOf(std::exception const& error) {
     return start == std::string::npos ? text : text.substr(start);
 }
 
+namespace {
+
+/// What the views take for a HEIC's XMP: a text that describes the picture is none. An item that cannot be told may be.
+bool mayBePacket(std::shared_ptr<MediaFile> const& photo) {
+    try {
+        auto const item = HEIFMetaReader(photo, ParseMode::LAZY).getXMPItem();
+        return !item || item->isPacket;
+    } catch (std::runtime_error const&) {
+        rethrowUnlessDamage();
+        return true;
+    }
+}
+
+} // namespace
+
 PhotoLayout::PhotoLayout(std::shared_ptr<MediaFile> const& photo) : file(photo) {
     if (file == nullptr)
         throw ErrorAt()("no photo given");
@@ -86,8 +101,7 @@ void PhotoLayout::readPacket() {
         take(view->getMeta());
     } catch (std::runtime_error const& error) {
         rethrowUnlessDamage();
-        auto const item = isHEIC ? HEIFMetaReader(file, ParseMode::LAZY).getXMPItem() : std::nullopt;
-        if (!item || item->isPacket) // a text that describes the picture is no XMP
+        if (!isHEIC || mayBePacket(file))
             xmpFault = reasonOf(error);
     }
 }
