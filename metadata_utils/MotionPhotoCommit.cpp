@@ -121,18 +121,19 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output, bool isTrail
     requireNothingLeft();
     if (isTrailerWritten)
         requireVideoStaysReadable();
-    if (!parts.qrtEdit->isDirty() && !parts.xmpEdit->isDirty() && staged.extras.empty())
+    bool const writesTrailer = parts.qrtEdit->isDirty(), hasExtras = !staged.extras.empty();
+    if (!writesTrailer && !hasExtras && !parts.xmpEdit->isDirty())
         return;
     if (staged.video)
         staged.video->requireReadable(output, "the video");
-    if (parts.qrtEdit->isDirty())
+    if (writesTrailer)
         requireVideoStaysReadable();
-    if (parts.qrtEdit->isDirty() || !staged.extras.empty())
-        static_cast<void>(
-            parts.qrtEdit->staging().plan()); // a file that is no longer the one that was read, before all else
-    if (parts.isHEIC && !staged.extras.empty())
-        heif::TrailingBoxes(parts.outputFile).requireVideosCanGo(parts.qrtEdit->staging().plan().getGround().image);
-    if (!parts.isHEIC && !staged.extras.empty())
+    if (writesTrailer || hasExtras) { // a file that is no longer the one that was read, before all else
+        auto const image = parts.qrtEdit->staging().plan().getGround().image;
+        if (parts.isHEIC && hasExtras)
+            heif::TrailingBoxes(parts.outputFile).requireVideosCanGo(image);
+    }
+    if (!parts.isHEIC && hasExtras)
         static_cast<void>(outside.pointedVideoLast());
     parts.view->getPacket()->requireUnchanged();
     CommitFields(parts, staged, outside).requireTimestamp();
@@ -158,12 +159,13 @@ void MotionPhotoCommit::requireVideoStaysReadable() const {
                                                      "would not be found");
 }
 
-/// What the disk is asked for before the first byte moves.
+/// What the disk is asked for before the first byte moves. The room of the XMP is the one requireUnchanged() has found.
 CommitSizes MotionPhotoCommit::sizes() {
     CommitSizes sizes(parts.outputFile->size());
-    if (parts.xmpEdit->isDirty())
-        sizes.addXMP(parts.xmpEdit->serializeToBuffer().size(),
-                     ImageMetaReader::of(parts.outputFile, ParseMode::LAZY)->getXMP());
+    if (parts.xmpEdit->isDirty()) {
+        auto const& room = parts.view->getPacket()->getInFile().getRoom();
+        sizes.addXMP(parts.xmpEdit->serializeToBuffer().size() + room.identifier, room.size);
+    }
     if (parts.isHEIC && !staged.extras.empty())
         sizes.exchangeBox(heif::TrailingBoxes(parts.outputFile).videosSize(),
                           staged.video ? uint64_t{heif::TrailingBoxes::VIDEO_HEADER_SIZE} + staged.video->size() : 0);

@@ -28,7 +28,6 @@ MotionPhotoEditImpl::MotionPhotoEditImpl(std::shared_ptr<MotionPhotoInfo> const&
     parts.outputFile = parts.view->getFile();
     parts.isHEIC = parts.view->getImageMimeType() == MediaDefs::MimeType::IMAGE_HEIC;
     mediator = std::make_shared<Mediator>(parts);
-    staged.extras.max_load_factor(1.0F);
     getQRTEdit();
     getXMPEdit();
     inPlace = std::make_unique<MotionPhotoCommit>(parts, staged, *mediator);

@@ -11,8 +11,8 @@ namespace android::lumo::packets {
 
 namespace {
 
-Fields fieldsOf(XMPInfo const& info, std::string const& item) {
-    Fields fields;
+ItemFields fieldsOf(XMPInfo const& info, std::string const& item) {
+    ItemFields fields;
     for (auto const& name : info.getItemFieldNames(item))
         fields[name] = info.getItemField(item, name);
     return fields;
@@ -39,15 +39,15 @@ std::set<Property> changedRoots(XMPPacket const& before, XMPPacket const& after,
 
 } // namespace
 
-std::map<std::string, Fields> itemsOf(XMPInfo const& info) {
-    std::map<std::string, Fields> items;
+std::map<std::string, ItemFields> itemsOf(XMPInfo const& info) {
+    std::map<std::string, ItemFields> items;
     for (auto const& name : info.getItemNames())
         items[name] = fieldsOf(info, name);
     return items;
 }
 
 /// Makes the item's fields exactly these; an item that is not there is added with its "Mime".
-void setFields(XMPEdit& edit, std::string const& item, Fields const& fields) {
+void setFields(XMPEdit& edit, std::string const& item, ItemFields const& fields) {
     auto const mime = fields.find("Mime");
     edit.setItem(item, mime == fields.end() ? MediaDefs::MimeType::NONE : MediaDefs::mimeTypeOf(mime->second));
     for (auto const& name : edit.getItemFieldNames(item)) {

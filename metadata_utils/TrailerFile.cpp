@@ -207,9 +207,9 @@ void TrailerWriter::writeFast() {
     LOGI("writeFast E: qrtTailSize=%zu", size_t{plan.tailSize()});
     logLayout();
     auto const& places = plan.onDisk();
-    auto const parts = plan.parts();
-    LOGI("fileWriteSize=%zu[%zu], memoryWriteSize=%zu[%zu]", parts.inFiles, parts.fileCount,
-         size_t{plan.recordsSize()} - parts.inFiles, places.size() - parts.fileCount);
+    auto const fromFiles = plan.fromFiles();
+    LOGI("fileWriteSize=%zu[%zu], memoryWriteSize=%zu[%zu]", fromFiles.bytes, fromFiles.count,
+         size_t{plan.recordsSize()} - fromFiles.bytes, places.size() - fromFiles.count);
     size_t written = 0;
     if (!isWritten()) {
         size_t first = places.size();

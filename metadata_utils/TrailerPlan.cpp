@@ -154,12 +154,12 @@ bool TrailerPlan::allStand() const {
            std::all_of(places.begin(), places.end(), [](auto const& place) { return place.was.has_value(); });
 }
 
-TrailerPlan::Parts TrailerPlan::parts() const {
-    Parts found;
+TrailerPlan::FromFiles TrailerPlan::fromFiles() const {
+    FromFiles found;
     for (auto const& place : places) {
         if (place.record->isFileBacked()) {
-            found.inFiles += place.payload;
-            ++found.fileCount;
+            found.bytes += place.payload;
+            ++found.count;
         }
     }
     return found;
@@ -241,9 +241,9 @@ constexpr uint64_t XMP_OVERHEAD = 256;
 
 } // namespace
 
-void CommitSizes::addXMP(size_t packet, Metadata const& room) {
-    uint64_t const needed = std::max<uint64_t>(uint64_t{packet} + room.offset, ImageMetaWriter::MIN_XMP_ROOM);
-    size += room.payload < needed ? needed + XMP_OVERHEAD : 0;
+void CommitSizes::addXMP(uint64_t needed, uint64_t room) {
+    uint64_t const least = std::max<uint64_t>(needed, ImageMetaWriter::MIN_XMP_ROOM);
+    size += room < least ? least + XMP_OVERHEAD : 0;
     most = std::max(most, size);
 }
 

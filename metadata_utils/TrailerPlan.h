@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "Metadata.h"
 #include "QRTEdit.h"
 #include "StagedRecord.h"
 #include "TrailerLayout.h"
@@ -71,11 +70,11 @@ public:
     uint32_t tailSize() const { return tail; }
     uint32_t recordsSize() const { return total; }
     /// What of it comes from data files.
-    struct Parts {
-        size_t inFiles = 0; ///< bytes
-        size_t fileCount = 0;
+    struct FromFiles {
+        size_t bytes = 0;
+        size_t count = 0;
     };
-    Parts parts() const;
+    FromFiles fromFiles() const;
     /// Records and tail; 0 when no record is left.
     uint32_t trailerSize() const { return places.empty() ? 0 : total + tailSize(); }
     /// The first record's file position.
@@ -136,8 +135,8 @@ public:
 
     explicit CommitSizes(uint32_t fileSize) : size(fileSize), most(fileSize) {}
 
-    /// A packet of so many bytes is written; `room` is what XMP has now.
-    void addXMP(size_t packet, Metadata const& room);
+    /// XMP of so many bytes, with what the container says of it, is written; `room` is what it has now.
+    void addXMP(uint64_t needed, uint64_t room);
     /// A HEIC's video box goes, or is not there, and one comes, or none.
     void exchangeBox(uint64_t old, uint64_t now);
     void addTrailer(TrailerPlan const& plan);

@@ -8,7 +8,6 @@
 #include "VideoClaims.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 
 namespace android::lumo {
@@ -19,10 +18,9 @@ constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 namespace names = motion_names;
 
 std::optional<uint32_t> numberOf(std::string const& text) {
-    uint32_t value = 0;
-    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    bool const isNumber = error == std::errc() && end == text.data() + text.size() && value > 0;
-    return isNumber ? std::optional(value) : std::nullopt;
+    auto const value = claims::parseNumber(text);
+    bool const isLength = value && *value > 0 && *value <= UINT32_MAX;
+    return isLength ? std::optional(static_cast<uint32_t>(*value)) : std::nullopt;
 }
 
 /// Whether the bytes that a JPEG's primary claims behind it are the photo's own: they lead to another picture, a gain

@@ -43,14 +43,19 @@ std::string textOf(MediaFile const& file, Metadata const& block) {
 
 } // namespace
 
-XMPInFile::XMPInFile(std::shared_ptr<MediaFile> const& source) : file(source), blocks(readBlocks()) {}
+XMPInFile::XMPInFile(std::shared_ptr<MediaFile> const& source) : file(source) {
+    take(look());
+}
 
-std::vector<XMPInFile::Block> XMPInFile::readBlocks() const {
-    std::vector<Block> found;
-    for (auto const& block : ImageMetaReader::of(file, ParseMode::LAZY)->findAllXMP()) {
+XMPInFile::Found XMPInFile::look() const {
+    Found found;
+    auto const all = ImageMetaReader::of(file, ParseMode::LAZY)->findAllXMP();
+    if (!all.empty())
+        found.room = {all.front().payload, all.front().offset};
+    for (auto const& block : all) {
         auto text = textOf(*file, block);
         if (!text.empty())
-            found.push_back({block.position, block.payload - block.offset, std::move(text)});
+            found.blocks.push_back({block.position, block.payload - block.offset, std::move(text)});
     }
     return found;
 }
@@ -63,10 +68,15 @@ void XMPInFile::requireNotTorn(ErrorAt at) const {
 
 void XMPInFile::requireUnchanged(ErrorAt at) {
     requireNotTorn(at);
-    auto found = readBlocks();
-    if (!isWhole(found))
+    auto found = look();
+    if (!isWhole(found.blocks))
         throw at.as(Error::Code::CHANGED, *file)("XMP changed since it was read");
-    blocks = std::move(found); // the same packets, where they stand now
+    take(std::move(found)); // the same packets, where they stand now
+}
+
+void XMPInFile::take(Found found) {
+    blocks = std::move(found.blocks);
+    room = found.room;
 }
 
 void XMPInFile::requireRoomToRetry(std::function<size_t()> const& size, ErrorAt at) const {
@@ -87,7 +97,7 @@ void XMPInFile::copyFileTo(std::shared_ptr<MediaFile> const& target) {
 
 void XMPInFile::roomOpened() {
     forget();
-    blocks = readBlocks();
+    take(look());
 }
 
 /// What was found out about packets that are no longer there.

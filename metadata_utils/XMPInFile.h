@@ -43,6 +43,12 @@ public:
     /// taken over from the last one, or a property in which two packets differ.
     void requireKeepable(ErrorAt at = ErrorAt());
     size_t count() const { return blocks.size(); }
+    /// What the file has for XMP, in front of other such places, as it was when requireUnchanged() last looked.
+    struct Room {
+        uint32_t size = 0;       ///< with what the container says of it
+        uint32_t identifier = 0; ///< bytes of that
+    };
+    Room const& getRoom() const { return room; }
     /// Puts what only packets in front of the last one hold into the packet that will take the place of all of them.
     void mergeInto(XMPPacket& packet) const;
     /// The last packet, parsed; not to be changed.
@@ -68,7 +74,12 @@ private:
         std::string schema;
         std::string name;
     };
-    std::vector<Block> readBlocks() const;
+    struct Found {
+        std::vector<Block> blocks;
+        Room room;
+    };
+    Found look() const;
+    void take(Found found);
     void forget();
     bool isWhole(std::vector<Block> const& found) const;
     void addMergeable(std::shared_ptr<XMPPacket> const& other, std::vector<std::shared_ptr<XMPPacket>> const& known,
@@ -76,6 +87,7 @@ private:
 
     std::shared_ptr<MediaFile> file;
     std::vector<Block> blocks;
+    Room room;
     std::shared_ptr<XMPPacket> last; ///< parsed when it is first asked for
     std::vector<Other> others;       ///< known once the packets are found mergeable, until one takes the place of all
     bool isKeepable = false;
