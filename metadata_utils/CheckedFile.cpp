@@ -48,13 +48,13 @@ uint32_t copyThroughMemory(MediaFile const& source, MediaFile& target, uint32_t 
 /// One kernel copy. A file system that cannot do it answers nothing; otherwise the bytes that arrived, `size` on
 /// success.
 std::optional<uint32_t> copyInKernel(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target,
-                                     uint32_t offset, uint32_t size) {
-    uint32_t const start = target->position();
+                                     uint32_t offset, uint32_t size, ErrorAt at) {
+    uint32_t const start = positionOf(*target, at);
     int64_t const result = source->transferTo(target, static_cast<long>(offset), size);
     if (result >= 0 && static_cast<uint32_t>(result) == size)
         return size;
     int const failure = errno;
-    uint32_t const copied = target->position() - start;
+    uint32_t const copied = positionOf(*target, at) - start;
     if (result < 0 && copied == 0 && (failure == EINVAL || failure == ENOSYS || failure == EOPNOTSUPP))
         return std::nullopt;
     return copied;
@@ -124,6 +124,13 @@ void seek(MediaFile const& file, uint32_t position, ErrorAt at) {
         throw at.as(Error::Code::READ_FAILED, file)("Failed to set file position to %zu", size_t{position});
 }
 
+uint32_t positionOf(MediaFile const& file, ErrorAt at) {
+    off64_t const position = lseek64(file.getFd(), 0, SEEK_CUR);
+    if (position < 0)
+        throw at.as(Error::Code::READ_FAILED, file)("fail to ask for the file position: %s", std::strerror(errno));
+    return sizeOf(static_cast<uint64_t>(position), at);
+}
+
 size_t writeUpTo(MediaFile& file, void const* bytes, size_t n) {
     size_t count = 0;
     while (count < n) {
@@ -167,11 +174,11 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
         throw at.as(Error::Code::DAMAGED, *source)("fail to copy bytes: %zd, expected %zu",
                                                    static_cast<ssize_t>(held - std::min<uint64_t>(offset, held)),
                                                    size_t{size});
-    sizeOf(uint64_t{target->position()} + size, at);
+    sizeOf(uint64_t{positionOf(*target, at)} + size, at);
     uint32_t copied = 0;
     while (copied < size) {
         uint32_t const wanted = std::min(size - copied, MAX_TRANSFER);
-        auto const inKernel = copyInKernel(source, target, offset + copied, wanted);
+        auto const inKernel = copyInKernel(source, target, offset + copied, wanted, at);
         uint32_t const got = inKernel ? *inKernel : copyThroughMemory(*source, *target, offset + copied, wanted);
         copied += got;
         if (got != wanted)

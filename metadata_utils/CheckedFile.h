@@ -29,6 +29,10 @@ constexpr int64_t offsetFrom(long offset) {
 /// "Failed to set file position to %zu".
 void seek(MediaFile const& file, uint32_t position, ErrorAt at = ErrorAt());
 
+/// Where the next byte is read or written; what MediaFile answers with 0 throws "fail to ask for the file position:
+/// %s".
+uint32_t positionOf(MediaFile const& file, ErrorAt at = ErrorAt());
+
 /// Writes until all bytes are written or a call fails, and returns how many were; short writes and EINTR go on.
 size_t writeUpTo(MediaFile& file, void const* bytes, size_t n);
 /// Writes all bytes; short writes and EINTR go on, a failure throws "fail to write bytes: %zd, expected %zu".

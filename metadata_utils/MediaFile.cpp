@@ -150,7 +150,7 @@ uint32_t MediaFile::size() const {
 }
 
 void MediaFile::skipNBytes(uint32_t n) const {
-    uint64_t const target = uint64_t{position()} + n;
+    uint64_t const target = uint64_t{checked::positionOf(*this)} + n;
     if (target > UINT32_MAX || position(static_cast<uint32_t>(target)) != target)
         throw ErrorAt().as(Error::Code::DAMAGED, *this)("Failed to skip %zu bytes to position %zu", size_t{n},
                                                         static_cast<size_t>(target));
@@ -192,7 +192,7 @@ template std::vector<int32_t> MediaFile::read(uint32_t n) const;
 ByteBuffer MediaFile::readAllBytes() const {
     uint32_t const expected = size();
     std::vector<uint8_t> bytes(expected);
-    uint32_t const start = position();
+    uint32_t const start = checked::positionOf(*this);
     if (lseek64(fd, 0, SEEK_SET) != 0)
         throw ErrorAt().as(Error::Code::READ_FAILED, *this)("Failed to reset file position to 0");
     size_t count = 0;
@@ -277,7 +277,7 @@ bool MediaFile::matched(std::array<unsigned char, 4> const& expected) const {
 }
 
 bool MediaFile::isBoxHeaderTypeOf(std::shared_ptr<MediaFile> const& file, std::vector<std::string> const& candidates) {
-    uint32_t const typePosition = file->position() + 4;
+    uint32_t const typePosition = checked::positionOf(*file) + 4;
     return std::any_of(candidates.begin(), candidates.end(), [&](std::string const& candidate) {
         if (file->position(typePosition) != typePosition)
             throw ErrorAt()("Failed to set file position to %zu", size_t{typePosition});

@@ -122,7 +122,7 @@ Metadata JPEGMetaReader::describe(uint16_t marker, uint32_t position, uint32_t p
 
 std::pair<int32_t, int32_t> JPEGMetaReader::findNextAppNMarker(std::vector<int> const& wanted) {
     try {
-        jpeg::SegmentScanner scanner(*file, file->position());
+        jpeg::SegmentScanner scanner(*file, checked::positionOf(*file));
         if (auto const segment = scanner.nextApp(wanted)) {
             checked::seek(*file, segment->position);
             return {segment->number(), static_cast<int32_t>(segment->position)};
@@ -139,7 +139,7 @@ std::pair<int32_t, int32_t> JPEGMetaReader::findNextAppNMarker(std::vector<int> 
 Metadata JPEGMetaReader::parseMetadata(uint16_t marker) {
     LOGD("parseMetadata");
     try {
-        uint32_t const start = file->position();
+        uint32_t const start = checked::positionOf(*file);
         uint32_t const position = start + jpeg::HEADER_SIZE;
         std::array<uint8_t, jpeg::HEADER_SIZE + jpeg::IDENTIFYING_BYTES> bytes;
         size_t const count = checked::readUpTo(*file, start, bytes.data(), bytes.size());

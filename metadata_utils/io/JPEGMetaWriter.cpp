@@ -263,7 +263,7 @@ void JPEGMetaWriter::writeCameraDebugInfo(std::vector<unsigned char> const& data
     } else {
         int64_t const removed = removeApp4(position, payload);
         LOGI("Old camera debug info segment of size %lld removed.", static_cast<long long>(removed));
-        writeApp4(data, file->position());
+        writeApp4(data, checked::positionOf(*file));
     }
 }
 
@@ -293,7 +293,7 @@ void JPEGMetaWriter::writeApp4(std::vector<unsigned char> const& data, uint64_t 
     requireApp4Fits(*file, data.size());
     uint32_t position = jpeg::MARKER_SIZE;
     if (where != jpeg::MARKER_SIZE) {
-        jpeg::SegmentScanner scanner(*file, file->position());
+        jpeg::SegmentScanner scanner(*file, checked::positionOf(*file));
         while (auto const segment = scanner.nextApp({1}))
             position = segment->end();
     }
