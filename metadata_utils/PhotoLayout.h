@@ -2,9 +2,9 @@
 #pragma once
 
 #include "MotionVideo.h"
-#include "TrailerLayout.h"
 #include "VideoClaims.h"
 #include "io/HEIFBoxScan.h"
+#include "io/TrailerLayout.h"
 
 #include <memory>
 #include <optional>

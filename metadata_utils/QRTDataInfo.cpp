@@ -2,7 +2,7 @@
 #include "QRTDataInfo.h"
 
 #include "ErrorAt.h"
-#include "TrailerLayout.h"
+#include "io/TrailerLayout.h"
 
 namespace android::lumo {
 

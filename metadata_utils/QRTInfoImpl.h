@@ -3,7 +3,7 @@
 
 #include "QRTInfo.h"
 #include "RecordIndex.h"
-#include "TrailerLayout.h"
+#include "io/TrailerLayout.h"
 
 #include <functional>
 #include <list>

@@ -4,7 +4,7 @@
 #include "ByteSource.h"
 #include "QRTDataInfo.h"
 #include "RecordIndex.h"
-#include "TrailerLayout.h"
+#include "io/TrailerLayout.h"
 
 #include <cstdint>
 #include <deque>

@@ -3,7 +3,7 @@
 
 #include "QRTEdit.h"
 #include "StagedRecord.h"
-#include "TrailerLayout.h"
+#include "io/TrailerLayout.h"
 
 #include <algorithm>
 #include <cstddef>

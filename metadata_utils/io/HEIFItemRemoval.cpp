@@ -4,7 +4,6 @@
 #include "CheckedFile.h"
 #include "Log.h"
 #include "MoveRest.h"
-#include "boxes/BoxWriter.h"
 #include "boxes/PropertyBoxes.h"
 
 #include <algorithm>
@@ -16,9 +15,7 @@ namespace android::lumo::heif {
 namespace {
 
 constexpr char LOG_TAG[] = "HEIFItemRemoval";
-constexpr unsigned SIZE_BYTES = 4; ///< of a box
-constexpr unsigned METHOD_FILE = 0;
-constexpr unsigned METHOD_ITEM_DATA = 1;
+constexpr unsigned SIZE_BYTES = 4;  ///< of a box
 constexpr unsigned COUNT_BYTES = 2; ///< of an item's extents, which follow its base offset
 
 FileRange rangeOf(BoxView const& box) {
@@ -40,11 +37,8 @@ bool countsBytes(BoxType type) {
 }
 
 void writeNumber(MediaFile& file, uint64_t position, unsigned width, uint64_t value) {
-    boxes::BoxWriter writer;
-    writer.number(value, width);
-    auto const bytes = writer.finish();
     checked::seek(file, static_cast<uint32_t>(position));
-    checked::write(file, bytes.data(), bytes.size());
+    checked::write(file, bigEndianBytes(value, width));
 }
 
 } // namespace
@@ -115,10 +109,12 @@ bool ItemRemoval::findItem() {
     std::vector<uint32_t> found;
     boxes::LocationReader reader(*child(boxType("iloc")));
     while (auto location = reader.next()) {
-        if (location->extentCount != 1 || location->dataReference != 0 || location->method() > METHOD_ITEM_DATA)
+        if (location->extentCount != 1 || location->dataReference != 0 ||
+            location->method() > boxes::ItemLocation::IN_ITEM_DATA)
             continue;
         FileRange extent = location->nextExtent();
-        extent.position += location->method() == METHOD_ITEM_DATA && idat != nullptr ? idat->payload().offset() : 0;
+        extent.position +=
+            location->method() == boxes::ItemLocation::IN_ITEM_DATA && idat != nullptr ? idat->payload().offset() : 0;
         if (extent.position == data.position && extent.length == data.length)
             found.push_back(location->id);
     }
@@ -234,10 +230,10 @@ bool ItemRemoval::planLocations() {
 
 /// Where bytes of other files are meant, or of other items, nothing moves.
 bool ItemRemoval::planLocation(boxes::ItemLocation location, BoxCursor entry, unsigned baseWidth) {
-    if (location.dataReference != 0 || location.method() > METHOD_ITEM_DATA)
+    if (location.dataReference != 0 || location.method() > boxes::ItemLocation::IN_ITEM_DATA)
         return true;
     auto const* idat = child(boxType("idat"));
-    bool const isInside = location.method() == METHOD_ITEM_DATA;
+    bool const isInside = location.method() == boxes::ItemLocation::IN_ITEM_DATA;
     if (isInside && idat == nullptr)
         return location.extentCount == 0;
     uint64_t const origin = isInside ? idat->payload().offset() : 0;

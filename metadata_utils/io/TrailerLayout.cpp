@@ -3,8 +3,8 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
+#include "HEIFBoxScan.h"
 #include "Log.h"
-#include "io/HEIFBoxScan.h"
 
 #include <algorithm>
 #include <cstring>
