@@ -112,8 +112,7 @@ void moveInChunks(MediaFile& file, Strategy const& strategy, uint32_t& bufferSiz
 
 /// What a safe shift is about to move; an impossible one throws.
 Shift shiftOf(MediaFile const& file, char const* name, int distance, bool towardsStart) {
-    checked::requireAddressable(file, error());
-    Shift const shift{checked::positionOf(file, error()), file.size()};
+    Shift const shift{checked::positionOf(file, error()), checked::addressableSize(file, error())};
     if (distance < 0 || shift.start > shift.end || (towardsStart && static_cast<uint32_t>(distance) > shift.start))
         throw error()("fail to shift: %s by %d at %zu of %zu", name, distance, size_t{shift.start}, size_t{shift.end});
     return shift;
@@ -143,7 +142,7 @@ void moveSafely(MediaFile& file, char const* name, int distance, Strategy const&
 } // namespace
 
 void MediaFile::doShift(ShiftStrategy const& strategy, uint32_t& bufferSize) {
-    Shift shift{checked::positionOf(*this, error()), size()};
+    Shift shift{checked::positionOf(*this, error()), checked::addressableSize(*this, error())};
     shift.end = std::max(shift.start, shift.end);
     moveInChunks(*this, strategy, bufferSize, shift);
 }

@@ -197,7 +197,7 @@ NewLocations rewriteLocations(BoxView const& iloc, XmpTarget const& target) {
     NewLocations result;
     std::vector<uint32_t> ids;
     ids.reserve(count);
-    result.places.reserve(count);
+    result.entries.reserve(count);
     BoxWriter writer;
     writer.reserve((size_t{count} + 2) * LONGEST_LOCATION);
     size_t const box = writer.beginFullBox(boxType("iloc"), headerOf(iloc));
@@ -218,7 +218,7 @@ NewLocations rewriteLocations(BoxView const& iloc, XmpTarget const& target) {
         FileRange const extent = location->extentCount == 1 ? location->nextExtent() : FileRange{};
         size_t const at = writeLocation(writer, version, *location, extent.length);
         if (location->extentCount == 1)
-            result.places.push_back({at, location->id, location->method(), extent});
+            result.entries.push_back({at, location->id, location->method(), extent});
     }
     requireDistinct(std::move(ids));
     if (!placed && count == (version == 2 ? UINT32_MAX : UINT16_MAX))

@@ -21,16 +21,16 @@ std::vector<uint8_t> rewriteReferences(std::optional<BoxView> const& iref, XmpTa
 /// 'iloc' in the same version with 4-byte offsets and lengths and no base offset. Its length is known before the places
 /// are: they are put in later.
 struct NewLocations {
-    struct Place {
+    struct Entry {
         size_t at; ///< of the offset, in the box
         uint32_t id;
         unsigned method;
         FileRange source; ///< what stands there, as the old 'iloc' says
     };
 
-    std::vector<uint8_t> box;  ///< with zeros for all offsets
-    std::vector<Place> places; ///< of all items with bytes, but for the XMP item
-    size_t xmpAt = 0;          ///< of the XMP item's offset, which its length follows
+    std::vector<uint8_t> box;   ///< with zeros for all offsets
+    std::vector<Entry> entries; ///< of all items with bytes, but for the XMP item
+    size_t xmpAt = 0;           ///< of the XMP item's offset, which its length follows
 
     void putOffset(size_t at, uint32_t offset);
     void putRoom(FileRange room);

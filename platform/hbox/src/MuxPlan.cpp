@@ -44,7 +44,7 @@ private:
     void placeItems();
     void blankOldPacket();
 
-    uint32_t movedTo(NewLocations::Place const& place) const;
+    uint32_t movedTo(NewLocations::Entry const& entry) const;
     std::vector<uint8_t> roomPacket() const;
     bool sharesBytes(FileRange range) const;
     void notePayload(FileRange payload);
@@ -191,17 +191,17 @@ void Planner::layOutRoom(uint32_t xmpSize) {
 // --- offsets ---------------------------------------------------------------------------------------------------------
 
 void Planner::placeItems() {
-    for (auto const& place : locations.places)
-        locations.putOffset(place.at, movedTo(place));
+    for (auto const& entry : locations.entries)
+        locations.putOffset(entry.at, movedTo(entry));
     locations.putRoom(result.room);
     result.layout.replace(ilocPiece, std::move(locations.box));
 }
 
 /// Where the item's range stands in the output. Throws when it was not carried over.
-uint32_t Planner::movedTo(NewLocations::Place const& place) const {
-    auto const id = static_cast<unsigned>(place.id);
-    FileRange const range = place.source;
-    if (place.method == 1) {
+uint32_t Planner::movedTo(NewLocations::Entry const& entry) const {
+    auto const id = static_cast<unsigned>(entry.id);
+    FileRange const range = entry.source;
+    if (entry.method == ItemLocation::IN_ITEM_DATA) {
         if (!rangeFits(range.position, range.length, source.itemData().length))
             throw failure(HBOX_ERR_FORMAT, "item %u: bytes outside 'idat'", id);
         return static_cast<uint32_t>(range.position);
@@ -226,7 +226,8 @@ bool Planner::sharesBytes(FileRange range) const {
         if (location->id == target.id || location->extentCount == 0)
             continue;
         FileRange const extent = location->nextExtent();
-        uint64_t const start = extent.position + (location->method() == 1 && idat ? idat->payload().offset() : 0);
+        uint64_t const start =
+            extent.position + (location->method() == ItemLocation::IN_ITEM_DATA && idat ? idat->payload().offset() : 0);
         bool const reaches = extent.length == 0 || range.position < start + extent.length; // 0: to the end of 'idat'
         if (start < range.position + range.length && reaches)
             return true;

@@ -171,7 +171,8 @@ std::vector<FileRange> const& Source::ranges(uint32_t id) const {
     if (location->dataReference != 0 || location->method() > 1)
         throw failure(HBOX_ERR_UNSUPPORTED, "item %u: construction method %u, data reference %u", name,
                       location->method(), static_cast<unsigned>(location->dataReference));
-    FileRange const container = location->method() == 1 ? itemData() : FileRange{0, file.size()};
+    FileRange const container =
+        location->method() == ItemLocation::IN_ITEM_DATA ? itemData() : FileRange{0, file.size()};
     uint64_t total = 0;
     for (unsigned i = 0; i < location->extentCount; ++i) {
         FileRange const extent = location->nextExtent();
