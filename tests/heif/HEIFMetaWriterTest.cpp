@@ -60,8 +60,9 @@ TEST(HEIFLayouts, AreReadAndGetRoomWhileTheRestIsKept) {
         {{.exif = false, .xmp = heicXmp(std::string(2000, 'x'))}, "V", "V"}, // more than the room asked for
         {{.rows = 23, .columns = 23, .filler = 200, .fieldWidth = 8},
          "VT",
-         "VT"},                       // narrower locations: the image gets shorter
-        {{.xmp = XMP}, "TVD", "VDT"}, // a hidden trailer comes last
+         "VT"},                                            // narrower locations: the image gets shorter
+        {{.rows = 56, .columns = 56, .xmp = XMP}, "", ""}, // a list of items longer than what is copied at a time
+        {{.xmp = XMP}, "TVD", "VDT"},                      // a hidden trailer comes last
     };
     int row = 0;
     for (auto const& [options, tail, expectedTail] : cases) {
