@@ -141,7 +141,8 @@ std::optional<int64_t> MotionVideo::durationUs(std::shared_ptr<MediaFile> const&
     if (!isSound())
         return std::nullopt;
     try {
-        return videoDurationUs(*photo, position, size);
+        auto const duration = videoDurationUs(*photo, position, size);
+        return duration > 0 ? std::optional(duration) : std::nullopt; // one in fragments may leave it open
     } catch (std::runtime_error const&) {
         rethrowUnlessDamage();
         return std::nullopt;

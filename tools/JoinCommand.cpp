@@ -82,8 +82,12 @@ void sort(Part part, Parts& parts) {
 Parts gather(Arguments const& args) {
     Parts parts;
     Inputs inputs(args, Inputs::Kind::STILLS_AND_CLIPS);
-    for (Input input; inputs.next(input);)
+    for (Input input; inputs.next(input);) {
+        std::error_code unknown; // told when it is opened
+        if (!args.recursive && fs::is_directory(input.path, unknown))
+            throw Failure(ExitCode::BAD_INPUT, input.path, "is a folder; -r takes the stills in it");
         sort({input.path, input.relative, ""}, parts);
+    }
     return parts;
 }
 
@@ -168,6 +172,16 @@ bool holds(Photo const& photo, std::string const& path) {
     return true;
 }
 
+/// The moment that the photo names, where it is this very clip that it had: its size is still claimed.
+Arguments withMoment(Arguments const& args, Photo const& photo, std::string const& path) {
+    Arguments own = args;
+    auto const clip = openFile(path, Access::READ);
+    auto const claimed = XMPInfo::parse(photo.file)->getItemField("MotionPhoto", "Length");
+    if (claimed == std::to_string(clip->size()) && photo.video.momentUs.value_or(-1) >= 0)
+        own.at = std::to_string(*photo.video.momentUs) + "us";
+    return own;
+}
+
 Outcome joinOne(Arguments const& args, std::string const& path, Pairs::Pair const& pair) {
     if (pair.fault)
         throw *pair.fault;
@@ -180,11 +194,11 @@ Outcome joinOne(Arguments const& args, std::string const& path, Pairs::Pair cons
         return destination.skippedOutcome();
     Photo const photo(path, Access::READ);
     auto const& clip = pair.clips.front();
-    bool const isJoined = photo.hasClaim();
+    bool const isJoined = photo.video.isSound(); // a claim alone is what a service leaves that took the clip out
     if (isJoined && !holds(photo, clip))
         throw Failure(ExitCode::BAD_INPUT, path, "has a video already, and another one than " + clip);
     return destination.edit(photo, [&](auto const& output) {
-        isJoined ? copyWhole(photo, output) : putClip(args, clip, photo, output);
+        isJoined ? copyWhole(photo, output) : putClip(withMoment(args, photo, clip), clip, photo, output);
         return true;
     });
 }

@@ -182,6 +182,14 @@ Name nameOf(Arguments const& args, XMPInfo const& xmp) {
     throw Failure(ExitCode::USAGE, "", "the prefix '" + escaped(prefix) + "' is not known and not used in the packet");
 }
 
+/// Also a property of no text.
+bool holds(XMPInfo const& xmp, Name const& name) {
+    auto const properties = xmp.getProperties();
+    return std::any_of(properties.begin(), properties.end(), [&](auto const& each) {
+        return each.first == name.schema && each.second.ends_with(":" + name.path);
+    });
+}
+
 /// A path that the packet does not take is the user's, the packet is good.
 void changeProperty(Arguments const& args, std::function<void()> const& change) {
     try {
@@ -286,7 +294,7 @@ ExitCode xmpGet(Arguments const& args) {
         auto const xmp = XMPInfo::parse(photo.file);
         auto const name = nameOf(args, *xmp);
         auto const value = xmp->getProperty(name.schema, name.path);
-        if (value.empty())
+        if (value.empty() && !holds(*xmp, name))
             photo.failAbsent("has no property " + args.key);
         return value + "\n";
     });
@@ -305,7 +313,7 @@ ExitCode xmpRemove(Arguments const& args) {
     return editEach(args, [&](Photo const& photo, FilePtr const& output) {
         return editXmp(photo, output, [&](XMPEdit& edit) {
             auto const name = nameOf(args, edit);
-            if (edit.getProperty(name.schema, name.path).empty())
+            if (edit.getProperty(name.schema, name.path).empty() && !holds(edit, name))
                 photo.failAbsent("has no property " + args.key);
             changeProperty(args, [&] { edit.removeProperty(name.schema, name.path); });
         });

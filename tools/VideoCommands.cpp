@@ -98,6 +98,8 @@ Outcome streamClip(Photo const& photo) {
 Outcome extractOne(Arguments const& args, Input const& input) {
     Photo const photo(input.path, Access::READ);
     photo.requireVideo();
+    if (args.out == STANDARD_OUTPUT && args.dryRun)
+        return {Outcome::Kind::DONE, ExitCode::DONE, "would write the video to standard output\n", ""};
     if (args.out == STANDARD_OUTPUT)
         return streamClip(photo);
     Destination const destination(args, input, clipName(args, input, photo.clipEnding()));

@@ -259,7 +259,10 @@ class ToolTest(unittest.TestCase):
     def test_stills_and_clips_that_belong_together_are_joined(self):
         still, clip = identified(STILL, CLIP, b"0A1B-2C3D")
         (self.folder / "in/deep").mkdir(parents=True)
+        self.done("set", "photo.jpg", "--at", "1s", "-o", "second.jpg")
+        self.done("convert", "second.jpg", "--to", "published", "-o", "published.jpg")
         pairs = {
+            "in/IMG_6.jpg": ("in/IMG_6.mp4", self.read("published.jpg").removesuffix(CLIP), CLIP),  # its clip was taken out
             "in/IMG_5.jpg": ("in/5.mp4", *identified(STILL, CLIP.replace(b"udta", b"free"), b"5", lambda meta: box(b"udta", meta))),
             "in/IMG_1.JPG": ("in/other name.mov", still, clip),
             "in/IMG_2(1).JPG": ("in/IMG_2(1).MP4", STILL, CLIP),
@@ -271,10 +274,11 @@ class ToolTest(unittest.TestCase):
             self.write(name, image)
             self.write(twin, movie)
         result = self.tool("join", "-r", "in", "-d", "out")
-        self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (0, "4 done"), result.stderr)
+        self.assertEqual((result.returncode, result.stderr.splitlines()[-1]), (0, "5 done"), result.stderr)
+        self.assertEqual(self.info("out/IMG_6.jpg")["motionPhoto"]["presentationTimestampUs"], 1_000_000)
         self.assertIn("2 without a clip", result.stderr)
         self.assertEqual(self.read("out/deep/PXL_3.MP.jpg"), self.read("photo.jpg"))
-        for name, (_, _, movie) in [*pairs.items()][:4]:
+        for name, (_, _, movie) in [*pairs.items()][:5]:
             self.assertEqual(self.read(name.replace("in", "out", 1)).count(movie), 1, name)
         self.assertNotIn("without a clip", self.tool("join", "in/IMG_1.JPG", "in/other name.mov", "-d", "one").stderr)
         self.write("in/IMG_2(1).MOV", CLIP)
