@@ -98,10 +98,11 @@ TEST(PublishedPhoto, ConvertsToATrailerThatTheViewsRecogniseAndBackToTheSameVide
             EXPECT_TRUE(textOf(locate(converted)).starts_with("trailer sound"));
             EXPECT_EQ(textOf(locate(edited(converted, REMOVE))), "none none");
             auto const found = locate(back);
+            bool const isBox = source == std::string("box"); // whose header is Primary's padding
             for (auto const* item : {"Primary", "GainMap"}) {
                 auto const paddingIn = [&](std::string const& each) {
                     auto const text = XMPInfo::parse(TempFile(each).open("r"))->getItemField(item, "Padding");
-                    return text == "0" || source == std::string("box") ? "" : text; // of its header
+                    return text == "0" || isBox ? "" : text;
                 };
                 EXPECT_EQ(paddingIn(back), paddingIn(photo)) << item;
             }
