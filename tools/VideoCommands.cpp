@@ -128,6 +128,10 @@ void removeVideo(Arguments const& args, Photo const& photo, FilePtr const& outpu
     auto const removed = published::removeVideo(photo.file, output);
     if (!removed.isSound() && removed.source != MotionVideo::Source::TRAILER)
         note(args, photo.path(), "its video is damaged (" + removed.reason + "): only what claims it is taken out");
+    if (auto const orphan = MotionVideo::scan(output != nullptr ? output : photo.file); orphan.isSound())
+        note(args, photo.path(),
+             "a movie of " + grouped(orphan.size) + " bytes at " + grouped(orphan.position) +
+                 " that nothing claims stays; motionphoto repair --drop-orphans takes it out");
 }
 
 bool stillAlone(Arguments const& args, Photo const& photo, FilePtr const& output) {
@@ -171,10 +175,6 @@ ExitCode remove(Arguments const& args) {
         if (!photo.hasClaim())
             photo.failAbsent("is no motion photo");
         removeVideo(args, photo, output);
-        if (auto const orphan = MotionVideo::scan(output != nullptr ? output : photo.file); orphan.isSound())
-            note(args, photo.path(),
-                 "a movie of " + grouped(orphan.size) + " bytes at " + grouped(orphan.position) +
-                     " that nothing claims stays; motionphoto repair --drop-orphans takes it out");
         return true;
     });
 }
