@@ -145,7 +145,7 @@ Fields fieldsWithTrailer(PhotoLayout const& layout, MotionVideo const& video, Ch
         fields.length = uint64_t{planned.video.dataPayload} + planned.size() - planned.video.payload;
         // Between picture and video the head joins what is there; in front of a gain map it has no place.
         bool const isOwn = isPrimaryPaddingOwn(layout, video.position);
-        if (!isOwn || layout.claims.inFrontOfVideo() == nullptr)
+        if (!isOwn || !hasItemInFront(layout))
             fields.primaryPadding = planned.headSize() + (isOwn ? layout.claims.primary()->padding : 0);
         fields.addedInFront = planned.headSize();
     }

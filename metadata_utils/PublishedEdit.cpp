@@ -246,13 +246,20 @@ uint32_t countedHead(PhotoLayout const& layout, MotionVideo const& video) {
     return isOwn ? 0 : video.position - start;
 }
 
+bool hasItemInFront(PhotoLayout const& layout) {
+    auto const& items = layout.claims.items;
+    return layout.claims.video() != nullptr
+               ? layout.claims.inFrontOfVideo() != nullptr
+               : std::any_of(items.begin(), items.end(), [](auto const& item) { return !item.isPrimary(); });
+}
+
 bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position) {
     auto const* primary = layout.claims.primary();
     if (layout.isHEIC || primary == nullptr || primary->padding == 0 || primary->padding > layout.fileSize)
         return false;
     auto const end = findStillEnd(*layout.file);
     uint64_t const place = end.value_or(0) + primary->padding;
-    if (!end || layout.claims.inFrontOfVideo() == nullptr)
+    if (!end || !hasItemInFront(layout))
         return end && place == position;
     constexpr uint8_t START_OF_IMAGE[] = {0xFF, 0xD8};
     return place < layout.fileSize &&

@@ -60,6 +60,9 @@ bool isFiller(MediaFile const& file, uint32_t position, uint32_t size);
 /// it do: with the trailer they go from there. 0 where the padding is the photo's own.
 uint32_t countedHead(PhotoLayout const& layout, MotionVideo const& video);
 
+/// Whether the directory has an item between picture and video; the older format's has none of the video.
+bool hasItemInFront(PhotoLayout const& layout);
+
 /// Whether the padding that a JPEG's Primary claims is the photo's own: it leads from the picture's end to this place
 /// or, where an item stands in front of the video, to a picture.
 bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position);
