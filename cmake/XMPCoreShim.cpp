@@ -81,8 +81,8 @@ static bool isKnownName(std::string_view name) {
 
 /// Takes the next step, up to the next '/' or '[', off a path.
 static std::string_view takeStep(std::string_view& path) {
-    auto const end = std::find_if(path.begin(), path.end(), [](char c) { return c == '/' || c == '['; });
-    auto const step = path.substr(0, static_cast<size_t>(end - path.begin()));
+    auto step = path.substr(0, path.find('/'));
+    step = step.substr(0, step.find('['));
     path.remove_prefix(step.size());
     return step;
 }
@@ -103,9 +103,8 @@ static size_t takeIndex(std::string_view& path) {
     return number;
 }
 
-/// A property that is not there: certain where its name and all that follows it are what the toolkit takes.
-static XMPFound absent(std::string_view name, std::string_view rest) {
-    bool isKnown = isKnownName(name);
+/// What is not there: certain where its name is one that the toolkit takes, and all that follows it as well.
+static XMPFound absent(bool isKnown, std::string_view rest) {
     while (isKnown && !rest.empty()) {
         if (rest[0] == '[') {
             isKnown = takeIndex(rest) != 0;
@@ -117,30 +116,43 @@ static XMPFound absent(std::string_view name, std::string_view rest) {
     return {isKnown ? Answer::ABSENT : Answer::UNKNOWN};
 }
 
-/// The property's name with its namespace's prefix; empty where the toolkit knows no such namespace, or another prefix.
-static std::string rootName(XMP_Node const* namespaceNode, std::string const& schema, std::string_view name) {
+/// A property's name without and its namespace's prefix, which the toolkit knows; both empty where it knows no such
+/// namespace, or another prefix.
+struct RootName {
+    std::string_view prefix, local;
+
+    bool isOf(std::string_view name) const {
+        return name.size() == prefix.size() + local.size() && name.substr(0, prefix.size()) == prefix &&
+               name.substr(prefix.size()) == local;
+    }
+};
+
+static RootName rootName(XMP_Node const* namespaceNode, std::string const& schema, std::string_view name) {
     XMP_StringPtr known = nullptr;
     if (namespaceNode == nullptr &&
         (schema.empty() || !sRegisteredNamespaces->GetPrefix(schema.c_str(), &known, nullptr)))
         return {};
-    std::string const prefix = namespaceNode != nullptr ? namespaceNode->value : known;
-    if (name.find(':') == std::string_view::npos)
-        return prefix + std::string(name);
-    return prefixOf(name) == prefix ? std::string(name) : std::string();
+    std::string_view const prefix = namespaceNode != nullptr ? std::string_view(namespaceNode->value) : known;
+    auto const given = prefixOf(name);
+    if (!given.empty() && given != prefix)
+        return {};
+    return {prefix, name.substr(given.size())};
 }
 
 XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const& path) {
     auto const* found = named(treeOf(packet).children, schema);
     std::string_view rest = path;
     auto const root = rootName(found, schema, takeStep(rest));
-    if (root.empty())
+    if (root.prefix.empty())
         return {};
     if (found == nullptr)
-        return absent(root, rest);
-    auto const* nodes = &found->children;
-    found = named(*nodes, root);
-    if (found == nullptr)
-        return absent(root, rest);
+        return absent(isPlainName(root.local), rest);
+    auto const& roots = found->children;
+    auto const place =
+        std::find_if(roots.begin(), roots.end(), [&](auto const* node) { return root.isOf(node->name); });
+    if (place == roots.end())
+        return absent(isPlainName(root.local), rest);
+    found = *place;
     while (!rest.empty()) {
         if (rest[0] == '[') {
             auto const index = takeIndex(rest);
@@ -157,10 +169,9 @@ XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const
         step.remove_prefix(isQualifier ? 1 : 0);
         if (!isQualifier && !XMP_PropIsStruct(found->options))
             return {};
-        nodes = isQualifier ? &found->qualifiers : &found->children;
-        found = named(*nodes, step);
+        found = named(isQualifier ? found->qualifiers : found->children, step);
         if (found == nullptr)
-            return absent(step, rest);
+            return absent(isKnownName(step), rest);
     }
     return {Answer::THERE, &found->value, found->options, found->children.size(), found};
 }
