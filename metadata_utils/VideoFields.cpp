@@ -120,7 +120,15 @@ void VideoFields::clear() {
         packet.replaceItemField(PRIMARY_ITEM, names::PADDING, "0");
 }
 
+bool VideoFields::containsPrimary() const {
+    return view.containsItem(PRIMARY_ITEM, false) && !view.getItemField(PRIMARY_ITEM, "Mime").empty();
+}
+
 void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
+    if (view.containsItem(PRIMARY_ITEM, false)) {
+        packet.setItemField(PRIMARY_ITEM, "Mime", MediaDefs::mimeString(mime));
+        return;
+    }
     if (!view.getItemNames().empty()) { // behind another item it would be no picture
         claims::putPrimaryFirst(*view.getMeta(), MediaDefs::mimeString(mime));
         view.reindex();

@@ -60,7 +60,8 @@ public:
     /// Takes back everything that is said of a video.
     void clear();
 
-    bool containsPrimary() const { return view.containsItem(PRIMARY_ITEM, false); }
+    /// With its kind: views read no further than an item without, and a video's would be put in front of it.
+    bool containsPrimary() const;
     void fillPrimary(MediaDefs::MimeType mime);
 
     /// What the top-level properties say, to be said again.

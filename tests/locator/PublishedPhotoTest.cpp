@@ -122,7 +122,9 @@ TEST(PublishedPhoto, AddsAClipToPhotosOfEveryOriginInThePlaceOfTheOldVideo) {
     std::string const movie = clip(5000, "isom"), next = clip(200'000, "avc1");
     TempFile const file(next), sameSize(heicBox("ftyp", "mp42" + bigEndian(0, 4) + "mp42") +
                                         heicBox("mdat", pattern(200'000, 5)) + heicBox("moov", heicBox("skip", "")));
-    for (auto const& [name, photo, source, padding, behind] : forms(movie)) {
+    auto photos = forms(movie);
+    photos.push_back({"a primary of no kind", published(entryOf("Item:Semantic='Primary'"), "", ""), "none"});
+    for (auto const& [name, photo, source, padding, behind] : photos) {
         std::string const added = edited(photo, [&](auto const& still, auto const& output) {
             auto const used = published::addVideo(still, file.open("r"), {}, output);
             EXPECT_TRUE(used.isBrandChanged && used.brand == "avc1" && used.filler == 0);
@@ -133,6 +135,7 @@ TEST(PublishedPhoto, AddsAClipToPhotosOfEveryOriginInThePlaceOfTheOldVideo) {
         EXPECT_NE(edited(added, TO_PUBLISHED).find(next), std::string::npos) << name;
         EXPECT_EQ(added.find(movie.substr(24)), std::string::npos) << name << ": the old video is left";
         EXPECT_EQ(added.find("MicroVideo"), std::string::npos) << name;
+        EXPECT_EQ(PhotoCheck::run(TempFile(added).open("r")).verdict, PhotoCheck::Verdict::SOUND) << name;
         EXPECT_TRUE(MotionPhotoInfo::parse(TempFile(added).open("r"))->isValid()) << name;
         TempFile const replaced(added);
         auto const edit = MotionPhotoInfo::parse(replaced.open())->edit();
