@@ -17,8 +17,6 @@ constexpr uint64_t bigEndianNumber(std::span<uint8_t const> bytes) {
         return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | uint32_t{bytes[3]};
     if (bytes.size() == 2)
         return uint32_t{bytes[0]} << 8 | uint32_t{bytes[1]};
-    if (bytes.empty())
-        return 0;
     uint64_t value = 0;
     for (uint8_t const byte : bytes)
         value = value << 8 | byte;

@@ -243,11 +243,7 @@ void Checker::checkPadding() {
 // Pictures behind the primary. ----------------------------------------------------------------------------------------
 
 bool Checker::isPicture(uint64_t position) const {
-    constexpr uint32_t MARK = 2;
-    if (position == 0 || !rangeFits(position, MARK, layout.fileSize))
-        return false;
-    auto const bytes = checked::readAt(*layout.file, static_cast<uint32_t>(position), MARK);
-    return bytes.data()[0] == 0xFF && bytes.data()[1] == 0xD8;
+    return position > 0 && beginsPicture(*layout.file, position);
 }
 
 void Checker::checkPictures() {

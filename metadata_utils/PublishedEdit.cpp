@@ -237,10 +237,7 @@ uint32_t countedHead(PhotoLayout const& layout, MotionVideo const& video) {
     // A picture tells which of the two places its padding leads to.
     auto const isPictureInFrontOf = [&](uint64_t end) {
         uint64_t const size = item->padding + item->length;
-        if (size >= end || item->length < 2)
-            return false;
-        auto const bytes = checked::readAt(*layout.file, static_cast<uint32_t>(end - size), 2);
-        return bytes.data()[0] == 0xFF && bytes.data()[1] == 0xD8;
+        return size < end && item->length >= 2 && beginsPicture(*layout.file, end - size);
     };
     bool const isOwn = isPictureInFrontOf(start) && !isPictureInFrontOf(video.position);
     return isOwn ? 0 : video.position - start;
@@ -261,9 +258,7 @@ bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position) {
     uint64_t const place = end.value_or(0) + primary->padding;
     if (!end || !hasItemInFront(layout))
         return end && place == position;
-    constexpr uint8_t START_OF_IMAGE[] = {0xFF, 0xD8};
-    return place < layout.fileSize &&
-           checked::holds(*layout.file, static_cast<uint32_t>(place), START_OF_IMAGE, sizeof START_OF_IMAGE);
+    return beginsPicture(*layout.file, place);
 }
 
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {

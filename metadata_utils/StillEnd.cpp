@@ -123,4 +123,9 @@ std::optional<uint32_t> findStillEnd(MediaFile const& file) {
     return heif::scanTopLevel(window).endOfImage();
 }
 
+bool beginsPicture(MediaFile const& file, uint64_t position) {
+    constexpr uint8_t START[] = {MARK, START_OF_IMAGE};
+    return position < file.size() && checked::holds(file, static_cast<uint32_t>(position), START, sizeof START);
+}
+
 } // namespace android::lumo

@@ -15,4 +15,7 @@ namespace android::lumo {
 /// not end it. Nothing when the file ends first. In a HEIC the start of the first trailing box behind the image's last.
 std::optional<uint32_t> findStillEnd(MediaFile const& file);
 
+/// Whether a JPEG picture begins there, a gain map for one. No place outside the file begins one.
+bool beginsPicture(MediaFile const& file, uint64_t position);
+
 } // namespace android::lumo

@@ -113,7 +113,6 @@ void TrailerPlan::layOut(StagedRecords::List const& records, RecordPlaces const&
         places.push_back(place);
         total += place.payload;
     }
-    tail = trailer::tailSize(places.size());
     for (auto& place : places)
         place.offsetFromTail = total - place.start;
     directory.reserve(records.size());

@@ -67,7 +67,7 @@ public:
     std::vector<Move> const& getMoves() const { return moves; }
     /// Other bytes at the start of a kept record's data.
     std::optional<Patch> const& getPatch() const { return dataPatch; }
-    uint32_t tailSize() const { return tail; }
+    uint32_t tailSize() const { return trailer::tailSize(places.size()); }
     uint32_t recordsSize() const { return total; }
     /// What of it comes from data files.
     struct FromFiles {
@@ -120,7 +120,6 @@ private:
     std::vector<Place> places;
     std::vector<size_t> directory; ///< indices of `places`
     uint32_t total = 0;            ///< bytes of the records
-    uint32_t tail = 0;             ///< and of what stands behind them
     uint32_t scratchEnd = 0;
     std::vector<Move> moves;
     std::optional<Patch> dataPatch;

@@ -36,10 +36,8 @@ bool isPaddingOwn(XMPInfoImpl const& view) {
     MediaFile const& file = *view.getFile();
     if (!isPictureNext || file.mimeType() != MediaDefs::MimeType::IMAGE_JPEG)
         return false;
-    constexpr uint8_t START_OF_IMAGE[] = {0xFF, 0xD8};
     auto const end = findStillEnd(file);
-    return end && primary->padding < file.size() - *end &&
-           checked::holds(file, *end + static_cast<uint32_t>(primary->padding), START_OF_IMAGE, sizeof START_OF_IMAGE);
+    return end && primary->padding < file.size() && beginsPicture(file, *end + primary->padding);
 }
 
 } // namespace

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// 64 bits everywhere, so that no two of a million names share a number (FNV-1a).
+/// 64 bits everywhere (FNV-1a): with 32, two of a hundred thousand names are likely to share a number.
 uint64_t numberOf(std::string const& path) {
     uint64_t number = 0xCBF29CE484222325U;
     for (char const c : path)

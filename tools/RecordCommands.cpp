@@ -186,7 +186,7 @@ Name nameOf(Arguments const& args, XMPInfo const& xmp) {
 bool holds(XMPInfo const& xmp, Name const& name) {
     auto const properties = xmp.getProperties();
     return std::any_of(properties.begin(), properties.end(), [&](auto const& each) {
-        return each.first == name.schema && each.second.ends_with(":" + name.path);
+        return each.first == name.schema && each.second.substr(each.second.find(':') + 1) == name.path;
     });
 }
 

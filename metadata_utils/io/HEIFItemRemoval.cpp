@@ -292,9 +292,8 @@ std::vector<uint8_t> ItemRemoval::newMeta() const {
     for (auto const& field : fields) {
         if (!holds(rangeOf(meta), {field.position, field.width}))
             continue;
-        for (unsigned i = 0; i < field.width; ++i)
-            bytes[static_cast<size_t>(field.position - meta.position) + i] =
-                static_cast<uint8_t>(field.value >> (8 * (field.width - 1 - i)));
+        auto const at = static_cast<size_t>(field.position - meta.position);
+        putBigEndian(field.value, std::span(bytes).subspan(at, field.width));
     }
     std::vector<FileRange> inside;
     std::copy_if(cuts.begin(), cuts.end(), std::back_inserter(inside),

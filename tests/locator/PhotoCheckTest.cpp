@@ -73,6 +73,7 @@ std::vector<Sample> samples() {
         {whole.substr(0, whole.size() - 4), "jpeg-segments", "="},
         {heicOf("\1\2\3\4junk"), "heic-boxes", "="},
         {JpegBuilder().xmp("<x:xmpmeta").build(), "xmp-packet", "="},
+        {buildHeic({.xmp = packetOf(""), .xmpExtents = 2}), "xmp-packet", "="},
         {published(PRIMARY + video, NO_TRAILER), "trailer-whole stale-claim", "="},
         {heic(movie, 0, heicBox("free", "cdif debug info")), "trailer-last directory-video", ""},
         {JpegBuilder().build("scan", trailerBytes({record, twin})), "trailer-one-video xmp-claim", "trailer-one-video"},

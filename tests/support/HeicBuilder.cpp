@@ -147,7 +147,7 @@ private:
             entry += bigEndian(method, 2);
         entry += bigEndian(special ? options.tileDataReference : 0, 2);
         entry += bigEndian(options.baseOffset ? start : 0, options.baseOffset ? 4 : 0);
-        unsigned const extents = special ? options.tileExtents : 1;
+        unsigned const extents = special ? options.tileExtents : item.type == "mime" ? options.xmpExtents : 1;
         entry += bigEndian(extents, 2);
         for (unsigned i = 0; i < extents; ++i) { // all but the last have one byte
             uint64_t const length = i + 1 < extents ? 1 : item.data.size() - i;

@@ -43,6 +43,7 @@ struct HeicOptions {
     bool baseOffset = false;
     bool gridInIdat = true; ///< else in 'mdat'; version 0 has only that
     bool xmpInIdat = false;
+    unsigned xmpExtents = 1;
     unsigned tileExtents = 1; ///< of the first tile, as are the next two
     unsigned tileMethod = 0;
     unsigned tileDataReference = 0;
