@@ -241,15 +241,16 @@ void requireSpace(MediaFile& file, uint32_t size, ErrorAt at) {
     keepSpace(file, size, at);
 }
 
-SpaceKeeper::SpaceKeeper(std::shared_ptr<MediaFile> const& edited, uint32_t size, ErrorAt at) {
+SpaceKeeper::SpaceKeeper(std::shared_ptr<MediaFile> const& edited, uint32_t size, ErrorAt at) : keptSize(size) {
     if (keepSpace(*edited, size, at))
         file = edited;
 }
 
-/// Cutting a file where it ends gives back what lies behind.
+/// Cutting a file where it ends gives back what lies behind. A file that has grown to what was kept has nothing there:
+/// cutting it would only wait for the disk to take its last block.
 SpaceKeeper::~SpaceKeeper() {
     struct stat64 status;
-    if (file != nullptr && fstat64(file->getFd(), &status) == 0 && uint64_t(status.st_size) <= MAX_FILE_SIZE)
+    if (file != nullptr && fstat64(file->getFd(), &status) == 0 && uint64_t(status.st_size) < keptSize)
         file->truncate(static_cast<uint32_t>(status.st_size));
 }
 

@@ -84,7 +84,8 @@ public:
     SpaceKeeper& operator=(SpaceKeeper const&) = delete;
 
 private:
-    std::shared_ptr<MediaFile> file; ///< none when there is nothing to give back
+    std::shared_ptr<MediaFile> file; ///< none when no space is kept
+    uint32_t keptSize;
 };
 
 /// Fills the buffer from `position` as far as the file goes and returns the bytes read; the file's position stays. A

@@ -70,6 +70,14 @@ bool isUnsupported(int failure) {
     return failure == EOPNOTSUPP || failure == EINVAL || failure == ENOSYS;
 }
 
+int setSize(int fd, uint32_t size) {
+    int result = 0;
+    do
+        result = ftruncate64(fd, size);
+    while (result != 0 && errno == EINTR);
+    return result;
+}
+
 /// For file systems that cannot reserve: room is certain once it has been written.
 int extendWithZeros(int fd, off64_t from, off64_t to) {
     std::vector<char> const zeros(static_cast<size_t>(std::min<off64_t>(to - from, ZERO_BLOCK)));
@@ -225,10 +233,8 @@ ssize_t MediaFile::write(std::string const& bytes) {
 
 int MediaFile::truncate(uint32_t size) {
     off64_t const before = sizeKeepingPosition(fd);
-    int result = 0;
-    do
-        result = ftruncate64(fd, size);
-    while (result != 0 && errno == EINTR);
+    keptSize = 0;
+    int const result = setSize(fd, size);
     changeCount += result == 0 && before != off64_t{size} ? 1 : 0;
     return result;
 }
@@ -240,9 +246,13 @@ int MediaFile::reserve(uint32_t size) {
     if (off64_t{size} <= end)
         return 0;
     int failure = 0;
-    do
-        failure = posix_fallocate64(fd, end, off64_t{size} - end);
-    while (failure == EINTR);
+    if (size <= keptSize) { // which memory's file system takes as long to find again as to give out
+        failure = setSize(fd, size) == 0 ? 0 : errno;
+    } else {
+        do
+            failure = posix_fallocate64(fd, end, off64_t{size} - end);
+        while (failure == EINTR);
+    }
     if (isUnsupported(failure))
         failure = extendWithZeros(fd, end, size);
     changeCount += failure == 0 ? 1 : 0;
@@ -253,14 +263,16 @@ int MediaFile::reserveBehindEnd(uint32_t size) {
     off64_t const end = sizeKeepingPosition(fd);
     if (end < 0)
         return EBADF;
-    if (off64_t{size} <= end)
+    if (off64_t{size} <= end || size <= keptSize)
         return 0;
     int result = 0;
     do
         result = fallocate64(fd, FALLOC_FL_KEEP_SIZE, end, off64_t{size} - end);
     while (result != 0 && errno == EINTR);
-    if (result == 0)
+    if (result == 0) {
+        keptSize = size;
         return 0;
+    }
     return isUnsupported(errno) ? EOPNOTSUPP : errno;
 }
 

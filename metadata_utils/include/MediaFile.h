@@ -155,7 +155,7 @@ public:
     int reserve(uint32_t size);
     /// Asks for the disk space of a file of `size` bytes and leaves the file's size as it is, so that nothing is seen
     /// of it until the file grows or is next truncated, which gives the rest back; 0 or an errno value, EOPNOTSUPP
-    /// where the file system cannot do it.
+    /// where the file system cannot do it. What this handle has asked for and not given back is not asked for again.
     int reserveBehindEnd(uint32_t size);
 
     /// Calls through this handle that changed the file so far: what was written, copied in, cut or grown. An edit that
@@ -171,6 +171,7 @@ private:
     std::string path;
     mutable MediaDefs::MimeType cachedMimeType = MediaDefs::MimeType::NONE;
     uint64_t changeCount = 0;
+    uint32_t keptSize = 0; ///< of the file that space was asked for and is kept
     bool isWrittenEarly = false;
 };
 
