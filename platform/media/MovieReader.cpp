@@ -164,7 +164,11 @@ uint64_t MovieReader::editedTicks(BoxContent const& track) {
     unsigned const width = lumo::readFullBoxHeader(cursor).version == 1 ? 8 : 4;
     uint64_t const nowhere = std::numeric_limits<uint64_t>::max() >> (64 - 8 * width);
     uint64_t total = 0;
-    for (uint32_t left = cursor.u32(); left > 0 && cursor.left() >= 2 * width + 4; --left) {
+    uint64_t left = cursor.u32();
+    if (left * (2 * width + 4) >
+        cursor.left()) // longer than is read of a box, or than it is: no sum of it is the length
+        return 0;
+    for (; left > 0; --left) {
         uint64_t const ticks = cursor.number(width);
         bool const isShown = cursor.number(width) != nowhere;
         cursor.skip(4);

@@ -4,6 +4,12 @@
 
 #include "support/HeicBuilder.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -27,13 +33,13 @@ std::string timing(char const* type, uint32_t ticks) { // 1000 a second
 }
 
 struct Movie {
-    std::string entry = box("avc1", zeros(78)), handler = "vide", time = timing("mdhd", 2000), more = {};
+    std::string entry = box("avc1", zeros(78)), handler = "vide", time = timing("mdhd", 2000), more = {}, edits = {};
     uint32_t movieTicks = 5000;
 
     std::string bytes() const {
         std::string const table = box("minf", box("stbl", fullBox("stsd", 0, 0, big(1, 4) + entry)));
         std::string const kind = fullBox("hdlr", 0, 0, zeros(4) + handler + zeros(13));
-        std::string const track = box("trak", box("mdia", time + kind + table));
+        std::string const track = box("trak", edits + box("mdia", time + kind + table));
         return box("ftyp", "mp42" + zeros(4)) + box("moov", timing("mvhd", movieTicks) + track + more);
     }
 };
@@ -62,23 +68,34 @@ int fileOf(std::string const& content) {
 }
 
 TEST(Extractor, AnswersAsAnotherReaderDoesForRealClips) {
-    // As ffprobe tells, but that it counts the pictures of ed_hevc: one fewer.
-    std::pair<char const*, char const*> const clips[] = {
-        {"clip.mp4", "video/avc@2500000 audio/mp4a-latm@2500000"},
-        {"ed_hevc.mp4", "video/hevc@1120000 audio/mp4a-latm@1000000"},
-        {"fixture-imovie.mp4", "audio/mp4a-latm@41959 video/avc@66655"},
-        {"fixture.mov", "video/avc@99000"},
-        {"sample_no_bframes.mp4", "audio/mp4a-latm@1044900 video/avc@1001000"},
-        {"synthetic/mp42_h264_aac_1s_faststart.mp4", "video/avc@1000000 audio/mp4a-latm@1000000"},
-        {"synthetic/qt_h264_aac_2s.mov", "video/avc@2000000 audio/mp4a-latm@2000000"},
-        {"synthetic/qt_hevc_aac_2s_big.mov", "video/hevc@3000000 audio/mp4a-latm@3000000"},
-    };
-    for (auto const& [name, tracks] : clips) {
-        std::string const folder = name[0] == 'c' ? SAMPLES_DIR "/" : SHARED_DATA_DIR "/mp4/";
-        int const fd = open((folder + name).c_str(), O_RDONLY);
-        if (fd < 0)
-            GTEST_SKIP() << "no " << name;
-        EXPECT_EQ(tracksIn(fd), tracks) << name;
+    int const clip = open(SAMPLES_DIR "/clip.mp4", O_RDONLY);
+    EXPECT_EQ(tracksIn(clip), "video/avc@2500000 audio/mp4a-latm@2500000");
+    std::map<std::string, std::string> const mimes{
+        {"h264", "video/avc"}, {"hevc", "video/hevc"}, {"aac", "audio/mp4a-latm"}};
+    if (std::system("ffprobe -version > /dev/null 2>&1") != 0 || !std::filesystem::exists(SHARED_DATA_DIR "/mp4"))
+        GTEST_SKIP() << "no ffprobe, or no clips of others";
+    for (auto const& entry : std::filesystem::recursive_directory_iterator(SHARED_DATA_DIR "/mp4")) {
+        auto const& path = entry.path();
+        if (path.extension() != ".mp4" && path.extension() != ".mov")
+            continue;
+        // One track a line: "h264,2.500000".
+        std::string const show = "ffprobe -v error -show_entries stream=codec_name,duration -of csv=p=0 ";
+        std::unique_ptr<FILE, int (*)(FILE*)> const peer(popen((show + "'" + path.string() + "'").c_str(), "r"),
+                                                         pclose);
+        std::istringstream ours(tracksIn(open(path.c_str(), O_RDONLY)));
+        // What cuts inside a picture it counts by pictures, we as the file says; it rounds twice.
+        double const close = path.filename() == "ed_hevc.mp4" ? 0.041 : 0.000'002;
+        char codec[16], mime[32];
+        double seconds = 0, us = 0;
+        size_t tracks = 0;
+        for (; std::fscanf(peer.get(), "%15[^,],%lf ", codec, &seconds) == 2; ++tracks) {
+            std::string track;
+            ours >> track;
+            ASSERT_EQ(std::sscanf(track.c_str(), "%31[^@]@%lf", mime, &us), 2) << path;
+            EXPECT_EQ(std::string(mime), mimes.at(codec)) << path;
+            EXPECT_NEAR(us / 1e6, seconds, close) << path;
+        }
+        EXPECT_TRUE(tracks > 0 && (ours >> std::ws).eof()) << path;
     }
 }
 
@@ -89,6 +106,12 @@ TEST(Extractor, NamesTracksAsThePlatformDoesAndRefusesDamage) {
     auto const picture = [](char const* type, std::string const& in) { return Movie{box(type, zeros(78) + in)}; };
     auto const timed = [](std::string const& time, uint32_t movie) { return Movie{.time = time, .movieTicks = movie}; };
     auto const with = [](std::string const& more) { return Movie{.more = more}; };
+    auto const edited = [](uint32_t count) { // of one tick each
+        std::string list;
+        for (uint32_t i = 0; i < count; ++i)
+            list += big(1, 4) + zeros(8);
+        return Movie{.edits = box("edts", fullBox("elst", 0, 0, big(count, 4) + list))};
+    };
     std::string const mp3 = fullBox("esds", 0, 0, "\x03\x80\x10" + zeros(2) + "\x60\x01t" + zeros(2) + "\x04\x0D\x6B");
     std::string const huge = fullBox("mdhd", 1, 0, zeros(16) + big(1, 4) + big(1ULL << 62, 8));
     Movie fragments{
@@ -109,6 +132,8 @@ TEST(Extractor, NamesTracksAsThePlatformDoesAndRefusesDamage) {
         {timed(timing("mdhd", 0), 0), "video/avc@-"},
         {timed(huge, 5000), "video/avc@5000000"},
         {fragments, "video/avc@9000000"},
+        {edited(300), "video/avc@300000"},
+        {edited(400), "video/avc@2000000"},    // more than is read
         {with(zeros(4)), "video/avc@2000000"}, // as QuickTime closes lists
         {with(many), kDamaged},
         {with(box("trak", {})), kDamaged},
