@@ -47,8 +47,10 @@ def bytes_written(command, trace):
     return total
 
 
-def changed_bytes(before, after, block=1 << 16):
-    """From the first to the last byte that differs in each block, and what is longer now."""
+def changed_bytes(before, after, video, block=1 << 16):
+    """From the first to the last byte that differs in each block, and what is longer now; the video stays where it is."""
+    place = before.index(video)
+    assert after[place : place + len(video)] == video, "the video moved"
     count = max(len(after) - len(before), 0)
     for start in range(0, min(len(before), len(after)), block):
         old, new = before[start : start + block], after[start : start + block]

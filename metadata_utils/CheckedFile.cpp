@@ -80,13 +80,13 @@ void requireFreeSpace(MediaFile const& file, uint32_t size, uint32_t more, Error
         refuseSpace(file, size, std::strerror(ENOSPC), Error::Code::NO_SPACE, at);
 }
 
-/// Space behind the file's end; false where the file system cannot keep any, or none is needed. A failure gives back
+/// Space behind the file's end; false where the file system cannot keep any, or no more is needed. A failure gives back
 /// what it got.
 bool keepSpace(MediaFile& file, uint32_t size, ErrorAt at) {
     requireAddressable(file, at);
     requireBelowSizeLimit(file, size, at);
     auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
-    if (size <= oldSize)
+    if (size <= oldSize || size <= file.heldSpace())
         return false;
     int const failure = file.reserveBehindEnd(size);
     if (failure == 0)
@@ -242,16 +242,15 @@ void requireSpace(MediaFile& file, uint32_t size, ErrorAt at) {
 }
 
 SpaceKeeper::SpaceKeeper(std::shared_ptr<MediaFile> const& edited, uint32_t size, ErrorAt at) : keptSize(size) {
-    if (keepSpace(*edited, size, at))
-        file = edited;
+    if (!keepSpace(*edited, size, at))
+        return;
+    file = edited;
+    file->holdSpace(size);
 }
 
-/// Cutting a file where it ends gives back what lies behind. A file that has grown to what was kept has nothing there:
-/// cutting it would only wait for the disk to take its last block.
 SpaceKeeper::~SpaceKeeper() {
-    struct stat64 status;
-    if (file != nullptr && fstat64(file->getFd(), &status) == 0 && uint64_t(status.st_size) < keptSize)
-        file->truncate(static_cast<uint32_t>(status.st_size));
+    if (file != nullptr)
+        file->releaseSpace(keptSize);
 }
 
 size_t readUpTo(MediaFile const& file, uint64_t position, void* buffer, size_t n, ErrorAt at) {

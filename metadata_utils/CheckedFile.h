@@ -84,7 +84,7 @@ public:
     SpaceKeeper& operator=(SpaceKeeper const&) = delete;
 
 private:
-    std::shared_ptr<MediaFile> file; ///< none when no space is kept
+    std::shared_ptr<MediaFile> file; ///< none when there is nothing to give back
     uint32_t keptSize;
 };
 

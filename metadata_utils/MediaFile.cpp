@@ -233,7 +233,7 @@ ssize_t MediaFile::write(std::string const& bytes) {
 
 int MediaFile::truncate(uint32_t size) {
     off64_t const before = sizeKeepingPosition(fd);
-    keptSize = 0;
+    heldSize = 0;
     int const result = setSize(fd, size);
     changeCount += result == 0 && before != off64_t{size} ? 1 : 0;
     return result;
@@ -246,7 +246,7 @@ int MediaFile::reserve(uint32_t size) {
     if (off64_t{size} <= end)
         return 0;
     int failure = 0;
-    if (size <= keptSize) { // which memory's file system takes as long to find again as to give out
+    if (size <= heldSize) { // which memory's file system takes as long to find again as to give out
         failure = setSize(fd, size) == 0 ? 0 : errno;
     } else {
         do
@@ -263,17 +263,24 @@ int MediaFile::reserveBehindEnd(uint32_t size) {
     off64_t const end = sizeKeepingPosition(fd);
     if (end < 0)
         return EBADF;
-    if (off64_t{size} <= end || size <= keptSize)
+    if (off64_t{size} <= end)
         return 0;
     int result = 0;
     do
         result = fallocate64(fd, FALLOC_FL_KEEP_SIZE, end, off64_t{size} - end);
     while (result != 0 && errno == EINTR);
-    if (result == 0) {
-        keptSize = size;
+    if (result == 0)
         return 0;
-    }
     return isUnsupported(errno) ? EOPNOTSUPP : errno;
+}
+
+/// Cutting a file where it ends gives back what lies behind. One that has grown to what was held has nothing there:
+/// cutting it would only wait for the disk to take its last block.
+void MediaFile::releaseSpace(uint32_t size) {
+    off64_t const end = sizeKeepingPosition(fd);
+    if (end >= 0 && end < off64_t{size})
+        truncate(static_cast<uint32_t>(end));
+    heldSize = 0;
 }
 
 // Type detection. -----------------------------------------------------------------------------------------------------

@@ -192,8 +192,8 @@ void MediaFile::shiftLeftSafely(int by, uint32_t bufferSize, bool cut) {
 namespace {
 
 /// One copy by the kernel: by copy_file_range, with which a file system may share the blocks or let its server copy
-/// them, and between files for which there is no such way by sendfile. Inside one file no blocks are shared: what is
-/// written over one of the two later would need space that nobody has asked for.
+/// them, and between files for which there is no such way by sendfile. Inside one handle's file no blocks are shared:
+/// what is written over one of the two later would need space that nobody has asked for.
 ssize_t copyOnce(int target, int source, off64_t& from, size_t n) {
 #if !defined(__ANDROID__) || __ANDROID_API__ >= 34
     if (target == source)

@@ -38,7 +38,7 @@ public:
         NONE = 0,
         XMP = 1,
         EXIF = 2,
-        QRT = 3,  ///< the maker's trailer
+        QRT = 3,  ///< the trailer of typed records
         CDIF = 4, ///< camera debug info
     };
 

@@ -155,8 +155,14 @@ public:
     int reserve(uint32_t size);
     /// Asks for the disk space of a file of `size` bytes and leaves the file's size as it is, so that nothing is seen
     /// of it until the file grows or is next truncated, which gives the rest back; 0 or an errno value, EOPNOTSUPP
-    /// where the file system cannot do it. What this handle has asked for and not given back is not asked for again.
+    /// where the file system cannot do it.
     int reserveBehindEnd(uint32_t size);
+    /// For an edit of several steps: what was reserved for a file of `size` bytes stays this handle's, and growing to
+    /// that asks for no space again, until releaseSpace() or the next cut.
+    void holdSpace(uint32_t size) { heldSize = size; }
+    uint32_t heldSpace() const { return heldSize; }
+    /// Gives back what of a file of `size` bytes it has not grown into.
+    void releaseSpace(uint32_t size);
 
     /// Calls through this handle that changed the file so far: what was written, copied in, cut or grown. An edit that
     /// failed has left the file as it was where this number is what it was before.
@@ -171,7 +177,7 @@ private:
     std::string path;
     mutable MediaDefs::MimeType cachedMimeType = MediaDefs::MimeType::NONE;
     uint64_t changeCount = 0;
-    uint32_t keptSize = 0; ///< of the file that space was asked for and is kept
+    uint32_t heldSize = 0; ///< of the file that space is held for
     bool isWrittenEarly = false;
 };
 

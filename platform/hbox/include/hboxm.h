@@ -9,8 +9,9 @@
  * know survives. What a caller hands in (grid, parameter sets, frames) is compared with the source: a difference is
  * HBOX_ERR_MISMATCH, never a changed picture. The source is only read.
  *
- * Order of calls: create, set_cover_image, set_image_info for the cover, put_frm for each of its tiles, stop_muxing,
- * then the output functions. Other images (a thumbnail) may be set and put in between; they are checked likewise.
+ * Order of calls: create, set_cover_image, set_image_info for the cover, put_frm (or put_source_frm) for each of its
+ * tiles, stop_muxing, then the output functions: the whole image, or what changed and where the rest comes from. Other
+ * images (a thumbnail) may be set and put in between; they are checked likewise.
  */
 
 #include "hboxd.h"
@@ -84,8 +85,8 @@ int32_t hboxm_dump_image_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint
 /* Puts a frame as the source has it, without its bytes: nothing is read, and there is nothing to compare. */
 int32_t hboxm_put_source_frm(HBOXM_HANDLE handle, uint32_t id);
 
-/* The same without the ranges that are the source's unchanged: of those it writes the first bytes of the boxes alone,
- * so that the boxes can be followed. */
+/* hboxm_dump_image_to_outputbuffer without the ranges that are the source's unchanged: of those it writes the first
+ * bytes of the boxes alone, so that the boxes can be followed. */
 int32_t hboxm_dump_changes_to_outputbuffer(HBOXM_HANDLE handle, void* buffer, uint32_t capacity, uint32_t* size);
 
 /* A range of the output that is the source's, unchanged but for its place. */
