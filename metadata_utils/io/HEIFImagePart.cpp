@@ -4,6 +4,7 @@
 #include "CheckedFile.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace android::lumo::heif {
 
@@ -26,21 +27,20 @@ public:
 
     /// The next `n` bytes, valid until the next call; what stands in front of `place` is read then.
     std::span<uint8_t const> give(uint32_t n, uint32_t place) {
-        std::copy(bytes.data() + given, bytes.data() + held, bytes.data());
+        std::copy(bytes.get() + given, bytes.get() + held, bytes.get());
         held -= given;
         given = 0;
         readUpTo(place);
         while (held < n)
             read(std::min<uint32_t>(next->length - taken, static_cast<uint32_t>(n - held)));
         given = n;
-        return std::span<uint8_t const>(bytes).first(n);
+        return {bytes.get(), n};
     }
 
 private:
     void read(uint32_t n) {
-        if (bytes.size() < held + n)
-            bytes.resize(held + n);
-        checked::readExactly(file, next->source + taken, bytes.data() + held, n);
+        makeRoomFor(held + n);
+        checked::readExactly(file, next->source + taken, bytes.get() + held, n);
         held += n;
         taken += n;
         if (taken == next->length) {
@@ -49,11 +49,20 @@ private:
         }
     }
 
+    void makeRoomFor(size_t n) {
+        if (n <= capacity)
+            return;
+        std::unique_ptr<uint8_t[]> larger(new uint8_t[n]);
+        std::copy_n(bytes.get(), held, larger.get());
+        bytes = std::move(larger);
+        capacity = n;
+    }
+
     MediaFile const& file;
     std::vector<ImagePart::Unchanged>::const_iterator next, end;
-    uint32_t taken = 0; ///< of the next range
-    std::vector<uint8_t> bytes;
-    size_t held = 0, given = 0; ///< of `bytes`
+    uint32_t taken = 0;               ///< of the next range
+    std::unique_ptr<uint8_t[]> bytes; ///< not zeroed
+    size_t capacity = 0, held = 0, given = 0;
 };
 
 } // namespace

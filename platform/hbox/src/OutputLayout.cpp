@@ -10,8 +10,8 @@ namespace hbox {
 
 namespace {
 constexpr uint8_t BLANK = 0x20;
-/// What is shorter is written with what stands around it.
-constexpr uint64_t LARGE = 64 * 1024;
+/// What is shorter is written with what stands around it: it is read once then, and stays in a second-level cache.
+constexpr uint64_t LARGE = 256 * 1024;
 /// The longest header of a box, and what its content is told apart by.
 constexpr uint64_t BOX_HEADER = 32;
 } // namespace
