@@ -110,6 +110,12 @@ void ImageMuxer::copyImageFrames(HBOXD_IMAGE_INFO const& imageInfo, std::vector<
 
 /// The muxer carries every item over in any case; a thumbnail it has a question about is no reason to stop.
 void ImageMuxer::copyThumbnail(int coverId) {
+    uint32_t id = 0;
+    if (hboxd_get_image_id(reader.getDemuxer(), HBOXD_IMAGE_THUMBNAIL, static_cast<uint32_t>(coverId), &id) ==
+        HBOX_ERR_NOT_FOUND) {
+        LOGD("no thumbnail to copy");
+        return;
+    }
     try {
         HBOXD_IMAGE_INFO const thumbnail = reader.getThumbnailImageInfo(coverId);
         std::vector<uint32_t> tiles;

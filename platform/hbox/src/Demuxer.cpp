@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -67,7 +68,7 @@ void answerItemInfo(Source const& source, uint32_t id, HBOXD_ITEM_INFO kind, voi
     throw failure(HBOX_ERR_PARAMETER, "unknown item info kind %d", static_cast<int>(kind));
 }
 
-uint32_t thumbnailOf(Source const& source, uint32_t baseId) {
+std::optional<uint32_t> findThumbnail(Source const& source, uint32_t baseId) {
     if (auto const iref = source.findChild(boxType("iref"))) {
         ReferenceReader reader(*iref);
         while (auto const reference = reader.next()) {
@@ -75,7 +76,7 @@ uint32_t thumbnailOf(Source const& source, uint32_t baseId) {
                 return reference->from;
         }
     }
-    throw failure(HBOX_ERR_NOT_FOUND, "item %u has no thumbnail", static_cast<unsigned>(baseId));
+    return std::nullopt;
 }
 
 } // namespace
@@ -105,14 +106,15 @@ extern "C" int32_t hboxd_delete(HBOXD_HANDLE handle) {
 }
 
 extern "C" int32_t hboxd_get_image_id(HBOXD_HANDLE handle, HBOXD_IMAGE which, uint32_t base_id, uint32_t* id) {
-    return guarded([&] {
+    return guarded([&]() -> std::optional<hbox::Failure> {
         requireArguments(handle, id);
-        if (which == HBOXD_IMAGE_COVER)
-            *id = handle->primaryId();
-        else if (which == HBOXD_IMAGE_THUMBNAIL)
-            *id = hbox::thumbnailOf(*handle, base_id);
-        else
+        if (which != HBOXD_IMAGE_COVER && which != HBOXD_IMAGE_THUMBNAIL)
             throw failure(HBOX_ERR_PARAMETER, "unknown image kind %d", static_cast<int>(which));
+        auto const found = which == HBOXD_IMAGE_COVER ? handle->primaryId() : hbox::findThumbnail(*handle, base_id);
+        if (!found) // as with most images
+            return failure(HBOX_ERR_NOT_FOUND, "item %u has no thumbnail", static_cast<unsigned>(base_id));
+        *id = *found;
+        return std::nullopt;
     });
 }
 
@@ -135,7 +137,7 @@ extern "C" int32_t hboxd_get_list_referenceto(HBOXD_HANDLE handle, uint32_t id, 
                                               uint32_t* count) {
     return guarded([&] {
         requireArguments(handle, count);
-        auto const found = handle->referencesFrom(id, type);
+        auto const& found = handle->referencesFrom(id, type);
         uint32_t const capacity = *count;
         *count = static_cast<uint32_t>(found.size());
         if (ids && capacity < found.size())

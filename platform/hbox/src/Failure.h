@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <exception>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
 #include "boxes/BoxBounds.h"
 
@@ -30,11 +32,16 @@ __attribute__((format(printf, 2, 3))) Failure failure(HBOX_RESULT code, char con
 /// Records the text for hbox_last_error and passes the code through.
 int32_t reportFailure(HBOX_RESULT code, char const* text) noexcept;
 
-/// Runs a C function's body: its exceptions become codes, none gets out.
+/// Runs a C function's body: its exceptions become codes, none gets out. A body whose failure is an ordinary answer
+/// returns it, which takes a hundredth of what throwing does.
 template<class Body>
 int32_t guarded(Body&& body) noexcept {
     try {
-        body();
+        if constexpr (std::is_void_v<decltype(body())>) {
+            body();
+        } else if (std::optional<Failure> const answer = body()) {
+            return reportFailure(answer->code(), answer->what());
+        }
         return HBOX_OK;
     } catch (Failure const& error) {
         return reportFailure(error.code(), error.what());

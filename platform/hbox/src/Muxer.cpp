@@ -86,7 +86,7 @@ void requireSameImage(Source const& source, HBOXM_IMAGE_INFO const& given) {
     requireSameParameterSets(*given.hevc, source.decoderConfiguration(given.id), given.id);
     if (given.tile_count > 0)
         requireArguments(given.tile_ids);
-    auto const tiles = source.referencesFrom(given.id, boxType("dimg"));
+    auto const& tiles = source.referencesFrom(given.id, boxType("dimg"));
     bool const sameTiles = std::equal(given.tile_ids, given.tile_ids + given.tile_count, tiles.begin(), tiles.end());
     requireSame(sameTiles, given.id, "list of tiles");
 }
@@ -252,13 +252,14 @@ extern "C" int32_t hboxm_dump_changes_to_outputbuffer(HBOXM_HANDLE handle, void*
 }
 
 extern "C" int32_t hboxm_get_unchanged(HBOXM_HANDLE handle, uint32_t index, HBOXM_UNCHANGED* range) {
-    return guarded([&] {
+    return guarded([&]() -> std::optional<hbox::Failure> {
         auto const& ranges = hbox::finished(handle).layout.unchanged();
         requireArguments(range);
-        if (index >= ranges.size())
-            throw failure(HBOX_ERR_NOT_FOUND, "%u unchanged ranges", static_cast<unsigned>(ranges.size()));
+        if (index >= ranges.size()) // how a caller learns that it has them all
+            return failure(HBOX_ERR_NOT_FOUND, "%u unchanged ranges", static_cast<unsigned>(ranges.size()));
         auto const& [position, source, length] = ranges[index];
         *range = {static_cast<uint32_t>(position), static_cast<uint32_t>(source), static_cast<uint32_t>(length)};
+        return std::nullopt;
     });
 }
 

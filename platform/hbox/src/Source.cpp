@@ -191,21 +191,25 @@ std::vector<FileRange> const& Source::ranges(uint32_t id) const {
     return lastRanges;
 }
 
-std::vector<uint32_t> Source::referencesFrom(uint32_t id, BoxType type) const {
-    std::vector<uint32_t> ids;
-    auto const iref = findChild(boxType("iref"));
-    if (!iref)
-        return ids;
-    ReferenceReader reader(*iref);
-    while (auto reference = reader.next()) {
-        if (reference->type != type || reference->from != id)
-            continue;
-        ids.reserve(ids.size() + reference->count);
-        BoxCursor stored = reference->ids;
-        for (unsigned i = 0; i < reference->count; ++i)
-            ids.push_back(static_cast<uint32_t>(stored.number(reference->idWidth)));
+std::vector<uint32_t> const& Source::referencesFrom(uint32_t id, BoxType type) const {
+    std::pair const wanted(id, type);
+    if (lastReferencesOf == wanted)
+        return lastReferences;
+    lastReferencesOf.reset();
+    lastReferences.clear();
+    if (auto const iref = findChild(boxType("iref"))) {
+        ReferenceReader reader(*iref);
+        while (auto reference = reader.next()) {
+            if (reference->type != type || reference->from != id)
+                continue;
+            lastReferences.reserve(lastReferences.size() + reference->count);
+            BoxCursor stored = reference->ids;
+            for (unsigned i = 0; i < reference->count; ++i)
+                lastReferences.push_back(static_cast<uint32_t>(stored.number(reference->idWidth)));
+        }
     }
-    return ids;
+    lastReferencesOf = wanted;
+    return lastReferences;
 }
 
 std::optional<BoxView> Source::property(uint32_t id, BoxType type) const {
@@ -219,6 +223,8 @@ PixelSize Source::pixelSize(uint32_t id) const {
 }
 
 HBOXD_IMAGE_INFO Source::imageInfo(uint32_t id) const {
+    if (lastImage && lastImage->id == id)
+        return *lastImage;
     HBOXD_IMAGE_INFO info{};
     info.id = id;
     info.type = item(id).type;
@@ -230,27 +236,32 @@ HBOXD_IMAGE_INFO Source::imageInfo(uint32_t id) const {
         info.rotation = static_cast<HEIF_CCW_ROTATION>(readRotation(*irot));
     if (info.is_grid)
         info.tile_count = static_cast<uint32_t>(referencesFrom(id, boxType("dimg")).size());
+    lastImage = info;
     return info;
 }
 
 HBOXM_GRID_INFO Source::gridInfo(uint32_t id) const {
+    if (lastGrid && lastGrid->first == id)
+        return lastGrid->second;
     if (item(id).type != boxType("grid"))
         throw failure(HBOX_ERR_NOT_FOUND, "item %u is no grid", static_cast<unsigned>(id));
     auto const& stored = ranges(id);
     uint64_t const position = stored.empty() ? 0 : stored.front().position;
     uint64_t const length = stored.empty() ? 0 : stored.front().length;
     GridFields const fields = readGrid(file.read(position, std::min<uint64_t>(length, 12)), position);
-    auto const tiles = referencesFrom(id, boxType("dimg"));
+    auto const& tiles = referencesFrom(id, boxType("dimg"));
     if (tiles.empty())
         throw failure(HBOX_ERR_FORMAT, "grid %u has no tiles", static_cast<unsigned>(id));
     auto const tile = pixelSize(tiles.front());
-    return {fields.rows, fields.columns, fields.width, fields.height, tile.width, tile.height};
+    HBOXM_GRID_INFO const grid{fields.rows, fields.columns, fields.width, fields.height, tile.width, tile.height};
+    lastGrid.emplace(id, grid);
+    return grid;
 }
 
 BoxView Source::decoderConfiguration(uint32_t id) const {
     uint32_t coded = id;
     if (item(id).type == boxType("grid")) {
-        auto const tiles = referencesFrom(id, boxType("dimg"));
+        auto const& tiles = referencesFrom(id, boxType("dimg"));
         coded = tiles.empty() ? id : tiles.front();
     }
     auto const hvcC = property(coded, boxType("hvcC"));

@@ -56,7 +56,7 @@ public:
     /// The content of 'idat', from which method 1 counts. Throws HBOX_ERR_NOT_FOUND when there is none.
     FileRange itemData() const;
     /// Ids that `id` refers to by `type`, in stored order.
-    std::vector<uint32_t> referencesFrom(uint32_t id, BoxType type) const;
+    std::vector<uint32_t> const& referencesFrom(uint32_t id, BoxType type) const;
     std::optional<BoxView> property(uint32_t id, BoxType type) const;
 
     HBOXD_IMAGE_INFO imageInfo(uint32_t id) const;
@@ -88,8 +88,13 @@ private:
     mutable std::optional<LocationIndex> locations;
     mutable std::optional<ItemIndex> items;
     mutable std::optional<FileRange> idat; ///< found once: every item may stand in it
+    // The last answers: the demuxer's user asks for what the muxer then compares with the source.
     mutable std::vector<FileRange> lastRanges;
     mutable std::optional<uint32_t> lastRangesOf; ///< the item that they belong to
+    mutable std::vector<uint32_t> lastReferences;
+    mutable std::optional<std::pair<uint32_t, BoxType>> lastReferencesOf;
+    mutable std::optional<HBOXD_IMAGE_INFO> lastImage;
+    mutable std::optional<std::pair<uint32_t, HBOXM_GRID_INFO>> lastGrid; ///< with the item's id
 };
 
 } // namespace hbox
