@@ -37,8 +37,15 @@ Number bigEndianAt(uint8_t const* bytes) {
     return static_cast<Number>(bigEndianNumber(std::span(bytes, sizeof(Number))));
 }
 
-/// Fills `bytes` with the number's lowest ones.
+/// Fills `bytes` with the number's lowest ones. The usual widths apart, so that each is one store.
 constexpr void putBigEndian(uint64_t value, std::span<uint8_t> bytes) {
+    if (bytes.size() == 4) {
+        bytes[0] = static_cast<uint8_t>(value >> 24);
+        bytes[1] = static_cast<uint8_t>(value >> 16);
+        bytes[2] = static_cast<uint8_t>(value >> 8);
+        bytes[3] = static_cast<uint8_t>(value);
+        return;
+    }
     for (size_t i = bytes.size(); i-- > 0; value >>= 8)
         bytes[i] = static_cast<uint8_t>(value);
 }

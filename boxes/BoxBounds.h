@@ -124,6 +124,22 @@ private:
     Kind fault;
 };
 
+/// Fields that follow each other in bytes whose number was tested once for all of them.
+class TestedFields {
+public:
+    explicit TestedFields(std::span<uint8_t const> bytes) : next(bytes.data()) {}
+
+    uint64_t number(unsigned width) {
+        uint8_t const* const field = next;
+        next += width;
+        return bigEndianNumber({field, width});
+    }
+    void skip(unsigned width) { next += width; }
+
+private:
+    uint8_t const* next;
+};
+
 struct BoxView;
 
 /// A run of bytes in a file or in a box.

@@ -13,24 +13,37 @@ BoxError unsupported(std::string const& what, int line = __builtin_LINE()) {
     return BoxError(line, what, BoxError::Kind::Unsupported);
 }
 
-std::optional<ItemInfo> readItemInfo(BoxView const& box) {
-    BoxCursor cursor = box.payload();
-    std::optional<ItemInfo> item(std::in_place); // filled where it is handed out
-    ItemInfo& info = *item;
+unsigned idWidth(ItemInfo const& info) {
+    return info.version == 3 ? 4 : 2;
+}
+
+template<class Fields>
+void readFixedFields(Fields& fields, ItemInfo& info) {
+    info.id = static_cast<uint32_t>(fields.number(idWidth(info)));  // unsigned int(16 or 32) item_ID;
+    info.protectionIndex = static_cast<uint16_t>(fields.number(2)); // unsigned int(16) item_protection_index;
+    if (info.version >= 2)
+        info.type = static_cast<BoxType>(fields.number(sizeof(BoxType))); // unsigned int(32) item_type;
+}
+
+void readItemInfo(BoxCursor cursor, ItemInfo& info) {
+    info = {};
     info.version = readFullBoxHeader(cursor).version;
     if (info.version > 3 || (info.version < 2 && cursor.left() < OLD_FIELDS))
-        return item;
-    info.id = static_cast<uint32_t>(cursor.number(info.version == 3 ? 4 : 2)); // unsigned int(16 or 32) item_ID;
-    info.protectionIndex = cursor.u16(); // unsigned int(16) item_protection_index;
+        return;
+    size_t const fixed = idWidth(info) + 2 + (info.version < 2 ? 0 : sizeof(BoxType));
+    if (cursor.left() >= fixed) {
+        TestedFields fields(cursor.take(fixed));
+        readFixedFields(fields, info);
+    } else {
+        readFixedFields(cursor, info); // throws at the field that is cut off
+    }
     if (info.version < 2)
-        return item;
-    info.type = cursor.u32(); // unsigned int(32) item_type;
-    cursor.text();            // utf8string item_name;
+        return;
+    cursor.text(); // utf8string item_name;
     if (info.type == boxType("mime")) {
         info.contentType = cursor.text();     // utf8string content_type;
         info.contentEncoding = cursor.text(); // utf8string content_encoding; // optional
     }
-    return item;
 }
 
 } // namespace
@@ -42,14 +55,21 @@ ItemInfoReader::ItemInfoReader(BoxView const& iinf) : cursor(iinf.payload()) {
     entriesLeft = entryCount;
 }
 
-std::optional<ItemInfo> ItemInfoReader::next() {
+ItemInfo* ItemInfoReader::next() {
     while (entriesLeft > 0) {
         --entriesLeft;
         BoxView const box = cursor.box();
-        if (box.type() == boxType("infe"))
-            return readItemInfo(box);
+        if (box.type() != boxType("infe"))
+            continue;
+        readItemInfo(box.payload(), entry);
+        return &entry;
     }
-    return std::nullopt;
+    return nullptr;
+}
+
+void ItemInfoReader::skipAll() {
+    for (; entriesLeft > 0; --entriesLeft)
+        cursor.box();
 }
 
 // --- 'iloc' ----------------------------------------------------------------------------------------------------------
@@ -58,46 +78,54 @@ LocationReader::LocationReader(BoxView const& iloc, Widths allowed) : cursor(ilo
     boxVersion = readFullBoxHeader(cursor).version;
     uint8_t const offsetAndLength = cursor.u8(); // unsigned int(4) offset_size; unsigned int(4) length_size;
     uint8_t const baseAndIndex = cursor.u8();    // unsigned int(4) base_offset_size; unsigned int(4) index_size;
-    widths.offsetWidth = offsetAndLength >> 4;
-    widths.lengthWidth = offsetAndLength & 0xF;
+    entry.offsetWidth = offsetAndLength >> 4;
+    entry.lengthWidth = offsetAndLength & 0xF;
     widthOfBase = baseAndIndex >> 4;
-    widths.indexWidth = hasMethod() ? baseAndIndex & 0xF : 0;
+    entry.indexWidth = hasMethod() ? baseAndIndex & 0xF : 0;
     if (allowed == Widths::Regular && boxVersion > 2)
         throw unsupported("'iloc': version " + std::to_string(boxVersion));
-    for (unsigned const width : {widths.offsetWidth, widths.lengthWidth, widthOfBase, widths.indexWidth}) {
+    for (unsigned const width : {entry.offsetWidth, entry.lengthWidth, widthOfBase, entry.indexWidth}) {
         if (allowed == Widths::Regular && !isRegular(width))
             throw unsupported("'iloc': field of " + std::to_string(width) + " bytes, 0, 4 or 8 expected");
     }
     itemCount = static_cast<uint32_t>(cursor.number(idWidth())); // unsigned int(16 or 32) item_count;
-    cursor.requireEntries(itemCount, idWidth() + (hasMethod() ? 2U : 0U) + 2 + 2);
+    unsigned const leastWidth = idWidth() + (hasMethod() ? 2U : 0U) + 2 + 2;
+    cursor.requireEntries(itemCount, leastWidth);
+    headWidth = leastWidth + widthOfBase;
     itemsLeft = itemCount;
     firstEntry = cursor.offset();
 }
 
-std::optional<ItemLocation> LocationReader::nextHead() {
-    if (itemsLeft == 0)
-        return std::nullopt;
-    --itemsLeft;
-    std::optional<ItemLocation> entry(widths); // filled where it is handed out
-    ItemLocation& location = *entry;
-    BoxCursor fields = cursor;
-    location.id = static_cast<uint32_t>(fields.number(idWidth())); // unsigned int(16 or 32) item_ID;
+template<class Fields>
+void LocationReader::readHead(Fields& fields) {
+    entry.id = static_cast<uint32_t>(fields.number(idWidth())); // unsigned int(16 or 32) item_ID;
     if (hasMethod())
-        location.construction = fields.u16();   // unsigned int(12) reserved; unsigned int(4) construction_method;
-    location.dataReference = fields.u16();      // unsigned int(16) data_reference_index;
-    location.base = fields.number(widthOfBase); // unsigned int(base_offset_size*8) base_offset;
-    location.extentCount = fields.u16();        // unsigned int(16) extent_count;
-    cursor = fields;
-    return entry;
+        entry.construction = static_cast<uint16_t>(fields.number(2)); // 12 bits reserved; 4 bits construction_method;
+    entry.dataReference = static_cast<uint16_t>(fields.number(2));    // unsigned int(16) data_reference_index;
+    entry.base = fields.number(widthOfBase);                          // unsigned int(base_offset_size*8) base_offset;
+    entry.extentCount = static_cast<uint16_t>(fields.number(2));      // unsigned int(16) extent_count;
 }
 
-std::optional<ItemLocation> LocationReader::next() {
-    auto location = nextHead();
-    if (location) {
-        uint64_t const extentWidth = location->indexWidth + location->offsetWidth + location->lengthWidth;
-        location->extents = cursor.range(extentWidth * location->extentCount);
+ItemLocation* LocationReader::nextHead() {
+    if (itemsLeft == 0)
+        return nullptr;
+    --itemsLeft;
+    if (cursor.left() >= headWidth) {
+        TestedFields fields(cursor.take(headWidth));
+        readHead(fields);
+    } else {
+        BoxCursor fields = cursor; // throws at the field that is cut off
+        readHead(fields);
     }
-    return location;
+    return &entry;
+}
+
+ItemLocation* LocationReader::next() {
+    if (nextHead() == nullptr)
+        return nullptr;
+    uint64_t const extentWidth = uint64_t{entry.indexWidth} + entry.offsetWidth + entry.lengthWidth;
+    entry.extents = cursor.range(extentWidth * entry.extentCount);
+    return &entry;
 }
 
 FileRange ItemLocation::nextExtent() {

@@ -10,8 +10,9 @@
 /// Pull readers for the item boxes inside 'meta' (ISO/IEC 14496-12, 8.11; ISO/IEC 23008-12, 9.3).
 ///
 /// Each reader checks its entry count against the bytes left, then hands out one entry at a time straight from the
-/// box's bytes: nothing is collected, so a hostile count costs no memory. All throw BoxError, for a damaged entry or
-/// for a legal form that is not handled.
+/// box's bytes: nothing is collected, so a hostile count costs no memory. What next() points to is the reader's own,
+/// for the caller to change, until the next entry takes its place; null behind the last one. All throw BoxError, for a
+/// damaged entry or for a legal form that is not handled.
 
 namespace android::lumo::boxes {
 
@@ -31,7 +32,9 @@ class ItemInfoReader {
 public:
     explicit ItemInfoReader(BoxView const& iinf);
 
-    std::optional<ItemInfo> next();
+    ItemInfo* next();
+    /// Passes over all entries that are left, without a look into them.
+    void skipAll();
 
     uint8_t version() const { return boxVersion; }
     uint32_t count() const { return entryCount; }
@@ -42,6 +45,7 @@ private:
     uint8_t boxVersion;
     uint32_t entryCount;
     uint32_t entriesLeft;
+    ItemInfo entry;
 };
 
 struct ItemLocation {
@@ -68,9 +72,9 @@ public:
     enum class Widths { Regular, Any };
     explicit LocationReader(BoxView const& iloc, Widths allowed = Widths::Regular);
 
-    std::optional<ItemLocation> next();
+    ItemLocation* next();
     /// The same up to the extents, which rest() begins with then.
-    std::optional<ItemLocation> nextHead();
+    ItemLocation* nextHead();
     BoxCursor& rest() { return cursor; }
 
     static constexpr bool isRegular(unsigned width) { return width == 0 || width == 4 || width == 8; }
@@ -84,12 +88,15 @@ public:
 private:
     bool hasMethod() const { return boxVersion == 1 || boxVersion == 2; }
     unsigned idWidth() const { return boxVersion == 2 ? 4 : 2; }
+    template<class Fields>
+    void readHead(Fields& fields);
 
     BoxCursor cursor;
     uint64_t firstEntry;
     uint8_t boxVersion;
-    ItemLocation widths; ///< carries the field widths that every entry shares
+    ItemLocation entry; ///< carries the field widths that every entry shares
     uint8_t widthOfBase;
+    unsigned headWidth; ///< of an entry up to its extents
     uint32_t itemCount;
     uint32_t itemsLeft;
 };

@@ -36,20 +36,30 @@ inline uint32_t lowBits(uint64_t value, unsigned width, bool& fits) {
     return static_cast<uint32_t>(value);
 }
 
+template<class Fields>
+void readExtentFields(Fields& fields, boxes::ItemLocation const& head, unsigned indexWidth,
+                      HEIFMetaReader::ItemLocation& location) {
+    fields.skip(indexWidth);
+    location.offset = lowBits(fields.number(head.offsetWidth), head.offsetWidth, location.isExact);
+    location.length = lowBits(fields.number(head.lengthWidth), head.lengthWidth, location.isExact);
+}
+
 /// The one extent of an entry whose head was read last: an index of `indexWidth` bytes, offset and length.
-HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::ItemLocation const& head,
-                                        unsigned indexWidth) {
+inline HEIFMetaReader::ItemLocation readExtent(boxes::LocationReader& reader, boxes::ItemLocation const& head,
+                                               unsigned indexWidth) {
     HEIFMetaReader::ItemLocation location;
     location.id = head.id;
     location.isExact = head.dataReference == 0 && head.indexWidth == indexWidth; // else it is read off its place
     location.base = lowBits(head.base, reader.baseWidth(), location.isExact);
     if (head.extentCount != 1)
         throw readerError().as(Error::Code::UNSUPPORTED)("multi extent not supported");
-    BoxCursor fields = reader.rest();
-    fields.skip(indexWidth);
-    location.offset = lowBits(fields.number(head.offsetWidth), head.offsetWidth, location.isExact);
-    location.length = lowBits(fields.number(head.lengthWidth), head.lengthWidth, location.isExact);
-    reader.rest() = fields;
+    unsigned const width = indexWidth + head.offsetWidth + head.lengthWidth;
+    if (reader.rest().left() >= width) {
+        TestedFields fields(reader.rest().take(width));
+        readExtentFields(fields, head, indexWidth, location);
+    } else {
+        readExtentFields(reader.rest(), head, indexWidth, location); // throws at the field that is cut off
+    }
     return location;
 }
 

@@ -52,8 +52,7 @@ std::vector<uint8_t> rewriteItemInfos(BoxView const& iinf, XmpTarget const& targ
     if (reader.count() == largest)
         throw failure(HBOX_ERR_UNSUPPORTED, "'iinf': no room for one more item");
     BoxCursor entries = reader.rest();
-    while (reader.next()) {
-    }
+    reader.skipAll(); // whoever chose the target has read them
     BoxWriter writer;
     size_t const box = writer.beginFullBox(boxType("iinf"), headerOf(iinf));
     writer.number(reader.count() + 1, countWidth);
@@ -141,10 +140,10 @@ constexpr size_t LONGEST_LOCATION = 18;
 /// | 4      | extent_offset                                     |
 /// | 4      | extent_length                                     |
 size_t writeLocation(BoxWriter& writer, uint8_t version, ItemLocation const& location, uint64_t length) {
-    std::array<uint8_t, LONGEST_LOCATION> entry{};
+    std::array<uint8_t, LONGEST_LOCATION> entry;
     size_t end = 0;
     auto const add = [&](uint64_t value, size_t width) {
-        putBigEndian(value, std::span(entry).subspan(end, width));
+        putBigEndian(value, {entry.data() + end, width});
         end += width;
     };
     add(location.id, version == 2 ? 4 : 2);

@@ -105,10 +105,10 @@ std::vector<ItemInfo> const& Source::allItems() const {
     return infos;
 }
 
-Source::LocationIndex const& Source::locationIndex() const {
+Source::LocationIndex& Source::locationIndex() const {
     if (locations)
         return *locations;
-    LocationIndex index{LocationReader(child(boxType("iloc"))), {}, {}};
+    LocationIndex index{LocationReader(child(boxType("iloc"))), {}, 0, {}};
     try {
         LocationReader reader = index.reader;
         index.places.reserve(reader.count());
@@ -128,14 +128,22 @@ Source::LocationIndex const& Source::locationIndex() const {
 }
 
 std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
-    auto const& index = locationIndex();
-    auto const isBefore = [](auto const& place, uint32_t wanted) { return place.first < wanted; };
-    auto const found = std::lower_bound(index.places.begin(), index.places.end(), id, isBefore);
-    if (found == index.places.end() || found->first != id)
-        return std::nullopt;
+    auto& index = locationIndex();
+    auto const& places = index.places;
+    size_t found = index.behindLast;
+    bool const isNext =
+        found < places.size() && places[found].first == id && (found == 0 || places[found - 1].first != id);
+    if (!isNext) {
+        auto const isBefore = [](auto const& place, uint32_t wanted) { return place.first < wanted; };
+        auto const place = std::lower_bound(places.begin(), places.end(), id, isBefore);
+        if (place == places.end() || place->first != id)
+            return std::nullopt;
+        found = static_cast<size_t>(place - places.begin());
+    }
+    index.behindLast = found + 1;
     LocationReader reader = index.reader;
-    reader.skip(found->second);
-    return reader.next();
+    reader.skip(places[found].second);
+    return *reader.next();
 }
 
 std::vector<uint32_t> Source::locatedIds() const {

@@ -69,6 +69,7 @@ private:
     struct LocationIndex {
         LocationReader reader;                             ///< in front of the first entry
         std::vector<std::pair<uint32_t, uint32_t>> places; ///< id, LocationReader::place
+        size_t behindLast = 0;                             ///< of `places`: who goes on in their order finds at once
         std::optional<android::lumo::BoxError> damage;
     };
 
@@ -80,7 +81,7 @@ private:
 
     PixelSize pixelSize(uint32_t id) const;
     ItemIndex const& itemIndex() const;
-    LocationIndex const& locationIndex() const;
+    LocationIndex& locationIndex() const;
 
     Stream file;
     std::vector<uint8_t> metaBytes;
