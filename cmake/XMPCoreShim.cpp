@@ -81,8 +81,8 @@ static bool isKnownName(std::string_view name) {
 
 /// Takes the next step, up to the next '/' or '[', off a path.
 static std::string_view takeStep(std::string_view& path) {
-    auto step = path.substr(0, path.find('/'));
-    step = step.substr(0, step.find('['));
+    auto const end = std::find_if(path.begin(), path.end(), [](char c) { return c == '/' || c == '['; });
+    auto const step = path.substr(0, static_cast<size_t>(end - path.begin()));
     path.remove_prefix(step.size());
     return step;
 }
@@ -127,10 +127,10 @@ struct RootName {
     }
 };
 
-static RootName rootName(XMP_Node const* namespaceNode, std::string const& schema, std::string_view name) {
+static RootName rootName(XMP_Node const* namespaceNode, std::string_view schema, std::string_view name) {
     XMP_StringPtr known = nullptr;
     if (namespaceNode == nullptr &&
-        (schema.empty() || !sRegisteredNamespaces->GetPrefix(schema.c_str(), &known, nullptr)))
+        (schema.empty() || !sRegisteredNamespaces->GetPrefix(std::string(schema).c_str(), &known, nullptr)))
         return {};
     std::string_view const prefix = namespaceNode != nullptr ? std::string_view(namespaceNode->value) : known;
     auto const given = prefixOf(name);
@@ -139,7 +139,7 @@ static RootName rootName(XMP_Node const* namespaceNode, std::string const& schem
     return {prefix, name.substr(given.size())};
 }
 
-XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const& path) {
+XMPFound xmpFind(XMPMetaRef packet, std::string_view schema, std::string_view path) {
     auto const* found = named(treeOf(packet).children, schema);
     std::string_view rest = path;
     auto const root = rootName(found, schema, takeStep(rest));
@@ -222,6 +222,11 @@ void xmpVisitLeaves(XMPMetaRef packet, XMPVisit const& visit) {
             visitLeaves(*property, schema->name, path, visit);
         }
     }
+}
+
+void xmpVisitFields(XMPFound const& found, XMPVisitField const& visit) {
+    for (auto const* field : static_cast<XMP_Node const*>(found.node)->children)
+        visit(field->name, field->value, field->options);
 }
 
 static void visitValues(XMP_Node const& node, std::function<void(std::string const& value)> const& visit) {

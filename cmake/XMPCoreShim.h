@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include <XMP_Const.h>
 
@@ -27,7 +28,7 @@ struct XMPFound {
 /// "a:b/?rdf:type") down the packet's tree. The toolkit's own search finds the same, but takes each step apart, looks
 /// up its namespace and verifies its letters first, which is most of the time a query takes. UNKNOWN: what it says of
 /// any other path, or of a name it may not take, it has to say itself.
-XMPFound xmpFind(XMPMetaRef packet, std::string const& schema, std::string const& path);
+XMPFound xmpFind(XMPMetaRef packet, std::string_view schema, std::string_view path);
 
 /// Gives each entry of an array that is a typed node of this type the form in which the node is a field of the entry:
 /// its own fields go into one of that name. What the toolkit's calls would do by a path for each of them.
@@ -39,5 +40,8 @@ void xmpNestTyped(XMPMetaRef packet, std::string const& schema, std::string cons
 using XMPVisit = std::function<void(std::string const& schema, std::string const& path)>;
 void xmpVisitLeaves(XMPMetaRef packet, XMPVisit const& visit);
 void xmpVisitLeaves(XMPFound const& found, std::string const& schema, std::string const& path, XMPVisit const& visit);
+/// Calls `visit` for every field of the struct that was found: what a path for each would lead to.
+using XMPVisitField = std::function<void(std::string const& name, std::string const& value, XMP_OptionBits form)>;
+void xmpVisitFields(XMPFound const& found, XMPVisitField const& visit);
 /// Calls `visit` for every value there is, qualifiers too.
 void xmpVisitValues(XMPMetaRef packet, std::function<void(std::string const& value)> const& visit);

@@ -32,14 +32,23 @@ std::string propertyOf(XMPPacket const& packet, char const* name) {
     return packet.get(xmp_ns::CAMERA, name).value_or("");
 }
 
-/// `prefix` is the one of the item's fields.
-std::string fieldOf(XMPPacket const& packet, Item const& item, std::string const& prefix, char const* name) {
-    return packet.get(item.containerNS, item.structPath + "/" + prefix + name).value_or("");
-}
-
-bool isStruct(XMPPacket const& packet, Generation const& generation, std::string const& path) {
-    XMP_OptionBits options = 0;
-    return packet.get(generation.containerNS, path, &options) && XMP_PropIsStruct(options);
+/// Takes the fields of the struct at a path into the item; false where no struct stands. `prefix` is the one of the
+/// item's fields.
+bool takeFields(XMPPacket const& packet, std::string const& path, std::string const& prefix, Item& item) {
+    return packet.visitFields(item.containerNS, path,
+                              [&](std::string_view name, std::string const& value, XMP_OptionBits) {
+                                  if (!name.starts_with(prefix))
+                                      return;
+                                  name.remove_prefix(prefix.size());
+                                  if (name == "Semantic")
+                                      item.semantic = value;
+                                  else if (name == "Mime")
+                                      item.mime = value;
+                                  else if (name == names::LENGTH)
+                                      item.lengthText = value;
+                                  else if (name == names::PADDING)
+                                      item.paddingText = value;
+                              });
 }
 
 /// The entry at a place; one that is neither form has no semantic.
@@ -56,17 +65,13 @@ Item itemAt(XMPPacket const& packet, Generation const& generation, std::string c
               {},
               0,
               0};
-    auto const nested = item.structPath + "/" + prefix + "Item";
-    if (isStruct(packet, generation, nested)) {
-        item.structPath = nested;
+    auto nested = item.structPath + "/" + prefix + "Item";
+    if (takeFields(packet, nested, fieldPrefix, item)) {
+        item.structPath = std::move(nested);
         item.isTypedNode = false;
-    } else if (!isStruct(packet, generation, item.structPath)) {
-        return item;
+    } else {
+        takeFields(packet, item.structPath, fieldPrefix, item);
     }
-    item.semantic = fieldOf(packet, item, fieldPrefix, "Semantic");
-    item.mime = fieldOf(packet, item, fieldPrefix, "Mime");
-    item.lengthText = fieldOf(packet, item, fieldPrefix, names::LENGTH);
-    item.paddingText = fieldOf(packet, item, fieldPrefix, names::PADDING);
     item.length = parseNumber(item.lengthText).value_or(0);
     item.padding = parseNumber(item.paddingText).value_or(0);
     return item;

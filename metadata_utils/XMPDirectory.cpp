@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string_view>
+#include <utility>
 
 namespace android::lumo {
 
@@ -48,10 +50,6 @@ std::string XMPItemInfo::fieldPath(std::string const& field) const {
     return path;
 }
 
-std::string XMPItemInfo::getName() const {
-    return meta->get(xmp_ns::CONTAINER, fieldPath("Semantic")).value_or("");
-}
-
 std::string XMPItemInfo::getMime() const {
     return meta->get(xmp_ns::CONTAINER, fieldPath("Mime")).value_or("");
 }
@@ -78,23 +76,25 @@ void XMPItemInfo::remove(std::string const& field) {
     fields.erase(field);
 }
 
+template<class Visit>
+void XMPItemInfo::visitLeafPaths(Visit const& visit) const {
+    auto const prefix = structPath + "/";
+    meta->visitLeaves(xmp_ns::CONTAINER, structPath, [&](std::string const&, std::string_view path) {
+        if (path.starts_with(prefix))
+            visit(path.substr(prefix.size()));
+    });
+}
+
 std::vector<std::string> XMPItemInfo::getLeafPaths() const {
     std::vector<std::string> paths;
-    if (!meta->has(xmp_ns::CONTAINER, structPath))
-        return paths;
-    auto const prefix = structPath + "/";
-    meta->visitLeaves(xmp_ns::CONTAINER, structPath, [&](std::string const&, std::string const& path) {
-        if (path.starts_with(prefix))
-            paths.push_back(path.substr(prefix.size()));
-    });
+    visitLeafPaths([&](std::string_view path) { paths.emplace_back(path); });
     return paths;
 }
 
 std::set<std::string> XMPItemInfo::getAllFields() {
     std::set<std::string> names;
     try {
-        for (auto const& path : getLeafPaths())
-            names.insert(path.substr(path.rfind(':') + 1));
+        visitLeafPaths([&](std::string_view path) { names.emplace(path.substr(path.rfind(':') + 1)); });
     } catch (std::exception const& e) {
         rethrowUnlessDamage();
         LOGE("fail to get item: %s", messageOf(e));
@@ -127,13 +127,22 @@ XMPDirectory::XMPDirectory(std::shared_ptr<XMPPacket> const& packet, Items const
         std::set<std::string> seen;
         for (int32_t place = 1; place <= count; ++place) {
             firstUnread = place;
-            auto const name = packet->get(xmp_ns::CONTAINER, XMPItemInfo::structPathAt(place) + "/Item:Semantic");
+            XMPItemInfo item(packet, place);
+            std::optional<std::string> name;
+            bool hasMime = false;
+            packet->visitFields(xmp_ns::CONTAINER, item.getStructPath(),
+                                [&](std::string const& field, std::string const& value, XMP_OptionBits) {
+                                    if (field == "Item:Semantic")
+                                        name = value;
+                                    hasMime |= field == "Item:Mime";
+                                });
             if (!name)
                 throw ErrorAt().as(Error::Code::XMP)("fail to get item field");
             hasDuplicates |= !seen.insert(*name).second;
-            auto const& item = items.insert_or_assign(*name, XMPItemInfo(packet, place)).first->second;
+            item.setFound();
             LOGI("fieldValue=%s, struct path: %s", name->c_str(), item.getStructPath().c_str());
-            if (!item.contains("Mime"))
+            items.insert_or_assign(*name, std::move(item));
+            if (!hasMime)
                 throw ErrorAt().as(Error::Code::XMP)("Mime should be given");
             firstUnread = 0;
         }
@@ -170,12 +179,16 @@ XMPItemInfo* XMPDirectory::find(std::string const& name) {
         return nullptr;
     auto& item = found->second;
     auto const recorded = item.getPlace();
-    if (nameAt(recorded) == name)
+    if (item.isFound())
         return &item;
     auto const moveTo = [&](int32_t place) {
-        item.moveTo(place);
+        if (place != recorded)
+            item.moveTo(place);
+        item.setFound();
         return &item;
     };
+    if (nameAt(recorded) == name)
+        return moveTo(recorded);
     // Removals move items towards the front, so the nearest place in front comes first.
     for (auto place = recorded - 1; place > 0; --place) {
         if (nameAt(place) == name)

@@ -23,7 +23,6 @@ public:
     /// "Container:Directory[<place>]/Container:Item".
     static std::string structPathAt(int32_t place);
 
-    std::string getName() const;
     std::string getMime() const;
     std::string get(std::string const& field);
     bool contains(std::string const& field) const;
@@ -45,17 +44,29 @@ public:
     /// Where the packet has it now.
     int32_t getPlace() const { return place; }
     void moveTo(int32_t newPlace);
-    void moveInto(std::shared_ptr<XMPPacket> const& packet) { meta = packet; }
+    void moveInto(std::shared_ptr<XMPPacket> const& packet) {
+        meta = packet;
+        foundAt = NEVER;
+    }
+    /// Whether it was seen at its place and the packet has not changed since.
+    bool isFound() const { return foundAt == meta->changes(); }
+    void setFound() { foundAt = meta->changes(); }
     std::string const& getStructPath() const { return structPath; }
 
 private:
+    static constexpr uint64_t NEVER = UINT64_MAX;
+
     std::string fieldPath(std::string const& field) const;
+    /// `visit` gets what getLeafPaths() answers, one by one.
+    template<class Visit>
+    void visitLeafPaths(Visit const& visit) const;
 
     std::shared_ptr<XMPPacket> meta;
     int32_t index = 0;
     std::string structPath;       ///< follows `place`
     std::set<std::string> fields; ///< names seen so far; never authoritative
     int32_t place = 0;
+    uint64_t foundAt = NEVER; ///< the packet's changes when it was last seen there
 };
 
 /// The index of a packet's "Container:Directory": its items by name. An editor that changes the directory tells it.

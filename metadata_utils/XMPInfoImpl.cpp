@@ -231,8 +231,7 @@ std::string XMPInfoImpl::getItemNameAt(int32_t index) const {
     for (auto const& entry : directory.all()) {
         if (entry.second.getIndex() != index)
             continue;
-        auto const* item = directory.find(entry.first);
-        return item ? item->getName() : std::string{};
+        return directory.find(entry.first) ? entry.first : std::string{};
     }
     return {};
 }

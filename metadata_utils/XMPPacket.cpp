@@ -50,14 +50,14 @@ std::string XMPPacket::prefixOf(std::string const& uri) {
 
 std::shared_ptr<XMPPacket> XMPPacket::clone() const {
     auto copied = std::make_shared<XMPPacket>();
-    toolkit([&] { copied->meta = meta.Clone(0); });
+    toolkit([&] { copied->changing() = meta.Clone(0); });
     return copied;
 }
 
 void XMPPacket::parse(std::string const& text) {
     constexpr XMP_Uns32 NOTIFY_ALWAYS = 0;
     toolkit([&] {
-        meta.SetErrorCallback(refuseToRecover, nullptr, NOTIFY_ALWAYS);
+        changing().SetErrorCallback(refuseToRecover, nullptr, NOTIFY_ALWAYS);
         meta.ParseFromBuffer(text.data(), static_cast<XMP_StringLen>(text.size()), 0);
     });
 }
@@ -74,8 +74,7 @@ std::string XMPPacket::dump() const {
     return text;
 }
 
-std::optional<std::string> XMPPacket::get(std::string const& schema, std::string const& path,
-                                          XMP_OptionBits* form) const {
+std::optional<std::string> XMPPacket::get(std::string_view schema, std::string_view path, XMP_OptionBits* form) const {
 #ifdef METADATA_UTILS_XMP_SHIM
     auto const found = xmpFind(meta.GetInternalRef(), schema, path);
     if (found.answer == XMPFound::Answer::ABSENT)
@@ -87,36 +86,37 @@ std::optional<std::string> XMPPacket::get(std::string const& schema, std::string
     }
 #endif
     std::string value;
-    if (!toolkit([&] { return meta.GetProperty(schema.c_str(), path.c_str(), &value, form); }))
+    if (!toolkit(
+            [&] { return meta.GetProperty(std::string(schema).c_str(), std::string(path).c_str(), &value, form); }))
         return std::nullopt;
     return value;
 }
 
-bool XMPPacket::has(std::string const& schema, std::string const& path) const {
+bool XMPPacket::has(std::string_view schema, std::string_view path) const {
 #ifdef METADATA_UTILS_XMP_SHIM
     if (auto const found = xmpFind(meta.GetInternalRef(), schema, path); found.answer != XMPFound::Answer::UNKNOWN)
         return found.answer == XMPFound::Answer::THERE;
 #endif
-    return toolkit([&] { return meta.DoesPropertyExist(schema.c_str(), path.c_str()); });
+    return toolkit([&] { return meta.DoesPropertyExist(std::string(schema).c_str(), std::string(path).c_str()); });
 }
 
 void XMPPacket::set(std::string const& schema, std::string const& path, std::string const& value) {
-    toolkit([&] { meta.SetProperty(schema.c_str(), path.c_str(), value, 0); });
+    toolkit([&] { changing().SetProperty(schema.c_str(), path.c_str(), value, 0); });
 }
 
 void XMPPacket::remove(std::string const& schema, std::string const& path) {
-    toolkit([&] { meta.DeleteProperty(schema.c_str(), path.c_str()); });
+    toolkit([&] { changing().DeleteProperty(schema.c_str(), path.c_str()); });
 }
 
 void XMPPacket::copy(XMPPacket const& source, std::string const& schema, std::string const& from,
                      std::string const& to) {
     toolkit([&] {
-        meta.DeleteProperty(schema.c_str(), to.c_str());
+        changing().DeleteProperty(schema.c_str(), to.c_str());
         SXMPUtils::DuplicateSubtree(source.meta, &meta, schema.c_str(), from.c_str(), schema.c_str(), to.c_str());
     });
 }
 
-int32_t XMPPacket::count(std::string const& schema, std::string const& array) const {
+int32_t XMPPacket::count(std::string_view schema, std::string_view array) const {
 #ifdef METADATA_UTILS_XMP_SHIM
     auto const found = xmpFind(meta.GetInternalRef(), schema, array);
     if (found.answer == XMPFound::Answer::THERE && XMP_PropIsArray(found.form))
@@ -124,26 +124,27 @@ int32_t XMPPacket::count(std::string const& schema, std::string const& array) co
     if (found.answer == XMPFound::Answer::ABSENT)
         return 0;
 #endif
-    return toolkit([&] { return meta.CountArrayItems(schema.c_str(), array.c_str()); });
+    return toolkit([&] { return meta.CountArrayItems(std::string(schema).c_str(), std::string(array).c_str()); });
 }
 
 void XMPPacket::insertStruct(std::string const& schema, std::string const& array, int32_t place) {
     toolkit([&] {
-        meta.SetArrayItem(schema.c_str(), array.c_str(), place, NO_VALUE,
-                          XMP_OptionBits{kXMP_PropValueIsStruct} | kXMP_InsertBeforeItem);
+        changing().SetArrayItem(schema.c_str(), array.c_str(), place, NO_VALUE,
+                                XMP_OptionBits{kXMP_PropValueIsStruct} | kXMP_InsertBeforeItem);
     });
 }
 
 void XMPPacket::appendStruct(std::string const& schema, std::string const& array) {
     toolkit([&] {
-        meta.AppendArrayItem(schema.c_str(), array.c_str(), kXMP_PropArrayIsOrdered, NO_VALUE, kXMP_PropValueIsStruct);
+        changing().AppendArrayItem(schema.c_str(), array.c_str(), kXMP_PropArrayIsOrdered, NO_VALUE,
+                                   kXMP_PropValueIsStruct);
     });
 }
 
 bool XMPPacket::nestTyped([[maybe_unused]] std::string const& schema, [[maybe_unused]] std::string const& array,
                           [[maybe_unused]] std::string const& type, [[maybe_unused]] std::string const& field) {
 #ifdef METADATA_UTILS_XMP_SHIM
-    xmpNestTyped(meta.GetInternalRef(), schema, array, type, field);
+    xmpNestTyped(changing().GetInternalRef(), schema, array, type, field);
     return true;
 #else
     return false;
@@ -151,7 +152,7 @@ bool XMPPacket::nestTyped([[maybe_unused]] std::string const& schema, [[maybe_un
 }
 
 void XMPPacket::removeEntry(std::string const& schema, std::string const& array, int32_t place) {
-    toolkit([&] { meta.DeleteArrayItem(schema.c_str(), array.c_str(), place); });
+    toolkit([&] { changing().DeleteArrayItem(schema.c_str(), array.c_str(), place); });
 }
 
 std::vector<std::pair<std::string, std::string>> XMPPacket::properties() const {
@@ -171,7 +172,7 @@ std::string XMPPacket::textOf(std::string const& schema, std::string const& name
 }
 
 void XMPPacket::setStruct(std::string const& schema, std::string const& path) {
-    toolkit([&] { meta.SetProperty(schema.c_str(), path.c_str(), NO_VALUE, kXMP_PropValueIsStruct); });
+    toolkit([&] { changing().SetProperty(schema.c_str(), path.c_str(), NO_VALUE, kXMP_PropValueIsStruct); });
 }
 
 void XMPPacket::visitValues(std::function<void(std::string const& value)> const& visit) const {
@@ -196,11 +197,35 @@ void XMPPacket::visitLeaves(Visit const& visit) const {
 
 void XMPPacket::visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    if (auto const found = xmpFind(meta.GetInternalRef(), schema, path); found.answer == XMPFound::Answer::THERE)
+    auto const found = xmpFind(meta.GetInternalRef(), schema, path);
+    if (found.answer == XMPFound::Answer::ABSENT)
+        return;
+    if (found.answer == XMPFound::Answer::THERE)
         return xmpVisitLeaves(found, schema, path, visit);
 #endif
     auto leaves = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), LEAVES); });
     visitAll(leaves, visit);
+}
+
+bool XMPPacket::visitFields(std::string_view schema, std::string_view path, VisitField const& visit) const {
+#ifdef METADATA_UTILS_XMP_SHIM
+    auto const found = xmpFind(meta.GetInternalRef(), schema, path);
+    if (found.answer == XMPFound::Answer::THERE && XMP_PropIsStruct(found.form))
+        xmpVisitFields(found, visit);
+    if (found.answer != XMPFound::Answer::UNKNOWN)
+        return found.answer == XMPFound::Answer::THERE && XMP_PropIsStruct(found.form);
+#endif
+    XMP_OptionBits form = 0;
+    if (!get(schema, path, &form) || !XMP_PropIsStruct(form))
+        return false;
+    auto nodes = toolkit([&] {
+        return SXMPIterator(meta, std::string(schema).c_str(), std::string(path).c_str(),
+                            kXMP_IterJustChildren | kXMP_IterJustLeafName | kXMP_IterOmitQualifiers);
+    });
+    std::string name, value;
+    while (toolkit([&] { return nodes.Next(nullptr, &name, &value, &form); }))
+        visit(name, value, form);
+    return true;
 }
 
 // From a text. --------------------------------------------------------------------------------------------------------
@@ -264,13 +289,20 @@ std::mutex& lookUps() {
     return lock;
 }
 
+/// Registered from the start on: most packets have no other.
+bool isOurs(std::string_view uri) {
+    return uri == kXMP_NS_RDF || uri == "adobe:ns:meta/" ||
+           std::any_of(std::begin(NAMESPACES), std::end(NAMESPACES),
+                       [&](auto const& entry) { return uri == entry.uri; });
+}
+
 /// The toolkit keeps every namespace for ever. One that it takes in under a corrected text is known here by its own:
 /// the same packet is no news however often it is read.
 void countNamespaces(std::vector<std::string> const& namespaces) {
     static std::set<std::string> brought; // by packets, since the process began
     std::set<std::string> added;
     for (auto const& uri : namespaces) {
-        if (!uri.empty() && XMPPacket::prefixOf(uri).empty())
+        if (!uri.empty() && !isOurs(uri) && XMPPacket::prefixOf(uri).empty())
             added.insert(uri);
     }
     if (added.empty())

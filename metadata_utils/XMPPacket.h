@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -37,9 +38,9 @@ public:
     std::string dump() const;
 
     /// The value; nothing when absent, empty text for an array or a struct. `form` gets the toolkit's option bits.
-    std::optional<std::string> get(std::string const& schema, std::string const& path,
+    std::optional<std::string> get(std::string_view schema, std::string_view path,
                                    XMP_OptionBits* form = nullptr) const;
-    bool has(std::string const& schema, std::string const& path) const;
+    bool has(std::string_view schema, std::string_view path) const;
     void set(std::string const& schema, std::string const& path, std::string const& value);
     void remove(std::string const& schema, std::string const& path);
     /// Replaces the property `to` with everything `from` holds at the path `from`.
@@ -49,7 +50,7 @@ public:
     }
 
     /// Entries of an array; 0 when there is none.
-    int32_t count(std::string const& schema, std::string const& array) const;
+    int32_t count(std::string_view schema, std::string_view array) const;
     /// A new empty struct in front of entry `place`, counted from 1.
     void insertStruct(std::string const& schema, std::string const& array, int32_t place);
     /// The same at the end; the array is made, an ordered one, when it is absent.
@@ -74,9 +75,22 @@ public:
     using Visit = std::function<void(std::string const& schema, std::string const& path)>;
     void visitLeaves(Visit const& visit) const;
     void visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const;
+    /// Calls `visit` for every field of the struct at a path, with its prefixed name, value and form as get() answers
+    /// them; false where no struct stands.
+    using VisitField = std::function<void(std::string const& name, std::string const& value, XMP_OptionBits form)>;
+    bool visitFields(std::string_view schema, std::string_view path, VisitField const& visit) const;
+
+    /// Grows with everything that may change the packet.
+    uint64_t changes() const { return changeCount; }
 
 private:
+    SXMPMeta& changing() {
+        ++changeCount;
+        return meta;
+    }
+
     SXMPMeta meta;
+    uint64_t changeCount = 0;
 };
 
 /// Makes the toolkit ready, once a process: its initialisation, then the four namespaces. Throws XMPError, also when
