@@ -7,8 +7,6 @@
 #include "InfoReport.h"
 #include "Photo.h"
 
-#include <sstream>
-
 namespace motionphoto {
 
 namespace {
@@ -18,13 +16,8 @@ InfoReport reportOn(std::string const& path) {
     return guarded(path, [&] { return gather(photo); });
 }
 
-void print(Arguments const& args, InfoReport const& report, std::ostream& out) {
-    if (args.json)
-        printJson(report, out);
-    else if (args.list)
-        printLine(report, out);
-    else
-        printText(report, out);
+std::string print(Arguments const& args, InfoReport const& report) {
+    return args.json ? asJson(report) : args.list ? asLine(report) : asText(report);
 }
 
 } // namespace
@@ -36,18 +29,14 @@ ExitCode info(Arguments const& args) {
     return forEachInput(
         args,
         [&](Input const& input) {
-            std::ostringstream out;
-            bool isWhole = true;
             try {
                 auto const report = reportOn(input.path);
-                print(args, report, out);
-                isWhole = report.damage.empty();
+                auto text = print(args, report) + (apart ? "\n" : "");
+                return report.damage.empty() ? Outcome{Outcome::Kind::DONE, ExitCode::DONE, std::move(text), ""}
+                                             : Outcome{Outcome::Kind::FAILED, ExitCode::BAD_INPUT, std::move(text), ""};
             } catch (Failure const& failure) {
                 return failedReport(args, input.path, failure);
             }
-            auto const text = out.str() + (apart ? "\n" : "");
-            return isWhole ? Outcome{Outcome::Kind::DONE, ExitCode::DONE, text, ""}
-                           : Outcome{Outcome::Kind::FAILED, ExitCode::BAD_INPUT, text, ""};
         },
         Summary::NO);
 }

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <sstream>
+#include <functional>
 #include <string_view>
 
 namespace motionphoto {
@@ -29,15 +29,13 @@ std::string right(std::string const& text, size_t width) {
 }
 
 /// A string from the file, safe for a terminal; a long one is cut.
-std::string shown(std::string text) {
-    size_t const size = text.size();
-    if (size > MAX_SHOWN) {
-        size_t cut = MAX_SHOWN;
-        while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
-            --cut; // not inside a character
-        text.resize(cut);
-    }
-    return escaped(text) + (size > MAX_SHOWN ? "… (" + grouped(size) + " bytes)" : "");
+std::string shown(std::string const& text) {
+    if (text.size() <= MAX_SHOWN)
+        return escaped(text);
+    size_t cut = MAX_SHOWN;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
+        --cut; // not inside a character
+    return escaped(text.substr(0, cut)) + "… (" + grouped(text.size()) + " bytes)";
 }
 
 std::string bytes(uint64_t count) {
@@ -50,73 +48,82 @@ std::string seconds(int64_t us) {
     return text;
 }
 
-/// Label and text in two columns; further lines under one label leave it empty.
+/// Label and text in two columns; further lines under one label leave it empty. The text may come in parts.
 class Rows {
 public:
-    explicit Rows(std::string const& title) : rows(title + '\n') {}
-    void operator()(std::string_view label, std::string_view text) {
+    explicit Rows(std::string const& title) { rows.append(title) += '\n'; }
+    template<class... Parts>
+    void operator()(std::string_view label, Parts const&... parts) {
         rows.append(2, ' ').append(label).append(LABEL_WIDTH - std::min(label.size(), LABEL_WIDTH), ' ');
-        rows.append(text) += '\n';
+        (rows.append(std::string_view(parts)), ...);
+        rows += '\n';
     }
-    std::string const& text() const { return rows; }
+    std::string text() { return std::move(rows); }
 
 private:
     std::string rows;
 };
 
-/// The width of a column of texts, within reason.
-template<class Entries, class Text>
-size_t widthOf(Entries const& entries, Text text) {
-    size_t width = 0;
-    for (auto const& entry : entries)
-        width = std::max(width, std::min(text(entry).size(), MAX_COLUMN));
-    return width;
-}
+/// One text of each entry as it is shown, filled up to the longest within reason.
+struct Column {
+    template<class Entries, class Text>
+    Column(Entries const& entries, Text text, size_t least = 0) : width(least) {
+        texts.reserve(entries.size());
+        for (auto const& entry : entries) {
+            texts.push_back(shown(text(entry)));
+            width = std::max(width, std::min(texts.back().size(), MAX_COLUMN));
+        }
+        for (auto& each : texts)
+            each = left(std::move(each), width);
+    }
+
+    std::vector<std::string> texts;
+    size_t width;
+};
 
 void printMotionPhoto(Rows& row, InfoReport::MotionPhoto const& motion) {
     auto const& video = motion.video;
-    row("motion photo", (motion.valid ? "yes" : "damaged: " + escaped(motion.reason)) + ", by its " + motion.source +
-                            (motion.format.empty() ? "" : ", format " + motion.format) +
-                            (motion.xmpVersion ? ", XMP version " + std::to_string(motion.xmpVersion) : ""));
-    row("video", bytes(video.size) + " at " + grouped(video.position) + ", " + video.mimeType.value_or("type unknown") +
-                     ", " + (video.durationUs ? seconds(*video.durationUs) : "duration unknown"));
+    row("motion photo", motion.valid ? "yes" : "damaged: " + escaped(motion.reason), ", by its ", motion.source,
+        motion.format.empty() ? "" : ", format ", motion.format,
+        motion.xmpVersion ? ", XMP version " + std::to_string(motion.xmpVersion) : "");
+    row("video", bytes(video.size), " at ", grouped(video.position), ", ", video.mimeType.value_or("type unknown"),
+        ", ", video.durationUs ? seconds(*video.durationUs) : "duration unknown");
     if (video.padding > 0)
-        row("padding", bytes(video.padding) + " between image and video");
+        row("padding", bytes(video.padding), " between image and video");
     if (motion.presentationTimestampUs)
-        row("still moment", seconds(*motion.presentationTimestampUs) + " into the video");
+        row("still moment", seconds(*motion.presentationTimestampUs), " into the video");
 }
 
 void printTrailer(Rows& row, InfoReport::Trailer const& trailer) {
-    row("trailer", grouped(static_cast<uint64_t>(trailer.size)) + " bytes, version " + std::to_string(trailer.version) +
-                       ", " + std::to_string(trailer.records.size()) +
-                       (trailer.records.size() == 1 ? " record" : " records"));
+    row("trailer", grouped(static_cast<uint64_t>(trailer.size)), " bytes, version ", std::to_string(trailer.version),
+        ", ", std::to_string(trailer.records.size()), trailer.records.size() == 1 ? " record" : " records");
     if (trailer.records.empty())
         return;
-    size_t const names = std::max<size_t>(4, widthOf(trailer.records, [](auto& record) { return shown(record.name); }));
-    auto const line = [&](auto const& type, auto const& name, auto const& position, auto const& size) {
-        row("", left(type, 6) + left(name, names) + right(position, 15) + right(size, 15));
+    Column const names(trailer.records, std::mem_fn(&InfoReport::Record::name), 4);
+    auto const line = [&](std::string const& type, std::string const& name, std::string const& position,
+                          std::string const& size) {
+        row("", left(type, 6), name, right(position, 15), right(size, 15));
     };
-    line("type", "name", "position", "size");
-    for (auto const& record : trailer.records)
-        line(std::to_string(record.type), shown(record.name), grouped(record.position), grouped(record.size));
+    line("type", left("name", names.width), "position", "size");
+    for (size_t i = 0; i < trailer.records.size(); ++i) {
+        auto const& record = trailer.records[i];
+        line(std::to_string(record.type), names.texts[i], grouped(record.position), grouped(record.size));
+    }
 }
 
 void printXmp(Rows& row, InfoReport const& report) {
-    std::string label = "XMP";
-    size_t const paths = widthOf(report.properties, [](auto& property) { return shown(property.path); });
-    for (auto const& property : report.properties) {
-        row(label, left(shown(property.path), paths) + "  " + shown(property.value));
-        label.clear();
-    }
+    std::string_view label = "XMP";
+    Column const paths(report.properties, std::mem_fn(&InfoReport::Property::path));
+    for (size_t i = 0; i < report.properties.size(); ++i, label = "")
+        row(label, paths.texts[i], "  ", shown(report.properties[i].value));
     label = "directory";
-    size_t const names = widthOf(report.items, [](auto& item) { return shown(item.semantic); });
-    size_t const mimes = widthOf(report.items, [](auto& item) { return shown(item.mime); });
-    for (auto const& item : report.items) {
+    Column const names(report.items, std::mem_fn(&InfoReport::Item::semantic));
+    Column const mimes(report.items, std::mem_fn(&InfoReport::Item::mime));
+    for (size_t i = 0; i < report.items.size(); ++i, label = "") {
         std::string fields;
-        for (auto const& [name, value] : item.fields)
-            fields += (fields.empty() ? "" : ", ") + shown(name) + " " + shown(value);
-        row(label, left(shown(item.semantic), names) + "  " + left(shown(item.mime), mimes) + "  " + fields);
-        label.clear();
+        for (auto const& [name, value] : report.items[i].fields)
+            fields.append(fields.empty() ? "" : ", ").append(shown(name)).append(" ").append(shown(value));
+        row(label, names.texts[i], "  ", mimes.texts[i], "  ", fields);
     }
 }
 
@@ -185,36 +192,36 @@ Json toJson(InfoReport const& report) {
 
 } // namespace
 
-void printText(InfoReport const& report, std::ostream& out) {
+std::string asText(InfoReport const& report) {
     Rows row(escaped(report.file));
     row("type", report.mimeType);
     row("file", bytes(report.fileSize));
-    row("image", bytes(report.imageSize) + (report.trailer ? " in front of the trailer" : ""));
+    row("image", bytes(report.imageSize), report.trailer ? " in front of the trailer" : "");
     if (report.motionPhoto)
         printMotionPhoto(row, *report.motionPhoto);
     else
-        row("motion photo", report.damage.empty() ? "no" : "cannot be told: " + report.damage);
+        row("motion photo", report.damage.empty() ? "no" : "cannot be told: ", report.damage);
     if (report.trailer)
         printTrailer(row, *report.trailer);
     printXmp(row, report);
     if (report.debugInfo)
-        row("debug info", bytes(report.debugInfo->size) + " at " + grouped(report.debugInfo->position));
-    out << row.text();
+        row("debug info", bytes(report.debugInfo->size), " at ", grouped(report.debugInfo->position));
+    return row.text();
 }
 
-void printLine(InfoReport const& report, std::ostream& out) {
-    out << left(escaped(report.file), 40) << "  " << left(report.mimeType, 10) << "  ";
+std::string asLine(InfoReport const& report) {
+    std::string const start = left(escaped(report.file), 40) + "  " + left(report.mimeType, 10) + "  ";
     if (!report.motionPhoto)
-        out << (report.damage.empty() ? "no motion photo\n" : "damaged, cannot be told\n");
-    else if (!report.motionPhoto->valid)
-        out << "damaged motion photo\n";
-    else
-        out << bytes(report.motionPhoto->video.size) << " of " << report.motionPhoto->video.mimeType.value_or("video")
-            << " at " << grouped(report.motionPhoto->video.position) << " (" << report.motionPhoto->source << ")\n";
+        return start + (report.damage.empty() ? "no motion photo\n" : "damaged, cannot be told\n");
+    if (!report.motionPhoto->valid)
+        return start + "damaged motion photo\n";
+    auto const& video = report.motionPhoto->video;
+    return start + bytes(video.size) + " of " + video.mimeType.value_or("video") + " at " + grouped(video.position) +
+           " (" + report.motionPhoto->source + ")\n";
 }
 
-void printJson(InfoReport const& report, std::ostream& out) {
-    out << jsonLine(report.file, toJson(report));
+std::string asJson(InfoReport const& report) {
+    return jsonLine(report.file, toJson(report));
 }
 
 Outcome failedReport(Arguments const& args, std::string const& file, Failure const& failure) {

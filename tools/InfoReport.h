@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -71,11 +70,11 @@ struct InfoReport {
 /// Reads headers and the XMP packet, of the video no more than its description. Throws what the library throws.
 InfoReport gather(Photo const& photo);
 
-void printText(InfoReport const& report, std::ostream& out);
+std::string asText(InfoReport const& report);
 /// One line: file, kind, and where the video is.
-void printLine(InfoReport const& report, std::ostream& out);
+std::string asLine(InfoReport const& report);
 /// One object on one line, docs/json.md. Bytes that are no UTF-8 become the replacement character.
-void printJson(InfoReport const& report, std::ostream& out);
+std::string asJson(InfoReport const& report);
 /// A failure as the outcome of a file that was reported on: with its object where --json was given.
 Outcome failedReport(Arguments const& args, std::string const& file, Failure const& failure);
 
