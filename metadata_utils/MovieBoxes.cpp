@@ -124,9 +124,12 @@ std::optional<MovieBox> findBox(MediaFile const& file, uint32_t from, uint32_t e
 }
 
 Walk walk(MediaFile const& file, uint32_t position, uint32_t size) {
+    return walk(file, position, size, file.size());
+}
+
+Walk walk(MediaFile const& file, uint32_t position, uint32_t size, uint32_t fileSize) {
     Walk walk;
     walk.end = position;
-    uint32_t const fileSize = file.size();
     if (!rangeFits(position, size, fileSize)) {
         walk.fault =
             std::to_string(size) + " bytes" + at(position) + " do not lie in a file of " + std::to_string(fileSize);

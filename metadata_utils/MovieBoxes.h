@@ -52,8 +52,9 @@ struct Walk {
     bool isSound() const { return fault.empty(); }
 };
 
-/// Reads box headers only, at most MAX_BOXES of them.
+/// Reads box headers only, at most MAX_BOXES of them. For who has just asked for the file's size, it is given.
 Walk walk(MediaFile const& file, uint32_t position, uint32_t size);
+Walk walk(MediaFile const& file, uint32_t position, uint32_t size, uint32_t fileSize);
 
 /// For bytes that no claim bounds: the walk ends without a fault at the first bytes that are no box of a movie, as long
 /// as 'moov' and media have been met. A box of a movie that does not fit is a fault: there the file was cut.

@@ -64,13 +64,12 @@ PhotoLayout::PhotoLayout(MotionPhotoInfoImpl const& view) : file(view.getFile())
 }
 
 void PhotoLayout::begin() {
-    checked::requireAddressable(*file);
+    fileSize = checked::addressableSize(*file);
     auto const type = file->mimeType();
     isHEIC = type == MediaDefs::MimeType::IMAGE_HEIC;
     if (!isHEIC && type != MediaDefs::MimeType::IMAGE_JPEG)
         throw ErrorAt().as(Error::Code::UNSUPPORTED)("a photo is a JPEG or HEIC, not %s",
                                                      MediaDefs::mimeString(type).c_str());
-    fileSize = file->size();
     if (!isHEIC)
         return;
     heif::ByteWindow window(*file);
@@ -167,7 +166,7 @@ MotionVideo PhotoLayout::examine(Source source, uint64_t position, uint64_t size
                                    " are claimed of a file of " + std::to_string(fileSize));
     auto const from = static_cast<uint32_t>(position);
     auto const length = static_cast<uint32_t>(size);
-    auto const walk = movie::walk(*file, from, length);
+    auto const walk = movie::walk(*file, from, length, fileSize);
     MotionVideo video = damaged(source, walk.fault);
     video.status = walk.isSound() ? Status::SOUND : Status::DAMAGED;
     video.position = from;

@@ -88,6 +88,14 @@ std::string tornBoxesIn(std::shared_ptr<MediaFile> const& file) {
     return found == check.findings.end() ? "" : "its boxes do not add up: " + found->found;
 }
 
+/// The library says only that it could not open a file.
+void requireAllowed(std::string const& path, Access access) {
+    if (::access(path.c_str(), R_OK) != 0)
+        throw systemFailure(ExitCode::BAD_INPUT, path, "cannot be read");
+    if (access == Access::READ_WRITE && ::access(path.c_str(), W_OK) != 0)
+        throw systemFailure(ExitCode::WRITE_FAILED, path, "cannot be written");
+}
+
 /// Two that edit one file at a time would spoil it, or lose what one of them did. A file system without locks has none.
 void holdAlone(MediaFile const& file) {
     if (flock(file.getFd(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
@@ -98,19 +106,22 @@ void holdAlone(MediaFile const& file) {
 } // namespace
 
 std::shared_ptr<MediaFile> openFile(std::string const& path, Access access) {
-    // The library opens anything, a pipe too, and says only that it failed: what stands there and what is allowed is
-    // asked first.
+    // The library opens anything, a pipe too: what stands there is asked first.
     struct stat status;
-    if (stat(path.c_str(), &status) != 0 || ::access(path.c_str(), R_OK) != 0)
+    if (stat(path.c_str(), &status) != 0)
         throw systemFailure(ExitCode::BAD_INPUT, path, "cannot be read");
     if (S_ISDIR(status.st_mode))
         throw Failure(ExitCode::BAD_INPUT, path, "is a folder; -r takes the stills in it");
     if (!S_ISREG(status.st_mode))
         throw Failure(ExitCode::BAD_INPUT, path, "is no regular file");
-    if (access == Access::READ_WRITE && ::access(path.c_str(), W_OK) != 0)
-        throw systemFailure(ExitCode::WRITE_FAILED, path, "cannot be written");
-    auto const file =
-        guarded(path, [&] { return std::make_shared<MediaFile>(path, access == Access::READ_WRITE ? "rw" : "r"); });
+    std::shared_ptr<MediaFile> file;
+    try {
+        file =
+            guarded(path, [&] { return std::make_shared<MediaFile>(path, access == Access::READ_WRITE ? "rw" : "r"); });
+    } catch (Failure const&) {
+        requireAllowed(path, access);
+        throw;
+    }
     if (access != Access::READ)
         holdAlone(*file);
     return file;

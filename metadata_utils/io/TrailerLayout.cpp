@@ -15,7 +15,9 @@ namespace android::lumo::trailer {
 namespace {
 
 constexpr char LOG_TAG[] = "QRTInfo";
-/// Enough for the tail of some 80 records, or for a record's fixed fields and its name, in one read.
+/// Enough for the tail of nine records and the mark at its end, of some 80 records, and for a record's fixed fields
+/// and its name, each in one read.
+constexpr uint32_t LAST_READ = 128;
 constexpr uint32_t FIRST_TAIL_READ = 1024;
 constexpr uint32_t FIRST_HEAD_READ = RECORD_HEADER_SIZE + SUB_INFO_LENGTH_SIZE + 64;
 
@@ -68,8 +70,12 @@ void checkEntries(Tail const& tail) {
 ///     4       4      version
 ///     8       4      record count n
 ///     12      12*n   n times header word, offsetFromTail, payload
-std::optional<Tail> readDirectory(MediaFile const& file, uint32_t position, uint32_t size) {
-    ByteBuffer bytes = checked::readAt(file, position, std::min(size, FIRST_TAIL_READ), error());
+///
+/// `last` is what has been read of the file's end.
+std::optional<Tail> readDirectory(MediaFile const& file, uint32_t position, uint32_t size, ByteBuffer const& last) {
+    ByteBuffer bytes = size + TAIL_END_SIZE <= last.size()
+                           ? last.slice(last.size() - TAIL_END_SIZE - size, size)
+                           : checked::readAt(file, position, std::min(size, FIRST_TAIL_READ), error());
     if (!holds(bytes, 0, START_MAGIC))
         return std::nullopt;
     if (size < TAIL_HEADER_SIZE)
@@ -118,17 +124,17 @@ std::optional<Tail> readTail(MediaFile const& file, uint32_t fileSize) {
         LOGI("no end of qrt-tail marker: %s", file.getPath().c_str());
         return std::nullopt;
     }
-    uint32_t const endSize = std::min(fileSize, TAIL_END_SIZE);
-    ByteBuffer const end = checked::readAt(file, fileSize - endSize, endSize, error());
-    if (!holds(end, endSize - MAGIC_SIZE, END_MAGIC)) {
+    uint32_t const lastSize = std::min(fileSize, LAST_READ), endSize = std::min(fileSize, TAIL_END_SIZE);
+    ByteBuffer const last = checked::readAt(file, fileSize - lastSize, lastSize, error());
+    if (!holds(last, lastSize - MAGIC_SIZE, END_MAGIC)) {
         LOGE("no end of qrt-tail marker: %s", file.getPath().c_str());
         return std::nullopt;
     }
-    uint32_t const size = endSize == TAIL_END_SIZE ? word(end, 0) : 0;
+    uint32_t const size = endSize == TAIL_END_SIZE ? word(last, lastSize - TAIL_END_SIZE) : 0;
     LOGI("qrtTailStartSignatureOffset=%d", static_cast<int>(size + TAIL_END_SIZE));
     std::optional<Tail> tail;
     if (size >= MAGIC_SIZE && size <= fileSize - endSize)
-        tail = readDirectory(file, fileSize - endSize - size, size);
+        tail = readDirectory(file, fileSize - endSize - size, size, last);
     if (!tail)
         LOGE("no start of qrt-tail marker");
     else
