@@ -204,7 +204,10 @@ static void visitLeaves(XMP_Node const& node, std::string const& schema, std::st
     auto const size = path.size();
     bool const isArray = XMP_PropIsArray(node.options);
     for (size_t i = 0; i < node.children.size(); ++i) {
-        path += isArray ? "[" + std::to_string(i + 1) + "]" : "/" + node.children[i]->name;
+        if (isArray)
+            path.append("[").append(std::to_string(i + 1)).append("]");
+        else
+            path.append("/").append(node.children[i]->name);
         visitLeaves(*node.children[i], schema, path, visit);
         path.resize(size);
     }

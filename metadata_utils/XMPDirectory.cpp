@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <initializer_list>
 #include <string_view>
 #include <utility>
 
@@ -20,6 +21,18 @@ constexpr char LOG_TAG[] = "XMPInfoImpl";
 constexpr char DIRECTORY[] = "Container:Directory";
 constexpr char ITEM_PREFIX[] = "Item:";
 
+/// Makes room once.
+std::string joined(std::initializer_list<std::string_view> parts) {
+    size_t size = 0;
+    for (auto const part : parts)
+        size += part.size();
+    std::string text;
+    text.reserve(size);
+    for (auto const part : parts)
+        text.append(part);
+    return text;
+}
+
 } // namespace
 
 // An item. ------------------------------------------------------------------------------------------------------------
@@ -28,7 +41,7 @@ XMPItemInfo::XMPItemInfo(std::shared_ptr<XMPPacket> const& packet, int32_t posit
     : meta(packet), index(position), structPath(structPathAt(position)), place(position) {}
 
 std::string XMPItemInfo::structPathAt(int32_t place) {
-    return "Container:Directory[" + std::to_string(place) + "]/Container:Item";
+    return joined({DIRECTORY, "[", std::to_string(place), "]/Container:Item"});
 }
 
 void XMPItemInfo::moveTo(int32_t newPlace) {
@@ -41,7 +54,7 @@ std::string XMPItemInfo::fieldPath(std::string const& field) const {
     auto const isPlain = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; };
     if (!field.empty() && std::isdigit(static_cast<unsigned char>(field[0])) == 0 &&
         std::all_of(field.begin(), field.end(), isPlain))
-        return structPath + "/" + ITEM_PREFIX + field;
+        return joined({structPath, "/", ITEM_PREFIX, field});
     std::string path;
     toolkit([&] {
         SXMPUtils::ComposeStructFieldPath(xmp_ns::CONTAINER, structPath.c_str(), xmp_ns::ITEM,

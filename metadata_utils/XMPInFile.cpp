@@ -6,6 +6,7 @@
 #include "io/ImageMetaReader.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace android::lumo {
@@ -18,10 +19,11 @@ bool isBlank(char c) {
 }
 
 std::string withoutBlanksBehind(std::string text) {
-    auto size = text.size();
-    while (size > 0 && isBlank(text[size - 1]))
-        --size;
-    text.resize(size);
+    constexpr std::string_view MANY = "                ";
+    std::string_view rest = text;
+    while (!rest.empty() && isBlank(rest.back()))
+        rest.remove_suffix(rest.ends_with(MANY) ? MANY.size() : 1);
+    text.resize(rest.size());
     return text;
 }
 

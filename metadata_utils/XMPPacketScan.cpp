@@ -42,6 +42,15 @@ constexpr std::array<uint8_t, 256> RUNS = [] {
     return runs;
 }();
 
+/// Whether eight bytes are a piece of a run that is PLAIN. No sum carries from a byte that is into the next one, and
+/// the highest bit of one that is not gets set.
+bool arePlain(char const* bytes) {
+    constexpr uint64_t ONES = ~uint64_t{0} / 0xFF, HIGH = 0x80 * ONES;
+    uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return ((word | (word + ONES) | (word - ' ' * ONES) | ((word ^ '&' * ONES) - ONES)) & HIGH) == 0;
+}
+
 /// The packet as code units: bytes, or 16-bit numbers of either byte order.
 class Units {
 public:
@@ -89,9 +98,15 @@ public:
         return std::max<size_t>(length, 1);
     }
     /// The first unit from `i` on that a run of this kind does not hold, or size().
-    size_t behindRun(Run run, size_t i) const {
+    template<Run run>
+    size_t behindRun(size_t i) const {
         auto const end = size();
         if (!wide) {
+            constexpr std::string_view MANY = "        "; // half of most packets is room: lines of blanks
+            while ((RUNS[' '] & run) != 0 && i < end && packet.substr(i).starts_with(MANY))
+                i += MANY.size();
+            while (run == PLAIN && i < end && end - i >= MANY.size() && arePlain(packet.data() + i))
+                i += MANY.size();
             auto const* bytes = reinterpret_cast<uint8_t const*>(packet.data());
             while (i < end && (RUNS[bytes[i]] & run) != 0)
                 ++i;
@@ -162,14 +177,15 @@ private:
     /// Counts what stands in front of the next tag, and returns where that begins.
     size_t text(size_t i) {
         auto const end = units.find('<', i);
-        countPieces(i, end, TEXT);
+        countPieces<TEXT>(i, end);
         return end;
     }
 
     /// The parser hands a text over line by line, and ends of lines alone, as what else ends the run.
-    void countPieces(size_t i, size_t end, Run run) {
+    template<Run run>
+    void countPieces(size_t i, size_t end) {
         for (size_t next = 0; i < end; i = next + 1) {
-            next = std::min(units.behindRun(run, i), end);
+            next = std::min(units.behindRun<run>(i), end);
             spend(COST_OF_TEXT_PIECE * ((next > i ? 1U : 0U) + (next < end ? 1U : 0U)));
         }
     }
@@ -178,9 +194,9 @@ private:
     /// escapes of characters.
     void countRepairs() {
         uint64_t repairs = 0;
-        for (size_t i = units.behindRun(PLAIN, 0), next = 0; i < units.size(); i = units.behindRun(PLAIN, next)) {
+        for (size_t i = units.behindRun<PLAIN>(0), next = 0; i < units.size(); i = units.behindRun<PLAIN>(next)) {
             auto const c = units.at(i);
-            auto const length = units.sequenceAt(i);
+            auto const length = c < 0x80 ? 1 : units.sequenceAt(i);
             next = i + length;
             bool const isControl = (c < ' ' && c != '\t' && c != '\n' && c != '\r') || c == 0x7F;
             bool const isEscape = c == '&' && units.startsWith(i, "&#");
@@ -197,7 +213,7 @@ private:
             return units.behind("-->", i + 4);
         if (units.startsWith(i, "<![CDATA[")) {
             auto const end = units.behind("]]>", i + 9);
-            countPieces(i, end, LITERAL);
+            countPieces<LITERAL>(i, end);
             return end;
         }
         throw ErrorAt().as(Error::Code::XMP)("DOCTYPE is not allowed");
@@ -223,7 +239,7 @@ private:
         name(depth, i - nameStart, isItem);
         if (depth + 1 > COMMON_DEPTH && depth + 1 < siblings.size())
             siblings[depth + 1] = 0; // an element of its own
-        for (i = units.behindRun(BETWEEN, i); i < end && units.at(i) != '>'; i = units.behindRun(BETWEEN, i))
+        for (i = units.behindRun<BETWEEN>(i); i < end && units.at(i) != '>'; i = units.behindRun<BETWEEN>(i))
             i = attribute(i);
         if (i >= end)
             return end;
@@ -237,7 +253,7 @@ private:
     /// A name, and the value in quotes behind it; returns the place behind both.
     size_t attribute(size_t nameStart) {
         auto const nameEnd = behindName(nameStart);
-        auto const i = units.behindRun(BEFORE_VALUE, nameEnd);
+        auto const i = units.behindRun<BEFORE_VALUE>(nameEnd);
         if (i >= units.size() || units.at(i) == '>')
             return i;
         auto const end = units.find(units.at(i), i + 1);
@@ -281,7 +297,7 @@ private:
             refuse("what it is made of");
     }
 
-    size_t behindName(size_t i) const { return units.behindRun(NAME, i); }
+    size_t behindName(size_t i) const { return units.behindRun<NAME>(i); }
 
     static constexpr size_t COMMON_DEPTH = 4; ///< x:xmpmeta, rdf:RDF, rdf:Description, property
 
