@@ -159,11 +159,11 @@ void QRTEditImpl::replace(int type, std::string const& name, ByteSource const& d
 
 void QRTEditImpl::settle(int type, std::string const& name, ByteBuffer const& data) {
     auto const* before = records.find(type, name);
-    auto const identity = before != nullptr ? before->identity : nullptr;
-    if (identity != nullptr)
+    auto const identity = before != nullptr ? before->identity : 0;
+    if (identity != 0)
         output().places().erase(identity);
     stage(type, name, ByteSource(std::make_shared<ByteBuffer const>(data)));
-    if (identity != nullptr)
+    if (identity != 0)
         records.find(type, name)->identity = identity;
 }
 

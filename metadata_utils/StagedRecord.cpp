@@ -5,9 +5,19 @@
 #include "ErrorAt.h"
 
 #include <algorithm>
-#include <map>
+#include <atomic>
+#include <unordered_map>
 
 namespace android::lumo {
+
+namespace {
+
+StagedRecord::Identity newIdentity() {
+    static std::atomic<StagedRecord::Identity> last = 0;
+    return ++last;
+}
+
+} // namespace
 
 StagedRecord StagedRecord::inFile(QRTDataInfo const& stored) {
     StagedRecord record;
@@ -16,7 +26,7 @@ StagedRecord StagedRecord::inFile(QRTDataInfo const& stored) {
     record.hasSubInfo = stored.hasSubInfo;
     record.subInfoSize = stored.subInfoPayload;
     record.dataSize = trailer::storedData(stored, 0).size;
-    record.identity = std::make_shared<char>();
+    record.identity = newIdentity();
     return record;
 }
 
@@ -30,7 +40,7 @@ bool StagedRecord::isFileBacked() const {
 void StagedRecord::replaceData(std::variant<InFile, InMemory, DataFile> bytes) {
     source = std::move(bytes);
     dataSize = data().size();
-    identity = std::make_shared<char>();
+    identity = newIdentity();
 }
 
 ByteSource const& StagedRecord::data() const {
@@ -125,18 +135,18 @@ void StagedRecords::settle() {
 bool HandedRecords::take(StagedRecords::List const& theirs, StagedRecords& mine,
                          std::function<void(StagedRecord const&)> const& isNew) {
     bool isAnyNew = false;
-    std::map<StagedRecord::Identity, StagedRecord> before;
+    std::unordered_map<StagedRecord::Identity, StagedRecord const*> before;
     StagedRecords::List all;
     for (auto const& record : mine.all()) {
-        before.emplace(record.identity, record);
+        before.emplace(record.identity, &record);
         if (wasHanded && !known.contains(record.identity))
             all.push_back(record); // found here only
     }
     for (auto const& record : theirs) {
         auto const found = before.find(record.identity);
         bool const isKnown = found != before.end() && known.contains(record.identity);
-        isAnyNew = isAnyNew || !isKnown || !found->second.isInFile();
-        all.push_back(isKnown ? found->second : record);
+        isAnyNew = isAnyNew || !isKnown || !found->second->isInFile();
+        all.push_back(isKnown ? *found->second : record);
         if (!isKnown)
             isNew(record);
         known.insert(record.identity);

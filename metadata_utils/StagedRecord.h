@@ -30,18 +30,19 @@ struct StagedRecord {
         ByteSource data;
         bool isWholeFile = true; ///< put as a file: such records go first in the fast order
     };
-    /// What it is that was staged, however often the record is copied; a put makes a new one.
-    using Identity = std::shared_ptr<char const>;
+    /// What it is that was staged, however often the record is copied; a put makes a new one, unlike any other of the
+    /// process.
+    using Identity = uint64_t;
 
     int32_t type = 0;
-    std::string name;
-    bool hasSubInfo = false;
     uint32_t subInfoSize = 0;
-    ByteBuffer subInfo; ///< of records in memory
     uint32_t dataSize = 0;
-    std::variant<InFile, InMemory, DataFile> source;
+    bool hasSubInfo = false;
     bool wasFileBacked = false; ///< of one in the file: this editor put it there, from a data file
-    Identity identity;          ///< null: nothing is staged yet
+    std::string name;
+    ByteBuffer subInfo; ///< of records in memory
+    std::variant<InFile, InMemory, DataFile> source;
+    Identity identity = 0; ///< 0: nothing is staged yet
 
     /// The record a view found in its file; `record` as it is stored, not where a callback pointed it.
     static StagedRecord inFile(QRTDataInfo const& record);
