@@ -34,10 +34,9 @@ void ByteSource::requireReadable(MediaFile const& output, std::string const& wha
                                               size_t{length});
         return;
     }
-    checked::requireAddressable(*file, at);
+    uint32_t const size = checked::addressableSize(*file, at);
     if (checked::isSameFile(*file, output, at))
         throw at("%s is the file to write: %s", what.c_str(), file->toString().c_str());
-    uint32_t const size = file->size();
     uint32_t const held = size - std::min(size, position);
     if (length == 0 || held < length)
         throw at.as(Error::Code::CHANGED, *file)("%s has %zu bytes, expected %zu", what.c_str(), size_t{held},

@@ -61,7 +61,7 @@ void MotionPhotoCommit::write() {
     outside.toldOf.reset();
 }
 
-/// The trailer is looked at once for everything that is worked out before the first step writes.
+/// The trailer is looked at once for everything that is worked out before a step writes. A HEIC's steps stage records.
 void MotionPhotoCommit::writeSteps(Planned& planned) {
     if (!orgFileSize)
         orgFileSize = parts.view->getFileSize();
@@ -71,15 +71,21 @@ void MotionPhotoCommit::writeSteps(Planned& planned) {
     if (!isWithoutXMP) {
         prepareCommit(planned);
         space.emplace(parts.outputFile, sizes().workSize(), ErrorAt());
-        planned.reset();
-        prepareImageType();
     }
-    planned.reset();
+    auto const forgetPlan = [&, changes = parts.outputFile->changes()] {
+        if (parts.isHEIC || parts.outputFile->changes() != changes)
+            planned.reset();
+    };
+    forgetPlan();
+    if (!isWithoutXMP)
+        prepareImageType();
     LOGI("xmp-isDirty: %d, qrt-isDirty: %d", parts.xmpEdit->isDirty(), parts.qrtEdit->isDirty());
     if (parts.xmpEdit->isDirty() && !isWithoutXMP)
         parts.xmpEdit->commit(parts.outputFile);
+    forgetPlan();
     for (auto const& extra : staged.extras)
         extra.second(parts.outputFile);
+    forgetPlan();
     if (parts.qrtEdit->isDirty())
         parts.qrtEdit->commitPrepared(parts.outputFile);
     if (isWithoutXMP)

@@ -141,7 +141,7 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
         auto const ahead = copy != nullptr ? copy->packetAhead() : PacketAhead();
         editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
         if (copy != nullptr && copy->holdsPacket())
-            editor->getView()->getPacket()->getInFile().trust();
+            editor->getView()->getPacket()->trustFile();
         else if (owner.isXMPStaged() || ahead.isChanged)
             xmpEdit.makeDirty();
     } else if (isFirst) {

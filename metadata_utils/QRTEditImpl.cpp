@@ -311,6 +311,7 @@ void QRTEditImpl::commit() {
     }
     checked::requireEditable(*output().getFile());
     auto const planned = plan();
+    kept.reset(); // from here on the file is another
     if (records.empty() || order.option == Option::WRITE_IN_ORDER || order.option == Option::WRITE_FAST) {
         output().write(planned);
         if (!elsewhere)

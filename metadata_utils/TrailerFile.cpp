@@ -76,21 +76,21 @@ TrailerFile TrailerFile::copiedTo(std::shared_ptr<MediaFile> const& copy) const 
 }
 
 TrailerPlan::Ground TrailerFile::survey(uint32_t boxHeader) const {
-    checked::requireAddressable(*file);
+    uint32_t const fileSize = checked::addressableSize(*file);
     if (!isWhole)
         throw ErrorAt()("the copy that this editor was to write is not complete");
     TrailerPlan::Ground ground;
     ground.boxHeader = boxHeader;
-    ground.fileSize = file->size();
+    ground.fileSize = fileSize;
     ground.version = stored->version;
-    if (unfinished && endsUnfinished(boxHeader > 0)) {
+    if (unfinished && endsUnfinished(fileSize, boxHeader > 0)) {
         if (ground.fileSize <= *unfinished)
             throw ErrorAt().as(Error::Code::CHANGED)("the file has changed since it was read: %zu bytes are left",
                                                      size_t{ground.fileSize});
         ground.image = ground.fileSize - *unfinished;
         return ground;
     }
-    uint32_t const start = stored->requireIn(*file, boxHeader > 0);
+    uint32_t const start = stored->requireIn(*file, fileSize, boxHeader > 0);
     ground.hasTrailer = stored->size > 0;
     ground.image = start - (ground.hasTrailer ? boxHeader : 0);
     if (ground.image == 0)
@@ -99,11 +99,11 @@ TrailerPlan::Ground TrailerFile::survey(uint32_t boxHeader) const {
 }
 
 /// The file ends in what a failed commit left, not in the trailer that stood there before.
-bool TrailerFile::endsUnfinished(bool box) const {
+bool TrailerFile::endsUnfinished(uint32_t fileSize, bool box) const {
     try {
         if (stored->size == 0)
-            return !trailer::readTail(*file);
-        stored->requireIn(*file, box);
+            return !trailer::readTail(*file, fileSize);
+        stored->requireIn(*file, fileSize, box);
         return false;
     } catch (std::exception const&) {
         rethrowUnlessDamage();

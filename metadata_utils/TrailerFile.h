@@ -47,7 +47,7 @@ public:
     void write(TrailerPlan const& planned);
 
 private:
-    bool endsUnfinished(bool box) const;
+    bool endsUnfinished(uint32_t fileSize, bool box) const;
     uint32_t placeOf(StagedRecord const& record) const;
 
     std::shared_ptr<MediaFile> file;

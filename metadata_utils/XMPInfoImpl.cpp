@@ -58,7 +58,7 @@ XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed) : file(viewed
 }
 
 XMPInfoImpl::XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed, std::shared_ptr<XMPPacket> const& packet)
-    : file(viewed), inFile(std::make_unique<XMPInFile>(viewed)) {
+    : file(viewed), areOthersIn(true) {
     adopt(packet);
 }
 
@@ -85,12 +85,28 @@ void XMPInfoImpl::load() {
 }
 
 void XMPInfoImpl::requireUnchanged(ErrorAt at) {
-    inFile->requireUnchanged(at);
-    inFile->requireKeepable(at);
+    if (inFile != nullptr)
+        inFile->requireUnchanged(at);
+    getInFile().requireKeepable(at);
+}
+
+void XMPInfoImpl::trustFile() {
+    isFileTrusted = true;
+    if (inFile != nullptr)
+        inFile->trust();
+}
+
+XMPInFile& XMPInfoImpl::getInFile() const {
+    if (inFile == nullptr) {
+        inFile = std::make_unique<XMPInFile>(file);
+        if (isFileTrusted)
+            inFile->trust();
+    }
+    return *inFile;
 }
 
 void XMPInfoImpl::takeOthers() {
-    if (areOthersIn || inFile->count() < 2)
+    if (areOthersIn || getInFile().count() < 2)
         return;
     inFile->requireKeepable();
     auto merged = copyContents();

@@ -34,7 +34,8 @@ public:
     };
 
     explicit XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed);
-    /// Answers from another packet than the file's, which is read and not parsed.
+    /// Answers from another packet, which holds all that is known of the file's own. That is not looked at before
+    /// somebody asks for it.
     XMPInfoImpl(std::shared_ptr<MediaFile> const& viewed, std::shared_ptr<XMPPacket> const& packet);
 
     /// The view behind any XMPInfo: itself, or the one an editor works on. Throws std::runtime_error when there is
@@ -71,7 +72,7 @@ public:
     /// XMP holds.
     void requireUnchanged(ErrorAt at = ErrorAt());
     /// The packet as the file held it then, without what is staged; not to be changed.
-    std::shared_ptr<XMPPacket> packetInFile() const { return inFile->parsed(); }
+    std::shared_ptr<XMPPacket> packetInFile() const { return getInFile().parsed(); }
     /// Takes in what the file's other packets hold, for who reads or changes what any of them says: an edit writes one
     /// packet over all of them. Throws where they contradict each other, or one could not be kept.
     void takeOthers();
@@ -82,11 +83,13 @@ public:
     /// Goes on with other contents and answers those it had.
     Contents exchange(Contents contents) noexcept;
     /// Whoever asked requireUnchanged() has opened room where the packet stood; what is in memory goes there.
-    void roomOpened() { inFile->roomOpened(); }
+    void roomOpened() { getInFile().roomOpened(); }
 
     std::shared_ptr<MediaFile> const& getFile() const { return file; }
     std::shared_ptr<XMPPacket> const& getMeta() const { return meta; }
-    XMPInFile& getInFile() const { return *inFile; }
+    XMPInFile& getInFile() const;
+    /// The packet that the file holds is one that this library has just written: nothing of it can be lost.
+    void trustFile();
     /// What serializeToBuffer() answered last: the packet a writer has written.
     std::string const& getSerialized() const { return serialized; }
     /// The index of the packet's items; a query may correct an item's place.
@@ -98,7 +101,8 @@ public:
 
 private:
     std::shared_ptr<MediaFile> file;
-    std::unique_ptr<XMPInFile> inFile;
+    mutable std::unique_ptr<XMPInFile> inFile; ///< none: nobody has looked
+    bool isFileTrusted = false;
     bool areOthersIn = false; ///< taken for good
     mutable std::string serialized;
     std::shared_ptr<XMPPacket> meta;

@@ -27,14 +27,15 @@ bool isImageIndex(std::string const& payloadStart) {
 
 /// At the trailer's first record. A damaged trailer is none.
 uint32_t endOfImage(MediaFile const& file) {
+    uint32_t const fileSize = file.size();
     try {
-        if (auto const tail = trailer::readTail(file))
+        if (auto const tail = trailer::readTail(file, fileSize))
             return trailer::startOf(*tail);
     } catch (std::exception const&) {
         rethrowUnlessDamage();
         // Whoever edits the trailer will say so.
     }
-    return file.size();
+    return fileSize;
 }
 
 void logShort(size_t found, uint32_t expected) {

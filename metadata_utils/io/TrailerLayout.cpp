@@ -320,10 +320,10 @@ void requireOwnBox(MediaFile const& file, uint32_t start) {
 
 } // namespace
 
-uint32_t Stored::requireIn(MediaFile const& file, bool box) const {
-    auto const tail = readTail(file);
+uint32_t Stored::requireIn(MediaFile const& file, uint32_t fileSize, bool box) const {
+    auto const tail = readTail(file, fileSize);
     if (!tail && size == 0)
-        return file.size();
+        return fileSize;
     bool isKnown = tail && size > 0 && tail->size == tailSize && tail->position - startOf(*tail) == recordsSize() &&
                    tail->version == version && tail->entries.size() == records.size();
     ReadWindow window(file);

@@ -119,7 +119,7 @@ struct Stored {
     bool holdsSameAs(Stored const& other) const;
     /// Throws CHANGED unless the file ends in exactly this trailer; returns where its records begin, the file's end
     /// without one. In a HEIC (`box`) the trailer must be the last box.
-    uint32_t requireIn(MediaFile const& file, bool box) const;
+    uint32_t requireIn(MediaFile const& file, uint32_t fileSize, bool box) const;
 };
 
 /// The box header in front of the first record of a HEIC's trailer.
