@@ -48,12 +48,15 @@ void CommitFields::prepareXMP() {
         fields.fillPrimary(parts.view->getImageMimeType());
     if (staged.isMotionPhotoXMPRemoved)
         return;
+    fields.fillKinds();
+    if (staged.video && fields.contains() && !fields.isClaimed()) // "0": it had no video
+        fields.dropWithdrawn();
     // The moment alone claimed a video that the first generation or a box has told of so far.
     auto const isTold = [&] {
         return fields.containsOffset() || (parts.isHEIC && heif::TrailingBoxes(parts.outputFile).videosSize() > 0);
     };
     bool const isNewClaim = staged.isTimestampSet && !fields.containsItem() && isTold();
-    if (!fields.contains() || isNewClaim || (staged.video && !fields.isClaimed())) { // "0": it had no video
+    if (!fields.contains() || isNewClaim || (staged.video && !fields.isClaimed())) {
         fields.claim();
         fields.addItem();
     }

@@ -5,6 +5,7 @@
 #include "ErrorAt.h"
 #include "MovieBoxes.h"
 #include "StillEnd.h"
+#include "VideoFields.h"
 #include "XMPEditImpl.h"
 #include "XMPInfoImpl.h"
 #include "io/HEIFMetaWriter.h"
@@ -170,6 +171,8 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
         throw ErrorAt().as(Error::Code::XMP)("the directory takes no item %s", MOTION_PHOTO);
     if (video->semantic != MOTION_PHOTO)
         claims::setField(packet, *video, "Semantic", MOTION_PHOTO);
+    if (video->mime.empty())
+        claims::setField(packet, *video, "Mime", fields.mime);
     claims::setField(packet, *video, motion_names::LENGTH, std::to_string(fields.length));
     claims::setField(packet, *video, motion_names::PADDING, std::to_string(fields.itemPadding));
     if (fields.primaryPadding)
@@ -181,6 +184,7 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
         claims::setField(packet, item, motion_names::PADDING, padding == 0 ? "" : std::to_string(padding));
     }
     view->reindex();
+    VideoFields(edit).fillKinds();
 }
 
 bool takesFields(PhotoLayout const& layout, Fields const& fields) {

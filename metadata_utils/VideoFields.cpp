@@ -16,6 +16,8 @@ namespace {
 
 constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 namespace names = motion_names;
+/// Bytes of which nothing is known.
+constexpr char UNKNOWN_KIND[] = "application/octet-stream";
 
 std::optional<uint32_t> numberOf(std::string const& text) {
     auto const value = claims::parseNumber(text);
@@ -114,6 +116,10 @@ void VideoFields::clear() {
     }
     while (view.containsItemField(ITEM, "Semantic")) // a damaged directory may name it twice
         packet.removeItem(ITEM);
+    if (view.getDirectory().getFirstUnread() != 0) { // it may name it where no view reads
+        claims::remove(*view.getMeta());
+        view.reindex();
+    }
     if (!isPaddingOwn(view))
         packet.replaceItemField(PRIMARY_ITEM, names::PADDING, "0");
 }
@@ -133,6 +139,32 @@ void VideoFields::fillPrimary(MediaDefs::MimeType mime) {
     }
     packet.setItem(PRIMARY_ITEM, mime);
     packet.setItemField(PRIMARY_ITEM, names::PADDING, "0");
+}
+
+void VideoFields::fillKinds() {
+    auto const& directory = view.getDirectory();
+    auto const first = directory.getFirstUnread();
+    auto const name = first != 0 ? directory.nameAt(first) : std::nullopt;
+    if (!name)
+        return;
+    auto const kindOf = [&](std::string const& item) -> std::string {
+        if (item == PRIMARY_ITEM)
+            return MediaDefs::mimeString(view.getFile()->mimeType());
+        return item == ITEM ? MediaDefs::mimeString(MediaDefs::MimeType::VIDEO_MP4) : UNKNOWN_KIND;
+    };
+    for (auto place = first + 1; place <= directory.count(); ++place) {
+        auto const kind = XMPItemInfo::structPathAt(place) + "/Item:Mime";
+        if (auto const behind = directory.nameAt(place); behind && !view.getMeta()->has(xmp_ns::CONTAINER, kind))
+            view.getMeta()->set(xmp_ns::CONTAINER, kind, kindOf(*behind));
+    }
+    packet.setItemField(*name, "Mime", kindOf(*name)); // with it the rest is read
+}
+
+void VideoFields::dropWithdrawn() {
+    while (view.containsItemField(ITEM, "Semantic"))
+        packet.removeItem(ITEM);
+    if (!claims::parseNumber(timestamp()))
+        packet.removeProperty(xmp_ns::CAMERA, TIMESTAMP);
 }
 
 VideoFields::Claim VideoFields::getClaim() const {

@@ -63,6 +63,10 @@ public:
     /// With its kind: views read no further than an item without, and a video's would be put in front of it.
     bool containsPrimary() const;
     void fillPrimary(MediaDefs::MimeType mime);
+    /// The same for the other items: each that has none gets one.
+    void fillKinds();
+    /// What is left of a claim that was taken back without its item and moment: the new video's own item stands last.
+    void dropWithdrawn();
 
     /// What the top-level properties say, to be said again.
     using Claim = std::map<std::string, std::string>;

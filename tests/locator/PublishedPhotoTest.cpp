@@ -123,7 +123,8 @@ TEST(PublishedPhoto, AddsAClipToPhotosOfEveryOriginInThePlaceOfTheOldVideo) {
     TempFile const file(next), sameSize(heicBox("ftyp", "mp42" + bigEndian(0, 4) + "mp42") +
                                         heicBox("mdat", pattern(200'000, 5)) + heicBox("moov", heicBox("skip", "")));
     auto photos = forms(movie);
-    photos.push_back({"a primary of no kind", published(entryOf("Item:Semantic='Primary'"), "", ""), "none"});
+    auto const none = entryOf("Item:Semantic='Primary'"), other = entryOf("Item:Semantic='Other' Item:Length='4'");
+    photos.push_back({"items of no kind", published(none + other + other, "yourmine", ""), "none"});
     for (auto const& [name, photo, source, padding, behind] : photos) {
         std::string const added = edited(photo, [&](auto const& still, auto const& output) {
             auto const used = published::addVideo(still, file.open("r"), {}, output);

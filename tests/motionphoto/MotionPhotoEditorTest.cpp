@@ -88,11 +88,19 @@ TEST(MotionPhotoEditor, AMomentBehindANewVideosEndBecomesItsEndAndIsRefusedWhenI
                    e.getXMPEdit().removeProperty(xmp_ns::CAMERA, "GCamera:MotionPhotoPresentationTimestampUs");
                    e.getXMPEdit().setProperty(TIFF, "Make", std::string(3000, 'm'));
                };
-    for (auto const& edit : {replace, add, loseMoment}) {
-        TempFile const edited(before);
+    // An older claim that was taken back leaves neither its moment nor its item, which stood in front.
+    std::string const withdrawn =
+        JpegBuilder()
+            .xmp(packetOf("Camera:MotionPhoto='0' Camera:MotionPhotoPresentationTimestampUs='soon'",
+                          directoryOf(itemOf("MotionPhoto", "video/mp4") + itemOf("Primary", "image/jpeg"))))
+            .build();
+    for (auto const& [start, edit] :
+         {std::pair(before, replace), {before, add}, {before, loseMoment}, {withdrawn, add}}) {
+        TempFile const edited(start);
         commit(edited, edit);
         auto const view = parsePhoto(edited.path());
         EXPECT_EQ(view->getCaptureTimestampUs(), view->getVideoDurationUs());
+        expectConsistent(edited.path());
     }
 }
 
