@@ -126,7 +126,7 @@ void dropEmptyXMP(FilePtr const& file) {
 /// A claim that does not hold goes alone: what stands behind the picture then is not known to be a video.
 void removeVideo(Arguments const& args, Photo const& photo, FilePtr const& output) {
     auto const removed = published::removeVideo(photo.file, output);
-    if (!removed.isSound() && removed.source != MotionVideo::Source::TRAILER)
+    if (removed.status == MotionVideo::Status::DAMAGED && removed.source != MotionVideo::Source::TRAILER)
         note(args, photo.path(), "its video is damaged (" + removed.reason + "): only what claims it is taken out");
     if (auto const orphan = MotionVideo::scan(output != nullptr ? output : photo.file); orphan.isSound())
         note(args, photo.path(),
@@ -134,13 +134,28 @@ void removeVideo(Arguments const& args, Photo const& photo, FilePtr const& outpu
                  " that nothing claims stays; motionphoto repair --drop-orphans takes it out");
 }
 
+/// Of a video that GCamera:MotionPhoto itself says is not there. A text that is no packet speaks of none.
+bool hasWithdrawnClaim(Photo const& photo) {
+    try {
+        auto const names = XMPInfo::parse(photo.file)->getPropertyNames();
+        return std::any_of(names.begin(), names.end(), [](std::string const& name) {
+            return name.starts_with("GCamera:MotionPhoto") || name.starts_with("GCamera:MicroVideo");
+        });
+    } catch (Error const& error) {
+        if (error.code() != Error::Code::XMP)
+            throw;
+        return false;
+    }
+}
+
 bool stillAlone(Arguments const& args, Photo const& photo, FilePtr const& output) {
-    if (photo.hasClaim()) {
+    if (!photo.hasClaim())
+        photo.requireReadable();
+    if (photo.hasClaim() || hasWithdrawnClaim(photo)) {
         removeVideo(args, photo, output);
         dropEmptyXMP(output != nullptr ? output : photo.file);
         return true;
     }
-    photo.requireReadable();
     if (output != nullptr)
         copyWhole(photo, output);
     return output != nullptr;

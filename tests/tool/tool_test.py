@@ -249,7 +249,8 @@ class ToolTest(unittest.TestCase):
         self.done("add", "still.jpg", "clip.mp4", "--at", "1500ms", "-o", "photo.jpg", "--force")
         self.tool("split", "photo.jpg", "-d", "parts")
         self.assertEqual(self.read("parts/photo.mp4"), CLIP)
-        for photo, still in (("photo.jpg", "alone.jpg"), ("still.jpg", "copy.jpg")):
+        self.done("xmp", "set", "GCamera:MotionPhoto", "0", "still.jpg", "-o", "no.jpg")
+        for photo, still in (("photo.jpg", "alone.jpg"), ("still.jpg", "copy.jpg"), ("no.jpg", "bare.jpg")):
             self.done("still", photo, "-o", still)
             self.assertEqual(self.read(still), STILL)
         self.done("carry", "photo.jpg", "--into", "alone.jpg", "-o", "again.jpg")
