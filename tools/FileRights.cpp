@@ -75,9 +75,10 @@ FileRights FileRights::of(int fd) {
     return {status.st_uid, status.st_gid, status.st_mode & PERMISSIONS, accessListOf(fd)};
 }
 
-FileState FileState::of(int fd) {
+FileState FileState::of(int fd, std::string const& path) {
     struct stat status {};
-    fstat(fd, &status);
+    if (fstat(fd, &status) != 0)
+        throw systemFailure(ExitCode::BAD_INPUT, path, "cannot be asked for its size");
     return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
 }
 

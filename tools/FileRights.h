@@ -26,7 +26,8 @@ struct FileState {
     timespec modified{};
     timespec changed{};
 
-    static FileState of(int fd);
+    /// A Failure where the system does not tell.
+    static FileState of(int fd, std::string const& path);
     /// Whether it is what stands under the name now.
     bool standsAt(std::string const& path) const;
 };

@@ -143,7 +143,7 @@ std::string readAt(MediaFile const& file, uint64_t at, uint64_t size) {
 }
 
 Photo::Photo(std::string const& path, Access access, Look look)
-    : file(openFile(path, access)), opened(FileState::of(file->getFd())),
+    : file(openFile(path, access)), opened(FileState::of(file->getFd(), path)),
       parsed(guarded(path,
                      [&] {
                          requireStill(file);

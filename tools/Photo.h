@@ -39,7 +39,7 @@ struct Photo {
     Photo(std::string const& path, Access access, Look look = Look::VIDEO);
 
     std::string const& path() const { return file->getPath(); }
-    uint64_t size() const { return file->size(); }
+    uint64_t size() const { return static_cast<uint64_t>(opened.size); }
     bool hasClaim() const { return video.status != android::lumo::MotionVideo::Status::NONE; }
     /// The view of the library's own trailer, XMP and all.
     std::shared_ptr<android::lumo::MotionPhotoInfo> view() const;

@@ -20,7 +20,7 @@ namespace {
 /// The file's bytes through one window.
 class Window {
 public:
-    explicit Window(MediaFile const& source) : file(source), total(source.size()) {}
+    explicit Window(Photo const& photo) : file(*photo.file), total(photo.size()) {}
 
     uint64_t end() const { return total; }
     int at(uint64_t position) {
@@ -213,7 +213,7 @@ void mapGap(Window& window, uint64_t from, uint64_t to, bool hasTrailer, std::ve
 } // namespace
 
 std::vector<Region> mapOf(Photo const& photo) {
-    Window window(*photo.file);
+    Window window(photo);
     std::vector<Region> regions;
     bool const isJpeg = photo.file->mimeType() == MediaDefs::MimeType::IMAGE_JPEG;
     uint64_t position = isJpeg ? mapJpeg(window, 0, regions) : mapBoxes(window, regions);
