@@ -33,8 +33,10 @@ bool isFailedWrite(Error const& error, bool inOutput) {
     std::string text = error.what();
     if (auto const torn = error.code() == Error::Code::DAMAGED ? tornBoxesOf(input) : ""; !torn.empty())
         text.replace(text.size() - withoutSource(text).size(), std::string::npos, torn);
-    if (error.code() == Error::Code::XMP)
-        text.insert(text.size() - withoutSource(text).size(), "unusable XMP: ");
+    if (error.code() == Error::Code::XMP) {
+        auto const other = otherTextIn(input);
+        text.insert(text.size() - withoutSource(text).size(), other.empty() ? "unusable XMP: " : other);
+    }
     throw Failure(wrote ? ExitCode::WRITE_FAILED : ExitCode::BAD_INPUT, subject, text);
 }
 

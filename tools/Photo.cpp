@@ -2,6 +2,7 @@
 #include "Photo.h"
 
 #include "PhotoCheck.h"
+#include "io/HEIFMetaReader.h"
 
 #include <algorithm>
 #include <array>
@@ -195,6 +196,19 @@ std::shared_ptr<MediaFile> openVideo(std::string const& path, Photo const& photo
 std::string tornBoxesOf(std::string const& path) {
     try {
         return tornBoxesIn(std::make_shared<MediaFile>(path, "r"));
+    } catch (std::exception const&) {
+        return ""; // another error is told already
+    }
+}
+
+std::string otherTextIn(std::string const& path) {
+    try {
+        auto const file = std::make_shared<MediaFile>(path, "r");
+        if (file->mimeType() != MediaDefs::MimeType::IMAGE_HEIC)
+            return "";
+        auto const item = HEIFMetaReader(file, ParseMode::LAZY).getXMPItem();
+        return item && !item->isPacket ? "what stands where its XMP is read from is not plain application/rdf+xml: "
+                                       : "";
     } catch (std::exception const&) {
         return ""; // another error is told already
     }

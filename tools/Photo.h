@@ -69,6 +69,10 @@ void requireOtherThanRoom(Photo const& photo, android::lumo::Error const& refusa
 /// Where a HEIC's boxes stop adding up, in a person's words; empty where they do, and for what cannot be looked at.
 std::string tornBoxesOf(std::string const& path);
 
+/// Views take the first text that describes a HEIC's picture for its XMP, of whatever type: what to say of another one
+/// that they cannot read, empty for XMP and for what cannot be looked at.
+std::string otherTextIn(std::string const& path);
+
 /// Finds the blocks of a still's metadata. What the system refuses to read throws, it is no absent block.
 std::unique_ptr<android::lumo::ImageMetaReader> blocksOf(std::shared_ptr<android::lumo::MediaFile> const& still);
 
