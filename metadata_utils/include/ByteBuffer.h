@@ -14,8 +14,9 @@ namespace android::lumo {
 
 /// An owned, growable run of bytes: what a record of a still's trailer, a packet or a video is while it is in memory.
 ///
-/// Sizes are bytes and stay below 2^31. Integers go in and come out in the machine's own order; callers swap big-endian
-/// fields. A moved-from buffer is empty (size 0, capacity 0). Not synchronised.
+/// Sizes are bytes and stay below 2^31: put() sees to it, and who hands in a vector does. Integers go in and come out
+/// in the machine's own order; callers swap big-endian fields. A moved-from buffer is empty (size 0, capacity 0). Not
+/// synchronised.
 class METADATA_UTILS_EXPORT ByteBuffer {
 public:
     /// Empty, without storage.

@@ -3,7 +3,8 @@
 
 #include "Error.h"
 
-/// The one public header that includes the XMP Toolkit SDK, for clients that look at what the toolkit reported.
+/// The one public header that includes the XMP Toolkit SDK, for clients that look at what the toolkit reported. They
+/// have the SDK's public/include in their path, which is not installed with this library; others catch Error.
 #pragma GCC visibility push(default)
 #ifndef UNIX_ENV
 #define UNIX_ENV 1
