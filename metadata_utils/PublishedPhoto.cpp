@@ -58,7 +58,7 @@ Cut planBoxCut(PhotoLayout const& layout) {
     auto const& box = *layout.videoBox;
     bool const isBehind = box.position >= layout.topLevel.endOfImage();
     if (isBehind)
-        heif::TrailingBoxes(layout.file).requireNoItemBehind(box.position);
+        heif::TrailingBoxes(layout.file).requireVideosBehindCanGo(box.position);
     return {box.size, layout.fileSize - box.end(), false, 0, isBehind, !isBehind};
 }
 
@@ -86,12 +86,6 @@ Cut planCut(PhotoLayout const& layout, MotionVideo const& video) {
     cut.size = end - start;
     cut.behind = layout.fileSize - end;
     return cut;
-}
-
-void takeBoxesOut(std::shared_ptr<MediaFile> const& file) {
-    heif::TrailingBoxes boxes(file);
-    auto const videos = boxes.videos();
-    std::for_each(videos.rbegin(), videos.rend(), [&](auto const& box) { boxes.takeOut(box); });
 }
 
 void blank(MediaFile& file, uint32_t position, uint32_t size) {
@@ -137,7 +131,7 @@ void takeOut(PhotoLayout const& layout, Cut const& cut, std::shared_ptr<MediaFil
     if (change)
         writeXMP(file, change);
     if (cut.isBox)
-        return takeBoxesOut(file);
+        return void(heif::TrailingBoxes(file).takeVideosBehindOut());
     if (cut.size == 0 || isLeftOut)
         return;
     uint32_t const end = file->size() - cut.behind;

@@ -21,6 +21,8 @@ namespace {
 constexpr char LOG_TAG[] = "HEIFMetaWriter";
 /// Only damage gives a file more than one; each costs a move of all that follows.
 constexpr size_t MAX_DEBUG_INFOS = 16;
+/// Likewise places with videos, other boxes between them.
+constexpr size_t MAX_VIDEO_RUNS = 16;
 
 /// Whether an item's bytes lie in [from, to); those of an item without a length lie where it begins.
 bool reachesInto(FileRange item, uint32_t from, uint32_t to) {
@@ -59,6 +61,20 @@ std::vector<TopLevelBox> TrailingBoxes::videos() const {
     std::copy_if(topLevel().boxes.begin(), topLevel().boxes.end(), std::back_inserter(found),
                  [end = endOfImage()](auto const& box) { return box.type == VIDEO_BOX && box.position >= end; });
     return found;
+}
+
+/// Those that follow each other as one range: however many there are, what stands behind them moves once.
+std::vector<FileRange> TrailingBoxes::videoRuns() const {
+    std::vector<FileRange> runs;
+    for (auto const& box : videos()) {
+        if (!runs.empty() && runs.back().position + runs.back().length == box.position)
+            runs.back().length += box.size;
+        else
+            runs.push_back({box.position, box.size});
+    }
+    if (runs.size() > MAX_VIDEO_RUNS)
+        throw ErrorAt().as(Error::Code::UNSUPPORTED)("videos in %zu places of one file", runs.size());
+    return runs;
 }
 
 uint64_t TrailingBoxes::videosSize() const {
@@ -194,9 +210,19 @@ bool TrailingBoxes::bringTrailerToEnd() {
 }
 
 void TrailingBoxes::takeOut(TopLevelBox const& box) {
-    requireNoItemBehind(box.position);
-    moveRest(file, box.end(), -int64_t{box.size});
+    takeRangeOut({box.position, box.size});
+}
+
+void TrailingBoxes::takeRangeOut(FileRange boxes) {
+    requireNoItemBehind(static_cast<uint32_t>(boxes.position));
+    moveRest(file, static_cast<uint32_t>(boxes.position + boxes.length), -static_cast<int64_t>(boxes.length));
     known.reset();
+}
+
+bool TrailingBoxes::takeVideosBehindOut() {
+    auto const runs = videoRuns();
+    std::for_each(runs.rbegin(), runs.rend(), [&](FileRange run) { takeRangeOut(run); });
+    return !runs.empty();
 }
 
 void TrailingBoxes::blankOut(TopLevelBox const& box) {
@@ -211,26 +237,28 @@ void TrailingBoxes::blankOut(TopLevelBox const& box) {
 bool TrailingBoxes::takeVideosOut() {
     auto const boxes = topLevel().boxes;
     uint32_t const end = endOfImage();
-    bool isAny = false;
+    bool isAny = takeVideosBehindOut();
     for (auto box = boxes.rbegin(); box != boxes.rend(); ++box) {
-        if (box->type != VIDEO_BOX)
+        if (box->type != VIDEO_BOX || box->position >= end)
             continue;
-        box->position >= end ? takeOut(*box) : blankOut(*box);
+        blankOut(*box);
         isAny = true;
     }
     return isAny;
 }
 
 void TrailingBoxes::requireVideosCanGo(uint32_t from) const {
+    uint32_t const end = endOfImage();
     for (auto const& box : topLevel().boxes) {
-        if (box.type != VIDEO_BOX)
-            continue;
-        if (box.position < endOfImage())
+        if (box.type == VIDEO_BOX && box.position < end)
             requireNoItemIn(box.position, box.end());
-        else
-            from = std::min(from, box.position);
     }
-    requireNoItemBehind(from);
+    requireVideosBehindCanGo(from);
+}
+
+void TrailingBoxes::requireVideosBehindCanGo(uint32_t from) const {
+    auto const runs = videoRuns();
+    requireNoItemBehind(runs.empty() ? from : std::min(from, static_cast<uint32_t>(runs.front().position)));
 }
 
 /// The room comes first, so that the boxes add up to the file at every step.

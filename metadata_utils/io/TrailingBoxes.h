@@ -76,8 +76,12 @@ public:
     void blankOut(TopLevelBox const& box);
     /// Either of the two for every video box of the file; false when it has none.
     bool takeVideosOut();
+    /// Those behind the image alone. More than 16 places with videos throw before a byte moves.
+    bool takeVideosBehindOut();
     /// Throws what that, and a move of all that stands from `from` on, can be foreseen to fail for.
     void requireVideosCanGo(uint32_t from) const;
+    /// The same for those behind the image alone.
+    void requireVideosBehindCanGo(uint32_t from) const;
 
     /// Opens room at `position`, in front of what stands there, and puts a box with a video of so many bytes there;
     /// `write` writes them from the file's position on. One that cannot be finished is taken out again. Returns where
@@ -96,6 +100,8 @@ public:
 
 private:
     TopLevel const& topLevel() const;
+    std::vector<FileRange> videoRuns() const;
+    void takeRangeOut(FileRange boxes);
     TopLevelBox const* hiddenTrailer() const;
     bool endsTrailer(TopLevelBox const& box) const;
     bool hasTrailer() const;
