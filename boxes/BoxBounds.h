@@ -176,7 +176,6 @@ public:
 
     uint8_t u8() { return static_cast<uint8_t>(number(1)); }
     uint16_t u16() { return static_cast<uint16_t>(number(2)); }
-    uint32_t u24() { return static_cast<uint32_t>(number(3)); }
     uint32_t u32() { return static_cast<uint32_t>(number(4)); }
 
     /// A string that ends with a zero byte, without it; all that is left where the zero is missing.

@@ -320,6 +320,13 @@ void readExactly(MediaFile const& file, uint32_t position, void* buffer, size_t 
         throw at.as(Error::Code::DAMAGED)("fail to read bytes: %zu, expected %zu", count, n);
 }
 
+Metadata::Loader loaderOf(std::shared_ptr<MediaFile> const& file) {
+    return [file](uint32_t position, uint32_t count) {
+        seek(*file, position);
+        return file->read<char>(count);
+    };
+}
+
 ByteBuffer readAt(MediaFile const& file, uint32_t position, uint32_t n, ErrorAt at) {
     // What is small is read without asking for the file's size; what is not is not allocated before it is known to fit.
     uint64_t const held = n > SMALL_READ ? sizeOnDisk(file, at) : UINT64_MAX;

@@ -4,6 +4,7 @@
 #include "ByteBuffer.h"
 #include "ErrorAt.h"
 #include "MediaFile.h"
+#include "Metadata.h"
 
 #include <cstdint>
 #include <memory>
@@ -102,6 +103,9 @@ void readAgain(MediaFile const& file, uint64_t position, void* buffer, size_t n,
 /// Reads a range once, up to `block` bytes at a time, so that a move of it will not end halfway: bytes that cannot be
 /// read throw READ_FAILED, a file that has become shorter CHANGED.
 void requireReadable(MediaFile const& file, uint32_t position, uint32_t n, uint32_t block, ErrorAt at = ErrorAt());
+
+/// Reads a block of the file for whoever found it; fewer bytes come back where the file ends.
+Metadata::Loader loaderOf(std::shared_ptr<MediaFile> const& file);
 
 /// Exactly `n` bytes from `position`; the range must lie in the file, else "fail to read bytes: %zu, expected %zu". The
 /// file's position stays.

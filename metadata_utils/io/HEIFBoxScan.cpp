@@ -88,11 +88,15 @@ std::span<uint8_t const> ByteWindow::upTo(uint32_t position, uint32_t n) {
 
 void ByteWindow::refill(uint32_t position, uint32_t n) {
     held = {};
-    buffer.resize(std::min(std::max(n, WINDOW), total - position));
+    size_t const wanted = std::min(std::max(n, WINDOW), total - position);
+    if (wanted > capacity) {
+        buffer.reset(new uint8_t[wanted]);
+        capacity = wanted;
+    }
     size_t count = 0;
     while (count < n) {
-        ssize_t const got = pread64(file->getFd(), buffer.data() + count, buffer.size() - count,
-                                    static_cast<off64_t>(position + count));
+        ssize_t const got =
+            pread64(file->getFd(), buffer.get() + count, wanted - count, static_cast<off64_t>(position + count));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
@@ -101,7 +105,7 @@ void ByteWindow::refill(uint32_t position, uint32_t n) {
                                           got < 0 ? std::strerror(errno) : "end of file");
         count += static_cast<size_t>(got);
     }
-    held = std::span<uint8_t const>(buffer).first(count);
+    held = {buffer.get(), count};
     heldAt = position;
 }
 

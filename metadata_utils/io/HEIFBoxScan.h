@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -43,7 +44,8 @@ private:
     std::span<uint8_t const> held; ///< the bytes of `buffer`, or all of the memory
     uint32_t heldAt = 0;           ///< their position
     uint32_t total = 0;
-    std::vector<uint8_t> buffer;
+    std::unique_ptr<uint8_t[]> buffer; ///< not zeroed
+    size_t capacity = 0;
 };
 
 struct TopLevelBox {

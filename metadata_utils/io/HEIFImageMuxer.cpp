@@ -162,9 +162,9 @@ ImagePart ImageMuxer::dumpImage() {
     return image;
 }
 
-uint32_t ImageMuxer::getMetadataOffset(uint32_t* size) {
+uint32_t ImageMuxer::getMetadataOffset() {
     uint32_t offset = 0;
-    requireOk(reader, hboxm_get_metadata_offset(muxer.get(), &offset, size), "[HEIFController]not alloc xmp buffer");
+    requireOk(reader, hboxm_get_metadata_offset(muxer.get(), &offset, nullptr), "[HEIFController]not alloc xmp buffer");
     return offset;
 }
 

@@ -20,8 +20,8 @@ public:
 
     /// The new image part, with room for so many bytes of XMP, and for the least that is made. Once.
     ImagePart write(uint32_t room);
-    /// Where the room stands in it, and its size.
-    uint32_t getMetadataOffset(uint32_t* size = nullptr);
+    /// Where the room stands in it.
+    uint32_t getMetadataOffset();
 
 private:
     void copyCover(uint32_t xmpSize);

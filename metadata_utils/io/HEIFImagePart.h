@@ -36,7 +36,8 @@ struct ImagePart {
 
     std::unique_ptr<uint8_t[]> bytes;
     uint32_t size;
-    std::vector<Unchanged> unchanged; ///< in the order of both
+    std::vector<Unchanged> unchanged;        ///< in the order of both
+    uint32_t roomPosition = 0, roomSize = 0; ///< for XMP, where a reader finds it
 };
 
 } // namespace android::lumo::heif

@@ -266,7 +266,7 @@ std::string Items::refusalToWrite(ItemLocation const& location, TopLevel const& 
     return isShared ? "its bytes belong to another item as well" : "";
 }
 
-void requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_t size) {
+uint32_t requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_t size) {
     ByteWindow window(image);
     TopLevel const topLevel = scanWhole(window);
     auto const* meta = topLevel.find(boxType("meta"));
@@ -284,6 +284,7 @@ void requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_
             "room for XMP would not be found in the image: another item comes first");
     if (std::string const refusal = items.refusalToWrite(*place, topLevel); !refusal.empty())
         throw ErrorAt().as(Error::Code::UNSUPPORTED)("room for XMP could not be used: %s", refusal.c_str());
+    return place->length;
 }
 
 } // namespace android::lumo::heif

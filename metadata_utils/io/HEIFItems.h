@@ -73,7 +73,7 @@ private:
 };
 
 /// Throws when XMP in an image held in memory would not be found at `offset`, with room for `size` bytes, or could not
-/// be written there: no file is restructured for that.
-void requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_t size);
+/// be written there: no file is restructured for that. Returns the room there is.
+uint32_t requireRoomIsFound(std::span<uint8_t const> image, uint32_t offset, uint32_t size);
 
 } // namespace android::lumo::heif

@@ -252,8 +252,12 @@ uint32_t HEIFMetaReader::getFileSize() const {
 // The images. ---------------------------------------------------------------------------------------------------------
 
 void HEIFMetaReader::init() {
-    heif::ByteWindow window(*file);
-    stream = std::make_unique<heif::ImageStream>(file, heif::scanTopLevel(window).endOfImage());
+    uint32_t imageLength = endOfImage;
+    if (imageLength == 0) {
+        heif::ByteWindow window(*file);
+        imageLength = heif::scanTopLevel(window).endOfImage();
+    }
+    stream = std::make_unique<heif::ImageStream>(file, imageLength);
     auto const callbacks = heif::ImageStream::callbacks();
     int32_t error = HBOX_OK;
     demuxer = hboxd_create(&callbacks, stream.get(), &error);

@@ -109,12 +109,11 @@ Metadata HEIFMetaWriter::reserveXMP(unsigned int size) {
     uint32_t const inputSize = reader->getFileSize();
     if (reader->getExternalMetadataPosition({boxTypeText(TRAILER_BOX), "free", boxTypeText(VIDEO_BOX)}) == 0)
         LOGD("no external metadata box given");
-    uint32_t const imageLength = reader->getEndOfImagePosition(true);
+    uint32_t const imageLength = reader->getEndOfImagePosition(false); // that look has found it
     auto image = imageWithRoom(size);
     replaceImagePart(imageLength, image);
     rescan();
-    auto const rooms = reader->findAllXMP();
-    Metadata const room = rooms.empty() ? Metadata() : rooms.front();
+    Metadata const room{MediaDefs::MetaType::XMP, image.roomPosition, image.roomSize, 0, checked::loaderOf(file)};
     LOGI("reserve_xmp done: input-size=%ld, reserved-size=%d, output-size=%lu, xmp-offset=%ld",
          static_cast<long>(inputSize), static_cast<int>(size), static_cast<unsigned long>(image.size),
          static_cast<long>(room.position));
@@ -138,11 +137,9 @@ void HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bo
     }
     uint32_t const oldSize = reader->getEndOfImagePosition(true);
     auto const image = imageWithRoom(roomFor(needed));
-    uint32_t size = 0;
-    uint32_t const offset = muxer->getMetadataOffset(&size);
-    packet.resize(std::max<size_t>(size, packet.size()), BLANK);
+    packet.resize(std::max<size_t>(image.roomSize, packet.size()), BLANK);
     if (isWanted)
-        std::copy(packet.begin(), packet.end(), image.bytes.get() + offset);
+        std::copy(packet.begin(), packet.end(), image.bytes.get() + image.roomPosition);
     image.putInto(copy, oldSize);
 }
 
@@ -154,7 +151,8 @@ heif::ImagePart HEIFMetaWriter::imageWithRoom(unsigned int size) {
     requireReplaceableXMP();
     muxer = std::make_unique<heif::ImageMuxer>(*reader);
     auto image = muxer->write(size);
-    heif::requireRoomIsFound(image.span(), muxer->getMetadataOffset(), size);
+    image.roomPosition = muxer->getMetadataOffset();
+    image.roomSize = heif::requireRoomIsFound(image.span(), image.roomPosition, size);
     return image;
 }
 

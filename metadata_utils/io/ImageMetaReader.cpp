@@ -8,10 +8,7 @@
 namespace android::lumo {
 
 ImageMetaReader::ImageMetaReader(std::shared_ptr<MediaFile> const& source, ParseMode parseMode)
-    : file(source), mode(parseMode), loader([source](uint32_t position, uint32_t count) {
-          checked::seek(*source, position);
-          return source->read<char>(count);
-      }) {}
+    : file(source), mode(parseMode), loader(checked::loaderOf(source)) {}
 
 ImageMetaReader::~ImageMetaReader() = default;
 
