@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 namespace android::lumo {
 
@@ -13,6 +14,20 @@ constexpr char lowered(char c) {
 
 inline std::string lowered(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](char c) { return lowered(c); });
+    return text;
+}
+
+/// As XML has it.
+constexpr bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+/// The text without the blanks behind it, of which there may be thousands; the caller says what is one.
+template<class IsBlank>
+std::string_view withoutBlanksBehind(std::string_view text, IsBlank isOne) {
+    constexpr std::string_view MANY = "                ";
+    while (!text.empty() && isOne(text.back()))
+        text.remove_suffix(text.ends_with(MANY) ? MANY.size() : 1);
     return text;
 }
 

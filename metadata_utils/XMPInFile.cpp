@@ -2,6 +2,7 @@
 #include "XMPInFile.h"
 
 #include "CheckedFile.h"
+#include "Text.h"
 #include "XMPKept.h"
 #include "io/ImageMetaReader.h"
 
@@ -13,17 +14,9 @@ namespace android::lumo {
 
 namespace {
 
-/// Packets end with some hundreds of them.
-bool isBlank(char c) {
-    return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\0';
-}
-
+/// Packets end with some hundreds of blanks.
 std::string withoutBlanksBehind(std::string text) {
-    constexpr std::string_view MANY = "                ";
-    std::string_view rest = text;
-    while (!rest.empty() && isBlank(rest.back()))
-        rest.remove_suffix(rest.ends_with(MANY) ? MANY.size() : 1);
-    text.resize(rest.size());
+    text.resize(lumo::withoutBlanksBehind(text, [](char c) { return isBlank(c) || c == '\0'; }).size());
     return text;
 }
 

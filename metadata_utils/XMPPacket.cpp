@@ -54,7 +54,7 @@ std::shared_ptr<XMPPacket> XMPPacket::clone() const {
     return copied;
 }
 
-void XMPPacket::parse(std::string const& text) {
+void XMPPacket::parse(std::string_view text) {
     constexpr XMP_Uns32 NOTIFY_ALWAYS = 0;
     toolkit([&] {
         changing().SetErrorCallback(refuseToRecover, nullptr, NOTIFY_ALWAYS);
@@ -386,9 +386,11 @@ std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text) {
     auto packet = std::make_shared<XMPPacket>();
     if (text.find_first_not_of(BLANKS) == std::string::npos)
         return packet;
-    countNamespaces(refuseHostilePacket(text));
+    auto const scanned = refuseHostilePacket(text);
+    countNamespaces(scanned.namespaces);
     auto const longer = withLongReferences(text);
-    packet->parse(longer.empty() ? text : longer);
+    std::string_view const whole = longer.empty() ? text : longer;
+    packet->parse(whole.substr(0, whole.size() - scanned.room));
     nestTypedEntries(*packet);
     return packet;
 }

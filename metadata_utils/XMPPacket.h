@@ -32,7 +32,7 @@ public:
     /// A copy that shares nothing.
     std::shared_ptr<XMPPacket> clone() const;
     /// Reads a whole packet into this empty one; a text that is not wholly XMP throws.
-    void parse(std::string const& text);
+    void parse(std::string_view text);
     /// Compact, without packet wrapper and padding.
     std::string serialize() const;
     std::string dump() const;

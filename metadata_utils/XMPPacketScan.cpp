@@ -2,6 +2,7 @@
 #include "XMPPacketScan.h"
 
 #include "ErrorAt.h"
+#include "Text.h"
 #include "XMPLimits.h"
 
 #include <algorithm>
@@ -41,6 +42,14 @@ constexpr std::array<uint8_t, 256> RUNS = [] {
     }
     return runs;
 }();
+
+/// What the toolkit and editors write behind a packet's room: writable or read-only.
+constexpr std::string_view END_MARKS[] = {R"(<?xpacket end="w"?>)", R"(<?xpacket end='w'?>)", R"(<?xpacket end="r"?>)",
+                                          R"(<?xpacket end='r'?>)"};
+
+bool isEndMark(std::string_view text) {
+    return std::find(std::begin(END_MARKS), std::end(END_MARKS), text) != std::end(END_MARKS);
+}
 
 /// Whether eight bytes are a piece of a run that is PLAIN. No sum carries from a byte that is into the next one, and
 /// the highest bit of one that is not gets set.
@@ -149,13 +158,13 @@ void refuse(char const* what) {
 
 class PacketScan {
 public:
-    explicit PacketScan(std::string_view packet)
-        : units(packet), size(packet.size()), maxDepth(size <= SMALL_PACKET ? MAX_DEPTH_SMALL : MAX_DEPTH) {
+    explicit PacketScan(std::string_view text)
+        : packet(text), units(text), size(text.size()), maxDepth(size <= SMALL_PACKET ? MAX_DEPTH_SMALL : MAX_DEPTH) {
         if (size > MAX_PACKET)
             refuse("bytes");
     }
 
-    std::vector<std::string> run() {
+    ScannedPacket run() {
         if (!units.isWide())
             countRepairs();
         auto const end = units.size();
@@ -170,7 +179,8 @@ public:
             else
                 i = startTag(i + 1);
         }
-        return std::move(namespaces);
+        scanned.room = behindRoot > 0 ? packet.size() - behindRoot : 0; // a mark alone is no packet
+        return std::move(scanned);
     }
 
 private:
@@ -222,6 +232,8 @@ private:
     /// The tree has a node for it as for a piece of text.
     size_t instruction(size_t i) {
         spend(COST_OF_TEXT_PIECE);
+        if (!units.isWide() && isEndMark(packet.substr(i)))
+            behindRoot = withoutBlanksBehind(packet.substr(0, i), isBlank).size();
         return units.behind("?>", i + 2);
     }
 
@@ -266,10 +278,10 @@ private:
 
     void declare(size_t begin, size_t end) {
         std::string uri = units.text(begin, std::min(end, begin + MAX_NAMESPACE_LENGTH + 1));
-        if (namespaces.size() >= MAX_NAMESPACES || uri.size() > MAX_NAMESPACE_LENGTH)
+        if (scanned.namespaces.size() >= MAX_NAMESPACES || uri.size() > MAX_NAMESPACE_LENGTH)
             refuse("namespaces");
         spend(COST_OF_NAME);
-        namespaces.push_back(std::move(uri));
+        scanned.namespaces.push_back(std::move(uri));
     }
 
     void attributeName(size_t length) {
@@ -301,18 +313,20 @@ private:
 
     static constexpr size_t COMMON_DEPTH = 4; ///< x:xmpmeta, rdf:RDF, rdf:Description, property
 
+    std::string_view packet;
     Units units;
     uint64_t size;
     size_t maxDepth;
     size_t depth = 0;
     uint64_t spent = 0;
     std::vector<size_t> siblings; ///< names of the element open at each depth
-    std::vector<std::string> namespaces;
+    size_t behindRoot = 0; ///< where the room begins, 0 where there is none
+    ScannedPacket scanned;
 };
 
 } // namespace
 
-std::vector<std::string> refuseHostilePacket(std::string_view packet) {
+ScannedPacket refuseHostilePacket(std::string_view packet) {
     return PacketScan(packet).run();
 }
 

@@ -1,19 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace android::lumo {
 
+struct ScannedPacket {
+    std::vector<std::string> namespaces; ///< that it declares
+    /// Bytes at its end that say nothing: the blanks in which an edit may write, and the mark of the end behind them.
+    /// The toolkit takes longer to read them than most packets.
+    size_t room = 0;
+};
+
 /// Looks a packet's text over before the toolkit sees it and refuses what would cost more than the packet is worth: a
-/// document type (entities grow without bound), and whatever is past the limits of XMPLimits.h. Answers the namespaces
-/// the packet declares.
+/// document type (entities grow without bound), and whatever is past the limits of XMPLimits.h.
 ///
 /// Follows the XML tokens in UTF-8 (or any other encoding that extends ASCII) and UTF-16 of both byte orders, told
 /// apart as the parser behind the toolkit does it; that parser refuses every other encoding. A text that is no XML
 /// passes: finding the fault is the parser's.
-std::vector<std::string> refuseHostilePacket(std::string_view packet);
+ScannedPacket refuseHostilePacket(std::string_view packet);
 
 } // namespace android::lumo
