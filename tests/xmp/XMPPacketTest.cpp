@@ -24,6 +24,7 @@ std::string wide(std::string const& ascii, bool bigEndian, bool mark) {
     return text;
 }
 
+std::string const END_MARK = "<?xpacket end='w'?>";
 constexpr char DOCTYPE[] = "<!DOCTYPE x [<!ENTITY e 'ha'>]>";
 
 struct XMPPacketTest : testing::Test {
@@ -35,7 +36,7 @@ TEST_F(XMPPacketTest, RefusesWhatIsNotWhollyXmp) {
     for (size_t n = 1; n < whole.size(); n += 7)
         EXPECT_NE(refusalOf([&] { parseXMPPacket(whole.substr(0, n)); }), "") << n;
     for (auto const& junk :
-         {std::string("junk"), pattern(5000), std::string("\xFF\xFE<"), std::string("<!"), std::string("<")})
+         {std::string("junk"), pattern(5000), std::string("\xFF\xFE<"), std::string("<!"), std::string("<"), END_MARK})
         EXPECT_NE(refusalOf([&] { parseXMPPacket(junk); }), "");
     // Recovering would drop the second value, and the next commit would destroy it.
     EXPECT_NE(refusalOf([] { parseXMPPacket(packetOf("t:one='a'", "<t:one>b</t:one>")); }), "");
@@ -50,7 +51,8 @@ TEST_F(XMPPacketTest, RefusesDocumentTypesButNotTheirName) {
     for (auto const& fine :
          {"<!--" + std::string(DOCTYPE) + "-->" + packet, "<?pi " + std::string(DOCTYPE) + "?>" + packet,
           packetOf("t:one='>'", "<t:two><![CDATA[" + std::string(DOCTYPE) + "]]></t:two>"), wide(packet, true, true),
-          wide(packet, false, true), "\xEF\xBB\xBF" + packet}) {
+          wide(packet, false, true), "\xEF\xBB\xBF" + packet, packet + "\n \t" + END_MARK,
+          packet + "<?pi " + END_MARK}) {
         std::string value;
         EXPECT_EQ(refusalOf([&] { value = *parseXMPPacket(fine)->get("urn:test:", "one"); }), "");
         EXPECT_TRUE(value == "a" || value == ">") << fine;
