@@ -44,7 +44,7 @@ void CommitFields::requireTimestamp() const {
 
 void CommitFields::prepareXMP() {
     VideoFields fields(*parts.xmpEdit);
-    if (!staged.isImageDataXMPRemoved && !fields.containsPrimary())
+    if (!fields.containsPrimary())
         fields.fillPrimary(parts.view->getImageMimeType());
     if (staged.isMotionPhotoXMPRemoved)
         return;

@@ -344,7 +344,6 @@ void MotionPhotoEditImpl::adopt(MotionPhotoEditImpl const& other, bool isFirst, 
         staged.replacedTimestamp = other.staged.replacedTimestamp;
     }
     staged.isMotionPhotoXMPRemoved = other.staged.isMotionPhotoXMPRemoved;
-    staged.isImageDataXMPRemoved = other.staged.isImageDataXMPRemoved;
     staged.isTimestampSet = other.staged.isTimestampSet;
     staged.takenTimestamp = other.staged.takenTimestamp;
 }

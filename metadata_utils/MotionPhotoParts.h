@@ -34,7 +34,6 @@ struct StagedMotion {
 
     std::optional<VideoSource> video;
     bool isMotionPhotoXMPRemoved = false; ///< no claim of a video is made, by this commit or a later one
-    bool isImageDataXMPRemoved = false;
     bool isVideoReplaced = false;
     bool isTimestampSet = false;
     std::string takenTimestamp;    ///< from another photo
@@ -47,7 +46,6 @@ struct StagedMotion {
     void spend() {
         StagedMotion kept;
         kept.isMotionPhotoXMPRemoved = isMotionPhotoXMPRemoved;
-        kept.isImageDataXMPRemoved = isImageDataXMPRemoved;
         *this = std::move(kept);
     }
 };

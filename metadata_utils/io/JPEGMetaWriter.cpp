@@ -41,6 +41,16 @@ uint32_t payloadSize(std::vector<unsigned char> const& packet, ErrorAt at = Erro
     return static_cast<uint32_t>(packet.size()) + jpeg::XMP_IDENTIFIER_SIZE;
 }
 
+/// Identifier, packet and blanks.
+std::string payloadOf(std::vector<unsigned char> const& packet, uint32_t size) {
+    std::string payload;
+    payload.reserve(size);
+    payload.append(jpeg::XMP_IDENTIFIER, jpeg::XMP_IDENTIFIER_SIZE);
+    payload.append(reinterpret_cast<char const*>(packet.data()), packet.size());
+    payload.resize(size, ' ');
+    return payload;
+}
+
 void requireFits(uint32_t payload, uint32_t room, ErrorAt at = ErrorAt()) {
     if (payload > room)
         throw at.as(Error::Code::TOO_BIG)("XMP of %zu bytes does not fit its room of %zu bytes", size_t{payload},
@@ -149,9 +159,7 @@ void JPEGMetaWriter::writeXMP(std::shared_ptr<XMPInfo> const& info) {
 /// Writes identifier, packet and blanks over the whole payload of the one XMP segment, in a single write.
 Metadata JPEGMetaWriter::writePacket(std::vector<unsigned char> const& packet, uint32_t required) {
     Metadata const meta = findXMPRoom(payloadSize(packet), required);
-    std::string payload(jpeg::XMP_IDENTIFIER, jpeg::XMP_IDENTIFIER_SIZE);
-    payload.append(packet.begin(), packet.end());
-    payload.resize(std::max<size_t>(payload.size(), meta.payload), ' ');
+    std::string const payload = payloadOf(packet, std::max(payloadSize(packet), meta.payload));
     if (!checked::holds(*file, meta.position, payload.data(), payload.size())) {
         checked::seek(*file, meta.position);
         checked::write(*file, payload);
@@ -185,21 +193,17 @@ bool JPEGMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> const& pac
     if (segments.count(MediaDefs::MetaType::XMP) > 1 || segments.count(MediaDefs::MetaType::EXIF) > 1)
         return false;
     uint32_t const size = roomOfBytes(payloadSize(packet));
-    std::string payload(jpeg::XMP_IDENTIFIER, jpeg::XMP_IDENTIFIER_SIZE);
-    payload.append(packet.begin(), packet.end());
     for (auto const& [type, segment] : segments.blocks) {
         if (type != MediaDefs::MetaType::XMP || segment.payload() < size)
             continue;
         jpeg::requireInImage(*file, segment.position, segment.size());
-        payload.resize(segment.payload(), ' ');
-        copy.replace({segment.payloadPosition(), segment.payload()}, payload);
+        copy.replace({segment.payloadPosition(), segment.payload()}, payloadOf(packet, segment.payload()));
         return true;
     }
     if (segments.imageIndex || size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
         return false;
     jpeg::requireInImage(*file, segments);
-    payload.resize(size, ' ');
-    std::string const room = headerFor(size) + payload;
+    std::string const room = headerFor(size) + payloadOf(packet, size);
     for (auto const& change : jpeg::changesFor(segments, size + jpeg::HEADER_SIZE))
         copy.replace({change.position, change.removed}, change.inserted > 0 ? room : std::string());
     return true;
