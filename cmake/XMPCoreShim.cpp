@@ -176,6 +176,35 @@ XMPFound xmpFind(XMPMetaRef packet, std::string_view schema, std::string_view pa
     return {Answer::THERE, &found->value, found->options, found->children.size(), found};
 }
 
+/// The node at a path; one whose last steps alone are missing is made, with structs above it. Null for what the toolkit
+/// has to look at.
+static XMP_Node* findOrMake(XMPMetaRef packet, std::string_view schema, std::string_view path, XMP_OptionBits form) {
+    auto const found = xmpFind(packet, schema, path);
+    if (found.answer == Answer::THERE)
+        return const_cast<XMP_Node*>(static_cast<XMP_Node const*>(found.node));
+    auto const slash = path.rfind('/');
+    auto const step = path.substr(slash + 1); // all of it without a slash
+    if (found.answer == Answer::UNKNOWN || step.find_first_of("?[") != std::string_view::npos)
+        return nullptr;
+    bool const isRoot = slash == std::string_view::npos;
+    auto* parent = isRoot ? const_cast<XMP_Node*>(named(treeOf(packet).children, schema))
+                          : findOrMake(packet, schema, path.substr(0, slash), kXMP_PropValueIsStruct);
+    if (parent == nullptr)
+        return nullptr;
+    std::string const prefix = isRoot && prefixOf(step).empty() ? parent->value : std::string();
+    auto made = std::make_unique<XMP_Node>(parent, prefix + std::string(step), form);
+    parent->children.push_back(made.get());
+    return made.release();
+}
+
+bool xmpSet(XMPMetaRef packet, std::string_view schema, std::string_view path, std::string const& value) {
+    auto* node = findOrMake(packet, schema, path, 0);
+    if (node == nullptr || (node->options & kXMP_PropCompositeMask) != 0)
+        return false;
+    node->SetValue(value.c_str());
+    return true;
+}
+
 void xmpNestTyped(XMPMetaRef packet, std::string const& schema, std::string const& array, std::string const& type,
                   std::string const& field) {
     auto const found = xmpFind(packet, schema, array);

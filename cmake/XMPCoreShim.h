@@ -30,6 +30,10 @@ struct XMPFound {
 /// any other path, or of a name it may not take, it has to say itself.
 XMPFound xmpFind(XMPMetaRef packet, std::string_view schema, std::string_view path);
 
+/// Sets a simple value at such a path and makes what is missing of the path's end, as the toolkit would. False, and
+/// nothing done: it has to do it itself.
+bool xmpSet(XMPMetaRef packet, std::string_view schema, std::string_view path, std::string const& value);
+
 /// Gives each entry of an array that is a typed node of this type the form in which the node is a field of the entry:
 /// its own fields go into one of that name. What the toolkit's calls would do by a path for each of them.
 void xmpNestTyped(XMPMetaRef packet, std::string const& schema, std::string const& array, std::string const& type,

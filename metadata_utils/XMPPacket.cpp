@@ -38,9 +38,16 @@ constexpr char const* NO_VALUE = nullptr;
 
 } // namespace
 
-XMPPacket::XMPPacket() try : meta() {
+XMPPacket::XMPPacket() try : meta(std::make_shared<SXMPMeta>()) {
 } catch (XMP_Error const& error) {
     rethrowToolkitError(error, ErrorAt());
+}
+
+SXMPMeta& XMPPacket::changing() {
+    ++changeCount;
+    if (meta.use_count() > 1)
+        meta = std::make_shared<SXMPMeta>(meta->Clone(0));
+    return *meta;
 }
 
 std::string XMPPacket::prefixOf(std::string const& uri) {
@@ -49,34 +56,32 @@ std::string XMPPacket::prefixOf(std::string const& uri) {
 }
 
 std::shared_ptr<XMPPacket> XMPPacket::clone() const {
-    auto copied = std::make_shared<XMPPacket>();
-    toolkit([&] { copied->changing() = meta.Clone(0); });
-    return copied;
+    return std::make_shared<XMPPacket>(Shared{meta});
 }
 
 void XMPPacket::parse(std::string_view text) {
     constexpr XMP_Uns32 NOTIFY_ALWAYS = 0;
     toolkit([&] {
         changing().SetErrorCallback(refuseToRecover, nullptr, NOTIFY_ALWAYS);
-        meta.ParseFromBuffer(text.data(), static_cast<XMP_StringLen>(text.size()), 0);
+        meta->ParseFromBuffer(text.data(), static_cast<XMP_StringLen>(text.size()), 0);
     });
 }
 
 std::string XMPPacket::serialize() const {
     std::string text;
-    toolkit([&] { meta.SerializeToBuffer(&text, kXMP_OmitPacketWrapper | kXMP_UseCompactFormat, 0, "", "", 0); });
+    toolkit([&] { meta->SerializeToBuffer(&text, kXMP_OmitPacketWrapper | kXMP_UseCompactFormat, 0, "", "", 0); });
     return text;
 }
 
 std::string XMPPacket::dump() const {
     std::string text;
-    toolkit([&] { meta.DumpObject(appendText, &text); });
+    toolkit([&] { meta->DumpObject(appendText, &text); });
     return text;
 }
 
 std::optional<std::string> XMPPacket::get(std::string_view schema, std::string_view path, XMP_OptionBits* form) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    auto const found = xmpFind(meta.GetInternalRef(), schema, path);
+    auto const found = xmpFind(meta->GetInternalRef(), schema, path);
     if (found.answer == XMPFound::Answer::ABSENT)
         return std::nullopt;
     if (found.answer == XMPFound::Answer::THERE) {
@@ -87,21 +92,27 @@ std::optional<std::string> XMPPacket::get(std::string_view schema, std::string_v
 #endif
     std::string value;
     if (!toolkit(
-            [&] { return meta.GetProperty(std::string(schema).c_str(), std::string(path).c_str(), &value, form); }))
+            [&] { return meta->GetProperty(std::string(schema).c_str(), std::string(path).c_str(), &value, form); }))
         return std::nullopt;
     return value;
 }
 
 bool XMPPacket::has(std::string_view schema, std::string_view path) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    if (auto const found = xmpFind(meta.GetInternalRef(), schema, path); found.answer != XMPFound::Answer::UNKNOWN)
+    if (auto const found = xmpFind(meta->GetInternalRef(), schema, path); found.answer != XMPFound::Answer::UNKNOWN)
         return found.answer == XMPFound::Answer::THERE;
 #endif
-    return toolkit([&] { return meta.DoesPropertyExist(std::string(schema).c_str(), std::string(path).c_str()); });
+    return toolkit([&] { return meta->DoesPropertyExist(std::string(schema).c_str(), std::string(path).c_str()); });
 }
 
 void XMPPacket::set(std::string const& schema, std::string const& path, std::string const& value) {
-    toolkit([&] { changing().SetProperty(schema.c_str(), path.c_str(), value, 0); });
+    toolkit([&] {
+#ifdef METADATA_UTILS_XMP_SHIM
+        if (xmpSet(changing().GetInternalRef(), schema, path, value))
+            return;
+#endif
+        changing().SetProperty(schema.c_str(), path.c_str(), value, 0);
+    });
 }
 
 void XMPPacket::remove(std::string const& schema, std::string const& path) {
@@ -112,19 +123,19 @@ void XMPPacket::copy(XMPPacket const& source, std::string const& schema, std::st
                      std::string const& to) {
     toolkit([&] {
         changing().DeleteProperty(schema.c_str(), to.c_str());
-        SXMPUtils::DuplicateSubtree(source.meta, &meta, schema.c_str(), from.c_str(), schema.c_str(), to.c_str());
+        SXMPUtils::DuplicateSubtree(*source.meta, meta.get(), schema.c_str(), from.c_str(), schema.c_str(), to.c_str());
     });
 }
 
 int32_t XMPPacket::count(std::string_view schema, std::string_view array) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    auto const found = xmpFind(meta.GetInternalRef(), schema, array);
+    auto const found = xmpFind(meta->GetInternalRef(), schema, array);
     if (found.answer == XMPFound::Answer::THERE && XMP_PropIsArray(found.form))
         return static_cast<int32_t>(found.children);
     if (found.answer == XMPFound::Answer::ABSENT)
         return 0;
 #endif
-    return toolkit([&] { return meta.CountArrayItems(std::string(schema).c_str(), std::string(array).c_str()); });
+    return toolkit([&] { return meta->CountArrayItems(std::string(schema).c_str(), std::string(array).c_str()); });
 }
 
 void XMPPacket::insertStruct(std::string const& schema, std::string const& array, int32_t place) {
@@ -177,9 +188,9 @@ void XMPPacket::setStruct(std::string const& schema, std::string const& path) {
 
 void XMPPacket::visitValues(std::function<void(std::string const& value)> const& visit) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    xmpVisitValues(meta.GetInternalRef(), visit);
+    xmpVisitValues(meta->GetInternalRef(), visit);
 #else
-    auto nodes = toolkit([&] { return SXMPIterator(meta); });
+    auto nodes = toolkit([&] { return SXMPIterator(*meta); });
     std::string value;
     while (toolkit([&] { return nodes.Next(nullptr, nullptr, &value); }))
         visit(value);
@@ -188,28 +199,28 @@ void XMPPacket::visitValues(std::function<void(std::string const& value)> const&
 
 void XMPPacket::visitLeaves(Visit const& visit) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    xmpVisitLeaves(meta.GetInternalRef(), visit);
+    xmpVisitLeaves(meta->GetInternalRef(), visit);
 #else
-    auto leaves = toolkit([&] { return SXMPIterator(meta, LEAVES); });
+    auto leaves = toolkit([&] { return SXMPIterator(*meta, LEAVES); });
     visitAll(leaves, visit);
 #endif
 }
 
 void XMPPacket::visitLeaves(std::string const& schema, std::string const& path, Visit const& visit) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    auto const found = xmpFind(meta.GetInternalRef(), schema, path);
+    auto const found = xmpFind(meta->GetInternalRef(), schema, path);
     if (found.answer == XMPFound::Answer::ABSENT)
         return;
     if (found.answer == XMPFound::Answer::THERE)
         return xmpVisitLeaves(found, schema, path, visit);
 #endif
-    auto leaves = toolkit([&] { return SXMPIterator(meta, schema.c_str(), path.c_str(), LEAVES); });
+    auto leaves = toolkit([&] { return SXMPIterator(*meta, schema.c_str(), path.c_str(), LEAVES); });
     visitAll(leaves, visit);
 }
 
 bool XMPPacket::visitFields(std::string_view schema, std::string_view path, VisitField const& visit) const {
 #ifdef METADATA_UTILS_XMP_SHIM
-    auto const found = xmpFind(meta.GetInternalRef(), schema, path);
+    auto const found = xmpFind(meta->GetInternalRef(), schema, path);
     if (found.answer == XMPFound::Answer::THERE && XMP_PropIsStruct(found.form))
         xmpVisitFields(found, visit);
     if (found.answer != XMPFound::Answer::UNKNOWN)
@@ -219,7 +230,7 @@ bool XMPPacket::visitFields(std::string_view schema, std::string_view path, Visi
     if (!get(schema, path, &form) || !XMP_PropIsStruct(form))
         return false;
     auto nodes = toolkit([&] {
-        return SXMPIterator(meta, std::string(schema).c_str(), std::string(path).c_str(),
+        return SXMPIterator(*meta, std::string(schema).c_str(), std::string(path).c_str(),
                             kXMP_IterJustChildren | kXMP_IterJustLeafName | kXMP_IterOmitQualifiers);
     });
     std::string name, value;

@@ -23,13 +23,19 @@ namespace android::lumo {
 class XMPPacket {
 public:
     XMPPacket();
+    /// For clone().
+    struct Shared {
+        std::shared_ptr<SXMPMeta> meta;
+    };
+    explicit XMPPacket(Shared of) : meta(std::move(of.meta)) {}
     XMPPacket(XMPPacket const&) = delete;
     XMPPacket& operator=(XMPPacket const&) = delete;
 
     /// The prefix ("Item:") a namespace has in this process; empty for one that no packet has used yet.
     static std::string prefixOf(std::string const& uri);
 
-    /// A copy that shares nothing.
+    /// A copy; neither sees a change of the other. They share the toolkit's tree until then, so that both belong to one
+    /// thread.
     std::shared_ptr<XMPPacket> clone() const;
     /// Reads a whole packet into this empty one; a text that is not wholly XMP throws.
     void parse(std::string_view text);
@@ -84,12 +90,9 @@ public:
     uint64_t changes() const { return changeCount; }
 
 private:
-    SXMPMeta& changing() {
-        ++changeCount;
-        return meta;
-    }
+    SXMPMeta& changing();
 
-    SXMPMeta meta;
+    std::shared_ptr<SXMPMeta> meta; ///< shared with copies until one of them changes
     uint64_t changeCount = 0;
 };
 
