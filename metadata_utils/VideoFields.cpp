@@ -44,6 +44,14 @@ bool isPaddingOwn(XMPInfoImpl const& view) {
 
 } // namespace
 
+/// As views list it: a value, or an array or a struct of nothing.
+bool VideoFields::holds(std::string const& name) const {
+    XMP_OptionBits form = 0;
+    if (!view.getMeta()->get(xmp_ns::CAMERA, name, &form))
+        return false;
+    return (form & kXMP_PropCompositeMask) == 0 || view.containsProperty("GCamera:" + name, false);
+}
+
 bool VideoFields::isClaimed() const {
     return view.getProperty(xmp_ns::CAMERA, names::MOTION_PHOTO) == "1";
 }
@@ -170,7 +178,7 @@ void VideoFields::dropWithdrawn() {
 VideoFields::Claim VideoFields::getClaim() const {
     Claim claim;
     auto const take = [&](char const* name) {
-        if (view.containsProperty(std::string("GCamera:") + name, false))
+        if (holds(name))
             claim[name] = view.getProperty(xmp_ns::CAMERA, name);
     };
     for (auto const* name : names::CURRENT)

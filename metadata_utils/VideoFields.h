@@ -38,11 +38,11 @@ public:
     explicit VideoFields(XMPEdit& edited) : packet(edited), view(*XMPInfoImpl::of(edited)) {}
 
     /// Whether it says anything of being a motion photo, be it "0".
-    bool contains() const { return view.containsProperty("GCamera:MotionPhoto", false); }
+    bool contains() const { return holds(motion_names::MOTION_PHOTO); }
     bool isClaimed() const;
     bool containsItem() const { return view.containsItem(ITEM, false); }
     /// The first generation's.
-    bool containsOffset() const { return view.containsProperty("GCamera:MicroVideoOffset", false); }
+    bool containsOffset() const { return holds(motion_names::MICRO_VIDEO_OFFSET); }
     /// "MotionPhoto" and "MotionPhotoVersion".
     void claim();
     void addItem();
@@ -83,6 +83,7 @@ public:
     static void requireKept(std::shared_ptr<MediaFile> const& file, TrailerPlan const& planned);
 
 private:
+    bool holds(std::string const& name) const;
     void setPrimaryPadding(std::string const& held, uint32_t padding);
 
     XMPEdit& packet;   ///< changes go through the editor,
