@@ -67,7 +67,8 @@ void newFile(App& app, Arguments& args) {
 void anyOutput(App& app, Arguments& args) {
     newFile(app, args);
     app.add_flag("--in-place", args.inPlace,
-                 "Replace the still when the result is whole; --in-place=bytes edits the file's own bytes");
+                 "Replace the still when the result is whole; --in-place=bytes edits the file's own bytes, which a "
+                 "failure in the middle may leave damaged");
 }
 
 auto moment(std::string const& further) {

@@ -92,7 +92,8 @@ METADATA_UTILS_EXPORT void removeTrailer(std::shared_ptr<MediaFile> const& photo
 
 /// Takes XMP out that holds nothing, as claims leave it that were all there was: the segment of a JPEG; of a HEIC the
 /// item, its location, its reference and its bytes. False, and nothing changed, for any other packet, for several, and
-/// in a HEIC where more than the image counts on the item or its bytes' place.
+/// in a HEIC where more than the image counts on the item or its bytes' place. The image's bytes move: in a photo that
+/// is no copy a failure may leave them damaged.
 METADATA_UTILS_EXPORT bool removeEmptyXMP(std::shared_ptr<MediaFile> const& photo);
 
 } // namespace android::lumo::published

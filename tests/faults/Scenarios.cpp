@@ -2,6 +2,7 @@
 #include "Session.h"
 
 #include "PublishedPhoto.h"
+#include "XMPPacket.h"
 #include "heif/HeicParts.h"
 #include "io/ImageMetaWriter.h"
 #include "support/Attempt.h"
@@ -210,6 +211,10 @@ void addOthers(Material const& m, std::vector<Scenario>& all) {
     };
     auto const reserve = writer([](auto& w) { w.reserveXMP(2000); });
     auto const debugIn = writer([](auto& w) { w.writeCameraDebugInfo(std::vector<unsigned char>(500, 'd')); });
+    Prepare const emptyOut = [](Desk& desk) -> std::vector<Step> {
+        return {[photo = desk.still] { published::removeEmptyXMP(photo); }};
+    };
+    std::string const none = XMPPacket().serialize(), bare = JpegBuilder(m.exif).xmp(none, 1300).build(m.scan);
     auto const debugOut = writer([](auto& w) { w.removeCameraDebugInfo(); });
     std::string const fits = "JPEG: video or record, XMP room made", made = "HEIC: video or record, XMP room made";
     all.insert(
@@ -226,6 +231,8 @@ void addOthers(Material const& m, std::vector<Scenario>& all) {
             {"JPEG, debug info", "JPEG: debug info in", m.motion, debugIn, {}, false},
             {"JPEG, debug info before a pointer", "JPEG: debug info in", m.pointed, debugIn, {}, false},
             {"JPEG, debug info out", "JPEG: debug info out", m.far, debugOut, {}, false},
+            {"JPEG, empty XMP out", "JPEG: empty XMP out", bare, emptyOut, {}, false},
+            {"HEIC, empty XMP out", "HEIC: empty XMP out", buildHeic({.xmp = none}), emptyOut, {}, false},
             {"HEIC, XMP", "HEIC: XMP, fits", m.heicMotion, xmp(10)},
             {"HEIC, XMP room", "HEIC: XMP room", m.heicMotion, reserve, {}, false},
             {"HEIC, debug info", "HEIC: debug info in", m.heicMotion, debugIn, {}, false},
