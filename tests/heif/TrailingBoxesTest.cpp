@@ -45,6 +45,9 @@ TEST(TrailingBoxes, ImageStaysWhereItStands) {
     TempFile const video(buildHeic({.beforeMdat = heicBox("mpvd", "video")}) + heicBox("mpvd", HEIC_VIDEO));
     EXPECT_TRUE(heif::TrailingBoxes(video.open()).takeVideosOut());
     EXPECT_TRUE(video.bytes() == image(std::string(5, '\0')));
+    TempFile const several(HeicParts().build("IVWPVN"));
+    EXPECT_TRUE(heif::TrailingBoxes(several.open()).takeVideosOut());
+    EXPECT_TRUE(several.bytes() == HeicParts().build("IPN"));
     HEIFMetaWriter(open.open()).writeCameraDebugInfo(INFO_BYTES); // a box without size gets one
     EXPECT_TRUE(open.bytes() == (HeicParts{buildHeic(), INFO}.build("ID")));
     TempFile const other(buildHeic({.behindMdat = heicBox({"\0\0\0\0", 4}, "content")})); // a type that is all zeros
@@ -62,6 +65,7 @@ TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
         heif::TrailingBoxes boxes(file.open());
         boxes.takeOut(boxes.videos().back());
     };
+    auto const dropAll = [](auto& file) { heif::TrailingBoxes(file.open()).takeVideosOut(); };
     auto const tileBehind = [](std::string const& letters, int64_t shift) { // inside one of the boxes
         return HeicParts{buildHeic({.tileShift = shift})}.build(letters);
     };
@@ -77,6 +81,7 @@ TEST(TrailingBoxes, RefusalsLeaveTheFileAsItWas) {
              .build("IT"),
          put, "behind a video that XMP counts"},
         {parts.image, putNone, "[metadata_utils/io/HEIFMetaWriter:474] empty camera debug info"},
+        {parts.build("IVPVPVPVPVPVPVPVPVPVPVPVPVPVPVPVPV"), dropAll, "videos in 17 places"},
         {tileBehind("IVT", 400), put, "bytes behind"},
         {tileBehind("IDVT", 400), put, "bytes behind"},
         {tileBehind("IDV", 400), cut, "bytes behind"},
