@@ -63,6 +63,10 @@ std::string XMPItemInfo::fieldPath(std::string const& field) const {
     return path;
 }
 
+std::string XMPItemInfo::getName() const {
+    return meta->get(xmp_ns::CONTAINER, fieldPath("Semantic")).value_or("");
+}
+
 std::string XMPItemInfo::getMime() const {
     return meta->get(xmp_ns::CONTAINER, fieldPath("Mime")).value_or("");
 }

@@ -23,6 +23,7 @@ public:
     /// "Container:Directory[<place>]/Container:Item".
     static std::string structPathAt(int32_t place);
 
+    std::string getName() const;
     std::string getMime() const;
     std::string get(std::string const& field);
     bool contains(std::string const& field) const;
