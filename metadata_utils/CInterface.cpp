@@ -5,6 +5,7 @@
 #include "Log.h"
 #include "MediaDefs.h"
 #include "MemoryFile.h"
+#include "MovieBoxes.h"
 
 #include <algorithm>
 
@@ -20,6 +21,19 @@ auto const& at(Elements const& elements, size_t index) {
     return elements[index];
 }
 
+/// A clip of any brand: what the views do not take for a movie gets another brand on its way into a photo.
+void requireStillOrMovie(MediaFile const& file) {
+    try {
+        file.mimeType();
+    } catch (Error const& error) {
+        if (error.code() != Error::Code::UNSUPPORTED)
+            throw;
+        auto const found = movie::walk(file, 0, file.size());
+        if (!found.begins || !found.hasMovie)
+            throw;
+    }
+}
+
 template<class Open>
 int opened(mu_photo** photo, Open const& open) noexcept {
     log::silenceByDefault();
@@ -27,7 +41,7 @@ int opened(mu_photo** photo, Open const& open) noexcept {
         out(photo) = nullptr;
         auto made = std::make_unique<mu_photo>();
         made->file = open();
-        made->file->mimeType(); // refuses what is neither picture nor movie
+        requireStillOrMovie(*made->file);
         *photo = made.release();
     });
 }

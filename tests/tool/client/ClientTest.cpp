@@ -39,7 +39,7 @@ TEST(Client, CallsTheEntryPoints) {
 
 /// A movie by its boxes.
 static std::string const CLIP("\0\0\0\x14"
-                              "ftypmp42\0\0\0\0mp42\0\0\0\x10moov\0\0\0\x08"
+                              "ftypisom\0\0\0\0mp42\0\0\0\x10moov\0\0\0\x08"
                               "free",
                               36);
 
