@@ -3,6 +3,7 @@
 #include <metadata_utils/Error.h>
 #include <metadata_utils/PublishedPhoto.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 
@@ -25,6 +26,8 @@ int main(int argc, char** argv) {
             std::cout << "the clip's brand " << taken.brand << " became mp42 in the photo\n";
         return 0;
     } catch (Error const& error) {
+        if (std::error_code none; std::filesystem::file_size(argv[3], none) == 0)
+            std::filesystem::remove(argv[3], none); // so that it can be tried again
         std::cerr << error.what() << '\n';
         return 1;
     }

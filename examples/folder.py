@@ -30,8 +30,7 @@ class Photo:
         if getattr(lib, function)(*([self.handle] if own else []), *arguments) != 0:
             raise OSError(lib.mu_last_error().decode())
 
-    def __enter__(self):
-        return self
+    __enter__ = lambda self: self
 
     def __exit__(self, *exception):
         lib.mu_close(self.handle)
@@ -41,7 +40,9 @@ def main(command, first, *more):
     if command == "add":
         with Photo(first) as still, Photo(more[0]) as clip, open(more[1], "xb"):
             still.call("mu_stage_video", clip.handle, ctypes.c_int64(-1))
-            still.call("mu_commit_to_path", os.fsencode(more[1]))
+            if lib.mu_commit_to_path(still.handle, os.fsencode(more[1])) != 0:
+                os.unlink(more[1])  # so that it can be tried again
+                sys.exit(lib.mu_last_error().decode())
         return
     for entry in sorted(filter(os.DirEntry.is_file, os.scandir(first)), key=lambda entry: entry.name):
         try:
