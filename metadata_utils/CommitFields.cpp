@@ -48,7 +48,6 @@ void CommitFields::prepareXMP() {
         fields.fillPrimary(parts.view->getImageMimeType());
     if (staged.isMotionPhotoXMPRemoved)
         return;
-    fields.fillKinds();
     if (staged.video && fields.contains() && !fields.isClaimed()) // "0": it had no video
         fields.dropWithdrawn();
     // The moment alone claimed a video that the first generation or a box has told of so far.

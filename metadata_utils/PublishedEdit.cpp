@@ -4,6 +4,7 @@
 #include "CheckedFile.h"
 #include "ErrorAt.h"
 #include "MovieBoxes.h"
+#include "ScratchFile.h"
 #include "StillEnd.h"
 #include "VideoFields.h"
 #include "XMPEditImpl.h"
@@ -23,8 +24,7 @@ namespace {
 constexpr uint32_t MIN_XMP_ROOM = ImageMetaWriter::MIN_XMP_ROOM;
 using motion_names::MOTION_PHOTO;
 using motion_names::PRIMARY;
-/// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
-constexpr uint32_t XMP_OVERHEAD = 256;
+constexpr uint32_t XMP_OVERHEAD = CommitSizes::XMP_OVERHEAD;
 
 /// The entry that stays, or a new one at the directory's end.
 void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still, std::string const& mime) {
@@ -39,6 +39,8 @@ void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still,
     view.reindex();
     if (held.primary() == nullptr || held.primary()->containerNS != xmp_ns::CONTAINER)
         edit.setItem(PRIMARY, still);
+    if (!isKept)
+        VideoFields(edit).fillKinds(); // they stay in front of it
     if (!isKept)
         edit.setItem(MOTION_PHOTO, MediaDefs::mimeTypeOf(mime));
 }
@@ -184,7 +186,8 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
         claims::setField(packet, item, motion_names::PADDING, padding == 0 ? "" : std::to_string(padding));
     }
     view->reindex();
-    VideoFields(edit).fillKinds();
+    if (!view->containsItem(MOTION_PHOTO, false)) // what views do not find they cannot keep right
+        VideoFields(edit).fillKinds();
 }
 
 bool takesFields(PhotoLayout const& layout, Fields const& fields) {
@@ -269,8 +272,11 @@ void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<Media
     if (!isElsewhere(photo, output))
         return edit.commit();
     checked::requireEditable(*output);
-    checked::truncate(*output, 0);
-    edit.commit(output);
+    if (output->size() == 0)
+        return edit.commit(output);
+    auto const result = scratchBeside(*output); // what it holds stays until nothing can be refused any more
+    edit.commit(result);
+    SplicedCopy(result).writeTo(output);
 }
 
 void requireNoHiddenTrailer(PhotoLayout const& layout) {

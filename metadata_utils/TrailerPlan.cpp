@@ -234,13 +234,6 @@ void TrailerPlan::patch(Place const& place, ByteBuffer bytes) {
 
 // The whole commit. ---------------------------------------------------------------------------------------------------
 
-namespace {
-
-/// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
-constexpr uint64_t XMP_OVERHEAD = 256;
-
-} // namespace
-
 void CommitSizes::addXMP(uint64_t needed, uint64_t room) {
     uint64_t const least = std::max<uint64_t>(needed, ImageMetaWriter::MIN_XMP_ROOM);
     size += room < least ? least + XMP_OVERHEAD : 0;

@@ -131,6 +131,8 @@ class CommitSizes {
 public:
     /// The fields of a motion photo take no more, in XMP that has none of them.
     static constexpr uint32_t VIDEO_FIELDS = 2048;
+    /// What XMP takes in a file besides its packet: identifier and rounding in a JPEG, boxes in a HEIC.
+    static constexpr uint32_t XMP_OVERHEAD = 256;
 
     explicit CommitSizes(uint32_t fileSize) : size(fileSize), most(fileSize) {}
 

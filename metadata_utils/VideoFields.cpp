@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 namespace android::lumo {
 
@@ -23,6 +24,25 @@ std::optional<uint32_t> numberOf(std::string const& text) {
     auto const value = claims::parseNumber(text);
     bool const isLength = value && *value > 0 && *value <= UINT32_MAX;
     return isLength ? std::optional(static_cast<uint32_t>(*value)) : std::nullopt;
+}
+
+/// The items whose bytes in the file begin a JPEG picture, and a JPEG's gain map, which is one wherever it stands.
+std::set<std::string> namesOfPictures(XMPInfoImpl const& view) {
+    std::set<std::string> names;
+    MediaFile const& file = *view.getFile();
+    if (file.mimeType() == MediaDefs::MimeType::IMAGE_JPEG)
+        names.insert("GainMap");
+    uint32_t const size = file.size();
+    auto const held = claims::read(*view.packetInFile());
+    uint64_t distance = 0;
+    for (auto item = held.items.rbegin(); item != held.items.rend() && distance <= size; ++item) {
+        if (item->length > size || item->padding > size)
+            break;
+        distance += item->length + item->padding;
+        if (item->length > 0 && distance <= size && beginsPicture(file, size - distance))
+            names.insert(item->semantic);
+    }
+    return names;
 }
 
 /// Whether the bytes that a JPEG's primary claims behind it are the photo's own: they lead to another picture, a gain
@@ -62,6 +82,8 @@ void VideoFields::claim() {
 }
 
 void VideoFields::addItem() {
+    if (!containsItem())
+        fillKinds();
     packet.setItem(ITEM, MediaDefs::MimeType::VIDEO_MP4);
 }
 
@@ -155,10 +177,13 @@ void VideoFields::fillKinds() {
     auto const name = first != 0 ? directory.nameAt(first) : std::nullopt;
     if (!name)
         return;
+    auto const pictures = namesOfPictures(view);
     auto const kindOf = [&](std::string const& item) -> std::string {
         if (item == PRIMARY_ITEM)
             return MediaDefs::mimeString(view.getFile()->mimeType());
-        return item == ITEM ? MediaDefs::mimeString(MediaDefs::MimeType::VIDEO_MP4) : UNKNOWN_KIND;
+        if (item == ITEM)
+            return MediaDefs::mimeString(MediaDefs::MimeType::VIDEO_MP4);
+        return pictures.contains(item) ? MediaDefs::mimeString(MediaDefs::MimeType::IMAGE_JPEG) : UNKNOWN_KIND;
     };
     for (auto place = first + 1; place <= directory.count(); ++place) {
         auto const kind = XMPItemInfo::structPathAt(place) + "/Item:Mime";

@@ -45,6 +45,7 @@ public:
     bool containsOffset() const { return holds(motion_names::MICRO_VIDEO_OFFSET); }
     /// "MotionPhoto" and "MotionPhotoVersion".
     void claim();
+    /// Views find it: where it comes behind items of no kind, which they do not read past, those get one.
     void addItem();
     std::string timestamp() const;
     void setTimestamp(int64_t us);
@@ -63,7 +64,7 @@ public:
     /// With its kind: views read no further than an item without, and a video's would be put in front of it.
     bool containsPrimary() const;
     void fillPrimary(MediaDefs::MimeType mime);
-    /// The same for the other items: each that has none gets one.
+    /// The same for the other items: each that has none gets one, that of its bytes where they tell it.
     void fillKinds();
     /// What is left of a claim that was taken back without its item and moment: the new video's own item stands last.
     void dropWithdrawn();
