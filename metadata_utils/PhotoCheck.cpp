@@ -3,7 +3,6 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "MotionPhotoInfoImpl.h"
 #include "PhotoLayout.h"
 #include "StillEnd.h"
 #include "TrailerForm.h"
@@ -143,15 +142,9 @@ void Checker::checkVideo() {
 void Checker::checkMoment() {
     if (!video().momentUs)
         return;
-    int64_t duration = 0;
-    try {
-        duration = videoDurationUs(*layout.file, video().position, video().size);
-    } catch (std::runtime_error const&) {
-        rethrowUnlessDamage();
-        return;
-    }
-    if (duration > 0 && *video().momentUs > duration)
-        add("moment-inside", video().position, "up to " + number(static_cast<uint64_t>(duration)) + " us",
+    auto const duration = video().durationUs(layout.file);
+    if (duration && *video().momentUs > *duration)
+        add("moment-inside", video().position, "up to " + number(static_cast<uint64_t>(*duration)) + " us",
             number(static_cast<uint64_t>(*video().momentUs)) + " us");
 }
 

@@ -4,7 +4,6 @@
 
 #include "CheckedFile.h"
 #include "ErrorAt.h"
-#include "Log.h"
 #include "MotionPhotoEditImpl.h"
 #include "MotionPhotoInfoImpl.h"
 #include "PublishedEdit.h"
@@ -23,7 +22,6 @@ namespace android::lumo::published {
 
 namespace {
 
-constexpr char LOG_TAG[] = "PublishedPhoto";
 constexpr uint32_t END_OF_IMAGE_SIZE = 2;
 /// Trailer, fields and rounding that come with a clip.
 constexpr uint32_t OVERHEAD = 4096;
@@ -175,18 +173,6 @@ void removeByEditor(PhotoLayout const& layout, std::shared_ptr<MediaFile> const&
     commit(*edit, *layout.file, output);
 }
 
-/// Nothing where the movie does not say: one in fragments may leave it open.
-std::optional<int64_t> durationOf(MediaFile const& file, uint32_t position, uint32_t size) {
-    try {
-        auto const duration = videoDurationUs(file, position, size);
-        return duration > 0 ? std::optional(duration) : std::nullopt;
-    } catch (std::runtime_error const& error) {
-        rethrowUnlessDamage();
-        LOGW("no duration: %s", error.what());
-        return std::nullopt;
-    }
-}
-
 void requireInside(int64_t momentUs, std::optional<int64_t> const& durationUs) {
     if (momentUs < 0 || (durationUs && momentUs > *durationUs))
         throw ErrorAt()("the moment %lld us lies outside the video of %lld us", static_cast<long long>(momentUs),
@@ -201,8 +187,9 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
             throw ErrorAt()("the video is the photo itself: %s", other->toString().c_str());
     }
     if (options.momentUs) {
-        requireInside(*options.momentUs, durationOf(*clip.file, 0, clip.file->size()));
-        if (static_cast<long>(*options.momentUs) != *options.momentUs) // 32 bits on some platforms
+        auto const duration = VideoSource(clip.file).durationUs();
+        requireInside(*options.momentUs, duration == 0 ? std::nullopt : duration); // one in fragments may leave it open
+        if (static_cast<long>(*options.momentUs) != *options.momentUs)             // 32 bits on some platforms
             throw ErrorAt().as(Error::Code::TOO_BIG)("a moment of %lld us", static_cast<long long>(*options.momentUs));
     }
     // About the fields the editor will write; it refuses the rest itself, but only when the old video may be gone.
@@ -276,7 +263,7 @@ void setMoment(std::shared_ptr<MediaFile> const& photo, int64_t momentUs, std::s
     auto const video = layout.locate();
     if (!video.isSound())
         throw ErrorAt()("no sound video to name a moment of in %s", photo->getPath().c_str());
-    requireInside(momentUs, durationOf(*photo, video.position, video.size));
+    requireInside(momentUs, video.durationUs(photo));
     auto const fields = fieldsFor(layout, video);
     bool const isClaimed = layout.claims.motionPhoto == "1" || layout.claims.microVideo == "1";
     if (!isClaimed && !takesFields(layout, fields))
