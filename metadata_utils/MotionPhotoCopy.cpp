@@ -1,23 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "MotionPhotoCopy.h"
 
-#include "ErrorAt.h"
-#include "Log.h"
 #include "PacketMerge.h"
 #include "VideoFields.h"
-
-#include <vector>
 
 namespace android::lumo {
 
 namespace {
 
-constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 constexpr char GAIN_MAP_ITEM[] = "GainMap";
-
-bool skipsExisting(std::filesystem::copy_options options) {
-    return (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
-}
 
 /// Top-level names of what a packet says about a gain map.
 std::set<std::string> gainMapNames(XMPInfo const& info) {
@@ -33,22 +24,11 @@ std::set<std::string> gainMapNames(XMPInfo const& info) {
 
 void MotionPhotoCopy::records(std::filesystem::copy_options options) {
     auto const other = QRTInfoImpl::of(*source.getQRTInfo());
-    std::set<std::pair<std::string, int>> keys;
-    std::vector<QRTDataInfo> wanted;
-    for (auto const& record : other->getRecordList()) {
-        if (record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION ||
-            record.name == qrt::NAME_3D_PHOTO_INFO)
-            continue;
-        if (skipsExisting(options) && qrtEdit.containsKey(record.name, true)) {
-            LOGI("skip for key=%s since it already exists!", record.name.c_str());
-            continue;
-        }
-        if (!keys.emplace(record.name, record.type).second) // the second would be put over the first
-            throw ErrorAt()("two records of type %d have the name %s", record.type, record.name.c_str());
-        wanted.push_back(record);
-    }
-    for (auto const& record : wanted) {
-        qrtEdit.staging().copy(*other, record);
+    auto const isVideos = [](QRTDataInfo const& record) {
+        return record.type == qrt::TYPE_MOTION_PHOTO_DATA || record.type == qrt::TYPE_MOTION_PHOTO_VERSION;
+    };
+    for (auto const* record : qrtEdit.staging().wantedOf(*other, options, isVideos)) {
+        qrtEdit.staging().copy(*other, *record);
         qrtEdit.makeDirty();
     }
 }

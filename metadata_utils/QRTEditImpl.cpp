@@ -47,16 +47,11 @@ void QRTEditImpl::takeViewsRecords() {
 /// there until it is written.
 StagedRecord QRTEditImpl::stagedForm(QRTInfoImpl const& view, QRTDataInfo const& record) {
     bool const isStored = trailer::isStored(record);
+    auto staged = StagedRecord::inFile(record);
     if (isStored && &view == info.get()) {
-        auto staged = StagedRecord::inFile(record);
         source.places()[staged.identity] = info->getStored()->recordsSize() - record.offsetFromTail;
         return staged;
     }
-    StagedRecord staged;
-    staged.type = record.type;
-    staged.name = record.name;
-    staged.hasSubInfo = record.hasSubInfo;
-    staged.subInfoSize = record.subInfoPayload;
     staged.subInfo = record.subInfo;
     MediaFile const& held = record.dataFile != nullptr ? *record.dataFile : *view.getFile();
     if (staged.subInfo.empty() && isStored) {
@@ -211,27 +206,39 @@ ByteBuffer QRTEditImpl::load(StagedRecord const& record) const {
     return output().read(record, info->boxHeaderSize(), record.headSize(), record.dataSize);
 }
 
-QRTEdit& QRTEditImpl::putAll(std::shared_ptr<QRTInfo> const& from, std::filesystem::copy_options const& options) {
+bool QRTEditImpl::isSkipped(QRTDataInfo const& record, std::filesystem::copy_options options) const {
     bool const skipsExisting =
         (options & std::filesystem::copy_options::skip_existing) != std::filesystem::copy_options::none;
-    auto const view = QRTInfoImpl::of(*from);
-    auto const isUnsupported = [this](QRTDataInfo const& record) {
-        return std::find(unsupportedKeys.begin(), unsupportedKeys.end(), record.name) != unsupportedKeys.end();
-    };
-    auto const isSkipped = [&](QRTDataInfo const& record) { return skipsExisting && containsKey(record.name, true); };
-    std::set<std::pair<std::string, int>> wanted;
-    for (auto const& record : view->getRecordList()) {
-        // By both, because two records may share a name. Two that share both cannot be told apart here.
-        if (!isUnsupported(record) && !isSkipped(record) && !wanted.emplace(record.name, record.type).second)
-            throw ErrorAt()("two records of type %d have the name %s", record.type, record.name.c_str());
-    }
-    for (auto const& record : view->getRecordList()) { // staging leaves every view's list alone
-        if (isUnsupported(record))
+    if (!skipsExisting || !containsKey(record.name, true))
+        return false;
+    LOGI("skip for key=%s since it already exists!", record.name.c_str());
+    return true;
+}
+
+std::vector<QRTDataInfo const*> QRTEditImpl::wantedOf(QRTInfoImpl const& view, std::filesystem::copy_options options,
+                                                      bool (*isLeftOut)(QRTDataInfo const&)) const {
+    std::set<std::pair<std::string, int>> keys;
+    std::vector<QRTDataInfo const*> wanted;
+    for (auto const& record : view.getRecordList()) {
+        if (std::find(unsupportedKeys.begin(), unsupportedKeys.end(), record.name) != unsupportedKeys.end()) {
             LOGI("skip unsupported qrt on key=%s, type=%d", record.name.c_str(), record.type);
-        else if (isSkipped(record))
-            LOGI("skip for key=%s since it already exists!", record.name.c_str());
-        else
-            copy(*view, record);
+            continue;
+        }
+        if ((isLeftOut != nullptr && isLeftOut(record)) || isSkipped(record, options))
+            continue;
+        // By both, because two records may share a name. Of two that share both the second would be put over the first.
+        if (!keys.emplace(record.name, record.type).second)
+            throw ErrorAt()("two records of type %d have the name %s", record.type, record.name.c_str());
+        wanted.push_back(&record);
+    }
+    return wanted;
+}
+
+QRTEdit& QRTEditImpl::putAll(std::shared_ptr<QRTInfo> const& from, std::filesystem::copy_options const& options) {
+    auto const view = QRTInfoImpl::of(*from);
+    for (auto const* record : wantedOf(*view, options)) { // staging leaves every view's list alone
+        if (!isSkipped(*record, options))                 // one of the same name may have come before it
+            copy(*view, *record);
     }
     return *this;
 }

@@ -107,6 +107,9 @@ public:
     /// Takes one record of a view in behind all others, whole and however many there are of its name, and returns what
     /// a view is to show of it. A pointer is replaced by what it points to, `pointed`.
     QRTDataInfo append(QRTInfoImpl const& view, QRTDataInfo const& record, std::optional<ByteSource> const& pointed);
+    /// The records that are taken over of another trailer. Throws for two that cannot be told apart.
+    std::vector<QRTDataInfo const*> wantedOf(QRTInfoImpl const& view, std::filesystem::copy_options options,
+                                             bool (*isLeftOut)(QRTDataInfo const&) = nullptr) const;
     /// Puts a copy of a view's record, without its sub-info.
     void copy(QRTInfoImpl const& view, QRTDataInfo const& record);
     /// The data of a view's record, to be written later or elsewhere.
@@ -139,6 +142,7 @@ private:
     TrailerFile& output() { return elsewhere ? *elsewhere : source; }
     void replace(int type, std::string const& name, ByteSource const& data, bool mayBeEmpty = false);
     QRTEdit& put(StagedRecord* record, ByteBuffer data, int line = __builtin_LINE());
+    bool isSkipped(QRTDataInfo const& record, std::filesystem::copy_options options) const;
     StagedRecord stagedForm(QRTInfoImpl const& view, QRTDataInfo const& record);
     void takeViewsRecords();
     bool isSource(MediaFile const& file) const;
