@@ -74,11 +74,10 @@ uint32_t copyThroughMemory(MediaFile const& source, MediaFile& target, uint32_t 
     return copied;
 }
 
-/// One kernel copy. A file system that cannot do it answers nothing; otherwise the bytes that arrived, `size` on
-/// success.
+/// One kernel copy to the target's position, `start`. A file system that cannot do it answers nothing; otherwise the
+/// bytes that arrived, `size` on success.
 std::optional<uint32_t> copyInKernel(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> const& target,
-                                     uint32_t offset, uint32_t size, ErrorAt at) {
-    uint32_t const start = positionOf(*target, at);
+                                     uint32_t offset, uint32_t start, uint32_t size, ErrorAt at) {
     int64_t const result = source->transferTo(target, static_cast<long>(offset), size);
     if (result >= 0 && static_cast<uint32_t>(result) == size)
         return size;
@@ -112,9 +111,8 @@ void requireFreeSpace(MediaFile const& file, uint32_t size, uint32_t more, Error
 /// Space behind the file's end; false where the file system cannot keep any, or no more is needed. A failure gives back
 /// what it got.
 bool keepSpace(MediaFile& file, uint32_t size, ErrorAt at) {
-    requireAddressable(file, at);
+    uint32_t const oldSize = addressableSize(file, at);
     requireBelowSizeLimit(file, size, at);
-    auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
     if (size <= oldSize || size <= file.heldSpace())
         return false;
     int const failure = file.reserveBehindEnd(size);
@@ -203,11 +201,12 @@ void copy(std::shared_ptr<MediaFile> const& source, std::shared_ptr<MediaFile> c
         throw at.as(Error::Code::DAMAGED, *source)("fail to copy bytes: %zd, expected %zu",
                                                    static_cast<ssize_t>(held - std::min<uint64_t>(offset, held)),
                                                    size_t{size});
-    sizeOf(uint64_t{positionOf(*target, at)} + size, at);
+    uint32_t const start = positionOf(*target, at);
+    sizeOf(uint64_t{start} + size, at);
     uint32_t copied = 0;
     while (copied < size) {
         uint32_t const wanted = std::min(size - copied, MAX_TRANSFER);
-        auto const inKernel = copyInKernel(source, target, offset + copied, wanted, at);
+        auto const inKernel = copyInKernel(source, target, offset + copied, start + copied, wanted, at);
         uint32_t const got = inKernel ? *inKernel : copyThroughMemory(*source, *target, offset + copied, wanted);
         copied += got;
         if (got != wanted)
@@ -256,9 +255,8 @@ void requireEditable(MediaFile const& file, ErrorAt at) {
 }
 
 void reserve(MediaFile& file, uint32_t size, ErrorAt at) {
-    requireAddressable(file, at);
+    uint32_t const oldSize = addressableSize(file, at);
     requireBelowSizeLimit(file, size, at);
-    auto const oldSize = static_cast<uint32_t>(sizeOnDisk(file, at));
     if (size <= oldSize)
         return;
     int const failure = file.reserve(size);
