@@ -6,7 +6,6 @@
 #include "XMPPacketScan.h"
 
 #include <algorithm>
-#include <charconv>
 #include <mutex>
 #include <new>
 #include <set>
@@ -324,33 +323,6 @@ void countNamespaces(std::vector<std::string> const& namespaces) {
         throw ErrorAt().as(Error::Code::TOO_BIG)("XMP brings namespaces, and this process has seen %zu already",
                                                  brought.size());
     brought.merge(added);
-}
-
-/// The toolkit takes every reference of one or two hexadecimal digits ("&#x27;") for one of a control character and
-/// reads a blank; one of more digits it reads. The text with more of them, empty when it has none. What does stand for
-/// a control character stays, and so does a section that is no markup.
-std::string withLongReferences(std::string const& text) {
-    constexpr std::string_view REFERENCE = "&#x", SECTION = "<![CDATA[", SECTION_END = "]]>";
-    constexpr size_t MOST_DIGITS = 2;
-    std::string longer;
-    size_t taken = 0;
-    if (text.find(REFERENCE) == std::string::npos)
-        return longer;
-    for (size_t i = text.find_first_of("&<"); i != std::string::npos; i = text.find_first_of("&<", i + 1)) {
-        if (text.compare(i, SECTION.size(), SECTION) == 0)
-            i = std::min(text.find(SECTION_END, i), text.size());
-        if (text.compare(i, REFERENCE.size(), REFERENCE) != 0)
-            continue;
-        auto const digits = i + REFERENCE.size();
-        auto const* begin = text.data() + digits;
-        unsigned value = 0;
-        auto const* end = std::from_chars(begin, begin + std::min(MOST_DIGITS, text.size() - digits), value, 16).ptr;
-        if (end == text.data() + text.size() || *end != ';' || value < ' ' || value == 0x7F)
-            continue;
-        longer.append(text, taken, digits - taken).append("00");
-        taken = digits;
-    }
-    return taken == 0 ? longer : longer.append(text, taken);
 }
 
 bool isReady = false; ///< under the lock of prepareXMPToolkit()

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -320,7 +321,7 @@ private:
     size_t depth = 0;
     uint64_t spent = 0;
     std::vector<size_t> siblings; ///< names of the element open at each depth
-    size_t behindRoot = 0; ///< where the room begins, 0 where there is none
+    size_t behindRoot = 0;        ///< where the room begins, 0 where there is none
     ScannedPacket scanned;
 };
 
@@ -328,6 +329,30 @@ private:
 
 ScannedPacket refuseHostilePacket(std::string_view packet) {
     return PacketScan(packet).run();
+}
+
+std::string withLongReferences(std::string const& text) {
+    constexpr std::string_view REFERENCE = "&#x", SECTION = "<![CDATA[", SECTION_END = "]]>";
+    constexpr size_t MOST_DIGITS = 2;
+    std::string longer;
+    size_t taken = 0;
+    if (text.find(REFERENCE) == std::string::npos)
+        return longer;
+    for (size_t i = text.find_first_of("&<"); i != std::string::npos; i = text.find_first_of("&<", i + 1)) {
+        if (text.compare(i, SECTION.size(), SECTION) == 0)
+            i = std::min(text.find(SECTION_END, i), text.size());
+        if (text.compare(i, REFERENCE.size(), REFERENCE) != 0)
+            continue;
+        auto const digits = i + REFERENCE.size();
+        auto const* begin = text.data() + digits;
+        unsigned value = 0;
+        auto const* end = std::from_chars(begin, begin + std::min(MOST_DIGITS, text.size() - digits), value, 16).ptr;
+        if (end == text.data() + text.size() || *end != ';' || value < ' ' || value == 0x7F)
+            continue;
+        longer.append(text, taken, digits - taken).append("00");
+        taken = digits;
+    }
+    return taken == 0 ? longer : longer.append(text, taken);
 }
 
 } // namespace android::lumo

@@ -23,4 +23,9 @@ struct ScannedPacket {
 /// passes: finding the fault is the parser's.
 ScannedPacket refuseHostilePacket(std::string_view packet);
 
+/// The toolkit takes every reference of one or two hexadecimal digits ("&#x27;") for one of a control character and
+/// reads a blank; one of more digits it reads. The text with more of them, empty when it has none. What does stand for
+/// a control character stays, and so does a section that is no markup.
+std::string withLongReferences(std::string const& text);
+
 } // namespace android::lumo
