@@ -20,13 +20,13 @@ class SplicedCopy;
 /// Changes a JPEG's metadata segments in place: XMP room behind each Exif segment (or behind the start of image), the
 /// XMP packet in it, and the camera debug-info APP4.
 ///
-/// The debug-info operations keep the layout of the debug infos that are in photos already: the segment header is written in little-endian order,
-/// and the length of an existing segment is taken from its marker. Other JPEG readers do not accept such a segment; a
-/// caller that needs a standard APP4 must not use them. Nor does this library: its search for segments ends at such a
-/// header, so that Exif and XMP behind a debug info that was written are found no more, and a later packet is put in
-/// front of it. An existing APP4 whose size so taken does not fit in front of it throws before anything changes; one
-/// that fits takes as many bytes in front of it along, and an MPF index or a picture among them is lost. Any other MPF
-/// index is right afterwards.
+/// The debug-info operations keep the layout of the debug infos that are in photos already: the segment header is
+/// written in little-endian order, and the length of an existing segment is taken from its marker. Other JPEG readers
+/// do not accept such a segment; a caller that needs a standard APP4 must not use them. Nor does this library: its
+/// search for segments ends at such a header, so that Exif and XMP behind a debug info that was written are found no
+/// more, and a later packet is put in front of it. An existing APP4 whose size so taken does not fit in front of it
+/// throws before anything changes; one that fits takes as many bytes in front of it along, and an MPF index or a
+/// picture among them is lost. Any other MPF index is right afterwards.
 class METADATA_UTILS_EXPORT JPEGMetaWriter : public ImageMetaWriter {
 public:
     /// Throws what JPEGMetaReader throws for a file it cannot read.

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Preloaded into the tool: ends the process by KILL_SIGNAL at its call number KILL_AT (from 0) that changes a file, KILL_HOW
- * "before" it, "after" it, or when "half" of its bytes are written; with KILL_NAMED there are no files without a name.
- * Without KILL_AT nothing happens. Its call number READ_FAILS that reads at a place fails. */
+/* Preloaded into the tool: ends the process by KILL_SIGNAL at its call number KILL_AT (from 0) that changes a file,
+ * KILL_HOW "before" it, "after" it, or when "half" of its bytes are written; with KILL_NAMED there are no files without
+ * a name. Without KILL_AT nothing happens. Its call number READ_FAILS that reads at a place fails. */
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -60,7 +60,8 @@ WRAP(int, fsync, fd, (int fd), (fd))
 WRAP(ssize_t, pwrite64, fd, (int fd, void const* bytes, size_t n, off64_t at), (fd, bytes, bytes_left(n), at))
 WRAP(ssize_t, copy_file_range, out, (int in, off64_t* from, int out, off64_t* to, size_t n, unsigned flags),
      (in, from, out, to, bytes_left(n), flags))
-WRAP(int, linkat, -1, (int from, char const* name, int to, char const* other, int flags), (from, name, to, other, flags))
+WRAP(int, linkat, -1, (int from, char const* name, int to, char const* other, int flags),
+     (from, name, to, other, flags))
 WRAP(int, renameat2, -1, (int from, char const* name, int to, char const* other, unsigned flags),
      (from, name, to, other, flags))
 WRAP(int, rename, -1, (char const* from, char const* to), (from, to))
