@@ -52,6 +52,9 @@ ByteSource const& StagedRecord::data() const {
 void StagedRecord::requireWritable(MediaFile const& output) const {
     if (type != static_cast<int16_t>(type))
         throw ErrorAt()("type %d of record %s does not fit the 16 bits a header has for it", type, name.c_str());
+    if (name.size() > trailer::MAX_NAME_SIZE)
+        throw ErrorAt().as(Error::Code::TOO_BIG)("record name of %zu bytes is above %zu", name.size(),
+                                                 size_t{trailer::MAX_NAME_SIZE});
     if (isInFile())
         return;
     if (hasSubInfo && subInfo.size() != subInfoSize)

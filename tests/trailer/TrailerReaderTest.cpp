@@ -95,6 +95,7 @@ TEST(TrailerReader, RefusesWhatCannotBeATrailer) {
     for (auto const& [bytes, message] :
          {std::pair(trailerBytes({A}), "invalid image size: 0"),
           {overlapping, "records of 441 bytes in all do not fit"},
+          {STILLS[0].with({{1, std::string(65'537, 'n'), "x"}}), "length 65537 is above 65536"},
           {STILLS[0].with(std::vector<TrailerRecord>(16'385)), "record count 16385 is above 16384"}})
         EXPECT_TRUE(failsWith(message, [&, b = bytes] { QRTInfo::parse(TempFile(b).open()); }));
 }
