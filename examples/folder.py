@@ -12,13 +12,11 @@ import sys
 
 lib = ctypes.CDLL(os.environ.get("METADATA_UTILS", "libmetadata_utils.so.1"))
 lib.mu_last_error.restype = ctypes.c_char_p
-lib.mu_close.argtypes = [ctypes.c_void_p]
 
 
 class Video(ctypes.Structure):
-    _fields_ = [("source", ctypes.c_int32), ("status", ctypes.c_int32), ("position", ctypes.c_uint32),
-                ("size", ctypes.c_uint32), ("moment_us", ctypes.c_int64), ("mime_type", ctypes.c_char_p),
-                ("reason", ctypes.c_char_p)]
+    _fields_ = [("source", ctypes.c_int32), ("status", ctypes.c_int32), ("position", ctypes.c_uint32), ("size", ctypes.c_uint32),
+                ("moment_us", ctypes.c_int64), ("mime_type", ctypes.c_char_p), ("reason", ctypes.c_char_p)]
 
 
 class Photo:
@@ -38,8 +36,9 @@ class Photo:
 
 def main(command, first, *more):
     if command == "add":
-        with Photo(first) as still, Photo(more[0]) as clip, open(more[1], "xb"):
+        with Photo(first) as still, Photo(more[0]) as clip:
             still.call("mu_stage_video", clip.handle, ctypes.c_int64(-1))
+            open(more[1], "xb").close()
             if lib.mu_commit_to_path(still.handle, os.fsencode(more[1])) != 0:
                 os.unlink(more[1])  # so that it can be tried again
                 sys.exit(lib.mu_last_error().decode())

@@ -188,8 +188,8 @@ QRTDataInfo readRecord(ReadWindow& window, Tail const& tail, DirectoryEntry cons
     if (record.subInfoPayload > left - nameSize)
         throw error()("record sub-info length %zu, %zu bytes left", size_t{record.subInfoPayload},
                       size_t{left - nameSize});
-    if (uint32_t const longest = std::max(nameSize, record.subInfoPayload); longest > MAX_NAME_SIZE)
-        throw error()("record name or sub-info length %zu is above %zu", size_t{longest}, size_t{MAX_NAME_SIZE});
+    if (nameSize > MAX_NAME_SIZE)
+        throw error()("record name length %zu is above %zu", size_t{nameSize}, size_t{MAX_NAME_SIZE});
 
     if (nameSize > head.size() - fixed)
         head = window.at(start, fixed + nameSize, isShort, error());

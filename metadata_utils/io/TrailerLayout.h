@@ -39,7 +39,7 @@ inline constexpr uint32_t TAIL_HEADER_SIZE = 12; ///< "QRTH", version, count
 inline constexpr uint32_t TAIL_END_SIZE = 8;     ///< T and "QRTT"
 /// A camera writes some ten. A record in memory takes many times its 20 bytes in the file.
 inline constexpr uint32_t MAX_RECORDS = 16384;
-/// Of a record's name, and of its sub-info: both are kept in memory, more than once.
+/// Every name is kept in memory, more than once. Sub-info stays in the file.
 inline constexpr uint32_t MAX_NAME_SIZE = 65536;
 
 struct DirectoryEntry {
