@@ -49,7 +49,6 @@ void createEmpty(std::string const& path) {
 
 /// What cat does between regular files.
 void concatenate(Arguments const& sources, std::string const& out) {
-    createEmpty(out);
     int const target = open(out.c_str(), O_WRONLY);
     for (auto const& path : sources) {
         int const source = open(path.c_str(), O_RDONLY);
@@ -87,15 +86,22 @@ struct Operation {
 };
 
 std::function<void()> onCopy(Arguments const& files, std::function<void(std::string const&)> const& change) {
+    createEmpty(files.back());
     concatenate({files[0]}, files.back());
     return [change, path = files.back()] { change(path); };
 }
 
+/// What the last run left there goes first: letting go of its blocks is no work of this one.
+std::function<void()> intoEmpty(std::string const& out, std::function<void()> const& make) {
+    createEmpty(out);
+    return make;
+}
+
 /// Files: the sources, then the file that is made or, for operations in place, the copy of the first that is changed.
 std::map<std::string, Operation> const OPERATIONS = {
-    {"copy", {[](Arguments const& a) { return [=] {
-                                           concatenate({a.begin(), a.end() - 1}, a.back());
-                                       }; }}},
+    {"copy", {[](Arguments const& a) {
+         return intoEmpty(a.back(), [=] { concatenate({a.begin(), a.end() - 1}, a.back()); });
+     }}},
     {"parse", {[](Arguments const& a) {
          return [=] {
              auto const photo = MotionPhotoInfo::parse(reading(a[0]));
@@ -104,20 +110,18 @@ std::map<std::string, Operation> const OPERATIONS = {
          };
      }}},
     {"add", {[](Arguments const& a) {
-         return [=] {
-             createEmpty(a[2]);
+         return intoEmpty(a[2], [=] {
              auto const edit = editOf(a[0]);
              edit->addVideo(reading(a[1]));
              edit->commit(writing(a[2]));
-         };
+         });
      }}},
     {"replace", {[](Arguments const& a) {
-         return [=] {
-             createEmpty(a[2]);
+         return intoEmpty(a[2], [=] {
              auto const edit = editOf(a[0]);
              edit->addVideo(reading(a[1]));
              edit->commit(writing(a[2]));
-         };
+         });
      }}},
     {"replace-in-place", {[](Arguments const& a) {
          return onCopy(a, [video = a[1]](std::string const& path) {
@@ -127,13 +131,12 @@ std::map<std::string, Operation> const OPERATIONS = {
          });
      }}},
     {"remove", {[](Arguments const& a) {
-         return [=] {
-             createEmpty(a[1]);
+         return intoEmpty(a[1], [=] {
              auto const out = writing(a[1]);
              auto const edit = editOf(a[0]);
              edit->removeVideo(nullptr);
              edit->commit(out);
-         };
+         });
      }}},
     {"record-in-place", {[](Arguments const& a) {
          return onCopy(a, [](std::string const& path) {
@@ -147,6 +150,7 @@ std::map<std::string, Operation> const OPERATIONS = {
          return onCopy(a, [](std::string const& path) { HEIFMetaWriter(writing(path)).reserveXMP(60'000); });
      }}},
     {"records-put", {[](Arguments const& a) {
+         createEmpty(a[2]);
          concatenate({a[0]}, a[2]);
          return [edit = QRTInfo::parse(writing(a[2]))->edit(), count = std::stoi(a[1])] { putRecords(*edit, count); };
      }}},

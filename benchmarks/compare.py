@@ -65,12 +65,14 @@ class Setting:
         return [json.loads(line) for line in done.stdout.splitlines()]
 
     def turns(self, contenders, rounds=None):
-        """{name: median CPU time} of operations that take turns, in a process that has done each of them before: the first
-        time in a process binds symbols and starts the toolkit."""
+        """{name: median CPU time} of operations that take turns, in a process that has done each of them for some 30 ms: the
+        first time binds symbols and starts the toolkit, and a core takes 10 ms to come up to its speed."""
         runs = {name: [] for name in contenders}
+        first = min(self.run(*each)[0]["cpu"] for each in contenders.values())
+        count = min(max(3, int(0.03 / first)), 100)
         for i in range(rounds or self.rounds):
             for name in list(contenders) if i % 2 == 0 else reversed(list(contenders)):
-                runs[name].append(self.run(*contenders[name], count=3)[-1]["cpu"])
+                runs[name].append(self.run(*contenders[name], count=count)[-1]["cpu"])
         return {name: statistics.median(times) for name, times in runs.items()}
 
 

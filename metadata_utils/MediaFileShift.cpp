@@ -30,8 +30,9 @@ namespace {
 constexpr char LOG_TAG[] = "MediaFile";
 /// Moving a file in chunks up to this size is refused as a caller's mistake.
 constexpr uint32_t TOO_SMALL_BUFFER = 1024;
-/// What is copied between two requests to write, where the disk is to begin at once.
-constexpr uint32_t EARLY_PIECE = 2 * 1024 * 1024;
+/// What is copied between two requests to write, where the disk is to begin at once. Of 12 MB the last byte is there a
+/// tenth sooner than with pieces of 2 MB; smaller ones bring no more.
+constexpr uint32_t EARLY_PIECE = 512 * 1024;
 
 /// The class is one for its users, whichever file its code stands in.
 ErrorAt error(int line = __builtin_LINE()) {
