@@ -160,6 +160,7 @@ public:
     /// For an edit of several steps: what was reserved for a file of `size` bytes stays this handle's, and growing to
     /// that asks for no space again, until releaseSpace() or the next cut.
     void holdSpace(uint32_t size) { heldSize = size; }
+    /// The file size that space is held for, 0 for none.
     uint32_t heldSpace() const { return heldSize; }
     /// Gives back what of a file of `size` bytes it has not grown into.
     void releaseSpace(uint32_t size);
