@@ -39,10 +39,10 @@ void requireEntries(XMPInfoImpl& view, XMPEdit& edit, MediaDefs::MimeType still,
     view.reindex();
     if (held.primary() == nullptr || held.primary()->containerNS != xmp_ns::CONTAINER)
         edit.setItem(PRIMARY, still);
-    if (!isKept)
-        VideoFields(edit).fillKinds(); // they stay in front of it
-    if (!isKept)
+    if (!isKept) {
+        VideoFields(edit).fillKinds(); // those in front of it
         edit.setItem(MOTION_PHOTO, MediaDefs::mimeTypeOf(mime));
+    }
 }
 
 Error noRoom(MediaFile const& file, uint32_t size, std::exception const& reason) {

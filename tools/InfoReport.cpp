@@ -30,7 +30,7 @@ InfoReport::MotionPhoto motionPhotoOf(Photo const& photo, MotionPhotoInfo const&
     motion.format = MediaDefs::motionphotoFormatString(view.getQRTMotionPhotoVersion());
     // The view's own answer wraps around when a damaged record points into the image.
     auto const padding = view.getImageVideoPadding();
-    motion.video.padding = padding <= static_cast<uint64_t>(photo.opened.size) ? padding : 0;
+    motion.video.padding = padding <= photo.size() ? padding : 0;
     return motion;
 }
 
@@ -76,7 +76,7 @@ InfoReport gather(Photo const& photo) {
     InfoReport report;
     report.file = photo.path();
     report.mimeType = MediaDefs::mimeString(view->getImageMimeType());
-    report.fileSize = static_cast<uint64_t>(photo.opened.size);
+    report.fileSize = photo.size();
     report.imageSize = view->getImageSize();
     auto const trailer = view->getQRTInfo();
     if (trailer->getSize() > 0)
