@@ -5,17 +5,15 @@
 #include "support/Memory.h"
 #include "support/PhotoParts.h"
 #include "support/TempFile.h"
+#include "support/Time.h"
 #include "xmp/XMPFixture.h"
 
-#include <ctime>
-#include <functional>
 #include <set>
 
 namespace android::lumo::test {
 namespace {
 
 constexpr size_t SPARE_MEMORY = 16 * 1024 * 1024;
-constexpr double SPARE_SECONDS = 5; ///< of processor time; for a whole file of a few KB, emulated as well
 
 using Sample = std::pair<char const*, std::string>; ///< its name and bytes
 
@@ -55,11 +53,8 @@ std::vector<Sample> samples() {
 // What is tried with each file. ---------------------------------------------------------------------------------------
 
 /// Whatever the bytes are, all of it ends well or in an error that has changed nothing.
-void examine(std::string const& bytes, bool isWhole = true) {
+void tryEverything(std::string const& bytes, bool isWhole) {
     using namespace fuzz;
-    size_t const before = heldBytes();
-    takeMostBytes();
-    std::clock_t const start = std::clock();
     try {
         MemoryFile still(bytes);
         askEverything(still);
@@ -78,8 +73,15 @@ void examine(std::string const& bytes, bool isWhole = true) {
     } catch (std::logic_error const& error) {
         ADD_FAILURE() << error.what();
     }
+}
+
+/// The same, in memory and time as such a file may take.
+void examine(std::string const& bytes, bool isWhole = true) {
+    static auto const longest = 100 * timeOf([] { tryEverything(jpegSample().second, true); });
+    size_t const before = heldBytes();
+    takeMostBytes();
+    EXPECT_TRUE(takesLess(longest, [&] { tryEverything(bytes, isWhole); }));
     EXPECT_LE(takeMostBytes() - before, 4 * bytes.size() + SPARE_MEMORY);
-    EXPECT_LE(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, SPARE_SECONDS);
 }
 
 std::string inOrder(std::string number, bool isBig) {

@@ -385,7 +385,7 @@ class ToolTest(unittest.TestCase):
         running = subprocess.Popen(call, cwd=self.folder, stdin=-1, stdout=-3, stderr=side, bufsize=0)
         self.addCleanup(running.kill)
         named = 0
-        while named < 40 and not select.select([terminal], [], [], 0.25)[0]:
+        while named < 400 and not select.select([terminal], [], [], 0.25)[0]:
             named += running.stdin.write(b"still.jpg\n") // 10
         shown = re.match(rb"\r\x1b\[K(\d+)", os.read(terminal, 99))
         running.communicate(timeout=60)
