@@ -167,13 +167,22 @@ Metadata JPEGMetaWriter::writePacket(std::vector<unsigned char> const& packet, u
     return meta;
 }
 
-/// The segment there is when it is large enough and the only one, otherwise room newly reserved.
+/// Whether a segment of that size cannot be had, or only at the cost of an MPF index's images.
+bool JPEGMetaWriter::isRoomOutOfReach(uint32_t size) const {
+    if (size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
+        return true;
+    auto const segments = jpeg::mapSegments(*file);
+    return jpeg::loseImages(segments, jpeg::changesFor(segments, size + jpeg::HEADER_SIZE));
+}
+
+/// The segment there is when it is large enough and the only one, otherwise room newly reserved. More than the packet
+/// takes is asked for to spare later moves: where no more can be had, what holds the packet is large enough.
 Metadata JPEGMetaWriter::findXMPRoom(uint32_t payload, uint32_t required) {
     checked::requireEditable(*file);
     auto const found = reader->findAllXMP();
     JPEGMetaReader::tellFound(found);
     uint32_t const held = found.empty() ? 0 : found.front().payload;
-    if (held >= required && found.size() == 1) {
+    if (found.size() == 1 && (held >= required || (held >= payload && isRoomOutOfReach(required)))) {
         Metadata const& meta = found.front();
         requireFits(payload, meta.payload);
         jpeg::requireInImage(*file, meta.position, meta.payload);

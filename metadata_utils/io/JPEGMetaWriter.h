@@ -42,8 +42,9 @@ public:
     /// Changes nothing, on purpose.
     void removeXMP() override;
     /// Writes over the XMP segment there is when it is the only one and large enough, otherwise into room reserved
-    /// anew. Asks for 1280 bytes for nearly every packet: a longer one needs a room that is there already, or throws
-    /// before anything changes. The view's form asks for as much as its packet takes.
+    /// anew; where none can be reserved, over a segment that just holds the packet. Asks for 1280 bytes for nearly
+    /// every packet: a longer one needs a room that is there already, or throws before anything changes. The view's
+    /// form asks for as much as its packet takes.
     void writeXMP(std::vector<unsigned char> const& packet) override;
     /// The same with a view's packet, and as much room as that takes.
     void writeXMP(std::shared_ptr<XMPInfo> const& info) override;
@@ -66,6 +67,7 @@ public:
 private:
     Metadata makeChange(jpeg::Change const& change, jpeg::SegmentMap const& segments, bool isLast);
     Metadata writePacket(std::vector<unsigned char> const& packet, uint32_t required);
+    bool isRoomOutOfReach(uint32_t size) const;
     Metadata findXMPRoom(uint32_t payload, uint32_t required);
     std::pair<int64_t, int64_t> searchAppSegment(uint16_t marker) const;
     int64_t removeApp4(int64_t position, int64_t payload);

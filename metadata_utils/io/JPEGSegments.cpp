@@ -220,6 +220,15 @@ std::vector<Change> changesFor(SegmentMap const& segments, uint32_t room) {
     return changes;
 }
 
+bool loseImages(SegmentMap const& segments, std::vector<Change> const& changes) {
+    int64_t behindIndex = 0;
+    for (Change const& change : changes) {
+        if (segments.imageIndex && change.position > segments.imageIndex->position)
+            behindIndex += change.growth();
+    }
+    return behindIndex != 0;
+}
+
 std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32_t payload) {
     if (uint64_t{payload} + LENGTH_SIZE > MAX_SEGMENT_LENGTH)
         throw ErrorAt().as(Error::Code::TOO_BIG)("XMP of %zu bytes does not fit a segment", size_t{payload});
@@ -232,14 +241,11 @@ std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32
     auto changes = changesFor(segments, payload + HEADER_SIZE);
     int64_t size = file.size();
     int64_t peak = size;
-    int64_t behindIndex = 0;
     for (Change const& change : changes) {
         size += change.growth();
         peak = std::max(peak, size);
-        if (segments.imageIndex && change.position > segments.imageIndex->position)
-            behindIndex += change.growth();
     }
-    if (behindIndex != 0)
+    if (loseImages(segments, changes))
         throw ErrorAt().as(Error::Code::UNSUPPORTED)(
             "no room for XMP of %zu bytes: moving segments behind the MPF index at %zu would lose its images",
             size_t{payload}, size_t{segments.imageIndex->position});

@@ -121,6 +121,9 @@ std::vector<Change> planRoom(MediaFile& file, SegmentMap const& segments, uint32
 /// The same changes without a look at the file, for a segment of `size` bytes.
 std::vector<Change> changesFor(SegmentMap const& segments, uint32_t size);
 
+/// Whether they would move the images of an MPF index away from where it says.
+bool loseImages(SegmentMap const& segments, std::vector<Change> const& changes);
+
 /// Throws when [position, position + size) does not lie in the image: a length that reaches past the file's end, or
 /// over the trailer, which would be overwritten or no longer end the file.
 void requireInImage(MediaFile const& file, uint64_t position, uint64_t size, ErrorAt at = ErrorAt());

@@ -65,8 +65,9 @@ TEST(JPEGMetaWriter, PutsPacketWhereExifAndOldPacketsTellAndKeepsTheRest) {
          "E1 9 Exif..II*\nE1 1280 http://ns.ad\n"},
         {"index behind", JpegBuilder().exif().xmp("<old/>").mpf(), 10,
          "E1 9 Exif..II*\nE1 1280 http://ns.ad\nE2 7 MPF.MM*\n"},
-        {"packet behind index large enough", JpegBuilder().exif().mpf().xmp("<old/>", 1280), 10,
-         "E1 9 Exif..II*\nE2 7 MPF.MM*\nE1 1280 http://ns.ad\n"},
+        {"packet behind index just large enough", JpegBuilder().exif().mpf().xmp("<old/>", 1097), 1097 - 29,
+         "E1 9 Exif..II*\nE2 7 MPF.MM*\nE1 1097 http://ns.ad\n"},
+        {"largest segment", JpegBuilder().xmp("<old/>", 65'533), 65'533 - 29, "E1 65533 http://ns.ad\n"},
     };
     std::string const longerThanOneMove = pattern(1'500'000, 2);
     for (auto const& [what, input, size, tree] : cases) {
@@ -95,10 +96,10 @@ TEST(JPEGMetaWriter, RefusalsLeaveTheFileAsItWas) {
         {plain.build(), of(writeView, 65'480), "XMP of 65536 bytes does not fit a segment"},      // no segment holds it
         {plain.build(), of(writeBytesOf, 8192 - 29), "8192 bytes does not fit its room of 1280"}, // blocks rounded down
         {plain.build(), of(writeBytesOf, 85'953 - 29),
-         "85953 bytes does not fit its room of 1344"},                                    // blocks rounded up
-        {JpegBuilder().xmp("", 1300).build(), of(writeBytesOf, 1272), "room of 1300"},    // longer than the room found
-        {JpegBuilder().mpf().xmp("<old/>").build(), of(writeView, 10), "MPF index at 2"}, // packet behind index
-        {JpegBuilder().mpf().exif().mpf().build(), of(writeView, 10), "MPF index at 2"},  // Exif behind index
+         "85953 bytes does not fit its room of 1344"},                                   // blocks rounded up
+        {JpegBuilder().xmp("", 1300).build(), of(writeBytesOf, 1272), "room of 1300"},   // longer than the room found
+        {JpegBuilder().mpf().xmp("<old/>").build(), of(writeView, 7), "MPF index at 2"}, // packet behind index
+        {JpegBuilder().mpf().exif().mpf().build(), of(writeView, 10), "MPF index at 2"}, // Exif behind index
         {JpegBuilder().xmp("", 1500).mpf().xmp("", 1500).build(), of(writeView, 10),
          "MPF index at 1506"}, // one of two packets behind index
         {JpegBuilder().xmp("", 2000).open().substr(0, 1500), of(writeView, 10), "past the image's end"}, // room cut off
