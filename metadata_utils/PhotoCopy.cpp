@@ -83,25 +83,25 @@ void PhotoCopy::leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& 
     auto const hasSubInfo = [](QRTDataInfo const& record) { return record.hasSubInfo; };
     if (std::any_of(stored.records.begin(), stored.records.end(), hasSubInfo))
         return;
-    std::vector<Stretch> kept;
+    Stretches taken;
     for (auto const& place : plan.onDisk()) {
         if (place.was)
-            kept.push_back({*place.was, place.payload});
+            taken.add({*place.was, place.payload});
     }
     std::vector<QRTDataInfo> records = stored.records;
     std::vector<Stretch> left;
     for (auto& record : records) {
         uint32_t const head = trailer::headSize(record);
         Stretch const data{stored.recordsSize() - record.offsetFromTail + head, record.payload - head};
-        auto const meets = [&](auto const& other) { return data.meets(other); };
-        if (data.size < LEAST_LEFT_OUT || std::any_of(kept.begin(), kept.end(), meets) ||
-            std::any_of(left.begin(), left.end(), meets))
+        if (data.size < LEAST_LEFT_OUT || taken.meet(data))
             continue;
+        taken.add(data);
         left.push_back(data);
         record.payload = head;
     }
     if (left.empty())
         return;
+    std::sort(left.begin(), left.end(), [](auto const& a, auto const& b) { return a.position < b.position; });
     for (auto const& data : left)
         copy.replace({trailerStart + data.position, data.size});
     uint32_t const tail = trailerStart + stored.recordsSize();

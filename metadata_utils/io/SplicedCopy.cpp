@@ -4,15 +4,19 @@
 #include "CheckedFile.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace android::lumo {
 
 SplicedCopy::SplicedCopy(std::shared_ptr<MediaFile> const& file) : source(file), sourceSize(file->size()) {}
 
 void SplicedCopy::replace(Stretch const& old, std::string const& bytes) {
-    auto& splice = splices[old.position];
-    splice.removed += old.size;
-    splice.bytes += bytes;
+    auto const place = splices.try_emplace(old.position).first;
+    place->second.removed += old.size;
+    place->second.bytes += bytes;
+    int64_t moved = place == splices.begin() ? 0 : std::prev(place)->second.moved;
+    for (auto each = place; each != splices.end(); ++each)
+        each->second.moved = moved += growthOf(each->second);
 }
 
 bool SplicedCopy::touches(Stretch const& stretch) const {
@@ -26,16 +30,15 @@ uint32_t SplicedCopy::size() const {
 }
 
 uint32_t SplicedCopy::newPlace(uint32_t position) const {
+    auto last = splices.upper_bound(position); // behind the last one in front of the byte or in place of it
+    if (last != splices.begin() && std::prev(last)->first == position && std::prev(last)->second.removed > 0)
+        --last; // what was put in front of the byte, not in place of it, moves it
     int64_t moved = 0;
-    for (auto const& [start, splice] : splices) {
-        if (start > position || (start == position && splice.removed > 0))
-            break; // what was put in front of the byte, not in place of it, moves it
-        auto const put = static_cast<int64_t>(splice.bytes.size());
-        if (position - start < splice.removed) {
-            moved += std::min<int64_t>(0, put - int64_t{position - start});
-            break;
-        }
-        moved += put - int64_t{splice.removed};
+    if (last != splices.begin()) {
+        auto const& [start, splice] = *--last;
+        moved = splice.moved;
+        if (uint32_t const inside = position - start; inside < splice.removed)
+            moved += std::min<int64_t>(0, static_cast<int64_t>(splice.bytes.size()) - inside) - growthOf(splice);
     }
     return checked::sizeOf(static_cast<uint64_t>(int64_t{position} + moved));
 }

@@ -19,7 +19,7 @@ public:
     explicit SplicedCopy(std::shared_ptr<MediaFile> const& source);
 
     /// In the copy `bytes` stand in place of the source's. Places do not overlap; what is put in front of a position
-    /// comes before what is put in place of its byte.
+    /// comes before what is put in place of its byte. From front to back it costs least.
     void replace(Stretch const& old, std::string const& bytes = {});
     /// Whether a byte of it is among those that were replaced.
     bool touches(Stretch const& stretch) const;
@@ -36,7 +36,11 @@ private:
     struct Splice {
         uint32_t removed = 0;
         std::string bytes;
+        int64_t moved = 0; ///< how much farther back in the copy stands what follows
     };
+    static int64_t growthOf(Splice const& splice) {
+        return static_cast<int64_t>(splice.bytes.size()) - int64_t{splice.removed};
+    }
 
     std::shared_ptr<MediaFile> source;
     uint32_t sourceSize;
