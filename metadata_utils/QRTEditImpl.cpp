@@ -249,12 +249,12 @@ QRTEdit& QRTEditImpl::removeData(int type) {
 }
 
 QRTEdit& QRTEditImpl::removeData(std::string const& name) {
-    records.remove(records.find(name));
+    records.remove(name);
     return *this;
 }
 
 QRTEdit& QRTEditImpl::removeData(int type, std::string const& name) {
-    records.remove(records.find(type, name));
+    records.remove(type, name);
     return *this;
 }
 

@@ -10,12 +10,14 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace android::lumo {
 
 /// Finds the records of a list by type, by name or by both without a walk over all of them. A single question is a walk
 /// all the same; at the second one a table is made, which takes in what was appended since at each later one. The names
-/// are the list's own: whoever removes, replaces or moves its elements says so.
+/// are the list's own: whoever removes, replaces or moves its elements says so. An element may also stay in its place
+/// and say itself that it is no record any more.
 class RecordIndex {
 public:
     struct Found {
@@ -29,19 +31,27 @@ public:
 
     template<class Records>
     Found ofType(Records const& records, int32_t type) {
-        return types.find(records, {type, {}}, [](auto const& record) { return Key{record.type, {}}; });
+        return types.find(records, {type, {}}, ByType());
     }
     template<class Records>
     Found named(Records const& records, std::string_view name) {
-        return names.find(records, {0, name}, [](auto const& record) { return Key{0, record.name}; });
+        return names.find(records, {0, name}, ByName());
     }
     template<class Records>
     Found namedInAnyCase(Records const& records, std::string_view name) {
-        return caselessNames.find(records, {0, name}, [](auto const& record) { return Key{0, record.name}; });
+        return caselessNames.find(records, {0, name}, ByName());
     }
     template<class Records>
     Found matching(Records const& records, int32_t type, std::string_view name) {
-        return both.find(records, {type, name}, [](auto const& record) { return Key{record.type, record.name}; });
+        return both.find(records, {type, name}, ByBoth());
+    }
+    /// The element at that place says from now on that it is none.
+    template<class Records>
+    void leaveOut(Records const& records, uint32_t place) {
+        types.leaveOut(records, place, ByType());
+        names.leaveOut(records, place, ByName());
+        caselessNames.leaveOut(records, place, ByName());
+        both.leaveOut(records, place, ByBoth());
     }
     void forget() {
         types.forget();
@@ -55,6 +65,22 @@ private:
         int32_t type;
         std::string_view name; ///< the list's own
     };
+    struct ByType {
+        Key operator()(auto const& record) const { return {record.type, {}}; }
+    };
+    struct ByName {
+        Key operator()(auto const& record) const { return {0, record.name}; }
+    };
+    struct ByBoth {
+        Key operator()(auto const& record) const { return {record.type, record.name}; }
+    };
+    template<class Record>
+    static bool isGone(Record const& record) {
+        if constexpr (requires { record.isGone(); })
+            return record.isGone();
+        else
+            return false;
+    }
     struct AsWritten {
         static char of(char c) { return c; }
     };
@@ -102,32 +128,60 @@ private:
         Found find(Records const& records, Key const& key, KeyOf const& keyOf) {
             if (!std::exchange(isAsked, true))
                 return walk(records, key, keyOf);
-            if (known == 0)
+            if (next.empty()) {
                 places.reserve(records.size());
-            for (; known < records.size(); ++known)
-                ++places.try_emplace(keyOf(records[known]), Found{known, 0}).first->second.count;
+                next.reserve(records.size());
+            }
+            while (next.size() < records.size())
+                takeIn(records, keyOf);
             auto const found = places.find(key);
-            return found != places.end() ? found->second : Found();
+            return found != places.end() ? Found{found->second.first, found->second.count} : Found();
+        }
+        template<class Records, class KeyOf>
+        void leaveOut(Records const& records, uint32_t place, KeyOf const& keyOf) {
+            if (place >= next.size())
+                return;
+            auto const found = places.find(keyOf(records[place]));
+            if (--found->second.count == 0)
+                return void(places.erase(found));
+            while (isGone(records[found->second.first]))
+                found->second.first = next[found->second.first];
         }
         void forget() {
             places.clear();
-            known = 0;
+            next.clear();
             isAsked = false;
         }
 
     private:
+        struct Chain {
+            uint32_t first = 0; ///< none that is gone
+            uint32_t last = 0;
+            uint32_t count = 0; ///< without those that are gone
+        };
+
+        template<class Records, class KeyOf>
+        void takeIn(Records const& records, KeyOf const& keyOf) {
+            auto const place = static_cast<uint32_t>(next.size());
+            next.push_back(place);
+            if (isGone(records[place]))
+                return;
+            auto& chain = places.try_emplace(keyOf(records[place]), Chain{place, place, 0}).first->second;
+            next[std::exchange(chain.last, place)] = place;
+            ++chain.count;
+        }
         template<class Records, class KeyOf>
         static Found walk(Records const& records, Key const& key, KeyOf const& keyOf) {
             Found found;
             for (uint32_t i = 0; i < records.size(); ++i) {
-                if (IsSame<Letters>()(keyOf(records[i]), key) && found.count++ == 0)
+                if (!isGone(records[i]) && IsSame<Letters>()(keyOf(records[i]), key) && found.count++ == 0)
                     found.first = i;
             }
             return found;
         }
 
-        std::unordered_map<Key, Found, Hash<Letters>, IsSame<Letters>> places;
-        uint32_t known = 0; ///< records taken in
+        std::unordered_map<Key, Chain, Hash<Letters>, IsSame<Letters>> places;
+        std::vector<uint32_t> next; ///< of each record taken in, the next with the same key; of a chain's last itself
         bool isAsked = false;
     };
 

@@ -93,25 +93,35 @@ void StagedRecord::appendTo(ByteBuffer& bytes) const {
 
 // The list. -----------------------------------------------------------------------------------------------------------
 
+StagedRecords::List const& StagedRecords::all() const {
+    if (gone > 0)
+        sweep([](auto const& record) { return record.isGone(); });
+    return records;
+}
+
 void StagedRecords::assign(List all) {
     index.forget();
     records = std::move(all);
+    gone = 0;
 }
 
-StagedRecords::List::iterator StagedRecords::placeOf(StagedRecord const* found) {
-    index.forget();
-    return std::find_if(records.begin(), records.end(), [=](auto const& each) { return &each == found; });
-}
-
-void StagedRecords::remove(StagedRecord const* found) {
-    if (found != nullptr)
-        records.erase(placeOf(found));
+void StagedRecords::remove(RecordIndex::Found const& found) {
+    if (found.count == 0)
+        return;
+    StagedRecord& record = records[found.first];
+    record.identity = 0;
+    record.source = StagedRecord::InFile(); // the name is still the index's
+    record.subInfo = ByteBuffer();
+    index.leaveOut(records, found.first);
+    if (++gone > records.size() / 2)
+        all();
 }
 
 void StagedRecords::makeLast(StagedRecord const* found) {
     if (found == nullptr)
         return;
-    auto const place = placeOf(found);
+    index.forget();
+    auto const place = std::find_if(records.begin(), records.end(), [=](auto const& each) { return &each == found; });
     std::rotate(place, place + 1, records.end());
 }
 

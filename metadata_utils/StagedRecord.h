@@ -42,11 +42,12 @@ struct StagedRecord {
     std::string name;
     ByteBuffer subInfo; ///< of records in memory
     std::variant<InFile, InMemory, DataFile> source;
-    Identity identity = 0; ///< 0: nothing is staged yet
+    Identity identity = 0; ///< 0: nothing is staged yet, or no more
 
     /// The record a view found in its file; `record` as it is stored, not where a callback pointed it.
     static StagedRecord inFile(QRTDataInfo const& record);
 
+    bool isGone() const { return identity == 0; }
     bool isInFile() const { return std::holds_alternative<InFile>(source); }
     /// Put as a file, by this commit or an earlier one: a commit again has the same order.
     bool isFileBacked() const;
@@ -67,21 +68,23 @@ struct StagedRecord {
 /// Where staged records stand in a file already: bytes from the trailer's first byte to the record's.
 using RecordPlaces = std::unordered_map<StagedRecord::Identity, uint32_t>;
 
-/// An editor's records in their order, found by type and name without a walk over all of them.
+/// An editor's records in their order, found by type and name, put and removed without a walk over all of them.
 class StagedRecords {
 public:
     using List = std::deque<StagedRecord>; ///< one that is appended leaves the others where they are
 
-    List const& all() const { return records; }
-    bool empty() const { return records.empty(); }
+    List const& all() const;
+    bool empty() const { return records.size() == gone; }
     /// The first that matches, null without one.
     StagedRecord* find(int32_t type) { return at(index.ofType(records, type)); }
     StagedRecord* find(std::string const& name) { return at(index.named(records, name)); }
     StagedRecord* find(int32_t type, std::string const& name) { return at(index.matching(records, type, name)); }
     void append(StagedRecord record) { records.push_back(std::move(record)); }
     void assign(List all);
-    /// Removes one that find() has found, or makes it the last.
-    void remove(StagedRecord const* found);
+    /// The first that matches, if there is one.
+    void remove(std::string const& name) { remove(index.named(records, name)); }
+    void remove(int32_t type, std::string const& name) { remove(index.matching(records, type, name)); }
+    /// One that find() has found.
     void makeLast(StagedRecord const* found);
     /// From those of the type that the file does not hold.
     void dropSubInfo(int type);
@@ -89,16 +92,24 @@ public:
     void settle();
     template<class Matches>
     void removeAll(Matches const& matches) {
-        if (std::erase_if(records, matches) > 0)
-            index.forget();
+        sweep([&](auto const& record) { return record.isGone() || matches(record); });
     }
 
 private:
-    List::iterator placeOf(StagedRecord const* found);
+    void remove(RecordIndex::Found const& found);
+    template<class Matches>
+    void sweep(Matches const& matches) const {
+        gone = 0;
+        if (std::erase_if(records, matches) > 0)
+            index.forget();
+    }
     StagedRecord* at(RecordIndex::Found found) { return found.count > 0 ? &records[found.first] : nullptr; }
 
-    List records;
-    RecordIndex index;
+    // What is removed keeps its place, empty, until half of the list is or somebody looks at all of it: so that what
+    // stands behind it need not move, nor the index be made anew, each time.
+    mutable List records;
+    mutable RecordIndex index;
+    mutable size_t gone = 0;
 };
 
 /// What the editor of a copy was handed by the editor of the photo, as often as that commits: told apart from what was

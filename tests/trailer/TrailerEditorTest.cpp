@@ -24,6 +24,12 @@ std::vector<Edit> const EDITS{
     {{O, A, B}, {O, A2, B}, [](auto& e, auto&) { e.putData(std::string("A"), buffer(A2.data)); }},
     {{A, A2, B}, {A2, B}, [](auto& e, auto&) { e.removeData("A").removeData(1, "B").removeData("a"); }},
     {{A, B, O, A2}, {B}, [](auto& e, auto&) { e.removeData(1); }},
+    {{A, V, A2, B, O, EMPTY},
+     {V, {1, "Other", "new"}, EMPTY, {2, "A", "again"}, B},
+     [](auto& e, auto&) {
+         e.putData(1, buffer("x")).removeData(1, "A").putData(1, buffer("y")).removeData(2, "B").removeData("A");
+         e.putData(1, buffer("new")).putData(2, "A", buffer("again")).putData(2, "B", B.data);
+     }},
     {{},
      {A, V, B},
      [](auto& e, auto& v) { e.putData(1, "A", A.data).putData(2608, "Video", v).putData(2, "B", B.data); },
