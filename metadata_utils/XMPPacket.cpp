@@ -372,8 +372,9 @@ std::shared_ptr<XMPPacket> parseXMPPacket(std::string const& text) {
     auto const scanned = refuseHostilePacket(text);
     countNamespaces(scanned.namespaces);
     auto const longer = withLongReferences(text);
-    std::string_view const whole = longer.empty() ? text : longer;
-    packet->parse(whole.substr(0, whole.size() - scanned.room));
+    std::string_view whole = longer.empty() ? text : longer;
+    whole.remove_suffix(scanned.room);
+    packet->parse(longer.empty() && !scanned.dense.empty() ? scanned.dense : whole);
     nestTypedEntries(*packet);
     return packet;
 }

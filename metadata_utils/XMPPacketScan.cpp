@@ -27,6 +27,7 @@ enum Run : uint8_t {
     BETWEEN = 8,       ///< in a tag in front of the next attribute's name
     BEFORE_VALUE = 16, ///< in front of a quote
     LITERAL = 32,      ///< in a CDATA section, that the parser hands over at once
+    BLANK = 64,        ///< beside an element, where it says nothing
 };
 
 constexpr std::array<uint8_t, 256> RUNS = [] {
@@ -39,6 +40,7 @@ constexpr std::array<uint8_t, 256> RUNS = [] {
         run |= (!isName || isQuote) && c != '>' ? BETWEEN : 0;
         run |= c != '>' && !isQuote ? BEFORE_VALUE : 0;
         run |= c != ']' && c != '\n' && c != '\r' ? LITERAL : 0;
+        run |= isBlank(static_cast<char>(c)) ? BLANK : 0;
         runs[c] = static_cast<uint8_t>(run);
     }
     return runs;
@@ -169,22 +171,41 @@ public:
         if (!units.isWide())
             countRepairs();
         auto const end = units.size();
-        for (size_t i = text(0); i + 1 < end; i = text(i)) {
+        bool isBehindElement = false;
+        size_t begin = 0; // of the text
+        for (size_t i = text(0); i + 1 < end; i = text(begin)) {
             auto const c = units.at(i + 1);
+            bool const isElement = c != '!' && c != '?' && c != '/';
+            if (isBehindElement || isElement)
+                leaveOutBlanks(begin, i);
             if (c == '!')
-                i = declaration(i);
+                begin = declaration(i);
             else if (c == '?')
-                i = instruction(i);
+                begin = instruction(i);
             else if (c == '/')
-                i = endTag(i + 2);
+                begin = endTag(i + 2);
             else
-                i = startTag(i + 1);
+                begin = startTag(i + 1);
+            isBehindElement = c == '/' || (isElement && units.at(begin - 2) == '/');
         }
         scanned.room = behindRoot > 0 ? packet.size() - behindRoot : 0; // a mark alone is no packet
+        if (auto const rest = packet.size() - scanned.room; taken > 0 && taken < rest)
+            scanned.dense.append(packet.substr(taken, rest - taken));
         return std::move(scanned);
     }
 
 private:
+    /// Blanks beside an element are nodes to the parser, which the toolkit passes over one by one. Those beside text,
+    /// comments and sections alone are a value.
+    void leaveOutBlanks(size_t begin, size_t end) {
+        if (begin == end || units.isWide() || size > SMALL_PACKET || units.behindRun<BLANK>(begin) != end)
+            return;
+        if (taken == 0)
+            scanned.dense.reserve(packet.size());
+        scanned.dense.append(packet.substr(taken, begin - taken));
+        taken = end;
+    }
+
     /// Counts what stands in front of the next tag, and returns where that begins.
     size_t text(size_t i) {
         auto const end = units.find('<', i);
@@ -322,6 +343,7 @@ private:
     uint64_t spent = 0;
     std::vector<size_t> siblings; ///< names of the element open at each depth
     size_t behindRoot = 0;        ///< where the room begins, 0 where there is none
+    size_t taken = 0;             ///< of the packet, into its dense text
     ScannedPacket scanned;
 };
 

@@ -13,6 +13,9 @@ struct ScannedPacket {
     /// Bytes at its end that say nothing: the blanks in which an edit may write, and the mark of the end behind them.
     /// The toolkit takes longer to read them than most packets.
     size_t room = 0;
+    /// The packet without its room and without the blanks beside elements, which say nothing either; empty for a packet
+    /// that has none or is big.
+    std::string dense;
 };
 
 /// Looks a packet's text over before the toolkit sees it and refuses what would cost more than the packet is worth: a

@@ -20,10 +20,13 @@ TEST(XMPInfo, IsEmptyWithoutPacketAndWithBlankRoom) {
 TEST(XMPInfo, ListsTopLevelValuesAndNothingOfStructsAndDirectory) {
     auto const view = Photo(packetOf(R"(Camera:MotionPhoto="1" t:one="a")",
                                      arrayOf("dc:creator", "Seq", "<rdf:li>A</rdf:li><rdf:li>B</rdf:li>") +
-                                         R"(<t:struct t:field="x"/>)" + directoryOf(itemOf("Primary", "image/jpeg"))))
+                                         R"(<t:struct t:field="x"/>)" + directoryOf(itemOf("Primary", "image/jpeg")) +
+                                         "<t:blank> </t:blank>\n<t:cut> <!-- --> </t:cut>"))
                           .view();
     // The camera's namespace goes by the registered prefix, whatever the file calls it.
-    EXPECT_EQ(view->getPropertyNames(), (Names{"GCamera:MotionPhoto", "t:one", "dc:creator[1]", "dc:creator[2]"}));
+    EXPECT_EQ(view->getPropertyNames(),
+              (Names{"GCamera:MotionPhoto", "t:one", "t:blank", "t:cut", "dc:creator[1]", "dc:creator[2]"}));
+    EXPECT_EQ(view->getProperty(TEST_NS, "t:blank") + "|" + view->getProperty(TEST_NS, "t:cut"), " |  ");
     EXPECT_EQ(view->getProperty("http://purl.org/dc/elements/1.1/", "dc:creator[2]"), "B");
     EXPECT_TRUE(view->containsProperty("gcamera:MOTIONPHOTO", true));
     EXPECT_FALSE(view->containsProperty("gcamera:MOTIONPHOTO", false));
