@@ -139,7 +139,8 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
     }
     if (isFirst && still == nullptr) {
         auto const ahead = copy != nullptr ? copy->packetAhead() : PacketAhead();
-        editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone());
+        editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone(),
+                                              ahead.bytes);
         if (copy != nullptr && copy->holdsPacket())
             editor->getView()->getPacket()->trustFile();
         else if (owner.isXMPStaged() || ahead.isChanged)

@@ -140,8 +140,10 @@ XMPInfoImpl::Contents XMPInfoImpl::exchange(Contents contents) noexcept {
 
 // The index of the directory. -----------------------------------------------------------------------------------------
 
-void XMPInfoImpl::adopt(std::shared_ptr<XMPPacket> const& packet) {
+void XMPInfoImpl::adopt(std::shared_ptr<XMPPacket> const& packet, std::vector<uint8_t> const& text) {
     exchange({packet, XMPDirectory(packet)});
+    if (!text.empty())
+        noteSerialized({text.begin(), text.end()});
 }
 
 void XMPInfoImpl::reindex() {
@@ -266,16 +268,28 @@ std::string XMPInfoImpl::getLastItem() const {
 /// The toolkit writes namespaces without escaping them, and nests deeper than it is let read. Every writer gets its
 /// packet here: one that nobody could read again is refused before a byte of a file changes.
 std::vector<uint8_t> XMPInfoImpl::serializeToBuffer() const {
+    if (isSerialized())
+        return {serialized.begin(), serialized.end()};
     auto text = meta->serialize();
-    if (text == serialized)
-        return {text.begin(), text.end()};
-    try {
-        parseXMPPacket(text);
-    } catch (Error const& error) {
-        throw ErrorAt().as(Error::Code::XMP)("XMP that could not be read again: %s", messageOf(error));
+    if (text != serialized) {
+        try {
+            parseXMPPacket(text);
+        } catch (Error const& error) {
+            throw ErrorAt().as(Error::Code::XMP)("XMP that could not be read again: %s", messageOf(error));
+        }
     }
-    serialized = std::move(text);
+    noteSerialized(std::move(text));
     return {serialized.begin(), serialized.end()};
+}
+
+bool XMPInfoImpl::isSerialized() const {
+    return serializedPacket.lock() == meta && serializedChanges == meta->changes();
+}
+
+void XMPInfoImpl::noteSerialized(std::string text) const {
+    serialized = std::move(text);
+    serializedPacket = meta;
+    serializedChanges = meta->changes();
 }
 
 std::string XMPInfoImpl::dump() const {

@@ -96,15 +96,21 @@ public:
     XMPDirectory& getDirectory() const { return directory; }
     /// Starts over from the packet. A failure leaves the index as it was.
     void reindex();
-    /// Goes on with another packet, in memory only.
-    void adopt(std::shared_ptr<XMPPacket> const& packet);
+    /// Goes on with another packet, in memory only. `text` is what serializeToBuffer() of a view has answered for it;
+    /// nothing where none was asked.
+    void adopt(std::shared_ptr<XMPPacket> const& packet, std::vector<uint8_t> const& text = {});
 
 private:
+    bool isSerialized() const;
+    void noteSerialized(std::string text) const;
+
     std::shared_ptr<MediaFile> file;
     mutable std::unique_ptr<XMPInFile> inFile; ///< none: nobody has looked
     bool isFileTrusted = false;
     bool areOthersIn = false; ///< taken for good
     mutable std::string serialized;
+    mutable std::weak_ptr<XMPPacket> serializedPacket; ///< whose text that is,
+    mutable uint64_t serializedChanges = 0;            ///< as long as it has changed no further
     std::shared_ptr<XMPPacket> meta;
     mutable XMPDirectory directory;
 };

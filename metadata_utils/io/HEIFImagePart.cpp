@@ -100,7 +100,7 @@ void ImagePart::writeOver(MediaFile& file) const {
 void ImagePart::putInto(SplicedCopy& copy, uint32_t oldSize) const {
     uint32_t done = 0, taken = 0;
     auto const putUpTo = [&](uint32_t position, uint32_t source) {
-        copy.replace({taken, source - taken}, {bytes.get() + done, bytes.get() + position});
+        copy.replace({taken, source - taken}, {reinterpret_cast<char const*>(bytes.get() + done), position - done});
     };
     for (auto const& range : unchanged) {
         putUpTo(range.position, range.source);
