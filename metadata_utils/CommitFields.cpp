@@ -52,7 +52,7 @@ void CommitFields::prepareXMP() {
         fields.dropWithdrawn();
     // The moment alone claimed a video that the first generation or a box has told of so far.
     auto const isTold = [&] {
-        return fields.containsOffset() || (parts.isHEIC && heif::TrailingBoxes(parts.outputFile).videosSize() > 0);
+        return fields.containsOffset() || (parts.isHEIC && parts.trailingBoxes()->videosSize() > 0);
     };
     bool const isNewClaim = staged.isTimestampSet && !fields.containsItem() && isTold();
     if (!fields.contains() || isNewClaim || (staged.video && !fields.isClaimed())) {

@@ -46,6 +46,7 @@ private:
 
 void MotionPhotoCommit::write() {
     Planned planned(parts.qrtEdit->staging());
+    KeptBoxes::OneLook const boxes(parts.boxes);
     requireCommittable(*parts.outputFile);
     PacketKeeper packet(parts);
     mediator.reset();
@@ -137,7 +138,7 @@ void MotionPhotoCommit::requireCommittable(MediaFile const& output, bool isTrail
     if (writesTrailer || hasExtras) { // a file that is no longer the one that was read, before all else
         auto const image = parts.qrtEdit->staging().plan().getGround().image;
         if (parts.isHEIC && hasExtras)
-            heif::TrailingBoxes(parts.outputFile).requireVideosCanGo(image);
+            parts.trailingBoxes()->requireVideosCanGo(image);
     }
     if (!parts.isHEIC && hasExtras)
         static_cast<void>(outside.pointedVideoLast());
@@ -173,7 +174,7 @@ CommitSizes MotionPhotoCommit::sizes() {
         sizes.addXMP(parts.xmpEdit->serializeToBuffer().size() + room.identifier, room.size);
     }
     if (parts.isHEIC && !staged.extras.empty())
-        sizes.exchangeBox(heif::TrailingBoxes(parts.outputFile).videosSize(),
+        sizes.exchangeBox(parts.trailingBoxes()->videosSize(),
                           staged.video ? uint64_t{heif::TrailingBoxes::VIDEO_HEADER_SIZE} + staged.video->size() : 0);
     if (parts.qrtEdit->isDirty())
         sizes.addTrailer(parts.qrtEdit->staging().plan());
@@ -188,7 +189,7 @@ bool MotionPhotoCommit::isVideoRemovalWithoutXMP() {
     auto const& records = parts.qrtEdit->staging().getStaged();
     bool const onlyRemoves =
         std::all_of(records.begin(), records.end(), [](auto const& each) { return each.isInFile(); });
-    return onlyRemoves && !HEIFMetaWriter::isTrailerHidden(*parts.outputFile) &&
+    return onlyRemoves && !parts.trailingBoxes()->isTrailerHidden() &&
            ImageMetaReader::of(parts.outputFile, ParseMode::LAZY)->findAllXMP().empty();
 }
 
@@ -255,7 +256,7 @@ void MotionPhotoCommit::requireRoomFor(uint32_t packetSize) const {
 }
 
 bool MotionPhotoCommit::mustRestoreTrailer() const {
-    return parts.isHEIC && (isTrailerFound || HEIFMetaWriter::isTrailerHidden(*parts.outputFile));
+    return parts.isHEIC && (isTrailerFound || parts.trailingBoxes()->isTrailerHidden());
 }
 
 /// A trailer that other boxes hide comes to the file's end. Until then neither view nor editor knew its records: they

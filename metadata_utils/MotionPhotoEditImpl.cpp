@@ -326,6 +326,10 @@ void MotionPhotoEditImpl::requireCommittable(MediaFile const& output, bool isTra
     inPlace->requireCommittable(output, isTrailerWritten);
 }
 
+void MotionPhotoEditImpl::knowRoom(uint32_t size) {
+    mediator->knowRoom(size);
+}
+
 PacketAhead MotionPhotoEditImpl::packetAhead() {
     return inPlace->packetAhead();
 }

@@ -86,6 +86,7 @@ public:
     void commit(std::shared_ptr<MediaFile> const& target) override;
 
     std::shared_ptr<MotionPhotoInfoImpl> const& getView() const { return parts.view; }
+    KeptBoxes& getBoxes() { return parts.boxes; }
 
     // For a commit into another file. ---------------------------------------------------------------------------------
 
@@ -101,6 +102,8 @@ public:
     /// Throws what a commit into `output` would refuse of what is staged, and of a trailer that is written there
     /// anyway.
     void requireCommittable(MediaFile const& output, bool isTrailerWritten);
+    /// The photo is a copy, just made with room for so many bytes of XMP.
+    void knowRoom(uint32_t size);
     /// Stages what `other` has staged, whose file this one's is a copy of; the packet is the caller's affair. After the
     /// first time only what is new counts. `recordPlace` says where in this file's trailer a record of the other's
     /// stands.

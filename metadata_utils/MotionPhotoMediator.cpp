@@ -99,12 +99,19 @@ void MotionPhotoEditImpl::Mediator::commitXMP(std::shared_ptr<MediaFile> const& 
     parts.xmpEdit->commit(file);
 }
 
+void MotionPhotoEditImpl::Mediator::knowRoom(uint32_t size) {
+    room = size;
+    roomChanges = parts.outputFile->changes();
+}
+
 void MotionPhotoEditImpl::Mediator::makeRoom() {
     if (!parts.isHEIC)
         return;
-    uint32_t const need = static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size());
+    uint32_t const need = std::max(static_cast<uint32_t>(parts.xmpEdit->serializeToBuffer().size()), 1U);
+    if (room >= need && roomChanges == parts.outputFile->changes())
+        return;
     HEIFMetaWriter writer(parts.outputFile);
-    if (writer.xmpRoom() >= std::max(need, 1U))
+    if (writer.xmpRoom() >= need)
         return;
     parts.view->getPacket()->requireUnchanged();
     writer.reserveXMP(HEIFMetaWriter::roomFor(need));

@@ -18,6 +18,8 @@ public:
     /// A HEIC's XMP has a room of fixed size. What is staged must fit, so the image is written again with a larger room
     /// when it does not; the trailer then stands elsewhere and is read again.
     void makeRoom();
+    /// The output has room for so many bytes of XMP where a writer finds it, until it changes.
+    void knowRoom(uint32_t size);
 
 private:
     void onTrailerWritten(std::shared_ptr<MediaFile> const& file, size_t size);
@@ -27,9 +29,11 @@ private:
     bool isOutput(MediaFile const& file) const;
     uint32_t behindImage() const;
 
-    size_t lastSize = 0;     ///< the output's size when it last acted
-    uint32_t lastBehind = 0; ///< bytes of the trailer then
-    bool owesFields = false; ///< the packet follows the trailer, and could not be written
+    uint32_t room = 0;        ///< for XMP that the output is known to have
+    uint64_t roomChanges = 0; ///< of the output, when it became known
+    size_t lastSize = 0;      ///< the output's size when it last acted
+    uint32_t lastBehind = 0;  ///< bytes of the trailer then
+    bool owesFields = false;  ///< the packet follows the trailer, and could not be written
     MotionPhotoParts& parts;
 };
 

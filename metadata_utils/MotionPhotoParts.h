@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ByteSource.h"
+#include "KeptBoxes.h"
 #include "MPQRTEdit.h"
 #include "MPXMPEdit.h"
 #include "MotionPhotoInfoImpl.h"
@@ -25,6 +26,10 @@ struct MotionPhotoParts {
     std::unique_ptr<MPQRTEdit> qrtEdit;
     std::unique_ptr<MPXMPEdit> xmpEdit;
     bool isHEIC = false;
+    KeptBoxes boxes; ///< of a HEIC
+
+    /// Those of the output.
+    std::shared_ptr<heif::TrailingBoxes> trailingBoxes() { return boxes.of(outputFile); }
 };
 
 /// What is asked of the photo's video, and of what the packet says of it, beside the staged records and packet.

@@ -66,6 +66,7 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
     bool const isFirst = editor == nullptr || prepared != still;
     std::optional<PhotoCopy> copy;
     std::optional<QRTEditImpl::OnePlan> planned(owner.getQRTEdit().staging());
+    std::optional<KeptBoxes::OneLook> boxes(owner.getBoxes());
     owner.requireCommittable(*file, isFirst && prepared != nullptr);
     if (isFirst) {
         editor = nullptr;
@@ -79,6 +80,7 @@ void MotionPhotoTarget::commit(MotionPhotoEditImpl& owner, std::shared_ptr<Media
         editor = std::make_shared<MotionPhotoEditImpl>(std::make_shared<MotionPhotoInfoImpl>(file, none));
     }
     planned.reset();
+    boxes.reset();
     try {
         handOver(owner, isFirst, copy ? &*copy : nullptr);
         editor->commit();
@@ -141,6 +143,8 @@ void MotionPhotoTarget::handOver(MotionPhotoEditImpl& owner, bool isFirst, Photo
         auto const ahead = copy != nullptr ? copy->packetAhead() : PacketAhead();
         editor->getView()->getPacket()->adopt(ahead.packet != nullptr ? ahead.packet : packet->getMeta()->clone(),
                                               ahead.bytes);
+        if (copy != nullptr)
+            editor->knowRoom(copy->getRoom());
         if (copy != nullptr && copy->holdsPacket())
             editor->getView()->getPacket()->trustFile();
         else if (owner.isXMPStaged() || ahead.isChanged)

@@ -21,10 +21,10 @@ constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 /// A box that is there already is replaced; what stood behind it stands in front of the new one, the trailer behind.
 void OutsideVideo::addMPVDBox(std::shared_ptr<MediaFile> const& file, VideoSource const& video) {
     mediator.notify(this, MotionPhotoEditImpl::Event::BEFORE_VIDEO_BOX, file);
-    heif::TrailingBoxes(file).takeVideosOut();
+    parts.boxes.of(file)->takeVideosOut();
     parts.view->getTrailer()->adjustPosition(file->size());
     uint32_t const position = parts.qrtEdit->staging().plan().getGround().image;
-    uint32_t const begin = heif::TrailingBoxes(file).putVideo(position, video.size(), [&] { video.copyTo(file); });
+    uint32_t const begin = parts.boxes.of(file)->putVideo(position, video.size(), [&] { video.copyTo(file); });
     LOGI("write video on %zu for %zu", size_t{begin}, size_t{video.size()});
     parts.view->getTrailer()->adjustPosition(file->size());
     replaceMPDataByMPVDBox(begin, video.size());
@@ -34,7 +34,7 @@ void OutsideVideo::addMPVDBox(std::shared_ptr<MediaFile> const& file, VideoSourc
 
 void OutsideVideo::removeMPVDBox(std::shared_ptr<MediaFile> const& file) {
     mediator.notify(this, MotionPhotoEditImpl::Event::BEFORE_VIDEO_BOX, file);
-    heif::TrailingBoxes(file).takeVideosOut();
+    parts.boxes.of(file)->takeVideosOut();
     parts.view->getTrailer()->adjustPosition(file->size());
 }
 

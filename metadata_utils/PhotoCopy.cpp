@@ -28,7 +28,7 @@ std::string emptyBox(heif::TopLevelBox const& box) {
 PhotoCopy::PhotoCopy(MotionPhotoEditImpl& owner)
     : photo(owner.getView()->getFile()), isHEIC(photo->mimeType() == MediaDefs::MimeType::IMAGE_HEIC), copy(photo) {
     auto& staging = owner.getQRTEdit().staging();
-    if (staging.getOutput() != photo || (isHEIC && HEIFMetaWriter::isTrailerHidden(*photo)))
+    if (staging.getOutput() != photo || (isHEIC && owner.getBoxes().of(photo)->isTrailerHidden()))
         return;
     auto const plan = staging.plan();
     auto const& stored = *owner.getView()->getTrailer()->getStored();
@@ -41,7 +41,7 @@ PhotoCopy::PhotoCopy(MotionPhotoEditImpl& owner)
         copy.replace(leftOut);
     if (owner.getVideoEdit() != nullptr) {
         if (isHEIC)
-            leaveOutBoxes();
+            leaveOutBoxes(*owner.getBoxes().of(photo));
         if (plan.getGround().hasTrailer)
             leaveOutRecords(plan, stored);
     }
@@ -63,13 +63,12 @@ void PhotoCopy::putXMP(MotionPhotoEditImpl& owner) {
     if (ahead.packet == nullptr)
         return;
     if (isHEIC)
-        HEIFMetaWriter(photo).putXMPIn(copy, ahead.bytes, ahead.isChanged);
+        room = HEIFMetaWriter(photo).putXMPIn(copy, ahead.bytes, ahead.isChanged);
     isPacketIn = ahead.isChanged && (isHEIC || JPEGMetaWriter(photo).putXMPIn(copy, ahead.bytes));
 }
 
 /// Their headers stay: what stood behind a box stands in front of the one that comes for it.
-void PhotoCopy::leaveOutBoxes() {
-    heif::TrailingBoxes const boxes(photo);
+void PhotoCopy::leaveOutBoxes(heif::TrailingBoxes const& boxes) {
     for (auto const& box : boxes.videos()) {
         if (box.size > LEAST_LEFT_OUT)
             copy.replace({box.position, box.size}, emptyBox(box));

@@ -33,12 +33,14 @@ public:
     PacketAhead const& packetAhead() const { return ahead; }
     /// The packet stands in the copy: it is not to be written again.
     bool holdsPacket() const { return isPacketIn; }
+    /// What a HEIC's copy has for a packet that is written over; 0 where nobody has looked.
+    uint32_t getRoom() const { return room; }
     /// Bytes from the trailer's first byte to a record that stands so many behind the photo's.
     uint32_t recordPlace(uint32_t inPhoto) const;
 
 private:
     void putXMP(MotionPhotoEditImpl& owner);
-    void leaveOutBoxes();
+    void leaveOutBoxes(heif::TrailingBoxes const& boxes);
     void leaveOutRecords(TrailerPlan const& plan, trailer::Stored const& stored);
     struct Pointer {
         Stretch data; ///< of its record
@@ -55,6 +57,7 @@ private:
     std::optional<Pointer> pointer;
     PacketAhead ahead;
     bool isPacketIn = false;
+    uint32_t room = 0;
 };
 
 } // namespace android::lumo

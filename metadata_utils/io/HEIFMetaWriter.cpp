@@ -126,14 +126,14 @@ void HEIFMetaWriter::requireRoomCanBeMade(unsigned int size) {
     rescan();
 }
 
-void HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bool isWanted) {
+uint32_t HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bool isWanted) {
     auto const needed = std::max(static_cast<uint32_t>(packet.size()), 1U);
     uint32_t const room = xmpRoom();
     if (room >= needed) {
         packet.resize(room, BLANK);
         if (isWanted)
             copy.replace({reader->getXMPItem()->position, room}, {packet.begin(), packet.end()});
-        return;
+        return room;
     }
     uint32_t const oldSize = reader->getEndOfImagePosition(true);
     auto const image = imageWithRoom(roomFor(needed));
@@ -141,6 +141,7 @@ void HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bo
     if (isWanted)
         std::copy(packet.begin(), packet.end(), image.bytes.get() + image.roomPosition);
     image.putInto(copy, oldSize);
+    return image.roomSize;
 }
 
 /// The new image part, in memory but for what the source's has unchanged.

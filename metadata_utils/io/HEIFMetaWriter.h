@@ -67,8 +67,8 @@ public:
         return std::max(MIN_XMP_ROOM, (packetSize + STEP - 1) / STEP * STEP);
     }
     /// Makes it in a copy of the file instead, where the packet does not fit, and puts the packet there if it is
-    /// wanted. For the library's own editors.
-    void putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bool isWanted);
+    /// wanted. For the library's own editors. Returns the room that a writer will find in the copy.
+    uint32_t putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet, bool isWanted);
 
     /// Gives a last box that is stored with size 0 ("to the end of the file") its size, so that something can follow
     /// it. Whoever appends to a HEIC calls it first. Nothing happens when there is none.

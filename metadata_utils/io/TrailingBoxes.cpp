@@ -49,8 +49,10 @@ TrailingBoxes::TrailingBoxes(std::shared_ptr<MediaFile> const& edited) : file(ed
 
 /// Scanned again only when asked: a change that is complete must not fail for a read that nobody needs.
 TopLevel const& TrailingBoxes::topLevel() const {
-    if (!known)
+    if (!known || knownChanges != file->changes()) {
         known = scanWhole(*file);
+        knownChanges = file->changes();
+    }
     return *known;
 }
 
@@ -180,6 +182,7 @@ void TrailingBoxes::closeLast() {
     checked::seek(*file, box.position);
     checked::write(*file, bigEndianBytes(box.size, sizeof box.size));
     box.toEnd = false;
+    knownChanges = file->changes();
 }
 
 /// A copy at the end comes first, so that the trailer is never out of the file.

@@ -29,9 +29,9 @@ namespace android::lumo::heif {
 ///           12      n      the camera's debug info
 ///     qrtd  as in TrailerLayout.h; looked for at the file's last bytes, so nothing may come behind it
 ///
-/// An object knows the boxes as they stood when it was made and follows its own changes; what others write meanwhile it
-/// does not see, so it is made anew for each edit. A top level that cannot be followed to the file's end throws, as do
-/// reads that the system refuses.
+/// An object knows the boxes as they stood when it was made and looks again once its handle has changed the file; what
+/// others write meanwhile it does not see, so it is made anew for each edit. A top level that cannot be followed to the
+/// file's end throws, as do reads that the system refuses.
 ///
 /// What holds for every change:
 /// 1. An item of the image whose bytes would move, or be lost, refuses it before a byte moves: positions in 'iloc' are
@@ -45,6 +45,8 @@ public:
 
     explicit TrailingBoxes(std::shared_ptr<MediaFile> const& file);
 
+    /// Whether it is made of this very handle.
+    bool isOf(MediaFile const& other) const { return file.get() == &other; }
     uint32_t endOfImage() const { return topLevel().endOfImage(); }
     uint32_t fileSize() const { return topLevel().fileSize; }
     /// The video boxes behind the image, in file order.
@@ -113,6 +115,7 @@ private:
 
     std::shared_ptr<MediaFile> file;
     mutable std::optional<TopLevel> known; ///< none after a change
+    mutable uint64_t knownChanges = 0;     ///< of the file, when it was found
 };
 
 } // namespace android::lumo::heif
