@@ -20,10 +20,13 @@ constexpr char LOG_TAG[] = "MotionPhotoEditImpl";
 
 /// A box that is there already is replaced; what stood behind it stands in front of the new one, the trailer behind.
 void OutsideVideo::addMPVDBox(std::shared_ptr<MediaFile> const& file, VideoSource const& video) {
+    std::optional<QRTEditImpl::OnePlan> planned(parts.qrtEdit->staging());
     mediator.notify(this, MotionPhotoEditImpl::Event::BEFORE_VIDEO_BOX, file);
-    parts.boxes.of(file)->takeVideosOut();
+    if (parts.boxes.of(file)->takeVideosOut())
+        planned.reset();
     parts.view->getTrailer()->adjustPosition(file->size());
     uint32_t const position = parts.qrtEdit->staging().plan().getGround().image;
+    planned.reset();
     uint32_t const begin = parts.boxes.of(file)->putVideo(position, video.size(), [&] { video.copyTo(file); });
     LOGI("write video on %zu for %zu", size_t{begin}, size_t{video.size()});
     parts.view->getTrailer()->adjustPosition(file->size());

@@ -77,9 +77,13 @@ std::span<uint8_t const> ByteWindow::at(uint32_t position, uint32_t n) {
         throw readerError().as(isTooLarge ? Error::Code::TOO_BIG : Error::Code::DAMAGED)(
             "fail to get file payload[%d]: %s", static_cast<int>(std::min<uint32_t>(n, INT32_MAX)),
             isTooLarge ? "box too large" : "behind the end of the file");
-    if (position < heldAt || !rangeFits(position - heldAt, n, held.size()))
+    if (!holds(position, n))
         refill(position, n);
     return held.subspan(position - heldAt, n);
+}
+
+bool ByteWindow::holds(uint32_t position, uint32_t n) const {
+    return position >= heldAt && rangeFits(position - heldAt, n, held.size());
 }
 
 std::span<uint8_t const> ByteWindow::upTo(uint32_t position, uint32_t n) {

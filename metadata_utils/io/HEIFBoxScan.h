@@ -33,6 +33,8 @@ public:
     std::span<uint8_t const> at(uint32_t position, uint32_t n);
     /// The same for the part of the range that the file holds.
     std::span<uint8_t const> upTo(uint32_t position, uint32_t n);
+    /// Whether at() would answer without reading.
+    bool holds(uint32_t position, uint32_t n) const;
 
     /// No box that is read whole is larger in a file of any camera: 65,535 items with names of 40 bytes fit.
     static constexpr uint32_t MAX_REQUEST = 4 * 1024 * 1024;

@@ -10,7 +10,7 @@ namespace android::lumo::heif {
 
 namespace {
 
-/// What is longer does not pass through the window.
+/// What is longer is not read through the window.
 constexpr uint32_t SMALL = 64;
 
 ImageStream* stream(void* descriptor) {
@@ -30,7 +30,7 @@ void ImageStream::rethrowFailure() const {
 int32_t ImageStream::read(void* buffer, uint32_t n, uint32_t& done) {
     done = std::min(n, total - position);
     try {
-        if (done <= SMALL) {
+        if (done <= SMALL || window.holds(position, done)) {
             auto const bytes = window.at(position, done);
             std::copy(bytes.begin(), bytes.end(), static_cast<uint8_t*>(buffer));
         } else {

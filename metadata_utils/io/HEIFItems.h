@@ -49,6 +49,8 @@ public:
     std::optional<uint32_t> primaryId;
     std::vector<ItemReference> references;
     std::vector<ItemLocation> locations;
+    /// The top level they stand in, once somebody has looked at all of it.
+    std::optional<TopLevel> around;
 
 private:
     void parseChild(ByteWindow& window, BoxType type, uint32_t position, uint32_t size);

@@ -53,6 +53,22 @@ std::string joined(std::list<HEIFMetaReader::Box> const& boxes) {
     return text;
 }
 
+uint32_t endOfImageIn(heif::TopLevel const& topLevel) {
+    if (topLevel.damage && !topLevel.isCutOff())
+        throw *topLevel.damage;
+    return topLevel.endOfImage();
+}
+
+/// A look at the whole top level, kept with the items until they are read again.
+heif::TopLevel const& topLevelOf(heif::Items& items, MediaFile const& file, bool rescan = false) {
+    if (rescan || !items.around) {
+        items.around.reset();
+        heif::ByteWindow window(file);
+        items.around = heif::scanTopLevel(window);
+    }
+    return *items.around;
+}
+
 /// The caller's message with the demuxer's code; its reason goes to the log. A file that could not be read is thrown.
 Error failure(HEIFMetaReader const& reader, char const* message, int32_t error, int line = __builtin_LINE()) {
     reader.rethrowReadFailure();
@@ -208,11 +224,8 @@ Metadata HEIFMetaReader::getCameraDebugInfo() {
 // The top level. ------------------------------------------------------------------------------------------------------
 
 std::list<HEIFMetaReader::Box> HEIFMetaReader::findBox(std::vector<std::string> const& types) {
-    heif::ByteWindow window(*file);
-    heif::TopLevel const topLevel = heif::scanTopLevel(window);
-    if (topLevel.damage && !topLevel.isCutOff())
-        throw *topLevel.damage;
-    endOfImage = topLevel.endOfImage();
+    auto const& topLevel = topLevelOf(*items, *file, true);
+    endOfImage = endOfImageIn(topLevel);
     std::list<Box> found;
     for (auto const& box : topLevel.boxes) {
         if (std::find(types.begin(), types.end(), boxTypeText(box.type)) != types.end())
@@ -231,7 +244,7 @@ uint32_t HEIFMetaReader::getExternalMetadataPosition(std::vector<std::string> co
 
 uint32_t HEIFMetaReader::getEndOfImagePosition(bool rescan) {
     if (rescan || endOfImage == 0)
-        findBox({});
+        endOfImage = endOfImageIn(topLevelOf(*items, *file, rescan));
     return endOfImage;
 }
 
@@ -240,9 +253,8 @@ std::optional<HEIFMetaReader::XMPItem> HEIFMetaReader::getXMPItem() {
     auto const place = allItems->findXMP();
     if (!place)
         return std::nullopt;
-    heif::ByteWindow window(*file);
     return XMPItem{place->base + place->offset, place->length, allItems->isPacket(*place),
-                   allItems->refusalToWrite(*place, heif::scanTopLevel(window))};
+                   allItems->refusalToWrite(*place, topLevelOf(*items, *file))};
 }
 
 uint32_t HEIFMetaReader::getFileSize() const {
@@ -253,10 +265,8 @@ uint32_t HEIFMetaReader::getFileSize() const {
 
 void HEIFMetaReader::init() {
     uint32_t imageLength = endOfImage;
-    if (imageLength == 0) {
-        heif::ByteWindow window(*file);
-        imageLength = heif::scanTopLevel(window).endOfImage();
-    }
+    if (imageLength == 0)
+        imageLength = topLevelOf(*items, *file).endOfImage();
     stream = std::make_unique<heif::ImageStream>(file, imageLength);
     auto const callbacks = heif::ImageStream::callbacks();
     int32_t error = HBOX_OK;

@@ -135,7 +135,7 @@ uint32_t HEIFMetaWriter::putXMPIn(SplicedCopy& copy, std::vector<uint8_t> packet
             copy.replace({reader->getXMPItem()->position, room}, {packet.begin(), packet.end()});
         return room;
     }
-    uint32_t const oldSize = reader->getEndOfImagePosition(true);
+    uint32_t const oldSize = reader->getEndOfImagePosition(false); // of the look that xmpRoom() has taken
     auto const image = imageWithRoom(roomFor(needed));
     packet.resize(std::max<size_t>(image.roomSize, packet.size()), BLANK);
     if (isWanted)

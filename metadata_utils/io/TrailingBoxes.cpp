@@ -50,6 +50,7 @@ TrailingBoxes::TrailingBoxes(std::shared_ptr<MediaFile> const& edited) : file(ed
 /// Scanned again only when asked: a change that is complete must not fail for a read that nobody needs.
 TopLevel const& TrailingBoxes::topLevel() const {
     if (!known || knownChanges != file->changes()) {
+        itemFree.reset();
         known = scanWhole(*file);
         knownChanges = file->changes();
     }
@@ -171,6 +172,15 @@ void TrailingBoxes::requireNoItemIn(uint32_t from, uint32_t to) const {
     } catch (BoxError const& error) {
         throw ErrorAt().as(Error::Code::DAMAGED, *file)("nothing behind the image can move: %s", error.reason());
     }
+}
+
+/// A commit asks before it begins and again for each step.
+void TrailingBoxes::requireNoItemBehind(uint32_t from) const {
+    uint32_t const end = fileSize();
+    if (itemFree && from >= *itemFree)
+        return;
+    requireNoItemIn(from, end);
+    itemFree = from;
 }
 
 // Order. --------------------------------------------------------------------------------------------------------------

@@ -64,7 +64,7 @@ public:
 
     /// Throws when an item of the image has bytes in [from, to).
     void requireNoItemIn(uint32_t from, uint32_t to) const;
-    void requireNoItemBehind(uint32_t from) const { requireNoItemIn(from, fileSize()); }
+    void requireNoItemBehind(uint32_t from) const;
 
     /// Gives a last box that is stored with size 0 ("to the end of the file") its size, so that something can follow.
     void closeLast();
@@ -114,8 +114,9 @@ private:
     void writeDebugInfo(std::span<uint8_t const> data, uint32_t position);
 
     std::shared_ptr<MediaFile> file;
-    mutable std::optional<TopLevel> known; ///< none after a change
-    mutable uint64_t knownChanges = 0;     ///< of the file, when it was found
+    mutable std::optional<TopLevel> known;    ///< none after a change
+    mutable uint64_t knownChanges = 0;        ///< of the file, when it was found
+    mutable std::optional<uint32_t> itemFree; ///< no item of the image has bytes from here on
 };
 
 } // namespace android::lumo::heif
