@@ -70,6 +70,14 @@ std::string headerFor(uint32_t payload) {
            bigEndianBytes(payload + jpeg::LENGTH_SIZE, jpeg::LENGTH_SIZE);
 }
 
+/// Whether a segment of that size cannot be had, or only at the cost of an MPF index's images.
+bool isRoomOutOfReach(MediaFile const& file, uint32_t size) {
+    if (size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
+        return true;
+    auto const segments = jpeg::mapSegments(file);
+    return jpeg::loseImages(segments, jpeg::changesFor(segments, size + jpeg::HEADER_SIZE));
+}
+
 } // namespace
 
 JPEGMetaWriter::JPEGMetaWriter(std::shared_ptr<MediaFile> const& target)
@@ -167,14 +175,6 @@ Metadata JPEGMetaWriter::writePacket(std::vector<unsigned char> const& packet, u
     return meta;
 }
 
-/// Whether a segment of that size cannot be had, or only at the cost of an MPF index's images.
-bool JPEGMetaWriter::isRoomOutOfReach(uint32_t size) const {
-    if (size > jpeg::MAX_SEGMENT_LENGTH - jpeg::LENGTH_SIZE)
-        return true;
-    auto const segments = jpeg::mapSegments(*file);
-    return jpeg::loseImages(segments, jpeg::changesFor(segments, size + jpeg::HEADER_SIZE));
-}
-
 /// The segment there is when it is large enough and the only one, otherwise room newly reserved. More than the packet
 /// takes is asked for to spare later moves: where no more can be had, what holds the packet is large enough.
 Metadata JPEGMetaWriter::findXMPRoom(uint32_t payload, uint32_t required) {
@@ -182,7 +182,7 @@ Metadata JPEGMetaWriter::findXMPRoom(uint32_t payload, uint32_t required) {
     auto const found = reader->findAllXMP();
     JPEGMetaReader::tellFound(found);
     uint32_t const held = found.empty() ? 0 : found.front().payload;
-    if (found.size() == 1 && (held >= required || (held >= payload && isRoomOutOfReach(required)))) {
+    if (found.size() == 1 && (held >= required || (held >= payload && isRoomOutOfReach(*file, required)))) {
         Metadata const& meta = found.front();
         requireFits(payload, meta.payload);
         jpeg::requireInImage(*file, meta.position, meta.payload);

@@ -67,7 +67,6 @@ public:
 private:
     Metadata makeChange(jpeg::Change const& change, jpeg::SegmentMap const& segments, bool isLast);
     Metadata writePacket(std::vector<unsigned char> const& packet, uint32_t required);
-    bool isRoomOutOfReach(uint32_t size) const;
     Metadata findXMPRoom(uint32_t payload, uint32_t required);
     std::pair<int64_t, int64_t> searchAppSegment(uint16_t marker) const;
     int64_t removeApp4(int64_t position, int64_t payload);
