@@ -100,11 +100,15 @@ def take_turns(commands, rounds, before=lambda: None):
 
 
 def adding(table, what, s, still, video, out, limits):
+    def begin_anew():  # with a disk that has nothing to do: not the result of the run before
+        out.unlink(missing_ok=True)
+        os.sync()
+
     wall, cpu = take_turns({
         "add": [s.tool, "add", str(still), str(video), "-o", str(out)],
         "cat": ["sh", "-c", f"exec cat '{still}' '{video}' > '{out}'"],
         "cat + sync": ["sh", "-c", f"cat '{still}' '{video}' > '{out}' && exec sync '{out}'"],
-    }, s.rounds, lambda: out.unlink(missing_ok=True))
+    }, s.rounds, begin_anew)
     against(table, what, wall, "add", limits)
     against(table, f"{what}, CPU time", cpu, "add", limits)
 
