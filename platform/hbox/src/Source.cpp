@@ -105,6 +105,17 @@ std::vector<ItemInfo> const& Source::allItems() const {
     return infos;
 }
 
+namespace {
+
+/// None also for an offset that has no meaning: who asks for the item hears of it.
+std::optional<FileRange> simpleRange(ItemLocation& location) {
+    bool const isSimple = location.method() == ItemLocation::IN_FILE && location.dataReference == 0 &&
+                          location.extentCount == 1 && location.base <= UINT32_MAX && location.offsetWidth <= 4;
+    return isSimple ? std::optional(location.nextExtent()) : std::nullopt;
+}
+
+} // namespace
+
 Source::LocationIndex& Source::locationIndex() const {
     if (locations)
         return *locations;
@@ -113,8 +124,8 @@ Source::LocationIndex& Source::locationIndex() const {
         LocationReader reader = index.reader;
         index.places.reserve(reader.count());
         uint32_t place = reader.place();
-        while (auto const location = reader.next()) {
-            index.places.emplace_back(location->id, place);
+        while (auto* const location = reader.next()) {
+            index.places.push_back({location->id, place, simpleRange(*location)});
             place = reader.place();
         }
     } catch (android::lumo::BoxError const& error) {
@@ -127,22 +138,31 @@ Source::LocationIndex& Source::locationIndex() const {
     return locations.emplace(std::move(index));
 }
 
-std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
+/// Null where there is none.
+Source::LocationIndex::Place const* Source::findPlace(uint32_t id) const {
     auto& index = locationIndex();
     auto const& places = index.places;
     size_t found = index.behindLast;
-    bool const isNext =
-        found < places.size() && places[found].first == id && (found == 0 || places[found - 1].first != id);
+    bool const isNext = found < places.size() && places[found].id == id && (found == 0 || places[found - 1].id != id);
     if (!isNext) {
-        auto const isBefore = [](auto const& place, uint32_t wanted) { return place.first < wanted; };
+        auto const isBefore = [](auto const& place, uint32_t wanted) { return place.id < wanted; };
         auto const place = std::lower_bound(places.begin(), places.end(), id, isBefore);
-        if (place == places.end() || place->first != id)
-            return std::nullopt;
+        if (place == places.end() || place->id != id)
+            return nullptr;
         found = static_cast<size_t>(place - places.begin());
     }
     index.behindLast = found + 1;
-    LocationReader reader = index.reader;
-    reader.skip(places[found].second);
+    return &places[found];
+}
+
+std::optional<ItemLocation> Source::findLocation(uint32_t id) const {
+    auto const* place = findPlace(id);
+    return place != nullptr ? std::optional(locationAt(*place)) : std::nullopt;
+}
+
+ItemLocation Source::locationAt(LocationIndex::Place const& place) const {
+    LocationReader reader = locationIndex().reader;
+    reader.skip(place.place);
     return *reader.next();
 }
 
@@ -153,8 +173,8 @@ std::vector<uint32_t> Source::locatedIds() const {
     std::vector<uint32_t> ids;
     ids.reserve(index.places.size());
     for (auto const& place : index.places) {
-        if (ids.empty() || ids.back() != place.first)
-            ids.push_back(place.first);
+        if (ids.empty() || ids.back() != place.id)
+            ids.push_back(place.id);
     }
     return ids;
 }
@@ -172,8 +192,14 @@ std::vector<FileRange> const& Source::ranges(uint32_t id) const {
         return lastRanges;
     lastRangesOf.reset();
     lastRanges.clear();
+    auto const* place = findPlace(id);
+    if (place != nullptr && place->simple && rangeFits(place->simple->position, place->simple->length, file.size())) {
+        lastRanges.push_back(*place->simple);
+        lastRangesOf = id;
+        return lastRanges;
+    }
     auto const name = static_cast<unsigned>(id);
-    auto location = findLocation(id);
+    auto location = place != nullptr ? std::optional(locationAt(*place)) : std::nullopt;
     if (!location)
         throw failure(HBOX_ERR_NOT_FOUND, "item %u has no location", name);
     if (location->dataReference != 0 || location->method() > 1)

@@ -67,9 +67,18 @@ public:
 private:
     /// 'iloc' sorted by id, made when first asked: a grid asks once per tile.
     struct LocationIndex {
-        LocationReader reader;                             ///< in front of the first entry
-        std::vector<std::pair<uint32_t, uint32_t>> places; ///< id, LocationReader::place
-        size_t behindLast = 0;                             ///< of `places`: who goes on in their order finds at once
+        struct Place {
+            uint32_t id;
+            uint32_t place; ///< LocationReader::place
+            /// The bytes of an entry with one extent in this file, counted from its start, as nearly all are.
+            std::optional<FileRange> simple;
+
+            bool operator<(Place const& other) const { return std::pair(id, place) < std::pair(other.id, other.place); }
+        };
+
+        LocationReader reader;     ///< in front of the first entry
+        std::vector<Place> places; ///< sorted
+        size_t behindLast = 0;     ///< of `places`: who goes on in their order finds at once
         std::optional<android::lumo::BoxError> damage;
     };
 
@@ -82,6 +91,8 @@ private:
     PixelSize pixelSize(uint32_t id) const;
     ItemIndex const& itemIndex() const;
     LocationIndex& locationIndex() const;
+    LocationIndex::Place const* findPlace(uint32_t id) const;
+    ItemLocation locationAt(LocationIndex::Place const& place) const;
 
     Stream file;
     std::vector<uint8_t> metaBytes;
