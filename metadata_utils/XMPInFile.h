@@ -53,6 +53,8 @@ public:
     void mergeInto(XMPPacket& packet) const;
     /// The last packet, parsed; not to be changed.
     std::shared_ptr<XMPPacket> const& parsed();
+    /// That is it: whoever has read the file has parsed packet().
+    void noteParsed(std::shared_ptr<XMPPacket> const& packet) { last = packet; }
     /// Runs `commit`, which writes the packet through `handle` and leaves it in `text`. What a commit that throws had
     /// changed is remembered: only a packet half written over its predecessor can be written again.
     void write(MediaFile const& handle, std::string const& text, std::function<void()> const& commit);

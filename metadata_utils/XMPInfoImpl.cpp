@@ -79,6 +79,7 @@ void XMPInfoImpl::load() {
     auto const& text = found->packet();
     LOGI("xmp: %s", text.c_str());
     adopt(parseXMPPacket(text));
+    found->noteParsed(meta->clone());
     inFile = std::move(found);
     areOthersIn = false;
     LOGI("load X");
