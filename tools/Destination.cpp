@@ -62,7 +62,7 @@ Destination::Destination(Arguments const& arguments, Input const& input, std::st
     bool const there = fs::exists(out, ignored);
     skipped = args.skipExisting && there;
     if (there && !skipped && !args.force && fs::is_regular_file(out, ignored))
-        throw Failure(ExitCode::WRITE_FAILED, out, SafeOutput::THERE_ALREADY);
+        throw SafeOutput::ThereAlready(out);
     if (!args.folder.empty() && !isFirstToTake(out)) // what is there already may be the other file's result, too
         throw Failure(ExitCode::WRITE_FAILED, out, "is the result of another file of this run already");
 }
@@ -96,14 +96,24 @@ Outcome Destination::edit(Photo const& photo, Edit const& edit) const {
         if (error)
             throw Failure(ExitCode::WRITE_FAILED, out, "its folder cannot be made: " + error.message());
     }
-    bool const replace = args.force || args.isInPlace();
+    try {
+        editSafely(photo, edit);
+    } catch (SafeOutput::ThereAlready const&) {
+        if (!args.skipExisting)
+            throw;
+        return skippedOutcome(); // it came since this run looked
+    }
+    return {};
+}
+
+void Destination::editSafely(Photo const& photo, Edit const& edit) const {
+    bool const replace = (args.force && !args.skipExisting) || args.isInPlace();
     SafeOutput safe(out, photo.file->getFd(), replace ? SafeOutput::Existing::REPLACE : SafeOutput::Existing::REFUSE,
                     args.preserve);
     if (args.isInPlace())
         safe.replacesOnly(photo.opened);
     if (guarded(photo.path(), out, [&] { return edit(safe.file()); }))
         safe.publish();
-    return {};
 }
 
 Outcome Destination::rehearse(Photo const& photo, Edit const& edit) const {

@@ -32,11 +32,12 @@ public:
     /// Whether an edit has a result: false leaves everything as it is.
     using Edit = std::function<bool(std::shared_ptr<android::lumo::MediaFile> const& output)>;
     /// Runs the edit with a new, empty file for its result, which then takes its name; or with a null pointer when the
-    /// photo's own bytes are to be edited.
+    /// photo's own bytes are to be edited. What is skipped when it is there is so too when it comes while this is done.
     Outcome edit(Photo const& photo, Edit const& edit) const;
 
 private:
     void refuseLinks() const;
+    void editSafely(Photo const& photo, Edit const& edit) const;
     Outcome rehearse(Photo const& photo, Edit const& edit) const;
     void editBytes(Photo const& photo, Edit const& edit) const;
 

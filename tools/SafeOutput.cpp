@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SafeOutput.h"
 
-#include "Failure.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -46,6 +44,9 @@ std::string linkTo(int fd) {
 
 } // namespace
 
+SafeOutput::ThereAlready::ThereAlready(std::string const& path)
+    : Failure(ExitCode::WRITE_FAILED, path, "is there already; --force replaces it, --skip-existing leaves it") {}
+
 SafeOutput::SafeOutput(std::string const& path, int photo, Existing whenThere, bool preserve)
     : out(path), target(path), still(photo),
       existing(whenThere), rights{FileRights::of(photo), std::nullopt, preserve} {
@@ -64,10 +65,6 @@ std::shared_ptr<android::lumo::MediaFile> SafeOutput::file() const {
     return result;
 }
 
-void SafeOutput::refuseExisting() const {
-    throw Failure(ExitCode::WRITE_FAILED, out, THERE_ALREADY);
-}
-
 void SafeOutput::examineTarget() {
     struct stat status;
     if (stat(out.c_str(), &status) != 0) {
@@ -80,7 +77,7 @@ void SafeOutput::examineTarget() {
     if (!S_ISREG(status.st_mode))
         throw Failure(ExitCode::WRITE_FAILED, out, "is no regular file and cannot be replaced");
     if (existing == Existing::REFUSE)
-        refuseExisting();
+        throw ThereAlready(out);
     if (access(out.c_str(), W_OK) != 0)
         throw systemFailure(ExitCode::WRITE_FAILED, out, "cannot be written");
     std::error_code error;
@@ -133,7 +130,7 @@ void SafeOutput::takeName() {
             throw systemFailure(ExitCode::WRITE_FAILED, out, "fail to name the finished file");
     }
     if (!rights.replaced && existing == Existing::REFUSE && access(target.c_str(), F_OK) == 0)
-        refuseExisting(); // it came while this one was written
+        throw ThereAlready(out); // it came while this one was written
     if (temporary.isEmpty()) {
         std::string const name = temporaryNameIn(folderOf(target));
         nameUnnamed(name);
@@ -144,7 +141,7 @@ void SafeOutput::takeName() {
     if (refuse && renameat2(AT_FDCWD, temporary.path().c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
         return temporary.keep();
     if (refuse && errno == EEXIST)
-        refuseExisting();
+        throw ThereAlready(out);
     if (expected && !expected->standsAt(target))
         throw Failure(ExitCode::WRITE_FAILED, out,
                       "was changed by another program while it was edited; it is left as that one wrote it");

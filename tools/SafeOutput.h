@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "Failure.h"
 #include "FileRights.h"
 #include "Signals.h"
 
@@ -22,11 +23,14 @@ namespace motionphoto {
 class SafeOutput {
 public:
     enum class Existing { REFUSE, REPLACE };
-    static constexpr char THERE_ALREADY[] = "is there already; --force replaces it, --skip-existing leaves it";
+    /// OUT is not to be replaced, and is there.
+    struct ThereAlready : Failure {
+        explicit ThereAlready(std::string const& path);
+    };
 
     /// `photo` is an open descriptor of the photo that the output is made from: its rights bound the output's. A
     /// symbolic link is followed, so that the file it names is replaced and not the link. Throws a Failure
-    /// (WRITE_FAILED) when OUT is something else than a file that may be written.
+    /// (WRITE_FAILED) when OUT is something else than a file that may be written; ThereAlready, as publish() does.
     SafeOutput(std::string const& path, int photo, Existing whenThere, bool preserve);
     ~SafeOutput();
     SafeOutput(SafeOutput const&) = delete;
@@ -47,7 +51,6 @@ private:
     void makeNamed();
     void nameUnnamed(std::string const& name);
     void takeName();
-    void refuseExisting() const;
 
     std::string out;    ///< as the user wrote it, for messages
     std::string target; ///< with symbolic links resolved

@@ -169,7 +169,7 @@ Outcome splitOne(Arguments const& args, Input const& input) {
     Outcome outcome = clip.isSkipped() ? clip.skippedOutcome() : writeClip(photo, clip);
     if (!image.isSkipped()) {
         auto const second = image.edit(photo, [&](FilePtr const& output) { return stillAlone(args, photo, output); });
-        outcome.kind = Outcome::Kind::DONE;
+        outcome.kind = std::min(outcome.kind, second.kind); // done, if one of them was
         outcome.text += second.text;
     }
     return outcome;

@@ -234,6 +234,9 @@ class ToolTest(unittest.TestCase):
         skipped = self.tool(*call, "--skip-existing").stderr.splitlines()[-1]
         self.assertEqual(skipped, "0 done, 3 skipped, 1 without a video, 1 failed")
         self.assertEqual(self.tool(*call, "-q").stderr.count("is there already"), 3)
+        call[4:] = ["both", "-j", "1", "--skip-existing"]  # by two runs at the same time
+        runs = [subprocess.Popen([*TOOL, *call], cwd=self.folder, stderr=-1, text=True) for _ in range(2)]
+        self.assertNotIn("is there already", "".join([run.communicate()[1] for run in runs]))
         (self.folder / "other").mkdir()
         self.write("other/a.jpeg", photo)
         twins = self.tool("still", "-r", "other", "in/deep", "-d", "twins", "--skip-existing")
