@@ -161,9 +161,9 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
         throw ErrorAt().as(Error::Code::REFUSED, *photo)("the trailer holds records that would go: %s",
                                                          join(done.dropped).c_str());
     if (video.source != MotionVideo::Source::TRAILER) {
-        bool const isClaimed = layout.claims.motionPhoto == "1" || layout.claims.microVideo == "1";
-        done.isXMPWritten = isClaimed || takesFields(layout, fieldsFor(layout, video));
-        bool const claims = !isClaimed && done.isXMPWritten;
+        bool const claims = layout.claims.motionPhoto != "1" && layout.claims.microVideo != "1";
+        if (claims)
+            requireTakesFields(layout, fieldsFor(layout, video));
         done.isChanged = claims || layout.tail;
         if (layout.tail)
             removeTrailer(photo, output);
@@ -176,11 +176,10 @@ Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords
     }
     auto const note = noteIn(layout, video);
     auto const back = planBack(layout, video, note);
-    done.isXMPWritten = takesFields(layout, back.fields);
+    requireTakesFields(layout, back.fields);
 
     auto const file = begin(photo, output);
-    if (done.isXMPWritten)
-        writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), back.fields); });
+    writeXMP(file, [&](auto const& view) { setFields(view, file->mimeType(), back.fields); });
     uint32_t const size = file->size();
     uint32_t const position = size - (layout.fileSize - video.position);
     checked::truncate(*file, size - back.cut);

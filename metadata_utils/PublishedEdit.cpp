@@ -16,6 +16,7 @@
 #include "io/MoveRest.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace android::lumo::published {
 
@@ -50,6 +51,17 @@ Error noRoom(MediaFile const& file, uint32_t size, std::exception const& reason)
                         file)("the HEIC's XMP has no room for %zu bytes, and only an image of several tiles can be "
                               "given more: %s",
                               size_t{size}, reasonOf(reason).c_str());
+}
+
+Error noRoomAtAll(MediaFile const& file) {
+    return ErrorAt().as(Error::Code::UNSUPPORTED, file)(
+        "there is no room for the XMP that a motion photo needs, and the image (a single one, or tiles in pieces) "
+        "cannot be written anew to make some");
+}
+
+/// Its texts name no place in the source.
+bool isOfImageWriter(Error const& error) {
+    return error.code() == Error::Code::UNSUPPORTED && std::string_view(error.what()).starts_with("[HEIF");
 }
 
 /// A HEIC's XMP may have no room for claims, and none that can be made: then it goes without, if it had none before.
@@ -194,6 +206,11 @@ bool takesFields(PhotoLayout const& layout, Fields const& fields) {
     return canWriteXMP(layout, sizeWith(layout, fields));
 }
 
+void requireTakesFields(PhotoLayout const& layout, Fields const& fields) {
+    if (!takesFields(layout, fields))
+        throw noRoomAtAll(*layout.file);
+}
+
 uint32_t xmpGrowth(PhotoLayout const& layout, Fields const& fields) {
     uint32_t const size = sizeWith(layout, fields) + XMP_OVERHEAD;
     auto const room = layout.isHEIC ? HEIFMetaWriter(layout.file).xmpRoom()
@@ -269,14 +286,20 @@ bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position) {
 }
 
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
-    if (!isElsewhere(photo, output))
-        return edit.commit();
-    checked::requireEditable(*output);
-    if (output->size() == 0)
-        return edit.commit(output);
-    auto const result = scratchBeside(*output); // what it holds stays until nothing can be refused any more
-    edit.commit(result);
-    SplicedCopy(result).writeTo(output);
+    try {
+        if (!isElsewhere(photo, output))
+            return edit.commit();
+        checked::requireEditable(*output);
+        if (output->size() == 0)
+            return edit.commit(output);
+        auto const result = scratchBeside(*output); // what it holds stays until nothing can be refused any more
+        edit.commit(result);
+        SplicedCopy(result).writeTo(output);
+    } catch (Error const& error) {
+        if (isOfImageWriter(error))
+            throw noRoomAtAll(photo);
+        throw;
+    }
 }
 
 void requireNoHiddenTrailer(PhotoLayout const& layout) {

@@ -46,6 +46,9 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
 /// room for any; one that has claims and no room throws.
 bool takesFields(PhotoLayout const& layout, Fields const& fields);
 
+/// Throws where it cannot.
+void requireTakesFields(PhotoLayout const& layout, Fields const& fields);
+
 /// Bytes that the photo can become longer by when they are written.
 uint32_t xmpGrowth(PhotoLayout const& layout, Fields const& fields);
 
@@ -68,6 +71,7 @@ bool hasItemInFront(PhotoLayout const& layout);
 bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position);
 
 /// Lets an editor of the photo commit: into the output, whose bytes go (the editor takes an empty one), or in place.
+/// What the writer of a HEIC's image refuses is told as requireTakesFields() would.
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output);
 
 /// Throws for a trailer that stands where nobody looks for it: it would go on claiming the video.

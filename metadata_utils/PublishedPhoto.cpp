@@ -193,10 +193,8 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
             throw ErrorAt().as(Error::Code::TOO_BIG)("a moment of %lld us", static_cast<long long>(*options.momentUs));
     }
     // About the fields the editor will write; it refuses the rest itself, but only when the old video may be gone.
-    if (layout.isHEIC && !takesFields(layout, {clip.file->size(), 0, 8, 0}))
-        throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
-            "there is no room for the XMP that a motion photo needs, and the image (a single one, or tiles in pieces) "
-            "cannot be written anew to make some");
+    if (layout.isHEIC)
+        requireTakesFields(layout, {clip.file->size(), 0, 8, 0});
     uint32_t const needed = checked::sizeOf(uint64_t{layout.fileSize} + clip.file->size() + OVERHEAD);
     if (output == nullptr)
         checked::requireSpace(*layout.file, needed - std::min(needed, layout.locate().size));
@@ -266,9 +264,8 @@ void setMoment(std::shared_ptr<MediaFile> const& photo, int64_t momentUs, std::s
     requireInside(momentUs, video.durationUs(photo));
     auto const fields = fieldsFor(layout, video);
     bool const isClaimed = layout.claims.motionPhoto == "1" || layout.claims.microVideo == "1";
-    if (!isClaimed && !takesFields(layout, fields))
-        throw ErrorAt().as(Error::Code::UNSUPPORTED, *photo)("there is no room for XMP in %s",
-                                                             photo->getPath().c_str());
+    if (!isClaimed)
+        requireTakesFields(layout, fields);
     auto const file = begin(photo, output);
     writeXMP(file, [&](auto const& view) {
         if (!isClaimed)

@@ -66,7 +66,7 @@ struct Conversion {
     std::string brand;                ///< the movie's major brand before; empty where it is as it was
     uint32_t filler = 0;              ///< bytes of the 'free' box behind a movie that was too short for a JPEG's record
     std::vector<std::string> dropped; ///< names of the records that went
-    bool isXMPWritten = true;         ///< false for a HEIC without XMP and without room for any
+    bool isXMPWritten = true;         ///< false for a HEIC without XMP and without room for any, to a trailer
 };
 
 /// Gives a published photo the trailer that the motion-photo views recognise; keeps everything else. A movie whose
@@ -79,8 +79,8 @@ METADATA_UTILS_EXPORT Conversion toTrailer(std::shared_ptr<MediaFile> const& pho
 
 /// Makes a photo that ends with its video, for readers of the published format alone: the trailer goes, one that
 /// does not hold the video too; the video of a HEIC that the trailer held gets its own box. Claims that are missing are
-/// filled in. Refused while it holds records other than the video's, which the text names, unless
-/// `dropRecords`.
+/// filled in. Refused while it holds records other than the video's, which the text names, unless `dropRecords`; and
+/// where a HEIC's XMP has no room for the claims and gets none: other readers find no video without them.
 METADATA_UTILS_EXPORT Conversion toPublished(std::shared_ptr<MediaFile> const& photo, bool dropRecords = false,
                                              std::shared_ptr<MediaFile> const& output = nullptr);
 
