@@ -46,12 +46,17 @@ constexpr std::array<uint8_t, 256> RUNS = [] {
     return runs;
 }();
 
-/// What the toolkit and editors write behind a packet's room: writable or read-only.
+/// What the toolkit and editors write behind a packet's room, writable or read-only: each as long as the others.
 constexpr std::string_view END_MARKS[] = {R"(<?xpacket end="w"?>)", R"(<?xpacket end='w'?>)", R"(<?xpacket end="r"?>)",
                                           R"(<?xpacket end='r'?>)"};
 
-bool isEndMark(std::string_view text) {
-    return std::find(std::begin(END_MARKS), std::end(END_MARKS), text) != std::end(END_MARKS);
+/// The packet without its room: such a mark at its end, and the blanks in front of it.
+std::string_view withoutRoom(std::string_view packet) {
+    for (auto const mark : END_MARKS) {
+        if (packet.ends_with(mark))
+            return withoutBlanksBehind(packet.substr(0, packet.size() - mark.size()), isBlank);
+    }
+    return packet;
 }
 
 /// Whether eight bytes are a piece of a run that is PLAIN. No sum carries from a byte that is into the next one, and
@@ -162,7 +167,8 @@ void refuse(char const* what) {
 class PacketScan {
 public:
     explicit PacketScan(std::string_view text)
-        : packet(text), units(text), size(text.size()), maxDepth(size <= SMALL_PACKET ? MAX_DEPTH_SMALL : MAX_DEPTH) {
+        : packet(text), said(withoutRoom(text)), units(text), size(text.size()),
+          maxDepth(size <= SMALL_PACKET ? MAX_DEPTH_SMALL : MAX_DEPTH) {
         if (size > MAX_PACKET)
             refuse("bytes");
     }
@@ -225,13 +231,14 @@ private:
     /// What the toolkit replaces before the parser sees it, wherever it stands: controls, bytes that are no UTF-8,
     /// escapes of characters.
     void countRepairs() {
+        Units const bytes(said); // nothing in the room is any of these
         uint64_t repairs = 0;
-        for (size_t i = units.behindRun<PLAIN>(0), next = 0; i < units.size(); i = units.behindRun<PLAIN>(next)) {
-            auto const c = units.at(i);
-            auto const length = c < 0x80 ? 1 : units.sequenceAt(i);
+        for (size_t i = bytes.behindRun<PLAIN>(0), next = 0; i < bytes.size(); i = bytes.behindRun<PLAIN>(next)) {
+            auto const c = bytes.at(i);
+            auto const length = c < 0x80 ? 1 : bytes.sequenceAt(i);
             next = i + length;
             bool const isControl = (c < ' ' && c != '\t' && c != '\n' && c != '\r') || c == 0x7F;
-            bool const isEscape = c == '&' && units.startsWith(i, "&#");
+            bool const isEscape = c == '&' && bytes.startsWith(i, "&#");
             if (!isControl && !isEscape && (c < 0x80 || length > 1))
                 continue;
             spend(COST_OF_TEXT_PIECE);
@@ -254,8 +261,8 @@ private:
     /// The tree has a node for it as for a piece of text.
     size_t instruction(size_t i) {
         spend(COST_OF_TEXT_PIECE);
-        if (!units.isWide() && isEndMark(packet.substr(i)))
-            behindRoot = withoutBlanksBehind(packet.substr(0, i), isBlank).size();
+        if (!units.isWide() && said.size() < packet.size() && i + END_MARKS[0].size() == packet.size())
+            behindRoot = said.size();
         return units.behind("?>", i + 2);
     }
 
@@ -336,6 +343,7 @@ private:
     static constexpr size_t COMMON_DEPTH = 4; ///< x:xmpmeta, rdf:RDF, rdf:Description, property
 
     std::string_view packet;
+    std::string_view said; ///< the packet without its room, where the last bytes are what they look like
     Units units;
     uint64_t size;
     size_t maxDepth;
