@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The toolkit's parse of each file's first packet, its image's, and nothing else: what no caller of it can be faster
-// than.
+// The toolkit's parse of each file's first packet, its image's, and nothing else: a caller can be faster only by giving
+// it less to read.
 
 #include "Workload.h"
 

@@ -16,7 +16,6 @@
 #include "io/MoveRest.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace android::lumo::published {
 
@@ -57,11 +56,6 @@ Error noRoomAtAll(MediaFile const& file) {
     return ErrorAt().as(Error::Code::UNSUPPORTED, file)(
         "there is no room for the XMP that a motion photo needs, and the image (a single one, or tiles in pieces) "
         "cannot be written anew to make some");
-}
-
-/// Its texts name no place in the source.
-bool isOfImageWriter(Error const& error) {
-    return error.code() == Error::Code::UNSUPPORTED && std::string_view(error.what()).starts_with("[HEIF");
 }
 
 /// A HEIC's XMP may have no room for claims, and none that can be made: then it goes without, if it had none before.
@@ -286,20 +280,14 @@ bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position) {
 }
 
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output) {
-    try {
-        if (!isElsewhere(photo, output))
-            return edit.commit();
-        checked::requireEditable(*output);
-        if (output->size() == 0)
-            return edit.commit(output);
-        auto const result = scratchBeside(*output); // what it holds stays until nothing can be refused any more
-        edit.commit(result);
-        SplicedCopy(result).writeTo(output);
-    } catch (Error const& error) {
-        if (isOfImageWriter(error))
-            throw noRoomAtAll(photo);
-        throw;
-    }
+    if (!isElsewhere(photo, output))
+        return edit.commit();
+    checked::requireEditable(*output);
+    if (output->size() == 0)
+        return edit.commit(output);
+    auto const result = scratchBeside(*output); // what it holds stays until nothing can be refused any more
+    edit.commit(result);
+    SplicedCopy(result).writeTo(output);
 }
 
 void requireNoHiddenTrailer(PhotoLayout const& layout) {

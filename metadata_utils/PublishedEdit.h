@@ -71,7 +71,6 @@ bool hasItemInFront(PhotoLayout const& layout);
 bool isPrimaryPaddingOwn(PhotoLayout const& layout, uint32_t position);
 
 /// Lets an editor of the photo commit: into the output, whose bytes go (the editor takes an empty one), or in place.
-/// What the writer of a HEIC's image refuses is told as requireTakesFields() would.
 void commit(MotionPhotoEdit& edit, MediaFile const& photo, std::shared_ptr<MediaFile> const& output);
 
 /// Throws for a trailer that stands where nobody looks for it: it would go on claiming the video.
