@@ -18,7 +18,9 @@ inline constexpr char const* CURRENT[] = {MOTION_PHOTO, VERSION, TIMESTAMP};
 inline constexpr char const* OLDER[] = {MICRO_VIDEO, MICRO_VIDEO_VERSION, MICRO_VIDEO_OFFSET, MICRO_VIDEO_TIMESTAMP};
 
 // The directory.
-inline constexpr char PRIMARY[] = "Primary"; ///< Semantic of the still's item
+inline constexpr char DIRECTORY[] = "Directory";                ///< in the Container namespace
+inline constexpr char DIRECTORY_PATH[] = "Container:Directory"; ///< the same under the prefix that views know
+inline constexpr char PRIMARY[] = "Primary";                    ///< Semantic of the still's item
 inline constexpr char LENGTH[] = "Length";
 inline constexpr char PADDING[] = "Padding";
 

@@ -83,7 +83,7 @@ std::vector<Item> directoryOf(XMPPacket const& packet, Generation const& generat
     if (prefix.empty() || fieldPrefix.empty())
         return items;
     try {
-        auto const count = packet.count(generation.containerNS, prefix + "Directory");
+        auto const count = packet.count(generation.containerNS, prefix + names::DIRECTORY);
         for (int32_t place = 1; place <= count; ++place)
             items.push_back(itemAt(packet, generation, prefix, fieldPrefix, place));
     } catch (Error const&) {
@@ -114,7 +114,7 @@ void nest(XMPPacket& packet, Item const& item, std::string const& prefix, int32_
     auto const fields = fieldsOf(packet, item);
     if (fields.empty())
         return;
-    auto const directory = prefix + "Directory";
+    auto const directory = prefix + names::DIRECTORY;
     packet.removeEntry(item.containerNS, directory, item.place);
     if (item.place < count)
         packet.insertStruct(item.containerNS, directory, item.place);
@@ -211,11 +211,11 @@ void putPrimaryFirst(XMPPacket& packet, std::string const& mime) {
                                 : Fields{{fieldPrefix + "Mime", mime}, {fieldPrefix + "Semantic", names::PRIMARY}};
     if (items.empty() || fields.empty() || (isThere && primary->place == 1))
         return;
-    packet.insertStruct(generation.containerNS, prefix + "Directory", 1);
+    packet.insertStruct(generation.containerNS, prefix + names::DIRECTORY, 1);
     for (auto const& [name, value] : fields)
-        packet.set(generation.containerNS, prefix + "Directory[1]/" + prefix + "Item/" + name, value);
+        packet.set(generation.containerNS, prefix + names::DIRECTORY + "[1]/" + prefix + "Item/" + name, value);
     if (isThere)
-        packet.removeEntry(generation.containerNS, prefix + "Directory", primary->place + 1);
+        packet.removeEntry(generation.containerNS, prefix + names::DIRECTORY, primary->place + 1);
 }
 
 uint32_t remove(XMPPacket& packet) {
@@ -230,7 +230,7 @@ uint32_t remove(XMPPacket& packet) {
         take(name);
     for (auto const& generation : GENERATIONS) {
         auto const items = directoryOf(packet, generation);
-        auto const directory = prefixOf(generation.containerNS) + "Directory";
+        auto const directory = prefixOf(generation.containerNS) + names::DIRECTORY;
         // From behind, so that the places in front stay.
         for (auto item = items.rbegin(); item != items.rend(); ++item) {
             if (!item->isVideo())

@@ -4,6 +4,7 @@
 #include "ErrorAt.h"
 #include "Log.h"
 #include "MediaDefs.h"
+#include "MotionNames.h"
 #include "Text.h"
 #include "XMPInfo.h"
 
@@ -18,7 +19,6 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "XMPInfoImpl";
-constexpr char DIRECTORY[] = "Container:Directory";
 constexpr char ITEM_PREFIX[] = "Item:";
 
 /// Makes room once.
@@ -41,7 +41,7 @@ XMPItemInfo::XMPItemInfo(std::shared_ptr<XMPPacket> const& packet, int32_t posit
     : meta(packet), index(position), structPath(structPathAt(position)), place(position) {}
 
 std::string XMPItemInfo::structPathAt(int32_t place) {
-    return joined({DIRECTORY, "[", std::to_string(place), "]/Container:Item"});
+    return joined({motion_names::DIRECTORY_PATH, "[", std::to_string(place), "]/Container:Item"});
 }
 
 void XMPItemInfo::moveTo(int32_t newPlace) {
@@ -139,7 +139,7 @@ std::string XMPItemInfo::toString() const {
 XMPDirectory::XMPDirectory(std::shared_ptr<XMPPacket> const& packet, Items const& known) : meta(packet), items(known) {
     LOGI("updateXMPItems E");
     try {
-        auto const count = packet->count(xmp_ns::CONTAINER, DIRECTORY);
+        auto const count = packet->count(xmp_ns::CONTAINER, motion_names::DIRECTORY_PATH);
         LOGI("arrSize=%d", count);
         std::set<std::string> seen;
         for (int32_t place = 1; place <= count; ++place) {
@@ -179,7 +179,7 @@ XMPDirectory XMPDirectory::in(std::shared_ptr<XMPPacket> const& copy) const {
 }
 
 int32_t XMPDirectory::count() const {
-    return meta->count(xmp_ns::CONTAINER, DIRECTORY);
+    return meta->count(xmp_ns::CONTAINER, motion_names::DIRECTORY_PATH);
 }
 
 std::optional<std::string> XMPDirectory::nameAt(int32_t place) const {

@@ -3,6 +3,7 @@
 
 #include "CheckedFile.h"
 #include "Log.h"
+#include "MotionNames.h"
 #include "XMPCopy.h"
 #include "XMPError.h"
 #include "io/ImageMetaWriter.h"
@@ -16,7 +17,7 @@ namespace android::lumo {
 namespace {
 
 constexpr char LOG_TAG[] = "XMPEditImpl";
-constexpr char DIRECTORY[] = "Container:Directory";
+using motion_names::DIRECTORY_PATH;
 
 // What may go into a packet: checked before the toolkit is asked to change it, because a value it refuses leaves an
 // empty property behind, and one that XML cannot carry makes a packet that no parser reads back.
@@ -158,12 +159,12 @@ int32_t XMPEditImpl::addItemEntry() {
         addArrayItem();
         return info->getDirectory().count();
     }
-    info->getMeta()->insertStruct(xmp_ns::CONTAINER, DIRECTORY, unread);
+    info->getMeta()->insertStruct(xmp_ns::CONTAINER, DIRECTORY_PATH, unread);
     return unread;
 }
 
 void XMPEditImpl::addArrayItem() {
-    info->getMeta()->appendStruct(xmp_ns::CONTAINER, DIRECTORY);
+    info->getMeta()->appendStruct(xmp_ns::CONTAINER, DIRECTORY_PATH);
 }
 
 XMPEdit& XMPEditImpl::setItemField(std::string const& itemName, std::string const& fieldName,
@@ -216,7 +217,7 @@ XMPEdit& XMPEditImpl::removeItem(std::string const& itemName) {
     if (!item)
         return *this;
     auto const index = item->getIndex();
-    info->getMeta()->removeEntry(xmp_ns::CONTAINER, DIRECTORY, item->getPlace());
+    info->getMeta()->removeEntry(xmp_ns::CONTAINER, DIRECTORY_PATH, item->getPlace());
     info->getDirectory().removed(itemName);
     dirty = true;
     LOGI("remove %s[%d]", itemName.c_str(), index);
@@ -232,7 +233,7 @@ XMPEdit& XMPEditImpl::removeAll() {
     for (auto name = names.rbegin(); name != names.rend(); ++name)
         removeItem(*name);
     // Entries the index does not know, duplicates and broken ones, go with the array.
-    info->getMeta()->remove(xmp_ns::CONTAINER, DIRECTORY);
+    info->getMeta()->remove(xmp_ns::CONTAINER, DIRECTORY_PATH);
     info->reindex();
     dirty = true;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "XMPPacket.h"
 
+#include "MotionNames.h"
 #include "XMPInfo.h"
 #include "XMPLimits.h"
 #include "XMPPacketScan.h"
@@ -261,7 +262,8 @@ constexpr Namespace NAMESPACES[] = {
 /// a type. It gets the ordinary form, in which the item is a field of the entry: as it is, no item would be seen, and a
 /// commit would write a form that no reader of the format knows.
 void nestTypedEntries(XMPPacket& packet) {
-    static std::string const directory = "Container:Directory", itemType = std::string(xmp_ns::CONTAINER) + "Item";
+    static std::string const directory = motion_names::DIRECTORY_PATH,
+                             itemType = std::string(xmp_ns::CONTAINER) + "Item";
     if (packet.nestTyped(xmp_ns::CONTAINER, directory, itemType, "Container:Item"))
         return;
     XMP_OptionBits form = 0;
