@@ -169,8 +169,9 @@ void setFields(std::shared_ptr<XMPInfoImpl> const& view, MediaDefs::MimeType sti
     edit.setProperty(xmp_ns::CAMERA, MOTION_PHOTO, "1");
     edit.setProperty(xmp_ns::CAMERA, motion_names::VERSION, "1");
     auto const& moment = before.timestamp.empty() ? before.microVideoTimestamp : before.timestamp;
-    if (!moment.empty())
-        edit.setProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP, moment);
+    if (fields.momentUs || !moment.empty())
+        edit.setProperty(xmp_ns::CAMERA, motion_names::TIMESTAMP,
+                         fields.momentUs ? std::to_string(*fields.momentUs) : moment);
 
     auto const now = claims::read(packet);
     auto const* video = now.video();

@@ -33,6 +33,7 @@ struct Fields {
     std::optional<uint64_t> primaryPadding; ///< of the item "Primary"; none: as it is
     int64_t addedInFront = 0;               ///< bytes that come to stand between the item in front and the video
     std::string mime = "video/mp4";
+    std::optional<int64_t> momentUs = {}; ///< none: the one that is there
 };
 
 /// The values that a sound video gives them.

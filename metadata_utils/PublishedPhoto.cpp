@@ -193,8 +193,11 @@ void requireAddable(PhotoLayout const& layout, MotionClip const& clip, AddOption
             throw ErrorAt().as(Error::Code::TOO_BIG)("a moment of %lld us", static_cast<long long>(*options.momentUs));
     }
     // About the fields the editor will write; it refuses the rest itself, but only when the old video may be gone.
-    if (layout.isHEIC)
-        requireTakesFields(layout, {clip.file->size(), 0, 8, 0});
+    if (layout.isHEIC) {
+        Fields fields{clip.file->size(), 0, 8, 0};
+        fields.momentUs = options.momentUs ? options.momentUs : VideoSource(clip.file).durationUs();
+        requireTakesFields(layout, fields);
+    }
     uint32_t const needed = checked::sizeOf(uint64_t{layout.fileSize} + clip.file->size() + OVERHEAD);
     if (output == nullptr)
         checked::requireSpace(*layout.file, needed - std::min(needed, layout.locate().size));

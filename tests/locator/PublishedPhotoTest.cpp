@@ -239,14 +239,17 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
     std::string const others = trailerBytes({{1, "Scene", "sea"}, {7, "Mood", note}});
     std::string const besideRecords = published(PRIMARY + videoItem(movie.size() + others.size()), movie + others);
     std::string const plain = JpegBuilder().exif().build(), single = buildHeic({.grid = false});
+    auto const items = itemOf("Primary", "image/heic", paddingOf(8)) + videoItem(movie.size());
+    std::string const tight = packetOf("Camera:MotionPhoto='1'", directoryOf(items)) + std::string(60, ' ');
     auto const add = [](std::string const& bytes, published::AddOptions const& options = {}) -> Edit {
         return [=](auto const& file, auto const&) {
             TempFile const source(bytes);
             published::addVideo(file, source.open("r"), options);
         };
     };
-    published::AddOptions early, strict;
+    published::AddOptions early, late, strict;
     early.momentUs = -1;
+    late.momentUs = 1'000'000'000;
     strict.clip.keepBrand = true;
     for (auto const& [photo, edit, text] : std::vector<std::tuple<std::string, Edit, std::string>>{
              {withRecords, TO_PUBLISHED, "records that would go: Scene Mood"},
@@ -259,6 +262,7 @@ TEST(PublishedPhoto, RefusesWhatCannotBeAndLeavesTheFile) {
              {plain, TO_PUBLISHED, "none is claimed"},
              {single + videoBox(movie), TO_PUBLISHED, "cannot be written anew"},
              {single + qrtdBox(trailerBytes({videoRecord(movie)})), TO_PUBLISHED, "cannot be written anew"},
+             {buildHeic({.grid = false, .xmp = tight, .tail = videoBox(movie)}), add(movie, late), "XMP has no room"},
              {hiddenTrailer(movie), TO_PUBLISHED, "boxes hide the HEIC's trailer"},
              {heicWith(videoBox(movie) + "junk behind"), TO_TRAILER, "boxes do not add up"},
              {plain, REMOVE, "nothing in "},
