@@ -30,17 +30,20 @@ limits=(-max_len=8192 -timeout=20 -rss_limit_mb=1024 -malloc_limit_mb=64)
 # One target; its last line tells what it did, and what broke when something did.
 run_target() {
     local target=$1 dict=$mu_root/fuzz/dict/$1.dict log=$out/fuzz-$1.log status=0 known=$out/corpus/$1
-    local extent=(-max_total_time="$seconds")
+    local start=() extent=(-max_total_time="$seconds") inputs=("$mu_root/fuzz/corpus/$target")
     if [ $task = check ]; then
-        extent=(-runs="${runs[$target]}" -seed=1)
         known=$out/check/$target # what earlier runs here found would change the order
         rm -rf "$known"
+        # Nor may addresses, the order of a folder's files or what is read of it again each second.
+        ! setarch -R true 2>/dev/null || start=(setarch -R)
+        (IFS=, && LC_ALL=C && files=("${inputs[0]}"/*) && echo -n "${files[*]}" >"$out/$target.inputs")
+        extent=(-runs="${runs[$target]}" -seed=1 -reload=0 -seed_inputs="@$out/$target.inputs")
+        inputs=()
     fi
     [ -f "$dict" ] || dict=$mu_root/fuzz/dict/heif.dict
     mkdir -p "$known" "$out/findings/$target"
-    "$out/fuzz/fuzz_$target" "${limits[@]}" "${extent[@]}" -dict="$dict" -print_final_stats=1 \
-        -artifact_prefix="$out/findings/$target/" \
-        "$known" "$mu_root/fuzz/corpus/$target" >"$log" 2>&1 || status=$?
+    "${start[@]}" "$out/fuzz/fuzz_$target" "${limits[@]}" "${extent[@]}" -dict="$dict" -print_final_stats=1 \
+        -artifact_prefix="$out/findings/$target/" "$known" "${inputs[@]}" >"$log" 2>&1 || status=$?
     printf '%-8s %s executions, %s edges, %s features, %s\n' "$target" \
         "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")" \
         "$(grep -o 'cov: [0-9]*' "$log" | tail -1 | cut -d' ' -f2)" \
