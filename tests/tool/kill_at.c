@@ -16,10 +16,14 @@
 
 static int how; /* 'b', 'h' or 'a' when this call is the one */
 
-/* A signal that the tool holds back for now lets it go on. */
+/* A signal that the tool holds back for now lets it go on, once the thread that waits for signals has taken it. */
 static void end(void) {
+    sigset_t pending;
     kill(getpid(), atoi(getenv("KILL_SIGNAL")));
-    usleep(20000);
+    do {
+        usleep(20000);
+        sigpending(&pending);
+    } while (!sigisemptyset(&pending));
 }
 
 /* Logs and pipes do not count. */
@@ -31,8 +35,10 @@ static void count_call(int fd) {
     if (at == NULL || (fd >= 0 && fstat(fd, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)))
         return;
     how = calls++ == atoi(at) ? getenv("KILL_HOW")[0] : 0;
-    if (how == 'b')
+    if (how == 'b') {
         end();
+        how = 0;
+    }
 }
 
 static size_t bytes_left(size_t n) {

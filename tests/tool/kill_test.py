@@ -78,7 +78,8 @@ class KillTest(unittest.TestCase):
                 ended = next(number for number in itertools.count() if not one_run(number, how))
             else:  # which may be held back for a while
                 ended = sum([one_run(number, how) for number in range(28)])
-            self.assertGreater(ended, 0, "no call was ended")
+            if output != "into the still's bytes":  # where all is over before a signal counts, if the machine is slow
+                self.assertGreater(ended, 0, ("no call was ended", command, output, how))
 
     def test_killed_output_is_whole_or_absent(self):
         for command, (output, named) in zip(
