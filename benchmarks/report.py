@@ -33,7 +33,7 @@ class Table:
         head, rest = text.split(BEGIN)
         _, tail = rest.split(END)
         cores = len(os.sched_getaffinity(0))
-        when = f"Medians of {rounds} rounds taken in turns on {datetime.date.today()}; {cores} cores, load average {self.load:.1f} before the first.\n"
+        when = f"Medians of {rounds} rounds or more, taken in turns, on {datetime.date.today()}; {cores} cores, load average {self.load:.1f} before the first.\n"
         readme.write_text(head + BEGIN + when + "\n".join(self.lines) + "\n\n" + END + tail)
 
 
