@@ -52,12 +52,6 @@ Error noRoom(MediaFile const& file, uint32_t size, std::exception const& reason)
                               size_t{size}, reasonOf(reason).c_str());
 }
 
-Error noRoomAtAll(MediaFile const& file) {
-    return ErrorAt().as(Error::Code::UNSUPPORTED, file)(
-        "there is no room for the XMP that a motion photo needs, and the image (a single one, or tiles in pieces) "
-        "cannot be written anew to make some");
-}
-
 /// A HEIC's XMP may have no room for claims, and none that can be made: then it goes without, if it had none before.
 bool canWriteXMP(PhotoLayout const& layout, uint32_t size) {
     if (!layout.isHEIC)
@@ -203,7 +197,9 @@ bool takesFields(PhotoLayout const& layout, Fields const& fields) {
 
 void requireTakesFields(PhotoLayout const& layout, Fields const& fields) {
     if (!takesFields(layout, fields))
-        throw noRoomAtAll(*layout.file);
+        throw ErrorAt().as(Error::Code::UNSUPPORTED, *layout.file)(
+            "there is no room for the XMP that a motion photo needs, and the image (a single one, or tiles in pieces) "
+            "cannot be written anew to make some");
 }
 
 uint32_t xmpGrowth(PhotoLayout const& layout, Fields const& fields) {
